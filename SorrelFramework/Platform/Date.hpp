@@ -1,0 +1,20 @@
+#pragma once
+
+#include <compare>
+
+namespace sorrel {
+
+/// A moment: seconds since 1970-01-01 00:00:00 UTC. A double, because dates that other programs stored may lie
+/// millions of years away.
+struct Date {
+  double secondsSince1970 = 0;
+
+  [[nodiscard]] static Date now();
+
+  friend auto operator<=>(const Date&, const Date&) = default;
+};
+
+/// Seconds between 1970 and 2001, the epoch of property list dates.
+inline constexpr double kSecondsFrom1970To2001 = 978307200.0;
+
+}  // namespace sorrel

@@ -1,0 +1,41 @@
+#pragma once
+
+#include <string>
+#include <string_view>
+#include <utility>
+
+#include "SorrelFramework/Platform/URL.hpp"
+
+namespace sorrel {
+
+/// A cheap handle on a picture that is loaded only when somebody draws it: the name of a picture of the
+/// application's main bundle, the icon that the desktop shows for a file, or nothing.
+class Image {
+ public:
+  enum class Kind { Empty, Named, FileIcon };
+
+  Image() = default;
+  /// A handle on a named picture without a look whether it exists.
+  static Image named(std::string_view name);
+  /// The picture called `name` among the resources of the main bundle (with any extension), or in the icon theme
+  /// of the desktop; an empty handle if there is none.
+  static Image lookUp(std::string_view name);
+  /// The icon of the file at `url`.
+  static Image iconOf(URL url);
+
+  [[nodiscard]] Kind kind() const noexcept { return kind_; }
+  [[nodiscard]] bool isEmpty() const noexcept { return kind_ == Kind::Empty; }
+  [[nodiscard]] std::string_view name() const noexcept { return name_.view(); }
+  /// The file whose icon this is; meaningful for Kind::FileIcon.
+  [[nodiscard]] std::string filePath() const;
+
+  friend bool operator==(const Image&, const Image&) noexcept = default;
+
+ private:
+  Image(Kind kind, SharedText name) : kind_(kind), name_(std::move(name)) {}
+
+  Kind kind_ = Kind::Empty;
+  SharedText name_;  // the name, or the text of the file's URL
+};
+
+}  // namespace sorrel

@@ -1,0 +1,45 @@
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+
+namespace sorrel {
+
+/// The application's event loop: the default GLib main context, which GTK runs, and Qt too. Tasks run there in the
+/// order of their submission, never inside post().
+class MainQueue {
+ public:
+  MainQueue() = delete;
+
+  /// Any thread.
+  static void post(std::function<void()> task);
+
+  /// For applications without an event loop of their own, such as a command-line program: runs the loop on the
+  /// calling thread until quit().
+  static void run();
+  static void quit();
+  /// Runs the loop until `condition` holds (tested after each round) or the time is over; true if it holds.
+  static bool runUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit);
+};
+
+/// A repeating timer of the main queue. Ticks only while the loop runs; late ticks coalesce.
+class MainTimer {
+ public:
+  /// Starts to tick after one `interval`. Any thread.
+  MainTimer(std::chrono::milliseconds interval, std::function<void()> tick);
+  /// Same as invalidate().
+  ~MainTimer();
+  MainTimer(const MainTimer&) = delete;
+  MainTimer& operator=(const MainTimer&) = delete;
+
+  /// No tick starts after this call has returned, except one that runs on another thread at this moment. Any
+  /// thread, also from inside the tick; more than once does no harm.
+  void invalidate();
+
+ private:
+  struct State;
+  std::shared_ptr<State> state_;
+};
+
+}  // namespace sorrel

@@ -1,0 +1,7 @@
+# Every third-party library, found once. docs/architecture.md says which source wraps which of them.
+find_package(PkgConfig REQUIRED)
+find_package(Threads REQUIRED)
+find_package(SQLite3 REQUIRED)
+find_package(ICU REQUIRED COMPONENTS uc i18n)
+pkg_check_modules(GIO REQUIRED IMPORTED_TARGET gio-2.0 gio-unix-2.0)
+pkg_check_modules(PLIST REQUIRED IMPORTED_TARGET libplist-2.0)
