@@ -4,8 +4,8 @@
 
 namespace sorrel {
 
-/// A moment: seconds since 1970-01-01 00:00:00 UTC. A double, because dates that other programs stored may lie
-/// millions of years away.
+/// A moment: seconds since 1970-01-01 00:00:00 UTC. A double, because dates that other programs stored may
+/// lie millions of years away.
 struct Date {
   double secondsSince1970 = 0;
 

@@ -8,13 +8,13 @@ namespace sorrel {
 inline constexpr std::string_view kUnexpectedNil =
     "Unexpectedly found nil while unwrapping an Optional value";
 
-/// A fatal stop: writes `reason`, and `context` on a line of its own if there is one, to standard error and ends
-/// the process through the handler below. For broken promises of the programmer or of the catalogue, and for
-/// arithmetic that would overflow; never for the state of a user's files.
+/// A fatal stop: writes `reason`, and `context` on a line of its own if there is one, to standard error and
+/// ends the process through the handler below. For broken promises of the programmer or of the catalogue, and
+/// for arithmetic that would overflow; never for the state of a user's files.
 [[noreturn]] void fatalStop(std::string_view reason, std::string_view context = {});
 
-/// What ends the process after the text was written; `std::abort` until somebody sets another one. A handler that
-/// returns is followed by `std::abort`. Set it before the first call of the framework.
+/// What ends the process after the text was written; `std::abort` until somebody sets another one. A handler
+/// that returns is followed by `std::abort`. Set it before the first call of the framework.
 using FatalHandler = void (*)();
 void setFatalHandler(FatalHandler handler);
 

@@ -6,9 +6,9 @@
 
 namespace sorrel {
 
-/// The global concurrent queue: one bounded pool of threads for each quality of service, started on first use.
-/// Utility and Background threads give way to the desktop (nice value, and the idle class of input and output for
-/// Background). A task must not wait for another task of the pool that may not have started.
+/// The global concurrent queue: one bounded pool of threads for each quality of service, started on first
+/// use. Utility and Background threads give way to the desktop (nice value, and the idle class of input and
+/// output for Background). A task must not wait for another task of the pool that may not have started.
 class GlobalQueue {
  public:
   GlobalQueue() = delete;

@@ -13,9 +13,9 @@
 
 namespace sorrel {
 
-/// Which machine this is: a macOS volume mounted somewhere, or this Linux desktop. The one place that knows how
-/// either lays out its folders. The application installs it once, before the first call of the framework; a
-/// process that installs none works on this machine. Everything but install() is safe on any thread.
+/// Which machine this is: a macOS volume mounted somewhere, or this Linux desktop. The one place that knows
+/// how either lays out its folders. The application installs it once, before the first call of the framework;
+/// a process that installs none works on this machine. Everything but install() is safe on any thread.
 class Host {
  public:
   enum class Layout { MacVolume, LinuxDesktop };
@@ -44,17 +44,18 @@ class Host {
   [[nodiscard]] std::string homesFolder() const;
   [[nodiscard]] const MainBundle& mainBundle() const { return bundle_; }
 
-  /// Where an absolute path of the layout lies on this machine: below the root of a macOS volume; on the desktop
-  /// the path itself, with ~/.cache, ~/.config, ~/.local/share and ~/.local/state sent to the XDG folders.
+  /// Where an absolute path of the layout lies on this machine: below the root of a macOS volume; on the
+  /// desktop the path itself, with ~/.cache, ~/.config, ~/.local/share and ~/.local/state sent to the XDG
+  /// folders.
   [[nodiscard]] std::string locate(std::string_view layoutPath) const;
   /// The same for a file URL; other URLs come back as they are.
   [[nodiscard]] URL locate(const URL& layoutURL) const;
-  /// The reverse for paths below the root: "/Volumes/X" for ROOT/Volumes/X. Counts of path components are made on
-  /// this form.
+  /// The reverse for paths below the root: "/Volumes/X" for ROOT/Volumes/X. Counts of path components are
+  /// made on this form.
   [[nodiscard]] std::string layoutPath(std::string_view path) const;
 
-  /// The text that stands for "file://~/" in a catalogue, percent-coded: "file:///Users/NAME/" on a macOS volume
-  /// (locate() puts the root before it), the home's own URL on the desktop.
+  /// The text that stands for "file://~/" in a catalogue, percent-coded: "file:///Users/NAME/" on a macOS
+  /// volume (locate() puts the root before it), the home's own URL on the desktop.
   [[nodiscard]] std::string homeURLText() const;
 
   [[nodiscard]] std::string applicationSupportFolder() const;  ///< of the user
@@ -64,16 +65,18 @@ class Host {
 
   /// Name of a numeric user id: the table of the volume, else the password file; nothing if neither knows it.
   [[nodiscard]] std::optional<std::string> ownerName(uid_t uid) const;
-  /// The id whose trash folders and file rights count: the owner of the home on a macOS volume, else getuid().
+  /// The id whose trash folders and file rights count: the owner of the home on a macOS volume, else
+  /// getuid().
   [[nodiscard]] uid_t userID() const { return userID_; }
 
   /// Letter case of names on the original file system: a macOS volume ignores it.
   [[nodiscard]] bool ignoresLetterCase() const { return layout_ == Layout::MacVolume; }
-  /// `path` with each component below the root spelled as on disk, where the exact name is absent and letter case
-  /// is ignored (first match in byte order); otherwise, and where nothing matches, `path` itself.
+  /// `path` with each component below the root spelled as on disk, where the exact name is absent and letter
+  /// case is ignored (first match in byte order); otherwise, and where nothing matches, `path` itself.
   [[nodiscard]] std::string matchingLetterCase(std::string_view path) const;
 
-  /// Where a system tool such as "/usr/bin/mdls" is: in the folder of stand-ins if it is there, else the path.
+  /// Where a system tool such as "/usr/bin/mdls" is: in the folder of stand-ins if it is there, else the
+  /// path.
   [[nodiscard]] std::string tool(std::string_view path) const;
   void setToolFolder(std::string folder) { toolFolder_ = std::move(folder); }
 
@@ -90,7 +93,7 @@ class Host {
   uid_t userID_ = 0;
   MainBundle bundle_;
   std::string toolFolder_;
-  std::map<std::string, std::string> xdg_;      // ".cache" and its like, below the home, to the XDG folder
+  std::map<std::string, std::string> xdg_;     // ".cache" and its like, below the home, to the XDG folder
   std::map<uid_t, std::string> volumeOwners_;  // owners of Users/NAME
 };
 

@@ -17,8 +17,8 @@ class Image {
   Image() = default;
   /// A handle on a named picture without a look whether it exists.
   static Image named(std::string_view name);
-  /// The picture called `name` among the resources of the main bundle (with any extension), or in the icon theme
-  /// of the desktop; an empty handle if there is none.
+  /// The picture called `name` among the resources of the main bundle (with any extension), or in the icon
+  /// theme of the desktop; an empty handle if there is none.
   static Image lookUp(std::string_view name);
   /// The icon of the file at `url`.
   static Image iconOf(URL url);

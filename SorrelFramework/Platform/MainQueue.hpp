@@ -6,8 +6,8 @@
 
 namespace sorrel {
 
-/// The application's event loop: the default GLib main context, which GTK runs, and Qt too. Tasks run there in the
-/// order of their submission, never inside post().
+/// The application's event loop: the default GLib main context, which GTK runs, and Qt too. Tasks run there
+/// in the order of their submission, never inside post().
 class MainQueue {
  public:
   MainQueue() = delete;
@@ -15,8 +15,8 @@ class MainQueue {
   /// Any thread.
   static void post(std::function<void()> task);
 
-  /// For applications without an event loop of their own, such as a command-line program: runs the loop on the
-  /// calling thread until quit().
+  /// For applications without an event loop of their own, such as a command-line program: runs the loop on
+  /// the calling thread until quit().
   static void run();
   static void quit();
   /// Runs the loop until `condition` holds (tested after each round) or the time is over; true if it holds.

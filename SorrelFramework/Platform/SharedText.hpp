@@ -5,8 +5,9 @@
 
 namespace sorrel {
 
-/// An immutable text that its copies share: one pointer wide, one heap block for all copies, safe to copy on any
-/// thread. A scan of a million files keeps one such block for each location instead of one for each use of it.
+/// An immutable text that its copies share: one pointer wide, one heap block for all copies, safe to copy on
+/// any thread. A scan of a million files keeps one such block for each location instead of one for each use
+/// of it.
 class SharedText {
  public:
   SharedText() noexcept = default;

@@ -11,9 +11,9 @@
 
 namespace sorrel {
 
-/// A location. Keeps its text as it was given (RFC 3986 characters, percent-coded) and knows the rules of file
-/// URLs. Copies share the text. Names on disk are bytes: every byte of a path survives the way into a URL and
-/// back, whatever it is.
+/// A location. Keeps its text as it was given (RFC 3986 characters, percent-coded) and knows the rules of
+/// file URLs. Copies share the text. Names on disk are bytes: every byte of a path survives the way into a
+/// URL and back, whatever it is.
 class URL {
  public:
   /// The file URL of the empty path: a relative URL "./" on the process's current folder at this moment.
@@ -23,8 +23,8 @@ class URL {
   /// "!$&'()*+,-./:;=?@_~[]", one "#", and "%" with two hexadecimal digits behind it. No scheme is needed.
   static std::optional<URL> parse(std::string_view text);
 
-  /// The file URL of a path. A path that ends in "/" is a folder; otherwise lstat decides (a link to a folder is
-  /// none). The empty path gives URL().
+  /// The file URL of a path. A path that ends in "/" is a folder; otherwise lstat decides (a link to a folder
+  /// is none). The empty path gives URL().
   static URL fileURL(std::string_view path);
   /// The same without a look at the disk: a folder's URL ends in exactly one "/", any other in none.
   static URL fileURL(std::string_view path, bool isDirectory);
@@ -57,7 +57,8 @@ class URL {
   /// By text and base: file:///a and file:///a/ differ.
   friend bool operator==(const URL& a, const URL& b) noexcept = default;
   friend bool operator<(const URL& a, const URL& b) noexcept {
-    return a.text_.view() != b.text_.view() ? a.text_.view() < b.text_.view() : a.base_.view() < b.base_.view();
+    return a.text_.view() != b.text_.view() ? a.text_.view() < b.text_.view()
+                                            : a.base_.view() < b.base_.view();
   }
 
  private:
@@ -80,8 +81,8 @@ std::string percentDecodedBytes(std::string_view text);
 /// The strict form: nothing if a "%" lacks two hexadecimal digits or the decoded bytes are no UTF-8.
 std::optional<std::string> removingPercentEncoding(std::string_view text);
 
-/// Extension of a file name, without the dot; "" if it has none. A dot that is first or last makes none, nor does
-/// an extension that holds a blank, a slash or a bidirectional control character.
+/// Extension of a file name, without the dot; "" if it has none. A dot that is first or last makes none, nor
+/// does an extension that holds a blank, a slash or a bidirectional control character.
 std::string_view pathExtension(std::string_view lastComponent);
 /// "/a/b" gives "/a", "/a" gives "/", "a" gives "".
 std::string deletingLastPathComponent(std::string_view path);

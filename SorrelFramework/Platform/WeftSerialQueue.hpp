@@ -7,8 +7,8 @@
 
 namespace sorrel {
 
-/// Why a serial queue refused a task. Only the ordinal of ShutDown carries a meaning for callers: that queue will
-/// never take a task again.
+/// Why a serial queue refused a task. Only the ordinal of ShutDown carries a meaning for callers: that queue
+/// will never take a task again.
 enum class WeftRunError : int {
   QueueFull = 0,
   Suspended = 1,
@@ -18,8 +18,9 @@ enum class WeftRunError : int {
   Unknown = 5,
 };
 
-/// Runs tasks in the order of their submission, one at a time, on a thread of its own, so that a full pool never
-/// starves it. The thread starts with the first task. Virtual, so that a test can refuse tasks on demand.
+/// Runs tasks in the order of their submission, one at a time, on a thread of its own, so that a full pool
+/// never starves it. The thread starts with the first task. Virtual, so that a test can refuse tasks on
+/// demand.
 class WeftSerialQueue {
  public:
   using Task = std::function<void()>;

@@ -29,14 +29,17 @@ std::optional<ScanState> ScanStatusTable::get(std::int64_t finderID) const {
   return static_cast<ScanState>(value);
 }
 
-void ScanStatusTable::set(std::int64_t finderID, ScanState state) { cell(finderID).store(static_cast<int>(state)); }
+void ScanStatusTable::set(std::int64_t finderID, ScanState state) {
+  cell(finderID).store(static_cast<int>(state));
+}
 
 bool ScanStatusTable::startUnlessRunning(std::int64_t finderID) {
   return cell(finderID).exchange(static_cast<int>(ScanState::start)) != static_cast<int>(ScanState::start);
 }
 
 bool ScanStatusTable::suspendUnlessSuspended(std::int64_t finderID) {
-  return cell(finderID).exchange(static_cast<int>(ScanState::suspend)) != static_cast<int>(ScanState::suspend);
+  return cell(finderID).exchange(static_cast<int>(ScanState::suspend)) !=
+         static_cast<int>(ScanState::suspend);
 }
 
 void ScanStatusTable::resetForTesting() {

@@ -8,8 +8,8 @@ namespace sorrel {
 
 enum class ScanState : int { start = 0, end = 1, suspend = 2 };
 
-/// The table of running scans: one ScanState for each feature's finderID. Safe on any thread. A walk takes the
-/// cell of its feature once and reads that, so that the test before each item costs one load.
+/// The table of running scans: one ScanState for each feature's finderID. Safe on any thread. A walk takes
+/// the cell of its feature once and reads that, so that the test before each item costs one load.
 class ScanStatusTable {
  public:
   /// Value of a cell whose feature has no entry yet.
