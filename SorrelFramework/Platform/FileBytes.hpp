@@ -1,0 +1,20 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace sorrel {
+
+/// The whole content of a regular file; links are followed. Nothing if it is missing, unreadable, longer than
+/// `limit` bytes, or anything but a regular file: a FIFO, a socket or a device is never read. Any thread.
+[[nodiscard]] std::optional<std::string> readFileBytes(const std::string& path, std::size_t limit);
+
+/// Replaces the content of `path` in one step: a temporary file beside it with the mode and the owner of the
+/// old one, synchronised with the disk, then renamed over it. A new file gets the mode 0666 less the umask.
+/// False if any step fails, and for a path that is a link, a folder or a device; the old file is untouched
+/// then, and no temporary file stays behind. Any thread.
+[[nodiscard]] bool writeFileAtomically(const std::string& path, std::string_view bytes);
+
+}  // namespace sorrel

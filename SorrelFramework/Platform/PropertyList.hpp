@@ -1,0 +1,189 @@
+#pragma once
+
+#include <concepts>
+#include <cstddef>
+#include <cstdint>
+#include <initializer_list>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <unordered_map>
+#include <utility>
+#include <variant>
+#include <vector>
+
+#include "SorrelFramework/Platform/Date.hpp"
+
+namespace sorrel {
+
+class PropertyListDictionary;
+
+/// One value of a property list, with everything below it. Copies are deep; moves cost nothing. Any depth can
+/// be built, copied, compared and freed without a deep stack; only readers and writers have a limit.
+class PropertyList {
+ public:
+  enum class Type { Boolean, Integer, Real, String, Data, Date, Array, Dictionary, UID };
+  using Array = std::vector<PropertyList>;
+  using Data = std::vector<std::uint8_t>;
+  using Dictionary = PropertyListDictionary;
+  /// A reference of a keyed archive: an index into its object table.
+  struct UID {
+    std::uint64_t value = 0;
+    friend bool operator==(const UID&, const UID&) = default;
+  };
+
+  /// An empty dictionary.
+  PropertyList();
+  /// A boolean stays one. Integers are signed 64 bits wide; an unsigned one above that range keeps its value,
+  /// but only asReal() and asUnsigned() hand it out.
+  template <std::integral Number>
+  PropertyList(Number value) : value_(widened(value)) {}
+  PropertyList(double value) : value_(value) {}
+  PropertyList(std::string value) : value_(std::move(value)) {}
+  PropertyList(std::string_view value) : value_(std::string(value)) {}
+  PropertyList(const char* value) : value_(std::string(value)) {}
+  PropertyList(Data value) : value_(std::move(value)) {}
+  PropertyList(sorrel::Date value) : value_(value) {}
+  PropertyList(UID value) : value_(value) {}
+  PropertyList(Array value);
+  PropertyList(Dictionary value);
+
+  PropertyList(const PropertyList& other);
+  PropertyList& operator=(const PropertyList& other);
+  /// What was moved from holds false.
+  PropertyList(PropertyList&& other) noexcept;
+  PropertyList& operator=(PropertyList&& other) noexcept;
+  ~PropertyList();
+
+  [[nodiscard]] Type type() const noexcept;
+
+  /// The typed readers: nothing if the value is of another kind. Numbers bridge into one another where the
+  /// value stays the same: an integer is asked of booleans (0, 1) and of reals without a fraction, a boolean
+  /// of the numbers 0 and 1, a real of every number.
+  [[nodiscard]] std::optional<bool> asBoolean() const noexcept;
+  [[nodiscard]] std::optional<std::int64_t> asInteger() const noexcept;
+  [[nodiscard]] std::optional<std::uint64_t> asUnsigned() const noexcept;
+  [[nodiscard]] std::optional<double> asReal() const noexcept;
+  [[nodiscard]] std::optional<sorrel::Date> asDate() const noexcept;
+  [[nodiscard]] std::optional<UID> asUID() const noexcept;
+  /// Texts are UTF-8. The pointers live as long as this value stays as it is.
+  [[nodiscard]] const std::string* asString() const noexcept;
+  [[nodiscard]] const Data* asData() const noexcept;
+  [[nodiscard]] const Array* asArray() const noexcept;
+  [[nodiscard]] Array* asArray() noexcept;
+  [[nodiscard]] const Dictionary* asDictionary() const noexcept;
+  [[nodiscard]] Dictionary* asDictionary() noexcept;
+
+  /// The value under `key`; nullptr if this is no dictionary or has no such key.
+  [[nodiscard]] const PropertyList* find(std::string_view key) const noexcept;
+  [[nodiscard]] PropertyList* find(std::string_view key) noexcept;
+  /// The text, the array ... under `key`: find() and the typed reader in one.
+  [[nodiscard]] const std::string* findString(std::string_view key) const noexcept;
+  [[nodiscard]] const Array* findArray(std::string_view key) const noexcept;
+  [[nodiscard]] Array* findArray(std::string_view key) noexcept;
+  [[nodiscard]] const Dictionary* findDictionary(std::string_view key) const noexcept;
+
+  /// Same kinds and values all the way down. The order of a dictionary's keys does not count; NaN equals NaN.
+  friend bool operator==(const PropertyList& a, const PropertyList& b);
+
+ private:
+  using Big = std::uint64_t;  // only for values above the range of int64_t
+  using Value = std::variant<bool, std::int64_t, Big, double, std::string, Data, sorrel::Date, UID,
+                             std::unique_ptr<Array>, std::unique_ptr<Dictionary>>;
+
+  template <std::integral Number>
+  static Value widened(Number value) {
+    if constexpr (std::same_as<Number, bool>) {
+      return value;
+    } else {
+      if (std::in_range<std::int64_t>(value)) return static_cast<std::int64_t>(value);
+      return static_cast<Big>(value);
+    }
+  }
+  void freeIteratively() noexcept;
+  [[nodiscard]] bool equalsHere(const PropertyList& other) const;
+
+  Value value_;
+};
+
+/// The keys and values of a dictionary in the order of the file, or of their first setting.
+class PropertyListDictionary {
+ public:
+  struct Entry;
+
+  PropertyListDictionary();
+  PropertyListDictionary(std::initializer_list<Entry> entries);
+  PropertyListDictionary(const PropertyListDictionary& other);
+  PropertyListDictionary& operator=(const PropertyListDictionary& other);
+  PropertyListDictionary(PropertyListDictionary&& other) noexcept;
+  PropertyListDictionary& operator=(PropertyListDictionary&& other) noexcept;
+  ~PropertyListDictionary();
+
+  [[nodiscard]] std::size_t size() const noexcept;
+  [[nodiscard]] bool empty() const noexcept { return size() == 0; }
+  [[nodiscard]] const std::vector<Entry>& entries() const noexcept { return entries_; }
+  [[nodiscard]] std::vector<Entry>::const_iterator begin() const noexcept;
+  [[nodiscard]] std::vector<Entry>::const_iterator end() const noexcept;
+
+  [[nodiscard]] const PropertyList* find(std::string_view key) const noexcept;
+  [[nodiscard]] PropertyList* find(std::string_view key) noexcept;
+  /// Replaces the value under `key` at its place, or appends. Pointers from find() end here and in erase().
+  PropertyList& set(std::string key, PropertyList value);
+  /// False if there is no such key.
+  bool erase(std::string_view key);
+
+ private:
+  friend class PropertyList;
+  struct Hash {
+    using is_transparent = void;
+    std::size_t operator()(std::string_view text) const noexcept {
+      return std::hash<std::string_view>()(text);
+    }
+  };
+  using Index = std::unordered_map<std::string, std::size_t, Hash, std::equal_to<>>;
+
+  [[nodiscard]] std::size_t position(std::string_view key) const noexcept;
+  void rebuildIndex();
+
+  std::vector<Entry> entries_;
+  std::unique_ptr<Index> index_;  // only for big dictionaries
+};
+
+struct PropertyListDictionary::Entry {
+  std::string key;
+  PropertyList value;
+};
+
+enum class PropertyListFormat { XML, Binary };
+
+/// Limits of a list that is read. One that passes any of them counts as damaged. The writers hold the depth
+/// too.
+inline constexpr std::size_t kPropertyListByteLimit = std::size_t{64} << 20;
+inline constexpr std::size_t kPropertyListDepthLimit = 512;
+inline constexpr std::size_t kPropertyListNodeLimit = 4'000'000;
+
+/// Reads a property list and tells its form by the content: binary ("bplist0"), XML (UTF-8, or UTF-16 with a
+/// byte order mark), otherwise old-style text. Nothing if the bytes are damaged or pass a limit. Any thread.
+[[nodiscard]] std::optional<PropertyList> parsePropertyList(std::string_view bytes);
+
+/// The same for the file at `path` (links are followed); nothing also if it is missing, unreadable or no
+/// regular file: a FIFO or a device is never read.
+[[nodiscard]] std::optional<PropertyList> readPropertyListFile(const std::string& path);
+
+/// The XML form: UTF-8, keys in ascending order of their bytes, indented by tabs, a line feed at the end;
+/// dates in whole seconds. A UID becomes a dictionary with the one key CF$UID. Nothing if the list can't be
+/// told in XML: a text that is no UTF-8 or holds a NUL, a date outside the years 1 to 9999, more levels than
+/// the limit.
+[[nodiscard]] std::optional<std::string> writePropertyListXML(const PropertyList& list);
+
+/// The binary form ("bplist00"): keys in their order, equal scalars stored once. Nothing if a text is no
+/// UTF-8 or the list has more levels than the limit.
+[[nodiscard]] std::optional<std::string> writePropertyListBinary(const PropertyList& list);
+
+/// Writes the list so that at every moment the file is whole, old or new: see writeFileAtomically(). False on
+/// failure; then the old file is untouched.
+[[nodiscard]] bool writePropertyListFile(const std::string& path, const PropertyList& list,
+                                         PropertyListFormat format = PropertyListFormat::XML);
+
+}  // namespace sorrel
