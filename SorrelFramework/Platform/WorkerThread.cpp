@@ -1,0 +1,64 @@
+#include "SorrelFramework/Platform/WorkerThread.hpp"
+
+#include <linux/ioprio.h>
+#include <pthread.h>
+#include <signal.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <system_error>
+#include <utility>
+
+namespace sorrel {
+namespace {
+
+constexpr int kUtilityNice = 5;
+constexpr int kBackgroundNice = 15;
+
+/// Blocks the signals that a thread about to start shall not take. Those that a fault of the thread itself
+/// raises stay open, so that crash handlers see them.
+class SignalsBlocked {
+ public:
+  SignalsBlocked() {
+    sigset_t blocked;
+    sigfillset(&blocked);
+    for (const int fault : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGTRAP, SIGABRT, SIGSYS, SIGPROF}) {
+      sigdelset(&blocked, fault);
+    }
+    pthread_sigmask(SIG_SETMASK, &blocked, &before_);
+  }
+  ~SignalsBlocked() { pthread_sigmask(SIG_SETMASK, &before_, nullptr); }
+  SignalsBlocked(const SignalsBlocked&) = delete;
+  SignalsBlocked& operator=(const SignalsBlocked&) = delete;
+
+ private:
+  sigset_t before_{};
+};
+
+void giveWay(WeftQOS qos) {
+  if (qos != WeftQOS::Utility && qos != WeftQOS::Background) return;
+  const auto thread = static_cast<id_t>(::gettid());
+  // Only a wish: a failure leaves the thread as urgent as the others.
+  ::setpriority(PRIO_PROCESS, thread, qos == WeftQOS::Background ? kBackgroundNice : kUtilityNice);
+  if (qos == WeftQOS::Background) {
+    ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, thread, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_IDLE, 0));
+  }
+}
+
+}  // namespace
+
+std::thread startWorkerThread(const char* name, WeftQOS qos, std::function<void()> body) {
+  const SignalsBlocked blocked;
+  try {
+    return std::thread([name, qos, run = std::move(body)] {
+      pthread_setname_np(pthread_self(), name);
+      giveWay(qos);
+      run();
+    });
+  } catch (const std::system_error&) {
+    return {};
+  }
+}
+
+}  // namespace sorrel
