@@ -1,0 +1,38 @@
+# What an installation holds: the library with its headers, the packages for CMake and pkg-config, the program and
+# its catalogues. Tests/Package installs it and builds consumers against it.
+include(CMakePackageConfigHelpers)
+
+install(TARGETS SorrelFramework EXPORT SorrelFrameworkTargets
+        ARCHIVE DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+        LIBRARY DESTINATION "${CMAKE_INSTALL_LIBDIR}"
+        FILE_SET HEADERS DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}"
+        FILE_SET umbrella DESTINATION "${CMAKE_INSTALL_INCLUDEDIR}")
+
+set(package_folder "${CMAKE_INSTALL_LIBDIR}/cmake/SorrelFramework")
+install(EXPORT SorrelFrameworkTargets NAMESPACE Sorrel:: DESTINATION "${package_folder}")
+configure_package_config_file(cmake/SorrelFrameworkConfig.cmake.in
+                              "${PROJECT_BINARY_DIR}/package/SorrelFrameworkConfig.cmake"
+                              INSTALL_DESTINATION "${package_folder}" NO_SET_AND_CHECK_MACRO)
+write_basic_package_version_file("${PROJECT_BINARY_DIR}/package/SorrelFrameworkConfigVersion.cmake"
+                                 COMPATIBILITY SameMinorVersion)
+install(FILES "${PROJECT_BINARY_DIR}/package/SorrelFrameworkConfig.cmake"
+              "${PROJECT_BINARY_DIR}/package/SorrelFrameworkConfigVersion.cmake"
+        DESTINATION "${package_folder}")
+
+# A consumer of a static library links what the library links, so nothing is private then.
+get_target_property(library_type SorrelFramework TYPE)
+if(library_type STREQUAL "STATIC_LIBRARY")
+  set(SORREL_PC_PRIVATE "")
+else()
+  set(SORREL_PC_PRIVATE ".private")
+endif()
+# Relative to the file itself, so that an installation can be moved and `cmake --install --prefix` holds.
+file(RELATIVE_PATH SORREL_PC_UP "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
+configure_file(cmake/SorrelFramework.pc.in "${PROJECT_BINARY_DIR}/package/SorrelFramework.pc" @ONLY)
+install(FILES "${PROJECT_BINARY_DIR}/package/SorrelFramework.pc"
+        DESTINATION "${CMAKE_INSTALL_LIBDIR}/pkgconfig")
+
+if(TARGET sorrel)
+  install(TARGETS sorrel RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+  install(DIRECTORY Catalogue DESTINATION "${CMAKE_INSTALL_DATADIR}/sorrel")
+endif()
