@@ -31,7 +31,11 @@ CategoryInformation::CategoryInformation(Integer newState, Integer newFinderID, 
   finderIDWasSet();
 }
 
-CategoryInformation::~CategoryInformation() = default;
+CategoryInformation::~CategoryInformation() {
+  for (FileInformation& child : childrens) child.parentCategoryInfo.forget(*this);
+  if (!childrenCateogry) return;
+  for (CategoryInformation& child : *childrenCateogry) child.parentCategory.forget(*this);
+}
 
 TreeNode::Parents CategoryInformation::parents() const noexcept {
   return {{featureInfo.get(), parentCategory.get()}};

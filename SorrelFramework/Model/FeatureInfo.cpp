@@ -20,7 +20,9 @@ FeatureInformation::FeatureInformation(Integer newFinderID, Integer newState, Im
       moduleInfo(*this, newModuleInfo.get()),
       attachInfomation(std::move(newAttachInfomation)) {}
 
-FeatureInformation::~FeatureInformation() = default;
+FeatureInformation::~FeatureInformation() {
+  for (CategoryInformation& child : categoryInfo) child.featureInfo.forget(*this);
+}
 
 TreeNode::Parents FeatureInformation::parents() const noexcept { return {{moduleInfo.get()}}; }
 

@@ -51,7 +51,9 @@ FileInformation::FileInformation(Integer newState, Integer newFinderID, Integer 
   hashValueString.take(*this);
 }
 
-FileInformation::~FileInformation() = default;
+FileInformation::~FileInformation() {
+  for (FileInformation& child : childrens) child.parentFileInfo.forget(*this);
+}
 
 TreeNode::Parents FileInformation::parents() const noexcept {
   return {{parentCategoryInfo.get(), parentFileInfo.get()}};

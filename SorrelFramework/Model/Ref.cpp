@@ -1,30 +1,116 @@
 #include "SorrelFramework/Model/Ref.hpp"
 
+#include <thread>
+
 namespace sorrel {
 
-void TreeNode::addHandle() noexcept {
-  const std::uint64_t before = counts_.fetch_add(kHandle, std::memory_order_acq_rel);
-  if ((before & kHandleMask) != 0) return;
-  for (TreeNode* parent : parents().node) {
-    if (parent != nullptr) parent->addHandle();
+// The lock bit is held for a few instructions, except where a pin waits for a node further up; it is taken
+// upwards only, so nobody can wait in a ring.
+
+bool TreeNode::countHandle() noexcept {
+  std::uint64_t seen = counts_.load(std::memory_order_relaxed);
+  for (;;) {
+    const bool first = (seen & kHandleMask) == 0;
+    if (first && (seen & kLock) != 0) {
+      std::this_thread::yield();
+      seen = counts_.load(std::memory_order_relaxed);
+      continue;
+    }
+    const std::uint64_t next = seen + kHandle + (first ? kLock : 0);
+    if (counts_.compare_exchange_weak(seen, next, std::memory_order_acquire, std::memory_order_relaxed)) {
+      return first;
+    }
   }
 }
 
-void TreeNode::dropHandle() noexcept {
+void TreeNode::addHandle() noexcept {
+  // A loop along the last parent, with a recursion for the others, which are few: a folder may lie as deep as
+  // it likes.
+  TreeNode* node = this;
+  bool first = node->countHandle();
+  while (first) {
+    const Parents up = node->parents();
+    if (up.node[0] != nullptr) up.node[0]->addHandle();
+    first = up.node[1] != nullptr && up.node[1]->countHandle();
+    // Only now: a change of the link would give back a handle that the parent has not been given yet.
+    node->unlockLinks();
+    node = up.node[1];
+  }
+}
+
+bool TreeNode::uncountHandle(Parents& pinned) noexcept {
+  std::uint64_t seen = counts_.load(std::memory_order_relaxed);
+  for (;;) {
+    const bool last = (seen & kHandleMask) == kHandle;
+    if (last && (seen & kLock) != 0) {
+      std::this_thread::yield();
+      seen = counts_.load(std::memory_order_relaxed);
+      continue;
+    }
+    const std::uint64_t next = last ? seen + kLock : seen - kHandle;
+    if (!counts_.compare_exchange_weak(seen, next, std::memory_order_acq_rel, std::memory_order_relaxed)) {
+      continue;
+    }
+    if (!last) return false;
+    break;
+  }
   // Read before the count falls: once it has, another thread may drop the last slot and free this record. The
-  // parents stay alive meanwhile through the handles that this call is about to give back.
-  TreeNode* self = this;
-  const Parents pinned = parents();
-  const std::uint64_t before = counts_.fetch_sub(kHandle, std::memory_order_acq_rel);
-  if ((before & kHandleMask) != 1) return;
-  if (before == kHandle) delete self;
-  for (TreeNode* parent : pinned.node) {
-    if (parent != nullptr) parent->dropHandle();
+  // parents stay alive meanwhile through the handles that the caller is about to give back.
+  pinned = parents();
+  const std::uint64_t before = counts_.fetch_sub(kHandle + kLock, std::memory_order_acq_rel);
+  if ((before & kHandleMask) != kHandle) return false;  // somebody took a handle meanwhile
+  if (before == kHandle + kLock) dispose(this);
+  return true;
+}
+
+void TreeNode::dropHandle() noexcept {
+  TreeNode* node = this;
+  Parents pinned;
+  while (node != nullptr && node->uncountHandle(pinned)) {
+    if (pinned.node[0] != nullptr) pinned.node[0]->dropHandle();
+    node = pinned.node[1];
   }
 }
 
 void TreeNode::dropSlot() noexcept {
-  if (counts_.fetch_sub(kSlot, std::memory_order_acq_rel) == kSlot) delete this;
+  if (counts_.fetch_sub(kSlot, std::memory_order_acq_rel) == kSlot) dispose(this);
+}
+
+bool TreeNode::lockLinks() noexcept {
+  std::uint64_t seen = counts_.load(std::memory_order_relaxed);
+  for (;;) {
+    if ((seen & kLock) != 0) {
+      std::this_thread::yield();
+      seen = counts_.load(std::memory_order_relaxed);
+      continue;
+    }
+    if (counts_.compare_exchange_weak(seen, seen + kLock, std::memory_order_acquire,
+                                      std::memory_order_relaxed)) {
+      return (seen & kHandleMask) != 0;
+    }
+  }
+}
+
+void TreeNode::unlockLinks() noexcept { counts_.fetch_sub(kLock, std::memory_order_release); }
+
+void TreeNode::dispose(TreeNode* dead) noexcept {
+  // One after another instead of one inside the other: the depth of a tree must not become the depth of the
+  // stack. A dead record needs its counts no more; they hold the next one of the row.
+  static_assert(sizeof(std::uintptr_t) <= sizeof(std::uint64_t));
+  thread_local TreeNode* row = nullptr;
+  thread_local bool running = false;
+
+  dead->counts_.store(reinterpret_cast<std::uintptr_t>(row), std::memory_order_relaxed);
+  row = dead;
+  if (running) return;
+  running = true;
+  while (row != nullptr) {
+    TreeNode* const next = row;
+    row = reinterpret_cast<TreeNode*>(
+        static_cast<std::uintptr_t>(next->counts_.load(std::memory_order_relaxed)));
+    delete next;
+  }
+  running = false;
 }
 
 }  // namespace sorrel

@@ -22,8 +22,12 @@ namespace sorrel {
 /// links up only pin while somebody outside looks at the record. docs/decisions/0001-tree-ownership.md tells
 /// why.
 ///
-/// Counting is safe on any thread. The links of one record (its parents, its children) are plain fields: they
-/// change on one thread at a time, and not while another thread drops a handle on that same record.
+/// Handles come and go on any thread, also while another thread changes a link of the same record. The fields
+/// of a record themselves (its parent links, its arrays of children) are plain: they are read and changed by
+/// one thread at a time.
+///
+/// A `Children` value outside of any record owns its records like an array of a parent: it keeps nothing
+/// above them. Whoever takes records out of a tree holds them as handles (`Children::refs()`).
 class TreeNode {
  public:
   TreeNode(const TreeNode&) = delete;
@@ -38,7 +42,8 @@ class TreeNode {
   TreeNode() = default;
   virtual ~TreeNode() = default;
 
-  /// The parents that a handle on this record keeps alive.
+  /// The parents that a handle on this record keeps alive. Chains of any length lead through the last one;
+  /// those through the others are short.
   [[nodiscard]] virtual Parents parents() const noexcept { return {}; }
 
  private:
@@ -51,16 +56,26 @@ class TreeNode {
 
   static constexpr std::uint64_t kHandle = 1;
   static constexpr std::uint64_t kSlot = std::uint64_t{1} << 32;
+  static constexpr std::uint64_t kLock = std::uint64_t{1} << 63;
   static constexpr std::uint64_t kHandleMask = kSlot - 1;
 
-  [[nodiscard]] bool hasHandle() const noexcept {
-    return (counts_.load(std::memory_order_acquire) & kHandleMask) != 0;
-  }
   void addHandle() noexcept;
   void dropHandle() noexcept;
   void addSlot() noexcept { counts_.fetch_add(kSlot, std::memory_order_relaxed); }
   void dropSlot() noexcept;
 
+  /// Keeps the links, and whether there is a handle at all, as they are until unlockLinks(). True if there is
+  /// one.
+  bool lockLinks() noexcept;
+  void unlockLinks() noexcept;
+  /// Counts one handle. True if it is the first: then the links are locked, and the caller pins the parents.
+  bool countHandle() noexcept;
+  /// Takes one handle off. True if it was the last: then `pinned` holds the parents that the caller lets go,
+  /// and this record may be gone.
+  bool uncountHandle(Parents& pinned) noexcept;
+  static void dispose(TreeNode* dead) noexcept;
+
+  // Handles, slots and the lock of the links. Whoever brings it to nought frees the record.
   std::atomic<std::uint64_t> counts_{0};
 };
 
@@ -229,12 +244,19 @@ class ParentLink {
   T* operator->() const noexcept { return parent_; }
   explicit operator bool() const noexcept { return parent_ != nullptr; }
 
+  /// For the destructor of `parent`: a child that lives on in the array of another parent must not keep a
+  /// link to it. Such a child has no handle, which would have kept `parent` alive.
+  void forget(const T& parent) noexcept {
+    if (parent_ == &parent) parent_ = nullptr;
+  }
+
  private:
   ParentLink& assign(T* parent) noexcept {
+    const bool pinned = owner_.lockLinks();
     // The new parent first: it may be reachable through the old one only.
-    const bool pinned = owner_.hasHandle();
     if (pinned && parent != nullptr) static_cast<TreeNode*>(parent)->addHandle();
     T* const old = std::exchange(parent_, parent);
+    owner_.unlockLinks();
     if (pinned && old != nullptr) static_cast<TreeNode*>(old)->dropHandle();
     return *this;
   }

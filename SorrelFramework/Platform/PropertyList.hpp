@@ -23,7 +23,11 @@ class PropertyListDictionary;
 /// be built, copied, compared and freed without a deep stack; only readers and writers have a limit.
 class PropertyList {
  public:
+// GCC takes a scoped enumerator for a shadow of sorrel::Integer.
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wshadow"
   enum class Type { Boolean, Integer, Real, String, Data, Date, Array, Dictionary, UID };
+#pragma GCC diagnostic pop
   using Array = std::vector<PropertyList>;
   using Data = std::vector<std::uint8_t>;
   using Dictionary = PropertyListDictionary;
