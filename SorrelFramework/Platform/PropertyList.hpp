@@ -48,10 +48,12 @@ class PropertyList {
   PropertyList(std::string_view value) : value_(std::string(value)) {}
   PropertyList(const char* value) : value_(std::string(value)) {}
   PropertyList(Data value) : value_(std::move(value)) {}
-  PropertyList(sorrel::Date value) : value_(value) {}
+  PropertyList(sorrel::Date value) : value_(StoredDate{value.secondsSince1970 - kSecondsFrom1970To2001}) {}
   PropertyList(UID value) : value_(value) {}
   PropertyList(Array value);
   PropertyList(Dictionary value);
+  /// A date as files hold it. Kept in that form, so that a list written back has the very same bytes for it.
+  [[nodiscard]] static PropertyList dateSince2001(double seconds);
 
   PropertyList(const PropertyList& other);
   PropertyList& operator=(const PropertyList& other);
@@ -70,6 +72,7 @@ class PropertyList {
   [[nodiscard]] std::optional<std::uint64_t> asUnsigned() const noexcept;
   [[nodiscard]] std::optional<double> asReal() const noexcept;
   [[nodiscard]] std::optional<sorrel::Date> asDate() const noexcept;
+  [[nodiscard]] std::optional<double> asSecondsSince2001() const noexcept;
   [[nodiscard]] std::optional<UID> asUID() const noexcept;
   /// Texts are UTF-8. The pointers live as long as this value stays as it is.
   [[nodiscard]] const std::string* asString() const noexcept;
@@ -93,7 +96,11 @@ class PropertyList {
 
  private:
   using Big = std::uint64_t;  // only for values above the range of int64_t
-  using Value = std::variant<bool, std::int64_t, Big, double, std::string, Data, sorrel::Date, UID,
+  struct StoredDate {
+    double secondsSince2001 = 0;
+    friend bool operator==(const StoredDate&, const StoredDate&) = default;
+  };
+  using Value = std::variant<bool, std::int64_t, Big, double, std::string, Data, StoredDate, UID,
                              std::unique_ptr<Array>, std::unique_ptr<Dictionary>>;
 
   template <std::integral Number>

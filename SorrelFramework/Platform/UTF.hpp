@@ -1,0 +1,15 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace sorrel {
+
+[[nodiscard]] bool isUTF8(std::string_view bytes);
+/// Nothing if `text` is no UTF-8.
+[[nodiscard]] std::optional<std::u16string> utf16FromUTF8(std::string_view text);
+/// A surrogate without its partner becomes U+FFFD.
+[[nodiscard]] std::string utf8FromUTF16(std::u16string_view text);
+
+}  // namespace sorrel
