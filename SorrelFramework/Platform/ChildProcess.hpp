@@ -1,0 +1,77 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sorrel {
+
+/// What a child process may take before it is ended, and how long it is waited for.
+struct ChildLimits {
+  /// Bytes of output. A child that prints more gets SIGINT; the rest of its output is thrown away.
+  std::size_t output = std::size_t{256} << 20;
+  /// How long a child that goes on after that lives until SIGKILL.
+  std::chrono::milliseconds killAfter{5'000};
+  /// How long the output of an ended child is read when a process that it left behind keeps it open.
+  std::chrono::milliseconds drain{1'000};
+};
+
+/// A program that runs beside this process: started as it is named, without a shell and without a search in
+/// PATH, its standard input empty, its standard output read here, its standard error that of this process. It
+/// gets a session of its own and dies with this process. Its environment holds PATH, LANG=C.UTF-8, and HOME,
+/// USER, TMPDIR, the XDG folders and the address of the session bus where this process has them; nothing
+/// else, so that no setting of the user's shell changes what a system tool prints.
+class ChildProcess {
+ public:
+  /// How the child ended: the status if it ended by itself, the number of the signal that ended it otherwise.
+  struct Ending {
+    int exitStatus = -1;
+    int signal = 0;
+    bool outputCut = false;  ///< it printed more than ChildLimits::output
+  };
+  /// Gets the next piece of output, on the thread of run(). False asks for an interrupt of the child, whose
+  /// output is read on until its end.
+  using OutputHandler = std::function<bool(std::string_view)>;
+
+  /// Starts the program at the absolute path `path`; `arguments` do not hold its name. A text with a zero
+  /// byte in it starts nothing.
+  ChildProcess(const std::string& path, const std::vector<std::string>& arguments, ChildLimits limits = {});
+  /// Kills a child that was never waited for.
+  ~ChildProcess();
+  ChildProcess(const ChildProcess&) = delete;
+  ChildProcess& operator=(const ChildProcess&) = delete;
+
+  /// 0, or the errno that kept the program from starting.
+  [[nodiscard]] int startError() const { return startError_; }
+
+  /// Reads the output and returns when the child has ended and all output was handed over. Blocks as long as
+  /// the child lives. Once, on the thread that made the child; a child that did not start ends at once.
+  Ending run(const OutputHandler& onOutput);
+
+  /// Sends SIGINT to the child; nothing once it has ended. Any thread.
+  void interrupt();
+
+ private:
+  struct Reading;
+
+  [[nodiscard]] int launch(const std::string& path, const std::vector<std::string>& arguments);
+  void readSome(Reading& reading, const OutputHandler& onOutput);
+  void keepLimits(Reading& reading);
+  void sendSignal(int signal);
+  [[nodiscard]] bool hasEnded() const;
+  Ending reap();
+
+  ChildLimits limits_;
+  int startError_ = 0;
+  int output_ = -1;
+  std::mutex mutex_;  // a signal never goes to a process id that was given back
+  pid_t pid_ = 0;
+};
+
+}  // namespace sorrel

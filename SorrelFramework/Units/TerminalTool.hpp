@@ -1,0 +1,50 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+
+namespace sorrel {
+
+/// Gets the whole output of a tool.
+using TerminalFinish = std::function<void(std::string)>;
+
+/// Runs the tools of the system as child processes. `launchPath` is the path that the system gives the tool;
+/// the machine may keep a stand-in elsewhere. Only standard output is looked at, not the exit status. A tool
+/// that cannot be started counts as one whose output is no text. All calls block until the tool has exited:
+/// never call them on the main queue.
+class TerminalUtils {
+ public:
+  TerminalUtils() = delete;
+
+  /// The whole output, or "Error" if it is not UTF-8.
+  static std::string runTerminal(const std::string& launchPath, const std::vector<std::string>& arguments);
+
+  /// Collects the output piece by piece on `thread` and calls `finish` there, once, when the tool has exited:
+  /// with the whole output, or "" if it is not UTF-8. Refused pieces are submitted again until `thread` takes
+  /// them; a queue that was shut down never calls `finish`.
+  static void realTimeRunTerminal(const std::string& launchPath, const std::vector<std::string>& arguments,
+                                  const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish);
+};
+
+/// The same for the scan of one feature: stopping that scan interrupts the tool.
+class TerminalUtilsClass {
+ public:
+  explicit TerminalUtilsClass(std::int64_t featureIndex);
+
+  std::string runTerminal(const std::string& launchPath, const std::vector<std::string>& arguments) const;
+
+  /// As TerminalUtils::realTimeRunTerminal; but each piece of output that meets a suspended scan is dropped
+  /// and sends the tool SIGINT. `finish` gets what was collected before. A tool that prints nothing more is
+  /// not interrupted.
+  void realTimeRunTerminal(const std::string& launchPath, const std::vector<std::string>& arguments,
+                           const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish) const;
+
+  std::int64_t featureIndex;  ///< finderID of the feature that the runner serves
+};
+
+}  // namespace sorrel
