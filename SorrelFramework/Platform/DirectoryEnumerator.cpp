@@ -1,0 +1,87 @@
+#include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
+
+#include <cerrno>
+#include <utility>
+
+namespace sorrel {
+
+bool isMet(std::string_view name, EnumerationOptions options) {
+  return (options & NSDirectoryEnumerationSkipsHiddenFiles) == 0 || !isHiddenName(name);
+}
+
+bool isEntered(std::string_view name, const FileStatus& status, EnumerationOptions options) {
+  if (!status.isDirectory() || (options & NSDirectoryEnumerationSkipsSubdirectoryDescendants) != 0)
+    return false;
+  return (options & NSDirectoryEnumerationSkipsPackageDescendants) == 0 || !isPackage(name, status);
+}
+
+DirectoryEnumerator::DirectoryEnumerator(const URL& root, EnumerationOptions options,
+                                         EnumerationErrorHandler errorHandler)
+    : options_(options), errorHandler_(std::move(errorHandler)) {
+  FileDescriptor folder = openFolder(root.path().c_str());
+  if (!folder.isOpen()) {
+    if (errorHandler_ && errno != ENOENT && errno != ENOTDIR) errorHandler_(root, errno);
+    return;
+  }
+  folders_.pushRoot(std::move(folder));
+  std::string text = root.absoluteString();
+  if (!text.ends_with('/')) text += '/';
+  readTop(std::move(text));
+}
+
+const DirectoryEnumerator::Item* DirectoryEnumerator::next() {
+  if (mayEnter_ && !skips_) enterPresentItem();
+  mayEnter_ = skips_ = false;
+  while (used_ > 0) {
+    Level& top = *levels_[used_ - 1];
+    if (top.next == top.listing.size()) {
+      leaveTop();
+      continue;
+    }
+    const std::string_view name = top.listing.name(top.next++);
+    if (!isMet(name, options_)) continue;
+    const auto status = statusOf(folders_.top(), name.data());
+    if (!status) continue;
+    item_.status = *status;
+    item_.name = name;
+    std::string tail = percentEncodedPath(name);
+    if (status->isDirectory()) tail += '/';
+    item_.url = URL::fromEncodedPieces(top.urlText, tail);
+    level_ = static_cast<int>(used_);
+    mayEnter_ = isEntered(name, *status, options_);
+    return &item_;
+  }
+  return nullptr;
+}
+
+ResourceValues DirectoryEnumerator::values(ResourceKeys keys) const {
+  return resourceValues(item_.url, keys, item_.name, item_.status);
+}
+
+void DirectoryEnumerator::enterPresentItem() {
+  if (folders_.push(item_.name.c_str())) {
+    readTop(std::string(item_.url.relativeText()));
+  } else if (errorHandler_ && errno != EXDEV && !errorHandler_(item_.url, errno)) {
+    used_ = 0;
+  }
+}
+
+void DirectoryEnumerator::readTop(std::string urlText) {
+  if (used_ == levels_.size()) levels_.push_back(std::make_unique<Level>());
+  Level& level = *levels_[used_++];
+  level.next = 0;
+  level.urlText = std::move(urlText);
+  if (!level.listing.read(stream_, folders_.top()) && errorHandler_ &&
+      !errorHandler_(URL::fromEncodedPieces(level.urlText, {}), stream_.error())) {
+    used_ = 0;
+  }
+}
+
+void DirectoryEnumerator::leaveTop() {
+  --used_;
+  // A folder that was moved away while the walk was below it is not found again: what is left of it is passed
+  // over.
+  if (!folders_.pop() && used_ > 0) levels_[used_ - 1]->next = levels_[used_ - 1]->listing.size();
+}
+
+}  // namespace sorrel

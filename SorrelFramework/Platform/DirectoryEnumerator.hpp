@@ -1,0 +1,91 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/FolderListing.hpp"
+#include "SorrelFramework/Platform/FolderStack.hpp"
+#include "SorrelFramework/Platform/FolderStream.hpp"
+#include "SorrelFramework/Platform/ResourceValues.hpp"
+#include "SorrelFramework/Platform/URL.hpp"
+
+namespace sorrel {
+
+/// Options of a walk; the raw values are those that callers pass on as numbers.
+enum EnumerationOption : std::uint32_t {
+  NSDirectoryEnumerationSkipsSubdirectoryDescendants = 1,  ///< the direct children only
+  NSDirectoryEnumerationSkipsPackageDescendants = 2,       ///< packages are met, not entered
+  NSDirectoryEnumerationSkipsHiddenFiles = 4,              ///< hidden items are neither met nor entered
+};
+using EnumerationOptions = std::uint32_t;
+
+/// Told about a folder that can't be read: its URL and the errno. False ends the walk.
+using EnumerationErrorHandler = std::function<bool(const URL&, int)>;
+
+/// Where a walk is: what a filter may ask and say about the item it looks at.
+class EnumerationPosition {
+ public:
+  /// 1 for the direct children of the root, 2 for theirs; 0 before the first item.
+  [[nodiscard]] int level() const noexcept { return level_; }
+  /// Leaves the present item unentered; means nothing for an item that is no folder.
+  void skipDescendants() noexcept { skips_ = true; }
+
+ protected:
+  EnumerationPosition() = default;
+  ~EnumerationPosition() = default;
+  int level_ = 0;
+  bool skips_ = false;
+};
+
+/// True if an item of that name is met at all.
+[[nodiscard]] bool isMet(std::string_view name, EnumerationOptions options);
+/// True if a walk goes into the folder.
+[[nodiscard]] bool isEntered(std::string_view name, const FileStatus& status, EnumerationOptions options);
+
+/// Walks everything below a folder, a parent before its children, the children of one folder in the order of
+/// their names' bytes. The root itself is not met; a root that is a link to a folder is entered, links on the
+/// way are not, nor are mount points. Folders that can't be read are met and passed over. The number of open
+/// files does not grow with the depth. A root that is missing or no folder gives a walk without items.
+class DirectoryEnumerator : public EnumerationPosition {
+ public:
+  struct Item {
+    URL url;           ///< a folder's ends in "/"
+    std::string name;  ///< last path component, as bytes
+    FileStatus status;
+  };
+
+  explicit DirectoryEnumerator(const URL& root, EnumerationOptions options = 0,
+                               EnumerationErrorHandler errorHandler = {});
+
+  /// The next item, null at the end. Valid until the next call.
+  const Item* next();
+
+  /// Values of the present item; nothing if it is gone.
+  [[nodiscard]] ResourceValues values(ResourceKeys keys) const;
+
+ private:
+  struct Level {
+    FolderListing listing;
+    std::size_t next = 0;
+    std::string urlText;  // of the folder, with its "/"
+  };
+  void enterPresentItem();
+  void readTop(std::string urlText);
+  void leaveTop();
+
+  EnumerationOptions options_;
+  EnumerationErrorHandler errorHandler_;
+  FolderStream stream_;
+  FolderStack folders_;
+  std::vector<std::unique_ptr<Level>> levels_;
+  std::size_t used_ = 0;  // levels in use; the others are kept for their memory
+  Item item_;
+  bool mayEnter_ = false;
+};
+
+}  // namespace sorrel

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <utility>
+
+namespace sorrel {
+
+/// Owns an open file descriptor; -1 for none.
+class FileDescriptor {
+ public:
+  FileDescriptor() noexcept = default;
+  explicit FileDescriptor(int descriptor) noexcept : descriptor_(descriptor) {}
+  FileDescriptor(FileDescriptor&& other) noexcept : descriptor_(std::exchange(other.descriptor_, -1)) {}
+  FileDescriptor& operator=(FileDescriptor&& other) noexcept {
+    std::swap(descriptor_, other.descriptor_);
+    return *this;
+  }
+  ~FileDescriptor() { reset(); }
+
+  [[nodiscard]] int get() const noexcept { return descriptor_; }
+  [[nodiscard]] bool isOpen() const noexcept { return descriptor_ >= 0; }
+  void reset() noexcept;
+
+ private:
+  int descriptor_ = -1;
+};
+
+}  // namespace sorrel

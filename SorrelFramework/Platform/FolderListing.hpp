@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "SorrelFramework/Platform/FolderStream.hpp"
+
+namespace sorrel {
+
+/// All names of one folder in the order of their bytes, so that every walk meets them in the same order on
+/// every file system. The memory is used again for the next folder.
+class FolderListing {
+ public:
+  /// Reads the open folder; false if the listing broke off, with the names met until then.
+  bool read(FolderStream& stream, int folder);
+
+  [[nodiscard]] std::size_t size() const noexcept { return spans_.size(); }
+  /// Ends in NUL.
+  [[nodiscard]] std::string_view name(std::size_t index) const noexcept {
+    return {names_.data() + spans_[index].offset, spans_[index].length};
+  }
+  [[nodiscard]] FolderStream::Type type(std::size_t index) const noexcept { return spans_[index].type; }
+
+ private:
+  struct Span {
+    std::size_t offset;
+    std::uint32_t length;
+    FolderStream::Type type;
+  };
+  std::string names_;  // one behind the other, each with its NUL
+  std::vector<Span> spans_;
+};
+
+}  // namespace sorrel

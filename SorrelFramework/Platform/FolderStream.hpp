@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+#include <vector>
+
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+
+namespace sorrel {
+
+/// Reads the entries of an open folder, many at a time with one system call; "." and ".." are left out. The
+/// order is that of the file system.
+class FolderStream {
+ public:
+  enum class Type : std::uint8_t { Unknown, Directory, Other };
+  struct Entry {
+    const char* name;  ///< ends in NUL; valid until the next call
+    std::size_t length;
+    Type type;  ///< Unknown where the file system does not say
+  };
+
+  FolderStream();
+
+  /// From the first entry of `folder`, which must stay open.
+  void start(int folder);
+  /// The next entry; null at the end, and after an error.
+  const Entry* next();
+  /// The errno that ended the listing early, 0 if it is complete.
+  [[nodiscard]] int error() const noexcept { return error_; }
+
+ private:
+  std::vector<char> buffer_;
+  std::size_t filled_ = 0;
+  std::size_t at_ = 0;
+  int folder_ = -1;
+  int error_ = 0;
+  Entry entry_{};
+};
+
+/// Opens the folder at `path` for reading, for the root of a walk: links are followed, but below the root of
+/// a mounted macOS volume none that leads out of it, since its "/" is not this machine's. Sets errno on
+/// failure.
+FileDescriptor openFolder(const char* path);
+/// Opens the folder `name` of the open folder `parent`; follows no link and enters no mount point, also none
+/// that shows another place of the same file system. Sets errno on failure.
+FileDescriptor openFolderIn(int parent, const char* name);
+
+}  // namespace sorrel

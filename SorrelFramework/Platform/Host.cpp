@@ -1,0 +1,246 @@
+#include "SorrelFramework/Platform/Host.hpp"
+
+#include <dirent.h>
+#include <pwd.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <atomic>
+#include <cstdlib>
+#include <mutex>
+#include <utility>
+#include <vector>
+
+namespace sorrel {
+namespace {
+
+/// A folder below the home, the variable that may move it, and nothing else: the XDG base directories.
+struct XDGFolder {
+  const char* variable;
+  std::string_view belowHome;
+};
+constexpr std::array<XDGFolder, 4> kXDGFolders = {{
+    {"XDG_CACHE_HOME", ".cache"},
+    {"XDG_CONFIG_HOME", ".config"},
+    {"XDG_DATA_HOME", ".local/share"},
+    {"XDG_STATE_HOME", ".local/state"},
+}};
+
+std::string withoutTrailingSlashes(std::string path) {
+  while (!path.empty() && path.back() == '/') path.pop_back();
+  return path;
+}
+
+std::optional<passwd> passwordEntry(uid_t uid, std::vector<char>& buffer) {
+  buffer.resize(1024);
+  passwd entry{};
+  passwd* found = nullptr;
+  while (::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) == ERANGE)
+    buffer.resize(buffer.size() * 2);
+  if (found == nullptr) return std::nullopt;
+  return entry;
+}
+
+std::optional<std::string> passwordName(uid_t uid) {
+  std::vector<char> buffer;
+  const auto entry = passwordEntry(uid, buffer);
+  return entry ? std::optional<std::string>(entry->pw_name) : std::nullopt;
+}
+
+std::optional<uid_t> ownerOf(const std::string& path) {
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) return std::nullopt;
+  return status.st_uid;
+}
+
+bool exists(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0;
+}
+
+std::vector<std::string> namesIn(const std::string& folder) {
+  std::vector<std::string> names;
+  if (DIR* stream = ::opendir(folder.c_str())) {
+    while (const dirent* entry = ::readdir(stream)) {
+      const std::string_view name = entry->d_name;
+      if (name != "." && name != "..") names.emplace_back(name);
+    }
+    ::closedir(stream);
+  }
+  std::sort(names.begin(), names.end());
+  return names;
+}
+
+/// The owners of the folders Users/NAME.
+std::map<uid_t, std::string> ownersOfHomes(const std::string& homes) {
+  std::map<uid_t, std::string> owners;
+  for (const std::string& name : namesIn(homes)) {
+    if (name == "Shared") continue;
+    if (const auto owner = ownerOf(homes + '/' + name)) owners.emplace(*owner, name);
+  }
+  return owners;
+}
+
+std::string absoluteVariable(const char* name) {
+  const char* value =
+      std::getenv(name);  // NOLINT(concurrency-mt-unsafe): read once, before any thread starts
+  return value != nullptr && value[0] == '/' ? withoutTrailingSlashes(value) : std::string();
+}
+
+/// True if `path` is `folder` or lies below it.
+bool isAtOrBelow(std::string_view path, std::string_view folder) {
+  return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
+}
+
+std::atomic<const Host*> installed{nullptr};
+
+}  // namespace
+
+Host Host::macVolume(std::string root, std::string user, MainBundle bundle) {
+  Host host;
+  host.layout_ = Layout::MacVolume;
+  host.root_ = withoutTrailingSlashes(std::move(root));
+  host.userName_ = std::move(user);
+  host.home_ = host.root_ + "/Users/" + host.userName_;
+  host.bundle_ = std::move(bundle);
+  host.userID_ = ownerOf(host.home_).value_or(::getuid());
+  host.volumeOwners_ = ownersOfHomes(host.homesFolder());
+  // The user whose eyes this is wins where several homes have one owner.
+  if (exists(host.home_)) host.volumeOwners_[host.userID_] = host.userName_;
+  return host;
+}
+
+Host Host::linuxDesktop(MainBundle bundle) {
+  Host host;
+  host.layout_ = Layout::LinuxDesktop;
+  host.userID_ = ::getuid();
+  std::vector<char> buffer;
+  const auto effective = passwordEntry(::geteuid(), buffer);
+  host.userName_ = effective ? effective->pw_name : std::to_string(::geteuid());
+  host.home_ = absoluteVariable("HOME");
+  if (host.home_.empty()) host.home_ = effective ? effective->pw_dir : "/";
+  for (const XDGFolder& folder : kXDGFolders) {
+    std::string place = absoluteVariable(folder.variable);
+    if (place.empty()) place = host.home_ + '/' + std::string(folder.belowHome);
+    host.xdg_.emplace(folder.belowHome, std::move(place));
+  }
+  host.bundle_ = std::move(bundle);
+  return host;
+}
+
+void Host::install(Host host) {
+  // Kept for good: a thread of an earlier scan may still look at the host it started with.
+  static std::mutex mutex;
+  static std::vector<std::unique_ptr<const Host>>& hosts = *new std::vector<std::unique_ptr<const Host>>;
+  const std::lock_guard lock(mutex);
+  hosts.push_back(std::make_unique<const Host>(std::move(host)));
+  installed.store(hosts.back().get(), std::memory_order_release);
+}
+
+const Host& Host::current() {
+  if (const Host* host = installed.load(std::memory_order_acquire)) return *host;
+  static const Host& machine = *new Host(linuxDesktop({}));
+  return machine;
+}
+
+std::string Host::homesFolder() const { return layout_ == Layout::MacVolume ? root_ + "/Users" : "/home"; }
+
+std::string Host::locate(std::string_view layoutPath) const {
+  if (layout_ == Layout::MacVolume) return root_ + std::string(layoutPath);
+  for (const auto& [belowHome, place] : xdg_) {
+    const std::string usual = home_ + '/' + belowHome;
+    if (isAtOrBelow(layoutPath, usual)) return place + std::string(layoutPath.substr(usual.size()));
+  }
+  return std::string(layoutPath);
+}
+
+URL Host::locate(const URL& layoutURL) const {
+  if (!layoutURL.isFileURL() || layoutURL.isEmptyPath()) return layoutURL;
+  const std::string path = layoutURL.path();
+  if (path.empty() || path.front() != '/') return layoutURL;
+  const std::string place = locate(path);
+  if (place == path) return layoutURL;
+  return URL::fileURL(place, layoutURL.relativeText().ends_with('/'));
+}
+
+std::string Host::layoutPath(std::string_view path) const {
+  if (root_.empty() || !isAtOrBelow(path, root_)) return std::string(path);
+  path.remove_prefix(root_.size());
+  return path.empty() ? "/" : std::string(path);
+}
+
+std::string Host::homeURLText() const {
+  if (layout_ == Layout::MacVolume) return "file:///Users/" + userName_ + '/';
+  return "file://" + percentEncodedPath(home_) + '/';
+}
+
+std::string Host::applicationSupportFolder() const {
+  return layout_ == Layout::MacVolume ? home_ + "/Library/Application Support" : xdg_.at(".local/share");
+}
+
+std::string Host::cachesFolder() const {
+  return layout_ == Layout::MacVolume ? home_ + "/Library/Caches" : xdg_.at(".cache");
+}
+
+std::string Host::preferencesFolder() const {
+  return layout_ == Layout::MacVolume ? home_ + "/Library/Preferences" : xdg_.at(".config");
+}
+
+std::string Host::documentsFolder() const { return home_ + "/Documents"; }
+
+std::optional<std::string> Host::ownerName(uid_t uid) const {
+  if (const auto known = volumeOwners_.find(uid); known != volumeOwners_.end()) return known->second;
+  // The password file may lie on the network: each id is asked for once.
+  static std::mutex mutex;
+  static std::map<uid_t, std::optional<std::string>>& names =
+      *new std::map<uid_t, std::optional<std::string>>;
+  const std::lock_guard lock(mutex);
+  const auto [entry, isNew] = names.try_emplace(uid);
+  if (isNew) entry->second = passwordName(uid);
+  return entry->second;
+}
+
+std::string Host::matchingLetterCase(std::string_view path) const {
+  if (!ignoresLetterCase() || exists(std::string(path)) || !isAtOrBelow(path, root_))
+    return std::string(path);
+  std::string found = root_;
+  std::string_view rest = path.substr(root_.size());
+  while (!rest.empty()) {
+    rest.remove_prefix(std::min(rest.find_first_not_of('/'), rest.size()));
+    const std::string component(rest.substr(0, rest.find('/')));
+    rest.remove_prefix(component.size());
+    if (component.empty()) break;
+    std::string next = found + '/' + component;
+    if (!exists(next)) {
+      const auto names = namesIn(found.empty() ? "/" : found);
+      const auto match = std::find_if(names.begin(), names.end(), [&component](const std::string& name) {
+        return ::strcasecmp(name.c_str(), component.c_str()) == 0;
+      });
+      if (match == names.end()) return std::string(path);
+      next = found + '/' + *match;
+    }
+    found = std::move(next);
+  }
+  return found;
+}
+
+std::string Host::tool(std::string_view path) const {
+  if (!toolFolder_.empty()) {
+    std::string standIn = toolFolder_ + '/' + std::string(sorrel::lastPathComponent(path));
+    if (::access(standIn.c_str(), X_OK) == 0) return standIn;
+  }
+  return std::string(path);
+}
+
+std::optional<std::string> Host::resourcePath(std::string_view name, std::string_view type) const {
+  if (bundle_.resourceFolder.empty()) return std::nullopt;
+  std::string path = bundle_.resourceFolder + '/' + std::string(name);
+  if (!type.empty()) path.append(".").append(type);
+  if (!exists(path)) return std::nullopt;
+  return path;
+}
+
+}  // namespace sorrel

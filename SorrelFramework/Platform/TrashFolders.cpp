@@ -1,0 +1,49 @@
+#include "SorrelFramework/Platform/TrashFolders.hpp"
+
+#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/URL.hpp"
+
+namespace sorrel {
+namespace {
+
+bool isRealFolder(const std::string& path) {
+  const auto status = statusOf(path);
+  return status && status->isDirectory();
+}
+
+/// A real folder of the user's own; what a link or a stranger's folder holds is not the user's trash.
+bool isOwnFolder(const std::string& path, std::uint32_t uid) {
+  const auto status = statusOf(path);
+  return status && status->isDirectory() && status->uid == uid;
+}
+
+bool isStickyFolder(const std::string& path) {
+  const auto status = statusOf(path);
+  return status && status->isDirectory() && status->isSticky();
+}
+
+void addFilesOf(const std::string& trash, std::uint32_t uid, std::vector<std::string>& folders) {
+  const std::string files = trash + "/files";
+  if (isOwnFolder(trash, uid) && isOwnFolder(files, uid)) folders.push_back(files);
+}
+
+}  // namespace
+
+std::vector<std::string> trashFoldersOf(const std::string& volume) {
+  const Host& host = Host::current();
+  const std::string uid = std::to_string(host.userID());
+  std::vector<std::string> folders;
+  if (host.layout() == Host::Layout::MacVolume) {
+    const std::string trashes = appendingPathComponent(volume, ".Trashes");
+    const std::string trash = trashes + '/' + uid;
+    if (isRealFolder(trashes) && isRealFolder(trash)) folders.push_back(trash);
+    return folders;
+  }
+  const std::string shared = appendingPathComponent(volume, ".Trash");
+  if (isStickyFolder(shared)) addFilesOf(shared + '/' + uid, host.userID(), folders);
+  addFilesOf(appendingPathComponent(volume, ".Trash-" + uid), host.userID(), folders);
+  return folders;
+}
+
+}  // namespace sorrel
