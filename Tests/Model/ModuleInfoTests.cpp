@@ -1,13 +1,9 @@
 #include "SorrelFramework/Model/ModuleInfo.hpp"
 
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <any>
-#include <filesystem>
-#include <fstream>
 #include <memory>
-#include <stdexcept>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -16,32 +12,13 @@
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/PropertyList.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel {
 namespace {
 
 using Dictionary = PropertyList::Dictionary;
 using Array = PropertyList::Array;
-
-class TemporaryFolder {
- public:
-  TemporaryFolder() {
-    std::string pattern = testing::TempDir() + "sorrel-catalogue-XXXXXX";
-    if (::mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary folder");
-    path_ = pattern;
-  }
-  ~TemporaryFolder() {
-    std::error_code ignored;
-    std::filesystem::remove_all(path_, ignored);
-  }
-  TemporaryFolder(const TemporaryFolder&) = delete;
-  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
-
-  [[nodiscard]] std::string path(std::string_view name) const { return path_ + '/' + std::string(name); }
-
- private:
-  std::string path_;
-};
 
 Dictionary category(Integer finder) {
   return {{"finder", finder}, {"status", 1},         {"title", "category"},
@@ -78,7 +55,10 @@ Dictionary location(std::string_view url) { return {{"url", url}}; }
 /// A catalogue in a temporary folder, read for the user alice of the volume mounted at `root()`.
 class ModuleInfo : public testing::Test {
  protected:
-  ModuleInfo() { useVolume(""); }
+  ModuleInfo() {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    useVolume("");
+  }
   ~ModuleInfo() override { Host::install(Host::linuxDesktop({})); }
 
   void useVolume(const std::string& root) {
@@ -90,7 +70,6 @@ class ModuleInfo : public testing::Test {
   void write(const Dictionary& root, PropertyListFormat format = PropertyListFormat::XML) {
     ASSERT_TRUE(writePropertyListFile(file(), root, format));
   }
-  void writeText(std::string_view text) { std::ofstream(file(), std::ios::binary) << text; }
 
   std::vector<Ref<ModuleInformation>> read(const Dictionary& root) {
     write(root);
@@ -104,7 +83,7 @@ class ModuleInfo : public testing::Test {
     return readFeature(feature(1, {only}))->categoryInfo.ref(0);
   }
 
-  TemporaryFolder folder_;
+  test::TemporaryFolder folder_;
 };
 using ModuleInfoDeathTest = ModuleInfo;
 
@@ -356,8 +335,7 @@ TEST_F(ModuleInfo, imagesThatNobodyHasAreEmpty) {
 }
 
 TEST_F(ModuleInfo, imagesAreFoundAmongTheResourcesOfTheMainBundle) {
-  std::filesystem::create_directory(folder_.path("Resources"));
-  std::ofstream(folder_.path("Resources/broom.png")) << "png";
+  folder_.file("Resources/broom.png", "png");
   EXPECT_EQ(read({{"m", with(module(1), "image", "broom")}})[0]->image, Image::named("broom"));
   EXPECT_EQ(readFeature(with(feature(1), "image", "broom"))->icon, Image::named("broom"));
   EXPECT_EQ(readCategory(with(category(1), "image", "broom"))->icon, Image::named("broom"));
@@ -399,7 +377,7 @@ TEST_F(ModuleInfo, readsTheBinaryForm) {
 }
 
 TEST_F(ModuleInfo, readsTheDefaultCatalogueFromTheMainBundle) {
-  std::filesystem::create_directory(folder_.path("Resources"));
+  folder_.folder("Resources");
   ASSERT_TRUE(writePropertyListFile(folder_.path("Resources/Feature.plist"), Dictionary{{"m", module(6)}}));
   EXPECT_EQ(finderIDs(ModuleInformation::getModule()), (std::vector<Integer>{6}));
 }
@@ -463,7 +441,7 @@ TEST_F(ModuleInfoDeathTest, missingFileStops) {
 }
 
 TEST_F(ModuleInfoDeathTest, damagedFileStops) {
-  writeText("<plist><dict><key>");
+  folder_.file("Feature.plist", "<plist><dict><key>");
   EXPECT_DEATH(ModuleInformation::getModule(file()), std::string(kNil) + ".*Feature\\.plist");
 }
 
@@ -576,15 +554,9 @@ TEST_P(ModuleInfoKeysDeathTest, mistypedKeyStopsOnTheCast) {
 }
 
 INSTANTIATE_TEST_SUITE_P(Catalogue, ModuleInfoKeysDeathTest, testing::ValuesIn(kRequiredKeys),
-                         [](const testing::TestParamInfo<RequiredKey>& info) {
-                           return std::string(info.param.level) + '_' + info.param.key;
+                         [](const testing::TestParamInfo<RequiredKey>& row) {
+                           return std::string(row.param.level) + "_" + row.param.key;
                          });
-
-/// Death tests start the program anew: others may have left threads behind.
-[[maybe_unused]] const bool threadsafe = [] {
-  testing::FLAGS_gtest_death_test_style = "threadsafe";
-  return true;
-}();
 
 }  // namespace
 }  // namespace sorrel
