@@ -3,6 +3,7 @@
 // decoding is a dozen lines more, while the library would walk the file again with the recursion and the
 // sizes it trusts. Its writer would lose what a file of another program holds: dates outside 1933-2069, texts
 // with a NUL.
+#include <algorithm>
 #include <bit>
 
 #include "SorrelFramework/Platform/PropertyListBinaryFormat.hpp"
@@ -15,9 +16,13 @@ using namespace propertylist;
 
 namespace {
 
-/// Texts and data of a list that shares its objects may grow when each use gets a copy; this is how much of
-/// them a tree may hold in all.
+/// A list that shares its objects grows, as each use gets a copy. What a tree may hold is measured by the
+/// file, so that a few bytes can't ask for a gigabyte.
 constexpr std::size_t kPayloadLimit = kPropertyListByteLimit * 4;
+constexpr std::size_t kPayloadAtLeast = std::size_t{1} << 20;
+constexpr std::size_t kPayloadPerByte = 64;
+constexpr std::size_t kNodesAtLeast = std::size_t{1} << 16;
+constexpr std::size_t kNodesPerByte = 256;
 
 std::uint64_t bigEndian(std::string_view bytes) {
   std::uint64_t value = 0;
@@ -27,7 +32,10 @@ std::uint64_t bigEndian(std::string_view bytes) {
 
 class BinaryReader {
  public:
-  explicit BinaryReader(std::string_view bytes) : bytes_(bytes) {}
+  explicit BinaryReader(std::string_view bytes)
+      : bytes_(bytes),
+        nodeLimit_(std::min(kPropertyListNodeLimit, kNodesAtLeast + kNodesPerByte * bytes.size())),
+        payloadLimit_(std::min(kPayloadLimit, kPayloadAtLeast + kPayloadPerByte * bytes.size())) {}
 
   std::optional<PropertyList> read() {
     if (!readTrailer()) return std::nullopt;
@@ -122,7 +130,7 @@ class BinaryReader {
 
   std::optional<PropertyList> object(std::uint64_t ref, std::size_t depth) {
     const std::optional<Head> head = this->head(ref);
-    if (!head.has_value() || ++nodes_ > kPropertyListNodeLimit) return std::nullopt;
+    if (!head.has_value() || ++nodes_ > nodeLimit_) return std::nullopt;
     if (head->kind != kArray && head->kind != kDictionary) return scalar(*head);
     if (depth > kPropertyListDepthLimit || onPath_[ref]) return std::nullopt;
     onPath_[ref] = true;
@@ -136,7 +144,7 @@ class BinaryReader {
   }
 
   std::optional<PropertyList> array(const Head& head, std::size_t depth) {
-    if (head.count > kPropertyListNodeLimit - nodes_) return std::nullopt;
+    if (head.count > nodeLimit_ - nodes_) return std::nullopt;
     PropertyList::Array values;
     values.reserve(head.count);
     for (std::uint64_t i = 0; i < head.count; ++i) {
@@ -163,7 +171,7 @@ class BinaryReader {
     const std::size_t width = head.kind == kUTF16 ? 2 : 1;
     const std::string_view body = bytes_.substr(head.body, head.count * width);
     payload_ += body.size();
-    if (payload_ > kPayloadLimit) return std::nullopt;
+    if (payload_ > payloadLimit_) return std::nullopt;
     switch (head.kind) {
       case kSimple:
         return PropertyList(head.low == kTrue);
@@ -216,6 +224,8 @@ class BinaryReader {
   }
 
   std::string_view bytes_;
+  std::size_t nodeLimit_;
+  std::size_t payloadLimit_;
   std::size_t offsetSize_ = 0;
   std::size_t refSize_ = 0;
   std::uint64_t objectCount_ = 0;
