@@ -93,7 +93,7 @@ TEST(UserDefaults, manyThreadsLoseNoValue) {
 
 TEST(UserDefaults, standardOnesLieInThePreferencesOfTheMainBundle) {
   const TemporaryFolder volume;
-  Host::install(Host::macVolume(volume.path(), "alice", {.identifier = "com.example.app"}));
+  Host::install(Host::macVolume(volume.path(), "alice", {"com.example.app", "", {}}));
   EXPECT_TRUE(UserDefaults::standard().set("key", "value"));
   const auto list =
       readPropertyListFile(volume.path("Users/alice/Library/Preferences/com.example.app.plist"));
@@ -105,7 +105,7 @@ TEST(UserDefaults, standardOnesLieInThePreferencesOfTheMainBundle) {
 TEST(UserDefaults, standardOnesWithoutAFileNameKeepNothing) {
   const TemporaryFolder volume;
   for (const char* identifier : {"", "../x", "a/b"}) {
-    Host::install(Host::macVolume(volume.path(), "alice", {.identifier = identifier}));
+    Host::install(Host::macVolume(volume.path(), "alice", {identifier, "", {}}));
     EXPECT_EQ(UserDefaults::standard().path(), "") << identifier;
     EXPECT_FALSE(UserDefaults::standard().set("key", "value"));
   }
