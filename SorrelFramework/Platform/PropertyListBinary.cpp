@@ -8,6 +8,7 @@
 
 #include "SorrelFramework/Platform/PropertyListBinaryFormat.hpp"
 #include "SorrelFramework/Platform/PropertyListForms.hpp"
+#include "SorrelFramework/Platform/Text.hpp"
 #include "SorrelFramework/Platform/UTF.hpp"
 
 namespace sorrel {
@@ -214,7 +215,7 @@ class BinaryReader {
   }
 
   static std::optional<PropertyList> text(unsigned kind, std::string_view body) {
-    if (!isUTF8(body)) return std::nullopt;
+    if (!isValidUTF8(body)) return std::nullopt;
     if (kind == kASCII) {
       for (const char byte : body) {
         if (static_cast<signed char>(byte) < 0) return std::nullopt;

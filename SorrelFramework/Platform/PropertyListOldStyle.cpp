@@ -4,6 +4,7 @@
 #include <array>
 
 #include "SorrelFramework/Platform/PropertyListForms.hpp"
+#include "SorrelFramework/Platform/Text.hpp"
 #include "SorrelFramework/Platform/UTF.hpp"
 
 namespace sorrel {
@@ -221,7 +222,7 @@ class OldStyleReader {
 }  // namespace
 
 std::optional<PropertyList> propertylist::parseOldStyle(std::string_view text) {
-  if (!isUTF8(text)) return std::nullopt;
+  if (!isValidUTF8(text)) return std::nullopt;
   return OldStyleReader(text).read();
 }
 

@@ -12,7 +12,7 @@
 #include <plist/plist.h>
 
 #include "SorrelFramework/Platform/PropertyListForms.hpp"
-#include "SorrelFramework/Platform/UTF.hpp"
+#include "SorrelFramework/Platform/Text.hpp"
 #include "SorrelFramework/Platform/XMLText.hpp"
 
 namespace sorrel {
@@ -307,7 +307,7 @@ std::optional<PropertyList> converted(plist_t node) {
 }  // namespace
 
 std::optional<PropertyList> propertylist::parseXML(std::string_view text) {
-  if (text.find('\0') != text.npos || !isUTF8(text)) return std::nullopt;
+  if (text.find('\0') != text.npos || !isValidUTF8(text)) return std::nullopt;
   const std::optional<std::string> plain = XMLGuard(text).plainCopy();
   if (!plain.has_value()) return std::nullopt;
   const PlainLocale locale;

@@ -7,7 +7,7 @@
 #include <ctime>
 
 #include "SorrelFramework/Platform/PropertyListForms.hpp"
-#include "SorrelFramework/Platform/UTF.hpp"
+#include "SorrelFramework/Platform/Text.hpp"
 #include "SorrelFramework/Platform/XMLText.hpp"
 
 namespace sorrel {
@@ -30,7 +30,7 @@ constexpr std::size_t kDataIndent = 8;
 constexpr double kFirstSecond = -62135596800.0;  // 0001-01-01
 constexpr double kEndSecond = 253402300800.0;    // 10000-01-01
 
-bool isXMLText(std::string_view text) { return text.find('\0') == text.npos && isUTF8(text); }
+bool isXMLText(std::string_view text) { return text.find('\0') == text.npos && isValidUTF8(text); }
 
 std::string base64(const PropertyList::Data& data, std::size_t start, std::size_t end) {
   static constexpr char kDigits[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";

@@ -15,14 +15,6 @@ constexpr UChar32 kReplacement = 0xFFFD;
 
 }  // namespace
 
-bool isUTF8(std::string_view bytes) {
-  if (bytes.size() > kMostUnits) return false;
-  std::int32_t length = 0;
-  UErrorCode error = U_ZERO_ERROR;
-  u_strFromUTF8(nullptr, 0, &length, bytes.data(), static_cast<std::int32_t>(bytes.size()), &error);
-  return U_SUCCESS(error) || error == U_BUFFER_OVERFLOW_ERROR;
-}
-
 std::optional<std::u16string> utf16FromUTF8(std::string_view text) {
   if (text.size() > kMostUnits) return std::nullopt;
   std::u16string units(text.size(), u'\0');

@@ -6,7 +6,6 @@
 
 namespace sorrel {
 
-[[nodiscard]] bool isUTF8(std::string_view bytes);
 /// Nothing if `text` is no UTF-8.
 [[nodiscard]] std::optional<std::u16string> utf16FromUTF8(std::string_view text);
 /// A surrogate without its partner becomes U+FFFD.
