@@ -1,6 +1,7 @@
 #include "SorrelFramework/Platform/MainQueue.hpp"
 
 #include <glib.h>
+#include <unistd.h>
 
 #include <atomic>
 #include <cstddef>
@@ -114,6 +115,14 @@ void MainQueue::post(std::function<void()> task) {
     taskList().tasks.push_back(std::move(task));
   }
   g_main_context_wakeup(g_main_context_default());
+}
+
+bool MainQueue::isCurrent() {
+  GMainContext* context = g_main_context_default();
+  if (g_main_context_is_owner(context)) return true;
+  if (::gettid() != ::getpid() || !g_main_context_acquire(context)) return false;
+  g_main_context_release(context);
+  return true;
 }
 
 void MainQueue::run() {

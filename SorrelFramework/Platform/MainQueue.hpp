@@ -15,11 +15,15 @@ class MainQueue {
   /// Any thread.
   static void post(std::function<void()> task);
 
+  /// True on the thread that runs the loop; while none does, on the first thread of the process.
+  [[nodiscard]] static bool isCurrent();
+
   /// For applications without an event loop of their own, such as a command-line program: runs the loop on
   /// the calling thread until quit().
   static void run();
   static void quit();
-  /// Runs the loop until `condition` holds (tested after each round) or the time is over; true if it holds.
+  /// Runs the loop until `condition` holds (tested after each round, and every 10 ms) or the time is over;
+  /// true if it holds.
   static bool runUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit);
 };
 

@@ -71,6 +71,33 @@ TEST(MainQueue, emptyTaskIsIgnored) {
   EXPECT_TRUE(drainMainQueue());
 }
 
+TEST(MainQueue, isCurrentOnTheThreadOfTheLoopOnly) {
+  EXPECT_TRUE(MainQueue::isCurrent());
+  bool other = true;
+  std::jthread([&] { other = MainQueue::isCurrent(); }).join();
+  EXPECT_FALSE(other);
+  bool inTask = false;
+  MainQueue::post([&] { inTask = MainQueue::isCurrent(); });
+  ASSERT_TRUE(drainMainQueue());
+  EXPECT_TRUE(inTask);
+}
+
+TEST(MainQueue, isNotCurrentOnTheFirstThreadWhileAnotherRunsTheLoop) {
+  std::atomic<bool> running{false};
+  bool there = false;
+  MainQueue::post([&] {
+    there = MainQueue::isCurrent();
+    running = true;
+    running.notify_all();
+  });
+  std::jthread loop([] { MainQueue::run(); });
+  running.wait(false);
+  EXPECT_FALSE(MainQueue::isCurrent());
+  MainQueue::quit();
+  loop.join();
+  EXPECT_TRUE(there);
+}
+
 TEST(MainQueue, runEndsWithQuitOfAnotherThread) {
   bool ran = false;
   std::jthread other([&] {

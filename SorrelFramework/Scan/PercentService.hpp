@@ -1,0 +1,49 @@
+#pragma once
+
+#include <atomic>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+
+namespace sorrel {
+
+class MainTimer;
+
+/// Smooths a progress bar. Scanners finish their work in lumps; a timer on the main queue lets a value creep
+/// toward the count of finished steps and reports it as a fraction of all steps. Owned by shared pointers:
+/// one that nobody owns any more reports no further.
+class PercentService : public std::enable_shared_from_this<PercentService> {
+ public:
+  /// `progressFunc` gets the fraction, on the main queue. It may pass 1.0 when more steps are finished than
+  /// were announced.
+  PercentService(std::function<void(float)> progressFunc, std::int64_t totalStep, float increaseValue = 0.2F);
+  ~PercentService();
+  PercentService(const PercentService&) = delete;
+  PercentService& operator=(const PercentService&) = delete;
+
+  /// Starts the timer, which calls updatePercent() every 0.1 seconds while the main queue runs. Any thread.
+  void startTime();
+  /// One step is finished. Any thread.
+  void progressStep();
+  /// One tick: ends the timer if all steps are finished; otherwise adds increaseValue to the creeping value
+  /// and reports it, if it is behind the finished steps. On the main queue.
+  void updatePercent();
+  /// Ends the timer and reports 1.0, each time it is called: at once on the main queue, through it on other
+  /// threads. Any thread.
+  void stopTime();
+
+  std::function<void(float)> progressFunc;
+  std::int64_t totalStep;
+  std::atomic<std::int64_t> currentStep{0};  ///< steps finished
+  std::atomic<float> singleStep{0};          ///< the creeping value, in steps
+  float increaseValue;                       ///< steps added by a tick
+
+ private:
+  std::unique_ptr<MainTimer> exchangeTimer(std::unique_ptr<MainTimer> timer);
+
+  std::mutex mutex_;  // of timer_
+  std::unique_ptr<MainTimer> timer_;
+};
+
+}  // namespace sorrel

@@ -1,0 +1,260 @@
+#include "SorrelFramework/Units/LogService.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <filesystem>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "SorrelFramework/Platform/Fatal.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "Tests/Support/ProcessState.hpp"
+#include "Tests/Support/RecordingQueue.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+
+namespace sorrel {
+namespace {
+
+namespace fs = std::filesystem;
+using enum LogService::LogLevel;
+
+constexpr const char* kIdentifier = "org.example.cleaner";
+
+/// The text with each moment of the form yyyy-MM-dd HH:mm:ss as DATE.
+std::string withoutDates(const std::string& text) {
+  return std::regex_replace(text, std::regex(R"(\d{4}-\d{2}-\d{2} \d{2}:\d{2}:\d{2})"), "DATE");
+}
+
+class LogServiceTest : public testing::Test {
+ protected:
+  LogServiceTest() : log_(support_, kIdentifier) {}
+
+  std::string written() {
+    log_.flushForTesting();
+    return withoutDates(test::contentOf(path_));
+  }
+
+  test::TemporaryFolder folder_;
+  const std::string support_ = folder_.path("not made yet/Application Support");
+  const std::string path_ = support_ + "/org.example.cleaner/org.example.cleanerFrameworkLog.txt";
+  LogService log_;
+};
+
+TEST_F(LogServiceTest, makesFoldersAndAnEmptyFileAtTheDoubledName) {
+  EXPECT_EQ(log_.logPath.path(), path_);
+  EXPECT_TRUE(log_.logPath.isFileURL());
+  EXPECT_EQ(fs::file_size(path_), 0U);
+}
+
+TEST_F(LogServiceTest, entryIsOneLineWithDateLevelAndText) {
+  log_.log(Debug, "first");
+  log_.log(Info, "Stop Scan FeatureInfo:7");
+  EXPECT_EQ(written(), "<DATE:Debug>:first\n<DATE:Info>:Stop Scan FeatureInfo:7\n");
+}
+
+TEST_F(LogServiceTest, emptyTextWritesTheHeadAlone) {
+  log_.log(Info, "");
+  EXPECT_EQ(written(), "<DATE:Info>:\n");
+}
+
+TEST_F(LogServiceTest, textIsWrittenAsItIs) {
+  log_.log(Debug, "two\nlines with ü, 字 and %s");
+  EXPECT_EQ(written(), "<DATE:Debug>:two\nlines with ü, 字 and %s\n");
+}
+
+TEST_F(LogServiceTest, dictionarySpreadsOverLines) {
+  log_.logDict(Info, {{"key", "value"}, {"other", ""}});
+  EXPECT_EQ(written(), "<DATE:Info>:\nkey:value\n\nother:\n\n");
+}
+
+TEST_F(LogServiceTest, emptyDictionaryWritesTheHeadAlone) {
+  log_.logDict(Debug, {});
+  EXPECT_EQ(written(), "<DATE:Debug>:\n");
+}
+
+TEST_F(LogServiceTest, textThatIsNoUTF8IsDroppedAlone) {
+  log_.log(Info, "before");
+  log_.log(Info, "broken \xff text");
+  log_.log(Info, "after");
+  EXPECT_EQ(written(), "<DATE:Info>:before\n<DATE:Info>:after\n");
+}
+
+TEST_F(LogServiceTest, appendsToTheEntriesOfAnEarlierRun) {
+  log_.log(Info, "first run");
+  log_.flushForTesting();
+  LogService again(support_, kIdentifier);
+  again.log(Info, "second run");
+  again.flushForTesting();
+  EXPECT_EQ(written(), "<DATE:Info>:first run\n<DATE:Info>:second run\n");
+}
+
+TEST_F(LogServiceTest, keepsTheOrderOfEachThreadAndNeverMixesEntries) {
+  constexpr int kEntries = 200;
+  {
+    std::vector<std::jthread> threads;
+    for (int t = 0; t < 4; ++t) {
+      threads.emplace_back([this, t] {
+        for (int i = 0; i < kEntries; ++i) log_.log(Debug, std::to_string(t) + "-" + std::to_string(i));
+      });
+    }
+  }
+  std::istringstream lines(written());
+  std::vector<int> next(4, 0);
+  int count = 0;
+  for (std::string line; std::getline(lines, line); ++count) {
+    ASSERT_TRUE(line.starts_with("<DATE:Debug>:")) << line;
+    const auto thread = static_cast<std::size_t>(line[13] - '0');
+    ASSERT_LT(thread, next.size());
+    EXPECT_EQ(line.substr(15), std::to_string(next[thread]++));
+  }
+  EXPECT_EQ(count, 4 * kEntries);
+}
+
+TEST_F(LogServiceTest, deletedFileIsNotMadeAgain) {
+  fs::remove(path_);
+  log_.log(Info, "lost");
+  log_.flushForTesting();
+  EXPECT_FALSE(fs::exists(path_));
+}
+
+TEST_F(LogServiceTest, writesAgainWhenTheFileIsBack) {
+  fs::rename(path_, path_ + ".away");
+  log_.log(Info, "lost");
+  log_.flushForTesting();
+  fs::rename(path_ + ".away", path_);
+  log_.log(Info, "kept");
+  EXPECT_EQ(written(), "<DATE:Info>:kept\n");
+}
+
+TEST_F(LogServiceTest, followsNoLink) {
+  const std::string victim = folder_.file("victim", "untouched");
+  fs::remove(path_);
+  fs::create_symlink(victim, path_);
+  log_.log(Info, "lost");
+  log_.flushForTesting();
+  EXPECT_EQ(test::contentOf(victim), "untouched");
+}
+
+TEST_F(LogServiceTest, danglingLinkMakesNoFile) {
+  fs::remove(path_);
+  fs::create_symlink(folder_.path("elsewhere"), path_);
+  LogService again(support_, kIdentifier);
+  again.log(Info, "lost");
+  again.flushForTesting();
+  EXPECT_FALSE(fs::exists(folder_.path("elsewhere")));
+}
+
+TEST_F(LogServiceTest, fifoInItsPlaceHoldsNothingUp) {
+  fs::remove(path_);
+  ASSERT_EQ(::mkfifo(path_.c_str(), 0600), 0);
+  log_.log(Info, "lost");
+  log_.flushForTesting();
+  EXPECT_TRUE(fs::is_fifo(path_));
+}
+
+TEST_F(LogServiceTest, folderInItsPlaceIsLeftAlone) {
+  fs::remove(path_);
+  fs::create_directory(path_);
+  LogService again(support_, kIdentifier);
+  again.log(Info, "lost");
+  again.flushForTesting();
+  EXPECT_TRUE(fs::is_empty(path_));
+}
+
+TEST_F(LogServiceTest, folderThatCannotBeMadeIsNoFailure) {
+  const std::string blocked = folder_.file("a file");
+  LogService lost(blocked, kIdentifier);
+  lost.log(Info, "lost");
+  lost.flushForTesting();
+  EXPECT_EQ(test::contentOf(blocked), "");
+}
+
+TEST_F(LogServiceTest, leavesNoDescriptorOpen) {
+  const std::size_t before = test::openDescriptors();
+  for (int i = 0; i < 50; ++i) log_.log(Info, "text");
+  log_.flushForTesting();
+  EXPECT_EQ(test::openDescriptors(), before);
+}
+
+TEST_F(LogServiceTest, textAfterShutDownOfItsQueueIsDropped) {
+  log_.serialQueue->shutDown();
+  log_.log(Info, "lost");
+  EXPECT_EQ(test::contentOf(path_), "");
+}
+
+TEST_F(LogServiceTest, endOfTheLogWritesWhatWasLogged) {
+  {
+    LogService other(support_, "other");
+    for (int i = 0; i < 100; ++i) other.log(Info, "x");
+  }
+  const std::string text = withoutDates(test::contentOf(support_ + "/other/otherFrameworkLog.txt"));
+  EXPECT_EQ(text.size(), 100U * std::string("<DATE:Info>:x\n").size());
+}
+
+TEST_F(LogServiceTest, dateHasTheFormOfTheEntries) {
+  EXPECT_EQ(withoutDates(log_.dateToString()), "DATE");
+  EXPECT_TRUE(std::regex_match(log_.dateToString("HH'h'mm"), std::regex(R"(\d\dh\d\d)")));
+}
+
+TEST_F(LogServiceTest, levelsHaveTheirRawValues) {
+  EXPECT_EQ(LogService::rawValue(Debug), "Debug");
+  EXPECT_EQ(LogService::rawValue(Info), "Info");
+}
+
+class LogServiceShard : public testing::Test {
+ protected:
+  LogServiceShard() { LogService::resetForTesting(); }
+  ~LogServiceShard() override { LogService::resetForTesting(); }
+
+  void installHost(const std::string& identifier) {
+    folder_.folder("Users/alice");
+    Host::MainBundle bundle;
+    bundle.identifier = identifier;
+    Host::install(Host::macVolume(folder_.path(), "alice", bundle));
+  }
+
+  test::TemporaryFolder folder_;
+};
+
+using LogServiceShardDeathTest = LogServiceShard;
+
+TEST_F(LogServiceShard, writesBelowTheApplicationSupportFolderOfTheUser) {
+  installHost("com.example.app");
+  EXPECT_EQ(&LogService::shard(), &LogService::shard());
+  LogService::shard().log(Info, "hello");
+  LogService::shard().flushForTesting();
+  EXPECT_EQ(withoutDates(test::contentOf(folder_.path(
+                "Users/alice/Library/Application Support/com.example.app/com.example.appFrameworkLog.txt"))),
+            "<DATE:Info>:hello\n");
+}
+
+TEST_F(LogServiceShardDeathTest, mainBundleWithoutAnIdentifierIsAFatalStop) {
+  testing::FLAGS_gtest_death_test_style = "threadsafe";
+  installHost("");
+  EXPECT_DEATH(LogService::shard().log(Info, "x"),
+               "Unexpectedly found nil while unwrapping an Optional value");
+}
+
+TEST_F(LogServiceShardDeathTest, entriesOfTheLastMomentAreWrittenWhenTheProcessEnds) {
+  // The statement runs in a fork of this process, so that both see the same folder.
+  testing::FLAGS_gtest_death_test_style = "fast";
+  installHost("app");
+  EXPECT_EXIT(
+      {
+        for (int i = 0; i < 300; ++i) LogService::shard().log(Info, "x");
+        std::exit(5);
+      },
+      testing::ExitedWithCode(5), "");
+  const std::string text = withoutDates(
+      test::contentOf(folder_.path("Users/alice/Library/Application Support/app/appFrameworkLog.txt")));
+  EXPECT_EQ(text.size(), 300U * std::string("<DATE:Info>:x\n").size());
+}
+
+}  // namespace
+}  // namespace sorrel
