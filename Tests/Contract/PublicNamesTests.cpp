@@ -8,6 +8,7 @@
 #include <concepts>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <optional>
 #include <string>
@@ -22,6 +23,9 @@
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
 #include "SorrelFramework/Model/ScanFileInfo.hpp"
+#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Scan/PercentService.hpp"
+#include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/MD5.hpp"
 #include "SorrelFramework/Units/ScanStatus.hpp"
 #include "SorrelFramework/Units/SqliteTool.hpp"
@@ -229,12 +233,49 @@ static_assert(requires(SqliteTool tool, std::string dbPath) { tool.closeDB(dbPat
 static_assert(isMethod<std::pair<bool, std::string>(const std::string&)>(&SqliteTool::executionSQL));
 static_assert(isMethod<std::vector<SqliteRow>(const std::string&)>(&SqliteTool::queryDBData));
 
+// LogService
+static_assert(std::is_same_v<std::underlying_type_t<LogService::LogLevel>, int>);
+static_assert(isOperation<std::string_view(LogService::LogLevel)>(&LogService::rawValue));
+static_assert(isOperation<LogService&()>(&LogService::shard));  // "shard"
+static_assert(isMethod<void(LogService::LogLevel, std::string)>(&LogService::log));
+static_assert(
+    isMethod<void(LogService::LogLevel, const std::map<std::string, std::string>&)>(&LogService::logDict));
+static_assert(isMethod<std::string(std::string_view) const>(&LogService::dateToString));
+static_assert(requires(const LogService& service) { service.dateToString(); });
+static_assert(isField<URL>(&LogService::logPath));
+static_assert(isField<std::shared_ptr<WeftSerialQueue>>(&LogService::serialQueue));
+
+// PercentService
+static_assert(isField<std::function<void(float)>>(&PercentService::progressFunc));
+static_assert(isField<std::int64_t>(&PercentService::totalStep));
+static_assert(isField<std::atomic<std::int64_t>>(&PercentService::currentStep));
+static_assert(isField<std::atomic<float>>(&PercentService::singleStep));
+static_assert(isField<float>(&PercentService::increaseValue));
+static_assert(isMethod<void()>(&PercentService::startTime));
+static_assert(isMethod<void()>(&PercentService::progressStep));
+static_assert(isMethod<void()>(&PercentService::updatePercent));
+static_assert(isMethod<void()>(&PercentService::stopTime));
+static_assert(std::constructible_from<PercentService, std::function<void(float)>, std::int64_t>);
+static_assert(std::constructible_from<PercentService, std::function<void(float)>, std::int64_t, float>);
+
+// WeftSerialQueue: ordinal 4 of the errors means "shut down for good", ordinal 2 of the qualities is the
+// log's
+static_assert(static_cast<int>(WeftRunError::ShutDown) == 4);
+static_assert(static_cast<int>(WeftQOS::Default) == 2);
+static_assert(isMethod<void(WeftSerialQueue::Task, WeftSerialQueue::Failure)>(&WeftSerialQueue::submit));
+static_assert(std::constructible_from<WeftSerialQueue, WeftQOS>);
+
 // StreamFileHashUnit
 static_assert(isOperation<StreamFileHashUnit&()>(&StreamFileHashUnit::shard));  // "shard"
 static_assert(isField<std::atomic<int>>(&StreamFileHashUnit::scanState));
 
 TEST(PublicNames, sharedInstanceIsOneForTheProcess) {
   EXPECT_EQ(&StreamFileHashUnit::shard(), &StreamFileHashUnit::shard());
+}
+
+TEST(PublicNames, logLevelsAreTheWordsDebugAndInfo) {
+  EXPECT_EQ(LogService::rawValue(LogService::LogLevel::Debug), "Debug");
+  EXPECT_EQ(LogService::rawValue(LogService::LogLevel::Info), "Info");
 }
 
 }  // namespace
