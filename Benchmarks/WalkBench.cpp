@@ -1,0 +1,237 @@
+// Sizing and scanning of a large folder, against a bare loop of system calls and against du(1) and gdu(1).
+// usage: WalkBench TREE [ROUNDS]; scripts/bench makes the tree.
+
+#include <dirent.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "Benchmarks/SideBySide.hpp"
+#include "SorrelFramework/Model/ModuleInfo.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
+
+namespace {
+
+using sorrel::CategoryInfomationKind;
+using sorrel::CategoryInformation;
+using sorrel::FeatureInformation;
+using sorrel::Integer;
+using sorrel::Ref;
+using namespace sorrel::bench;
+
+std::string tree;
+std::size_t folderCount = 0;
+std::size_t entryCount = 0;
+
+struct Record {
+  std::uint64_t inode;
+  std::int64_t offset;
+  unsigned short length;
+  unsigned char type;
+  char name[1];
+};
+
+bool isDots(const char* name) { return name[0] == '.' && (!name[1] || (name[1] == '.' && !name[2])); }
+
+/// The least that a program can do: list each folder, ask for each file's size.
+double bareSize(int folder, char* buffer, std::size_t bytes) {
+  double sum = 0;
+  std::vector<std::string> folders;
+  for (long got; (got = ::syscall(SYS_getdents64, folder, buffer, bytes)) > 0;) {
+    for (long at = 0; at < got;) {
+      const auto* record = reinterpret_cast<const Record*>(buffer + at);
+      const char* name = buffer + at + offsetof(Record, name);
+      at += record->length;
+      if (isDots(name)) continue;
+      ++entryCount;
+      if (record->type == DT_DIR) {
+        folders.emplace_back(name);
+      } else {
+        struct statx status {};
+        if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, STATX_SIZE | STATX_TYPE,
+                    &status) == 0) {
+          sum += static_cast<double>(status.stx_size);
+        }
+      }
+    }
+  }
+  folderCount += folders.size();
+  for (const std::string& name : folders) {
+    const int below = ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
+    if (below < 0) continue;
+    sum += bareSize(below, buffer, bytes);
+    ::close(below);
+  }
+  return sum;
+}
+
+double bareLoop() {
+  folderCount = entryCount = 0;
+  std::vector<char> buffer(65536);
+  const int folder = ::open(tree.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  const double sum = bareSize(folder, buffer.data(), buffer.size());
+  ::close(folder);
+  return sum;
+}
+
+double output(const std::string& command) {
+  std::string text;
+  if (FILE* pipe = ::popen(command.c_str(), "r")) {
+    char piece[4096];
+    for (std::size_t got; (got = std::fread(piece, 1, sizeof piece, pipe)) > 0;) text.append(piece, got);
+    ::pclose(pipe);
+  }
+  return std::atof(text.c_str());
+}
+
+/// Bytes of the files alone: du counts each folder's own entry too.
+double foldersOwnBytes() {
+  return output("find '" + tree + "' -type d -printf '%s\\n' | awk '{s+=$1} END {printf \"%.0f\", s}'");
+}
+double diskUsage() { return output("du -sb '" + tree + "'"); }
+double gdu() { return output("gdu -npa '" + tree + "' > /dev/null; echo 0"); }
+
+double calculateSize() {
+  return static_cast<double>(sorrel::SuperScanService::calculateSize(sorrel::URL::fileURL(tree, true),
+                                                                     rawValue(sorrel::FilesKind::Folder)));
+}
+
+Ref<FeatureInformation> featureOver(CategoryInfomationKind kind) {
+  const auto module = sorrel::makeRef<sorrel::ModuleInformation>(
+      Integer{1}, "Module", "", sorrel::Image(), "", "", sorrel::Children<FeatureInformation>());
+  const auto feature =
+      sorrel::makeRef<FeatureInformation>(Integer{1}, Integer{0}, sorrel::Image(), "Feature", "",
+                                          sorrel::Children<CategoryInformation>(), module, std::any());
+  module->featureInfo.push_back(feature);
+  feature->categoryInfo.push_back(sorrel::makeRef<CategoryInformation>(
+      Integer{0}, Integer{1}, "Category", sorrel::Image(), std::int64_t{0}, "", rawValue(kind),
+      std::vector<sorrel::URL>{sorrel::URL::fileURL(tree, true)}, sorrel::Children<sorrel::FileInformation>(),
+      feature, std::any(), Integer{0}, false));
+  return feature;
+}
+
+struct ScanOutcome {
+  double bytesOfTopItems = 0;
+  std::size_t records = 0;
+  std::size_t progress = 0;
+  double bytesPerRecord = 0;
+  double stopSeconds = 0;
+};
+
+double residentBytes() {
+  long total = 0;
+  long resident = 0;
+  std::ifstream("/proc/self/statm") >> total >> resident;
+  return static_cast<double>(resident) * static_cast<double>(::sysconf(_SC_PAGESIZE));
+}
+
+/// A whole scan as an application runs it: main loop, callbacks and records included. With `stopAt`, it is
+/// stopped after that many items.
+ScanOutcome scan(CategoryInfomationKind kind, std::size_t stopAt = 0) {
+  using Clock = std::chrono::steady_clock;
+  const double before = residentBytes();
+  const auto feature = featureOver(kind);
+  auto queue = std::make_shared<sorrel::WeftSerialQueue>(sorrel::WeftQOS::Default);
+  ScanOutcome outcome;
+  std::atomic<bool> isDone{false};
+  Clock::time_point stopped;
+  Clock::time_point finished;
+  sorrel::CategoryResults results;
+  sorrel::SystemScanService::scanSystemJunk(
+      *feature,
+      [&](const std::string& /*path*/, std::int64_t /*size*/) {
+        if (++outcome.progress == stopAt) {
+          stopped = Clock::now();
+          sorrel::SuperScanService::stopScan(*feature);
+        }
+      },
+      [](float /*share*/) {}, [](Integer /*index*/, std::int64_t /*size*/) {},
+      [&](sorrel::CategoryResults found) {
+        results = std::move(found);
+        finished = Clock::now();
+        isDone = true;
+        sorrel::MainQueue::post([] {});
+      },
+      queue);
+  sorrel::MainQueue::runUntil([&] { return isDone.load(); }, std::chrono::minutes(2));
+  const auto& records = results.at(0).first;
+  outcome.records = records.size();
+  outcome.bytesPerRecord = (residentBytes() - before) / static_cast<double>(records.size());
+  const std::size_t depth = sorrel::URL::fileURL(tree, true).pathComponents().size() + 1;
+  for (const auto& record : records) {
+    if (record->url.pathComponents().size() == depth)
+      outcome.bytesOfTopItems += static_cast<double>(record->size);
+  }
+  outcome.stopSeconds = std::chrono::duration<double>(finished - stopped).count();
+  return outcome;
+}
+
+}  // namespace
+
+int main(int count, char** arguments) {
+  if (count < 2) {
+    std::fprintf(stderr, "usage: %s TREE [ROUNDS]\n", arguments[0]);
+    return 2;
+  }
+  tree = arguments[1];
+  const int rounds = count > 2 ? std::atoi(arguments[2]) : 7;
+  sorrel::Host::install(sorrel::Host::linuxDesktop({"org.sorrel.WalkBench", "", {}}));
+
+  // Memory first, in a process that has not grown yet.
+  const ScanOutcome common = scan(CategoryInfomationKind::Common);
+  const double wanted = bareLoop();
+
+  double cacheFound = 0;
+  std::vector<Variant> variants = {
+      {"bare openat/getdents64/statx loop, 1 thread", bareLoop},
+      {"du -sb (less the folders' own bytes)", [own = foldersOwnBytes()] { return diskUsage() - own; }},
+      {"gdu -npa", gdu},
+      {"calculateSize, 1 thread", calculateSize},
+      {"scanSystemJunk, SystemCache category",
+       [] { return scan(CategoryInfomationKind::SystemCache).bytesOfTopItems; }},
+      {"scanSystemJunk, Common category",
+       [] { return scan(CategoryInfomationKind::Common).bytesOfTopItems; }},
+  };
+  measure(variants, rounds);
+  std::printf("%zu entries, %zu folders, %u threads\n\n", entryCount, folderCount + 1,
+              std::thread::hardware_concurrency());
+  print(variants, static_cast<double>(entryCount));
+  cacheFound = variants[4].found;
+
+  double slowestStop = 0;
+  for (const std::size_t stopAt : {1, 1000, 50000, 200000}) {
+    slowestStop = std::max(slowestStop, scan(CategoryInfomationKind::Common, stopAt).stopSeconds);
+  }
+  for (int i = 0; i < 3; ++i) {
+    slowestStop = std::max(slowestStop, scan(CategoryInfomationKind::SystemCache, 1).stopSeconds);
+  }
+
+  std::printf("\n");
+  Verdict verdict;
+  const auto median = [&](std::size_t i) { return variants[i].median(); };
+  verdict.same("calculateSize finds what the bare loop finds", variants[3].found, wanted);
+  verdict.same("du -sb finds what the bare loop finds", variants[1].found, wanted);
+  verdict.same("both categories give the items at the top the same sizes", cacheFound, variants[5].found);
+  verdict.same("one progress call and one record or empty item each", static_cast<double>(common.progress),
+               static_cast<double>(entryCount));
+  verdict.atMost("calculateSize / bare loop", median(3) / median(0), 1.1);
+  verdict.atMost("calculateSize / du -sb", median(3) / median(1), 1.0);
+  verdict.atMost("scanSystemJunk SystemCache / du -sb", median(4) / median(1), 0.6);
+  verdict.atMost("scanSystemJunk SystemCache / gdu", median(4) / median(2), 0.6);
+  verdict.atMost("scanSystemJunk Common / SystemCache", median(5) / median(4), 2.0);
+  verdict.atMost("memory of a record in a Common scan", common.bytesPerRecord, 700, "B");
+  verdict.atMost("a stop takes effect within", slowestStop * 1e3, 50, "ms");
+  return verdict.exitStatus();
+}

@@ -1,0 +1,78 @@
+#include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+#include <utility>
+
+#include "SorrelFramework/Platform/CheckedMath.hpp"
+
+namespace sorrel {
+namespace {
+
+/// Caches of the system's own machinery for XPC and kernel extensions; never offered.
+constexpr std::array<std::string_view, 2> kSystemOwnCaches = {"com.apple.xpchelper.cache",
+                                                              "com.apple.kext.caches"};
+
+CategoryPlan planFor(const CategoryInformation& category) {
+  CategoryPlan plan;
+  plan.keys = kRecordKeys;
+  plan.options = NSDirectoryEnumerationSkipsHiddenFiles | NSDirectoryEnumerationSkipsPackageDescendants;
+  if (category.kind == rawValue(CategoryInfomationKind::SystemCache)) {
+    plan.keys = plan.keys | NSURLPathKey;
+    plan.filter = SystemScanService::systemCacheFilter;
+  }
+  return plan;
+}
+
+std::int64_t bytesOf(const ScanFilesInformation& totals) {
+  return checkedAdd(totals.fileSize, totals.folderSize);
+}
+
+}  // namespace
+
+bool SystemScanService::systemCacheFilter(const URL& /*url*/, const ResourceValues& values,
+                                          EnumerationPosition* position) {
+  if (position == nullptr || position->level() < 1) return false;
+  const std::string_view path = values.path ? std::string_view(*values.path) : std::string_view();
+  if (std::any_of(kSystemOwnCaches.begin(), kSystemOwnCaches.end(),
+                  [path](std::string_view name) { return path.find(name) != std::string_view::npos; })) {
+    return false;
+  }
+  if (values.isDirectory.value_or(false)) position->skipDescendants();
+  return true;
+}
+
+void SystemScanService::scanSystemJunk(FeatureInformation& featureInfo, ProgressFunc progress,
+                                       PercentFunc showPercent, SingleDoneFunc singleDone,
+                                       std::function<void(CategoryResults)> done,
+                                       std::shared_ptr<WeftSerialQueue> dispatch) {
+  scanProSystemJunk(featureInfo, std::move(progress), std::move(showPercent), std::move(singleDone),
+                    std::move(done), std::move(dispatch));
+}
+
+void SystemScanService::scanProSystemJunk(FeatureInformation& featureInfo, ProgressFunc progress,
+                                          PercentFunc showPercent, SingleDoneFunc singleDone,
+                                          std::function<void(CategoryResults)> done,
+                                          std::shared_ptr<WeftSerialQueue> dispatch) {
+  ScanPlan plan;
+  plan.category = planFor;
+  plan.lastStep = onSerialQueue(dispatch);
+  plan.categoryDone = [singleDone = std::move(singleDone)](Integer index, const CategoryResult& result) {
+    if (singleDone) singleDone(index, bytesOf(result.second));
+  };
+  plan.done = std::move(done);
+  runCategoryScan(featureInfo, std::move(progress), std::move(showPercent), std::move(plan),
+                  std::move(dispatch));
+}
+
+std::vector<Ref<CategoryInformation>> SystemScanService::updateSystemJunkCategory(
+    std::vector<Ref<CategoryInformation>> finishCategory) {
+  for (const Ref<CategoryInformation>& category : finishCategory) {
+    Integer position = 0;
+    for (FileInformation& record : category->childrens) record.finderID = position++;
+  }
+  return finishCategory;
+}
+
+}  // namespace sorrel

@@ -1,0 +1,104 @@
+#include "SorrelFramework/Scan/MasterScan/TrashBinScanService.hpp"
+
+#include <algorithm>
+
+#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/MountedVolumes.hpp"
+#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/TrashFolders.hpp"
+
+namespace sorrel {
+namespace {
+
+/// The folders of the category that are links: what they lead to is no trash, whoever made them.
+std::vector<std::string> linkedRoots(const CategoryInformation& category) {
+  std::vector<std::string> linked;
+  for (const URL& url : category.urls) {
+    const auto status = statusOf(url.path());
+    if (!status || status->isDirectory()) continue;
+    std::string text = url.absoluteString();
+    if (!text.ends_with('/')) text += '/';
+    linked.push_back(std::move(text));
+  }
+  return linked;
+}
+
+CategoryPlan planFor(const CategoryInformation& category) {
+  CategoryPlan plan;
+  plan.keys = kRecordKeys;
+  plan.filter = [linked = linkedRoots(category)](const URL& url, const ResourceValues& values,
+                                                 EnumerationPosition* position) {
+    return TrashBinScanService::filter(url, values, position) &&
+           std::none_of(linked.begin(), linked.end(),
+                        [&url](const std::string& root) { return url.relativeText().starts_with(root); });
+  };
+  return plan;
+}
+
+/// Writes the results into the tree; all bytes of the feature.
+std::int64_t fillTree(FeatureInformation& feature, CategoryResults results) {
+  std::int64_t all = 0;
+  for (auto& [index, result] : results) {
+    if (static_cast<std::size_t>(index) >= feature.categoryInfo.size())
+      continue;  // taken away during the scan
+    CategoryInformation& category = feature.categoryInfo[static_cast<std::size_t>(index)];
+    category.childrens = std::move(result.first);
+    category.size = checkedAdd(result.second.fileSize, result.second.folderSize);
+    all = checkedAdd(all, category.size);
+  }
+  return all;
+}
+
+/// Counted from the root of the layout: "/Volumes/X" has three pieces, the root itself two.
+bool isOtherVolume(const URL& volume) {
+  const auto pieces = componentsSeparatedBy(Host::current().layoutPath(volume.path()), "/");
+  return pieces.size() > 2 && pieces[1] != "System";
+}
+
+}  // namespace
+
+bool TrashBinScanService::filter(const URL& /*url*/, const ResourceValues& /*values*/,
+                                 EnumerationPosition* position) {
+  return position != nullptr && position->level() == 1;
+}
+
+void TrashBinScanService::scanTrashBin(FeatureInformation& featureInfo, ProgressFunc progress,
+                                       PercentFunc showPercent, SingleDoneFunc singleDone,
+                                       std::function<void(FeatureInformation&, std::int64_t size)> done,
+                                       const std::string& otherTrashBinDesc,
+                                       std::shared_ptr<WeftSerialQueue> dispatch) {
+  scanProTrashBin(featureInfo, std::move(progress), std::move(showPercent), std::move(singleDone),
+                  std::move(done), otherTrashBinDesc, std::move(dispatch));
+}
+
+void TrashBinScanService::scanProTrashBin(FeatureInformation& featureInfo, ProgressFunc progress,
+                                          PercentFunc showPercent, SingleDoneFunc /*singleDone*/,
+                                          std::function<void(FeatureInformation&, std::int64_t size)> done,
+                                          const std::string& /*otherTrashBinDesc*/,
+                                          std::shared_ptr<WeftSerialQueue> dispatch) {
+  ScanPlan plan;
+  plan.category = planFor;
+  plan.lastStep = MainQueue::post;
+  plan.done = [feature = Ref(featureInfo), done = std::move(done)](CategoryResults results) {
+    const std::int64_t size = fillTree(*feature, std::move(results));
+    if (done) done(*feature, size);
+  };
+  runCategoryScan(featureInfo, std::move(progress), std::move(showPercent), std::move(plan),
+                  std::move(dispatch));
+}
+
+std::vector<std::pair<URL, std::string>> TrashBinScanService::getUSBInfo() {
+  std::vector<std::pair<URL, std::string>> trashes;
+  for (const URL& volume : mountedVolumeURLs()) {
+    if (!isOtherVolume(volume)) continue;
+    for (const std::string& folder : trashFoldersOf(volume.path())) {
+      trashes.emplace_back(URL::fileURL(folder, true), volume.lastPathComponent());
+    }
+  }
+  return trashes;
+}
+
+}  // namespace sorrel

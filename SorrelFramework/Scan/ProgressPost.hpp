@@ -1,0 +1,39 @@
+#pragma once
+
+#include <chrono>
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Scan/ScanTypes.hpp"
+
+namespace sorrel {
+
+/// Carries the items that one thread finds to the main queue, in order, many in one block: as many as come in
+/// a twentieth of a second, so that the user sees them at once and a million of them do not drown the loop.
+class ProgressPost {
+ public:
+  explicit ProgressPost(std::shared_ptr<const ProgressFunc> progress) : progress_(std::move(progress)) {}
+  ~ProgressPost() { flush(); }
+  ProgressPost(const ProgressPost&) = delete;
+  ProgressPost& operator=(const ProgressPost&) = delete;
+
+  void add(const URL& url, std::int64_t size);
+  /// Posts what has gathered if it is time.
+  void tick();
+  void flush();
+
+ private:
+  struct Item {
+    URL url;
+    std::int64_t size;
+  };
+  using Clock = std::chrono::steady_clock;
+
+  std::shared_ptr<const ProgressFunc> progress_;
+  std::vector<Item> items_;
+  Clock::time_point posted_ = Clock::now();
+};
+
+}  // namespace sorrel

@@ -1,0 +1,60 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "SorrelFramework/Model/CategoryInfo.hpp"
+#include "SorrelFramework/Model/FeatureInfo.hpp"
+#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Scan/ScanTypes.hpp"
+
+namespace sorrel {
+
+/// The records of one category and the totals of its roots, summed up; the totals' url is that of the empty
+/// path.
+using CategoryResult = std::pair<FileRecords, ScanFilesInformation>;
+/// By the index of the category in the feature's categoryInfo.
+using CategoryResults = std::map<Integer, CategoryResult>;
+
+/// One category is finished: its index and its bytes.
+using SingleDoneFunc = std::function<void(Integer index, std::int64_t size)>;
+
+/// How one category is walked.
+struct CategoryPlan {
+  ResourceKeys keys;
+  EnumerationOptions options = 0;
+  FilterFunc filter;                      ///< keeps everything if empty
+  std::optional<std::vector<URL>> roots;  ///< the category's urls if there are none of its own
+};
+
+/// What sets one scanner of the family apart from the others. Everything they share is in runCategoryScan().
+struct ScanPlan {
+  std::function<CategoryPlan(const CategoryInformation&)> category;
+  /// Runs the last step of a category, and with it the end of the scan, where the scanner's callbacks belong.
+  std::function<void(std::function<void()>)> lastStep;
+  std::function<void(Integer index, const CategoryResult&)> categoryDone;
+  std::function<void(CategoryResults)> done;
+};
+
+/// The keys that every scanner of the family asks for.
+constexpr ResourceKeys kRecordKeys = NSURLLocalizedNameKey | NSURLFileSizeKey | NSURLEffectiveIconKey |
+                                     NSURLIsDirectoryKey | NSURLIsPackageKey;
+
+/// The frame of a scan. Does nothing at all if the feature's scan runs already. Otherwise: sets `start`,
+/// starts the progress bar with one step for each category, walks all categories at once on the global queue,
+/// brings the roots of each together on `dispatch`, numbers its records from 0, and after the last one sets
+/// `end` and calls the plan's `done`, once. A feature without categories, or a category without roots, never
+/// comes to an end.
+void runCategoryScan(FeatureInformation& featureInfo, ProgressFunc progress, PercentFunc showPercent,
+                     ScanPlan plan, std::shared_ptr<WeftSerialQueue> dispatch);
+
+/// A last step that runs on `dispatch`, with the retry rule.
+std::function<void(std::function<void()>)> onSerialQueue(std::shared_ptr<WeftSerialQueue> dispatch);
+
+}  // namespace sorrel

@@ -1,0 +1,120 @@
+#include "SorrelFramework/Scan/SuperScanService.hpp"
+
+#include <utility>
+
+#include "SorrelFramework/Platform/Fatal.hpp"
+#include "SorrelFramework/Platform/FileManager.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Scan/ItemProcedure.hpp"
+#include "SorrelFramework/Scan/PackageSize.hpp"
+#include "SorrelFramework/Scan/PercentService.hpp"
+#include "SorrelFramework/Scan/TreeWalk.hpp"
+#include "SorrelFramework/Units/LogService.hpp"
+#include "SorrelFramework/Units/StreamFileHash.hpp"
+#include "SorrelFramework/Units/TerminalTool.hpp"
+
+namespace sorrel {
+namespace {
+
+/// The feature whose scan hashes files; its number is fixed in every catalogue.
+constexpr Integer kDuplicateFeature = 7;
+
+std::int64_t sizeOf(const URL& url, Integer kind, const StopTest& stop) {
+  if (kind == rawValue(FilesKind::File)) {
+    const auto values = resourceValues(url, NSURLFileSizeKey);
+    return values ? values->fileSize.value_or(SuperScanService::defaultSize) : SuperScanService::defaultSize;
+  }
+  return url.isFileURL() ? sizeOfTree(url.path(), stop) : 0;
+}
+
+Ref<FileInformation> recordOf(const URL& url, ResourceKeys keys, const RecordTemplate& common,
+                              std::optional<std::int64_t> inputSize) {
+  auto values = resourceValues(url, keys);
+  if (!values) return nullptr;
+  const Integer kind = kindOf(*values);
+  const std::int64_t size = inputSize ? *inputSize : SuperScanService::calculateSize(url, kind);
+  return makeRecord(common, url, *values, kind, size, DeletionRule().canDelete(url.path()));
+}
+
+}  // namespace
+
+std::shared_ptr<PercentService> PercentServiceSlot::get() const {
+  const std::lock_guard lock(mutex_);
+  return service_;
+}
+
+std::shared_ptr<PercentService> PercentServiceSlot::exchange(std::shared_ptr<PercentService> service) {
+  const std::lock_guard lock(mutex_);
+  return std::exchange(service_, std::move(service));
+}
+
+ScanStatusTable& SuperScanService::scanStatus = scanStatusTable();
+PercentServiceSlot SuperScanService::percentService;
+
+const Image& SuperScanService::defaultImage() {
+  static const Image image = Image::lookUp("App_Cache");
+  return image;
+}
+
+URL SuperScanService::supportFolder() {
+  const std::string folder = Host::current().documentsFolder();
+  if (folder.empty()) fatalStop(kUnexpectedNil, "the user has no documents folder");
+  return URL::fileURL(folder, true);
+}
+
+void SuperScanService::stopScan(FeatureInformation& featureInfo) {
+  const Integer finderID = featureInfo.finderID;
+  LogService::shard().log(LogService::LogLevel::Info, "Stop Scan FeatureInfo:" + std::to_string(finderID));
+  if (scanStatus.get(finderID) == ScanState::suspend) return;
+  if (const auto service = percentService.exchange(nullptr)) service->stopTime();
+  scanStatus.set(finderID, ScanState::suspend);
+  if (finderID == kDuplicateFeature)
+    StreamFileHashUnit::shard().scanState = static_cast<int>(ScanState::suspend);
+}
+
+std::string SuperScanService::handleURLToString(const URL& url) {
+  return handleStringToString(url.absoluteString());
+}
+
+std::string SuperScanService::handleStringToString(std::string_view url) {
+  std::string path = replacingOccurrences(url, "file://", "");
+  if (path.find('%') == std::string::npos && isValidUTF8(path)) return path;
+  return removingPercentEncoding(replacingOccurrences(path, "%20", " ")).value_or("");
+}
+
+std::vector<Ref<CategoryInformation>> SuperScanService::largeAndOldFileFilterAllFile(
+    const std::vector<Ref<CategoryInformation>>& /*category*/) {
+  return {};
+}
+
+std::int64_t SuperScanService::calculateSize(const URL& url, Integer kind) { return sizeOf(url, kind, {}); }
+
+std::int64_t SuperScanService::appCalculateSize(const URL& url, Integer kind, Integer finderID) {
+  return sizeOf(url, kind, {&scanStatus.cell(finderID), nullptr});
+}
+
+std::int64_t SuperScanService::getPackageSizeFromTerminal(const URL& url) {
+  return packageSizeInOutput(TerminalUtils::runTerminal("/usr/bin/mdls", {url.path()}));
+}
+
+Ref<FileInformation> SuperScanService::getFileInformationFromUrl(const URL& url,
+                                                                 ResourceKeys propertiesForKey,
+                                                                 CategoryInformation& categoryInfo,
+                                                                 std::optional<std::int64_t> inputSize) {
+  const RecordTemplate common{NSControlStateValueOff, static_cast<Integer>(categoryInfo.childrens.size()),
+                              categoryInfo.finderID, Ref<CategoryInformation>(categoryInfo)};
+  return recordOf(url, propertiesForKey, common, inputSize);
+}
+
+Ref<FileInformation> SuperScanService::getFileInformationFromUrl(const URL& url,
+                                                                 ResourceKeys propertiesForKey,
+                                                                 std::optional<std::int64_t> inputSize) {
+  return recordOf(url, propertiesForKey, {}, inputSize);
+}
+
+std::vector<std::string> SuperScanService::regexGetSub(std::string_view pattern, std::string_view str) {
+  return regexMatches(pattern, str);
+}
+
+}  // namespace sorrel

@@ -1,0 +1,140 @@
+#include "SorrelFramework/Scan/TreeWalk.hpp"
+
+#include <cstddef>
+#include <optional>
+#include <utility>
+#include <vector>
+
+#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/FolderStream.hpp"
+#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Scan/TreeWorker.hpp"
+
+namespace sorrel {
+namespace {
+
+void workUntilOver(TreeJob& job, TreeWorker& worker, std::optional<WalkWork> work) {
+  while (work) {
+    worker.run(std::move(*work));
+    work = job.team.next();
+  }
+}
+
+void callHelpers(const std::shared_ptr<TreeJob>& job) {
+  for (unsigned i = 1; i < GlobalQueue::width(); ++i) {
+    GlobalQueue::submit([job] {
+      if (!job->team.join()) return;
+      std::optional<WalkWork> work = job->team.next();
+      if (!work) return;
+      TreeWorker worker(*job);
+      workUntilOver(*job, worker, std::move(work));
+    });
+  }
+}
+
+/// Turns the folders that a walk kept into its result: sums come up, records go out in order.
+class Harvest {
+ public:
+  Harvest(bool containsZeroItems, WalkResult& result)
+      : containsZeroItems_(containsZeroItems), result_(result) {}
+
+  void run(WalkFolder& root) {
+    path_.push_back({&root, 0, 0, kNoRecord});
+    while (!path_.empty()) {
+      Step& step = path_.back();
+      if (step.next < step.folder->items.size()) {
+        goInto(step.folder->items[step.next++]);
+      } else {
+        finish();
+      }
+    }
+    closeGaps();
+  }
+
+ private:
+  static constexpr std::size_t kNoRecord = static_cast<std::size_t>(-1);
+  struct Step {
+    WalkFolder* folder;
+    std::size_t next;
+    std::int64_t bytes;  // of the folders below that are finished
+    std::size_t record;  // index of the folder's own record
+  };
+
+  void goInto(WalkItem& item) {
+    std::size_t index = kNoRecord;
+    if (item.record) {
+      index = result_.records.size();
+      result_.records.push_back(std::move(item.record));
+    }
+    if (item.below != nullptr) path_.push_back({item.below, 0, 0, index});
+  }
+
+  void finish() {
+    const Step step = path_.back();
+    path_.pop_back();
+    const std::int64_t bytes = checkedAdd(step.bytes, step.folder->bytes.load(std::memory_order_relaxed));
+    step.folder->items = {};  // the walk's memory goes while the result's grows
+    if (step.record != kNoRecord) finishRecord(result_.records[step.record], bytes);
+    if (!path_.empty()) path_.back().bytes = checkedAdd(path_.back().bytes, bytes);
+  }
+
+  void finishRecord(Ref<FileInformation>& record, std::int64_t bytes) {
+    if (record->fileKind == rawValue(FilesKind::File)) return;
+    record->size = bytes;
+    result_.totals.folderSize = checkedAdd(result_.totals.folderSize, bytes);
+    ++result_.totals.folderNumber;
+    if (bytes == 0 && !containsZeroItems_) record = nullptr;
+  }
+
+  /// Records are numbered in order once it is known which of them stay.
+  void closeGaps() {
+    std::size_t count = 0;
+    for (Ref<FileInformation>& record : result_.records) {
+      if (!record) continue;
+      record->finderID = static_cast<Integer>(count);
+      if (&result_.records[count] != &record) result_.records[count] = std::move(record);
+      ++count;
+    }
+    result_.records.resize(count);
+  }
+
+  bool containsZeroItems_;
+  WalkResult& result_;
+  std::vector<Step> path_;
+};
+
+}  // namespace
+
+WalkResult walkTree(const URL& root, const WalkRequest& request) {
+  WalkResult result;
+  result.totals.url = root;
+  FileDescriptor folder = openFolder(root.path().c_str());
+  if (!folder.isOpen()) return result;
+
+  std::string urlText = root.absoluteString();
+  if (!urlText.ends_with('/')) urlText += '/';
+  const auto job = std::make_shared<TreeJob>(request);
+  WalkFolder top;
+  TreeWorker owner(*job);
+  owner.onLargeWalk = [&job] { callHelpers(job); };
+  workUntilOver(*job, owner, WalkWork{std::move(folder), &top, std::move(urlText), 1, false});
+
+  result.totals.fileSize = job->fileBytes();
+  result.totals.fileNumber = job->fileCount();
+  Harvest(request.isContainZeroItem, result).run(top);
+  return result;
+}
+
+std::int64_t sizeOfTree(const std::string& path, const StopTest& stop) {
+  FileDescriptor folder = openFolder(path.c_str());
+  if (!folder.isOpen()) return 0;
+  WalkRequest request;
+  request.stop = stop;
+  TreeJob job(request);
+  WalkFolder top;
+  TreeWorker worker(job);
+  worker.run(WalkWork{std::move(folder), &top, {}, 1, true});
+  return top.bytes.load();
+}
+
+}  // namespace sorrel

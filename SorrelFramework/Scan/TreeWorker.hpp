@@ -1,0 +1,136 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <deque>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/FolderListing.hpp"
+#include "SorrelFramework/Platform/FolderStack.hpp"
+#include "SorrelFramework/Platform/FolderStream.hpp"
+#include "SorrelFramework/Scan/ProgressPost.hpp"
+#include "SorrelFramework/Scan/TreeWalk.hpp"
+#include "SorrelFramework/Scan/WalkTeam.hpp"
+
+namespace sorrel {
+
+struct WalkFolder;
+
+/// An item of a folder that matters for the result: it has a record, or lies above items that may have one.
+struct WalkItem {
+  Ref<FileInformation> record;
+  WalkFolder* below = nullptr;  ///< of folders
+};
+
+/// What a walk keeps of one folder that it met.
+struct WalkFolder {
+  std::vector<WalkItem> items;         ///< by name
+  std::atomic<std::int64_t> bytes{0};  ///< of all that lies below and is in no WalkFolder of its own
+
+  void addBytes(std::int64_t count);
+};
+
+/// A folder that is still to be walked.
+struct WalkWork {
+  FileDescriptor folder;
+  WalkFolder* result = nullptr;
+  std::string urlText;  ///< with its "/"; empty where only sizes are wanted
+  int level = 0;        ///< of the folder's items
+  bool wantsBytes = false;
+
+  [[nodiscard]] bool makesRecords() const noexcept { return !urlText.empty(); }
+};
+
+/// One walk: the request, what the members of its team bring together, and where they keep it.
+class TreeJob {
+ public:
+  explicit TreeJob(const WalkRequest& walkRequest) : request(walkRequest) {}
+
+  const WalkRequest& request;  ///< outlives all work, though not every helper that comes too late
+  WalkTeam<WalkWork> team;
+
+  /// A place for one member's folders; lives as long as the job.
+  std::deque<WalkFolder>& newArena();
+  void addFiles(std::int64_t bytes, Integer count);
+  /// Tells the error handler; a handler that says so ends the walk.
+  void report(const URL& url, int error);
+
+  [[nodiscard]] bool isStopped() const {
+    return ended_.load(std::memory_order_relaxed) || request.stop.isStopped();
+  }
+  [[nodiscard]] std::int64_t fileBytes() const noexcept { return fileBytes_; }
+  [[nodiscard]] Integer fileCount() const noexcept { return fileCount_; }
+
+ private:
+  std::mutex mutex_;
+  std::deque<std::deque<WalkFolder>> arenas_;
+  std::int64_t fileBytes_ = 0;
+  Integer fileCount_ = 0;
+  std::atomic<bool> ended_{false};
+};
+
+/// One member of a walk: goes depth first through the folders it was given, with one system call for each
+/// item, a bounded number of open files and no memory that grows with what it only sizes.
+class TreeWorker {
+ public:
+  explicit TreeWorker(TreeJob& job);
+  ~TreeWorker();
+
+  /// Called once for each folder from which on helpers are worth their while; set by the owner of the walk.
+  std::function<void()> onLargeWalk;
+
+  void run(WalkWork work);
+
+ private:
+  /// A folder below the present one that is still to be entered.
+  struct Pending {
+    std::size_t name;  // where it begins in names
+    WalkFolder* result;
+    bool makesRecords;
+    bool wantsBytes;
+  };
+  struct Frame {
+    std::string names;  // of the pending folders, each with its NUL
+    std::vector<Pending> pending;
+    std::size_t next = 0;
+    std::string urlText;
+    WalkFolder* result = nullptr;
+    int level = 0;
+    bool makesRecords = false;
+    bool wantsBytes = false;
+  };
+
+  Frame& newFrame(WalkFolder* result, int level, bool makesRecords, bool wantsBytes);
+  void enter(const Frame& above, const Pending& pending);
+  void readFolder(Frame& frame);
+  void sizeFolder(Frame& frame);
+  void recordFolder(Frame& frame);
+  void recordItem(Frame& frame, std::string_view name, const FileStatus& status, const FolderRights& rights);
+  void keepForLater(Frame& frame, std::string_view name, WalkFolder* result, bool makesRecords,
+                    bool wantsBytes);
+  void giveAway();
+  void leave();
+  void reportUnreadable(const std::string& urlText, int error);
+
+  TreeJob& job_;
+  std::deque<WalkFolder>& arena_;
+  FolderStream stream_;
+  FolderListing listing_;
+  FolderStack folders_;
+  std::vector<std::unique_ptr<Frame>> frames_;
+  std::size_t used_ = 0;  // frames in use; the others are kept for their memory
+  std::size_t visited_ = 0;
+  std::string tail_;  // coded name of the present item
+  DeletionRule deletion_;
+  ProgressPost progress_;
+  std::int64_t fileBytes_ = 0;
+  Integer fileCount_ = 0;
+};
+
+}  // namespace sorrel
