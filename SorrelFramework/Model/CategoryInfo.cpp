@@ -32,7 +32,7 @@ CategoryInformation::CategoryInformation(Integer newState, Integer newFinderID, 
 }
 
 CategoryInformation::~CategoryInformation() {
-  for (FileInformation& child : childrens) child.parentCategoryInfo.forget(*this);
+  for (FileInformation& child : childrens) child.forgetCategory(*this);
   if (!childrenCateogry) return;
   for (CategoryInformation& child : *childrenCateogry) child.parentCategory.forget(*this);
 }

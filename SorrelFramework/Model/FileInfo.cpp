@@ -1,6 +1,7 @@
 #include "SorrelFramework/Model/FileInfo.hpp"
 
 #include <utility>
+#include <vector>
 
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 
@@ -57,6 +58,20 @@ FileInformation::~FileInformation() {
 
 TreeNode::Parents FileInformation::parents() const noexcept {
   return {{parentCategoryInfo.get(), parentFileInfo.get()}};
+}
+
+void FileInformation::forgetCategory(const CategoryInformation& category) {
+  parentCategoryInfo.forget(category);
+  if (!isInSeveralArrays()) return;  // goes with the category, and all that is below it
+  std::vector<FileInformation*> surviving{this};
+  while (!surviving.empty()) {
+    FileInformation* const record = surviving.back();
+    surviving.pop_back();
+    for (FileInformation& child : record->childrens) {
+      child.parentCategoryInfo.forget(category);
+      surviving.push_back(&child);
+    }
+  }
 }
 
 bool operator==(const FileInformation& a, const FileInformation& b) noexcept {

@@ -66,8 +66,9 @@ class FileInformation final : public TreeNode {
   bool removeCategory;  ///< when this record is cleaned, its category goes too
   /// As of the last assignment of finderID: a change of any other field leaves it stale, on purpose.
   IdentityText hashValueString;
-  std::any
-      attachInformation;  ///< payload of whoever made the record; read back with its exact type or not at all
+  /// Payload of whoever made the record; read back with its exact type or not at all. It points at records of
+  /// its own tree with plain pointers, never with handles.
+  std::any attachInformation;
   Children<FileInformation> childrens;
   ParentLink<CategoryInformation> parentCategoryInfo;
   Integer fileKind;  ///< raw FilesKind
@@ -80,10 +81,12 @@ class FileInformation final : public TreeNode {
   friend bool operator==(const FileInformation& a, const FileInformation& b) noexcept;
 
  private:
+  friend class CategoryInformation;
   friend class Observed<FileInformation>;
   ~FileInformation() override;
   [[nodiscard]] Parents parents() const noexcept override;
   void finderIDWasSet() { hashValueString.take(*this); }
+  void forgetCategory(const CategoryInformation& category);
 };
 
 /// For sets of records: by what they hold, not by which object they are.

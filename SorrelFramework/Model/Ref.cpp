@@ -23,7 +23,17 @@ bool TreeNode::countHandle() noexcept {
   }
 }
 
+void TreeNode::addFirstHandle() noexcept {
+  counts_.store(kHandle, std::memory_order_relaxed);
+  for (TreeNode* parent : parents().node) {
+    if (parent != nullptr) parent->addHandle();
+  }
+}
+
 void TreeNode::addHandle() noexcept {
+  // A new record, which nobody else knows, as a scan makes them by the million.
+  if (counts_.load(std::memory_order_relaxed) == 0) return addFirstHandle();
+
   // A loop along the last parent, with a recursion for the others, which are few: a folder may lie as deep as
   // it likes.
   TreeNode* node = this;

@@ -28,6 +28,8 @@ namespace sorrel {
 ///
 /// A `Children` value outside of any record owns its records like an array of a parent: it keeps nothing
 /// above them. Whoever takes records out of a tree holds them as handles (`Children::refs()`).
+/// What lies in the tree itself, such as a payload of a record, points at other records of the tree with
+/// plain pointers: a handle in there would keep the tree forever.
 class TreeNode {
  public:
   TreeNode(const TreeNode&) = delete;
@@ -41,6 +43,11 @@ class TreeNode {
 
   TreeNode() = default;
   virtual ~TreeNode() = default;
+
+  /// Whether more than one array holds this record.
+  [[nodiscard]] bool isInSeveralArrays() const noexcept {
+    return (counts_.load(std::memory_order_relaxed) & ~kLock) >= 2 * kSlot;
+  }
 
   /// The parents that a handle on this record keeps alive. Chains of any length lead through the last one;
   /// those through the others are short.
@@ -60,6 +67,7 @@ class TreeNode {
   static constexpr std::uint64_t kHandleMask = kSlot - 1;
 
   void addHandle() noexcept;
+  void addFirstHandle() noexcept;
   void dropHandle() noexcept;
   void addSlot() noexcept { counts_.fetch_add(kSlot, std::memory_order_relaxed); }
   void dropSlot() noexcept;

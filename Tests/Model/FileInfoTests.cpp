@@ -206,14 +206,14 @@ TEST(FileInformation, hashTellsTheFourFieldsApart) {
 }
 
 TEST(FileInformation, payloadIsReadBackWithItsExactTypeOrNotAtAll) {
-  using Categories = std::map<Integer, Ref<CategoryInformation>>;
+  using Categories = std::map<Integer, CategoryInformation*>;
   const auto category = makeCategory();
   const auto file = makeFile();
-  file->attachInformation = Categories{{1, category}};
+  file->attachInformation = Categories{{1, category.get()}};
 
   const auto* const held = std::any_cast<Categories>(&file->attachInformation);
   ASSERT_NE(held, nullptr);
-  EXPECT_EQ(held->at(1), category);
+  EXPECT_EQ(held->at(1), category.get());
   EXPECT_EQ(std::any_cast<std::string>(&file->attachInformation), nullptr);
   EXPECT_EQ(std::any_cast<Integer>(&file->attachInformation), nullptr);
 }

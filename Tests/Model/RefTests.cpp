@@ -205,6 +205,23 @@ TEST(Ref, payloadThatHoldsAHandleIsFreedWithItsRecord) {
   EXPECT_TRUE(life.over());
 }
 
+TEST(Ref, recordSharedByFiveArraysKeepsItsParentThroughEachOfThem) {
+  Chain chain;
+  std::vector<Ref<Node>> others;
+  for (int i = 0; i < 4; ++i) others.push_back(makeRef<Node>(std::any(), chain.root));
+  for (const Ref<Node>& other : others) {
+    chain.root->children.push_back(other);
+    other->children.push_back(chain.leaf);
+  }
+  chain.root = nullptr;
+  chain.middle = nullptr;
+  others.clear();
+  EXPECT_FALSE(chain.rootLife.over());
+  EXPECT_EQ(chain.leaf->parent->parent->children.size(), 5U);
+  chain.leaf = nullptr;
+  EXPECT_TRUE(chain.rootLife.over() && chain.leafLife.over());
+}
+
 TEST(Ref, treeOfAnyDepthIsPinnedAndFreedOnASmallStack) {
   constexpr int kDepth = 400'000;
   Life rootLife;
@@ -544,6 +561,7 @@ TEST(Ref, categoryThatIsFreedLeavesNoLinkInARecordThatLivesOn) {
   tree.file = nullptr;
   EXPECT_TRUE(tree.moduleLife.over());
   EXPECT_FALSE(keeper->childrens[0].parentCategoryInfo);
+  EXPECT_FALSE(keeper->childrens[0].childrens[0].parentCategoryInfo);
   EXPECT_EQ(keeper->childrens[0].childrens[0].parentFileInfo.get(), &keeper->childrens[0]);
 }
 
