@@ -30,7 +30,7 @@ namespace sorrel {
 /// MIME type by the name, "application/octet-stream" if nothing is known, "inode/directory" for a folder.
 [[nodiscard]] std::string mimeType(std::string_view path, bool isDirectory);
 
-/// The type in words, in the user's language: "JPEG image", "Folder".
+/// The type in words, in the user's language: "JPEG image", "folder".
 [[nodiscard]] std::string localizedTypeDescription(std::string_view path, bool isDirectory);
 
 }  // namespace sorrel
