@@ -7,26 +7,18 @@
 #include <fstream>
 #include <iterator>
 
+#include "Tests/Support/TreeRemoval.hpp"
+
 namespace sorrel::test {
 
 namespace fs = std::filesystem;
 
-TemporaryFolder::TemporaryFolder() : path_((fs::temp_directory_path() / "sorrel-test-XXXXXX").string()) {
+TemporaryFolder::TemporaryFolder()
+    : path_((fs::canonical(fs::temp_directory_path()) / "sorrel-test-XXXXXX").string()) {
   EXPECT_NE(::mkdtemp(path_.data()), nullptr) << path_;
 }
 
-TemporaryFolder::~TemporaryFolder() {
-  std::error_code ignored;
-  // A test may have taken its own rights away.
-  for (auto entry =
-           fs::recursive_directory_iterator(path_, fs::directory_options::skip_permission_denied, ignored);
-       entry != fs::recursive_directory_iterator(); entry.increment(ignored)) {
-    if (entry->is_directory(ignored) && !entry->is_symlink(ignored)) {
-      fs::permissions(entry->path(), fs::perms::owner_all, fs::perm_options::add, ignored);
-    }
-  }
-  fs::remove_all(path_, ignored);
-}
+TemporaryFolder::~TemporaryFolder() { EXPECT_TRUE(removeTree(path_)) << path_; }
 
 std::string TemporaryFolder::path(std::string_view name) const { return path_ + '/' + std::string(name); }
 

@@ -5,7 +5,7 @@
 
 namespace sorrel::test {
 
-/// A folder of one test, removed with everything in it when the test ends.
+/// A folder of one test, removed with everything in it when the test ends. Its path holds no link.
 class TemporaryFolder {
  public:
   TemporaryFolder();
