@@ -1,0 +1,36 @@
+#pragma once
+
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "Host/ExitStatus.hpp"
+
+namespace sorrel::cli {
+
+/// The options that every command takes, before or behind its name.
+struct GlobalOptions {
+  std::string catalogue;  ///< "": the one that comes with the program
+  std::string volume;     ///< "": this machine
+  std::string user;       ///< "": see HostSetup
+  std::string bundleID = "org.sorrel.Sorrel";
+  std::string toolFolder;  ///< "": the stand-ins that come with the program, if any
+  bool json = false;
+  bool quiet = false;
+};
+
+struct Command;
+
+/// A command line that makes sense.
+struct Invocation {
+  GlobalOptions options;
+  const Command* command = nullptr;
+  std::string feature;             ///< of `scan`
+  std::vector<std::string> paths;  ///< of `scan`
+};
+
+/// Reads the words behind the program's name. Wrong use is a CommandError; "--help" and "--version" are
+/// answered here, with the status to end with.
+std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::string>& words);
+
+}  // namespace sorrel::cli

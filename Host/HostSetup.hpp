@@ -1,0 +1,23 @@
+#pragma once
+
+#include <optional>
+#include <string>
+
+namespace sorrel::cli {
+
+struct GlobalOptions;
+
+/// Tells the framework which machine it works on, and with which resources, before its first call.
+///
+/// With a volume: the home is that of `user`; without one, the single folder below Users other than "Shared",
+/// else the login name. A volume that is no folder or lacks the home is wrong use. Without a volume: this
+/// machine, and no user but the one who runs the program.
+///
+/// What comes with the program lies beside it: its catalogues in ../share/sorrel/Catalogue/{macOS,Linux},
+/// stand-ins for system tools in ../libexec/sorrel. The build folder has the same form as an installation.
+void installHost(const GlobalOptions& options);
+
+/// The catalogue file that the user chose; nothing for the program's own.
+std::optional<std::string> chosenCatalogue(const GlobalOptions& options);
+
+}  // namespace sorrel::cli

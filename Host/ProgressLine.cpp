@@ -1,0 +1,75 @@
+#include "Host/ProgressLine.hpp"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <cstdio>
+
+#include "Host/SafeText.hpp"
+
+namespace sorrel::cli {
+namespace {
+
+constexpr auto kLeastPause = std::chrono::milliseconds(100);
+constexpr std::size_t kUsualColumns = 80;
+
+std::size_t terminalColumns() {
+  winsize size{};
+  if (::ioctl(STDERR_FILENO, TIOCGWINSZ, &size) != 0 || size.ws_col == 0) return kUsualColumns;
+  return size.ws_col;
+}
+
+// The first `columns` characters. A wide character counts as one here, so the line keeps well clear of the
+// edge.
+std::string_view firstCharacters(std::string_view text, std::size_t columns) {
+  std::size_t at = 0;
+  for (; at < text.size(); ++at) {
+    const bool begins = (static_cast<unsigned char>(text[at]) & 0xC0U) != 0x80U;
+    if (begins && columns-- == 0) break;
+  }
+  return text.substr(0, at);
+}
+
+}  // namespace
+
+ProgressLine::ProgressLine(bool wanted) : enabled_(wanted && ::isatty(STDERR_FILENO) == 1) {}
+
+ProgressLine::~ProgressLine() { clear(); }
+
+void ProgressLine::item(std::string_view path, std::int64_t size) {
+  ++items_;
+  bytes_ += std::min(size, INT64_MAX - bytes_);
+  draw(path);
+}
+
+void ProgressLine::percent(float fraction) {
+  fraction_ = fraction;
+  draw({});
+}
+
+void ProgressLine::clear() {
+  if (!drawn_) return;
+  std::fputs("\r\x1b[K", stderr);
+  drawn_ = false;
+}
+
+void ProgressLine::draw(std::string_view path) {
+  if (!enabled_) return;
+  const auto now = std::chrono::steady_clock::now();
+  if (drawn_ && now - last_ < kLeastPause) return;
+  last_ = now;
+  drawn_ = true;
+  const int percent = static_cast<int>(std::clamp(fraction_, 0.0F, 1.0F) * 100);
+  const std::string name = printable(path.substr(path.rfind('/') + 1));
+  std::string line =
+      std::to_string(percent) + " %  " + std::to_string(items_) + " items, " + sizeText(bytes_) + "  " + name;
+  const std::size_t columns = terminalColumns();
+  const std::string shown(firstCharacters(line, columns - columns / 4));
+  std::fprintf(stderr, "\r\x1b[K%s", shown.c_str());
+  std::fflush(stderr);
+}
+
+}  // namespace sorrel::cli

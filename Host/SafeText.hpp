@@ -1,0 +1,21 @@
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <string_view>
+
+namespace sorrel::cli {
+
+/// `bytes` as valid UTF-8: each sequence that is none becomes one U+FFFD, cut as the Unicode standard
+/// recommends (the longest part that could have begun a character).
+std::string validUTF8(std::string_view bytes);
+
+/// `bytes` for a terminal: valid UTF-8 in which control characters and the characters that turn the direction
+/// of writing stand as escapes ("\n", "\x1b", "\u202e"), so that a file's name can neither move the cursor
+/// nor look like another one.
+std::string printable(std::string_view bytes);
+
+/// "0 B", "640 B", "1.5 KiB", "3.0 GiB": units of 1024 with one decimal.
+std::string sizeText(std::int64_t bytes);
+
+}  // namespace sorrel::cli

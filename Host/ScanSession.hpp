@@ -1,0 +1,26 @@
+#pragma once
+
+#include <functional>
+
+#include "Host/JsonDocument.hpp"
+#include "SorrelFramework/Model/FeatureInfo.hpp"
+#include "SorrelFramework/Model/Ref.hpp"
+
+namespace sorrel::cli {
+
+class InterruptWatch;
+struct ScanFeature;
+
+struct SessionResult {
+  ScanOutcome outcome;
+  bool stopped = false;  ///< Ctrl-C came before the scan was through
+};
+
+/// Runs the scanner of `row` over `feature` with this thread as the main loop, and returns when everything
+/// has arrived: `done` has run, the bar has reported its end, and every block of progress has been delivered.
+/// Ctrl-C stops the scan, which then ends with what it has found so far. The tree is filled as an application
+/// does it.
+SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& feature,
+                      InterruptWatch& interrupts, bool showProgress);
+
+}  // namespace sorrel::cli

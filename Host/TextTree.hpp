@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sorrel {
+class CategoryInformation;
+class FeatureInformation;
+class ModuleInformation;
+template <class T>
+class Ref;
+}  // namespace sorrel
+
+namespace sorrel::cli {
+
+/// The catalogue: modules, their features with the words that `sorrel scan` takes, their categories and
+/// folders.
+void writeModules(std::ostream& out, const std::vector<Ref<ModuleInformation>>& modules);
+
+/// A scanned feature: a size in front of each row, rows below their parents, and a line with the sum at the
+/// end.
+void writeScan(std::ostream& out, FeatureInformation& feature, std::int64_t size);
+
+}  // namespace sorrel::cli

@@ -1,0 +1,42 @@
+#include <cstdlib>
+#include <iostream>
+#include <string>
+#include <variant>
+#include <vector>
+
+#include "Host/CommandError.hpp"
+#include "Host/CommandLine.hpp"
+#include "Host/Commands.hpp"
+#include "Host/ExitStatus.hpp"
+#include "Host/InterruptWatch.hpp"
+#include "Host/SafeText.hpp"
+#include "SorrelFramework/Platform/Fatal.hpp"
+
+namespace {
+
+using sorrel::cli::CommandError;
+using sorrel::cli::ExitStatus;
+using sorrel::cli::Invocation;
+
+void endAfterFatalStop() { std::_Exit(static_cast<int>(ExitStatus::FatalStop)); }
+
+ExitStatus run(const std::vector<std::string>& words, sorrel::cli::InterruptWatch& interrupts) {
+  try {
+    const auto parsed = sorrel::cli::parseCommandLine(words);
+    if (const auto* const status = std::get_if<ExitStatus>(&parsed)) return *status;
+    const auto& invocation = std::get<Invocation>(parsed);
+    return invocation.command->run(invocation, interrupts);
+  } catch (const CommandError& error) {
+    std::cerr << "sorrel: " << sorrel::cli::printable(error.what()) << '\n';
+    return error.status();
+  }
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  sorrel::cli::InterruptWatch interrupts;
+  sorrel::setFatalHandler(endAfterFatalStop);
+  std::ios::sync_with_stdio(false);
+  return static_cast<int>(run({argv + 1, argv + argc}, interrupts));
+}

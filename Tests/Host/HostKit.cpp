@@ -1,0 +1,164 @@
+#include "Tests/Host/HostKit.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <stdexcept>
+
+namespace sorrel::hosttests {
+namespace {
+
+namespace fs = std::filesystem;
+
+std::vector<char*> pointers(std::vector<std::string>& words) {
+  std::vector<char*> list;
+  for (std::string& word : words) list.push_back(word.data());
+  list.push_back(nullptr);
+  return list;
+}
+
+void makePendingInterrupt() {
+  ::signal(SIGINT, SIG_DFL);
+  sigset_t interrupt;
+  sigemptyset(&interrupt);
+  sigaddset(&interrupt, SIGINT);
+  ::sigprocmask(SIG_BLOCK, &interrupt, nullptr);
+  ::raise(SIGINT);
+}
+
+[[noreturn]] void execute(const std::vector<char*>& words, const std::vector<char*>& environment,
+                          const std::string& out, const std::string& err, bool interrupted) {
+  const int input = ::open("/dev/null", O_RDONLY);
+  const int output = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  const int errors = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+  if (input < 0 || output < 0 || errors < 0 || ::chdir("/") != 0) ::_exit(126);
+  ::dup2(input, STDIN_FILENO);
+  ::dup2(output, STDOUT_FILENO);
+  ::dup2(errors, STDERR_FILENO);
+  if (interrupted) makePendingInterrupt();
+  ::execve(words[0], words.data(), environment.data());
+  ::_exit(127);
+}
+
+std::string entryLine(const fs::path& path) {
+  struct stat entry {};
+  ::lstat(path.c_str(), &entry);
+  std::string line = path.string();
+  for (const auto number :
+       {static_cast<std::int64_t>(entry.st_mode), static_cast<std::int64_t>(entry.st_uid),
+        static_cast<std::int64_t>(entry.st_nlink), static_cast<std::int64_t>(entry.st_size),
+        static_cast<std::int64_t>(entry.st_mtim.tv_sec), static_cast<std::int64_t>(entry.st_mtim.tv_nsec),
+        static_cast<std::int64_t>(entry.st_ctim.tv_sec), static_cast<std::int64_t>(entry.st_ctim.tv_nsec)}) {
+    line += " " + std::to_string(number);
+  }
+  if (S_ISREG(entry.st_mode)) line += " " + contentOf(path.string());
+  return line;
+}
+
+std::string categoryText(const CategoryRow& row) {
+  std::string text = "<dict><key>finder</key><integer>" + std::to_string(row.finderID) +
+                     "</integer><key>status</key><integer>0</integer><key>title</key><string>Row " +
+                     std::to_string(row.finderID) +
+                     "</string><key>image</key><string></string><key>description</key><string>About row " +
+                     std::to_string(row.finderID) + "</string><key>type</key><string>" + row.type +
+                     "</string><key>urls</key><array>";
+  for (const std::string& url : row.urls) text += "<dict><key>url</key><string>" + url + "</string></dict>";
+  return text + "</array></dict>";
+}
+
+}  // namespace
+
+std::string contentOf(const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(file), {}};
+}
+
+TemporaryFolder::TemporaryFolder() {
+  std::string name = fs::canonical(fs::temp_directory_path()).string() + "/sorrel-host.XXXXXX";
+  if (::mkdtemp(name.data()) == nullptr) throw std::runtime_error("no temporary folder");
+  path_ = name;
+}
+
+TemporaryFolder::~TemporaryFolder() {
+  std::error_code error;
+  fs::remove_all(path_, error);
+}
+
+std::string TemporaryFolder::file(std::string_view relative, std::size_t size) const {
+  return text(relative, std::string(size, 'x'));
+}
+
+std::string TemporaryFolder::text(std::string_view relative, std::string_view content) const {
+  const fs::path place = path(relative);
+  fs::create_directories(place.parent_path());
+  std::ofstream(place, std::ios::binary) << content;
+  return place.string();
+}
+
+std::string TemporaryFolder::folder(std::string_view relative) const {
+  fs::create_directories(path(relative));
+  return path(relative);
+}
+
+Json ProgramRun::document() const {
+  Json document = Json::parse(out, nullptr, false);
+  EXPECT_FALSE(document.is_discarded()) << "status " << status << "\nout: " << out << "\nerr: " << err;
+  return document;
+}
+
+ProgramRun sorrel(const std::vector<std::string>& arguments, const RunOptions& options) {
+  const TemporaryFolder outputs;
+  std::vector<std::string> words = {SORREL_PROGRAM};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> variables = options.environment;
+  // What a checker is told must reach the program too.
+  for (const char* const name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+    if (const char* const value = std::getenv(name)) variables.push_back(std::string(name) + "=" + value);
+  }
+  const std::vector<char*> argv = pointers(words);
+  const std::vector<char*> envp = pointers(variables);
+  const std::string out = outputs.path("out");
+  const std::string err = outputs.path("err");
+
+  const pid_t child = ::fork();
+  if (child == 0) execute(argv, envp, out, err, options.interrupted);
+  int state = 0;
+  ::waitpid(child, &state, 0);
+  return {WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state), contentOf(out), contentOf(err)};
+}
+
+std::string catalogue(const std::vector<FeatureRow>& features) {
+  std::string text =
+      "<plist version=\"1.0\"><dict><key>Only</key><dict><key>finder</key><integer>1</integer>"
+      "<key>title</key><string>Cleaner</string><key>image</key><string></string>"
+      "<key>description</key><string>Cleans</string><key>version</key><string>1.0</string>"
+      "<key>type</key><string>Main</string><key>module</key><array>";
+  for (const FeatureRow& feature : features) {
+    text += "<dict><key>finder</key><integer>" + std::to_string(feature.finderID) +
+            "</integer><key>status</key><integer>0</integer><key>image</key><string></string>"
+            "<key>title</key><string>Feature " +
+            std::to_string(feature.finderID) +
+            "</string><key>description</key><string>About it</string><key>category</key><array>";
+    for (const CategoryRow& row : feature.categories) text += categoryText(row);
+    text += "</array></dict>";
+  }
+  return text + "</array></dict></dict></plist>";
+}
+
+std::vector<std::string> snapshot(const std::string& folder) {
+  std::vector<std::string> lines;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) lines.push_back(entryLine(entry.path()));
+  std::ranges::sort(lines);
+  return lines;
+}
+
+}  // namespace sorrel::hosttests

@@ -1,0 +1,73 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <nlohmann/json.hpp>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sorrel::hosttests {
+
+using Json = nlohmann::ordered_json;
+
+/// A folder of its own below the temporary folder, removed at the end.
+class TemporaryFolder {
+ public:
+  TemporaryFolder();
+  ~TemporaryFolder();
+  TemporaryFolder(const TemporaryFolder&) = delete;
+  TemporaryFolder& operator=(const TemporaryFolder&) = delete;
+
+  /// Absolute, without links, without a slash at its end.
+  [[nodiscard]] const std::string& path() const { return path_; }
+  [[nodiscard]] std::string path(std::string_view relative) const {
+    return path_ + "/" + std::string(relative);
+  }
+
+  /// Makes a file of `size` bytes, or with `text`, and the folders above it. Gives its absolute path.
+  std::string file(std::string_view relative, std::size_t size) const;
+  std::string text(std::string_view relative, std::string_view text) const;
+  std::string folder(std::string_view relative) const;
+
+ private:
+  std::string path_;
+};
+
+/// What a run of sorrel left behind.
+struct ProgramRun {
+  int status = -1;  ///< exit status; 128 + the number of the signal that ended it
+  std::string out;
+  std::string err;
+
+  /// The document on standard output; a failed expectation if there is anything else.
+  [[nodiscard]] Json document() const;
+};
+
+struct RunOptions {
+  std::vector<std::string> environment = {"HOME=/nonexistent"};  ///< the whole of it
+  bool interrupted = false;  ///< SIGINT is pending, and blocked, when the program starts
+};
+
+/// Runs the program that the build made, with standard input from /dev/null and "/" as its folder.
+ProgramRun sorrel(const std::vector<std::string>& arguments, const RunOptions& options = {});
+
+/// A catalogue with one module of number 1.
+struct CategoryRow {
+  std::int64_t finderID = 0;
+  std::string type = "SystemCache";
+  std::vector<std::string> urls;
+};
+struct FeatureRow {
+  std::int64_t finderID = 1;
+  std::vector<CategoryRow> categories;
+};
+std::string catalogue(const std::vector<FeatureRow>& features);
+
+/// All bytes of a file; "" if it is not there.
+std::string contentOf(const std::string& path);
+
+/// One line for each entry below `folder`: path, type, mode, owner, size, times of change, content of files.
+std::vector<std::string> snapshot(const std::string& folder);
+
+}  // namespace sorrel::hosttests
