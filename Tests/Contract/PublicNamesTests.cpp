@@ -24,7 +24,11 @@
 #include "SorrelFramework/Model/ModuleInfo.hpp"
 #include "SorrelFramework/Model/ScanFileInfo.hpp"
 #include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
+#include "SorrelFramework/Scan/MasterScan/TrashBinScanService.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
+#include "SorrelFramework/Scan/ScanTypes.hpp"
+#include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/MD5.hpp"
 #include "SorrelFramework/Units/ScanStatus.hpp"
@@ -264,6 +268,66 @@ static_assert(static_cast<int>(WeftRunError::ShutDown) == 4);
 static_assert(static_cast<int>(WeftQOS::Default) == 2);
 static_assert(isMethod<void(WeftSerialQueue::Task, WeftSerialQueue::Failure)>(&WeftSerialQueue::submit));
 static_assert(std::constructible_from<WeftSerialQueue, WeftQOS>);
+
+// SuperScanService
+using Serial = std::shared_ptr<WeftSerialQueue>;
+static_assert(!std::is_default_constructible_v<SuperScanService>);
+static_assert(std::is_same_v<SuperScanService::ScanState, ScanState>);
+static_assert(std::is_same_v<decltype(SuperScanService::scanStatus), ScanStatusTable&>);
+static_assert(std::is_same_v<decltype(SuperScanService::percentService), PercentServiceSlot>);
+static_assert(isOperation<const Image&()>(&SuperScanService::defaultImage));
+static_assert(SuperScanService::defaultTitle.empty());
+static_assert(SuperScanService::defaultSize == 0 && SuperScanService::defaultSearchKeySize == 0);
+static_assert(isOperation<URL()>(&SuperScanService::defaultURL));
+static_assert(isOperation<URL()>(&SuperScanService::supportFolder));
+static_assert(isOperation<void(FeatureInformation&)>(&SuperScanService::stopScan));
+static_assert(isOperation<std::string(const URL&)>(&SuperScanService::handleURLToString));
+static_assert(isOperation<std::string(std::string_view)>(&SuperScanService::handleStringToString));
+using CategoryList = std::vector<Ref<CategoryInformation>>;
+static_assert(
+    isOperation<CategoryList(const CategoryList&)>(&SuperScanService::largeAndOldFileFilterAllFile));
+static_assert(isOperation<std::int64_t(const URL&, Integer)>(&SuperScanService::calculateSize));
+static_assert(isOperation<std::int64_t(const URL&, Integer, Integer)>(&SuperScanService::appCalculateSize));
+static_assert(isOperation<std::int64_t(const URL&)>(&SuperScanService::getPackageSizeFromTerminal));
+static_assert(isOperation<Ref<FileInformation>(const URL&, ResourceKeys, CategoryInformation&,
+                                               std::optional<std::int64_t>)>(
+    &SuperScanService::getFileInformationFromUrl));
+static_assert(isOperation<Ref<FileInformation>(const URL&, ResourceKeys, std::optional<std::int64_t>)>(
+    &SuperScanService::getFileInformationFromUrl));
+static_assert(requires(const URL& url, ResourceKeys propertiesForKey, CategoryInformation& categoryInfo) {
+  SuperScanService::getFileInformationFromUrl(url, propertiesForKey, categoryInfo);
+  SuperScanService::getFileInformationFromUrl(url, propertiesForKey);
+});
+static_assert(isOperation<std::vector<std::string>(std::string_view, std::string_view)>(
+    &SuperScanService::regexGetSub));
+static_assert(
+    isOperation<void(FeatureInformation&, const std::vector<URL>&, Integer, ResourceKeys, EnumerationOptions,
+                     Integer, ProgressFunc, PercentFunc, FilterFunc, RootsDoneFunc, Serial,
+                     CategoryInformation&, bool)>(&SuperScanService::getListFromUrls));
+static_assert(
+    isOperation<void(FeatureInformation&, const URL&, Integer, ResourceKeys, EnumerationOptions, Integer,
+                     EnumerationErrorHandler, FilterFunc, ProgressFunc, const RootDoneFunc&,
+                     CategoryInformation&, bool)>(&SuperScanService::getListFromUrl));
+static_assert(std::is_same_v<ProgressFunc, std::function<void(const std::string&, std::int64_t)>>);
+static_assert(std::is_same_v<PercentFunc, std::function<void(float)>>);
+static_assert(std::is_same_v<SingleDoneFunc, std::function<void(Integer, std::int64_t)>>);
+
+// SystemScanService
+using CategoryResultsFunc = std::function<void(CategoryResults)>;
+using SystemScan = void(FeatureInformation&, ProgressFunc, PercentFunc, SingleDoneFunc, CategoryResultsFunc,
+                        Serial);
+static_assert(std::derived_from<SystemScanService, SuperScanService>);
+static_assert(isOperation<SystemScan>(&SystemScanService::scanSystemJunk));
+static_assert(isOperation<SystemScan>(&SystemScanService::scanProSystemJunk));
+static_assert(isOperation<CategoryList(CategoryList)>(&SystemScanService::updateSystemJunkCategory));
+
+// TrashBinScanService
+using TrashBinScan = void(FeatureInformation&, ProgressFunc, PercentFunc, SingleDoneFunc,
+                          std::function<void(FeatureInformation&, std::int64_t)>, const std::string&, Serial);
+static_assert(std::derived_from<TrashBinScanService, SuperScanService>);
+static_assert(isOperation<TrashBinScan>(&TrashBinScanService::scanTrashBin));
+static_assert(isOperation<TrashBinScan>(&TrashBinScanService::scanProTrashBin));
+static_assert(isOperation<std::vector<std::pair<URL, std::string>>()>(&TrashBinScanService::getUSBInfo));
 
 // StreamFileHashUnit
 static_assert(isOperation<StreamFileHashUnit&()>(&StreamFileHashUnit::shard));  // "shard"
