@@ -3,12 +3,12 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <climits>
 #include <cstdint>
 #include <cstdlib>
 #include <memory>
-
 #include <utility>
 
 #include "SorrelFramework/Platform/Text.hpp"
@@ -80,9 +80,18 @@ std::string_view codedPath(std::string_view text) {
   const auto colon = text.find(':');
   if (colon == std::string_view::npos || text.find('/') < colon) return text;
   text.remove_prefix(colon + 1);
-  if (text.substr(0, 2) != "//") return text;
+  if (!text.starts_with('/')) return {};  // "mailto:a@b" and its like have no path
+  if (!text.starts_with("//")) return text;
   const auto slash = text.find('/', 2);
   return slash == std::string_view::npos ? std::string_view() : text.substr(slash);
+}
+
+/// Where the last dot of a coded path begins, which may be coded itself; the end if there is none.
+std::size_t lastDot(std::string_view coded) {
+  for (std::size_t at = coded.size(); at-- > 0;) {
+    if (coded[at] == '.' || (coded[at] == '%' && codedByte(coded, at) == '.')) return at;
+  }
+  return coded.size();
 }
 
 }  // namespace
@@ -117,7 +126,8 @@ URL URL::fileURL(std::string_view path) {
 URL URL::fileURL(std::string_view path, bool isDirectory) {
   if (path.empty()) return {};
   std::string absolute;
-  if (path.front() != '/') absolute = currentFolder() + '/';
+  if (path.front() != '/') absolute = currentFolder();
+  if (!absolute.empty() && absolute.back() != '/') absolute += '/';
   absolute += withoutTrailingSlashes(path);
   std::string coded = percentEncodedPath(absolute);
   if (isDirectory && coded.back() != '/') coded += '/';
@@ -145,12 +155,11 @@ std::string URL::lastPathComponent() const {
 std::string URL::pathExtension() const { return std::string(sorrel::pathExtension(lastPathComponent())); }
 
 URL URL::deletingPathExtension() const {
-  const std::string extension = percentEncodedPath(pathExtension());
-  if (extension.empty()) return *this;
+  if (pathExtension().empty()) return *this;
   std::string text = absoluteString();
   const std::size_t pathEnd = std::min(text.find_first_of("?#"), text.size());
   const std::size_t slashes = withoutTrailingSlashes(std::string_view(text).substr(0, pathEnd)).size();
-  const std::size_t dot = text.rfind('.', slashes);
+  const std::size_t dot = lastDot(std::string_view(text).substr(0, slashes));
   text.erase(dot, slashes - dot);
   return URL(Absolute{}, SharedText(text));
 }

@@ -36,6 +36,8 @@ class URL {
   [[nodiscard]] std::string absoluteString() const;
   /// The stored text without a copy: equal to absoluteString() but for URL(), where it is "./".
   [[nodiscard]] std::string_view relativeText() const noexcept { return text_.view(); }
+  /// The block behind relativeText(), for values that keep the same text.
+  [[nodiscard]] const SharedText& sharedText() const noexcept { return text_; }
   [[nodiscard]] bool isFileURL() const;
   /// True for the file URL of the empty path.
   [[nodiscard]] bool isEmptyPath() const noexcept { return !base_.empty(); }
