@@ -1,6 +1,5 @@
 #include "SorrelFramework/Platform/WorkerThread.hpp"
 
-#include <linux/ioprio.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -15,6 +14,11 @@ namespace {
 
 constexpr int kUtilityNice = 5;
 constexpr int kBackgroundNice = 15;
+
+// From linux/ioprio.h, which later versions wrote in a way that only C takes.
+constexpr int kIoprioWhoProcess = 1;
+constexpr int kIoprioClassIdle = 3;
+constexpr int kIoprioClassShift = 13;
 
 /// Blocks the signals that a thread about to start shall not take. Those that a fault of the thread itself
 /// raises stay open, so that crash handlers see them.
@@ -42,7 +46,7 @@ void giveWay(WeftQOS qos) {
   // Only a wish: a failure leaves the thread as urgent as the others.
   ::setpriority(PRIO_PROCESS, thread, qos == WeftQOS::Background ? kBackgroundNice : kUtilityNice);
   if (qos == WeftQOS::Background) {
-    ::syscall(SYS_ioprio_set, IOPRIO_WHO_PROCESS, thread, IOPRIO_PRIO_VALUE(IOPRIO_CLASS_IDLE, 0));
+    ::syscall(SYS_ioprio_set, kIoprioWhoProcess, thread, kIoprioClassIdle << kIoprioClassShift);
   }
 }
 

@@ -1,7 +1,6 @@
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
 
 #include <gtest/gtest.h>
-#include <linux/ioprio.h>
 #include <pthread.h>
 #include <signal.h>
 #include <sys/resource.h>
@@ -165,11 +164,11 @@ TEST(GlobalQueue, backgroundThreadsGiveWay) {
 }
 
 TEST(GlobalQueue, backgroundThreadsUseTheIdleClassOfInputAndOutput) {
-  const auto ioClass = [] {
-    return IOPRIO_PRIO_CLASS(::syscall(SYS_ioprio_get, IOPRIO_WHO_PROCESS, ::gettid()));
-  };
-  EXPECT_EQ(onPool(WeftQOS::Background, ioClass), IOPRIO_CLASS_IDLE);
-  EXPECT_NE(onPool(WeftQOS::Default, ioClass), IOPRIO_CLASS_IDLE);
+  constexpr int kWhoProcess = 1;  // numbers of ioprio_get(2)
+  constexpr int kIdle = 3;
+  const auto ioClass = [] { return ::syscall(SYS_ioprio_get, kWhoProcess, ::gettid()) >> 13; };
+  EXPECT_EQ(onPool(WeftQOS::Background, ioClass), kIdle);
+  EXPECT_NE(onPool(WeftQOS::Default, ioClass), kIdle);
 }
 
 TEST(GlobalQueue, namesItsThreads) {
