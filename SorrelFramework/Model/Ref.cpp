@@ -116,6 +116,7 @@ void TreeNode::dispose(TreeNode* dead) noexcept {
   running = true;
   while (row != nullptr) {
     TreeNode* const next = row;
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a pointer that was put there a moment ago
     row = reinterpret_cast<TreeNode*>(
         static_cast<std::uintptr_t>(next->counts_.load(std::memory_order_relaxed)));
     delete next;

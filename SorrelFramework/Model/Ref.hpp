@@ -241,7 +241,9 @@ class ParentLink {
  public:
   ParentLink(TreeNode& owner, T* parent) noexcept : owner_(owner), parent_(parent) {}
   ParentLink(const ParentLink&) = delete;
-  ParentLink& operator=(const ParentLink& other) noexcept { return assign(other.parent_); }
+  ParentLink& operator=(const ParentLink& other) noexcept {
+    return this == &other ? *this : assign(other.parent_);
+  }
   ParentLink& operator=(const Ref<T>& parent) noexcept { return assign(parent.get()); }
   ParentLink& operator=(std::nullptr_t) noexcept { return assign(nullptr); }
 

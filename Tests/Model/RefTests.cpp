@@ -290,6 +290,19 @@ TEST(ParentLink, sameParentAgainChangesNothing) {
   EXPECT_TRUE(chain.rootLife.over());
 }
 
+TEST(ParentLink, assignmentFromAnotherLinkTakesItsParent) {
+  Life life;
+  const Ref<Node> first = makeRef<Node>(std::any(), makeRef<Node>(life.watch()));
+  const Ref<Node> second = makeRef<Node>();
+  second->parent = first->parent;
+  ParentLink<Node>& same = second->parent;
+  second->parent = same;
+  first->parent = nullptr;
+  EXPECT_FALSE(life.over());
+  second->parent = nullptr;
+  EXPECT_TRUE(life.over());
+}
+
 TEST(ParentLink, parentThatIsFreedLeavesNoLinkBehindInAChildThatLivesOn) {
   Ref<Node> keeper = makeRef<Node>();
   {
