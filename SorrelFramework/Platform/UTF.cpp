@@ -22,7 +22,7 @@ std::optional<std::u16string> utf16FromUTF8(std::string_view text) {
   UErrorCode error = U_ZERO_ERROR;
   u_strFromUTF8(units.data(), static_cast<std::int32_t>(units.size()), &length, text.data(),
                 static_cast<std::int32_t>(text.size()), &error);
-  if (U_FAILURE(error)) return std::nullopt;
+  if (U_FAILURE(error) != 0) return std::nullopt;
   units.resize(static_cast<std::size_t>(length));
   return units;
 }
@@ -35,7 +35,7 @@ std::string utf8FromUTF16(std::u16string_view text) {
   UErrorCode error = U_ZERO_ERROR;
   u_strToUTF8WithSub(bytes.data(), static_cast<std::int32_t>(bytes.size()), &length, text.data(),
                      static_cast<std::int32_t>(text.size()), kReplacement, &substitutions, &error);
-  if (U_FAILURE(error)) return {};
+  if (U_FAILURE(error) != 0) return {};
   bytes.resize(static_cast<std::size_t>(length));
   return bytes;
 }
