@@ -137,7 +137,7 @@ Image Image::lookUp(std::string_view name) {
   return {};
 }
 
-Image Image::iconOf(URL url) {
+Image Image::iconOf(const URL& url) {
   if (url.isEmptyPath()) return {Kind::FileIcon, SharedText(url.absoluteString())};
   return {Kind::FileIcon, url.sharedText()};
 }

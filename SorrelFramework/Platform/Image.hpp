@@ -21,7 +21,7 @@ class Image {
   /// theme of the desktop; an empty handle if there is none.
   static Image lookUp(std::string_view name);
   /// The icon of the file at `url`.
-  static Image iconOf(URL url);
+  static Image iconOf(const URL& url);
 
   [[nodiscard]] Kind kind() const noexcept { return kind_; }
   [[nodiscard]] bool isEmpty() const noexcept { return kind_ == Kind::Empty; }

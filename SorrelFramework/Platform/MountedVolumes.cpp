@@ -152,7 +152,7 @@ std::vector<URL> mountedVolumeURLs() {
 
 std::vector<MountPoint> mountPointsIn(std::string_view mountTable) {
   std::vector<Line> lines = parseTable(mountTable);
-  std::ranges::stable_partition(lines, [](const Line& line) { return line.mount.path == "/"; });
+  std::stable_partition(lines.begin(), lines.end(), [](const Line& line) { return line.mount.path == "/"; });
   std::vector<MountPoint> mounts;
   std::set<std::pair<std::string, std::string>> seen;
   for (Line& line : lines) {

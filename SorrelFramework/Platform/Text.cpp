@@ -86,8 +86,9 @@ std::string mapPieces(std::string_view text, Convert convert, Keep keep) {
 
 void append(std::string_view piece, std::string& out) { out.append(piece); }
 
+/// The library counts in 31 bits; what lies beyond is not looked at.
 icu::StringPiece pieceOf(std::string_view text) {
-  return {text.data(), static_cast<std::int32_t>(text.size())};
+  return {text.data(), static_cast<std::int32_t>(std::min<std::size_t>(text.size(), INT32_MAX))};
 }
 
 /// The composed form; bytes that are no UTF-8 stay, so that different names never become one.

@@ -29,7 +29,7 @@ constexpr std::array<Limit, 5> kLimits = {{{SQLITE_LIMIT_LENGTH, 16 * 1024 * 102
                                            {SQLITE_LIMIT_VDBE_OP, 250'000},
                                            {SQLITE_LIMIT_TRIGGER_DEPTH, 20},
                                            {SQLITE_LIMIT_ATTACHED, 0}}};
-constexpr std::size_t kMaximumResultBytes = 512U * 1024 * 1024;
+constexpr std::size_t kMaximumResultBytes = std::size_t{512} * 1024 * 1024;
 constexpr int kOperationsBetweenStopTests = 20'000;
 // Bytes 18 and 19 of the file: the write and the read version, 2 where a write-ahead log is in use (Database
 // File Format, 1.3.3).
@@ -134,8 +134,8 @@ class RowReader {
 
   /// Appends the current row; false if the result has grown too large.
   bool appendRow(std::vector<SqliteRow>& rows) {
-    std::vector<SqliteRow::Cell> cells(names_->size());
-    std::string text;
+    cells_.assign(names_->size(), {});
+    text_.clear();
     for (std::size_t column = 0; column < places_.size(); ++column) {
       if (places_[column] == kSkipped) continue;
       const auto* const value =
@@ -144,11 +144,12 @@ class RowReader {
       const std::size_t length = std::strlen(value);
       bytes_ += length;
       if (bytes_ > kMaximumResultBytes) return false;
-      cells[places_[column]] = {static_cast<std::uint32_t>(text.size()), static_cast<std::uint32_t>(length)};
-      text.append(value, length);
+      cells_[places_[column]] = {static_cast<std::uint32_t>(text_.size()),
+                                 static_cast<std::uint32_t>(length)};
+      text_.append(value, length);
     }
-    bytes_ += sizeof(SqliteRow) + cells.size() * sizeof(SqliteRow::Cell);
-    rows.emplace_back(names_, std::move(cells), std::move(text));
+    bytes_ += sizeof(SqliteRow) + cells_.size() * sizeof(SqliteRow::Cell);
+    rows.emplace_back(names_, cells_, text_);  // copies, as those have just the size they need
     return true;
   }
 
@@ -159,6 +160,8 @@ class RowReader {
   std::shared_ptr<const SqliteRow::Names> names_;
   std::vector<std::size_t> places_;  // for each column, the index of its name
   std::size_t bytes_ = 0;
+  std::vector<SqliteRow::Cell> cells_;  // of the row at hand
+  std::string text_;
 };
 
 }  // namespace
