@@ -67,7 +67,7 @@ bool flush(WeftSerialQueue& queue, std::chrono::milliseconds limit) {
 struct Shared {
   std::mutex mutex;
   std::atomic<LogService*> service{nullptr};
-  pid_t process = 0;
+  std::atomic<pid_t> process{0};  // the one that made the service
 };
 
 Shared& shared() {
@@ -86,10 +86,8 @@ LogService* makeShared() {
   const std::string& identifier = host.mainBundle().identifier;
   if (identifier.empty()) fatalStop(kUnexpectedNil, "The main bundle has no identifier, which names the log");
   static std::once_flag registered;
-  std::call_once(registered, [] {
-    shared().process = ::getpid();
-    std::atexit(flushAtExit);
-  });
+  std::call_once(registered, [] { std::atexit(flushAtExit); });
+  shared().process = ::getpid();
   return new LogService(host.applicationSupportFolder(), identifier);
 }
 
