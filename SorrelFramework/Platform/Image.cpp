@@ -125,9 +125,7 @@ bool isResource(const Host& host, std::string_view name) {
 
 }  // namespace
 
-Image Image::named(std::string_view name) {
-  return name.empty() ? Image() : Image(Kind::Named, SharedText(name));
-}
+Image Image::named(std::string_view name) { return name.find('/') == std::string_view::npos ? Image(SharedText(name)) : Image(); }
 
 Image Image::lookUp(std::string_view name) {
   // A name is no path: it must not lead out of the folders of pictures.
@@ -138,13 +136,12 @@ Image Image::lookUp(std::string_view name) {
 }
 
 Image Image::iconOf(const URL& url) {
-  if (url.isEmptyPath()) return {Kind::FileIcon, SharedText(url.absoluteString())};
-  return {Kind::FileIcon, url.sharedText()};
+  return Image(url.isEmptyPath() ? SharedText(url.absoluteString()) : url.sharedText());
 }
 
 std::string Image::filePath() const {
-  if (kind_ != Kind::FileIcon) return {};
-  return URL::fromEncodedPieces(name_.view(), {}).path();
+  if (kind() != Kind::FileIcon) return {};
+  return URL::fromEncodedPieces(name(), {}).path();
 }
 
 }  // namespace sorrel

@@ -15,7 +15,7 @@ class Image {
   enum class Kind { Empty, Named, FileIcon };
 
   Image() = default;
-  /// A handle on a named picture without a look whether it exists.
+  /// A handle on a named picture without a look whether it exists; empty if `name` holds a slash.
   static Image named(std::string_view name);
   /// The picture called `name` among the resources of the main bundle (with any extension), or in the icon
   /// theme of the desktop; an empty handle if there is none.
@@ -23,19 +23,22 @@ class Image {
   /// The icon of the file at `url`.
   static Image iconOf(const URL& url);
 
-  [[nodiscard]] Kind kind() const noexcept { return kind_; }
-  [[nodiscard]] bool isEmpty() const noexcept { return kind_ == Kind::Empty; }
-  [[nodiscard]] std::string_view name() const noexcept { return name_.view(); }
+  [[nodiscard]] Kind kind() const noexcept {
+    if (text_.empty()) return Kind::Empty;
+    return text_.view().starts_with("file://") ? Kind::FileIcon : Kind::Named;
+  }
+  [[nodiscard]] bool isEmpty() const noexcept { return text_.empty(); }
+  /// The name; for Kind::FileIcon, the text of the file's URL.
+  [[nodiscard]] std::string_view name() const noexcept { return text_.view(); }
   /// The file whose icon this is; meaningful for Kind::FileIcon.
   [[nodiscard]] std::string filePath() const;
 
   friend bool operator==(const Image&, const Image&) noexcept = default;
 
  private:
-  Image(Kind kind, SharedText name) : kind_(kind), name_(std::move(name)) {}
+  explicit Image(SharedText text) : text_(std::move(text)) {}
 
-  Kind kind_ = Kind::Empty;
-  SharedText name_;  // the name, or the text of the file's URL
+  SharedText text_;  // one word, since every record of a scan has a picture; no name begins as a URL does
 };
 
 }  // namespace sorrel

@@ -96,10 +96,10 @@ std::size_t lastDot(std::string_view coded) {
 
 }  // namespace
 
-URL::URL() : text_("./") {
+URL::URL() {
   std::string folder = currentFolder();
   if (folder.back() != '/') folder += '/';
-  base_ = SharedText(kFileScheme, percentEncodedPath(folder));
+  text_ = SharedText(std::string(kEmptyPath).append(kFileScheme), percentEncodedPath(folder));
 }
 
 std::optional<URL> URL::parse(std::string_view text) {
@@ -138,17 +138,17 @@ URL URL::fromEncodedPieces(std::string_view head, std::string_view tail) {
   return URL(Absolute{}, SharedText(head, tail));
 }
 
-std::string URL::absoluteString() const { return std::string(isEmptyPath() ? base_.view() : text_.view()); }
+std::string URL::absoluteString() const { return std::string(absoluteText()); }
 
 bool URL::isFileURL() const { return isEmptyPath() || text_.view().starts_with("file:"); }
 
 std::string URL::path() const {
-  const std::string_view coded = codedPath(isEmptyPath() ? base_.view() : text_.view());
+  const std::string_view coded = codedPath(absoluteText());
   return percentDecodedBytes(withoutTrailingSlashes(coded));
 }
 
 std::string URL::lastPathComponent() const {
-  const std::string_view coded = codedPath(isEmptyPath() ? base_.view() : text_.view());
+  const std::string_view coded = codedPath(absoluteText());
   return percentDecodedBytes(sorrel::lastPathComponent(coded));
 }
 
@@ -200,10 +200,10 @@ std::vector<std::string> URL::pathComponents() const {
   return components;
 }
 
-std::string URL::description() const {
-  std::string text(text_.view());
-  if (isEmptyPath()) text.append(" -- ").append(base_.view());
-  return text;
+std::string URL::description() const { return std::string(text_.view()); }
+
+std::string_view URL::absoluteText() const noexcept {
+  return isEmptyPath() ? text_.view().substr(kEmptyPath.size()) : text_.view();
 }
 
 std::string describe(const std::vector<URL>& urls) {

@@ -35,12 +35,14 @@ class URL {
   /// The whole text; a relative URL is resolved against its base.
   [[nodiscard]] std::string absoluteString() const;
   /// The stored text without a copy: equal to absoluteString() but for URL(), where it is "./".
-  [[nodiscard]] std::string_view relativeText() const noexcept { return text_.view(); }
-  /// The block behind relativeText(), for values that keep the same text.
+  [[nodiscard]] std::string_view relativeText() const noexcept {
+    return isEmptyPath() ? std::string_view("./") : text_.view();
+  }
+  /// The block behind the text, for values that keep the same text.
   [[nodiscard]] const SharedText& sharedText() const noexcept { return text_; }
   [[nodiscard]] bool isFileURL() const;
   /// True for the file URL of the empty path.
-  [[nodiscard]] bool isEmptyPath() const noexcept { return !base_.empty(); }
+  [[nodiscard]] bool isEmptyPath() const noexcept { return text_.view().starts_with(kEmptyPath); }
 
   /// Percent-decoded bytes without the slash at the end (the root stays "/"); "" for a URL without a path.
   [[nodiscard]] std::string path() const;
@@ -58,17 +60,18 @@ class URL {
 
   /// By text and base: file:///a and file:///a/ differ.
   friend bool operator==(const URL& a, const URL& b) noexcept = default;
-  friend bool operator<(const URL& a, const URL& b) noexcept {
-    return a.text_.view() != b.text_.view() ? a.text_.view() < b.text_.view()
-                                            : a.base_.view() < b.base_.view();
-  }
+  friend bool operator<(const URL& a, const URL& b) noexcept { return a.text_.view() < b.text_.view(); }
 
  private:
+  /// Stands before the base in the text of the empty path. No other URL holds a blank, so one text is enough:
+  /// a scan keeps millions of them.
+  static constexpr std::string_view kEmptyPath = "./ -- ";
+
   struct Absolute {};
   URL(Absolute, SharedText text) : text_(std::move(text)) {}
+  [[nodiscard]] std::string_view absoluteText() const noexcept;
 
   SharedText text_;
-  SharedText base_;  // set only for the empty path
 };
 
 /// "[a, b]": the standard array form of the elements' descriptions.
