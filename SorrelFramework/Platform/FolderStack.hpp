@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <vector>
 
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
@@ -9,8 +10,9 @@
 namespace sorrel {
 
 /// The folders from the root of a walk down to where it is, with a bounded number of them open at any depth.
-/// A folder high up is closed when the walk goes deep, and opened again through the ".." of the folder below
-/// it when the walk comes back; it counts only if it is the same folder (device and inode) as before.
+/// A folder high up is closed when the walk goes deep, and opened again when the walk comes back: through the
+/// ".." of the folder below it or, if that was moved elsewhere meanwhile, by the names from the nearest open
+/// folder above. It counts only if it is the same folder (device and inode) as before. The root stays open.
 class FolderStack {
  public:
   static constexpr std::size_t kMostOpen = 32;
@@ -20,7 +22,7 @@ class FolderStack {
   /// Goes down into `name`; false, with errno, if it can't be entered (openFolderIn). Then nothing has
   /// changed.
   bool push(const char* name);
-  /// Goes up. False if the folder above is not there any more: then isOpen() of it is false.
+  /// Goes up. False if there is no folder above, or if it is not where it was any more: then top() is -1.
   bool pop();
   /// The folder the walk is in; -1 after a failed pop().
   [[nodiscard]] int top() const noexcept { return levels_.back().folder.get(); }
@@ -31,10 +33,15 @@ class FolderStack {
  private:
   struct Level {
     FileDescriptor folder;
-    std::uint64_t device = 0;
+    std::string name;          // in the folder above
+    std::uint64_t device = 0;  // known once the folder was closed
     std::uint64_t inode = 0;
+
+    /// Takes `opened` for this level if it is the folder that was closed.
+    bool accept(FileDescriptor opened);
   };
   void closeFarthest();
+  bool reopenTopByNames();
 
   std::vector<Level> levels_;
 };
