@@ -2,7 +2,6 @@
 
 #include <dirent.h>
 #include <pwd.h>
-#include <strings.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -13,6 +12,9 @@
 #include <mutex>
 #include <utility>
 #include <vector>
+
+#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/UserDirectories.hpp"
 
 namespace sorrel {
 namespace {
@@ -59,6 +61,11 @@ std::optional<uid_t> ownerOf(const std::string& path) {
 bool exists(const std::string& path) {
   struct stat status {};
   return ::lstat(path.c_str(), &status) == 0;
+}
+
+bool isProgram(const std::string& path) {
+  struct stat status {};
+  return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0;
 }
 
 std::vector<std::string> namesIn(const std::string& folder) {
@@ -173,7 +180,7 @@ std::string Host::layoutPath(std::string_view path) const {
 }
 
 std::string Host::homeURLText() const {
-  if (layout_ == Layout::MacVolume) return "file:///Users/" + userName_ + '/';
+  if (layout_ == Layout::MacVolume) return "file:///Users/" + percentEncodedPath(userName_) + '/';
   return "file://" + percentEncodedPath(home_) + '/';
 }
 
@@ -189,7 +196,12 @@ std::string Host::preferencesFolder() const {
   return layout_ == Layout::MacVolume ? home_ + "/Library/Preferences" : xdg_.at(".config");
 }
 
-std::string Host::documentsFolder() const { return home_ + "/Documents"; }
+std::string Host::documentsFolder() const {
+  if (layout_ == Layout::LinuxDesktop) {
+    if (auto folder = userDirectory(xdg_.at(".config"), "XDG_DOCUMENTS_DIR", home_)) return *folder;
+  }
+  return home_ + "/Documents";
+}
 
 std::optional<std::string> Host::ownerName(uid_t uid) const {
   if (const auto known = volumeOwners_.find(uid); known != volumeOwners_.end()) return known->second;
@@ -216,9 +228,11 @@ std::string Host::matchingLetterCase(std::string_view path) const {
     std::string next = found + '/' + component;
     if (!exists(next)) {
       const auto names = namesIn(found.empty() ? "/" : found);
-      const auto match = std::find_if(names.begin(), names.end(), [&component](const std::string& name) {
-        return ::strcasecmp(name.c_str(), component.c_str()) == 0;
-      });
+      // Not strcasecmp(3), which follows the locale: a Turkish desktop would tell "I" from "i".
+      const auto match =
+          std::find_if(names.begin(), names.end(), [wanted = lowercased(component)](const std::string& name) {
+            return textEqual(lowercased(name), wanted);
+          });
       if (match == names.end()) return std::string(path);
       next = found + '/' + *match;
     }
@@ -230,7 +244,7 @@ std::string Host::matchingLetterCase(std::string_view path) const {
 std::string Host::tool(std::string_view path) const {
   if (!toolFolder_.empty()) {
     std::string standIn = toolFolder_ + '/' + std::string(sorrel::lastPathComponent(path));
-    if (::access(standIn.c_str(), X_OK) == 0) return standIn;
+    if (isProgram(standIn)) return standIn;
   }
   return std::string(path);
 }

@@ -61,6 +61,7 @@ class Host {
   [[nodiscard]] std::string applicationSupportFolder() const;  ///< of the user
   [[nodiscard]] std::string cachesFolder() const;
   [[nodiscard]] std::string preferencesFolder() const;
+  /// On the desktop the XDG_DOCUMENTS_DIR of user-dirs.dirs(5), "Documents" in the home without one.
   [[nodiscard]] std::string documentsFolder() const;
 
   /// Name of a numeric user id: the table of the volume, else the password file; nothing if neither knows it.
@@ -72,7 +73,8 @@ class Host {
   /// Letter case of names on the original file system: a macOS volume ignores it.
   [[nodiscard]] bool ignoresLetterCase() const { return layout_ == Layout::MacVolume; }
   /// `path` with each component below the root spelled as on disk, where the exact name is absent and letter
-  /// case is ignored (first match in byte order); otherwise, and where nothing matches, `path` itself.
+  /// case is ignored (first match in byte order; composed and decomposed letters are the same); otherwise,
+  /// and where nothing matches, `path` itself.
   [[nodiscard]] std::string matchingLetterCase(std::string_view path) const;
 
   /// Where a system tool such as "/usr/bin/mdls" is: in the folder of stand-ins if it is there, else the
