@@ -1,0 +1,495 @@
+#include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <filesystem>
+#include <functional>
+#include <string>
+#include <vector>
+
+#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/ProcessState.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
+
+namespace sorrel {
+namespace {
+
+using Names = std::vector<std::string>;
+using Visit = std::function<void(DirectoryEnumerator&, const std::string&)>;
+
+constexpr EnumerationOptions kOneLevel = NSDirectoryEnumerationSkipsSubdirectoryDescendants;
+constexpr EnumerationOptions kNoPackages = NSDirectoryEnumerationSkipsPackageDescendants;
+constexpr EnumerationOptions kNoHidden = NSDirectoryEnumerationSkipsHiddenFiles;
+
+std::string joined(const Names& names) {
+  std::string text;
+  for (const std::string& name : names) text.append(name).append("\n");
+  return text;
+}
+
+/// Walks the folder "top" of a volume.
+class DirectoryEnumeratorTest : public testing::Test {
+ protected:
+  DirectoryEnumeratorTest() {
+    volume_.folder("top");
+    volume_.install();
+  }
+
+  /// Paths below the root of the walk as the URLs say, a folder's with its "/"; `visit` is called for each.
+  Names walk(EnumerationOptions options = 0, const Visit& visit = {}, EnumerationErrorHandler handler = {}) {
+    return walkOf(volume_.url("top/"), options, visit, std::move(handler));
+  }
+
+  static Names walkOf(const URL& root, EnumerationOptions options = 0, const Visit& visit = {},
+                      EnumerationErrorHandler handler = {}) {
+    Names names;
+    DirectoryEnumerator enumerator(root, options, std::move(handler));
+    while (const DirectoryEnumerator::Item* item = enumerator.next()) {
+      std::string name = item->url.path().substr(root.path().size() + 1);
+      if (item->url.relativeText().ends_with('/')) name += '/';
+      names.push_back(name);
+      if (visit) visit(enumerator, name);
+    }
+    return names;
+  }
+
+  test::TemporaryVolume volume_;
+};
+
+TEST_F(DirectoryEnumeratorTest, meetsParentsBeforeChildrenInTheOrderOfTheBytes) {
+  for (const char* name : {"b/z", "b/a", "a", "c", "B", "b.txt", "b/\xC3\xA9", "b/\xFF"}) {
+    volume_.file("top/" + std::string(name), "");
+  }
+  EXPECT_EQ(walk(), (Names{"B", "a", "b/", "b/a", "b/z", "b/\xC3\xA9", "b/\xFF", "b.txt", "c"}));
+}
+
+TEST_F(DirectoryEnumeratorTest, emptyFolderGivesNothing) { EXPECT_TRUE(walk().empty()); }
+
+TEST_F(DirectoryEnumeratorTest, levelCountsFromTheChildrenOfTheRoot) {
+  volume_.file("top/a/b/c", "");
+  volume_.file("top/d", "");
+  EXPECT_EQ(DirectoryEnumerator(volume_.url("top/")).level(), 0);
+  std::vector<int> levels;
+  walk(0, [&levels](DirectoryEnumerator& at, const std::string&) { levels.push_back(at.level()); });
+  EXPECT_EQ(levels, (std::vector<int>{1, 2, 3, 1}));
+}
+
+TEST_F(DirectoryEnumeratorTest, itemTellsNameAndStatus) {
+  volume_.file("top/a b", "12345");
+  DirectoryEnumerator enumerator(volume_.url("top/"));
+  const DirectoryEnumerator::Item* item = enumerator.next();
+  ASSERT_NE(item, nullptr);
+  EXPECT_EQ(item->name, "a b");
+  EXPECT_EQ(item->status.size, 5);
+  EXPECT_TRUE(item->status.isRegularFile());
+  EXPECT_EQ(item->url, URL::fileURL(volume_.path("top/a b"), false));
+}
+
+TEST_F(DirectoryEnumeratorTest, urlsAreThoseOfThePaths) {
+  volume_.file("top/a folder/100%", "");
+  Names texts;
+  DirectoryEnumerator enumerator(volume_.url("top/"));
+  while (const DirectoryEnumerator::Item* item = enumerator.next())
+    texts.push_back(item->url.absoluteString());
+  EXPECT_EQ(texts, (Names{volume_.url("top/a folder/").absoluteString(),
+                          volume_.url("top/a folder/100%").absoluteString()}));
+}
+
+TEST_F(DirectoryEnumeratorTest, rootNeedsNoSlashAtItsEnd) {
+  volume_.file("top/a/b", "");
+  EXPECT_EQ(walkOf(URL::fileURL(volume_.path("top"), false)), (Names{"a/", "a/b"}));
+}
+
+TEST_F(DirectoryEnumeratorTest, valuesAreThoseOfThePresentItem) {
+  volume_.file("top/a", "123");
+  DirectoryEnumerator enumerator(volume_.url("top/"));
+  ASSERT_NE(enumerator.next(), nullptr);
+  const ResourceValues values = enumerator.values(ResourceKeys(NSURLFileSizeKey) | NSURLIsDirectoryKey);
+  EXPECT_EQ(values.fileSize, 3);
+  EXPECT_EQ(values.isDirectory, false);
+  EXPECT_FALSE(values.localizedName);
+}
+
+// What a caller leaves out.
+
+TEST_F(DirectoryEnumeratorTest, skipDescendantsLeavesAFolderUnentered) {
+  volume_.file("top/a/inner", "");
+  volume_.file("top/b/inner", "");
+  const auto skipA = [](DirectoryEnumerator& at, const std::string& name) {
+    if (name == "a/") at.skipDescendants();
+  };
+  EXPECT_EQ(walk(0, skipA), (Names{"a/", "b/", "b/inner"}));
+}
+
+TEST_F(DirectoryEnumeratorTest, skipDescendantsOnAFileMeansNothing) {
+  volume_.file("top/a/one", "");
+  volume_.file("top/a/two/inner", "");
+  volume_.file("top/b/inner", "");
+  const auto skipFile = [](DirectoryEnumerator& at, const std::string& name) {
+    if (name == "a/one") at.skipDescendants();
+  };
+  EXPECT_EQ(walk(0, skipFile), (Names{"a/", "a/one", "a/two/", "a/two/inner", "b/", "b/inner"}));
+}
+
+TEST_F(DirectoryEnumeratorTest, skipDescendantsBeforeTheFirstItemMeansNothing) {
+  volume_.file("top/a/inner", "");
+  DirectoryEnumerator enumerator(volume_.url("top/"));
+  enumerator.skipDescendants();
+  int count = 0;
+  while (enumerator.next() != nullptr) ++count;
+  EXPECT_EQ(count, 2);
+}
+
+TEST_F(DirectoryEnumeratorTest, skipDescendantsOfAnEarlierItemIsForgotten) {
+  volume_.file("top/a", "");
+  volume_.file("top/b/inner", "");
+  volume_.file("top/c/inner", "");
+  const auto skipEarly = [](DirectoryEnumerator& at, const std::string& name) {
+    if (name == "a" || name == "b/inner") at.skipDescendants();
+  };
+  EXPECT_EQ(walk(0, skipEarly), (Names{"a", "b/", "b/inner", "c/", "c/inner"}));
+}
+
+class EnumerationOptionsTest : public DirectoryEnumeratorTest {
+ protected:
+  EnumerationOptionsTest() {
+    volume_.file("top/.hidden/inner", "");
+    volume_.file("top/.file", "");
+    volume_.file("top/Tool.app/Contents/Info.plist", "");
+    volume_.file("top/Tool.app/.DS_Store", "");
+    volume_.file("top/folder/deep/file", "");
+    volume_.file("top/folder/.file", "");
+  }
+};
+
+TEST_F(EnumerationOptionsTest, rawValuesAreFixed) {
+  EXPECT_EQ(kOneLevel, 1U);
+  EXPECT_EQ(kNoPackages, 2U);
+  EXPECT_EQ(kNoHidden, 4U);
+}
+
+TEST_F(EnumerationOptionsTest, noneMeetsEverything) {
+  EXPECT_EQ(walk(), (Names{".file", ".hidden/", ".hidden/inner", "Tool.app/", "Tool.app/.DS_Store",
+                           "Tool.app/Contents/", "Tool.app/Contents/Info.plist", "folder/", "folder/.file",
+                           "folder/deep/", "folder/deep/file"}));
+}
+
+TEST_F(EnumerationOptionsTest, oneLevelMeetsTheDirectChildren) {
+  EXPECT_EQ(walk(kOneLevel), (Names{".file", ".hidden/", "Tool.app/", "folder/"}));
+}
+
+TEST_F(EnumerationOptionsTest, packagesAreMetNotEntered) {
+  EXPECT_EQ(walk(kNoPackages), (Names{".file", ".hidden/", ".hidden/inner", "Tool.app/", "folder/",
+                                      "folder/.file", "folder/deep/", "folder/deep/file"}));
+}
+
+TEST_F(EnumerationOptionsTest, hiddenItemsAreNeitherMetNorEntered) {
+  EXPECT_EQ(walk(kNoHidden), (Names{"Tool.app/", "Tool.app/Contents/", "Tool.app/Contents/Info.plist",
+                                    "folder/", "folder/deep/", "folder/deep/file"}));
+}
+
+TEST_F(EnumerationOptionsTest, optionsCombine) {
+  EXPECT_EQ(walk(kNoPackages | kNoHidden),
+            (Names{"Tool.app/", "folder/", "folder/deep/", "folder/deep/file"}));
+  EXPECT_EQ(walk(kOneLevel | kNoHidden), (Names{"Tool.app/", "folder/"}));
+  EXPECT_EQ(walk(kOneLevel | kNoPackages), walk(kOneLevel));
+  EXPECT_EQ(walk(kOneLevel | kNoPackages | kNoHidden), (Names{"Tool.app/", "folder/"}));
+}
+
+TEST_F(EnumerationOptionsTest, rootIsEnteredEvenIfItIsAPackageOrHidden) {
+  EXPECT_EQ(walkOf(volume_.url("top/Tool.app/"), kNoPackages),
+            (Names{".DS_Store", "Contents/", "Contents/Info.plist"}));
+  EXPECT_EQ(walkOf(volume_.url("top/.hidden/"), kNoHidden), Names{"inner"});
+}
+
+TEST_F(EnumerationOptionsTest, fileWithTheNameOfAPackageIsNone) {
+  volume_.file("top/File.app", "");
+  const Names met = walk(kNoPackages | kNoHidden);
+  EXPECT_EQ(met.front(), "File.app");
+}
+
+// Links, special files, mounts.
+
+TEST_F(DirectoryEnumeratorTest, linksAreMetNotEntered) {
+  volume_.file("top/real/inner", "");
+  volume_.link("top/link", "real");
+  volume_.link("top/broken", "nowhere");
+  volume_.link("top/loop", ".");
+  EXPECT_EQ(walk(), (Names{"broken", "link", "loop", "real/", "real/inner"}));
+}
+
+TEST_F(DirectoryEnumeratorTest, rootThatIsALinkIsEntered) {
+  volume_.file("top/real/inner", "");
+  volume_.link("top/link", "real");
+  EXPECT_EQ(walkOf(URL::fileURL(volume_.path("top/link"), false)), Names{"inner"});
+}
+
+TEST_F(DirectoryEnumeratorTest, rootThatIsNoFolderGivesNothing) {
+  volume_.file("top/file", "");
+  int told = 0;
+  const auto count = [&told](const URL&, int) { return ++told > 0; };
+  EXPECT_TRUE(walkOf(volume_.url("top/file"), 0, {}, count).empty());
+  EXPECT_TRUE(walkOf(volume_.url("none/"), 0, {}, count).empty());
+  EXPECT_EQ(told, 0);
+}
+
+TEST_F(DirectoryEnumeratorTest, fifoIsMetAndNeverOpened) {
+  volume_.fifo("top/pipe");
+  volume_.file("top/z", "");
+  EXPECT_EQ(walk(), (Names{"pipe", "z"}));
+  EXPECT_TRUE(walkOf(volume_.url("top/pipe")).empty());
+}
+
+TEST_F(DirectoryEnumeratorTest, mountPointsAreMetNotEntered) {
+  const std::string point = volume_.folder("top/a");
+  volume_.file("top/b", "");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    if (::mount("tmpfs", point.c_str(), "tmpfs", 0, nullptr) != 0) return "skip";
+    volume_.file("top/a/inner", "");
+    bool calledHandler = false;
+    std::string names = joined(walk(0, {}, [&](const URL&, int) { return calledHandler = true; }));
+    return names + (calledHandler ? "told" : "not told");
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, "a/\nb\nnot told");
+}
+
+TEST_F(DirectoryEnumeratorTest, loopOfMountsEnds) {
+  const std::string point = volume_.folder("top/a/b");
+  const std::string source = volume_.path("top");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    if (::mount(source.c_str(), point.c_str(), nullptr, MS_BIND, nullptr) != 0) return "skip";
+    return joined(walk());
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, "a/\na/b/\n");
+}
+
+TEST_F(DirectoryEnumeratorTest, rootMayBeAMountPoint) {
+  const std::string point = volume_.path("top");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    if (::mount("tmpfs", point.c_str(), "tmpfs", 0, nullptr) != 0) return "skip";
+    volume_.file("top/a/inner", "");
+    return joined(walk());
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, "a/\na/inner\n");
+}
+
+// Folders that can't be read.
+
+class UnreadableFolder : public DirectoryEnumeratorTest {
+ protected:
+  UnreadableFolder() {
+    volume_.file("top/a", "");
+    volume_.file("top/b/inner", "");
+    volume_.file("top/c/inner", "");
+    volume_.file("top/d/inner", "");
+    for (const char* name : {".", "top", "top/c", "top/d"}) volume_.setMode(name, 0755);
+  }
+  std::string walkAsPlainUser(const EnumerationErrorHandler& handler = {}) {
+    return test::inPlainChild([&] { return joined(walk(0, {}, handler)); });
+  }
+};
+
+TEST_F(UnreadableFolder, isMetAndPassedOver) {
+  volume_.setMode("top/b", 0);
+  EXPECT_EQ(walkAsPlainUser(), "a\nb/\nc/\nc/inner\nd/\nd/inner\n");
+}
+
+TEST_F(UnreadableFolder, isReportedOnceWithItsURLAndErrno) {
+  volume_.setMode("top/b", 0);
+  volume_.setMode("top/c", 0);
+  const std::string told = test::inPlainChild([this] {
+    Names reports;
+    walk(0, {}, [&reports](const URL& url, int error) {
+      reports.push_back(url.lastPathComponent() + (error == EACCES ? " denied" : " other"));
+      return true;
+    });
+    return joined(reports);
+  });
+  EXPECT_EQ(told, "b denied\nc denied\n");
+}
+
+TEST_F(UnreadableFolder, handlerThatAnswersFalseEndsTheWalk) {
+  volume_.setMode("top/c", 0);
+  volume_.setMode("top/b", 0755);
+  EXPECT_EQ(walkAsPlainUser([](const URL&, int) { return false; }), "a\nb/\nb/inner\nc/\n");
+}
+
+TEST_F(UnreadableFolder, isNotReportedIfItIsNotToBeEntered) {
+  volume_.setMode("top/b", 0);
+  const std::string told = test::inPlainChild([this] {
+    bool called = false;
+    walk(kOneLevel, {}, [&called](const URL&, int) { return called = true; });
+    return std::string(called ? "told" : "not told");
+  });
+  EXPECT_EQ(told, "not told");
+}
+
+TEST_F(UnreadableFolder, rootIsReportedToo) {
+  volume_.setMode("top", 0);
+  const std::string told = test::inPlainChild([this] {
+    std::string report;
+    const Names met = walk(0, {}, [&](const URL& url, int error) {
+      report = url == volume_.url("top/") && error == EACCES ? "root denied" : "other";
+      return true;
+    });
+    return met.empty() ? report : joined(met);
+  });
+  EXPECT_EQ(told, "root denied");
+}
+
+TEST_F(UnreadableFolder, readableOneThatCannotBeSearchedHidesItsItems) {
+  volume_.setMode("top/b", 0744);
+  EXPECT_EQ(walkAsPlainUser(), "a\nb/\nc/\nc/inner\nd/\nd/inner\n");
+}
+
+// Names.
+
+TEST_F(DirectoryEnumeratorTest, oddNamesComeBackByteForByte) {
+  Names names = {"\n",        "a\nb",      "\xFF",     "%20",      "-rf", std::string(255, 'x'),
+                 " ",         "e\xCC\x81", "\xC3\xA9", "\xC0\xAF", "...", "*?[",
+                 "#fragment", "?query",    "a\\b",     "~"};
+  std::sort(names.begin(), names.end());
+  for (const std::string& name : names) volume_.file("top/" + name, "");
+  EXPECT_EQ(walk(), names);
+}
+
+TEST_F(DirectoryEnumeratorTest, everyByteSurvivesTheWayIntoTheURLAndBack) {
+  Names names;
+  for (int byte = 1; byte < 256; ++byte) {
+    if (byte != '/') names.push_back(std::string("n") + static_cast<char>(byte) + "n");
+  }
+  std::sort(names.begin(), names.end());
+  for (const std::string& name : names) volume_.file("top/" + name + "/" + name, "");
+  DirectoryEnumerator enumerator(volume_.url("top/"));
+  for (const std::string& name : names) {
+    const DirectoryEnumerator::Item* item = enumerator.next();
+    ASSERT_NE(item, nullptr);
+    EXPECT_EQ(item->name, name);
+    item = enumerator.next();
+    ASSERT_NE(item, nullptr);
+    EXPECT_EQ(item->url.path(), volume_.path("top/" + name + "/" + name));
+    EXPECT_TRUE(URL::parse(item->url.absoluteString())) << item->url.absoluteString();
+  }
+  EXPECT_EQ(enumerator.next(), nullptr);
+}
+
+// Depth.
+
+TEST_F(DirectoryEnumeratorTest, thousandLevelsNeedFewOpenFiles) {
+  constexpr int levels = 1000;
+  volume_.chain("top", "d", levels);
+  const std::string told = test::inChild([this]() -> std::string {
+    const rlimit few{64, 64};
+    if (::setrlimit(RLIMIT_NOFILE, &few) != 0) return "no limit";
+    int deepest = 0;
+    const Names met = walk(0, [&deepest](DirectoryEnumerator& at, const std::string&) {
+      deepest = std::max(deepest, at.level());
+    });
+    return std::to_string(met.size()) + " items, level " + std::to_string(deepest);
+  });
+  EXPECT_EQ(told, "1000 items, level 1000");
+}
+
+TEST_F(DirectoryEnumeratorTest, goesOnBesideADeepFolder) {
+  volume_.chain("top/a", "d", 200);
+  volume_.file("top/a/z", "");
+  volume_.file("top/b", "");
+  const Names met = walk();
+  ASSERT_EQ(met.size(), 203U);
+  EXPECT_EQ(met[201], "a/z");
+  EXPECT_EQ(met[202], "b");
+}
+
+TEST_F(DirectoryEnumeratorTest, pathsGrowLongerThanTheSystemAllows) {
+  const std::string name(250, 'n');
+  constexpr int levels = 40;
+  const std::string deepest = volume_.chain("top", name, levels);
+  ASSERT_GT(deepest.size(), static_cast<std::size_t>(PATH_MAX));
+  DirectoryEnumerator enumerator(volume_.url("top/"));
+  std::string last;
+  int count = 0;
+  for (; const DirectoryEnumerator::Item* item = enumerator.next(); ++count) {
+    last = item->url.path();
+    EXPECT_EQ(enumerator.values(NSURLIsDirectoryKey).isDirectory, true);
+  }
+  EXPECT_EQ(count, levels);
+  EXPECT_EQ(last, deepest);
+}
+
+TEST_F(DirectoryEnumeratorTest, openFilesAreGivenBack) {
+  volume_.chain("top", "d", 10);
+  const std::size_t before = test::openDescriptors();
+  walk();
+  { DirectoryEnumerator(volume_.url("top/")).next(); }
+  EXPECT_EQ(test::openDescriptors(), before);
+}
+
+// A tree that changes under the walk.
+
+TEST_F(DirectoryEnumeratorTest, itemRemovedWhileItIsThePresentOneDoesNotEndTheWalk) {
+  for (const char* name : {"a/inner", "b", "c/inner"}) volume_.file("top/" + std::string(name), "");
+  const auto removeIt = [this](DirectoryEnumerator&, const std::string& name) {
+    if (name == "a/") std::filesystem::remove_all(volume_.path("top/a"));
+  };
+  EXPECT_EQ(walk(0, removeIt), (Names{"a/", "b", "c/", "c/inner"}));
+}
+
+TEST_F(DirectoryEnumeratorTest, entryThatVanishedAfterTheListingIsNotMet) {
+  for (const char* name : {"a", "b", "c"}) volume_.file("top/" + std::string(name), "");
+  const auto removeNext = [this](DirectoryEnumerator&, const std::string& name) {
+    if (name == "a") std::filesystem::remove(volume_.path("top/b"));
+  };
+  EXPECT_EQ(walk(0, removeNext), (Names{"a", "c"}));
+}
+
+TEST_F(DirectoryEnumeratorTest, folderSwappedForALinkIsNotEntered) {
+  volume_.file("outside/secret", "");
+  volume_.file("top/a/inner", "");
+  volume_.file("top/b", "");
+  const auto swapIt = [this](DirectoryEnumerator&, const std::string& name) {
+    if (name != "a/") return;
+    std::filesystem::remove_all(volume_.path("top/a"));
+    volume_.link("top/a", "../outside");
+  };
+  EXPECT_EQ(walk(0, swapIt), (Names{"a/", "b"}));
+}
+
+TEST_F(DirectoryEnumeratorTest, folderMovedAwayBelowTheWalkDoesNotLeadItAstray) {
+  volume_.chain("top/a", "d", 100);
+  volume_.file("top/a/d/z", "");
+  volume_.file("top/b", "");
+  volume_.file("elsewhere/secret", "");
+  volume_.folder("elsewhere/z");
+  const auto moveAtTheBottom = [this](DirectoryEnumerator& at, const std::string&) {
+    if (at.level() == 101) {
+      std::filesystem::rename(volume_.path("top/a/d/d"), volume_.path("elsewhere/moved"));
+    }
+  };
+  const Names met = walk(0, moveAtTheBottom);
+  ASSERT_EQ(met.size(), 103U);
+  EXPECT_EQ(met[101], "a/d/z");
+  EXPECT_EQ(met[102], "b");
+}
+
+TEST_F(DirectoryEnumeratorTest, walkLeavesTheTreeAsItIs) {
+  volume_.file("top/a/b", "content");
+  volume_.link("top/link", "a");
+  volume_.fifo("top/pipe");
+  const auto before = test::snapshotOf(volume_.path());
+  walk();
+  EXPECT_EQ(test::snapshotOf(volume_.path()), before);
+}
+
+}  // namespace
+}  // namespace sorrel
