@@ -1,5 +1,6 @@
 // Sizing and scanning of a large folder, against a bare loop of system calls and against du(1) and gdu(1).
-// usage: WalkBench TREE [ROUNDS]; scripts/bench makes the tree.
+// usage: WalkBench TREE [ROUNDS [VARIANT]]; scripts/bench makes the tree. With a part of a variant's name
+// only that one runs, for a profiler.
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -192,6 +193,32 @@ Outcome timed(CategoryInfomationKind kind) {
   return {outcome.bytesOfTopItems, outcome.seconds};
 }
 
+std::vector<Variant> allVariants() {
+  std::vector<Variant> all;
+  all.push_back({"bare openat/getdents64/statx loop, 1 thread", bareLoop});
+  all.push_back(
+      {"du -sb (less the folders' own bytes)", [own = foldersOwnBytes()] { return diskUsage() - own; }});
+  all.push_back({"gdu -npa", gdu});
+  all.push_back({"calculateSize, 1 thread", calculateSize});
+  all.push_back(
+      {"scanSystemJunk, SystemCache category", [] { return timed(CategoryInfomationKind::SystemCache); }});
+  all.push_back({"scanSystemJunk, Common category", [] { return timed(CategoryInfomationKind::Common); }});
+  return all;
+}
+
+/// Runs one variant alone.
+int profile(std::string_view name, int rounds) {
+  for (Variant& variant : allVariants()) {
+    if (variant.name.find(name) == std::string::npos) continue;
+    for (int i = 0; i < rounds; ++i) {
+      const Outcome outcome = variant.run();
+      std::printf("%-52s %9.4f s\n", variant.name.c_str(), outcome.seconds);
+    }
+    return 0;
+  }
+  return 2;
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -203,24 +230,19 @@ int main(int count, char** arguments) {
   const int rounds = count > 2 ? std::atoi(arguments[2]) : 7;
   sorrel::Host::install(sorrel::Host::linuxDesktop({"org.sorrel.WalkBench", "", {}}));
 
+  if (count > 3) return profile(arguments[3], rounds);
+
   // Memory first, in a process that has not grown yet.
   const ScanOutcome common = scan(CategoryInfomationKind::Common);
   const double wanted = bareLoop();
 
-  double cacheFound = 0;
-  std::vector<Variant> variants = {
-      {"bare openat/getdents64/statx loop, 1 thread", bareLoop},
-      {"du -sb (less the folders' own bytes)", [own = foldersOwnBytes()] { return diskUsage() - own; }},
-      {"gdu -npa", gdu},
-      {"calculateSize, 1 thread", calculateSize},
-      {"scanSystemJunk, SystemCache category", [] { return timed(CategoryInfomationKind::SystemCache); }},
-      {"scanSystemJunk, Common category", [] { return timed(CategoryInfomationKind::Common); }},
-  };
+  std::vector<Variant> variants = allVariants();
+
   measure(variants, rounds);
   std::printf("%zu entries, %zu folders, %u threads\n\n", entryCount, folderCount + 1,
               std::thread::hardware_concurrency());
   print(variants, static_cast<double>(entryCount));
-  cacheFound = variants[4].found;
+  const double cacheFound = variants[4].found;
 
   double slowestStop = 0;
   for (const std::size_t stopAt : {1, 1000, 50000, 200000}) {

@@ -22,7 +22,9 @@ void IdentityText::take(const FileInformation& record) {
   finderID_ = record.finderID;
   parentFinderID_ = record.parentFinderID;
   size_ = record.size;
-  url_ = record.url;
+  // A scan numbers its records more than once: the count of the shared text is left alone where nothing
+  // changed.
+  if (!url_.sharedText().isSharedWith(record.url.sharedText())) url_ = record.url;
   assigned_.reset();
 }
 
@@ -43,14 +45,13 @@ FileInformation::FileInformation(Integer newState, Integer newFinderID, Integer 
       url(std::move(newURL)),
       canDelete(newCanDelete),
       removeCategory(newRemoveCategory),
+      hashValueString(newFinderID, newParentFinderID, newSize, url),
       attachInformation(std::move(newAttachInformation)),
       childrens(std::move(newChildrens)),
       parentCategoryInfo(*this, newParentCategoryInfo.get()),
       fileKind(newFileKind),
       levelInt(newLevelInt),
-      parentFileInfo(*this, newParentFileInfo.get()) {
-  hashValueString.take(*this);
-}
+      parentFileInfo(*this, newParentFileInfo.get()) {}
 
 FileInformation::~FileInformation() {
   for (FileInformation& child : childrens) child.parentFileInfo.forget(*this);

@@ -7,6 +7,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/Observed.hpp"
@@ -34,11 +35,13 @@ class IdentityText {
 
  private:
   friend class FileInformation;
+  IdentityText(Integer finderID, Integer parentFinderID, std::int64_t size, URL url)
+      : finderID_(finderID), parentFinderID_(parentFinderID), size_(size), url_(std::move(url)) {}
   void take(const FileInformation& record);
 
-  Integer finderID_ = 0;
-  Integer parentFinderID_ = 0;
-  std::int64_t size_ = 0;
+  Integer finderID_;
+  Integer parentFinderID_;
+  std::int64_t size_;
   URL url_;
   std::unique_ptr<const std::string>
       assigned_;  // a text of the application's own, until the next observation

@@ -22,6 +22,9 @@ class SharedText {
   [[nodiscard]] std::string_view view() const noexcept;
   [[nodiscard]] bool empty() const noexcept { return block_ == nullptr; }
 
+  /// True if both are copies of one text. Cheaper than ==, which compares texts of different origin too.
+  [[nodiscard]] bool isSharedWith(const SharedText& other) const noexcept { return block_ == other.block_; }
+
   friend bool operator==(const SharedText& a, const SharedText& b) noexcept {
     return a.block_ == b.block_ || a.view() == b.view();
   }
