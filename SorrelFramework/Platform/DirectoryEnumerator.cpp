@@ -24,9 +24,9 @@ DirectoryEnumerator::DirectoryEnumerator(const URL& root, EnumerationOptions opt
     return;
   }
   folders_.pushRoot(std::move(folder));
-  std::string text = root.absoluteString();
-  if (!text.ends_with('/')) text += '/';
-  readTop(std::move(text));
+  urlText_ = root.absoluteString();
+  if (!urlText_.ends_with('/')) urlText_ += '/';
+  readTop();
 }
 
 const DirectoryEnumerator::Item* DirectoryEnumerator::next() {
@@ -46,7 +46,7 @@ const DirectoryEnumerator::Item* DirectoryEnumerator::next() {
     item_.name = name;
     std::string tail = percentEncodedPath(name);
     if (status->isDirectory()) tail += '/';
-    item_.url = URL::fromEncodedPieces(top.urlText, tail);
+    item_.url = URL::fromEncodedPieces(urlText_, tail);
     level_ = static_cast<int>(used_);
     mayEnter_ = isEntered(name, *status, options_);
     return &item_;
@@ -60,28 +60,33 @@ ResourceValues DirectoryEnumerator::values(ResourceKeys keys) const {
 
 void DirectoryEnumerator::enterPresentItem() {
   if (folders_.push(item_.name.c_str())) {
-    readTop(std::string(item_.url.relativeText()));
+    urlText_ = item_.url.relativeText();
+    readTop();
   } else if (errorHandler_ && errno != EXDEV && !errorHandler_(item_.url, errno)) {
     used_ = 0;
   }
 }
 
-void DirectoryEnumerator::readTop(std::string urlText) {
+void DirectoryEnumerator::readTop() {
   if (used_ == levels_.size()) levels_.push_back(std::make_unique<Level>());
   Level& level = *levels_[used_++];
   level.next = 0;
-  level.urlText = std::move(urlText);
+  level.urlLength = urlText_.size();
   if (!level.listing.read(stream_, folders_.top()) && errorHandler_ &&
-      !errorHandler_(URL::fromEncodedPieces(level.urlText, {}), stream_.error())) {
+      !errorHandler_(URL::fromEncodedPieces(urlText_, {}), stream_.error())) {
     used_ = 0;
   }
 }
 
 void DirectoryEnumerator::leaveTop() {
   --used_;
+  const bool isBack = folders_.pop();
+  if (used_ == 0) return;
+  Level& top = *levels_[used_ - 1];
+  urlText_.resize(top.urlLength);
   // A folder that was moved away while the walk was below it is not found again: what is left of it is passed
   // over.
-  if (!folders_.pop() && used_ > 0) levels_[used_ - 1]->next = levels_[used_ - 1]->listing.size();
+  if (!isBack) top.next = top.listing.size();
 }
 
 }  // namespace sorrel

@@ -72,10 +72,10 @@ class DirectoryEnumerator : public EnumerationPosition {
   struct Level {
     FolderListing listing;
     std::size_t next = 0;
-    std::string urlText;  // of the folder, with its "/"
+    std::size_t urlLength = 0;  // of the folder's part of urlText_
   };
   void enterPresentItem();
-  void readTop(std::string urlText);
+  void readTop();
   void leaveTop();
 
   EnumerationOptions options_;
@@ -83,6 +83,8 @@ class DirectoryEnumerator : public EnumerationPosition {
   FolderStream stream_;
   FolderStack folders_;
   std::vector<std::unique_ptr<Level>> levels_;
+  std::string
+      urlText_;  // of the folder the walk is in, with its "/"; one for all levels, as paths may be long
   std::size_t used_ = 0;  // levels in use; the others are kept for their memory
   Item item_;
   bool mayEnter_ = false;

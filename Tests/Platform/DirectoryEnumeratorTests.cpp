@@ -349,7 +349,7 @@ TEST_F(UnreadableFolder, rootIsReportedToo) {
 }
 
 TEST_F(UnreadableFolder, readableOneThatCannotBeSearchedHidesItsItems) {
-  volume_.setMode("top/b", 0744);
+  volume_.setMode("top/b", 0444);
   EXPECT_EQ(walkAsPlainUser(), "a\nb/\nc/\nc/inner\nd/\nd/inner\n");
 }
 
@@ -425,6 +425,25 @@ TEST_F(DirectoryEnumeratorTest, pathsGrowLongerThanTheSystemAllows) {
   }
   EXPECT_EQ(count, levels);
   EXPECT_EQ(last, deepest);
+}
+
+TEST_F(DirectoryEnumeratorTest, memoryDoesNotGrowWithTheSquareOfTheDepth) {
+  constexpr int levels = 3000;
+  constexpr long mostKiB = 600L * 1024;
+  // One text for each level would take 1.1 GB.
+  volume_.chain("top", std::string(250, 'n'), levels);
+  const std::string told = test::inChild([this]() -> std::string {
+    rusage before{};
+    rusage after{};
+    ::getrusage(RUSAGE_SELF, &before);
+    DirectoryEnumerator enumerator(volume_.url("top/"));
+    int count = 0;
+    while (enumerator.next() != nullptr) ++count;
+    ::getrusage(RUSAGE_SELF, &after);
+    const bool isSmall = after.ru_maxrss - before.ru_maxrss < mostKiB;
+    return std::to_string(count) + (isSmall ? " items" : " items, too much memory");
+  });
+  EXPECT_EQ(told, "3000 items");
 }
 
 TEST_F(DirectoryEnumeratorTest, openFilesAreGivenBack) {

@@ -43,7 +43,7 @@ TEST(FolderStream, givesEveryEntryButTheDots) {
 
 TEST(FolderStream, readsMoreEntriesThanOneCallHolds) {
   const test::TemporaryVolume volume;
-  constexpr int count = 2000;
+  constexpr int count = 1000;
   for (int i = 0; i < count; ++i) volume.file("top/" + std::string(60, 'n') + std::to_string(i), "");
   const FileDescriptor folder = plainOpen(volume.path("top"));
   FolderStream stream;
