@@ -18,7 +18,7 @@ namespace {
 
 constexpr std::array<std::string_view, 5> kResourceTypes = {"png", "svg", "icns", "tiff", ""};
 
-// The part of the icon theme specification that needs no index file: the theme every other one falls back to,
+// The part of the freedesktop.org icon theme rules that needs no index file: the theme every other one falls back to,
 // the one that most desktops bring, and the folders they have.
 constexpr std::array<std::string_view, 2> kThemes = {"hicolor", "Adwaita"};
 constexpr std::array<std::string_view, 14> kSizes = {"scalable", "symbolic", "16x16",   "22x22",  "24x24",
