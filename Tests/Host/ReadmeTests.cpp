@@ -12,7 +12,7 @@ namespace {
 
 /// What README.md shows below a command line; it ends at an empty line or at the end of the block.
 std::string shownBelow(const std::string& command) {
-  const std::string readme = contentOf(std::string(SORREL_SOURCE_DIR) + "/README.md");
+  const std::string readme = contentOf(SORREL_SOURCE_DIR "/README.md");
   const std::string line = "$ " + command + "\n";
   const std::size_t begin = readme.find(line);
   if (begin == std::string::npos) return "README.md has no \"" + command + "\"";
@@ -23,8 +23,7 @@ std::string shownBelow(const std::string& command) {
 
 TEST(Readme, showsWhatTheDemoPrints) {
   const TemporaryFolder volume;
-  const std::string make =
-      "'" + std::string(SORREL_SOURCE_DIR) + "/scripts/make-volume' '" + volume.path() + "'";
+  const std::string make = "'" SORREL_SOURCE_DIR "/scripts/make-volume' '" + volume.path() + "'";
   ASSERT_EQ(std::system(make.c_str()), 0);
   for (const std::string feature : {"system-junk", "trash"}) {
     const ProgramRun run = sorrel({"--volume", volume.path(), "--user", "alice", "scan", feature});
