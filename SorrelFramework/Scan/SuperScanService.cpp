@@ -79,9 +79,11 @@ std::string SuperScanService::handleURLToString(const URL& url) {
   if (!text.starts_with(scheme) || text.find(scheme, 1) != std::string_view::npos) {
     return handleStringToString(url.absoluteString());
   }
-  // Asked for once for each item of a scan: the usual text needs one copy, and a blank is decoded like any byte.
+  // Asked for once for each item of a scan: the usual text needs one copy, and a blank is decoded like any
+  // byte.
   const std::string_view path = text.substr(scheme.size());
-  return path.find('%') == std::string_view::npos ? std::string(path) : removingPercentEncoding(path).value_or("");
+  return path.find('%') == std::string_view::npos ? std::string(path)
+                                                  : removingPercentEncoding(path).value_or("");
 }
 
 std::string SuperScanService::handleStringToString(std::string_view url) {

@@ -49,7 +49,8 @@ TreeWorker::~TreeWorker() = default;
 void TreeWorker::run(WalkWork work) {
   folders_.pushRoot(std::move(work.folder));
   Frame& root = newFrame(work.result, work.level, work.makesRecords(), work.wantsBytes);
-  root.urlText = std::move(work.urlText);
+  urlText_ = std::move(work.urlText);
+  root.urlLength = urlText_.size();
   readFolder(root);
   while (used_ > 0) {
     Frame& frame = *frames_[used_ - 1];
@@ -71,7 +72,7 @@ TreeWorker::Frame& TreeWorker::newFrame(WalkFolder* result, int level, bool make
   frame.names.clear();
   frame.pending.clear();
   frame.next = 0;
-  frame.urlText.clear();
+  frame.urlLength = 0;
   frame.result = result;
   frame.level = level;
   frame.makesRecords = makesRecords;
@@ -82,15 +83,15 @@ TreeWorker::Frame& TreeWorker::newFrame(WalkFolder* result, int level, bool make
 void TreeWorker::enter(const Frame& above, const Pending& pending) {
   const char* name = above.names.data() + pending.name;
   if (!folders_.push(name)) {
-    const int error = errno;
-    reportUnreadable(above.urlText + percentEncodedPath(name) + '/', error);
+    reportUnreadable(above, pending, errno);
     return;
   }
   Frame& frame = newFrame(pending.result, above.level + 1, pending.makesRecords, pending.wantsBytes);
   if (pending.makesRecords) {
-    frame.urlText = above.urlText;
-    appendPercentEncodedPath(frame.urlText, name);
-    frame.urlText += '/';
+    urlText_.resize(above.urlLength);
+    appendPercentEncodedPath(urlText_, name);
+    urlText_ += '/';
+    frame.urlLength = urlText_.size();
   }
   readFolder(frame);
 }
@@ -124,7 +125,7 @@ void TreeWorker::sizeFolder(Frame& frame) {
 
 void TreeWorker::recordFolder(Frame& frame) {
   const int folder = folders_.top();
-  if (!listing_.read(stream_, folder)) reportUnreadable(frame.urlText, stream_.error());
+  if (!listing_.read(stream_, folder)) job_.report(URL::fromEncodedPieces(urlOf(frame), {}), stream_.error());
   const FolderRights rights = FolderRights::of(folder);
   frame.result->items.reserve(listing_.size());
   std::int64_t bytes = 0;
@@ -148,7 +149,7 @@ void TreeWorker::recordItem(Frame& frame, std::string_view name, const FileStatu
   tail_.clear();
   appendPercentEncodedPath(tail_, name);
   if (status.isDirectory()) tail_ += '/';
-  const URL url = URL::fromEncodedPieces(frame.urlText, tail_);
+  const URL url = URL::fromEncodedPieces(urlOf(frame), tail_);
   ResourceValues values = resourceValues(url, request.keys, name, status);
   ItemPosition position(frame.level);
   const bool kept = request.filter(url, values, &position);
@@ -197,11 +198,10 @@ void TreeWorker::giveAway() {
     WalkWork work{
         openFolderIn(folders_.at(i), name), pending.result, {}, frame.level + 1, pending.wantsBytes};
     if (!work.folder.isOpen()) {
-      const int error = errno;
-      reportUnreadable(frame.urlText + percentEncodedPath(name) + '/', error);
+      reportUnreadable(frame, pending, errno);
       return;
     }
-    if (pending.makesRecords) work.urlText = frame.urlText + percentEncodedPath(name) + '/';
+    if (pending.makesRecords) work.urlText.append(urlOf(frame)).append(percentEncodedPath(name)) += '/';
     job_.team.give(std::move(work));
     return;
   }
@@ -214,8 +214,11 @@ void TreeWorker::leave() {
   if (!folders_.pop() && used_ > 0) frames_[used_ - 1]->next = frames_[used_ - 1]->pending.size();
 }
 
-void TreeWorker::reportUnreadable(const std::string& urlText, int error) {
-  if (urlText.starts_with("file:")) job_.report(URL::fromEncodedPieces(urlText, {}), error);
+void TreeWorker::reportUnreadable(const Frame& above, const Pending& pending, int error) {
+  if (!pending.makesRecords) return;
+  job_.report(
+      URL::fromEncodedPieces(urlOf(above), percentEncodedPath(above.names.data() + pending.name) + '/'),
+      error);
 }
 
 }  // namespace sorrel

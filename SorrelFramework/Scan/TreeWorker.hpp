@@ -99,7 +99,7 @@ class TreeWorker {
     std::string names;  // of the pending folders, each with its NUL
     std::vector<Pending> pending;
     std::size_t next = 0;
-    std::string urlText;
+    std::size_t urlLength = 0;  // of the folder's part of urlText_; folders that are only sized have none
     WalkFolder* result = nullptr;
     int level = 0;
     bool makesRecords = false;
@@ -116,7 +116,10 @@ class TreeWorker {
                     bool wantsBytes);
   void giveAway();
   void leave();
-  void reportUnreadable(const std::string& urlText, int error);
+  [[nodiscard]] std::string_view urlOf(const Frame& frame) const {
+    return {urlText_.data(), frame.urlLength};
+  }
+  void reportUnreadable(const Frame& above, const Pending& pending, int error);
 
   TreeJob& job_;
   std::deque<WalkFolder>& arena_;
@@ -126,7 +129,8 @@ class TreeWorker {
   std::vector<std::unique_ptr<Frame>> frames_;
   std::size_t used_ = 0;  // frames in use; the others are kept for their memory
   std::size_t visited_ = 0;
-  std::string tail_;  // coded name of the present item
+  std::string urlText_;  // of the present folder, with its "/"; those above it are heads of it
+  std::string tail_;     // coded name of the present item
   DeletionRule deletion_;
   ProgressPost progress_;
   std::int64_t fileBytes_ = 0;

@@ -8,6 +8,7 @@
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ScanKit.hpp"
+#include "Tests/Support/VirtualClock.hpp"
 
 namespace sorrel {
 namespace {
@@ -212,9 +213,12 @@ TEST_F(SystemScan, categoryWithoutFoldersKeepsTheScanFromEnding) {
 TEST_F(SystemScan, stoppedScanStillEndsThroughItsNormalCompletion) {
   for (int i = 0; i < 200; ++i) volume.file("root/f" + std::to_string(i), "1");
   feature = makeFeature(1, {{CategoryInfomationKind::Common, {volume.url("root/")}}});
+  const test::VirtualClock clock;
+  scan.queue->refuseAll();  // the scan cannot end before the stop
   start(feature);
   SuperScanService::stopScan(*feature);
   EXPECT_EQ(SuperScanService::percentService.get(), nullptr);
+  scan.queue->acceptAgain();
   ASSERT_TRUE(scan.waitUntilDone());
   EXPECT_EQ(scan.doneCount, 1);
   EXPECT_LE(records().size(), 200U);
