@@ -18,7 +18,7 @@ bool isEntered(std::string_view name, const FileStatus& status, EnumerationOptio
 DirectoryEnumerator::DirectoryEnumerator(const URL& root, EnumerationOptions options,
                                          EnumerationErrorHandler errorHandler)
     : options_(options), errorHandler_(std::move(errorHandler)) {
-  FileDescriptor folder = openFolder(root.path().c_str());
+  FileDescriptor folder = openFolder(root.path());
   if (!folder.isOpen()) {
     if (errorHandler_ && errno != ENOENT && errno != ENOTDIR) errorHandler_(root, errno);
     return;

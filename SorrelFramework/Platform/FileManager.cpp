@@ -12,7 +12,8 @@ namespace sorrel {
 
 bool fileExists(const std::string& path, bool* isDirectory) {
   struct stat status {};
-  if (path.empty() || ::stat(path.c_str(), &status) != 0) return false;
+  if (path.empty() || path.find('\0') != std::string::npos || ::stat(path.c_str(), &status) != 0)
+    return false;
   if (isDirectory != nullptr) *isDirectory = S_ISDIR(status.st_mode);
   return true;
 }
@@ -31,6 +32,7 @@ bool FolderRights::allowDeletion(std::uint32_t uid) const {
 }
 
 bool isDeletableFile(const std::string& path) {
+  if (path.find('\0') != std::string::npos) return false;
   std::string parent = deletingLastPathComponent(path);
   if (parent.empty()) parent = ".";
   const FileDescriptor folder(::open(parent.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));

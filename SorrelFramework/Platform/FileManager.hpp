@@ -5,8 +5,8 @@
 
 namespace sorrel {
 
-/// True if something is at `path`; links are followed, so a broken link is nothing. `isDirectory`, if given,
-/// is set only when the answer is true.
+/// True if something is at `path`; links are followed, so a broken link is nothing, and a path with a NUL in
+/// it names nothing. `isDirectory`, if given, is set only when the answer is true.
 bool fileExists(const std::string& path, bool* isDirectory = nullptr);
 
 /// What the process may do with the entries of one folder.

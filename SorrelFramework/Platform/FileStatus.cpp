@@ -36,7 +36,10 @@ bool FileStatus::isRegularFile() const noexcept { return S_ISREG(mode); }
 bool FileStatus::isSticky() const noexcept { return (mode & S_ISVTX) != 0; }
 
 std::optional<FileStatus> statusOf(int folder, const char* name) { return query(folder, name, 0); }
-std::optional<FileStatus> statusOf(const std::string& path) { return query(AT_FDCWD, path.c_str(), 0); }
+std::optional<FileStatus> statusOf(const std::string& path) {
+  if (path.find('\0') != std::string::npos) return std::nullopt;
+  return query(AT_FDCWD, path.c_str(), 0);
+}
 std::optional<FileStatus> statusOf(int descriptor) { return query(descriptor, "", AT_EMPTY_PATH); }
 
 }  // namespace sorrel

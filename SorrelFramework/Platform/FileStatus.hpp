@@ -26,6 +26,7 @@ struct FileStatus {
 
 /// Status of `name` in the open folder `folder`; nothing if it can't be reached.
 std::optional<FileStatus> statusOf(int folder, const char* name);
+/// The same by its path; a path with a NUL in it names nothing.
 std::optional<FileStatus> statusOf(const std::string& path);
 /// Status of an open file or folder.
 std::optional<FileStatus> statusOf(int descriptor);

@@ -94,7 +94,11 @@ std::optional<FileDescriptor> openResolving(int folder, const char* name, std::u
 
 }  // namespace
 
-FileDescriptor openFolder(const char* path) {
+FileDescriptor openFolder(const std::string& path) {
+  if (path.find('\0') != std::string::npos) {
+    errno = ENOENT;
+    return {};
+  }
   const std::string& root = Host::current().root();
   const std::string_view whole = path;
   if (!root.empty() && whole.starts_with(root) && whole.substr(root.size()).starts_with('/')) {
@@ -105,7 +109,7 @@ FileDescriptor openFolder(const char* path) {
       return std::move(*folder);
     }
   }
-  return FileDescriptor(::open(path, kFolderFlags));
+  return FileDescriptor(::open(path.c_str(), kFolderFlags));
 }
 
 FileDescriptor openFolderIn(int parent, const char* name) {

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -40,8 +41,8 @@ class FolderStream {
 
 /// Opens the folder at `path` for reading, for the root of a walk: links are followed, but below the root of
 /// a mounted macOS volume none that leads out of it, since its "/" is not this machine's. Sets errno on
-/// failure.
-FileDescriptor openFolder(const char* path);
+/// failure; a path with a NUL in it names nothing (ENOENT).
+FileDescriptor openFolder(const std::string& path);
 /// Opens the folder `name` of the open folder `parent`; follows no link and enters no mount point, also none
 /// that shows another place of the same file system. Sets errno on failure.
 FileDescriptor openFolderIn(int parent, const char* name);

@@ -108,7 +108,8 @@ class Harvest {
 WalkResult walkTree(const URL& root, const WalkRequest& request) {
   WalkResult result;
   result.totals.url = root;
-  FileDescriptor folder = openFolder(root.path().c_str());
+  if (!root.isFileURL()) return result;
+  FileDescriptor folder = openFolder(root.path());
   if (!folder.isOpen()) return result;
 
   std::string urlText = root.absoluteString();
@@ -126,7 +127,7 @@ WalkResult walkTree(const URL& root, const WalkRequest& request) {
 }
 
 std::int64_t sizeOfTree(const std::string& path, const StopTest& stop) {
-  FileDescriptor folder = openFolder(path.c_str());
+  FileDescriptor folder = openFolder(path);
   if (!folder.isOpen()) return 0;
   WalkRequest request;
   request.stop = stop;

@@ -109,7 +109,8 @@ void TreeWorker::sizeFolder(Frame& frame) {
   const int folder = folders_.top();
   std::int64_t bytes = 0;
   stream_.start(folder);
-  while (const FolderStream::Entry* entry = stream_.next()) {
+  const FolderStream::Entry* entry = nullptr;
+  while (!job_.isStopped() && (entry = stream_.next()) != nullptr) {
     if (entry->type != FolderStream::Type::Directory) {
       const auto status = statusOf(folder, entry->name);
       if (!status) continue;

@@ -50,6 +50,13 @@ TEST(FileExists, nothingExistsInAFolderThatCannotBeSearched) {
   EXPECT_EQ(test::inPlainChild([&path] { return std::string(fileExists(path) ? "yes" : "no"); }), "no");
 }
 
+TEST(FileExists, pathWithANULNamesNothing) {
+  const test::TemporaryVolume volume;
+  const std::string path = volume.file("a", "") + std::string(1, '\0') + "b";
+  EXPECT_FALSE(fileExists(path));
+  EXPECT_FALSE(isDeletableFile(path));
+}
+
 /// Asks as a plain user about items in a folder that the test made.
 class IsDeletableFile : public testing::Test {
  protected:

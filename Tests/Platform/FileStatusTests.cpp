@@ -64,6 +64,7 @@ TEST(FileStatus, missingItemGivesNothing) {
   const test::TemporaryVolume volume;
   EXPECT_FALSE(statusOf(volume.path("none")));
   EXPECT_FALSE(statusOf(std::string()));
+  EXPECT_FALSE(statusOf(volume.file("a", "") + std::string(1, '\0') + "b"));
   EXPECT_FALSE(statusOf(-1));
 }
 

@@ -87,9 +87,7 @@ class OpenFolder : public testing::Test {
     volume_.folder("Users/alice/real");
     volume_.install();
   }
-  [[nodiscard]] FileDescriptor open(std::string_view name) const {
-    return openFolder(volume_.path(name).c_str());
-  }
+  [[nodiscard]] FileDescriptor open(std::string_view name) const { return openFolder(volume_.path(name)); }
   [[nodiscard]] std::uint64_t inodeOf(std::string_view name) const {
     return statusOf(volume_.path(name))->inode;
   }
@@ -99,7 +97,7 @@ class OpenFolder : public testing::Test {
 };
 
 TEST_F(OpenFolder, opensTheRootOfTheVolumeItself) {
-  const FileDescriptor folder = openFolder(volume_.path().c_str());
+  const FileDescriptor folder = openFolder(volume_.path());
   ASSERT_TRUE(folder.isOpen());
   EXPECT_EQ(statusOf(folder.get())->inode, statusOf(volume_.path())->inode);
 }
@@ -135,8 +133,8 @@ TEST_F(OpenFolder, doesNotTakeANeighbourForAPartOfTheVolume) {
   parent.folder("volume2/real");
   ASSERT_EQ(::symlink(outside_.path("secret").c_str(), parent.path("volume2/link").c_str()), 0);
   Host::install(Host::macVolume(parent.path("volume"), "alice", {}));
-  EXPECT_TRUE(openFolder(parent.path("volume2/real").c_str()).isOpen());
-  EXPECT_TRUE(openFolder(parent.path("volume2/link").c_str()).isOpen());
+  EXPECT_TRUE(openFolder(parent.path("volume2/real")).isOpen());
+  EXPECT_TRUE(openFolder(parent.path("volume2/link")).isOpen());
 }
 
 TEST_F(OpenFolder, followsAnyLinkOnTheDesktop) {
@@ -154,6 +152,11 @@ TEST_F(OpenFolder, tellsWhyItFails) {
   EXPECT_EQ(errorOf("Users/alice/file"), ENOTDIR);
   EXPECT_EQ(errorOf("Users/alice/pipe"), ENOTDIR);
   EXPECT_EQ(errorOf("Users/alice/loop"), ELOOP);
+}
+
+TEST_F(OpenFolder, pathWithANULNamesNothing) {
+  EXPECT_FALSE(openFolder(volume_.path("Users") + std::string(1, '\0') + "/alice").isOpen());
+  EXPECT_EQ(errno, ENOENT);
 }
 
 TEST_F(OpenFolder, isClosedOnExec) {

@@ -214,8 +214,20 @@ TEST_F(SuperScan, sizingOfAnApplicationGoesToTheEndWhileTheFeatureRuns) {
 TEST_F(SuperScan, sizingOfAnApplicationStopsWithItsFeature) {
   for (int i = 0; i < 20; ++i) volume.file("d/" + std::to_string(i) + "/a", "333");
   SuperScanService::stopScan(*feature);
-  EXPECT_LT(SuperScanService::appCalculateSize(volume.url("d/"), rawValue(FilesKind::Package), 3), 60);
+  EXPECT_EQ(SuperScanService::appCalculateSize(volume.url("d/"), rawValue(FilesKind::Package), 3), 0);
   EXPECT_EQ(SuperScanService::appCalculateSize(volume.url("d/"), rawValue(FilesKind::Package), 4), 60);
+}
+
+TEST_F(SuperScan, sizingOfAnApplicationStopsAtItsNextElement) {
+  for (int i = 0; i < 20; ++i) volume.file("d/" + std::to_string(i), "333");
+  SuperScanService::stopScan(*feature);
+  EXPECT_EQ(SuperScanService::appCalculateSize(volume.url("d/"), rawValue(FilesKind::Package), 3), 0);
+}
+
+TEST_F(SuperScan, sizingOfAPlainFileGoesOnAfterAStop) {
+  volume.file("a", "333");
+  SuperScanService::stopScan(*feature);
+  EXPECT_EQ(SuperScanService::appCalculateSize(volume.url("a"), rawValue(FilesKind::File), 3), 3);
 }
 
 using SuperScanDeathTest = SuperScan;

@@ -11,8 +11,11 @@
 #include <set>
 
 #include "SorrelFramework/Scan/SuperScanService.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/MainLoop.hpp"
+#include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/ScanKit.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
 #include "Tests/Support/VirtualClock.hpp"
 
 namespace sorrel {
@@ -300,6 +303,20 @@ TEST_F(Walk, locationThatIsNoFileGivesZeros) {
   EXPECT_EQ(doneCount, 1);
 }
 
+TEST_F(Walk, pathWithoutASchemeGivesZeros) {
+  volume.file("root/a", "1");
+  runAt(*URL::parse(volume.path("root/")));
+  EXPECT_TRUE(records.empty());
+  EXPECT_EQ(doneCount, 1);
+}
+
+TEST_F(Walk, pathWithANULNamesNothing) {
+  volume.file("root/a", "1");
+  runAt(*URL::parse(volume.url("root").absoluteString() + "%00/b/"));
+  EXPECT_TRUE(records.empty());
+  EXPECT_EQ(doneCount, 1);
+}
+
 // What a disk may hold
 
 TEST_F(Walk, linksAreItemsAndNeverEntered) {
@@ -351,6 +368,39 @@ TEST_F(Walk, deepTreeNeedsFewOpenFiles) {
   EXPECT_EQ(totals.folderNumber, 2000);
   ASSERT_EQ(records.size(), 2999U);  // the folder at the very bottom is empty
   EXPECT_EQ(record("d/")->size, 999);
+}
+
+TEST(WalkOfADeepTree, memoryDoesNotGrowWithTheSquareOfTheDepth) {
+  constexpr long mostKiB = 600L * 1024;
+  const test::TemporaryVolume deep;
+  // One text for each level would take 1.1 GB.
+  deep.chain("root", std::string(250, 'n'), 3000);
+  const std::string told = test::inChild([&deep]() -> std::string {
+    rusage before{};
+    rusage after{};
+    int count = 0;
+    WalkRequest request;
+    request.filter = [&count](const URL&, const ResourceValues&, EnumerationPosition*) {
+      ++count;
+      return false;
+    };
+    ::getrusage(RUSAGE_SELF, &before);
+    walkTree(deep.url("root/"), request);
+    ::getrusage(RUSAGE_SELF, &after);
+    const bool isSmall = after.ru_maxrss - before.ru_maxrss < mostKiB;
+    return std::to_string(count) + (isSmall ? " items" : " items, too much memory");
+  });
+  EXPECT_EQ(told, "3000 items");
+}
+
+TEST_F(Walk, filesOpenedByAWalkAreGivenBack) {
+  for (int i = 0; i < 100; ++i) volume.file("root/" + std::to_string(i) + "/a/b/c", "1");
+  run();
+  const std::size_t before = test::openDescriptors();
+  run();
+  // Helpers that come too late touch nothing; those that helped gave back what they had before the walk
+  // ended.
+  EXPECT_EQ(test::openDescriptors(), before);
 }
 
 TEST_F(Walk, unreadableFolderIsAnEmptyItemAndTold) {
@@ -405,6 +455,29 @@ TEST_F(Walk, largeTreeIsTheSameWhateverThreadsHelp) {
     run();
     EXPECT_EQ(names(), first);
   }
+}
+
+TEST_F(Walk, folderThatIsOnlySizedIsNotTold) {
+  volume.file("root/a/x", "1");
+  int told = 0;
+  errorHandler = [&told](const URL&, int) {
+    ++told;
+    return true;
+  };
+  const auto vanishing = [&](bool isPruned) {
+    run(0, [&, isPruned](const URL& url, const ResourceValues&, EnumerationPosition* position) {
+      if (url.lastPathComponent() != "a") return true;
+      ::unlink(volume.path("root/a/x").c_str());
+      ::rmdir(volume.path("root/a").c_str());
+      if (isPruned) position->skipDescendants();
+      return true;
+    });
+  };
+  vanishing(true);
+  EXPECT_EQ(told, 0);
+  volume.file("root/a/x", "1");
+  vanishing(false);
+  EXPECT_EQ(told, 1);
 }
 
 // Stopping

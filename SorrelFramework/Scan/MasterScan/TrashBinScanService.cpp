@@ -31,9 +31,12 @@ CategoryPlan planFor(const CategoryInformation& category) {
   plan.keys = kRecordKeys;
   plan.filter = [linked = linkedRoots(category)](const URL& url, const ResourceValues& values,
                                                  EnumerationPosition* position) {
-    return TrashBinScanService::filter(url, values, position) &&
-           std::none_of(linked.begin(), linked.end(),
-                        [&url](const std::string& root) { return url.relativeText().starts_with(root); });
+    if (std::none_of(linked.begin(), linked.end(),
+                     [&url](const std::string& root) { return url.relativeText().starts_with(root); })) {
+      return TrashBinScanService::filter(url, values, position);
+    }
+    if (position != nullptr) position->skipDescendants();  // it may lead to all of the disk
+    return false;
   };
   return plan;
 }

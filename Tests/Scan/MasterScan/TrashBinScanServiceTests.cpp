@@ -1,6 +1,8 @@
 #include "SorrelFramework/Scan/MasterScan/TrashBinScanService.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include "SorrelFramework/Platform/Host.hpp"
@@ -126,6 +128,20 @@ TEST_F(TrashScan, trashThatIsALinkIsNoTrash) {
   ASSERT_EQ(::symlink("Documents", volume.path("Users/alice/.Trash").c_str()), 0);
   scanTrash();
   EXPECT_TRUE(records().empty());
+}
+
+TEST_F(TrashScan, whatALinkInPlaceOfTheTrashLeadsToIsNotWalked) {
+  volume.file("Users/alice/Documents/thesis/chapter", "1");
+  ASSERT_EQ(::symlink("Documents", volume.path("Users/alice/.Trash").c_str()), 0);
+  const std::string inner = volume.path("Users/alice/Documents/thesis");
+  struct stat before {};
+  struct stat after {};
+  const timespec longAgo[] = {{86400, 0}, {0, UTIME_OMIT}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, inner.c_str(), longAgo, 0), 0);
+  ASSERT_EQ(::stat(inner.c_str(), &before), 0);
+  scanTrash();
+  ASSERT_EQ(::stat(inner.c_str(), &after), 0);
+  EXPECT_EQ(after.st_atim.tv_sec, before.st_atim.tv_sec);
 }
 
 TEST_F(TrashScan, filterKeepsTheFirstLevelAlone) {
