@@ -5,6 +5,8 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <functional>
+
 #include "SorrelFramework/Platform/Host.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ScanKit.hpp"
@@ -133,15 +135,20 @@ TEST_F(TrashScan, trashThatIsALinkIsNoTrash) {
 TEST_F(TrashScan, whatALinkInPlaceOfTheTrashLeadsToIsNotWalked) {
   volume.file("Users/alice/Documents/thesis/chapter", "1");
   ASSERT_EQ(::symlink("Documents", volume.path("Users/alice/.Trash").c_str()), 0);
+  // A folder that was read shows it by its access time, where the file system keeps one.
   const std::string inner = volume.path("Users/alice/Documents/thesis");
-  struct stat before {};
-  struct stat after {};
-  const timespec longAgo[] = {{86400, 0}, {0, UTIME_OMIT}};
-  ASSERT_EQ(::utimensat(AT_FDCWD, inner.c_str(), longAgo, 0), 0);
-  ASSERT_EQ(::stat(inner.c_str(), &before), 0);
-  scanTrash();
-  ASSERT_EQ(::stat(inner.c_str(), &after), 0);
-  EXPECT_EQ(after.st_atim.tv_sec, before.st_atim.tv_sec);
+  const auto isReadBy = [&inner](const std::function<void()>& work) {
+    const timespec longAgo[] = {{86400, 0}, {0, UTIME_OMIT}};
+    EXPECT_EQ(::utimensat(AT_FDCWD, inner.c_str(), longAgo, 0), 0);
+    work();
+    struct stat status {};
+    EXPECT_EQ(::stat(inner.c_str(), &status), 0);
+    return status.st_atim.tv_sec != longAgo[0].tv_sec;
+  };
+  if (!isReadBy([&] { SuperScanService::calculateSize(URL::fileURL(inner, true), 0); })) {
+    GTEST_SKIP() << "no access times";
+  }
+  EXPECT_FALSE(isReadBy([this] { scanTrash(); }));
 }
 
 TEST_F(TrashScan, filterKeepsTheFirstLevelAlone) {
