@@ -1,5 +1,7 @@
 #include "SorrelFramework/Platform/TrashFolders.hpp"
 
+#include <unistd.h>
+
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/URL.hpp"
@@ -36,8 +38,11 @@ std::vector<std::string> trashFoldersOf(const std::string& volume) {
   std::vector<std::string> folders;
   if (host.layout() == Host::Layout::MacVolume) {
     const std::string trashes = appendingPathComponent(volume, ".Trashes");
-    const std::string trash = trashes + '/' + uid;
-    if (isRealFolder(trashes) && isRealFolder(trash)) folders.push_back(trash);
+    if (!isRealFolder(trashes)) return folders;
+    // The user of the volume may be called by another number on this machine, whose own stick this may be.
+    for (const std::string& trash : {trashes + '/' + uid, trashes + '/' + std::to_string(::getuid())}) {
+      if (folders.empty() && isRealFolder(trash)) folders.push_back(trash);
+    }
     return folders;
   }
   const std::string shared = appendingPathComponent(volume, ".Trash");

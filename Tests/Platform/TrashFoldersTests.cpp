@@ -48,6 +48,15 @@ TEST_F(TrashOnMacVolume, userIsTheOwnerOfTheHome) {
   EXPECT_EQ(found(), Paths{trash});
 }
 
+TEST_F(TrashOnMacVolume, userOfThisProcessCountsWhereTheHomesOwnerHasNoTrash) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs a home of another owner";
+  volume_.setOwner("Users/alice", 501);
+  volume_.install();
+  const std::string trash = volume_.folder("Volumes/stick/.Trashes/0");
+  volume_.folder("Volumes/stick/.Trashes/502");
+  EXPECT_EQ(found(), Paths{trash});
+}
+
 TEST_F(TrashOnMacVolume, linksAreIgnored) {
   volume_.folder("elsewhere/" + uid_);
   volume_.link("Volumes/stick/.Trashes", volume_.path("elsewhere"));
