@@ -2,21 +2,35 @@
 
 #include <strings.h>
 
+#include <utility>
+
 #include "SorrelFramework/Platform/ContentType.hpp"
+#include "SorrelFramework/Platform/DesktopEntry.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/Text.hpp"
 
 namespace sorrel {
 namespace {
 
-/// The name that the desktop shows: without the extension for an application, which hides it. Bytes that are
-/// no UTF-8 show as U+FFFD.
-std::string shownName(std::string_view name, const FileStatus& status) {
+/// Without the extension for an application bundle, which hides it.
+std::string_view withoutBundleExtension(std::string_view name, const FileStatus& status) {
   constexpr std::string_view application = ".app";
   if (status.isDirectory() && name.size() > application.size() &&
       ::strncasecmp(name.data() + name.size() - application.size(), application.data(), application.size()) ==
           0) {
     name.remove_suffix(application.size());
   }
+  return name;
+}
+
+/// The name that the desktop shows: a starter of the Linux desktop has one of its own. Bytes that are no
+/// UTF-8 show as U+FFFD.
+std::string shownName(const URL& url, std::string_view name, const FileStatus& status) {
+  if (status.isRegularFile() && isDesktopEntryName(name) &&
+      Host::current().layout() == Host::Layout::LinuxDesktop) {
+    if (auto own = desktopEntryName(url.path())) return std::move(*own);
+  }
+  name = withoutBundleExtension(name, status);
   return isValidUTF8(name) ? std::string(name) : replacingInvalidUTF8(name);
 }
 
@@ -33,7 +47,7 @@ std::optional<ResourceValues> resourceValues(const URL& url, ResourceKeys keys) 
 ResourceValues resourceValues(const URL& url, ResourceKeys keys, std::string_view name,
                               const FileStatus& status) {
   ResourceValues values;
-  if (keys.contains(NSURLLocalizedNameKey)) values.localizedName = shownName(name, status);
+  if (keys.contains(NSURLLocalizedNameKey)) values.localizedName = shownName(url, name, status);
   if (keys.contains(NSURLFileSizeKey) && !status.isDirectory()) values.fileSize = status.size;
   if (keys.contains(NSURLEffectiveIconKey)) values.effectiveIcon = Image::iconOf(url);
   if (keys.contains(NSURLIsDirectoryKey)) values.isDirectory = status.isDirectory();

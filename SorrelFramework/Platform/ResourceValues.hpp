@@ -47,8 +47,9 @@ constexpr ResourceKeys operator|(ResourceKey a, ResourceKey b) { return Resource
 /// The values of the keys that were asked for. A key that was not asked for is absent, and so is a value that
 /// the item does not have. All look at the item itself, never at what a link points to.
 struct ResourceValues {
-  std::optional<std::string> localizedName;  ///< as the desktop shows it; always valid UTF-8
-  std::optional<std::int64_t> fileSize;      ///< bytes; absent for folders
+  /// As the desktop shows it; always valid UTF-8. A *.desktop file of the Linux desktop is opened for it.
+  std::optional<std::string> localizedName;
+  std::optional<std::int64_t> fileSize;  ///< bytes; absent for folders
   std::optional<Image> effectiveIcon;
   std::optional<bool> isDirectory;
   std::optional<bool> isPackage;

@@ -1,9 +1,11 @@
 #include "SorrelFramework/Platform/ResourceValues.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 
+#include "SorrelFramework/Platform/Host.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
@@ -135,6 +137,53 @@ TEST_F(ResourceValuesTest, applicationShowsWithoutItsExtension) {
   EXPECT_EQ(valuesOf(".app/").localizedName, ".app");
   EXPECT_EQ(valuesOf("Plug.bundle/").localizedName, "Plug.bundle");
   EXPECT_EQ(valuesOf("File.app").localizedName, "File.app");
+}
+
+class StarterNames : public ResourceValuesTest {
+ protected:
+  StarterNames() { Host::install(Host::linuxDesktop({})); }
+  ~StarterNames() override { Host::install(Host::linuxDesktop({})); }
+  static constexpr std::string_view kEntry = "[Desktop Entry]\nType=Application\nName=Text Editor\n";
+};
+
+TEST_F(StarterNames, starterOfTheDesktopShowsItsOwnName) {
+  volume_.file("org.example.Editor.desktop", kEntry);
+  EXPECT_EQ(valuesOf("org.example.Editor.desktop").localizedName, "Text Editor");
+}
+
+TEST_F(StarterNames, starterOnAMacVolumeIsAFileLikeAnyOther) {
+  volume_.file("a.desktop", kEntry);
+  volume_.install();
+  EXPECT_EQ(valuesOf("a.desktop").localizedName, "a.desktop");
+}
+
+TEST_F(StarterNames, nameThatIsNoStartersKeepsItsFileName) {
+  volume_.file("a.desktop.txt", kEntry);
+  volume_.file("desktop", kEntry);
+  EXPECT_EQ(valuesOf("a.desktop.txt").localizedName, "a.desktop.txt");
+  EXPECT_EQ(valuesOf("desktop").localizedName, "desktop");
+}
+
+TEST_F(StarterNames, whatIsNoEntryShowsItsFileName) {
+  volume_.file("broken.desktop", "Name=Text Editor\n");
+  volume_.file("real", kEntry);
+  volume_.link("link.desktop", "real");
+  volume_.fifo("pipe.desktop");
+  volume_.folder("folder.desktop");
+  volume_.file("a\xFF.desktop", "");
+  for (const char* name : {"broken.desktop", "link.desktop", "pipe.desktop", "folder.desktop"}) {
+    EXPECT_EQ(valuesOf(name).localizedName, name);
+  }
+  EXPECT_EQ(valuesOf("a\xFF.desktop").localizedName, "a\xEF\xBF\xBD.desktop");
+}
+
+TEST_F(StarterNames, starterIsNotOpenedUnlessItsNameIsAskedFor) {
+  FileStatus status;
+  status.mode = S_IFREG | 0644;
+  const std::string path = volume_.file("a.desktop", kEntry);
+  const URL url = URL::fileURL(path, false);
+  EXPECT_EQ(resourceValues(url, NSURLLocalizedNameKey, "a.desktop", status).localizedName, "Text Editor");
+  EXPECT_EQ(resourceValues(url, NSURLFileSizeKey, "a.desktop", status).localizedName, std::nullopt);
 }
 
 TEST_F(ResourceValuesTest, bytesThatAreNoUTF8ShowAsReplacementCharacters) {
