@@ -57,6 +57,7 @@ PercentFunc ScanRecord::percent() {
   return [this](float share) {
     const std::lock_guard lock(mutex);
     percents.push_back(share);
+    percentPlaces.push_back(here());
   };
 }
 
@@ -70,6 +71,7 @@ SingleDoneFunc ScanRecord::singleDone() {
 
 std::function<void(CategoryResults)> ScanRecord::done() {
   return [this](CategoryResults found) {
+    if (onDone) onDone();
     const std::lock_guard lock(mutex);
     results = std::move(found);
     donePlaces.push_back(here());
@@ -79,6 +81,7 @@ std::function<void(CategoryResults)> ScanRecord::done() {
 
 std::function<void(FeatureInformation&, std::int64_t)> ScanRecord::treeDone() {
   return [this](FeatureInformation& /*feature*/, std::int64_t size) {
+    if (onDone) onDone();
     const std::lock_guard lock(mutex);
     treeSize = size;
     donePlaces.push_back(here());

@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <string>
@@ -57,11 +58,13 @@ class ScanRecord {
   [[nodiscard]] Place here() const;
 
   std::shared_ptr<RecordingQueue> queue;
+  std::function<void()> onDone;  ///< called where done runs, before it is counted
   // Written on the queue that the contract names, read by the test after waitUntilDone().
   std::mutex mutex;
   std::vector<std::pair<std::string, std::int64_t>> progressCalls;
   std::vector<Place> progressPlaces;
   std::vector<float> percents;
+  std::vector<Place> percentPlaces;
   std::vector<std::pair<Integer, std::int64_t>> singles;
   std::vector<Place> singlePlaces;
   CategoryResults results;

@@ -1,0 +1,349 @@
+// What holds for every scanner that walks the categories of a feature. A new scanner is one more row of the
+// table.
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
+#include "SorrelFramework/Scan/MasterScan/TrashBinScanService.hpp"
+#include "SorrelFramework/Scan/PercentService.hpp"
+#include "SorrelFramework/Units/LogService.hpp"
+#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/MainLoop.hpp"
+#include "Tests/Support/ScanKit.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
+#include "Tests/Support/VirtualClock.hpp"
+
+namespace sorrel {
+namespace {
+
+using test::ScanRecord;
+
+/// One scanner of the family, as far as it differs from the others.
+struct Scanner {
+  std::string_view name;
+  Integer finderID;
+  std::vector<CategoryInfomationKind> kinds;  ///< of the categories it is tried with
+  bool endsOnMain;                            ///< where done runs: the main queue, else the serial one
+  bool tellsSingles;                          ///< calls singleDone for each category
+  void (*start)(FeatureInformation& feature, ScanRecord& scan);
+  FileRecords (*records)(FeatureInformation& feature, ScanRecord& scan, std::size_t category);
+};
+
+FileRecords recordsHandedOver(FeatureInformation& /*feature*/, ScanRecord& scan, std::size_t category) {
+  return scan.results.at(static_cast<Integer>(category)).first;
+}
+
+FileRecords recordsInTheTree(FeatureInformation& feature, ScanRecord& /*scan*/, std::size_t category) {
+  return feature.categoryInfo[category].childrens.refs();
+}
+
+const std::vector<Scanner> kScanners = {
+    {"SystemJunk",
+     1,
+     {CategoryInfomationKind::SystemCache, CategoryInfomationKind::Common},
+     false,
+     true,
+     [](FeatureInformation& feature, ScanRecord& scan) {
+       SystemScanService::scanSystemJunk(feature, scan.progress(), scan.percent(), scan.singleDone(),
+                                         scan.done(), scan.queue);
+     },
+     recordsHandedOver},
+    {"TrashBin",
+     2,
+     {CategoryInfomationKind::Common, CategoryInfomationKind::OtherTrashBin},
+     true,
+     false,
+     [](FeatureInformation& feature, ScanRecord& scan) {
+       TrashBinScanService::scanTrashBin(feature, scan.progress(), scan.percent(), scan.singleDone(),
+                                         scan.treeDone(), "Trash of a volume", scan.queue);
+     },
+     recordsInTheTree},
+};
+
+/// Keeps threads of the global queue busy until it goes.
+class BusyThreads {
+ public:
+  explicit BusyThreads(unsigned count) : shared_(std::make_shared<Shared>()) {
+    for (unsigned i = 0; i < count; ++i) {
+      GlobalQueue::submit([shared = shared_] {
+        std::unique_lock lock(shared->mutex);
+        ++shared->busy;
+        shared->changed.notify_all();
+        shared->changed.wait(lock, [&] { return shared->released; });
+      });
+    }
+    std::unique_lock lock(shared_->mutex);
+    shared_->changed.wait(lock, [&] { return shared_->busy == count; });
+  }
+  ~BusyThreads() {
+    const std::lock_guard lock(shared_->mutex);
+    shared_->released = true;
+    shared_->changed.notify_all();
+  }
+  BusyThreads(const BusyThreads&) = delete;
+  BusyThreads& operator=(const BusyThreads&) = delete;
+
+ private:
+  struct Shared {
+    std::mutex mutex;
+    std::condition_variable changed;
+    unsigned busy = 0;
+    bool released = false;
+  };
+  std::shared_ptr<Shared> shared_;
+};
+
+/// If the test runs as root, who reads everything: lets all threads of the process act as somebody else.
+class ActingAsPlainUser {
+ public:
+  ActingAsPlainUser() : own_(::geteuid()) { EXPECT_EQ(::seteuid(own_ == 0 ? test::kPlainUser : own_), 0); }
+  ~ActingAsPlainUser() { EXPECT_EQ(::seteuid(own_), 0); }
+  ActingAsPlainUser(const ActingAsPlainUser&) = delete;
+  ActingAsPlainUser& operator=(const ActingAsPlainUser&) = delete;
+
+ private:
+  uid_t own_;
+};
+
+class ScannerFrame : public testing::TestWithParam<Scanner> {
+ protected:
+  ScannerFrame() {
+    SuperScanService::scanStatus.resetForTesting();
+    SuperScanService::percentService.exchange(nullptr);
+    LogService::resetForTesting();
+    volume.install();
+  }
+
+  /// A feature with one category for each list of folders.
+  Ref<FeatureInformation> makeFeature(const std::vector<std::vector<std::string>>& folders) {
+    std::vector<test::CategorySketch> sketches;
+    for (const auto& names : folders) {
+      test::CategorySketch sketch;
+      sketch.kind = GetParam().kinds[sketches.size() % GetParam().kinds.size()];
+      sketch.state = NSControlStateValueOn;
+      for (const std::string& name : names) sketch.urls.push_back(volume.url(name));
+      sketches.push_back(std::move(sketch));
+    }
+    return test::makeFeature(GetParam().finderID, sketches);
+  }
+  void start() { GetParam().start(*feature, scan); }
+  [[nodiscard]] FileRecords records(std::size_t category) {
+    return GetParam().records(*feature, scan, category);
+  }
+  [[nodiscard]] std::vector<std::string> titles(std::size_t category) {
+    std::vector<std::string> found;
+    for (const auto& record : records(category)) found.push_back(record->title);
+    return found;
+  }
+  [[nodiscard]] std::optional<ScanState> status() const {
+    return SuperScanService::scanStatus.get(GetParam().finderID);
+  }
+
+  test::TemporaryVolume volume;
+  ScanRecord scan;
+  Ref<FeatureInformation> feature;
+};
+
+using Titles = std::vector<std::string>;
+
+TEST_P(ScannerFrame, doneComesOnceOnItsQueueAfterTheStatusReadsEnd) {
+  volume.file("one/a", "1");
+  volume.file("two/b", "22");
+  feature = makeFeature({{"one/"}, {"two/"}});
+  std::optional<ScanState> atDone;
+  scan.onDone = [&] { atDone = status(); };
+  start();
+  ASSERT_TRUE(scan.waitUntilDone());
+  test::drainMainQueue();
+  EXPECT_EQ(scan.doneCount, 1);
+  EXPECT_EQ(scan.donePlaces.at(0).onMain, GetParam().endsOnMain);
+  EXPECT_EQ(scan.donePlaces.at(0).onSerial, !GetParam().endsOnMain);
+  EXPECT_EQ(atDone, ScanState::end);
+  EXPECT_EQ(status(), ScanState::end);
+  EXPECT_EQ(titles(0), Titles{"a"});
+  EXPECT_EQ(titles(1), Titles{"b"});
+}
+
+TEST_P(ScannerFrame, singleDoneComesOnceForEachCategoryOrNever) {
+  volume.file("one/a", "1");
+  volume.file("two/b", "22");
+  feature = makeFeature({{"one/"}, {"two/"}});
+  start();
+  ASSERT_TRUE(scan.waitUntilDone());
+  std::sort(scan.singles.begin(), scan.singles.end());
+  using Singles = std::vector<std::pair<Integer, std::int64_t>>;
+  EXPECT_EQ(scan.singles, GetParam().tellsSingles ? (Singles{{0, 1}, {1, 2}}) : Singles{});
+  for (const auto& place : scan.singlePlaces) EXPECT_TRUE(place.onSerial);
+}
+
+TEST_P(ScannerFrame, recordsAreNumberedThroughAndTakeAfterTheirCategory) {
+  volume.file("one/a", "1");
+  volume.file("one/b", "1");
+  volume.file("two/c", "1");
+  feature = makeFeature({{"one/", "two/"}});
+  start();
+  ASSERT_TRUE(scan.waitUntilDone());
+  const CategoryInformation& category = feature->categoryInfo[0];
+  Integer position = 0;
+  for (const auto& record : records(0)) {
+    EXPECT_EQ(record->finderID, position);
+    EXPECT_EQ(record->hashValueString, std::to_string(position) + ":1:1:" + record->url.absoluteString());
+    EXPECT_EQ(record->state, NSControlStateValueOn);
+    EXPECT_EQ(record->parentCategoryInfo.get(), &category);
+    ++position;
+  }
+  EXPECT_EQ(position, 3);
+}
+
+TEST_P(ScannerFrame, progressRunsOnTheMainQueueOnceForEachItem) {
+  volume.file("one/a", "1");
+  volume.file("two/b", "22");
+  feature = makeFeature({{"one/"}, {"two/"}});
+  start();
+  ASSERT_TRUE(scan.waitUntilDone());
+  std::sort(scan.progressCalls.begin(), scan.progressCalls.end());
+  EXPECT_EQ(scan.progressCalls, (std::vector<std::pair<std::string, std::int64_t>>{
+                                    {volume.path("one/a"), 1}, {volume.path("two/b"), 2}}));
+  for (const auto& place : scan.progressPlaces) EXPECT_TRUE(place.onMain);
+}
+
+TEST_P(ScannerFrame, barEndsAtOneOnTheMainQueue) {
+  volume.file("one/a", "1");
+  feature = makeFeature({{"one/"}, {"one/"}, {"one/"}});
+  start();
+  const auto bar = SuperScanService::percentService.get();
+  ASSERT_NE(bar, nullptr);
+  EXPECT_EQ(bar->totalStep, 3);
+  ASSERT_TRUE(scan.waitUntilDone());
+  test::drainMainQueue();
+  EXPECT_EQ(bar->currentStep, 3);
+  EXPECT_EQ(scan.percents.back(), 1.0F);
+  EXPECT_EQ(std::count(scan.percents.begin(), scan.percents.end(), 1.0F), 1);
+  for (const auto& place : scan.percentPlaces) EXPECT_TRUE(place.onMain);
+}
+
+TEST_P(ScannerFrame, secondStartWhileTheFirstRunsCallsNothingBack) {
+  volume.file("one/a", "1");
+  feature = makeFeature({{"one/"}});
+  ScanRecord second;
+  {
+    const BusyThreads none(GlobalQueue::width());  // the first scan cannot end yet
+    start();
+    const auto bar = SuperScanService::percentService.get();
+    GetParam().start(*feature, second);
+    EXPECT_EQ(SuperScanService::percentService.get(), bar);
+    EXPECT_EQ(status(), ScanState::start);
+  }
+  ASSERT_TRUE(scan.waitUntilDone());
+  ASSERT_TRUE(test::drain(*second.queue));
+  EXPECT_EQ(scan.doneCount, 1);
+  EXPECT_EQ(second.doneCount, 0);
+  EXPECT_EQ(second.queue->accepted(), 0U);
+  EXPECT_TRUE(second.percents.empty());
+  EXPECT_TRUE(second.progressCalls.empty());
+  EXPECT_TRUE(second.singles.empty());
+}
+
+TEST_P(ScannerFrame, stopKeepsWhatWasFoundLeavesTheRestAndStillEnds) {
+  volume.file("one/a", "1");
+  volume.file("two/b", "1");
+  feature = makeFeature({{"one/"}, {"two/"}});
+  // One thread walks the categories one after the other; the first to be finished is refused by the queue,
+  // and that moment is the stop.
+  const BusyThreads allButOne(GlobalQueue::width() - 1);
+  const test::VirtualClock clock([this](std::uint64_t) { SuperScanService::stopScan(*feature); });
+  scan.queue->refuseNext(1);
+  start();
+  ASSERT_TRUE(scan.waitUntilDone());
+  EXPECT_EQ(scan.doneCount, 1);
+  EXPECT_EQ(titles(0), Titles{"a"});
+  EXPECT_EQ(titles(1), Titles{});
+  EXPECT_EQ(scan.percents.back(), 1.0F);
+  EXPECT_EQ(SuperScanService::percentService.get(), nullptr);
+  EXPECT_EQ(status(), ScanState::end);
+}
+
+TEST_P(ScannerFrame, stopBeforeTheFirstItemGivesAnEmptyResult) {
+  volume.file("one/a", "1");
+  feature = makeFeature({{"one/"}, {"one/"}});
+  {
+    const BusyThreads all(GlobalQueue::width());
+    start();
+    SuperScanService::stopScan(*feature);
+    EXPECT_EQ(status(), ScanState::suspend);
+  }
+  ASSERT_TRUE(scan.waitUntilDone());
+  EXPECT_EQ(scan.doneCount, 1);
+  EXPECT_EQ(titles(0), Titles{});
+  EXPECT_EQ(titles(1), Titles{});
+  EXPECT_EQ(status(), ScanState::end);
+}
+
+TEST_P(ScannerFrame, scanThatEndedOrWasStoppedMayStartAgain) {
+  volume.file("one/a", "1");
+  feature = makeFeature({{"one/"}});
+  for (const ScanState before : {ScanState::end, ScanState::suspend}) {
+    SuperScanService::scanStatus.set(GetParam().finderID, before);
+    scan.percents.clear();
+    scan.doneCount = 0;
+    start();
+    ASSERT_TRUE(scan.waitUntilDone());
+    EXPECT_EQ(titles(0), Titles{"a"});
+  }
+}
+
+TEST_P(ScannerFrame, missingAndUnreadableRootsAreEmptyAndKeepNothingFromEnding) {
+  volume.file("closed/hidden", "1");
+  volume.file("good/a", "1");
+  volume.file("good/closed/hidden", "1");
+  volume.link("loop", "loop");
+  volume.setMode(".", 0755);
+  volume.setMode("closed", 0);
+  volume.setMode("good/closed", 0);
+  feature = makeFeature({{"missing/", "closed/", "good/", "loop/", "good/a/b/"}, {"missing/"}, {"closed/"}});
+  {
+    const ActingAsPlainUser somebody;
+    start();
+    ASSERT_TRUE(scan.waitUntilDone());
+  }
+  EXPECT_EQ(titles(0), Titles{"a"});
+  EXPECT_EQ(titles(1), Titles{});
+  EXPECT_EQ(titles(2), Titles{});
+  EXPECT_EQ(scan.doneCount, 1);
+  EXPECT_EQ(status(), ScanState::end);
+  volume.setMode("closed", 0700);
+  volume.setMode("good/closed", 0700);
+}
+
+TEST_P(ScannerFrame, refusalsOfTheQueueAreRetriedAndLoseNothing) {
+  volume.file("one/a", "1");
+  volume.file("two/b", "1");
+  feature = makeFeature({{"one/", "two/"}, {"two/"}});
+  const test::VirtualClock clock;
+  scan.queue->refuseNext(5);
+  start();
+  ASSERT_TRUE(scan.waitUntilDone());
+  EXPECT_EQ(scan.doneCount, 1);
+  EXPECT_EQ(titles(0), (Titles{"a", "b"}));
+  EXPECT_EQ(titles(1), Titles{"b"});
+  EXPECT_EQ(clock.waits(), std::vector<std::uint64_t>(5, 500'000));
+}
+
+INSTANTIATE_TEST_SUITE_P(Scanners, ScannerFrame, testing::ValuesIn(kScanners),
+                         [](const testing::TestParamInfo<Scanner>& row) {
+                           return std::string(row.param.name);
+                         });
+
+}  // namespace
+}  // namespace sorrel
