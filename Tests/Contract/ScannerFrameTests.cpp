@@ -8,6 +8,7 @@
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <ostream>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -39,6 +40,8 @@ struct Scanner {
   void (*start)(FeatureInformation& feature, ScanRecord& scan);
   FileRecords (*records)(FeatureInformation& feature, ScanRecord& scan, std::size_t category);
 };
+
+void PrintTo(const Scanner& scanner, std::ostream* out) { *out << scanner.name; }
 
 FileRecords recordsHandedOver(FeatureInformation& /*feature*/, ScanRecord& scan, std::size_t category) {
   return scan.results.at(static_cast<Integer>(category)).first;
