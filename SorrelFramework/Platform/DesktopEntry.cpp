@@ -15,7 +15,7 @@
 namespace sorrel {
 namespace {
 
-constexpr std::size_t kMostBytes = 64 * 1024;
+constexpr std::size_t kMostBytes = std::size_t{64} * 1024;
 
 /// The whole content of a short regular file.
 std::optional<std::string> shortFile(const std::string& path) {
