@@ -8,21 +8,25 @@
 #include "Host/CommandError.hpp"
 #include "Host/Commands.hpp"
 #include "Host/Features.hpp"
+#include "Host/Output.hpp"
 #include "Host/ScanFeatures.hpp"
 #include "Host/Suggestion.hpp"
 
 namespace sorrel::cli {
 namespace {
 
+// An empty word is a script's unset variable: `--volume "$volume"` must not turn to this machine.
+std::string refuseEmpty(const std::string& word) { return word.empty() ? "may not be empty" : ""; }
+
 void addGlobalOptions(CLI::App& parser, GlobalOptions& options) {
-  parser.add_option("--catalogue", options.catalogue, "Read the modules from this property list")
-      ->type_name("FILE");
-  parser.add_option("--volume", options.volume, "Work on the macOS volume whose root is this folder")
-      ->type_name("DIR");
-  parser.add_option("--user", options.user, "Whose home on the volume")->type_name("NAME");
-  parser.add_option("--bundle-id", options.bundleID, "The identifier that the log's folder is called by")
-      ->type_name("ID");
-  parser.add_option("--tools", options.toolFolder, "Where stand-ins for system tools lie")->type_name("DIR");
+  const auto add = [&parser](const char* name, std::string& value, const char* what, const char* about) {
+    parser.add_option(name, value, about)->type_name(what)->check(refuseEmpty);
+  };
+  add("--catalogue", options.catalogue, "FILE", "Read the modules from this property list");
+  add("--volume", options.volume, "DIR", "Work on the macOS volume whose root is this folder");
+  add("--user", options.user, "NAME", "Whose home on the volume");
+  add("--bundle-id", options.bundleID, "ID", "The identifier that the log's folder is called by");
+  add("--tools", options.toolFolder, "DIR", "Where stand-ins for system tools lie");
   parser.add_flag("--json", options.json, "Print one JSON document and nothing else");
   parser.add_flag("--quiet", options.quiet, "Show no progress");
 }
@@ -58,7 +62,19 @@ std::optional<ExitStatus> parse(CLI::App& parser, const std::vector<std::string>
       throw CommandError(ExitStatus::WrongUse, error.what());
     }
     parser.exit(error, std::cout, std::cerr);
+    finishOutput();
     return ExitStatus::Done;
+  }
+}
+
+/// An option with a value stands once, before the command's name or behind it.
+void refuseRepeated(const CLI::App& before, const CLI::App& behind) {
+  for (const CLI::Option* const option : before.get_options()) {
+    const CLI::Option* const again = behind.get_option_no_throw(option->get_name());
+    if (again == nullptr || option->get_items_expected_max() == 0) continue;
+    if (option->count() > 0 && again->count() > 0) {
+      throw CommandError(ExitStatus::WrongUse, option->get_name() + " is given twice.");
+    }
   }
 }
 
@@ -93,6 +109,7 @@ std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::str
   addGlobalOptions(parser, invocation.options);
   invocation.command->addArguments(parser, invocation);
   if (const auto status = parse(parser, {rest.begin() + 1, rest.end()})) return *status;
+  refuseRepeated(program, parser);
   return invocation;
 }
 

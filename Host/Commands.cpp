@@ -13,6 +13,7 @@
 #include "Host/HostSetup.hpp"
 #include "Host/InterruptWatch.hpp"
 #include "Host/JsonDocument.hpp"
+#include "Host/Output.hpp"
 #include "Host/ScanFeatures.hpp"
 #include "Host/ScanSession.hpp"
 #include "Host/TextTree.hpp"
@@ -21,11 +22,6 @@
 
 namespace sorrel::cli {
 namespace {
-
-void finishOutput() {
-  std::cout.flush();
-  if (!std::cout) throw CommandError(ExitStatus::Failed, "the output could not be written");
-}
 
 void takeNothing(CLI::App&, Invocation&) {}
 

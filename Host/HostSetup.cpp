@@ -88,8 +88,10 @@ std::string toolFolder(const GlobalOptions& options) {
     const fs::path own = installation() / "libexec/sorrel";
     return isFolder(own) ? own.string() : "";
   }
-  if (!isFolder(options.toolFolder)) wrongUse("the tool folder '" + options.toolFolder + "' is no folder");
-  return fs::absolute(options.toolFolder).lexically_normal().string();
+  std::error_code error;  // a relative folder has no absolute path once the current folder is gone
+  const fs::path folder = fs::absolute(options.toolFolder, error).lexically_normal();
+  if (error || !isFolder(folder)) wrongUse("the tool folder '" + options.toolFolder + "' is no folder");
+  return folder.string();
 }
 
 }  // namespace

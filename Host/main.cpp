@@ -9,6 +9,7 @@
 #include "Host/Commands.hpp"
 #include "Host/ExitStatus.hpp"
 #include "Host/InterruptWatch.hpp"
+#include "Host/Output.hpp"
 #include "Host/SafeText.hpp"
 #include "SorrelFramework/Platform/Fatal.hpp"
 
@@ -35,6 +36,7 @@ ExitStatus run(const std::vector<std::string>& words, sorrel::cli::InterruptWatc
 }  // namespace
 
 int main(int argc, char** argv) {
+  sorrel::cli::openStandardStreams();
   sorrel::cli::InterruptWatch interrupts;
   sorrel::setFatalHandler(endAfterFatalStop);
   std::ios::sync_with_stdio(false);

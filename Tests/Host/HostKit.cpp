@@ -2,6 +2,7 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
@@ -35,8 +36,18 @@ void makePendingInterrupt() {
   ::raise(SIGINT);
 }
 
+bool enterGoneFolder() {
+  std::string name = fs::temp_directory_path().string() + "/sorrel-gone.XXXXXX";
+  return ::mkdtemp(name.data()) != nullptr && ::chdir(name.c_str()) == 0 && ::rmdir(name.c_str()) == 0;
+}
+
+void limitFiles(std::uint64_t files) {
+  const rlimit limit{files, files};
+  if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) ::_exit(126);
+}
+
 [[noreturn]] void execute(const std::vector<char*>& words, const std::vector<char*>& environment,
-                          const std::string& out, const std::string& err, bool interrupted) {
+                          const std::string& out, const std::string& err, const RunOptions& options) {
   const int input = ::open("/dev/null", O_RDONLY);
   const int output = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   const int errors = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
@@ -44,7 +55,13 @@ void makePendingInterrupt() {
   ::dup2(input, STDIN_FILENO);
   ::dup2(output, STDOUT_FILENO);
   ::dup2(errors, STDERR_FILENO);
-  if (interrupted) makePendingInterrupt();
+  for (const int file : {input, output, errors}) {
+    if (file > STDERR_FILENO) ::close(file);
+  }
+  if (options.inGoneFolder && !enterGoneFolder()) ::_exit(126);
+  if (options.interrupted) makePendingInterrupt();
+  if (options.files != 0) limitFiles(options.files);
+  for (const int stream : options.closed) ::close(stream);
   ::execve(words[0], words.data(), environment.data());
   ::_exit(127);
 }
@@ -130,7 +147,7 @@ ProgramRun sorrel(const std::vector<std::string>& arguments, const RunOptions& o
   const std::string err = outputs.path("err");
 
   const pid_t child = ::fork();
-  if (child == 0) execute(argv, envp, out, err, options.interrupted);
+  if (child == 0) execute(argv, envp, options.output.empty() ? out : options.output, err, options);
   int state = 0;
   ::waitpid(child, &state, 0);
   return {WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state), contentOf(out), contentOf(err)};

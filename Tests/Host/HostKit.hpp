@@ -46,7 +46,11 @@ struct ProgramRun {
 
 struct RunOptions {
   std::vector<std::string> environment = {"HOME=/nonexistent"};  ///< the whole of it
-  bool interrupted = false;  ///< SIGINT is pending, and blocked, when the program starts
+  bool interrupted = false;      ///< SIGINT is pending, and blocked, when the program starts
+  std::string output = {};       ///< a file that standard output goes to in place of ProgramRun::out
+  std::vector<int> closed = {};  ///< of the standard streams
+  std::uint64_t files = 0;       ///< how many the program may have open at once, if not 0
+  bool inGoneFolder = false;     ///< the current folder is one that was removed
 };
 
 /// Runs the program that the build made, with standard input from /dev/null and "/" as its folder.
