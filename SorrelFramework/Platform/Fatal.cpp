@@ -11,14 +11,29 @@ namespace {
 
 std::atomic<FatalHandler> handler{nullptr};
 
+/// What a terminal shows as it stands. A key of a catalogue may be anything, also a command to the terminal.
+void appendPrintable(std::string& text, std::string_view bytes) {
+  constexpr std::string_view digits = "0123456789abcdef";
+  for (const char byte : bytes) {
+    const auto value = static_cast<unsigned char>(byte);
+    if (value >= 0x20 && value < 0x7F) {
+      text += byte;
+    } else {
+      text.append("\\x") += digits[value >> 4];
+      text += digits[value & 0xFU];
+    }
+  }
+  text += '\n';
+}
+
 }  // namespace
 
 void setFatalHandler(FatalHandler newHandler) { handler.store(newHandler); }
 
 void fatalStop(std::string_view reason, std::string_view context) {
-  std::string text(reason);
-  text += '\n';
-  if (!context.empty()) text.append("  ").append(context) += '\n';
+  std::string text;
+  appendPrintable(text, reason);
+  if (!context.empty()) appendPrintable(text.append("  "), context);
   // One write: several threads may stop at once, and no lock may be needed to say why.
   [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());
   if (const FatalHandler end = handler.load()) end();

@@ -9,8 +9,9 @@ inline constexpr std::string_view kUnexpectedNil =
     "Unexpectedly found nil while unwrapping an Optional value";
 
 /// A fatal stop: writes `reason`, and `context` on a line of its own if there is one, to standard error and
-/// ends the process through the handler below. For broken promises of the programmer or of the catalogue, and
-/// for arithmetic that would overflow; never for the state of a user's files.
+/// ends the process through the handler below. Bytes that are no printable ASCII stand as "\xNN". For broken
+/// promises of the programmer or of the catalogue, and for arithmetic that would overflow; never for the
+/// state of a user's files.
 [[noreturn]] void fatalStop(std::string_view reason, std::string_view context = {});
 
 /// What ends the process after the text was written; `std::abort` until somebody sets another one. A handler

@@ -23,6 +23,11 @@ TEST_F(Fatal, writesTheContextOnALineOfItsOwn) {
               "^Unexpectedly found nil while unwrapping an Optional value\n  Feature.plist\n$");
 }
 
+TEST_F(Fatal, textCannotCommandTheTerminal) {
+  EXPECT_EXIT(fatalStop("a\x1b[31m", "b\n\x7f\xc2\x9b"), testing::KilledBySignal(SIGABRT),
+              "^a\\\\x1b\\[31m\n  b\\\\x0a\\\\x7f\\\\xc2\\\\x9b\n$");
+}
+
 TEST_F(Fatal, handlerEndsTheProcessAfterTheText) {
   const auto stop = [] {
     setFatalHandler([] { ::_exit(3); });
