@@ -2,6 +2,7 @@
 
 #include <map>
 #include <memory>
+#include <string>
 #include <utility>
 
 #include "SorrelFramework/Platform/FileManager.hpp"
@@ -50,6 +51,12 @@ WalkResult recordPlainFile(const URL& url, const WalkRequest& request) {
   result.totals.fileSize = size;
   result.totals.fileNumber = 1;
   return result;
+}
+
+/// handleURLToString has no text for names that are no UTF-8, which a folder here may well bear.
+std::string pathOfRoot(const URL& url) {
+  std::string path = SuperScanService::handleURLToString(url);
+  return path.empty() && url.isFileURL() && !url.isEmptyPath() ? url.path() : path;
 }
 
 bool keepsEverything(const URL& /*url*/, const ResourceValues& /*values*/,
@@ -102,7 +109,7 @@ void SuperScanService::getListFromUrl(FeatureInformation& featureInfo, const URL
   WalkResult result;
   result.totals.url = url;
   bool isDirectory = false;
-  if (fileExists(handleURLToString(url), &isDirectory)) {
+  if (fileExists(pathOfRoot(url), &isDirectory)) {
     result = isDirectory ? walkTree(url, request) : recordPlainFile(url, request);
   }
   done(std::move(result.totals), std::move(result.records));
