@@ -23,7 +23,7 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::size_t kChunk = 64 * 1024;  // what a pipe holds
+constexpr std::size_t kChunk = std::size_t{64} * 1024;  // what a pipe holds
 /// How often to look after the child where the kernel has no descriptor for processes.
 constexpr int kLookMilliseconds = 50;
 constexpr int kNotStarted = 127;

@@ -16,7 +16,7 @@ std::u16string toUTF16(std::string_view text) {
   UErrorCode status = U_ZERO_ERROR;
   u_strFromUTF8WithSub(units.data(), static_cast<std::int32_t>(units.size()), &length, text.data(),
                        static_cast<std::int32_t>(text.size()), 0xFFFD, nullptr, &status);
-  units.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
+  units.resize(U_SUCCESS(status) != 0 ? static_cast<std::size_t>(length) : 0);
   return units;
 }
 
@@ -26,7 +26,7 @@ std::string toUTF8(std::u16string_view units) {
   UErrorCode status = U_ZERO_ERROR;
   u_strToUTF8(text.data(), static_cast<std::int32_t>(text.size()), &length, units.data(),
               static_cast<std::int32_t>(units.size()), &status);
-  text.resize(U_SUCCESS(status) ? static_cast<std::size_t>(length) : 0);
+  text.resize(U_SUCCESS(status) != 0 ? static_cast<std::size_t>(length) : 0);
   return text;
 }
 
@@ -45,7 +45,7 @@ std::string formattedDate(Date date, std::string_view pattern, const std::string
       udat_open(UDAT_PATTERN, UDAT_PATTERN, locale.c_str(), zone.empty() ? nullptr : zone.data(),
                 static_cast<std::int32_t>(zone.size()), units.data(), static_cast<std::int32_t>(units.size()),
                 &status));
-  if (U_FAILURE(status)) return {};
+  if (U_FAILURE(status) != 0) return {};
 
   const double milliseconds = date.secondsSince1970 * 1000;
   const std::int32_t length = udat_format(format.get(), milliseconds, nullptr, 0, nullptr, &status);
@@ -53,7 +53,7 @@ std::string formattedDate(Date date, std::string_view pattern, const std::string
   status = U_ZERO_ERROR;
   std::u16string text(static_cast<std::size_t>(length), u'\0');
   udat_format(format.get(), milliseconds, text.data(), length, nullptr, &status);
-  return U_FAILURE(status) ? std::string() : toUTF8(text);
+  return U_FAILURE(status) != 0 ? std::string() : toUTF8(text);
 }
 
 }  // namespace sorrel

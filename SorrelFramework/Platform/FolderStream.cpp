@@ -20,7 +20,7 @@ namespace sorrel {
 namespace {
 
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
-constexpr std::size_t kBufferBytes = 32 * 1024;
+constexpr std::size_t kBufferBytes = std::size_t{32} * 1024;
 
 /// Record of getdents64(2).
 struct DirectoryRecord {
