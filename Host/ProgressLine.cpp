@@ -33,6 +33,12 @@ std::string_view firstCharacters(std::string_view text, std::size_t columns) {
   return text.substr(0, at);
 }
 
+// Paths of folders end in a slash.
+std::string_view lastName(std::string_view path) {
+  if (path.ends_with('/')) path.remove_suffix(1);
+  return path.substr(path.rfind('/') + 1);
+}
+
 }  // namespace
 
 ProgressLine::ProgressLine(bool wanted) : enabled_(wanted && ::isatty(STDERR_FILENO) == 1) {}
@@ -40,14 +46,16 @@ ProgressLine::ProgressLine(bool wanted) : enabled_(wanted && ::isatty(STDERR_FIL
 ProgressLine::~ProgressLine() { clear(); }
 
 void ProgressLine::item(std::string_view path, std::int64_t size) {
+  if (!enabled_) return;
   ++items_;
   bytes_ += std::min(size, INT64_MAX - bytes_);
-  draw(path);
+  if (!path.empty()) path_ = path;
+  draw(items_ == 1);
 }
 
 void ProgressLine::percent(float fraction) {
   fraction_ = fraction;
-  draw({});
+  draw(false);
 }
 
 void ProgressLine::clear() {
@@ -56,16 +64,16 @@ void ProgressLine::clear() {
   drawn_ = false;
 }
 
-void ProgressLine::draw(std::string_view path) {
+void ProgressLine::draw(bool atOnce) {
   if (!enabled_) return;
   const auto now = std::chrono::steady_clock::now();
-  if (drawn_ && now - last_ < kLeastPause) return;
+  if (drawn_ && !atOnce && now - last_ < kLeastPause) return;
   last_ = now;
   drawn_ = true;
   const int percent = static_cast<int>(std::clamp(fraction_, 0.0F, 1.0F) * 100);
-  const std::string name = printable(path.substr(path.rfind('/') + 1));
-  std::string line =
-      std::to_string(percent) + " %  " + std::to_string(items_) + " items, " + sizeText(bytes_) + "  " + name;
+  std::string line = std::to_string(percent) + " %  " + std::to_string(items_);
+  line.append(items_ == 1 ? " item, " : " items, ").append(sizeText(bytes_));
+  line.append("  ").append(printable(lastName(path_)));
   const std::size_t columns = terminalColumns();
   const std::string shown(firstCharacters(line, columns - columns / 4));
   std::fprintf(stderr, "\r\x1b[K%s", shown.c_str());

@@ -22,10 +22,11 @@ class ProgressLine {
   void clear();
 
  private:
-  void draw(std::string_view path);
+  void draw(bool atOnce);
 
   bool enabled_;
   bool drawn_ = false;
+  std::string path_;
   std::int64_t items_ = 0;
   std::int64_t bytes_ = 0;
   float fraction_ = 0;

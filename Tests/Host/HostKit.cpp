@@ -2,12 +2,14 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 #include <csignal>
 #include <cstdlib>
 #include <filesystem>
@@ -64,6 +66,15 @@ void limitFiles(std::uint64_t files) {
   for (const int stream : options.closed) ::close(stream);
   ::execve(words[0], words.data(), environment.data());
   ::_exit(127);
+}
+
+std::vector<std::string> environmentOf(const RunOptions& options) {
+  std::vector<std::string> variables = options.environment;
+  // What a checker is told must reach the program too.
+  for (const char* const name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
+    if (const char* const value = std::getenv(name)) variables.push_back(std::string(name) + "=" + value);
+  }
+  return variables;
 }
 
 std::string entryLine(const fs::path& path) {
@@ -136,11 +147,7 @@ ProgramRun sorrel(const std::vector<std::string>& arguments, const RunOptions& o
   const TemporaryFolder outputs;
   std::vector<std::string> words = {SORREL_PROGRAM};
   words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<std::string> variables = options.environment;
-  // What a checker is told must reach the program too.
-  for (const char* const name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
-    if (const char* const value = std::getenv(name)) variables.push_back(std::string(name) + "=" + value);
-  }
+  std::vector<std::string> variables = environmentOf(options);
   const std::vector<char*> argv = pointers(words);
   const std::vector<char*> envp = pointers(variables);
   const std::string out = outputs.path("out");
@@ -151,6 +158,40 @@ ProgramRun sorrel(const std::vector<std::string>& arguments, const RunOptions& o
   int state = 0;
   ::waitpid(child, &state, 0);
   return {WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state), contentOf(out), contentOf(err)};
+}
+
+ProgramRun sorrelOnTerminal(const std::vector<std::string>& arguments) {
+  const TemporaryFolder outputs;
+  std::vector<std::string> words = {SORREL_PROGRAM};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> variables = environmentOf({});
+  const std::vector<char*> argv = pointers(words);
+  const std::vector<char*> envp = pointers(variables);
+  const std::string out = outputs.path("out");
+
+  const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (terminal < 0 || ::grantpt(terminal) != 0 || ::unlockpt(terminal) != 0) return {};
+  const std::string screen = ::ptsname(terminal);
+  const pid_t child = ::fork();
+  if (child == 0) execute(argv, envp, out, screen, {});
+  ProgramRun run;
+  // Reading fails once the program, the last to hold the other end, is gone; until it has opened that end
+  // too.
+  int state = 0;
+  for (bool ended = false; !ended;) {
+    ended = ::waitpid(child, &state, WNOHANG) == child;
+    pollfd readable = {terminal, POLLIN, 0};
+    std::array<char, 4096> bytes{};
+    while (::poll(&readable, 1, 10) > 0) {
+      const ssize_t count = ::read(terminal, bytes.data(), bytes.size());
+      if (count <= 0) break;
+      run.err.append(bytes.data(), static_cast<std::size_t>(count));
+    }
+  }
+  ::close(terminal);
+  run.status = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
+  run.out = contentOf(out);
+  return run;
 }
 
 std::string catalogue(const std::vector<FeatureRow>& features) {

@@ -56,6 +56,9 @@ struct RunOptions {
 /// Runs the program that the build made, with standard input from /dev/null and "/" as its folder.
 ProgramRun sorrel(const std::vector<std::string>& arguments, const RunOptions& options = {});
 
+/// Runs it with a terminal for its standard error; `err` is what the terminal got.
+ProgramRun sorrelOnTerminal(const std::vector<std::string>& arguments);
+
 /// A catalogue with one module of number 1.
 struct CategoryRow {
   std::int64_t finderID = 0;

@@ -4,6 +4,7 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "SorrelFramework/Platform/URL.hpp"
 #include "SorrelFramework/Units/MD5.hpp"
@@ -11,6 +12,8 @@
 
 namespace sorrel::hosttests {
 namespace {
+
+using Words = std::vector<std::string>;
 
 struct Volume : TemporaryFolder {
   explicit Volume(const std::vector<FeatureRow>& features) {
@@ -226,6 +229,28 @@ TEST(ScanCommand, namesCannotWriteToTheTerminal) {
     EXPECT_NE(run.out.find(shown), std::string::npos) << shown;
   }
   EXPECT_EQ(run.out.find('\x1b'), std::string::npos);
+}
+
+TEST(ScanCommand, aTerminalShowsTheItemOfTheMomentAndIsLeftClean) {
+  const TemporaryFolder volume;
+  volume.file("Users/alice/.Trash/red\x1b[31m/data", 512);
+  const Words words = {"--volume", volume.path(), "scan", "trash"};
+
+  const ProgramRun run = sorrelOnTerminal(words);
+
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.out, sorrel(words).out);
+  EXPECT_NE(run.err.find(" %  1 item, 0 B  red\\x1b[31m"), std::string::npos) << run.err;
+  EXPECT_EQ(run.err.find("\x1b[31m"), std::string::npos);
+  EXPECT_TRUE(run.err.ends_with("\r\x1b[K")) << run.err;
+}
+
+TEST(ScanCommand, noProgressIsShownForADocumentOrWhenQuiet) {
+  const TemporaryFolder volume;
+  volume.file("Users/alice/.Trash/a", 512);
+  for (const char* const option : {"--json", "--quiet"}) {
+    EXPECT_EQ(sorrelOnTerminal({option, "--volume", volume.path(), "scan", "trash"}).err, "") << option;
+  }
 }
 
 TEST(ScanCommand, documentKeepsEveryByteOfAName) {
