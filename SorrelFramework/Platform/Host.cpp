@@ -86,7 +86,7 @@ std::map<uid_t, std::string> ownersOfHomes(const std::string& homes) {
   std::map<uid_t, std::string> owners;
   for (const std::string& name : namesIn(homes)) {
     if (name == "Shared") continue;
-    if (const auto owner = ownerOf(homes + '/' + name)) owners.emplace(*owner, name);
+    if (const auto owner = ownerOf(std::string(homes).append("/").append(name))) owners.emplace(*owner, name);
   }
   return owners;
 }
@@ -225,7 +225,7 @@ std::string Host::matchingLetterCase(std::string_view path) const {
     const std::string component(rest.substr(0, rest.find('/')));
     rest.remove_prefix(component.size());
     if (component.empty()) break;
-    std::string next = found + '/' + component;
+    std::string next = std::string(found).append("/").append(component);
     if (!exists(next)) {
       const auto names = namesIn(found.empty() ? "/" : found);
       // Not strcasecmp(3), which follows the locale: a Turkish desktop would tell "I" from "i".

@@ -119,8 +119,8 @@ void MainQueue::post(std::function<void()> task) {
 
 bool MainQueue::isCurrent() {
   GMainContext* context = g_main_context_default();
-  if (g_main_context_is_owner(context)) return true;
-  if (::gettid() != ::getpid() || !g_main_context_acquire(context)) return false;
+  if (g_main_context_is_owner(context) != FALSE) return true;
+  if (::gettid() != ::getpid() || g_main_context_acquire(context) == FALSE) return false;
   g_main_context_release(context);
   return true;
 }
