@@ -1,6 +1,7 @@
 #include <cstdlib>
 #include <iostream>
 #include <string>
+#include <string_view>
 #include <variant>
 #include <vector>
 
@@ -12,12 +13,18 @@
 #include "Host/Output.hpp"
 #include "Host/SafeText.hpp"
 #include "SorrelFramework/Platform/Fatal.hpp"
+#include "SorrelFramework/Platform/LinePrinter.hpp"
 
 namespace {
 
 using sorrel::cli::CommandError;
 using sorrel::cli::ExitStatus;
 using sorrel::cli::Invocation;
+
+/// Standard output is for the results alone.
+void printToStandardError(std::string_view text) {
+  std::cerr << "sorrel: " + sorrel::cli::printable(text) + '\n';
+}
 
 void endAfterFatalStop() { std::_Exit(static_cast<int>(ExitStatus::FatalStop)); }
 
@@ -39,6 +46,7 @@ int main(int argc, char** argv) {
   sorrel::cli::openStandardStreams();
   sorrel::cli::InterruptWatch interrupts;
   sorrel::setFatalHandler(endAfterFatalStop);
+  sorrel::setLinePrinter(printToStandardError);
   std::ios::sync_with_stdio(false);
   return static_cast<int>(run({argv + 1, argv + argc}, interrupts));
 }

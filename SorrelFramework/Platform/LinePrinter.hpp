@@ -1,0 +1,18 @@
+#pragma once
+
+#include <string_view>
+
+namespace sorrel {
+
+/// Prints `text` and a line feed to the standard output of the application: what the framework has to tell a
+/// developer, such as why a database could not be opened. The only way in which the framework writes there.
+/// Any thread.
+void printLine(std::string_view text);
+
+/// What prints instead; null brings standard output back. For applications whose standard output is a
+/// document: `sorrel` sends the lines to standard error. Called on the thread that prints. Set it before the
+/// first call of the framework.
+using LinePrinter = void (*)(std::string_view text);
+void setLinePrinter(LinePrinter printer);
+
+}  // namespace sorrel
