@@ -8,13 +8,14 @@
 #include <algorithm>
 #include <array>
 #include <cstdint>
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <memory>
 
+#include "SorrelFramework/Platform/LinePrinter.hpp"
 #include "SorrelFramework/Platform/Text.hpp"
 #include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Units/RolledBackCopy.hpp"
 
 namespace sorrel {
 namespace {
@@ -47,7 +48,7 @@ using Statement = std::unique_ptr<sqlite3_stmt, StatementCloser>;
 
 /// The real path of a regular file, as SQLite puts its side files beside that; "" for anything else.
 std::string regularFile(const std::string& path) {
-  if (path.empty() || path.find('\0') != std::string::npos) return {};
+  if (path.empty()) return {};
   const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr), &std::free);
   struct stat info {};
   if (!real || ::stat(real.get(), &info) != 0 || !S_ISREG(info.st_mode)) return {};
@@ -171,12 +172,14 @@ SqliteTool::~SqliteTool() { sqlite3_close_v2(runSqliteDB); }
 bool SqliteTool::openDB(const std::string& dbPath) {
   sqlite3_close_v2(std::exchange(runSqliteDB, nullptr));
   writable_ = false;
+  path_.clear();
+  if (dbPath.find('\0') != std::string::npos) return false;
   path_ = regularFile(dbPath);
   const bool opened =
       path_.empty() ? connect(kImpossibleName, SQLITE_OPEN_READONLY, nullptr) : connectForReading();
   if (opened) return true;
   path_.clear();
-  std::puts(sqlite3_errmsg(runSqliteDB));
+  printLine(sqlite3_errmsg(runSqliteDB));
   return false;
 }
 
@@ -238,8 +241,7 @@ bool SqliteTool::connectForReading() {
   const bool index = sizeOf(path_ + "-shm") >= 0;
   const std::string unlocked = fileURI(path_, "mode=ro&immutable=1");
   if (!connect(fileURI(path_, "mode=ro"), SQLITE_OPEN_READONLY, nullptr)) return false;
-  // An unfinished rollback: a connection that cannot write cannot roll it back, and shows nothing instead.
-  if (hasJournal(path_)) return true;
+  if (hasJournal(path_)) return !RolledBackCopy::isNeeded(runSqliteDB) || connectToCopy();
   // A log beside an empty database would be removed.
   if (sizeOf(path_) == 0) return connect(unlocked, SQLITE_OPEN_READONLY, nullptr);
   // No log: opening one would make it. Without a log the file is complete in itself.
@@ -252,6 +254,18 @@ bool SqliteTool::connectForReading() {
   // exclusive mode (before the first read) the index lives in memory instead of a new file.
   if (!connect(fileURI(path_, "mode=ro"), SQLITE_OPEN_READONLY, "unix-none")) return false;
   sqlite3_exec(runSqliteDB, "pragma locking_mode=exclusive", nullptr, nullptr, nullptr);
+  return true;
+}
+
+/// An unfinished transaction: a connection that cannot write cannot roll it back, and shows nothing. Without
+/// a copy it stays like that.
+bool SqliteTool::connectToCopy() {
+  const RolledBackCopy copy(runSqliteDB, path_);
+  if (copy.path().empty()) return true;
+  if (!connect(fileURI(copy.path(), "mode=rw"), SQLITE_OPEN_READWRITE, nullptr)) {
+    return connect(fileURI(path_, "mode=ro"), SQLITE_OPEN_READONLY, nullptr);
+  }
+  RolledBackCopy::rollBack(runSqliteDB);
   return true;
 }
 

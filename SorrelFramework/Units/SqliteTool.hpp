@@ -13,9 +13,10 @@ struct sqlite3;
 namespace sorrel {
 
 /// One connection to the database of another program. Reading leaves no trace: the database, its log and its
-/// folder stay as they are, whatever state a browser left them in, and nothing is ever created. The first
-/// executionSQL() opens the file anew for writing. Locks of others are never waited for. One instance serves
-/// one database at a time and one thread at a time.
+/// folder stay as they are, whatever state a browser left them in, and nothing is created beside them. What a
+/// killed writer left half done is rolled back in a private copy, whose names are gone when openDB() returns.
+/// The first executionSQL() opens the file anew for writing. Locks of others are never waited for. One
+/// instance serves one database at a time and one thread at a time.
 class SqliteTool {
  public:
   /// The connection; empty before openDB() and after a successful closeDB(). Reopened by the first
@@ -27,8 +28,9 @@ class SqliteTool {
   SqliteTool(const SqliteTool&) = delete;
   SqliteTool& operator=(const SqliteTool&) = delete;
 
-  /// False, with the reason on standard output, for anything but a regular file that can be opened; a
-  /// connection that answers nothing is kept then. Whether the file is a database shows at the first query
+  /// False, with the reason printed (Platform/LinePrinter.hpp), for anything but a regular file that can be
+  /// opened, a missing one too; a connection that answers nothing is kept then. A path with a zero byte is
+  /// false without a word and without a connection. Whether the file is a database shows at the first query
   /// only. A connection that is still open is closed first.
   [[nodiscard]] bool openDB(const std::string& dbPath);
 
@@ -57,6 +59,7 @@ class SqliteTool {
  private:
   bool connect(const std::string& name, int flags, const char* vfs);
   bool connectForReading();
+  bool connectToCopy();
   bool reopenForWriting();
   void limitConnection();
   void applyRules();

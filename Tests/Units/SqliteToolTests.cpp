@@ -10,11 +10,15 @@
 #include <csignal>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <map>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
+#include "SorrelFramework/Platform/LinePrinter.hpp"
+#include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel {
@@ -268,7 +272,28 @@ TEST_F(SqliteToolTest, onlyRegularFilesAreOpened) {
     EXPECT_TRUE(tool_.queryDBData("select * from t").empty()) << name;
   }
   EXPECT_FALSE(tool_.openDB(""));
-  EXPECT_FALSE(tool_.openDB(database() + std::string("\0x", 2)));
+}
+
+TEST_F(SqliteToolTest, pathWithAZeroByteOpensNothingAndSaysNothing) {
+  ASSERT_TRUE(tool_.openDB(database()));
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(tool_.openDB(path() + std::string("\0x", 2)));
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(tool_.runSqliteDB, nullptr) << "what was open before must not take the next statement";
+  EXPECT_FALSE(tool_.executionSQL("delete from t").first);
+  EXPECT_TRUE(tool_.closeDB(""));
+  EXPECT_EQ(query("select * from t").size(), 3U);
+}
+
+TEST_F(SqliteToolTest, reasonOfAFailedOpenGoesWhereTheApplicationWants) {
+  static std::string printed;
+  printed.clear();
+  setLinePrinter([](std::string_view text) { printed = text; });
+  testing::internal::CaptureStdout();
+  EXPECT_FALSE(tool_.openDB(folder_.path("missing")));
+  setLinePrinter(nullptr);
+  EXPECT_EQ(testing::internal::GetCapturedStdout(), "");
+  EXPECT_EQ(printed, "unable to open database file");
 }
 
 TEST_F(SqliteToolTest, fileThatIsNoDatabaseGivesNoRows) {
@@ -389,11 +414,67 @@ constexpr const char* kSpill =
     "pragma cache_size=1; begin immediate; update t set name = hex(zeroblob(9000));"
     "insert into t(name) select hex(zeroblob(9000)) from t, t as u, t as v;";
 
-TEST_F(SqliteToolTest, queryDoesNotRollBackTheJournalOfAKilledWriter) {
+TEST_F(SqliteToolTest, queryShowsTheRowsBeforeAKilledWriterAndLeavesItsJournal) {
   database();
   runAndGetKilled(path(), kSpill);
   ASSERT_EQ(names(folder_.path()), (std::vector<std::string>{"History", "History-journal"}));
+  EXPECT_EQ(rowsReadWithoutTrace(), 3U);
+  EXPECT_EQ(query("select name from t where id=1").at(0).find("name"), "one");
+}
+
+TEST_F(SqliteToolTest, copyOfADatabaseWithAJournalLeavesNothingBehind) {
+  const test::ScopedVariable temporary("TMPDIR", folder_.folder("temporary").c_str());
+  database();
+  runAndGetKilled(path(), kSpill);
+  ASSERT_TRUE(tool_.openDB(path()));
+  EXPECT_TRUE(names(folder_.path("temporary")).empty()) << "gone while it is read";
+  EXPECT_EQ(tool_.queryDBData("select * from t").size(), 3U);
+  EXPECT_TRUE(tool_.queryDBData("delete from t returning id").empty());
+  EXPECT_EQ(tool_.queryDBData("pragma integrity_check").at(0).find("integrity_check"), "ok");
+  EXPECT_EQ(tool_.queryDBData("select * from t").size(), 3U);
+  EXPECT_TRUE(tool_.closeDB(path()));
+  EXPECT_TRUE(names(folder_.path("temporary")).empty());
+}
+
+TEST_F(SqliteToolTest, journalShowsNoRowsWhereNothingCanBeCopied) {
+  const test::ScopedVariable temporary("TMPDIR", folder_.path("missing").c_str());
+  database();
+  runAndGetKilled(path(), kSpill);
   EXPECT_EQ(rowsReadWithoutTrace(), 0U);
+}
+
+TEST_F(SqliteToolTest, journalOfALiveWriterNeedsNoCopy) {
+  const test::ScopedVariable temporary("TMPDIR", folder_.path("missing").c_str());
+  database();
+  const OtherProgram writer(path(), "begin immediate; delete from t where id=1;");
+  EXPECT_EQ(rowsReadWithoutTrace(), 3U);
+}
+
+TEST_F(SqliteToolTest, journalOverSeveralDatabasesIsLeftToItsOwner) {
+  database();
+  runAndGetKilled(path(), kSpill);
+  const std::string victim = folder_.file("victim", "precious");
+  // What ends such a journal: page 0, the name, its length, the sum of its bytes, the magic number.
+  std::ofstream journal(folder_.path("History-journal"), std::ios::app | std::ios::binary);
+  std::uint32_t sum = 0;
+  for (const char c : victim) sum += static_cast<std::uint32_t>(c);
+  const auto put = [&journal](std::uint32_t number) {
+    for (const int shift : {24, 16, 8, 0}) journal.put(static_cast<char>(number >> shift));
+  };
+  put(1073741824 / 4096 + 1);
+  journal << victim;
+  put(static_cast<std::uint32_t>(victim.size()));
+  put(sum);
+  journal << "\xd9\xd5\x05\xf9\x20\xa1\x63\xd7";
+  journal.close();
+  EXPECT_EQ(rowsReadWithoutTrace(), 0U);
+  EXPECT_EQ(test::contentOf(victim), "precious");
+}
+
+TEST_F(SqliteToolTest, journalThatIsNoneGivesRowsOrNoneAndNoHarm) {
+  database();
+  folder_.file("History-journal", std::string(5000, '\xd9'));
+  rowsReadWithoutTrace();
 }
 
 TEST_F(SqliteToolTest, executionRollsBackTheJournalOfAKilledWriter) {
