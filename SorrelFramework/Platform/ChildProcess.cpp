@@ -4,6 +4,7 @@
 #include <linux/close_range.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
 #include <sys/wait.h>
@@ -173,6 +174,12 @@ int readReport(int fd) {
   return count == ssize_t{sizeof error} ? error : 0;
 }
 
+/// How much can be read from a pipe at once.
+std::size_t bytesWaiting(int fd) {
+  int count = 0;
+  return fd >= 0 && ::ioctl(fd, FIONREAD, &count) == 0 ? static_cast<std::size_t>(count) : 0;
+}
+
 int remainingMilliseconds(steady_clock::time_point end) {
   const auto rest = std::chrono::ceil<milliseconds>(end - steady_clock::now());
   return static_cast<int>(std::clamp<milliseconds::rep>(rest.count(), 0, INT_MAX));
@@ -186,7 +193,8 @@ struct ChildProcess::Reading {
   std::size_t total = 0;
   bool cut = false;
   bool ended = false;
-  Descriptor process;  // readable once the child has ended; none on old kernels
+  std::size_t owed = 0;  // bytes of an ended child that are not read yet
+  Descriptor process;    // readable once the child has ended; none on old kernels
   std::optional<steady_clock::time_point> drainEnd;
   std::optional<steady_clock::time_point> killTime;
 
@@ -252,8 +260,11 @@ ChildProcess::Ending ChildProcess::run(const OutputHandler& onOutput) {
   reading.process = Descriptor(static_cast<int>(::syscall(SYS_pidfd_open, pid_, 0)));
   while (!reading.ended || output_ >= 0) {
     std::array<pollfd, 2> events{{{output_, POLLIN, 0}, {reading.process.get(), POLLIN, 0}}};
-    if (::poll(events.data(), events.size(), reading.timeout()) > 0 && events[0].revents != 0) {
+    const int ready = ::poll(events.data(), events.size(), reading.timeout());
+    if (ready > 0 && events[0].revents != 0) {
       readSome(reading, onOutput);
+    } else if (ready >= 0) {
+      reading.owed = 0;  // nothing is there
     }
     keepLimits(reading);
   }
@@ -269,6 +280,7 @@ void ChildProcess::readSome(Reading& reading, const OutputHandler& onOutput) {
     ::close(std::exchange(output_, -1));
     return;
   }
+  reading.owed -= std::min(reading.owed, static_cast<std::size_t>(count));
   const std::size_t room = limits_.output - reading.total;
   const std::size_t kept = std::min(static_cast<std::size_t>(count), room);
   reading.total += kept;
@@ -284,10 +296,13 @@ void ChildProcess::keepLimits(Reading& reading) {
     reading.ended = true;
     reading.process.close();
     reading.killTime.reset();
+    reading.owed = bytesWaiting(output_);
     reading.drainEnd = steady_clock::now() + limits_.drain;
   }
   const auto now = steady_clock::now();
-  if (output_ >= 0 && reading.drainEnd && now >= *reading.drainEnd) ::close(std::exchange(output_, -1));
+  // What the child itself has written is read however long it takes.
+  const bool drained = reading.drainEnd && reading.owed == 0 && now >= *reading.drainEnd;
+  if (output_ >= 0 && drained) ::close(std::exchange(output_, -1));
   if (reading.killTime && now >= *reading.killTime) {
     reading.killTime.reset();
     sendSignal(SIGKILL);

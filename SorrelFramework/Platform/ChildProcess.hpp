@@ -18,7 +18,8 @@ struct ChildLimits {
   std::size_t output = std::size_t{256} << 20;
   /// How long a child that goes on after that lives until SIGKILL.
   std::chrono::milliseconds killAfter{5'000};
-  /// How long the output of an ended child is read when a process that it left behind keeps it open.
+  /// How long the output of an ended child is read when a process that it left behind keeps it open. What the
+  /// child itself has printed is read in any case.
   std::chrono::milliseconds drain{1'000};
 };
 

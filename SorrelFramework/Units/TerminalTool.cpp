@@ -1,5 +1,7 @@
 #include "SorrelFramework/Units/TerminalTool.hpp"
 
+#include <deque>
+#include <mutex>
 #include <string_view>
 #include <utility>
 
@@ -13,26 +15,64 @@ namespace {
 
 constexpr std::string_view kNoText = "Error";
 
-/// `cell` is the state of the scan that may be stopped; none for a tool that always runs to its end.
+/// What a tool has printed: pieces that nobody has looked at yet, and the text of those that were kept. A
+/// task looks at the first piece that is left, not at one of its own: a task that the queue takes late, after
+/// it was refused, then changes neither the order nor what the end finds.
+class Output {
+ public:
+  /// `cell` is the state of the scan that may be stopped; none for a tool that always runs to its end.
+  Output(std::shared_ptr<ChildProcess> child, const ScanStatusTable::Cell* cell)
+      : child_(std::move(child)), cell_(cell) {}
+
+  void add(std::string_view piece) {
+    const std::lock_guard lock(mutex_);
+    pieces_.emplace_back(piece);
+  }
+
+  /// Keeps the first piece that is left, or drops it and interrupts the tool if the scan was stopped; false
+  /// if none is left. On the queue, as takeText().
+  bool lookAtPiece() {
+    std::string piece;
+    {
+      const std::lock_guard lock(mutex_);
+      if (pieces_.empty()) return false;
+      piece = std::move(pieces_.front());
+      pieces_.pop_front();
+    }
+    if (cell_ != nullptr && ScanStatusTable::isSuspended(*cell_)) {
+      child_->interrupt();
+    } else {
+      text_.append(piece);
+    }
+    return true;
+  }
+
+  std::string takeText() { return std::move(text_); }
+
+ private:
+  const std::shared_ptr<ChildProcess> child_;
+  const ScanStatusTable::Cell* const cell_;
+  std::mutex mutex_;  // of pieces_
+  std::deque<std::string> pieces_;
+  std::string text_;
+};
+
 void collectOnQueue(const std::string& launchPath, const std::vector<std::string>& arguments,
                     const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish,
                     const ScanStatusTable::Cell* cell) {
   const auto child = std::make_shared<ChildProcess>(Host::current().tool(launchPath), arguments);
-  const auto collected = std::make_shared<std::string>();  // only on `thread`
+  const auto output = std::make_shared<Output>(child, cell);
   child->run([&](std::string_view piece) {
-    submitWithRetry(thread, [child, collected, cell, bytes = std::string(piece)] {
-      if (cell != nullptr && ScanStatusTable::isSuspended(*cell)) {
-        child->interrupt();
-      } else {
-        collected->append(bytes);
-      }
-    });
+    output->add(piece);
+    submitWithRetry(thread, [output] { output->lookAtPiece(); });
     return true;
   });
   const bool started = child->startError() == 0;
-  submitWithRetry(thread, [collected, started, finish = std::move(finish)] {
-    const bool isText = started && isValidUTF8(*collected);
-    if (finish) finish(isText ? std::move(*collected) : std::string());
+  submitWithRetry(thread, [output, started, finish = std::move(finish)] {
+    while (output->lookAtPiece()) {
+    }
+    std::string text = output->takeText();
+    if (finish) finish(started && isValidUTF8(text) ? std::move(text) : std::string());
   });
 }
 

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 #include <sys/stat.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -221,6 +222,29 @@ TEST_F(ChildProcessTest, lastWordsOfAChildAreReadAfterItsEnd) {
   for (int i = 0; i < 20; ++i) {
     EXPECT_EQ(run("/usr/bin/head", {"-c", "65536", "/dev/zero"}).output.size(), 65'536U);
   }
+}
+
+TEST_F(ChildProcessTest, slowReaderLosesNothingOfAnEndedChild) {
+  const std::string gate = folder_.path("gate");
+  ASSERT_EQ(::mkfifo(gate.c_str(), 0600), 0);
+  // A process that it leaves behind keeps the pipe open, so that its end does not end the output.
+  ChildProcess child(
+      folder_.script("tool", "/bin/sleep 1000 & echo $!; read line < \"$1\"; head -c 60000 /dev/zero"),
+      {gate}, {.drain = milliseconds(0)});
+  std::string output;
+  const auto ending = child.run([&](std::string_view piece) {
+    if (output.empty()) {
+      std::ofstream(gate) << "go\n";
+      siginfo_t info{};
+      // Back only when the child has ended, with the rest of its output in the pipe.
+      EXPECT_EQ(::waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
+    }
+    output += piece;
+    return true;
+  });
+  EXPECT_EQ(ending.exitStatus, 0);
+  EXPECT_EQ(output.size() - output.find('\n') - 1, 60'000U);
+  EXPECT_EQ(::kill(std::stoi(output), SIGKILL), 0);
 }
 
 TEST_F(ChildProcessTest, endlessOutputIsCutAndInterrupted) {

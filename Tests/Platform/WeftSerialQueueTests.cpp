@@ -10,6 +10,7 @@
 #include <latch>
 #include <memory>
 #include <optional>
+#include <random>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -271,6 +272,28 @@ TEST(submitWithRetry, submitsAgainWhenTheQueueTellsItsRefusalLater) {
   EXPECT_TRUE(drain(*queue));
   EXPECT_EQ(ran, 1);
   EXPECT_EQ(clock.waits(), (std::vector<std::uint64_t>{500'000, 500'000}));
+}
+
+TEST(submitWithRetry, runsEachTaskOnceAndInOrderWhateverIsRefused) {
+  const VirtualClock clock;
+  std::mt19937 random(7);
+  for (int pattern = 0; pattern < 300; ++pattern) {
+    const auto queue = std::make_shared<RecordingQueue>();
+    std::vector<int> ran;
+    std::vector<int> expected;
+    for (int task = 0; task < 20; ++task) {
+      const bool dropped = random() % 20 == 0;
+      if (dropped) {
+        queue->refuseNext(1, WeftRunError::ShutDown);
+      } else {
+        queue->refuseNext(random() % 10 < 3 ? random() % 40 : 0, WeftRunError::Suspended);
+        expected.push_back(task);
+      }
+      submitWithRetry(queue, [&ran, task] { ran.push_back(task); });
+    }
+    ASSERT_TRUE(drain(*queue));
+    EXPECT_EQ(ran, expected) << pattern;
+  }
 }
 
 TEST(submitWithRetry, givesUpWhenShutDownIsToldLater) {

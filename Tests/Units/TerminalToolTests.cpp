@@ -179,6 +179,53 @@ TEST_F(TerminalTool, refusedPiecesAreSubmittedAgain) {
   EXPECT_EQ(clock.waits(), (std::vector<std::uint64_t>(3, 500'000)));
 }
 
+TEST_F(TerminalTool, refusalsToldLateKeepTheOrderAndTheSingleFinish) {
+  const test::VirtualClock clock;
+  queue_->holdFailures();
+  queue_->refuseNext(2);
+  Finished result;
+  TerminalUtils::realTimeRunTerminal(tool(kBigScript), {}, queue_, result.on(queue_));
+  ASSERT_TRUE(test::drain(*queue_));
+  EXPECT_EQ(queue_->deliverFailures(), 2U);
+  ASSERT_TRUE(test::drain(*queue_));
+  ASSERT_EQ(result.texts().size(), 1U);
+  EXPECT_TRUE(result.texts().front() == TerminalUtils::runTerminal(tool(kBigScript), {}));
+}
+
+TEST_F(TerminalTool, refusedFinishRunsOnce) {
+  const test::VirtualClock clock;
+  queue_->refuseNext(4);
+  EXPECT_EQ(finished("/bin/true"), Texts{""});
+  EXPECT_EQ(clock.waits(), (std::vector<std::uint64_t>(4, 500'000)));
+}
+
+TEST_F(TerminalTool, queueThatShutsDownMidwayLetsTheToolEndAndNeverCallsFinish) {
+  const std::string mark = folder_.path("mark");
+  const std::string gate = folder_.path("gate");
+  ASSERT_EQ(::mkfifo(gate.c_str(), 0600), 0);
+  const std::string path =
+      tool("echo first; read line < '" + gate + "'; echo second; echo ended > '" + mark + "'");
+  Finished result;
+  std::jthread caller([&] { TerminalUtils::realTimeRunTerminal(path, {}, queue_, result.on(queue_)); });
+  ASSERT_TRUE(test::runMainLoopUntil([&] { return queue_->accepted() >= 1; }));
+  queue_->shutDown();
+  std::ofstream(gate) << "go\n";
+  caller.join();
+  EXPECT_EQ(test::contentOf(mark), "ended\n");
+  EXPECT_TRUE(result.texts().empty());
+}
+
+TEST_F(TerminalTool, toolThatClosesItsOutputAndLivesOnIsWaitedFor) {
+  const std::string mark = folder_.path("mark");
+  const std::string gate = folder_.path("gate");
+  ASSERT_EQ(::mkfifo(gate.c_str(), 0600), 0);
+  const std::string path =
+      tool("echo text; exec 1>&-; read line < '" + gate + "'; echo ended > '" + mark + "'");
+  std::jthread opener([&] { std::ofstream(gate) << "go\n"; });
+  EXPECT_EQ(finished(path), Texts{"text\n"});
+  EXPECT_EQ(test::contentOf(mark), "ended\n");
+}
+
 TEST_F(TerminalTool, shutDownQueueEndsWithoutFinish) {
   queue_->shutDown();
   Finished result;
