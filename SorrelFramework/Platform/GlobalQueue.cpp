@@ -82,9 +82,12 @@ Pool& pool(WeftQOS qos) {
 
 }  // namespace
 
-void GlobalQueue::submit(std::function<void()> task, WeftQOS qos) { pool(qos).submit(std::move(task)); }
+void GlobalQueue::submit(std::function<void()> task, WeftQOS qos) {
+  if (task) pool(qos).submit(std::move(task));
+}
 
 void GlobalQueue::submitBlocking(std::function<void()> task) {
+  if (!task) return;
   auto shared = std::make_shared<std::function<void()>>(std::move(task));
   // Moved out, so that what the task holds is freed where it ran.
   const auto run = [shared] { std::exchange(*shared, nullptr)(); };

@@ -114,6 +114,12 @@ TEST(GlobalQueue, runsAsManyTasksAtOnceAsItsWidth) {
   EXPECT_GE(GlobalQueue::width(), 2U);
 }
 
+TEST(GlobalQueue, emptyTaskIsIgnored) {
+  GlobalQueue::submit(nullptr);
+  GlobalQueue::submitBlocking(nullptr);
+  EXPECT_EQ(onPool(WeftQOS::Default, [] { return 7; }), 7);
+}
+
 TEST(GlobalQueue, taskMaySubmitTasks) {
   std::latch ran(1);
   GlobalQueue::submit([&] { GlobalQueue::submit([&] { ran.count_down(); }); });
