@@ -37,7 +37,8 @@ void PercentService::updatePercent() {
     return;
   }
   const float value = singleStep.load();
-  if (static_cast<float>(finished) <= value) return;
+  const bool isBehind = static_cast<float>(finished) > value;
+  if (!isBehind) return;
   singleStep.store(value + increaseValue);
   if (progressFunc) progressFunc(singleStep.load() / static_cast<float>(totalStep));
 }

@@ -4,6 +4,7 @@
 
 #include <chrono>
 #include <cmath>
+#include <limits>
 #include <memory>
 #include <thread>
 #include <vector>
@@ -108,6 +109,15 @@ TEST_F(PercentServiceTest, increaseOfNothingReportsTheSameUntilTheEnd) {
   service->progressStep();
   service->updatePercent();
   EXPECT_EQ(reported_, (std::vector<float>{0.0F, 0.0F, 1.0F}));
+}
+
+TEST_F(PercentServiceTest, valueThatIsNoNumberStaysWhereItIs) {
+  const auto service = make(3, std::numeric_limits<float>::quiet_NaN());
+  service->progressStep();
+  service->updatePercent();
+  service->updatePercent();
+  ASSERT_EQ(reported_.size(), 1U);
+  EXPECT_TRUE(std::isnan(reported_.front()));
 }
 
 TEST_F(PercentServiceTest, stopReportsOneEachTime) {

@@ -1,6 +1,7 @@
 #include "SorrelFramework/Units/LogService.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -16,6 +17,7 @@
 
 #include "SorrelFramework/Platform/Fatal.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/RecordingQueue.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
@@ -186,6 +188,43 @@ TEST_F(LogServiceTest, folderThatCannotBeMadeIsNoFailure) {
   lost.log(Info, "lost");
   lost.flushForTesting();
   EXPECT_EQ(test::contentOf(blocked), "");
+}
+
+TEST_F(LogServiceTest, readOnlyVolumeIsNoFailure) {
+  log_.log(Info, "before");
+  log_.flushForTesting();
+  const std::string missing = folder_.folder("volume without a log");
+  const std::string outcome = test::inMountingChild([&]() -> std::string {
+    for (const std::string& volume : {support_, missing}) {
+      if (::mount(volume.c_str(), volume.c_str(), nullptr, MS_BIND, nullptr) != 0) return "skip";
+      if (::mount(nullptr, volume.c_str(), nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0)
+        return "skip";
+      LogService readOnly(volume, kIdentifier);
+      readOnly.log(Info, "lost");
+      readOnly.flushForTesting();
+    }
+    return "went on";
+  });
+  if (outcome == "skip") GTEST_SKIP() << "nothing may be mounted here";
+  EXPECT_EQ(outcome, "went on");
+  EXPECT_EQ(written(), "<DATE:Info>:before\n");
+  EXPECT_TRUE(fs::is_empty(missing));
+}
+
+TEST_F(LogServiceTest, fullDiskLosesEntriesAndNothingElse) {
+  const std::string outcome = test::inMountingChild([&]() -> std::string {
+    const std::string disk = folder_.folder("disk");
+    if (::mount("tmpfs", disk.c_str(), "tmpfs", 0, "size=64k") != 0) return "skip";
+    LogService full(disk, kIdentifier);
+    full.log(Info, "first");
+    full.log(Info, std::string(200'000, 'x'));
+    full.log(Info, "lost");
+    full.flushForTesting();
+    const std::string text = withoutDates(test::contentOf(full.logPath.path()));
+    return text.starts_with("<DATE:Info>:first\n") ? "went on" : text.substr(0, 100);
+  });
+  if (outcome == "skip") GTEST_SKIP() << "nothing may be mounted here";
+  EXPECT_EQ(outcome, "went on");
 }
 
 TEST_F(LogServiceTest, leavesNoDescriptorOpen) {
