@@ -31,10 +31,19 @@ CategoryInformation::CategoryInformation(Integer newState, Integer newFinderID, 
   finderIDWasSet();
 }
 
-CategoryInformation::~CategoryInformation() {
-  for (FileInformation& child : childrens) child.forgetCategory(*this);
+CategoryInformation::~CategoryInformation() { forgetCategory(*this); }
+
+void CategoryInformation::forgetCategory(const CategoryInformation& category) {
+  parentCategory.forget(category);
+  for (FileInformation& child : childrens) child.forgetCategory(category);
   if (!childrenCateogry) return;
-  for (CategoryInformation& child : *childrenCateogry) child.parentCategory.forget(*this);
+  for (CategoryInformation& child : *childrenCateogry) child.forgetCategory(category);
+}
+
+void CategoryInformation::forgetFeature(const FeatureInformation& feature) {
+  featureInfo.forget(feature);
+  if (!childrenCateogry) return;
+  for (CategoryInformation& child : *childrenCateogry) child.forgetFeature(feature);
 }
 
 TreeNode::Parents CategoryInformation::parents() const noexcept {

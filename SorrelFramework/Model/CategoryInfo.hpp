@@ -47,10 +47,14 @@ class CategoryInformation final : public TreeNode {
   ParentLink<CategoryInformation> parentCategory;  ///< the category that holds this one in childrenCateogry
 
  private:
+  friend class FeatureInformation;
   friend class Observed<CategoryInformation>;
   ~CategoryInformation() override;
   [[nodiscard]] Parents parents() const noexcept override;
   void finderIDWasSet();
+  /// Take the links to a record above that is freed out of this row and of all that its arrays hold.
+  void forgetCategory(const CategoryInformation& category);
+  void forgetFeature(const FeatureInformation& feature);
 };
 
 }  // namespace sorrel

@@ -21,7 +21,7 @@ FeatureInformation::FeatureInformation(Integer newFinderID, Integer newState, Im
       attachInfomation(std::move(newAttachInfomation)) {}
 
 FeatureInformation::~FeatureInformation() {
-  for (CategoryInformation& child : categoryInfo) child.featureInfo.forget(*this);
+  for (CategoryInformation& child : categoryInfo) child.forgetFeature(*this);
 }
 
 TreeNode::Parents FeatureInformation::parents() const noexcept { return {{moduleInfo.get()}}; }

@@ -7,6 +7,23 @@
 
 namespace sorrel {
 
+IdentityText::IdentityText(const IdentityText& other)
+    : finderID_(other.finderID_),
+      parentFinderID_(other.parentFinderID_),
+      size_(other.size_),
+      url_(other.url_),
+      assigned_(other.assigned_ ? std::make_unique<const std::string>(*other.assigned_) : nullptr) {}
+
+IdentityText& IdentityText::operator=(const IdentityText& other) {
+  finderID_ = other.finderID_;
+  parentFinderID_ = other.parentFinderID_;
+  size_ = other.size_;
+  url_ = other.url_;
+  // The new one first: `other` may be this one.
+  assigned_ = other.assigned_ ? std::make_unique<const std::string>(*other.assigned_) : nullptr;
+  return *this;
+}
+
 std::string IdentityText::str() const {
   if (assigned_) return *assigned_;
   return std::to_string(finderID_) + ':' + std::to_string(parentFinderID_) + ':' + std::to_string(size_) +
@@ -63,14 +80,15 @@ TreeNode::Parents FileInformation::parents() const noexcept {
 
 void FileInformation::forgetCategory(const CategoryInformation& category) {
   parentCategoryInfo.forget(category);
-  if (!isInSeveralArrays()) return;  // goes with the category, and all that is below it
-  std::vector<FileInformation*> surviving{this};
-  while (!surviving.empty()) {
-    FileInformation* const record = surviving.back();
-    surviving.pop_back();
+  if (childrens.empty()) return;
+  // Also where this record goes with the category: one below it may lie in another array and live on.
+  std::vector<FileInformation*> pending{this};
+  while (!pending.empty()) {
+    FileInformation* const record = pending.back();
+    pending.pop_back();
     for (FileInformation& child : record->childrens) {
       child.parentCategoryInfo.forget(category);
-      surviving.push_back(&child);
+      if (!child.childrens.empty()) pending.push_back(&child);
     }
   }
 }

@@ -26,6 +26,8 @@ class FileInformation;
 /// and reads few.
 class IdentityText {
  public:
+  IdentityText(const IdentityText& other);
+  IdentityText& operator=(const IdentityText& other);
   [[nodiscard]] std::string str() const;
   operator std::string() const { return str(); }
   IdentityText& operator=(std::string_view text);

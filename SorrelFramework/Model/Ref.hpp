@@ -26,6 +26,11 @@ namespace sorrel {
 /// of a record themselves (its parent links, its arrays of children) are plain: they are read and changed by
 /// one thread at a time.
 ///
+/// A record that is freed takes the links to itself out of the records that its arrays hold, which may live
+/// on in other arrays (a category and a feature do so all the way down, a file record for its own children).
+/// Therefore the link of a record that nobody holds leads to a record whose arrays hold it; and the last
+/// handle of a parent is not dropped while another thread takes a first handle on a child that outlives it.
+///
 /// A `Children` value outside of any record owns its records like an array of a parent: it keeps nothing
 /// above them. Whoever takes records out of a tree holds them as handles (`Children::refs()`).
 /// What lies in the tree itself, such as a payload of a record, points at other records of the tree with
@@ -43,11 +48,6 @@ class TreeNode {
 
   TreeNode() = default;
   virtual ~TreeNode() = default;
-
-  /// Whether more than one array holds this record.
-  [[nodiscard]] bool isInSeveralArrays() const noexcept {
-    return (counts_.load(std::memory_order_relaxed) & ~kLock) >= 2 * kSlot;
-  }
 
   /// The parents that a handle on this record keeps alive. Chains of any length lead through the last one;
   /// those through the others are short.

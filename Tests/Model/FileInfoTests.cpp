@@ -151,6 +151,21 @@ TEST(FileInformation, hashValueStringAssignedByTheApplicationStaysUntilFinderIDI
   EXPECT_EQ(file->hashValueString, "1:2:4:file:///a/b");
 }
 
+TEST(FileInformation, hashValueStringIsCopiedAsItStands) {
+  const auto file = makeFile();
+  const auto other = makeFile(9);
+  const auto before = file->hashValueString;
+  other->hashValueString = file->hashValueString;
+  file->size = 4;
+  file->finderID = 1;
+  EXPECT_EQ(before, "1:2:3:file:///a/b");
+  EXPECT_EQ(other->hashValueString, "1:2:3:file:///a/b");
+  file->hashValueString = "own text";
+  other->hashValueString = file->hashValueString;
+  file->finderID = 1;
+  EXPECT_EQ(other->hashValueString, "own text");
+}
+
 TEST(FileInformation, equalityComparesTheFourIdentityFields) {
   EXPECT_EQ(*makeFile(), *makeFile());
   EXPECT_FALSE(*makeFile(9) == *makeFile());

@@ -578,5 +578,52 @@ TEST(Ref, categoryThatIsFreedLeavesNoLinkInARecordThatLivesOn) {
   EXPECT_EQ(keeper->childrens[0].childrens[0].parentFileInfo.get(), &keeper->childrens[0]);
 }
 
+Ref<FeatureInformation> makeFeature(const Ref<ModuleInformation>& module = {}) {
+  return makeRef<FeatureInformation>(3, 0, Image(), "", "", Children<CategoryInformation>(), module,
+                                     std::any());
+}
+
+TEST(Ref, categoryThatIsFreedLeavesNoLinkInARecordBelowAGroupThatGoesWithIt) {
+  const auto keeper = RealTree::makeCategory(makeFeature());
+  {
+    const auto gone = RealTree::makeCategory(makeFeature());
+    const auto group = RealTree::makeFile(gone, {}, std::any());
+    const auto item = RealTree::makeFile(gone, group, std::any());
+    gone->childrens.push_back(group);
+    group->childrens.push_back(item);
+    keeper->childrens.push_back(item);
+  }
+  EXPECT_FALSE(keeper->childrens[0].parentFileInfo);
+  EXPECT_FALSE(keeper->childrens[0].parentCategoryInfo);
+}
+
+TEST(Ref, categoryThatIsFreedLeavesNoLinkInTheRecordsOfItsSubCategories) {
+  const auto keeper = RealTree::makeCategory(makeFeature());
+  {
+    const auto gone = RealTree::makeCategory(makeFeature());
+    const auto sub = RealTree::makeCategory(makeFeature());
+    gone->childrenCateogry = Children<CategoryInformation>{sub};
+    const auto item = RealTree::makeFile(gone, {}, std::any());
+    sub->childrens.push_back(item);
+    keeper->childrens.push_back(item);
+  }
+  EXPECT_FALSE(keeper->childrens[0].parentCategoryInfo);
+}
+
+TEST(Ref, featureThatIsFreedLeavesNoLinkInASubCategoryThatLivesOn) {
+  Children<CategoryInformation> kept;
+  {
+    const auto gone = makeFeature();
+    const auto all = RealTree::makeCategory(gone);
+    const auto sub = RealTree::makeCategory(gone);
+    gone->categoryInfo.push_back(all);
+    all->childrenCateogry = Children<CategoryInformation>{sub};
+    sub->parentCategory = all;
+    kept.push_back(sub);
+  }
+  EXPECT_FALSE(kept[0].parentCategory);
+  EXPECT_FALSE(kept[0].featureInfo);
+}
+
 }  // namespace
 }  // namespace sorrel
