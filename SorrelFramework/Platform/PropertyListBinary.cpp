@@ -24,6 +24,9 @@ constexpr std::size_t kPayloadAtLeast = std::size_t{1} << 20;
 constexpr std::size_t kPayloadPerByte = 64;
 constexpr std::size_t kNodesAtLeast = std::size_t{1} << 16;
 constexpr std::size_t kNodesPerByte = 256;
+/// Arrays may lie over one another, one inside the other, so that the sum of their counts is far above the
+/// size of the file: room for more is made only as the items come.
+constexpr std::size_t kReservedAtMost = 1024;
 
 std::uint64_t bigEndian(std::string_view bytes) {
   std::uint64_t value = 0;
@@ -147,7 +150,7 @@ class BinaryReader {
   std::optional<PropertyList> array(const Head& head, std::size_t depth) {
     if (head.count > nodeLimit_ - nodes_) return std::nullopt;
     PropertyList::Array values;
-    values.reserve(head.count);
+    values.reserve(std::min<std::uint64_t>(head.count, kReservedAtMost));
     for (std::uint64_t i = 0; i < head.count; ++i) {
       std::optional<PropertyList> value = object(refAt(head.body, i), depth + 1);
       if (!value.has_value()) return std::nullopt;

@@ -184,7 +184,8 @@ class OldStyleReader {
     }
     out += utf8FromUTF16(units);
     out += plain;
-    if (plain.empty() && position_ + 1 == text_.size()) ++position_;  // a backslash at the very end
+    // A backslash at the very end.
+    if (plain.empty() && position_ + 1 == text_.size() && here() == '\\') ++position_;
   }
 
   /// One escape without its backslash: a unit, or the byte itself where the escape means nothing.

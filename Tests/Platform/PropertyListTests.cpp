@@ -5,6 +5,7 @@
 #include <cmath>
 
 #include <filesystem>
+#include <fstream>
 #include <limits>
 
 #include <gtest/gtest.h>
@@ -135,6 +136,15 @@ PropertyList nestedArrays(std::size_t levels) {
     list = std::move(around);
   }
   return list;
+}
+
+/// The most bytes of addresses that this process ever had.
+std::size_t addressSpacePeak() {
+  std::ifstream status("/proc/self/status");
+  for (std::string line; std::getline(status, line);) {
+    if (line.starts_with("VmPeak:")) return std::stoull(line.substr(7)) * 1024;
+  }
+  return 0;
 }
 
 TEST(PropertyList, isAnEmptyDictionaryAtFirst) {
@@ -505,6 +515,27 @@ TEST(ParsePropertyListBinary, refusesSharedObjectsThatExplode) {
   EXPECT_FALSE(parsePropertyList(binaryList(objects)).has_value());
 }
 
+// Arrays inside one another that lie over the same bytes: each tells of as many items as the file has bytes.
+TEST(ParsePropertyListBinary, countsOfArraysThatOverlapTakeNoMemory) {
+  constexpr std::size_t kArrays = kPropertyListDepthLimit - 1;
+  constexpr std::size_t kItems = 1'000'000;
+  std::string file = "bplist00";
+  std::string offsets;
+  for (std::size_t i = 0; i < kArrays; ++i) {
+    offsets += bigEndian(file.size(), 4);
+    // The marker, the count, and the first reference, to the next array.
+    file += "\xAF\x12" + bigEndian(kItems, 4) + bigEndian(i + 1, 4);
+  }
+  offsets += bigEndian(file.size(), 4);
+  file += std::string(4 * kItems, '\0');  // the last object is none, and the others reach over these bytes
+  const std::size_t table = file.size();
+  file += offsets + std::string(6, '\0') + "\4\4" + bigEndian(kArrays + 1, 8) + bigEndian(0, 8) +
+          bigEndian(table, 8);
+  const std::size_t before = addressSpacePeak();
+  EXPECT_FALSE(parsePropertyList(file).has_value());
+  EXPECT_LT(addressSpacePeak() - before, std::size_t{1} << 30);
+}
+
 TEST(ParsePropertyListBinary, refusesLongTextsSharedTooOften) {
   const std::string text = "\x5F\x12" + bigEndian(1 << 20, 4) + std::string(1 << 20, 'a');
   const std::string uses = "\xAF\x12" + bigEndian(100'000, 4) + std::string(100'000, '\1');
@@ -582,6 +613,13 @@ TEST(ParsePropertyListOldStyle, resolvesEscapes) {
 z")")
                  ->asString(),
             "a\n\t\"\\'Aü😀Æ’q\nz");
+}
+
+TEST(ParsePropertyListOldStyle, aTextMayEndInAnEscape) {
+  EXPECT_EQ(parsePropertyList(R"("a\n")"), PropertyList("a\n"));
+  EXPECT_EQ(parsePropertyList(R"('\101')"), PropertyList("A"));
+  EXPECT_EQ(parsePropertyList(R"("a\"")"), PropertyList("a\""));
+  EXPECT_FALSE(parsePropertyList(R"("a\n\)").has_value());
 }
 
 TEST(ParsePropertyListOldStyle, readsStringsFiles) {
