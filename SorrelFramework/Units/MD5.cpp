@@ -2,7 +2,9 @@
 
 #include <array>
 #include <cstddef>
+#include <limits>
 
+#include "SorrelFramework/Platform/CheckedMath.hpp"
 #include "SorrelFramework/Platform/Fatal.hpp"
 
 namespace sorrel {
@@ -39,6 +41,12 @@ constexpr std::array<Round, 4> kRounds = {{{md5_ff, {7, 12, 17, 22}, 1, 0},
 std::int32_t asSigned(std::uint32_t bits) { return static_cast<std::int32_t>(bits); }
 std::uint32_t asUnsigned(std::int32_t bits) { return static_cast<std::uint32_t>(bits); }
 
+int bitLengthOf(const std::vector<std::uint8_t>& bytes) {
+  constexpr std::size_t kMost = std::numeric_limits<int>::max() / 8;
+  if (bytes.size() > kMost) fatalStop(kArithmeticOverflow);
+  return static_cast<int>(bytes.size() * 8);
+}
+
 std::int32_t wordAt(const MD5Words& words, int index) {
   const auto found = words.find(index);
   return unwrap(found == words.end() ? std::nullopt : std::optional(found->second));
@@ -69,7 +77,7 @@ std::string hex_md5(std::string_view text) { return rstr2hex(rstr_md5(str2rstr_u
 std::vector<std::uint8_t> str2rstr_utf8(std::string_view text) { return {text.begin(), text.end()}; }
 
 std::vector<std::uint8_t> rstr_md5(const std::vector<std::uint8_t>& bytes) {
-  return binl2rstr(binl_md5(rstr2binl(bytes), static_cast<int>(bytes.size() * 8)));
+  return binl2rstr(binl_md5(rstr2binl(bytes), bitLengthOf(bytes)));
 }
 
 std::string rstr2hex(const std::vector<std::uint8_t>& bytes) {
@@ -127,11 +135,13 @@ std::vector<std::uint8_t> binl2rstr(const std::vector<std::int32_t>& words) {
 }
 
 std::vector<std::int32_t> binl_md5(const std::vector<std::int32_t>& words, int bitLength) {
+  if (bitLength < 0) fatalStop(kArithmeticOverflow);
+  const int paddedLength = checkedAdd(bitLength, 64);
   MD5Words x;
   for (std::size_t i = 0; i < words.size(); ++i) x.emplace_hint(x.end(), static_cast<int>(i), words[i]);
   const int lastWord = bitLength >> 5;
   x[lastWord] = asSigned(asUnsigned(wordAt(x, lastWord)) | 0x80U << (bitLength % 32));
-  x[(zeroFillRightShift(bitLength + 64, 9) << 4) + 14] = bitLength;
+  x[(zeroFillRightShift(paddedLength, 9) << 4) + 14] = bitLength;
 
   std::array<std::int32_t, 4> state{};
   for (std::size_t i = 0; i < state.size(); ++i) state[i] = asSigned(kInitialState[i]);

@@ -35,7 +35,8 @@ using MD5Words = std::map<int, std::int32_t>;
 [[nodiscard]] std::vector<std::int32_t> dictionary2array(const MD5Words& words);
 /// Words to four bytes each, the lowest first.
 [[nodiscard]] std::vector<std::uint8_t> binl2rstr(const std::vector<std::int32_t>& words);
-/// The four words of the digest of `bitLength` bits packed into `words`.
+/// The four words of the digest of `bitLength` bits packed into `words`. Lengths are signed words of 32 bits:
+/// here and above, one that does not fit is a fatal stop.
 [[nodiscard]] std::vector<std::int32_t> binl_md5(const std::vector<std::int32_t>& words, int bitLength);
 
 /// The largest key plus 1; 1 for an empty dictionary.

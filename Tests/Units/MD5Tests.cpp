@@ -83,6 +83,11 @@ TEST(MD5DeathTest, dictionary2arrayWithAGapStops) {
   EXPECT_DEATH(static_cast<void>(dictionary2array({{0, 1}, {2, 1}})), "out of range");
 }
 
+TEST(MD5DeathTest, lengthThatIsNoNumberOfBitsStops) {
+  EXPECT_DEATH(static_cast<void>(binl_md5({}, -8)), "Arithmetic overflow");
+  EXPECT_DEATH(static_cast<void>(binl_md5({}, std::numeric_limits<int>::max())), "Arithmetic overflow");
+}
+
 TEST(MD5, binl2rstrIsTheReverseOfThePacking) {
   EXPECT_EQ(binl2rstr({0x04030201, -1}), (Bytes{1, 2, 3, 4, 0xFF, 0xFF, 0xFF, 0xFF}));
 }
