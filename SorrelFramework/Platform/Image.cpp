@@ -18,8 +18,8 @@ namespace {
 
 constexpr std::array<std::string_view, 5> kResourceTypes = {"png", "svg", "icns", "tiff", ""};
 
-// The part of the freedesktop.org icon theme rules that needs no index file: the theme every other one falls back to,
-// the one that most desktops bring, and the folders they have.
+// The part of the freedesktop.org icon theme rules that needs no index file: the theme every other one falls
+// back to, the one that most desktops bring, and the folders they have.
 constexpr std::array<std::string_view, 2> kThemes = {"hicolor", "Adwaita"};
 constexpr std::array<std::string_view, 14> kSizes = {"scalable", "symbolic", "16x16",   "22x22",  "24x24",
                                                      "32x32",    "36x36",    "48x48",   "64x64",  "72x72",
@@ -125,7 +125,9 @@ bool isResource(const Host& host, std::string_view name) {
 
 }  // namespace
 
-Image Image::named(std::string_view name) { return name.find('/') == std::string_view::npos ? Image(SharedText(name)) : Image(); }
+Image Image::named(std::string_view name) {
+  return name.find('/') == std::string_view::npos ? Image(SharedText(name)) : Image();
+}
 
 Image Image::lookUp(std::string_view name) {
   // A name is no path: it must not lead out of the folders of pictures.
