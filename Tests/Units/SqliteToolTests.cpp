@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "SorrelFramework/Platform/LinePrinter.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
@@ -376,13 +377,28 @@ TEST_F(SqliteToolTest, readingWithAnEmptyLogKeepsIt) {
 }
 
 TEST_F(SqliteToolTest, readingAReadOnlyFolderSeesTheLogToo) {
-  if (::geteuid() == 0) GTEST_SKIP() << "root may write everywhere";
   runAndGetKilled(path(), kLogged);
   ASSERT_EQ(::unlink(folder_.path("History-shm").c_str()), 0);
-  for (const char* name : {"History", "History-wal"}) ::chmod(folder_.path(name).c_str(), 0400);
-  ::chmod(folder_.path().c_str(), 0500);
-  EXPECT_EQ(rowsReadWithoutTrace(), 3U);
+  for (const char* name : {"History", "History-wal"}) ::chmod(folder_.path(name).c_str(), 0444);
+  ::chmod(folder_.path().c_str(), 0555);
+  const auto before = snapshot(folder_.path());
+  EXPECT_EQ(test::inPlainChild([this] {
+              if (!tool_.openDB(path())) return std::string("not opened");
+              const std::string rows = std::to_string(tool_.queryDBData("select * from t").size());
+              return rows + ", " + tool_.executionSQL("delete from t").second;
+            }),
+            "3, unable to open database file");
+  EXPECT_TRUE(snapshot(folder_.path()) == before);
   ::chmod(folder_.path().c_str(), 0700);
+}
+
+TEST_F(SqliteToolTest, fileThatMayNotBeReadIsNotOpened) {
+  ::chmod(database().c_str(), 0);
+  ::chmod(folder_.path().c_str(), 0755);
+  setLinePrinter([](std::string_view) {});
+  EXPECT_EQ(test::inPlainChild([this] { return std::string(tool_.openDB(path()) ? "opened" : "refused"); }),
+            "refused");
+  setLinePrinter(nullptr);
 }
 
 TEST_F(SqliteToolTest, readingBesideALiveWriterSeesItsCommits) {
