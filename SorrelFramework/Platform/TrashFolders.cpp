@@ -40,7 +40,8 @@ std::vector<std::string> trashFoldersOf(const std::string& volume) {
     const std::string trashes = appendingPathComponent(volume, ".Trashes");
     if (!isRealFolder(trashes)) return folders;
     // The user of the volume may be called by another number on this machine, whose own stick this may be.
-    for (const std::string& trash : {trashes + '/' + uid, trashes + '/' + std::to_string(::getuid())}) {
+    for (const uid_t number : {host.userID(), ::getuid()}) {
+      const std::string trash = appendingPathComponent(trashes, std::to_string(number));
       if (folders.empty() && isRealFolder(trash)) folders.push_back(trash);
     }
     return folders;
