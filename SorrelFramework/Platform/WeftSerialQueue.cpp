@@ -78,6 +78,7 @@ WeftSerialQueue::~WeftSerialQueue() {
   }
 }
 
+// NOLINTNEXTLINE(performance-unnecessary-value-param): a queue that overrides this may keep the failure
 void WeftSerialQueue::submit(Task task, Failure failure) {
   if (!task) task = [] {};  // an empty function would read as the end of the queue
   const auto refused = state_->take(state_, task);

@@ -37,7 +37,7 @@ Ref<FileInformation> makeRecord(const RecordTemplate& common, const URL& url, Re
                                 Integer kind, std::int64_t size, bool canDelete) {
   std::string title =
       values.localizedName ? std::move(*values.localizedName) : std::string(SuperScanService::defaultTitle);
-  Image icon = values.effectiveIcon ? std::move(*values.effectiveIcon) : SuperScanService::defaultImage();
+  Image icon = values.effectiveIcon ? *values.effectiveIcon : SuperScanService::defaultImage();
   const Date date = values.creationDate ? *values.creationDate : Date::now();
   const std::string_view description =
       values.localizedTypeDescription ? *values.localizedTypeDescription : SuperScanService::defaultTitle;

@@ -26,7 +26,7 @@ void addTotals(ScanFilesInformation& sum, const ScanFilesInformation& root) {
   sum.fileNumber = checkedAdd(sum.fileNumber, root.fileNumber);
 }
 
-CategoryResult joinRoots(std::map<URL, FileRecords> records,
+CategoryResult joinRoots(std::map<URL, FileRecords>&& records,
                          const std::map<URL, ScanFilesInformation>& totals) {
   CategoryResult joined;
   for (auto& [url, rootRecords] : records) {
@@ -64,7 +64,8 @@ void stepTheBar(float /*share*/) {
 void walkCategory(const std::shared_ptr<CategoryScan>& scan, Integer index, CategoryInformation& category) {
   CategoryPlan plan = scan->plan.category(category);
   const std::vector<URL>& roots = plan.roots ? *plan.roots : category.urls;
-  auto done = [scan, index](std::map<URL, FileRecords> records, std::map<URL, ScanFilesInformation> totals) {
+  auto done = [scan, index](std::map<URL, FileRecords> records,
+                            const std::map<URL, ScanFilesInformation>& totals) {
     auto result = std::make_shared<CategoryResult>(joinRoots(std::move(records), totals));
     scan->plan.lastStep([scan, index, result] { finishCategory(*scan, index, std::move(*result)); });
   };

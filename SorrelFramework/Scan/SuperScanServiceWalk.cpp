@@ -66,12 +66,14 @@ bool keepsEverything(const URL& /*url*/, const ResourceValues& /*values*/,
 
 }  // namespace
 
+// NOLINTBEGIN(performance-unnecessary-value-param): each root's task has copies of its own
 void SuperScanService::getListFromUrls(FeatureInformation& featureInfo, const std::vector<URL>& urls,
                                        Integer state, ResourceKeys propertiesForKey,
                                        EnumerationOptions enumOptions, Integer scanID, ProgressFunc progress,
                                        PercentFunc showPercent, FilterFunc filterFunc, RootsDoneFunc done,
                                        std::shared_ptr<WeftSerialQueue> dispatchQueue,
                                        CategoryInformation& categoryInfo, bool isContainZeroItem) {
+  // NOLINTEND(performance-unnecessary-value-param)
   const auto walk = std::make_shared<RootsWalk>();
   walk->count = urls.size();
   walk->showPercent = std::move(showPercent);

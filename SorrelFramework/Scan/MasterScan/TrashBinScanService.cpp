@@ -42,13 +42,13 @@ CategoryPlan planFor(const CategoryInformation& category) {
 }
 
 /// Writes the results into the tree; all bytes of the feature.
-std::int64_t fillTree(FeatureInformation& feature, CategoryResults results) {
+std::int64_t fillTree(FeatureInformation& feature, const CategoryResults& results) {
   std::int64_t all = 0;
-  for (auto& [index, result] : results) {
+  for (const auto& [index, result] : results) {
     if (static_cast<std::size_t>(index) >= feature.categoryInfo.size())
       continue;  // taken away during the scan
     CategoryInformation& category = feature.categoryInfo[static_cast<std::size_t>(index)];
-    category.childrens = std::move(result.first);
+    category.childrens = result.first;
     category.size = checkedAdd(result.second.fileSize, result.second.folderSize);
     all = checkedAdd(all, category.size);
   }
@@ -77,16 +77,16 @@ void TrashBinScanService::scanTrashBin(FeatureInformation& featureInfo, Progress
                   std::move(done), otherTrashBinDesc, std::move(dispatch));
 }
 
-void TrashBinScanService::scanProTrashBin(FeatureInformation& featureInfo, ProgressFunc progress,
-                                          PercentFunc showPercent, SingleDoneFunc /*singleDone*/,
-                                          std::function<void(FeatureInformation&, std::int64_t size)> done,
-                                          const std::string& /*otherTrashBinDesc*/,
-                                          std::shared_ptr<WeftSerialQueue> dispatch) {
+void TrashBinScanService::scanProTrashBin(
+    FeatureInformation& featureInfo, ProgressFunc progress, PercentFunc showPercent,
+    // NOLINTNEXTLINE(performance-unnecessary-value-param): as all scanners
+    SingleDoneFunc /*singleDone*/, std::function<void(FeatureInformation&, std::int64_t size)> done,
+    const std::string& /*otherTrashBinDesc*/, std::shared_ptr<WeftSerialQueue> dispatch) {
   ScanPlan plan;
   plan.category = planFor;
   plan.lastStep = MainQueue::post;
-  plan.done = [feature = Ref(featureInfo), done = std::move(done)](CategoryResults results) {
-    const std::int64_t size = fillTree(*feature, std::move(results));
+  plan.done = [feature = Ref(featureInfo), done = std::move(done)](const CategoryResults& results) {
+    const std::int64_t size = fillTree(*feature, results);
     if (done) done(*feature, size);
   };
   runCategoryScan(featureInfo, std::move(progress), std::move(showPercent), std::move(plan),
