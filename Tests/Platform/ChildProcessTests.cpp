@@ -318,6 +318,7 @@ TEST_F(ChildProcessDeathTest, worksInAProcessWithoutStandardStreams) {
 TEST_F(ChildProcessTest, manyAtOnceDoNotMixTheirOutput) {
   std::atomic<int> wrong{0};
   std::vector<std::jthread> threads;
+  threads.reserve(6);
   for (int t = 0; t < 6; ++t) {
     threads.emplace_back([&wrong, t] {
       for (int i = 0; i < 15; ++i) {

@@ -59,8 +59,8 @@ TEST_F(DesktopEntry, anythingWrongGivesNothing) {
 }
 
 TEST_F(DesktopEntry, fileOfMoreThan64KiBIsNotRead) {
-  EXPECT_EQ(nameIn(entryOfSize(64 * 1024)), "Long");
-  EXPECT_EQ(nameIn(entryOfSize(64 * 1024 + 1)), std::nullopt);
+  EXPECT_EQ(nameIn(entryOfSize(std::size_t{64} * 1024)), "Long");
+  EXPECT_EQ(nameIn(entryOfSize(std::size_t{64} * 1024 + 1)), std::nullopt);
 }
 
 TEST_F(DesktopEntry, linksAreNotFollowedAndOnlyFilesAreRead) {

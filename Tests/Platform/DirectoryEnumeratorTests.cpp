@@ -370,7 +370,8 @@ TEST_F(DirectoryEnumeratorTest, everyByteSurvivesTheWayIntoTheURLAndBack) {
     if (byte != '/') names.push_back(std::string("n") + static_cast<char>(byte) + "n");
   }
   std::sort(names.begin(), names.end());
-  for (const std::string& name : names) volume_.file("top/" + name + "/" + name, "");
+  for (const std::string& name : names)
+    volume_.file(std::string("top/").append(name).append("/").append(name), "");
   DirectoryEnumerator enumerator(volume_.url("top/"));
   for (const std::string& name : names) {
     const DirectoryEnumerator::Item* item = enumerator.next();
@@ -378,7 +379,7 @@ TEST_F(DirectoryEnumeratorTest, everyByteSurvivesTheWayIntoTheURLAndBack) {
     EXPECT_EQ(item->name, name);
     item = enumerator.next();
     ASSERT_NE(item, nullptr);
-    EXPECT_EQ(item->url.path(), volume_.path("top/" + name + "/" + name));
+    EXPECT_EQ(item->url.path(), volume_.path(std::string("top/").append(name).append("/").append(name)));
     EXPECT_TRUE(URL::parse(item->url.absoluteString())) << item->url.absoluteString();
   }
   EXPECT_EQ(enumerator.next(), nullptr);

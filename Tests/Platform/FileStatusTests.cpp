@@ -11,8 +11,8 @@
 namespace sorrel {
 namespace {
 
-using test::operator""_GiB;
-using test::operator""_B;
+using test::operator""_GiB;  // NOLINT(misc-unused-using-decls): clang-tidy overlooks literals
+using test::operator""_B;    // NOLINT(misc-unused-using-decls): clang-tidy overlooks literals
 
 FileDescriptor openOf(const std::string& path) {
   return FileDescriptor(::open(path.c_str(), O_RDONLY | O_CLOEXEC));

@@ -11,7 +11,7 @@
 namespace sorrel {
 namespace {
 
-using test::operator""_B;
+using test::operator""_B;  // NOLINT(misc-unused-using-decls): clang-tidy overlooks literals
 
 constexpr ResourceKeys kAll = ResourceKeys(NSURLLocalizedNameKey) | NSURLFileSizeKey | NSURLEffectiveIconKey |
                               NSURLIsDirectoryKey | NSURLIsPackageKey | NSURLIsRegularFileKey |

@@ -27,8 +27,8 @@ URL ScanVolume::url(std::string_view name) const { return URL::fileURL(path(name
 Ref<FeatureInformation> makeFeature(Integer finderID, const std::vector<CategorySketch>& categories) {
   const auto module =
       makeRef<ModuleInformation>(Integer{1}, "Module", "", Image(), "", "", Children<FeatureInformation>());
-  const auto feature = makeRef<FeatureInformation>(finderID, Integer{0}, Image(), "Feature", "",
-                                                   Children<CategoryInformation>(), module, std::any());
+  auto feature = makeRef<FeatureInformation>(finderID, Integer{0}, Image(), "Feature", "",
+                                             Children<CategoryInformation>(), module, std::any());
   module->featureInfo.push_back(feature);
   Integer category = 0;
   for (const CategorySketch& sketch : categories) {

@@ -23,20 +23,20 @@ TemporaryFolder::~TemporaryFolder() { EXPECT_TRUE(removeTree(path_)) << path_; }
 std::string TemporaryFolder::path(std::string_view name) const { return path_ + '/' + std::string(name); }
 
 std::string TemporaryFolder::file(std::string_view name, std::string_view content) const {
-  const std::string file = path(name);
+  std::string file = path(name);
   fs::create_directories(fs::path(file).parent_path());
   std::ofstream(file, std::ios::binary) << content;
   return file;
 }
 
 std::string TemporaryFolder::script(std::string_view name, std::string_view commands) const {
-  const std::string program = file(name, "#!/bin/sh\n" + std::string(commands) + "\n");
+  std::string program = file(name, "#!/bin/sh\n" + std::string(commands) + "\n");
   fs::permissions(program, fs::perms::owner_all);
   return program;
 }
 
 std::string TemporaryFolder::folder(std::string_view name) const {
-  const std::string folder = path(name);
+  std::string folder = path(name);
   fs::create_directories(folder);
   return folder;
 }
