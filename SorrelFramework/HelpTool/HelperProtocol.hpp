@@ -1,11 +1,13 @@
 #pragma once
 
+#include <concepts>
 #include <cstdint>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
 #include <string>
+#include <utility>
 #include <variant>
 
 namespace sorrel {
@@ -23,6 +25,9 @@ enum class HelperEventErrorID : std::int64_t {
   MoveFail = 5,
 };
 
+/// What a Maintenance event asks for, under "OperationValue".
+enum class HelperOperationID : std::int64_t { CleanDNS = 0, RebuildSpotlight = 1, Clean = 2, Move = 3 };
+
 /// A value of an event or a reply: a number, a text of bytes (file names need not be UTF-8), or a dictionary.
 class HelperValue;
 /// The dictionary of an event or a reply. Keys are bytes; at the top of most events they are absolute paths.
@@ -30,11 +35,21 @@ using HelperDictionary = std::map<std::string, HelperValue>;
 
 class HelperValue {
  public:
-  HelperValue() : HelperValue(std::int64_t{0}) {}
-  HelperValue(std::int64_t number) : value_(number) {}
+  HelperValue() : value_(std::int64_t{0}) {}
+  template <std::integral Number>
+  HelperValue(Number number) : value_(static_cast<std::int64_t>(number)) {}
+  HelperValue(HelperEventErrorID status) : value_(static_cast<std::int64_t>(status)) {}
   HelperValue(std::string text) : value_(std::move(text)) {}
   HelperValue(const char* text) : value_(std::string(text)) {}
   HelperValue(HelperDictionary dictionary);
+
+  /// Deep: a copy shares nothing with its original.
+  HelperValue(const HelperValue& other);
+  HelperValue& operator=(const HelperValue& other);
+  /// What was moved from is good for assignment and destruction only.
+  HelperValue(HelperValue&& other) noexcept;
+  HelperValue& operator=(HelperValue&& other) noexcept;
+  ~HelperValue();
 
   /// Null unless the value is of that type.
   [[nodiscard]] const std::int64_t* asNumber() const { return std::get_if<std::int64_t>(&value_); }
@@ -45,7 +60,7 @@ class HelperValue {
   friend bool operator==(const HelperValue& a, const HelperValue& b);
 
  private:
-  std::variant<std::int64_t, std::string, std::shared_ptr<HelperDictionary>> value_;
+  std::variant<std::int64_t, std::string, std::unique_ptr<HelperDictionary>> value_;
 };
 
 /// What the privileged helper can be asked for. The dictionaries' forms:

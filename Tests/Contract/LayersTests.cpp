@@ -26,7 +26,7 @@ const std::vector<Floor> kFloors = {
     {"Model", {"Units", "Native", "Extension", "Platform"}},
     {"Tree", {"Model", "Units", "Native", "Extension", "Platform"}},
     {"Scan", {"Tree", "Model", "Units", "Native", "Extension", "Platform"}},
-    {"HelpTool", {"Model", "Units", "Native", "Extension", "Platform"}},
+    {"HelpTool", {"Units", "Platform"}},
     {"Clean", {"HelpTool", "Scan", "Tree", "Model", "Units", "Native", "Extension", "Platform"}},
     {"ToolKits", {"HelpTool", "Scan", "Tree", "Model", "Units", "Native", "Extension", "Platform"}},
 };
@@ -159,6 +159,12 @@ TEST(Layers, anArrowUpIsAFault) {
   EXPECT_NE(arrowFault("Units/LogService.cpp", "Scan/SuperScanService.hpp"), "");
   EXPECT_NE(arrowFault("Platform/Host.cpp", "Units/LogService.hpp"), "");
   EXPECT_EQ(arrowFault("Scan/SuperScanService.cpp", "Units/LogService.hpp"), "");
+}
+
+TEST(Layers, theHelpersLinkKnowsNoRecords) {
+  EXPECT_NE(arrowFault("HelpTool/PrivilegeHelper.cpp", "Model/FileInfo.hpp"), "");
+  EXPECT_NE(arrowFault("HelpTool/EventCodec.cpp", "Native/TreeRemoval.hpp"), "");
+  EXPECT_EQ(arrowFault("HelpTool/PrivilegeHelper.cpp", "Platform/Host.hpp"), "");
 }
 
 TEST(Layers, aScannerThatKnowsAnotherIsAFault) {

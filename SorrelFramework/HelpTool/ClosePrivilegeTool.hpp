@@ -1,0 +1,14 @@
+#pragma once
+
+namespace sorrel {
+
+/// For an application that quits: asks the privileged helper to end with it.
+class ClosePrivilegeTool {
+ public:
+  ClosePrivilegeTool() = delete;
+
+  /// PrivilegeHelper::closeHelper() of the shared instance.
+  static void CloseHelper();
+};
+
+}  // namespace sorrel

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <string>
+
+#include "SorrelFramework/HelpTool/HelperConnection.hpp"
+#include "SorrelFramework/HelpTool/HelperInstallation.hpp"
+#include "SorrelFramework/HelpTool/HelperProtocol.hpp"
+
+namespace sorrel {
+
+/// The right to install for the whole system: what every caller asks for.
+inline const std::string kSMDomainSystemLaunchd = "kSMDomainSystemLaunchd";
+
+/// The way to the privileged helper, which does what needs root. Any thread but the main one: calls may block
+/// while the system asks for a password. The fields are set by the calling thread and cleared by blocks on
+/// the main queue when the helper is lost. A call that was under way then is never answered.
+class PrivilegeHelper {
+ public:
+  /// A helper, or the message that tells why there is none. With the helper there is no message.
+  struct Tool {
+    std::shared_ptr<HelperProtocol> helper;
+    std::optional<std::string> message;
+  };
+
+  /// The shared instance, for this machine's own helper.
+  static PrivilegeHelper& shard();
+
+  PrivilegeHelper(std::shared_ptr<HelperInstallation> installation, HelperConnector connector);
+  PrivilegeHelper(const PrivilegeHelper&) = delete;
+  PrivilegeHelper& operator=(const PrivilegeHelper&) = delete;
+
+  /// The helper of a service name, by convention the main bundle's identifier with "Helper" behind it.
+  /// Installs it first if it is missing, or if the bundle wants it renewed ("ReInstallHelper" in the info
+  /// dictionary) and this version of the bundle has not done so yet. The helper is kept for the next caller.
+  [[nodiscard]] Tool getHelperTool(const std::string& machServiceName, const std::string& privilegeType);
+
+  /// Installs the helper; answers the content of the PrivilegeInstallResult, "" for success. Drops the
+  /// connection in any case, so that the next caller meets the new helper.
+  std::string installPrivilege(const std::string& privilegeType, const std::string& machServiceName);
+
+  /// Asks the helper to end. Nothing without a helper; the fields stay until the connection tells.
+  void closeHelper();
+
+  /// The fields; null while absent.
+  [[nodiscard]] std::shared_ptr<HelperConnection> helpConnect() const;
+  [[nodiscard]] std::shared_ptr<HelperProtocol> helpTool() const;
+
+  /// Puts another machine behind this object and clears the fields. For tests, and for applications that
+  /// install by other means. Not while anybody uses the object.
+  void use(std::shared_ptr<HelperInstallation> installation, HelperConnector connector);
+  /// Back to this machine's own helper.
+  void useSystem();
+
+ private:
+  struct Fields;
+
+  [[nodiscard]] std::shared_ptr<HelperConnection> getConnect(const std::string& machServiceName);
+  [[nodiscard]] bool checkHelper(const std::string& machServiceName) const;
+
+  std::shared_ptr<HelperInstallation> installation_;
+  HelperConnector connector_;
+  std::shared_ptr<Fields> fields_;  // blocks on the main queue outlive the object
+};
+
+}  // namespace sorrel

@@ -1,0 +1,71 @@
+#include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
+
+#include <optional>
+#include <string_view>
+
+#include "SorrelFramework/Platform/ChildProcess.hpp"
+#include "SorrelFramework/Platform/FileManager.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+
+namespace sorrel {
+namespace {
+
+/// Folders and endings of one layout.
+struct Places {
+  std::string_view serviceFolder;
+  std::string_view serviceSuffix;
+  std::string_view programFolder;
+};
+
+constexpr Places kMacVolume = {"/Library/LaunchDaemons/", ".plist", "/Library/PrivilegedHelperTools/"};
+constexpr Places kLinuxDesktop = {"/usr/share/dbus-1/system-services/", ".service", "/usr/libexec/"};
+
+const Places& places() {
+  return Host::current().layout() == Host::Layout::MacVolume ? kMacVolume : kLinuxDesktop;
+}
+
+// blessError codes of what happens before an installer could answer.
+constexpr int kInternalFailure = 2;
+constexpr int kToolNotValid = 5;
+
+// Exit statuses of pkexec(1).
+constexpr int kDialogDismissed = 126;
+constexpr int kNotAuthorized = 127;
+
+PrivilegeInstallResult resultOf(const ChildProcess::Ending& ending) {
+  if (ending.signal != 0) return PrivilegeInstallResult::blessError(kInternalFailure);
+  switch (ending.exitStatus) {
+    case 0:
+      return PrivilegeInstallResult::success;
+    case kDialogDismissed:
+    case kNotAuthorized:
+      return PrivilegeInstallResult::getAdmainFail;
+    default:
+      return PrivilegeInstallResult::blessError(ending.exitStatus);
+  }
+}
+
+}  // namespace
+
+std::string SystemHelperInstallation::serviceFile(const std::string& machServiceName) const {
+  return Host::current().locate(std::string(places().serviceFolder) + machServiceName +
+                                std::string(places().serviceSuffix));
+}
+
+std::string SystemHelperInstallation::program(const std::string& machServiceName) const {
+  return Host::current().locate(std::string(places().programFolder) + machServiceName);
+}
+
+PrivilegeInstallResult SystemHelperInstallation::install(const std::string& /*privilegeType*/,
+                                                         const std::string& machServiceName) {
+  const std::string pkexec = Host::current().tool("/usr/bin/pkexec");
+  if (!fileExists(pkexec)) return PrivilegeInstallResult::authorizationFail;
+  const std::optional<std::string> installer = Host::current().resourcePath("install-helper", "");
+  if (!installer.has_value()) return PrivilegeInstallResult::blessError(kToolNotValid);
+  // The internal agent would ask on the terminal of the process.
+  ChildProcess child(pkexec, {"--disable-internal-agent", *installer, machServiceName});
+  if (child.startError() != 0) return PrivilegeInstallResult::authorizationFail;
+  return resultOf(child.run([](std::string_view) { return true; }));
+}
+
+}  // namespace sorrel

@@ -1,0 +1,25 @@
+#pragma once
+
+#include <string>
+
+#include "SorrelFramework/HelpTool/HelperInstallation.hpp"
+
+namespace sorrel {
+
+/// The helper as the layout of Host::current() keeps it. On the desktop the service file of the system bus,
+/// /usr/share/dbus-1/system-services/NAME.service, and /usr/libexec/NAME, both usually installed by a
+/// package; on a macOS volume the two places below /Library.
+class SystemHelperInstallation : public HelperInstallation {
+ public:
+  [[nodiscard]] std::string serviceFile(const std::string& machServiceName) const override;
+  [[nodiscard]] std::string program(const std::string& machServiceName) const override;
+
+  /// Runs the resource "install-helper" of the main bundle as root: `pkexec INSTALLER NAME`. pkexec asks the
+  /// user through the desktop's dialog, never on a terminal. Without pkexec the result is authorizationFail;
+  /// a user who is refused, or who closes the dialog, gives getAdmainFail; an installer that is missing
+  /// blessError(5), one that was killed blessError(2), and any other failure blessError of its exit status.
+  [[nodiscard]] PrivilegeInstallResult install(const std::string& privilegeType,
+                                               const std::string& machServiceName) override;
+};
+
+}  // namespace sorrel
