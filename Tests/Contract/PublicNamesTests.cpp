@@ -17,6 +17,11 @@
 #include <utility>
 #include <vector>
 
+#include "SorrelFramework/Clean/CleanService.hpp"
+#include "SorrelFramework/Clean/CleanServiceProtocol.hpp"
+#include "SorrelFramework/Clean/CleanServiceType.hpp"
+#include "SorrelFramework/Clean/HelperCleanService.hpp"
+#include "SorrelFramework/Clean/RecordSet.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
@@ -332,6 +337,58 @@ static_assert(isOperation<std::vector<std::pair<URL, std::string>>()>(&TrashBinS
 // StreamFileHashUnit
 static_assert(isOperation<StreamFileHashUnit&()>(&StreamFileHashUnit::shard));  // "shard"
 static_assert(isField<std::atomic<int>>(&StreamFileHashUnit::scanState));
+
+// CleanService
+static_assert(rawValue(CleanServiceType::Common) == 0 && rawValue(CleanServiceType::LargeAndOldFile) == 1 &&
+              rawValue(CleanServiceType::Duplicate) == 2 && rawValue(CleanServiceType::Similar) == 3 &&
+              rawValue(CleanServiceType::Uninstall) == 4);
+using CleanFinish = std::shared_ptr<CleanServiceProtocol>;
+static_assert(isMethod<void(const CategoryList&, std::int64_t, const FileRecords&, Integer,
+                            const std::string&)>(&CleanServiceProtocol::cleanFinished));
+static_assert(isMethod<void(float)>(&CleanServiceProtocol::cleanProgress));
+static_assert(!std::is_default_constructible_v<CleanService>);
+static_assert(isOperation<void(CategoryList, CleanServiceType, CleanFinish, Ref<FeatureInformation>)>(
+    &CleanService::cleanCategorys));
+using CategoryClean = void(CategoryInformation&, CleanServiceType, CleanFinish);
+static_assert(isOperation<CategoryClean>(&CleanService::cleanDuplicateAndSimilarCategorys));
+static_assert(isOperation<CategoryClean>(&CleanService::cleanLargeAndOldCategorys));
+static_assert(
+    isOperation<void(FileInformation&, Integer, HelperCleanService&)>(&CleanService::updateDeleteStatus));
+static_assert(isOperation<void(FileInformation&, HelperCleanService&)>(&CleanService::handleMixStatus));
+static_assert(isOperation<void(HelperCleanService&)>(&CleanService::deleteFiles));
+static_assert(requires { CleanService::fileManager; });
+
+// HelperCleanService
+static_assert(isField<CleanFinish>(&HelperCleanService::finishService));
+static_assert(isField<CategoryList>(&HelperCleanService::cleanCategorys));
+static_assert(isField<Integer>(&HelperCleanService::cleanFinshCount));  // "Finsh"
+static_assert(isField<RecordSet>(&HelperCleanService::commonDelete));
+static_assert(isField<RecordSet>(&HelperCleanService::commonDeleteAbnormal));
+static_assert(isField<Integer>(&HelperCleanService::commonDeleteFinishCount));
+static_assert(isField<Integer>(&HelperCleanService::commonDeleteAbnormalCount));
+static_assert(isField<RecordSet>(&HelperCleanService::helperDelete));
+static_assert(isField<Integer>(&HelperCleanService::helperDeleteFinishCount));
+static_assert(isField<std::shared_ptr<HelperProtocol>>(&HelperCleanService::privilegeHelper));
+static_assert(isField<Integer>(&HelperCleanService::errorStatus));
+static_assert(isField<std::string>(&HelperCleanService::errorDesc));
+static_assert(isField<CleanServiceType>(&HelperCleanService::cleanType));
+static_assert(isField<std::int64_t>(&HelperCleanService::commonDeleteSize));
+static_assert(isField<std::int64_t>(&HelperCleanService::helperDeleteSize));
+static_assert(isField<Ref<FeatureInformation>>(&HelperCleanService::featureInformation));
+static_assert(std::constructible_from<HelperCleanService, CleanFinish, CleanServiceType, CategoryList>);
+static_assert(isMethod<void()>(&HelperCleanService::allFinish));
+static_assert(isMethod<void()>(&HelperCleanService::commonFinish));
+static_assert(isMethod<void()>(&HelperCleanService::deleteHelperFile));
+static_assert(
+    isMethod<std::pair<FileRecords, std::string>(HelperCleanService&)>(&HelperCleanService::sortCategory));
+// The four operations are open to overriding.
+struct OverridingService : HelperCleanService {
+  using HelperCleanService::HelperCleanService;
+  void allFinish() override {}
+  void commonFinish() override {}
+  void deleteHelperFile() override {}
+  std::pair<FileRecords, std::string> sortCategory(HelperCleanService&) override { return {}; }
+};
 
 TEST(PublicNames, sharedInstanceIsOneForTheProcess) {
   EXPECT_EQ(&StreamFileHashUnit::shard(), &StreamFileHashUnit::shard());

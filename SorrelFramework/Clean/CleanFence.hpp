@@ -1,0 +1,31 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "SorrelFramework/Platform/FolderContainment.hpp"
+#include "SorrelFramework/Platform/URL.hpp"
+
+namespace sorrel {
+
+/// What a clean never touches, neither by itself nor through the helper, which knows nothing of this process:
+/// a record without a place (its URL is no file URL, or that of the empty path, which names whatever folder
+/// the process happens to be in), the current folder and those above it, and on a macOS volume everything
+/// that does not lie below the volume's root when the links above it are followed. An ordinary failure of the
+/// record each time.
+class CleanFence {
+ public:
+  /// For the current folder and the host of this moment.
+  CleanFence();
+
+  /// 0 if the item may be removed as far as the fence goes, else an errno for removalErrorText().
+  [[nodiscard]] int error(const URL& url) const;
+
+ private:
+  [[nodiscard]] bool isOutsideRoot(const std::string& path) const;
+
+  std::string root_;  ///< of the macOS volume; "" for this machine
+  std::vector<FolderIdentity> currentFolders_;
+};
+
+}  // namespace sorrel

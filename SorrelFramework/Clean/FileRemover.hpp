@@ -1,0 +1,49 @@
+#pragma once
+
+#include <functional>
+#include <mutex>
+#include <optional>
+#include <string>
+
+#include "SorrelFramework/Clean/CleanFence.hpp"
+#include "SorrelFramework/Native/RemovalPolicy.hpp"
+#include "SorrelFramework/Native/TreeRemoval.hpp"
+#include "SorrelFramework/Platform/URL.hpp"
+
+namespace sorrel {
+
+/// Removes files for a clean with the rights of this process. Safe on any thread.
+class FileRemover {
+ public:
+  using RemoveFunc = std::function<RemovalResult(const std::string& path, const RemovalPolicy& policy)>;
+
+  /// The removals of one clean: what must never be removed is looked up once, when it begins.
+  class Session {
+   public:
+    explicit Session(RemoveFunc remove);
+
+    /// Removes the item itself (a link, never what it leads to) with all that lies below it. Nothing on
+    /// success, else the text for the user. What CleanFence or RemovalPolicy refuses is an ordinary failure.
+    [[nodiscard]] std::optional<std::string> removeItem(const URL& url) const;
+
+   private:
+    RemoveFunc remove_;
+    CleanFence fence_;
+    RemovalPolicy policy_;
+  };
+
+  static FileRemover& shard();
+
+  [[nodiscard]] Session begin() const;
+
+  /// For tests: what removes from now on; an empty function puts the real one back.
+  void setRemoveForTesting(RemoveFunc remove);
+
+ private:
+  FileRemover() = default;
+
+  mutable std::mutex mutex_;
+  RemoveFunc remove_;
+};
+
+}  // namespace sorrel

@@ -1,0 +1,170 @@
+#include "SorrelFramework/Clean/HelperCleanService.hpp"
+
+#include <charconv>
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <system_error>
+
+#include "SorrelFramework/Clean/CleanFence.hpp"
+#include "SorrelFramework/Clean/HelperSource.hpp"
+#include "SorrelFramework/Clean/RecordWalk.hpp"
+#include "SorrelFramework/Clean/TreeRepair.hpp"
+#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/RemovalErrorText.hpp"
+
+namespace sorrel {
+namespace {
+
+/// Digits with or without a sign, that fit in an integer.
+bool isDecimalInteger(std::string_view text) {
+  if (text.starts_with('+')) {
+    text.remove_prefix(1);
+    if (text.starts_with('-')) return false;
+  }
+  Integer number = 0;
+  const char* const end = text.data() + text.size();
+  const auto [stop, error] = std::from_chars(text.data(), end, number);
+  return error == std::errc() && stop == end;
+}
+
+template <class Dictionary>
+auto* valueOf(Dictionary& dictionary, const std::string& key) {
+  const auto found = dictionary.find(key);
+  return found == dictionary.end() ? nullptr : &found->second;
+}
+
+}  // namespace
+
+HelperCleanService::HelperCleanService(std::shared_ptr<CleanServiceProtocol> newFinishService,
+                                       CleanServiceType newCleanType,
+                                       std::vector<Ref<CategoryInformation>> newCleanCategorys)
+    : finishService(std::move(newFinishService)),
+      cleanCategorys(std::move(newCleanCategorys)),
+      cleanType(newCleanType) {}
+
+void HelperCleanService::allFinish() {
+  if (cleanFinshCount != 2) return;
+  finishService->cleanProgress(0.75F);
+  if (cleanType == CleanServiceType::Common) {
+    auto [abnormalFiles, desc] = sortCategory(*this);
+    errorDesc = std::move(desc);
+    finishService->cleanFinished(cleanCategorys, checkedAdd(commonDeleteSize, helperDeleteSize),
+                                 abnormalFiles, errorStatus, errorDesc);
+    return;
+  }
+  const auto allCategory = cleanCategorys.empty() ? Ref<CategoryInformation>() : cleanCategorys.front();
+  TreeRepairResult repaired = treeRepair(cleanType)(allCategory, featureInformation);
+  if (repaired.categorys) cleanCategorys = *std::move(repaired.categorys);
+  if (!repaired.abnormalFiles.empty()) {
+    errorStatus = rawValue(DeleteStatus::DeleteError);
+    errorDesc = repaired.desc;
+  }
+  finishService->cleanFinished(cleanCategorys, repaired.size, repaired.abnormalFiles, errorStatus, errorDesc);
+}
+
+void HelperCleanService::commonFinish() {
+  ++cleanFinshCount;
+  allFinish();
+}
+
+void HelperCleanService::deleteHelperFile() {
+  if (helperDelete.empty() && commonDeleteAbnormal.empty()) return endHelperHalf();
+  if (!fetchHelper()) return;
+
+  HelperDictionary eventDict;
+  auto fileDict = std::make_shared<FileDict>();
+  const CleanFence fence;
+  for (const RecordSet* records : {&commonDeleteAbnormal, &helperDelete}) {
+    for (const Ref<FileInformation>& record : *records) {
+      addToEventDict(*record, fence, eventDict, *fileDict);
+    }
+  }
+  privilegeHelper->handleEvent(static_cast<std::int32_t>(HelperHanldeEventID::Delete), eventDict,
+                               [self = shared_from_this(), fileDict](
+                                   bool, std::int32_t, const std::optional<HelperDictionary>& dictionary) {
+                                 if (dictionary) self->takeReply(*dictionary, *fileDict);
+                                 self->endHelperHalf();
+                               });
+}
+
+/// False if there is no helper; then this half has ended.
+bool HelperCleanService::fetchHelper() {
+  const std::string& identifier = Host::current().mainBundle().identifier;
+  if (!privilegeHelper && !identifier.empty()) {
+    auto [proxy, message] = getHelper(identifier + "Helper");
+    if (!proxy) {
+      updateErrorInfo(rawValue(DeleteStatus::DeleteError), message.value_or("Install Fail!"));
+      return false;
+    }
+    privilegeHelper = std::move(proxy);
+  }
+  if (!privilegeHelper) {
+    updateErrorInfo(rawValue(DeleteStatus::DeleteError), "Cann't Get Helper.Unkown reason.");
+    return false;
+  }
+  return true;
+}
+
+void HelperCleanService::updateErrorInfo(Integer status, std::string desc) {
+  ++cleanFinshCount;
+  errorStatus = status;
+  errorDesc = std::move(desc);
+  allFinish();
+}
+
+void HelperCleanService::endHelperHalf() {
+  ++cleanFinshCount;
+  allFinish();
+}
+
+void HelperCleanService::addToEventDict(FileInformation& file, const CleanFence& fence,
+                                        HelperDictionary& eventDict, FileDict& fileDict) {
+  sumOfLeaves(file, [&](FileInformation& leaf) -> Integer {
+    // The helper can't know what this process must not touch, and would do it as root.
+    if (const int error = fence.error(leaf.url); error != 0) {
+      leaf.deleteStatus = rawValue(DeleteStatus::DeleteError);
+      leaf.deleteErrorDesc = removalErrorText(leaf.url.lastPathComponent(), error);
+      return 1;
+    }
+    const auto index = static_cast<std::int64_t>(fileDict.size());
+    fileDict.emplace_back(&leaf);
+    HelperValue& entry = eventDict[leaf.url.path()];
+    if (entry.asDictionary() == nullptr) entry = HelperDictionary();
+    HelperDictionary& numbers = *entry.asDictionary();
+    numbers.emplace(std::to_string(numbers.size()), index);
+    return 0;
+  });
+}
+
+void HelperCleanService::takeReply(const HelperDictionary& reply, const FileDict& fileDict) {
+  for (const auto& [path, value] : reply) {
+    const HelperDictionary* const entry = value.asDictionary();
+    if (entry != nullptr) takeReplyEntry(*entry, fileDict);
+  }
+}
+
+void HelperCleanService::takeReplyEntry(const HelperDictionary& entry, const FileDict& fileDict) {
+  const HelperValue* const status = valueOf(entry, "DeleteStatus");
+  if (status == nullptr || status->asNumber() == nullptr) return;
+  const bool isDeleted = *status->asNumber() == static_cast<Integer>(HelperEventErrorID::Success);
+  const HelperValue* const desc = valueOf(entry, "DeleteDesc");
+  const bool hasText = !isDeleted && desc != nullptr && desc->asText() != nullptr;
+
+  for (const auto& [key, value] : entry) {
+    const std::int64_t* const number = value.asNumber();
+    if (number == nullptr || !isDecimalInteger(key)) continue;
+    if (*number < 0 || static_cast<std::uint64_t>(*number) >= fileDict.size()) continue;
+    FileInformation& file = *fileDict[static_cast<std::size_t>(*number)];
+    if (isDeleted) {
+      helperDeleteSize = checkedAdd(helperDeleteSize, file.size);
+      file.deleteStatus = rawValue(DeleteStatus::DeleteSuccess);
+    } else {
+      file.deleteStatus = rawValue(DeleteStatus::DeleteError);
+      file.deleteErrorDesc = hasText ? *desc->asText() : std::string();
+    }
+  }
+}
+
+}  // namespace sorrel

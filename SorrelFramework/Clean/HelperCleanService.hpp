@@ -1,0 +1,79 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "SorrelFramework/Clean/CleanServiceProtocol.hpp"
+#include "SorrelFramework/Clean/CleanServiceType.hpp"
+#include "SorrelFramework/Clean/RecordSet.hpp"
+#include "SorrelFramework/HelpTool/HelperProtocol.hpp"
+#include "SorrelFramework/Model/CategoryInfo.hpp"
+#include "SorrelFramework/Model/Enumerations.hpp"
+#include "SorrelFramework/Model/FeatureInfo.hpp"
+#include "SorrelFramework/Scan/ScanTypes.hpp"
+
+namespace sorrel {
+
+class CleanFence;
+
+/// The state of one clean: its tally, the half that the privileged helper does, the repair of the tree, and
+/// the final callback. CleanService makes one for each clean. It is used by one thread at a time and has no
+/// lock: the two halves are strictly one after the other. Make it with std::make_shared: the reply of the
+/// helper, which may come long after, keeps it alive.
+class HelperCleanService : public std::enable_shared_from_this<HelperCleanService> {
+ public:
+  HelperCleanService(std::shared_ptr<CleanServiceProtocol> finishService, CleanServiceType cleanType,
+                     std::vector<Ref<CategoryInformation>> cleanCategorys);
+  virtual ~HelperCleanService() = default;
+  HelperCleanService(const HelperCleanService&) = delete;
+  HelperCleanService& operator=(const HelperCleanService&) = delete;
+
+  std::shared_ptr<CleanServiceProtocol> finishService;   ///< whom to tell
+  std::vector<Ref<CategoryInformation>> cleanCategorys;  ///< the tree, repaired in place
+  Integer cleanFinshCount = 0;                           ///< halves of the clean that are done
+  RecordSet commonDelete;          ///< records for the user's process; those it removed stay here
+  RecordSet commonDeleteAbnormal;  ///< records that the user's process failed to remove
+  Integer commonDeleteFinishCount = 0;
+  Integer commonDeleteAbnormalCount = 0;
+  RecordSet helperDelete;                              ///< records that only the helper may delete
+  Integer helperDeleteFinishCount = 0;                 ///< always 0
+  std::shared_ptr<HelperProtocol> privilegeHelper;     ///< fetched when needed
+  Integer errorStatus = rawValue(DeleteStatus::None);  ///< for the final callback
+  std::string errorDesc;                               ///< for the final callback
+  CleanServiceType cleanType;                          ///< which repair follows
+  std::int64_t commonDeleteSize = 0;                   ///< bytes freed by the user's process
+  std::int64_t helperDeleteSize = 0;                   ///< bytes freed by the helper
+  Ref<FeatureInformation> featureInformation;          ///< needed for Uninstall only
+
+  /// At the second call with cleanFinshCount at 2: reports 0.75, repairs the tree and calls cleanFinished.
+  /// A Common clean reports the sum of the two tallies, always the joined texts of the failed records, and
+  /// leaves errorStatus alone. The other types report the repair's own size; only if records failed, the
+  /// status is DeleteError and the text the repair's.
+  virtual void allFinish();
+  /// Ends the half of the user's process.
+  virtual void commonFinish();
+  /// Sends what the user's process failed to delete, or may not delete, to the helper in one event; with
+  /// nothing to send the helper is not asked for. Returns at once; the reply ends this half.
+  virtual void deleteHelperFile();
+  /// The repair for Common: takes the deleted records out of the tree, and emptied categories that ask for
+  /// it, numbers what is left, sums the sizes anew and clears all ticks. Answers the leaves that were
+  /// selected and are still there, and their texts, each followed by ",".
+  virtual std::pair<FileRecords, std::string> sortCategory(HelperCleanService& helpToolCleanService);
+
+ private:
+  /// The leaves that an event names, by their running numbers.
+  using FileDict = std::vector<Ref<FileInformation>>;
+
+  bool fetchHelper();
+  void updateErrorInfo(Integer status, std::string desc);
+  static void addToEventDict(FileInformation& file, const CleanFence& fence, HelperDictionary& eventDict,
+                             FileDict& fileDict);
+  void takeReply(const HelperDictionary& reply, const FileDict& fileDict);
+  void takeReplyEntry(const HelperDictionary& entry, const FileDict& fileDict);
+  void endHelperHalf();
+};
+
+}  // namespace sorrel

@@ -1,0 +1,45 @@
+#include "SorrelFramework/Clean/TreeRepair.hpp"
+
+#include <map>
+#include <mutex>
+#include <utility>
+
+namespace sorrel {
+namespace {
+
+class RepairTable {
+ public:
+  TreeRepairFunc get(CleanServiceType type) const {
+    const std::lock_guard lock(mutex_);
+    const auto row = rows_.find(type);
+    return row == rows_.end() ? nullptr : row->second;
+  }
+
+  TreeRepairFunc exchange(CleanServiceType type, TreeRepairFunc repair) {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(rows_[type], std::move(repair));
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::map<CleanServiceType, TreeRepairFunc> rows_;
+};
+
+RepairTable& table() {
+  static RepairTable& repairs = *new RepairTable();  // a clean may outlive the end of main()
+  return repairs;
+}
+
+}  // namespace
+
+TreeRepairFunc treeRepair(CleanServiceType type) {
+  TreeRepairFunc repair = table().get(type);
+  if (repair) return repair;
+  return [](const Ref<CategoryInformation>&, const Ref<FeatureInformation>&) { return TreeRepairResult(); };
+}
+
+TreeRepairFunc registerTreeRepair(CleanServiceType type, TreeRepairFunc repair) {
+  return table().exchange(type, std::move(repair));
+}
+
+}  // namespace sorrel

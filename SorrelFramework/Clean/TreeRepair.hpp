@@ -1,0 +1,38 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "SorrelFramework/Clean/CleanServiceType.hpp"
+#include "SorrelFramework/Model/CategoryInfo.hpp"
+#include "SorrelFramework/Model/FeatureInfo.hpp"
+#include "SorrelFramework/Scan/ScanTypes.hpp"
+
+namespace sorrel {
+
+/// What the repair of a tree found after a clean.
+struct TreeRepairResult {
+  std::int64_t size = 0;      ///< bytes freed, by the repair's own figure
+  FileRecords abnormalFiles;  ///< records that could not be deleted
+  std::string desc;           ///< their texts
+  /// The new categories, if the repair makes any; otherwise those of the clean stay.
+  std::optional<std::vector<Ref<CategoryInformation>>> categorys;
+};
+
+/// Brings a finder's tree up to date after a clean, on the clean's background thread. `allCategory` is the
+/// first category of the clean, `featureInfo` its feature; either may be empty.
+using TreeRepairFunc = std::function<TreeRepairResult(const Ref<CategoryInformation>& allCategory,
+                                                      const Ref<FeatureInformation>& featureInfo)>;
+
+/// The repair that follows a clean of that type. A type without one (Common, which HelperCleanService repairs
+/// itself, and any whose finder is not part of the framework) gives the neutral empty result and leaves the
+/// tree alone.
+[[nodiscard]] TreeRepairFunc treeRepair(CleanServiceType type);
+
+/// Sets the repair of a type and gives back the one before; an empty function takes it away. Any thread.
+TreeRepairFunc registerTreeRepair(CleanServiceType type, TreeRepairFunc repair);
+
+}  // namespace sorrel

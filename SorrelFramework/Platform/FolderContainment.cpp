@@ -1,0 +1,72 @@
+#include "SorrelFramework/Platform/FolderContainment.hpp"
+
+#include <fcntl.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstddef>
+#include <optional>
+#include <string_view>
+
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/URL.hpp"
+
+namespace sorrel {
+namespace {
+
+FileDescriptor openFolder(int base, const std::string& path) {
+  return FileDescriptor(::openat(base, path.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+}
+
+std::string_view withoutSlashesInFront(std::string_view path) {
+  return path.substr(std::min(path.find_first_not_of('/'), path.size()));
+}
+
+/// Opens the folder in pieces that the system takes. Closed, with errno set, on failure.
+FileDescriptor openLongFolder(std::string_view path) {
+  constexpr std::size_t kLongestPiece = PATH_MAX - 1;
+  FileDescriptor folder = openFolder(AT_FDCWD, path.starts_with('/') ? "/" : ".");
+  path = withoutSlashesInFront(path);
+  while (folder.isOpen() && !path.empty()) {
+    std::size_t end = path.size();
+    if (end > kLongestPiece) end = path.rfind('/', kLongestPiece);
+    if (end == std::string_view::npos) {
+      errno = ENAMETOOLONG;
+      return {};
+    }
+    folder = openFolder(folder.get(), std::string(path.substr(0, end)));
+    path = withoutSlashesInFront(path.substr(end));
+  }
+  return folder;
+}
+
+FolderIdentity identityOf(const FileStatus& status) { return {status.device, status.inode}; }
+
+}  // namespace
+
+std::vector<FolderIdentity> foldersUpFrom(const std::string& path) {
+  std::vector<FolderIdentity> folders;
+  FileDescriptor folder = openLongFolder(path);
+  // Up from the folder itself: no spelling of a path and no link can lie about what is above it.
+  while (folder.isOpen()) {
+    const std::optional<FileStatus> here = statusOf(folder.get());
+    if (!here) return {};
+    if (!folders.empty() && folders.back() == identityOf(*here)) return folders;  // "/" is above itself
+    folders.push_back(identityOf(*here));
+    folder = openFolder(folder.get(), "..");
+  }
+  return {};
+}
+
+int containmentError(const std::string& path, const std::string& root) {
+  if (!path.starts_with('/') || path.find('\0') != std::string::npos) return EXDEV;
+  const std::optional<FileStatus> rootStatus = statusOf(openLongFolder(root).get());
+  if (!rootStatus) return ENOENT;
+  const std::vector<FolderIdentity> folders = foldersUpFrom(deletingLastPathComponent(path));
+  if (folders.empty()) return errno;
+  return std::ranges::find(folders, identityOf(*rootStatus)) == folders.end() ? EXDEV : 0;
+}
+
+}  // namespace sorrel
