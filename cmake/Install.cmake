@@ -21,10 +21,13 @@ install(FILES "${PROJECT_BINARY_DIR}/package/SorrelFrameworkConfig.cmake"
 
 # A consumer of a static library links what the library links, so nothing is private then.
 get_target_property(library_type SorrelFramework TYPE)
+# sdbus-c++ is named as a library: its .pc file asks for that of libsystemd, a package that nobody else here needs.
 if(library_type STREQUAL "STATIC_LIBRARY")
   set(SORREL_PC_PRIVATE "")
+  set(SORREL_PC_SDBUS " -lsdbus-c++")
 else()
   set(SORREL_PC_PRIVATE ".private")
+  set(SORREL_PC_SDBUS "")
 endif()
 # Relative to the file itself, so that an installation can be moved and `cmake --install --prefix` holds.
 file(RELATIVE_PATH SORREL_PC_UP "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")

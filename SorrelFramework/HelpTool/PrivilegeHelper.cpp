@@ -7,6 +7,7 @@
 #include <string_view>
 #include <utility>
 
+#include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
 #include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
 #include "SorrelFramework/Platform/FileManager.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
@@ -90,7 +91,8 @@ void PrivilegeHelper::use(std::shared_ptr<HelperInstallation> installation, Help
 }
 
 void PrivilegeHelper::useSystem() {
-  use(std::make_shared<SystemHelperInstallation>(), [](const std::string&) { return nullptr; });
+  use(std::make_shared<SystemHelperInstallation>(),
+      [](const std::string& machServiceName) { return DBusHelperConnection::make(machServiceName); });
 }
 
 PrivilegeHelper::Tool PrivilegeHelper::getHelperTool(const std::string& machServiceName,

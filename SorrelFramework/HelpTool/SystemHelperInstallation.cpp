@@ -58,7 +58,7 @@ std::string SystemHelperInstallation::program(const std::string& machServiceName
 
 PrivilegeInstallResult SystemHelperInstallation::install(const std::string& /*privilegeType*/,
                                                          const std::string& machServiceName) {
-  const std::string pkexec = Host::current().tool("/usr/bin/pkexec");
+  const std::string pkexec = Host::current().tool(pkexec_);
   if (!fileExists(pkexec)) return PrivilegeInstallResult::authorizationFail;
   const std::optional<std::string> installer = Host::current().resourcePath("install-helper", "");
   if (!installer.has_value()) return PrivilegeInstallResult::blessError(kToolNotValid);

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <string>
+#include <utility>
 
 #include "SorrelFramework/HelpTool/HelperInstallation.hpp"
 
@@ -11,6 +12,9 @@ namespace sorrel {
 /// package; on a macOS volume the two places below /Library.
 class SystemHelperInstallation : public HelperInstallation {
  public:
+  /// `pkexec` is where the system keeps that program.
+  explicit SystemHelperInstallation(std::string pkexec = "/usr/bin/pkexec") : pkexec_(std::move(pkexec)) {}
+
   [[nodiscard]] std::string serviceFile(const std::string& machServiceName) const override;
   [[nodiscard]] std::string program(const std::string& machServiceName) const override;
 
@@ -20,6 +24,9 @@ class SystemHelperInstallation : public HelperInstallation {
   /// blessError(5), one that was killed blessError(2), and any other failure blessError of its exit status.
   [[nodiscard]] PrivilegeInstallResult install(const std::string& privilegeType,
                                                const std::string& machServiceName) override;
+
+ private:
+  std::string pkexec_;
 };
 
 }  // namespace sorrel

@@ -1,0 +1,382 @@
+#include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
+
+#include <fcntl.h>
+#include <sdbus-c++/sdbus-c++.h>
+
+#include <future>
+#include <optional>
+#include <set>
+#include <utility>
+#include <vector>
+
+#include "SorrelFramework/HelpTool/EventCodec.hpp"
+#include "SorrelFramework/HelpTool/HelperWireNames.hpp"
+#include "SorrelFramework/HelpTool/PollingThread.hpp"
+#include "SorrelFramework/HelpTool/SealedMemory.hpp"
+
+namespace sorrel {
+namespace {
+
+constexpr const char* kBus = "org.freedesktop.DBus";
+constexpr const char* kBusPath = "/org/freedesktop/DBus";
+constexpr std::uint64_t kNoTimeout = UINT64_MAX;
+
+/// The message of an event with what this process sees under its paths.
+std::optional<HelperMessage> eventMessage(HelperDictionary dictionary) {
+  if (dictionary.size() > HelperLimits::paths) return std::nullopt;
+  HelperMessage message{HelperMessage::Kind::Event, std::move(dictionary), {}};
+  message.views.reserve(message.dictionary->size());
+  for (const auto& [key, value] : *message.dictionary) message.views.push_back(viewOf(key));
+  return message;
+}
+
+/// Sealed bytes of an event; not open if it is over a cap or does not fit into memory.
+FileDescriptor sealedEvent(HelperDictionary dictionary) {
+  const std::optional<HelperMessage> message = eventMessage(std::move(dictionary));
+  if (!message.has_value()) return FileDescriptor();
+  const std::optional<std::string> bytes = encodeHelperMessage(*message);
+  return bytes.has_value() ? SealedMemory::make(*bytes) : FileDescriptor();
+}
+
+std::optional<HelperMessage> replyMessage(int descriptor) {
+  const std::optional<SealedMemory> memory = SealedMemory::map(descriptor, HelperLimits::bytes);
+  if (!memory.has_value()) return std::nullopt;
+  return decodeHelperMessage(memory->bytes(), HelperMessage::Kind::Reply);
+}
+
+}  // namespace
+
+/// The bus and its thread. Whatever is sdbus-c++ is touched on that thread only, and a callback of sdbus-c++
+/// does no more than post what it got: no reply block runs inside one, and no object ends in its own
+/// callback.
+class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
+ public:
+  /// Puts the arguments into a call.
+  using Arguments = std::function<void(sdbus::MethodCall&)>;
+  /// Takes the results out of a reply, on the thread of the bus but inside its callback; the answer runs
+  /// after that. No answer: the reply is not sound.
+  using Results = std::function<std::function<void()>(sdbus::MethodReply&)>;
+
+  struct Call {
+    const char* method = nullptr;
+    bool startsHelper = true;
+    Arguments arguments;
+    Results results;
+    std::shared_ptr<const Handler> onLoss;
+  };
+
+  Link(std::unique_ptr<sdbus::IConnection> connection, const std::string& machServiceName, Options options)
+      : names_(machServiceName),
+        options_(std::move(options)),
+        connection_(std::move(connection)),
+        bus_(sdbus::createProxy(*connection_, kBus, kBusPath)),
+        thread_({[this] { return wait(); }, [this] { process(); }}) {}
+
+  void start() { thread_.start(); }
+
+  void setInvalidationHandler(Handler handler) {
+    onThread([handler = std::move(handler)](Link& link) { link.onInvalidation_ = handler; });
+  }
+
+  void watchOwner() {
+    onThread([](Link& link) {
+      link.guarded([&link] {
+        link.ownerWatch_ = link.connection_->addMatch(
+            "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
+            "member='NameOwnerChanged',arg0='" +
+                link.names_.service + "'",
+            [&link](sdbus::Message& signal) { link.ownerChanged(signal); });
+      });
+    });
+  }
+
+  /// Runs `task` on the thread of the bus; it holds the link until then.
+  void onThread(std::function<void(Link&)> task) {
+    thread_.post([self = shared_from_this(), task = std::move(task)] { task(*self); });
+  }
+
+  /// Blocks until the helper runs, or is known not to.
+  bool hasHelper() {
+    if (thread_.isCurrent()) return !trustedOwner(true).empty();
+    const auto answer = std::make_shared<std::promise<bool>>();
+    onThread([answer](Link& link) { answer->set_value(!link.trustedOwner(true).empty()); });
+    return answer->get_future().get();
+  }
+
+  /// On the thread of the bus.
+  void send(const Call& call) {
+    const std::string owner = trustedOwner(call.startsHelper);
+    if (owner.empty() || !guarded([&] { sendTo(owner, call); })) lose(call.onLoss);
+  }
+
+  [[nodiscard]] const HelperWireNames& names() const { return names_; }
+
+ private:
+  /// A call on its way. It keeps the link alive: a reply comes even if nobody holds a proxy any more.
+  struct Pending {
+    std::shared_ptr<Link> link;
+    Results results;
+    std::shared_ptr<const Handler> onLoss;
+  };
+
+  static void lose(const std::shared_ptr<const Handler>& onLoss) {
+    if (onLoss != nullptr && *onLoss) (*onLoss)();
+  }
+
+  /// True unless the bus said no. An exception of sdbus-c++ goes no further.
+  template <class Work>
+  bool guarded(const Work& work) {
+    try {
+      if (connection_ == nullptr) return false;
+      work();
+      return true;
+    } catch (const sdbus::Error&) {
+      return false;
+    }
+  }
+
+  /// The unique name of the helper if its owner is who he has to be, else "".
+  std::string trustedOwner(bool startsHelper) {
+    std::string owner = currentOwner();
+    if (owner.empty() && startsHelper && startHelper()) owner = currentOwner();
+    std::uint32_t uid = 0;
+    const bool isKnown = !owner.empty() && guarded([&] {
+      bus_->callMethod("GetConnectionUnixUser").onInterface(kBus).withArguments(owner).storeResultsTo(uid);
+    });
+    if (!isKnown || uid != options_.ownerUID) return "";
+    owner_ = owner;
+    return owner;
+  }
+
+  std::string currentOwner() {
+    std::string owner;
+    guarded([&] {
+      bus_->callMethod("GetNameOwner").onInterface(kBus).withArguments(names_.service).storeResultsTo(owner);
+    });
+    return owner;
+  }
+
+  bool startHelper() {
+    return guarded([&] {
+      std::uint32_t outcome = 0;
+      bus_->callMethod("StartServiceByName")
+          .onInterface(kBus)
+          .withTimeout(kNoTimeout)
+          .withArguments(names_.service, std::uint32_t{0})
+          .storeResultsTo(outcome);
+    });
+  }
+
+  void sendTo(const std::string& owner, const Call& call) {
+    if (helper_ == nullptr || helperOwner_ != owner) {
+      dropHelper();
+      helper_ = sdbus::createProxy(*connection_, owner, names_.objectPath);
+      helperOwner_ = owner;
+    }
+    sdbus::MethodCall message = helper_->createMethodCall(names_.interface, call.method);
+    if (call.arguments) call.arguments(message);
+    const auto pending = std::make_shared<Pending>(Pending{shared_from_this(), call.results, call.onLoss});
+    pending_.insert(pending);
+    helper_->callMethod(
+        message,
+        [watch = std::weak_ptr(pending)](sdbus::MethodReply& reply, const sdbus::Error* error) {
+          if (const auto call_ = watch.lock()) call_->link->finish(call_, reply, error);
+        },
+        kNoTimeout);
+  }
+
+  /// Inside the callback of sdbus-c++.
+  void finish(const std::shared_ptr<Pending>& pending, sdbus::MethodReply& reply, const sdbus::Error* error) {
+    pending_.erase(pending);
+    std::function<void()> answer;
+    if (error == nullptr) guarded([&] { answer = pending->results(reply); });
+    onThread([answer = std::move(answer), onLoss = pending->onLoss](Link&) {
+      if (answer) {
+        answer();
+      } else {
+        lose(onLoss);
+      }
+    });
+    // The task holds the link now; the last other holder must not go inside this callback.
+  }
+
+  void ownerChanged(sdbus::Message& signal) {
+    std::string name;
+    std::string before;
+    std::string after;
+    const bool isRead = guarded([&] { signal >> name >> before >> after; });
+    if (!isRead || name != names_.service || before.empty() || before != owner_) return;
+    owner_.clear();
+    onThread([before](Link& link) { link.helperIsGone(before); });
+  }
+
+  void helperIsGone(const std::string& owner) {
+    if (helperOwner_ == owner) dropHelper();
+    if (onInvalidation_) onInvalidation_();
+  }
+
+  /// Ends the calls on their way without a reply.
+  void dropHelper() {
+    const auto lost = std::exchange(pending_, {});
+    helper_.reset();
+    helperOwner_.clear();
+    for (const auto& pending : lost) lose(pending->onLoss);
+  }
+
+  void busIsGone() {
+    const auto self = shared_from_this();  // the last call on its way may be what holds the link
+    ownerWatch_ = {};
+    dropHelper();
+    bus_.reset();
+    connection_.reset();
+    if (onInvalidation_) onInvalidation_();
+    onThread([](Link&) {});
+  }
+
+  PollingThread::Wait wait() {
+    PollingThread::Wait wait;
+    guarded([&] {
+      const sdbus::IConnection::PollData data = connection_->getEventLoopPollData();
+      wait = {data.fd, data.events, data.getPollTimeout()};
+    });
+    return wait;
+  }
+
+  void process() {
+    const bool isAlive = connection_ == nullptr || guarded([&] {
+                           while (connection_->processPendingRequest()) {
+                           }
+                         });
+    if (!isAlive) busIsGone();
+  }
+
+  const HelperWireNames names_;
+  const Options options_;
+  // All below on the thread of the bus alone; ended in reverse order, the thread first.
+  std::unique_ptr<sdbus::IConnection> connection_;
+  std::unique_ptr<sdbus::IProxy> bus_;
+  sdbus::Slot ownerWatch_;
+  std::unique_ptr<sdbus::IProxy> helper_;
+  std::string helperOwner_;  // whom helper_ talks to
+  std::string owner_;        // whom the bus named last
+  std::set<std::shared_ptr<Pending>> pending_;
+  Handler onInvalidation_;
+  PollingThread thread_;
+};
+
+/// The helper as its users see it.
+class DBusHelperConnection::Proxy : public HelperProtocol {
+ public:
+  Proxy(std::shared_ptr<Link> link, Handler onLoss)
+      : link_(std::move(link)), onLoss_(std::make_shared<const Handler>(std::move(onLoss))) {}
+
+  void getHelperVersion(VersionReply reply) override {
+    send({HelperWireNames::getHelperVersion,
+          true,
+          {},
+          [reply](sdbus::MethodReply& results) {
+            std::string version;
+            results >> version;
+            return [reply, version] { reply(version); };
+          },
+          onLoss_});
+  }
+
+  void handleEvent(std::int32_t eventID, const HelperDictionary& eventDict, EventReply reply) override {
+    link_->onThread(
+        [eventID, dictionary = eventDict, reply = std::move(reply), onLoss = onLoss_](Link& link) mutable {
+          FileDescriptor memory = sealedEvent(std::move(dictionary));
+          if (!memory.isOpen()) {
+            reply(false, static_cast<std::int32_t>(HelperEventErrorID::NoCause), HelperDictionary());
+            return;
+          }
+          link.send(eventCall(eventID, std::move(memory), std::move(reply), onLoss));
+        });
+  }
+
+  void uninstall(UninstallReply reply) override {
+    send({HelperWireNames::uninstall,
+          true,
+          {},
+          [reply](sdbus::MethodReply& results) {
+            bool flag = false;
+            std::string text;
+            results >> flag >> text;
+            return [reply, flag, text] { reply(flag, text); };
+          },
+          onLoss_});
+  }
+
+ private:
+  void send(Link::Call call) {
+    link_->onThread([call = std::move(call)](Link& link) { link.send(call); });
+  }
+
+  static Link::Call eventCall(std::int32_t eventID, FileDescriptor memory, EventReply reply,
+                              std::shared_ptr<const Handler> onLoss) {
+    const auto held = std::make_shared<FileDescriptor>(std::move(memory));
+    Link::Call call;
+    call.method = HelperWireNames::handleEvent;
+    call.startsHelper = eventID != static_cast<std::int32_t>(HelperHanldeEventID::CloseHelper);
+    call.arguments = [eventID, held](sdbus::MethodCall& message) {
+      message << eventID << sdbus::UnixFd(held->get());
+    };
+    call.results = [reply = std::move(reply), onLoss](sdbus::MethodReply& results) {
+      bool flag = false;
+      std::int32_t code = 0;
+      sdbus::UnixFd descriptor;
+      results >> flag >> code >> descriptor;
+      const auto received = std::make_shared<FileDescriptor>(descriptor.release());
+      return [=] { deliver(reply, onLoss, flag, code, received->get()); };
+    };
+    call.onLoss = std::move(onLoss);
+    return call;
+  }
+
+  static void deliver(const EventReply& reply, const std::shared_ptr<const Handler>& onLoss, bool flag,
+                      std::int32_t code, int descriptor) {
+    std::optional<HelperMessage> message = replyMessage(descriptor);
+    if (message.has_value()) {
+      reply(flag, code, message->dictionary);
+    } else if (*onLoss) {
+      (*onLoss)();
+    }
+  }
+
+  std::shared_ptr<Link> link_;
+  std::shared_ptr<const Handler> onLoss_;
+};
+
+DBusHelperConnection::DBusHelperConnection(std::shared_ptr<Link> link) : link_(std::move(link)) {}
+
+std::shared_ptr<HelperConnection> DBusHelperConnection::make(const std::string& machServiceName,
+                                                             const Options& options) {
+  if (!HelperWireNames(machServiceName).isValid()) return nullptr;
+  try {
+    auto connection = options.busAddress.empty()
+                          ? sdbus::createSystemBusConnection()
+                          : sdbus::createSessionBusConnectionWithAddress(options.busAddress);
+    auto link = std::make_shared<Link>(std::move(connection), machServiceName, options);
+    link->start();
+    return std::shared_ptr<HelperConnection>(new DBusHelperConnection(std::move(link)));
+  } catch (const sdbus::Error&) {
+    return nullptr;
+  }
+}
+
+std::shared_ptr<HelperConnection> DBusHelperConnection::make(const std::string& machServiceName) {
+  return make(machServiceName, Options());
+}
+
+void DBusHelperConnection::setInvalidationHandler(Handler handler) {
+  link_->setInvalidationHandler(std::move(handler));
+}
+
+void DBusHelperConnection::resume() { link_->watchOwner(); }
+
+std::shared_ptr<HelperProtocol> DBusHelperConnection::remoteObjectProxyWithErrorHandler(Handler handler) {
+  if (!link_->hasHelper()) return nullptr;
+  return std::make_shared<Proxy>(link_, std::move(handler));
+}
+
+}  // namespace sorrel

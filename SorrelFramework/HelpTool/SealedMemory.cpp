@@ -1,0 +1,64 @@
+#include "SorrelFramework/HelpTool/SealedMemory.hpp"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdint>
+
+namespace sorrel {
+namespace {
+
+constexpr int kSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
+
+bool writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) return false;
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+  return true;
+}
+
+/// Huge pages are sealed alike, but reading them may fail with a signal when the machine has none left.
+bool isOrdinaryMemory(int descriptor) {
+  struct statfs system {};
+  return ::fstatfs(descriptor, &system) == 0 && system.f_type == TMPFS_MAGIC;
+}
+
+bool isSealed(int descriptor) {
+  const int seals = ::fcntl(descriptor, F_GET_SEALS);
+  return seals >= 0 && (seals & kSeals) == kSeals;
+}
+
+}  // namespace
+
+FileDescriptor SealedMemory::make(std::string_view bytes) {
+  FileDescriptor memory(::memfd_create("sorrel-message", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  if (!memory.isOpen() || !writeAll(memory.get(), bytes)) return FileDescriptor();
+  if (::fcntl(memory.get(), F_ADD_SEALS, kSeals) != 0) return FileDescriptor();
+  return memory;
+}
+
+std::optional<SealedMemory> SealedMemory::map(int descriptor, std::size_t limit) {
+  if (!isSealed(descriptor) || !isOrdinaryMemory(descriptor)) return std::nullopt;
+  struct stat status {};
+  if (::fstat(descriptor, &status) != 0 || status.st_size <= 0) return std::nullopt;
+  const auto size = static_cast<std::size_t>(status.st_size);
+  if (size > limit) return std::nullopt;
+  void* const start = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
+  if (start == MAP_FAILED) return std::nullopt;
+  return SealedMemory(std::string_view(static_cast<const char*>(start), size));
+}
+
+SealedMemory::~SealedMemory() {
+  if (!bytes_.empty()) ::munmap(const_cast<char*>(bytes_.data()), bytes_.size());
+}
+
+}  // namespace sorrel

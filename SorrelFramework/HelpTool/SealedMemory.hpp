@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string_view>
+#include <utility>
+
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+
+namespace sorrel {
+
+/// Bytes in a file without a name that nobody can change any more, not even its maker: a memfd with the seals
+/// SHRINK, GROW, WRITE and SEAL. The form in which bytes pass between two programs that do not trust each
+/// other: what was checked once stays as it was, and no mapping of it can be cut short.
+class SealedMemory {
+ public:
+  /// Makes one of `bytes`; none open if the system has no memory for it.
+  [[nodiscard]] static FileDescriptor make(std::string_view bytes);
+
+  /// The content of a descriptor that came from anybody. Nothing unless it is a memfd of ordinary memory with
+  /// all four seals and 1 to `limit` bytes; nothing is mapped before all of that is known. The descriptor may
+  /// be closed afterwards.
+  [[nodiscard]] static std::optional<SealedMemory> map(int descriptor, std::size_t limit);
+
+  SealedMemory(SealedMemory&& other) noexcept : bytes_(std::exchange(other.bytes_, {})) {}
+  SealedMemory& operator=(SealedMemory&& other) noexcept {
+    std::swap(bytes_, other.bytes_);
+    return *this;
+  }
+  ~SealedMemory();
+
+  [[nodiscard]] std::string_view bytes() const noexcept { return bytes_; }
+
+ private:
+  explicit SealedMemory(std::string_view bytes) : bytes_(bytes) {}
+
+  std::string_view bytes_;  // the mapping; empty after a move
+};
+
+}  // namespace sorrel

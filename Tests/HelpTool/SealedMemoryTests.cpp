@@ -1,0 +1,95 @@
+#include "SorrelFramework/HelpTool/SealedMemory.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <string>
+#include <string_view>
+
+#include "Tests/Support/ProcessState.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+
+namespace sorrel {
+namespace {
+
+constexpr int kSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
+constexpr std::size_t kLimit = 100;
+
+FileDescriptor memoryWith(std::string_view bytes, int seals) {
+  FileDescriptor memory(::memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  EXPECT_EQ(::write(memory.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  EXPECT_EQ(::fcntl(memory.get(), F_ADD_SEALS, seals), 0);
+  return memory;
+}
+
+bool isTaken(int descriptor) { return SealedMemory::map(descriptor, kLimit).has_value(); }
+
+TEST(SealedMemory, givesBackItsBytes) {
+  const std::string bytes("a\0\xff", 3);
+  std::optional<SealedMemory> memory;
+  {
+    const FileDescriptor made = SealedMemory::make(bytes);
+    memory = SealedMemory::map(made.get(), kLimit);
+  }
+  ASSERT_TRUE(memory.has_value());
+  EXPECT_EQ(memory->bytes(), bytes);
+}
+
+TEST(SealedMemory, cannotBeChangedAnyMore) {
+  const FileDescriptor memory = SealedMemory::make("abc");
+  ASSERT_TRUE(memory.isOpen());
+  EXPECT_EQ(::fcntl(memory.get(), F_GET_SEALS) & kSeals, kSeals);
+  EXPECT_EQ(::pwrite(memory.get(), "x", 1, 0), -1);
+  EXPECT_EQ(::ftruncate(memory.get(), 1), -1);
+  EXPECT_EQ(::ftruncate(memory.get(), 9), -1);
+}
+
+TEST(SealedMemory, isNotInheritedByPrograms) {
+  EXPECT_NE(::fcntl(SealedMemory::make("abc").get(), F_GETFD) & FD_CLOEXEC, 0);
+}
+
+TEST(SealedMemory, everySealIsRequired) {
+  EXPECT_TRUE(isTaken(memoryWith("abc", kSeals).get()));
+  EXPECT_FALSE(isTaken(memoryWith("abc", 0).get()));
+  for (const int seal : {F_SEAL_SHRINK, F_SEAL_GROW, F_SEAL_WRITE, F_SEAL_SEAL}) {
+    EXPECT_FALSE(isTaken(memoryWith("abc", kSeals & ~seal).get())) << seal;
+  }
+}
+
+TEST(SealedMemory, noOtherKindOfDescriptorIsTaken) {
+  const test::TemporaryFolder folder;
+  EXPECT_FALSE(isTaken(FileDescriptor(::open(folder.file("f", "abc").c_str(), O_RDONLY)).get()));
+  EXPECT_FALSE(isTaken(FileDescriptor(::open("/dev/zero", O_RDONLY)).get()));
+  EXPECT_FALSE(isTaken(FileDescriptor(::open(folder.path().c_str(), O_RDONLY)).get()));
+  int pipe[2];
+  ASSERT_EQ(::pipe(pipe), 0);
+  const FileDescriptor reader(pipe[0]);
+  const FileDescriptor writer(pipe[1]);
+  EXPECT_FALSE(isTaken(reader.get()));
+  EXPECT_FALSE(isTaken(-1));
+}
+
+TEST(SealedMemory, hugePagesAreNotTaken) {
+  const FileDescriptor memory(::memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING | MFD_HUGETLB));
+  if (!memory.isOpen()) GTEST_SKIP() << "no huge pages here";
+  ASSERT_EQ(::ftruncate(memory.get(), 1 << 21), 0);
+  ASSERT_EQ(::fcntl(memory.get(), F_ADD_SEALS, kSeals), 0);
+  EXPECT_FALSE(SealedMemory::map(memory.get(), std::size_t{1} << 30).has_value());
+}
+
+TEST(SealedMemory, theSizeHasToFit) {
+  EXPECT_TRUE(isTaken(SealedMemory::make(std::string(kLimit, 'x')).get()));
+  EXPECT_FALSE(isTaken(SealedMemory::make(std::string(kLimit + 1, 'x')).get()));
+  EXPECT_FALSE(isTaken(SealedMemory::make("").get()));
+}
+
+TEST(SealedMemory, leavesNoDescriptorOpen) {
+  const std::size_t before = test::openDescriptors();
+  { const auto memory = SealedMemory::map(SealedMemory::make("abc").get(), kLimit); }
+  EXPECT_EQ(test::openDescriptors(), before);
+}
+
+}  // namespace
+}  // namespace sorrel
