@@ -6,24 +6,33 @@
 #include <string_view>
 #include <vector>
 
+#include "SorrelFramework/Native/ItemIdentity.hpp"
+
 namespace sorrel {
 
 /// What must never be removed, whoever asks and by whatever name. Places are known by device and inode of the
 /// opened object, so an alias (a link, a bind mount, another spelling) changes nothing. Two classes:
 ///
 /// - *self and ancestors*: the place and everything above it may not be removed, what lies in it may: "/",
-/// /home, each
-///   home of the password file, /root, /var, /opt, /srv, /mnt, /media, mount roots, trash roots, the current
-///   folder.
-/// - *whole subtree*: nothing in it may be removed: /usr, /etc, /boot, /bin, /lib*, /sbin, /proc, /sys, /dev,
-/// /run,
-///   /var/lib. The deepest listed place on the way decides; /run/media and /usr/local are exceptions.
+///   /home, each home of the password file and its trash folder, /root, /var, /opt, /srv, /mnt, /media, the
+///   current folder. Mount roots and the trash folders in them belong to this class too; they are known when
+///   they are met.
+/// - *whole subtree*: the same, and nothing in it may be removed either: /usr, /etc, /boot, /bin, /lib*,
+/// /sbin,
+///   /proc, /sys, /dev, /run, /var/lib. /run/media and /usr/local are exceptions: what lies in them may go,
+///   they themselves may not.
+///
+/// Whether a place counts as lying in a subtree is decided by the deepest place above it that is listed as a
+/// subtree or an exception. A place of the first class never lifts that: /usr/sbin is a daemon's home.
+///
+/// A policy answers questions and removes nothing. It may be asked on several threads at once while nobody
+/// changes it.
 class RemovalPolicy {
  public:
   /// Who removes. `User`: the process's own rights; links above the item are followed if root or the user
   /// owns them. `Helper`: as root for the user `caller`; such links are followed only if root owns them, the
   /// whole-subtree class holds, every component must belong to root or the caller (a sticky folder aside),
-  /// and so must the item.
+  /// and so must the item and all that lies in it.
   enum class Actor { User, Helper };
 
   /// Looks all listed places up at this moment. A user that is root gets the whole-subtree class too.
@@ -34,25 +43,41 @@ class RemovalPolicy {
   RemovalPolicy(RemovalPolicy&&) noexcept;
   RemovalPolicy& operator=(RemovalPolicy&&) noexcept;
 
-  /// Adds a place to a class; one that does not exist is passed over. For an administrator's list, and for
-  /// tests.
+  /// Adds a place to a class; one that does not exist is passed over. For an administrator's list, for places
+  /// that only the application knows, and for tests.
   void protectSelfAndAncestors(const std::string& path);
   void protectSubtree(const std::string& path);
-  /// Makes a place below a protected subtree removable again.
+  /// Makes what lies in a place below a protected subtree removable again, though not the place itself. A
+  /// place that is listed as a subtree too stays one.
   void allowSubtree(const std::string& path);
 
   /// An absolute, normal path of bytes: begins with "/", no empty, "." or ".." component, no NUL, not "/"
   /// itself, no slash at its end, at most 1 MiB.
   [[nodiscard]] static bool isNormalPath(std::string_view path);
 
-  struct Lists;
-  [[nodiscard]] const Lists& lists() const noexcept { return *lists_; }
-  [[nodiscard]] Actor actor() const noexcept;
-  [[nodiscard]] std::uint32_t caller() const noexcept;
+  [[nodiscard]] Actor actor() const noexcept { return actor_; }
+  [[nodiscard]] std::uint32_t caller() const noexcept { return caller_; }
+
+  /// Whether a link of the user `owner` may be followed on the way to an item.
+  [[nodiscard]] bool trustsLinkOf(std::uint32_t owner) const noexcept;
+  /// Whether something of the user `owner` may be removed. Always true for a user, whose rights decide.
+  [[nodiscard]] bool trustsItemOf(std::uint32_t owner) const noexcept;
+  /// Whether nobody but root and the caller can have led the way `passed` to `item` (null: there is nothing
+  /// at its end). Always true for a user.
+  [[nodiscard]] bool trustsWay(const std::vector<ItemIdentity>& passed, const ItemIdentity* item) const;
+  /// Whether the item is a listed place, of any class, or lies above one.
+  [[nodiscard]] bool protects(const ItemNumber& item) const;
+  /// Whether things in the last folder of `chain`, which begins with "/", lie in a protected subtree.
+  [[nodiscard]] bool protectsWhatLiesIn(const std::vector<ItemIdentity>& chain) const;
 
  private:
-  explicit RemovalPolicy(std::unique_ptr<Lists> lists);
+  struct Lists;
+  RemovalPolicy(Actor actor, std::uint32_t caller);
+  void listBuiltIn(bool withSubtrees);
+  void listHomes();
 
+  Actor actor_;
+  std::uint32_t caller_;
   std::unique_ptr<Lists> lists_;
 };
 

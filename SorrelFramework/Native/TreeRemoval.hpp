@@ -1,8 +1,10 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <string>
 
+#include "SorrelFramework/Native/ItemIdentity.hpp"
 #include "SorrelFramework/Native/RemovalPolicy.hpp"
 
 namespace sorrel {
@@ -12,23 +14,32 @@ struct RemovalResult {
   /// 0: everything that was named is gone. Otherwise the errno of the first failure; what could be removed is
   /// removed all the same.
   int error = 0;
-  /// True if the policy, and not the system, said no.
+  /// True if the policy, and not the system, said no to what failed first.
   bool isRefused = false;
+  /// True if there was no such item in a folder where the policy would have allowed one; `error` is ENOENT.
+  bool isAbsent = false;
   std::uint64_t removedEntries = 0;
 
   [[nodiscard]] bool isSuccess() const noexcept { return error == 0; }
 };
 
 /// Removes the item at the absolute path `path`: a file, a link itself, or a folder with all that lies below
-/// it.
+/// it. With `expected`, only if it is that item; a removal on behalf of somebody who may see other places
+/// under the same names says so.
 ///
 /// Follows no link: the way down to the item is opened component by component, and a link in a component
 /// above it is followed by hand only where `policy` trusts its owner. Every folder that is met is held by
 /// descriptor, and an entry is looked at once more (device, inode, type, mount) right before it is taken
 /// away, so that nothing that is put in its place in between is touched. Never crosses a mount point, enters
 /// nothing that `policy` protects, opens no more than a fixed number of files at any depth, does not recurse,
-/// keeps no list of a folder's entries, and never changes a mode. A failure does not end it: the rest is
-/// removed and the first error is kept.
-RemovalResult removeItem(const std::string& path, const RemovalPolicy& policy);
+/// keeps no list of a folder's entries but a buffer's worth, and never changes a mode. A failure does not end
+/// it: the rest is removed and the first error is kept. Something below the item that vanishes by itself is
+/// no failure.
+///
+/// Errors of its own, besides those of the system: EINVAL for a path that is not normal, ELOOP for a link
+/// that may not be followed, EPERM for what the policy protects, EBUSY and EXDEV for mount points and other
+/// file systems, ESTALE for an item that was replaced by another.
+RemovalResult removeItem(const std::string& path, const RemovalPolicy& policy,
+                         const std::optional<ItemNumber>& expected = std::nullopt);
 
 }  // namespace sorrel

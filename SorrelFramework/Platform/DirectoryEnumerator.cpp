@@ -3,6 +3,8 @@
 #include <cerrno>
 #include <utility>
 
+#include "SorrelFramework/Platform/ScanRoot.hpp"
+
 namespace sorrel {
 
 bool isMet(std::string_view name, EnumerationOptions options) {

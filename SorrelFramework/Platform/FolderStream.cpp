@@ -7,14 +7,11 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstring>
-#include <optional>
-#include <string>
 #include <utility>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/OpenResolving.hpp"
 
 namespace sorrel {
 namespace {
@@ -75,45 +72,9 @@ const FolderStream::Entry* FolderStream::next() {
   }
 }
 
-namespace {
-
-/// openat2(2), which keeps `resolve` for every component; nothing on kernels without it.
-std::optional<FileDescriptor> openResolving(int folder, const char* name, std::uint64_t resolve) {
-  static std::atomic<bool> isMissing{false};
-  if (isMissing.load(std::memory_order_relaxed)) return std::nullopt;
-  open_how how{};
-  how.flags = kFolderFlags;
-  how.resolve = resolve;
-  const long opened = ::syscall(SYS_openat2, folder, name, &how, sizeof how);
-  if (opened < 0 && errno == ENOSYS) {
-    isMissing.store(true, std::memory_order_relaxed);
-    return std::nullopt;
-  }
-  return FileDescriptor(static_cast<int>(opened));
-}
-
-}  // namespace
-
-FileDescriptor openFolder(const std::string& path) {
-  if (path.find('\0') != std::string::npos) {
-    errno = ENOENT;
-    return {};
-  }
-  const std::string& root = Host::current().root();
-  const std::string_view whole = path;
-  if (!root.empty() && whole.starts_with(root) && whole.substr(root.size()).starts_with('/')) {
-    const FileDescriptor top(::open(root.c_str(), kFolderFlags));
-    const std::string below = '.' + std::string(whole.substr(root.size()));
-    if (!top.isOpen()) return {};
-    if (auto folder = openResolving(top.get(), below.c_str(), RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS)) {
-      return std::move(*folder);
-    }
-  }
-  return FileDescriptor(::open(path.c_str(), kFolderFlags));
-}
-
 FileDescriptor openFolderIn(int parent, const char* name) {
-  if (auto folder = openResolving(parent, name, RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH)) {
+  constexpr std::uint64_t resolve = RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
+  if (auto folder = openResolving(parent, name, kFolderFlags, resolve)) {
     return std::move(*folder);
   }
   FileDescriptor folder(::openat(parent, name, kFolderFlags | O_NOFOLLOW));

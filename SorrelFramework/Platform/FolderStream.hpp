@@ -23,10 +23,12 @@ class FolderStream {
 
   FolderStream();
 
-  /// From the first entry of `folder`, which must stay open.
+  /// From the first entry of `folder`, which must stay open; if it was read before, from where that ended.
   void start(int folder);
   /// The next entry; null at the end, and after an error.
   const Entry* next();
+  /// True if next() will ask the system again: all that the last call to it gave has been handed out.
+  [[nodiscard]] bool isDrained() const noexcept { return at_ == filled_; }
   /// The errno that ended the listing early, 0 if it is complete.
   [[nodiscard]] int error() const noexcept { return error_; }
 
@@ -39,10 +41,6 @@ class FolderStream {
   Entry entry_{};
 };
 
-/// Opens the folder at `path` for reading, for the root of a walk: links are followed, but below the root of
-/// a mounted macOS volume none that leads out of it, since its "/" is not this machine's. Sets errno on
-/// failure; a path with a NUL in it names nothing (ENOENT).
-FileDescriptor openFolder(const std::string& path);
 /// Opens the folder `name` of the open folder `parent`; follows no link and enters no mount point, also none
 /// that shows another place of the same file system. Sets errno on failure.
 FileDescriptor openFolderIn(int parent, const char* name);

@@ -8,6 +8,7 @@
 #include "SorrelFramework/Platform/CheckedMath.hpp"
 #include "SorrelFramework/Platform/FolderStream.hpp"
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/ScanRoot.hpp"
 #include "SorrelFramework/Scan/TreeWorker.hpp"
 
 namespace sorrel {

@@ -1,0 +1,213 @@
+#include "SorrelFramework/Native/FolderRemoval.hpp"
+
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <optional>
+#include <utility>
+
+namespace sorrel {
+namespace {
+
+bool isNotEmpty(int error) { return error == ENOTEMPTY || error == EEXIST; }
+
+}  // namespace
+
+void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdentity& item) {
+  item_ = item;
+  const auto identity = identityOf(parent.get());
+  if (!identity) {
+    error_ = errno;
+    return;
+  }
+  levels_.clear();
+  levels_.push_back({std::move(parent), {}, *identity, {}, {}});
+  here().isRead = true;
+  here().pending.push_back(std::move(name));
+  while (!isAtItem() || !here().pending.empty()) {
+    if (!here().pending.empty()) {
+      const std::string next = std::move(here().pending.back());
+      here().pending.pop_back();
+      enter(next);
+    } else if (!here().isRead) {
+      readOn();
+    } else {
+      finishFolder();
+    }
+  }
+  if (here().hasRemoved) {
+    // Whatever failed on the way did not stay.
+    error_ = 0;
+    isRefused_ = false;
+  }
+}
+
+void FolderRemoval::readOn() {
+  stream_.start(here().folder.get());
+  do {
+    const FolderStream::Entry* entry = stream_.next();
+    if (entry == nullptr) {
+      here().isRead = true;
+      if (stream_.error() != 0 && stream_.error() != ENOENT) fail(stream_.error());
+      return;
+    }
+    handle(entry->name, entry->type);
+  } while (!stream_.isDrained());
+}
+
+void FolderRemoval::handle(const char* name, FolderStream::Type type) {
+  if (type == FolderStream::Type::Directory) {
+    here().pending.emplace_back(name);
+    return;
+  }
+  const auto identity = identityOf(here().folder.get(), name);
+  if (!identity) return failByName(errno);
+  if (identity->isDirectory()) {
+    here().pending.emplace_back(name);
+  } else {
+    removeOther(name, *identity);
+  }
+}
+
+void FolderRemoval::enter(const std::string& name) {
+  const auto identity = identityOf(here().folder.get(), name.c_str());
+  if (!identity) return failByName(errno);
+  if (!identity->isDirectory()) return removeOther(name, *identity);
+  if (!mayTouch(*identity)) return;
+  if (here().remaining.contains(identity->number.inode)) {
+    here().hasFailed = true;
+    return;
+  }
+  FileDescriptor folder = openFolderIn(here().folder.get(), name.c_str());
+  if (!folder.isOpen() && errno == EACCES) return removeUnreadable(name, *identity);
+  if (!folder.isOpen()) return failByName(errno);
+  const auto opened = identityOf(folder.get());
+  if (!opened) return fail(errno);
+  if (!opened->isSameAs(*identity)) return fail(ESTALE);
+  levels_.push_back({std::move(folder), name, *identity, {}, {}});
+  closeFarthest();
+}
+
+/// Called right after `identity` was taken.
+void FolderRemoval::removeOther(const std::string& name, const ItemIdentity& identity) {
+  if (mayTouch(identity)) take(name, 0);
+}
+
+/// A folder that can't be read may still be empty, and then it may go. The system knows.
+void FolderRemoval::removeUnreadable(const std::string& name, const ItemIdentity& identity) {
+  const auto now = identityOf(here().folder.get(), name.c_str());
+  if (!now) return failByName(errno);
+  if (!now->isSameAs(identity)) return fail(ESTALE);
+  take(name, AT_REMOVEDIR);
+}
+
+/// The one place but removeFinishedFolder() where something is removed.
+void FolderRemoval::take(const std::string& name, int flags) {
+  if (::unlinkat(here().folder.get(), name.c_str(), flags) == 0) {
+    ++removedEntries_;
+    here().hasRemoved = true;
+  } else {
+    failByName(flags != 0 && isNotEmpty(errno) ? EACCES : errno);
+  }
+}
+
+void FolderRemoval::finishFolder() {
+  if (!here().hasFailed) return removeFinishedFolder();
+  if (!readAgain()) leave(0);
+}
+
+void FolderRemoval::removeFinishedFolder() {
+  if (!openFolderAbove()) return abandon(ESTALE);
+  Level& above = levels_[levels_.size() - 2];
+  const char* const name = here().name.c_str();
+  const auto identity = identityOf(above.folder.get(), name);
+  if (!identity) return leave(errno);
+  if (!identity->isSameAs(here().identity)) return leave(ESTALE);
+  if (::unlinkat(above.folder.get(), name, AT_REMOVEDIR) == 0) {
+    ++removedEntries_;
+    above.hasRemoved = true;
+    levels_.pop_back();
+  } else if (const int error = errno; !isNotEmpty(error) || !readAgain()) {
+    leave(error);
+  }
+}
+
+/// Another reading can only help if the last one has changed something.
+bool FolderRemoval::readAgain() {
+  Level& level = here();
+  if (!level.hasRemoved || level.readings == kMostReadings) return false;
+  if (::lseek(level.folder.get(), 0, SEEK_SET) != 0) return false;
+  ++level.readings;
+  level.isRead = level.hasRemoved = level.hasFailed = false;
+  return true;
+}
+
+/// Goes up from a folder that stays, because of `error` if nothing in it failed.
+void FolderRemoval::leave(int error) {
+  if (!openFolderAbove()) return abandon(ESTALE);
+  const std::uint64_t inode = here().identity.number.inode;
+  levels_.pop_back();
+  if (error != 0) {
+    failByName(error);
+  } else {
+    here().hasFailed = true;
+  }
+  if (here().hasFailed) here().remaining.insert(inode);
+}
+
+/// The way back is lost: the folder was moved to another place, where nothing is to be removed.
+void FolderRemoval::abandon(int error) {
+  fail(error);
+  levels_.erase(levels_.begin() + 1, levels_.end());
+}
+
+bool FolderRemoval::openFolderAbove() {
+  Level& above = levels_[levels_.size() - 2];
+  if (above.folder.isOpen()) return true;
+  constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  FileDescriptor opened(::openat(here().folder.get(), "..", flags));
+  const auto identity = opened.isOpen() ? identityOf(opened.get()) : std::nullopt;
+  if (!identity || !identity->isSameAs(above.identity)) return false;
+  above.folder = std::move(opened);
+  return true;
+}
+
+/// The folder that holds the item stays open: it can't be checked by the way that led to it.
+void FolderRemoval::closeFarthest() {
+  if (levels_.size() > kMostOpen + 1) levels_[levels_.size() - 1 - kMostOpen].folder.reset();
+}
+
+/// Whether something that was found under a name of this folder may be removed or entered.
+bool FolderRemoval::mayTouch(const ItemIdentity& identity) {
+  if (isAtItem()) {
+    if (identity.isSameAs(item_)) return true;
+    fail(ESTALE);
+    return false;
+  }
+  const ItemIdentity& folder = here().identity;
+  if (identity.isMountRoot || identity.mount != folder.mount) {
+    fail(EBUSY);
+  } else if (identity.isDirectory() && identity.number.device != folder.number.device) {
+    // Of folders only: a file of an overlay may show the device of the layer that it is in.
+    fail(EXDEV);
+  } else if (policy_.protects(identity.number) || !policy_.trustsItemOf(identity.uid)) {
+    if (error_ == 0) isRefused_ = true;
+    fail(EPERM);
+  } else {
+    return true;
+  }
+  return false;
+}
+
+void FolderRemoval::fail(int error) {
+  if (error_ == 0) error_ = error;
+  here().hasFailed = true;
+}
+
+/// Below the item, somebody else may have removed what was there a moment ago.
+void FolderRemoval::failByName(int error) {
+  if (error != ENOENT || isAtItem()) fail(error);
+}
+
+}  // namespace sorrel

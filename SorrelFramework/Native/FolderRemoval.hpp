@@ -1,0 +1,83 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <unordered_set>
+#include <vector>
+
+#include "SorrelFramework/Native/ItemIdentity.hpp"
+#include "SorrelFramework/Native/RemovalPolicy.hpp"
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/FolderStream.hpp"
+
+namespace sorrel {
+
+/// The walk of one removal, behind removeItem(), which has made sure that the item may go.
+///
+/// The folders from the item down to where the walk is stand on a stack on the heap. A folder is read a
+/// buffer at a time: other entries are removed as they come, folders wait on the level until the buffer is
+/// done. Only the deepest levels are open; one further up is opened again through "..", and must be the same
+/// folder.
+class FolderRemoval {
+ public:
+  /// Levels that are open at once. Besides these: the folder that holds the item, the item, one in passing.
+  static constexpr std::size_t kMostOpen = 48;
+  /// Readings of one folder. A file system may pass over entries when others are removed meanwhile, but
+  /// somebody who keeps adding entries must not keep the removal busy for ever.
+  static constexpr int kMostReadings = 64;
+
+  explicit FolderRemoval(const RemovalPolicy& policy) : policy_(policy) {}
+
+  /// Removes `name` from the open folder `parent` if it still is `item`.
+  void run(FileDescriptor parent, std::string name, const ItemIdentity& item);
+
+  /// 0 if the item is gone, else the first failure.
+  [[nodiscard]] int error() const noexcept { return error_; }
+  [[nodiscard]] bool isRefused() const noexcept { return isRefused_; }
+  [[nodiscard]] std::uint64_t removedEntries() const noexcept { return removedEntries_; }
+
+ private:
+  struct Level {
+    FileDescriptor folder;
+    std::string name;  // in the folder above
+    ItemIdentity identity;
+    std::vector<std::string> pending;             // folders that were read and not yet entered
+    std::unordered_set<std::uint64_t> remaining;  // inodes of folders that could not be removed
+    int readings = 1;
+    bool isRead = false;  // to its end
+    bool hasRemoved = false;
+    bool hasFailed = false;
+  };
+
+  /// The bottom of the stack is the folder that holds the item; nothing but the item is touched there.
+  [[nodiscard]] bool isAtItem() const noexcept { return levels_.size() == 1; }
+  [[nodiscard]] Level& here() noexcept { return levels_.back(); }
+
+  void readOn();
+  void handle(const char* name, FolderStream::Type type);
+  void enter(const std::string& name);
+  void removeOther(const std::string& name, const ItemIdentity& identity);
+  void removeUnreadable(const std::string& name, const ItemIdentity& identity);
+  void take(const std::string& name, int flags);
+  void finishFolder();
+  void removeFinishedFolder();
+  bool readAgain();
+  bool openFolderAbove();
+  void leave(int error);
+  void abandon(int error);
+  void closeFarthest();
+  bool mayTouch(const ItemIdentity& identity);
+  void fail(int error);
+  void failByName(int error);
+
+  const RemovalPolicy& policy_;
+  FolderStream stream_;
+  std::vector<Level> levels_;
+  ItemIdentity item_;
+  std::uint64_t removedEntries_ = 0;
+  int error_ = 0;
+  bool isRefused_ = false;
+};
+
+}  // namespace sorrel

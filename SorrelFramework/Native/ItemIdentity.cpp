@@ -1,0 +1,46 @@
+#include "SorrelFramework/Native/ItemIdentity.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <sys/sysmacros.h>
+
+#include <cerrno>
+
+namespace sorrel {
+namespace {
+
+std::optional<ItemIdentity> query(int folder, const char* name, int flags) {
+  struct statx found {};
+  constexpr unsigned mask = STATX_TYPE | STATX_MODE | STATX_UID | STATX_INO | STATX_MNT_ID;
+  if (::statx(folder, name, flags | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, mask, &found) != 0) {
+    return std::nullopt;
+  }
+  // A kernel that cannot tell mounts apart gives nothing to rely on.
+  if ((found.stx_mask & mask) != mask || (found.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0) {
+    errno = ENOTSUP;
+    return std::nullopt;
+  }
+  ItemIdentity identity;
+  identity.number = {::makedev(found.stx_dev_major, found.stx_dev_minor), found.stx_ino};
+  identity.mount = found.stx_mnt_id;
+  identity.mode = found.stx_mode;
+  identity.uid = found.stx_uid;
+  identity.isMountRoot = (found.stx_attributes & (STATX_ATTR_MOUNT_ROOT | STATX_ATTR_AUTOMOUNT)) != 0;
+  return identity;
+}
+
+}  // namespace
+
+bool ItemIdentity::isDirectory() const noexcept { return S_ISDIR(mode); }
+bool ItemIdentity::isLink() const noexcept { return S_ISLNK(mode); }
+bool ItemIdentity::isSticky() const noexcept { return (mode & S_ISVTX) != 0; }
+
+bool ItemIdentity::isSameAs(const ItemIdentity& other) const noexcept {
+  return number == other.number && mount == other.mount && (mode & S_IFMT) == (other.mode & S_IFMT) &&
+         isMountRoot == other.isMountRoot;
+}
+
+std::optional<ItemIdentity> identityOf(int folder, const char* name) { return query(folder, name, 0); }
+std::optional<ItemIdentity> identityOf(int descriptor) { return query(descriptor, "", AT_EMPTY_PATH); }
+
+}  // namespace sorrel

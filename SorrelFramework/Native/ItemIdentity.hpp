@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <optional>
+
+namespace sorrel {
+
+/// Which item of which file system: the same by whatever name it is reached.
+struct ItemNumber {
+  std::uint64_t device = 0;
+  std::uint64_t inode = 0;
+
+  friend bool operator==(const ItemNumber&, const ItemNumber&) = default;
+};
+
+struct ItemNumberHash {
+  std::size_t operator()(const ItemNumber& number) const noexcept {
+    return static_cast<std::size_t>(number.inode * 0x9E3779B97F4A7C15U ^ number.device);
+  }
+};
+
+/// What a removal has to know of an item itself; links are not followed and nothing is mounted on the way.
+struct ItemIdentity {
+  ItemNumber number;
+  std::uint64_t mount = 0;  ///< number of the mount through which it was reached
+  std::uint32_t mode = 0;   ///< type and permission bits, as in stat(2)
+  std::uint32_t uid = 0;
+  /// Something else is mounted here, or would be on the next step.
+  bool isMountRoot = false;
+
+  [[nodiscard]] bool isDirectory() const noexcept;
+  [[nodiscard]] bool isLink() const noexcept;
+  [[nodiscard]] bool isSticky() const noexcept;
+  /// The same item, of the same type, reached through the same mount.
+  [[nodiscard]] bool isSameAs(const ItemIdentity& other) const noexcept;
+};
+
+/// Identity of `name` in the open folder `folder`; nothing, with errno, if it can't be told for certain.
+std::optional<ItemIdentity> identityOf(int folder, const char* name);
+/// Identity of an open item.
+std::optional<ItemIdentity> identityOf(int descriptor);
+
+}  // namespace sorrel

@@ -1,0 +1,130 @@
+#include "SorrelFramework/Native/PathWalk.hpp"
+
+#include <fcntl.h>
+#include <linux/magic.h>
+#include <linux/openat2.h>
+#include <sys/vfs.h>
+#include <unistd.h>
+
+#include <array>
+#include <cerrno>
+#include <climits>
+#include <optional>
+#include <utility>
+
+#include "SorrelFramework/Platform/OpenResolving.hpp"
+
+namespace sorrel {
+namespace {
+
+constexpr int kPathFlags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
+
+/// Opens one component; a link itself.
+FileDescriptor openComponent(int folder, const char* name) {
+  constexpr std::uint64_t resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_BENEATH;
+  if (auto item = openResolving(folder, name, kPathFlags, resolve)) return std::move(*item);
+  return FileDescriptor(::openat(folder, name, kPathFlags));
+}
+
+/// The text of an open link; "" if it can't be read whole.
+std::string textOfLink(int link) {
+  std::array<char, PATH_MAX> text{};
+  const ssize_t length = ::readlinkat(link, "", text.data(), text.size());
+  if (length <= 0 || static_cast<std::size_t>(length) >= text.size()) return {};
+  return {text.data(), static_cast<std::size_t>(length)};
+}
+
+bool isInProc(int item) {
+  struct statfs system {};
+  return ::fstatfs(item, &system) != 0 || system.f_type == PROC_SUPER_MAGIC;
+}
+
+}  // namespace
+
+PathWalk PathWalk::toParentOf(std::string_view path, const LinkTrust& trust) {
+  PathWalk walk(trust);
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string_view::npos) {
+    walk.fail(EINVAL);
+    return walk;
+  }
+  walk.leaf_ = path.substr(slash + 1);
+  walk.run(std::string(path.substr(0, slash)));
+  if (walk.error_ == 0 && !walk.chain_.back().isDirectory()) walk.fail(ENOTDIR);
+  return walk;
+}
+
+PathWalk PathWalk::into(std::string_view path, const LinkTrust& trust) {
+  PathWalk walk(trust);
+  walk.run(std::string(path));
+  return walk;
+}
+
+void PathWalk::run(std::string path) {
+  if (!goToRoot()) return;
+  rest_ = std::move(path);
+  while (at_ < rest_.size()) {
+    const std::size_t slash = rest_.find('/', at_);
+    const std::string name = rest_.substr(at_, slash == std::string::npos ? slash : slash - at_);
+    at_ = slash == std::string::npos ? rest_.size() : slash + 1;
+    if (!name.empty() && name != "." && !step(name)) return;
+  }
+}
+
+bool PathWalk::goToRoot() {
+  end_ = FileDescriptor(::open("/", kPathFlags | O_DIRECTORY));
+  const auto root = end_.isOpen() ? identityOf(end_.get()) : std::nullopt;
+  if (!root) return fail(errno);
+  chain_.assign(1, *root);
+  passed_.push_back(*root);
+  return true;
+}
+
+bool PathWalk::step(const std::string& name) {
+  if (!chain_.back().isDirectory()) return fail(ENOTDIR);
+  if (name == "..") return goUp();
+  FileDescriptor item = openComponent(end_.get(), name.c_str());
+  const auto identity = item.isOpen() ? identityOf(item.get()) : std::nullopt;
+  if (!identity) return fail(errno);
+  passed_.push_back(*identity);
+  if (identity->isLink()) return follow(item, *identity);
+  chain_.push_back(*identity);
+  end_ = std::move(item);
+  return true;
+}
+
+/// ".." stands in texts of links only. It must lead back to the folder that the way came through.
+bool PathWalk::goUp() {
+  if (chain_.size() == 1) return true;
+  FileDescriptor above(::openat(end_.get(), "..", kPathFlags | O_DIRECTORY));
+  const auto identity = above.isOpen() ? identityOf(above.get()) : std::nullopt;
+  if (!identity) return fail(errno);
+  chain_.pop_back();
+  if (!identity->isSameAs(chain_.back())) return fail(ESTALE);
+  passed_.push_back(*identity);
+  end_ = std::move(above);
+  return true;
+}
+
+bool PathWalk::follow(const FileDescriptor& link, const ItemIdentity& identity) {
+  if (++links_ > kMostLinks) return fail(ELOOP);
+  if (!trust_(identity.uid) || isInProc(link.get())) {
+    isRefused_ = true;
+    return fail(ELOOP);
+  }
+  std::string text = textOfLink(link.get());
+  if (text.empty()) return fail(ENOENT);
+  if (text.front() == '/' && !goToRoot()) return false;
+  text += '/';
+  rest_ = std::move(text.append(rest_, at_));
+  at_ = 0;
+  return true;
+}
+
+bool PathWalk::fail(int error) {
+  error_ = error;
+  end_.reset();
+  return false;
+}
+
+}  // namespace sorrel

@@ -1,0 +1,67 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <string>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "SorrelFramework/Native/ItemIdentity.hpp"
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+
+namespace sorrel {
+
+/// The way from "/" down a path, one component at a time, each opened (O_PATH) in the folder before it, so
+/// that what was looked at is what is used. The kernel follows no link here: a link is followed by hand, and
+/// only if its owner is trusted. Links of /proc, whose text is not where they lead, never are. Works for
+/// paths of any length.
+class PathWalk {
+ public:
+  /// Says whether links of the user `owner` may be followed.
+  using LinkTrust = std::function<bool(std::uint32_t owner)>;
+  static constexpr int kMostLinks = 40;
+
+  /// To the folder that holds the last component of `path`, which is not looked at. `path` must be absolute
+  /// and normal (RemovalPolicy::isNormalPath).
+  static PathWalk toParentOf(std::string_view path, const LinkTrust& trust);
+  /// To the item that `path` shows, through a link in the last component too. `path` must begin with "/".
+  static PathWalk into(std::string_view path, const LinkTrust& trust);
+
+  /// The errno that ended the way, 0 if it was gone to its end.
+  [[nodiscard]] int error() const noexcept { return error_; }
+  /// True if it ended at a link that may not be followed.
+  [[nodiscard]] bool isRefused() const noexcept { return isRefused_; }
+  /// The last item of the way, opened with O_PATH; a folder after toParentOf().
+  [[nodiscard]] int end() const noexcept { return end_.get(); }
+  [[nodiscard]] FileDescriptor takeEnd() noexcept { return std::move(end_); }
+  /// The last component of the path after toParentOf(), "" after into().
+  [[nodiscard]] const std::string& leaf() const noexcept { return leaf_; }
+  /// The items from "/" down to the end, as they lie in the file system.
+  [[nodiscard]] const std::vector<ItemIdentity>& chain() const noexcept { return chain_; }
+  /// Everything that was passed, in order: also links, and folders that a link led away from again.
+  [[nodiscard]] const std::vector<ItemIdentity>& passed() const noexcept { return passed_; }
+
+ private:
+  explicit PathWalk(const LinkTrust& trust) : trust_(trust) {}
+  void run(std::string path);
+  bool step(const std::string& name);
+  bool goToRoot();
+  bool goUp();
+  bool follow(const FileDescriptor& link, const ItemIdentity& identity);
+  bool fail(int error);
+
+  LinkTrust trust_;
+  FileDescriptor end_;
+  std::string leaf_;
+  std::string rest_;    // the components that are still ahead
+  std::size_t at_ = 0;  // where the next one begins
+  std::vector<ItemIdentity> chain_;
+  std::vector<ItemIdentity> passed_;
+  int links_ = 0;
+  int error_ = 0;
+  bool isRefused_ = false;
+};
+
+}  // namespace sorrel

@@ -1,0 +1,184 @@
+#include "SorrelFramework/Native/RemovalPolicy.hpp"
+
+#include <fcntl.h>
+#include <pwd.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
+#include <mutex>
+#include <unordered_map>
+#include <utility>
+
+#include "SorrelFramework/Native/PathWalk.hpp"
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+
+namespace sorrel {
+namespace {
+
+constexpr std::size_t kLongestPath = std::size_t{1} << 20U;
+
+constexpr const char* kSelfAndAncestors[] = {"/", "/home", "/root", "/var", "/opt", "/srv", "/mnt", "/media"};
+constexpr const char* kSubtrees[] = {"/usr",    "/etc",  "/boot", "/bin", "/lib", "/lib32", "/lib64",
+                                     "/libx32", "/sbin", "/proc", "/sys", "/dev", "/run",   "/var/lib"};
+constexpr const char* kExceptions[] = {"/run/media", "/usr/local"};
+constexpr const char* kTrash = "/.local/share/Trash";
+constexpr const char* kOwnProgram = "/proc/self/exe";
+
+enum Listing : unsigned { kPlace = 1, kSubtree = 2, kException = 4 };
+
+bool trustsAnyone(std::uint32_t /*owner*/) { return true; }
+
+/// The password file is read through one place in the process: two readers would each get a part of it.
+std::vector<std::string> listedHomes() {
+  static std::mutex mutex;
+  const std::lock_guard<std::mutex> lock(mutex);
+  std::vector<std::string> homes;
+  ::setpwent();
+  while (const passwd* user = ::getpwent()) homes.emplace_back(user->pw_dir);
+  ::endpwent();
+  return homes;
+}
+
+/// Asked for by itself: a directory service may know a user and not list him. "" if nobody knows him.
+std::string homeOf(std::uint32_t uid) {
+  std::vector<char> buffer(std::size_t{1} << 16U);
+  passwd entry{};
+  passwd* found = nullptr;
+  if (::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr) return {};
+  return found->pw_dir;
+}
+
+}  // namespace
+
+struct RemovalPolicy::Lists {
+  /// Listings of a place; of what lies above a place, kPlace.
+  std::unordered_map<ItemNumber, unsigned, ItemNumberHash> places;
+
+  void add(const ItemNumber& number, unsigned listing) { places[number] |= listing; }
+  [[nodiscard]] unsigned of(const ItemNumber& number) const {
+    const auto found = places.find(number);
+    return found == places.end() ? 0 : found->second;
+  }
+  void addPath(const std::string& path, unsigned listing);
+  void addFoldersAbove(int item);
+};
+
+/// Everything that the path leads through is kept too: without a link in its middle, the place would be as
+/// good as gone.
+void RemovalPolicy::Lists::addPath(const std::string& path, unsigned listing) {
+  if (!path.starts_with('/')) return;
+  const PathWalk walk = PathWalk::into(path, trustsAnyone);
+  if (walk.error() != 0) return;
+  for (const ItemIdentity& item : walk.passed()) add(item.number, kPlace);
+  add(walk.chain().back().number, kPlace | listing);
+  if (walk.chain().back().isDirectory()) addFoldersAbove(walk.end());
+}
+
+/// By ".." and not by name: the folders above may have been reached by another of their names.
+void RemovalPolicy::Lists::addFoldersAbove(int item) {
+  constexpr int flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  FileDescriptor at(::openat(item, "..", flags));
+  auto last = identityOf(item);
+  while (at.isOpen() && last) {
+    const auto identity = identityOf(at.get());
+    if (!identity || identity->isSameAs(*last)) return;
+    add(identity->number, kPlace);
+    last = identity;
+    at = FileDescriptor(::openat(at.get(), "..", flags));
+  }
+}
+
+RemovalPolicy::RemovalPolicy(Actor actor, std::uint32_t caller)
+    : actor_(actor), caller_(caller), lists_(std::make_unique<Lists>()) {}
+
+RemovalPolicy::~RemovalPolicy() = default;
+RemovalPolicy::RemovalPolicy(RemovalPolicy&&) noexcept = default;
+RemovalPolicy& RemovalPolicy::operator=(RemovalPolicy&&) noexcept = default;
+
+RemovalPolicy RemovalPolicy::forUser() {
+  RemovalPolicy policy(Actor::User, ::geteuid());
+  policy.listBuiltIn(::geteuid() == 0);
+  return policy;
+}
+
+RemovalPolicy RemovalPolicy::forHelper(std::uint32_t caller) {
+  RemovalPolicy policy(Actor::Helper, caller);
+  policy.listBuiltIn(true);
+  std::string program(4096, '\0');
+  const ssize_t length = ::readlink(kOwnProgram, program.data(), program.size());
+  if (length > 0) policy.protectSelfAndAncestors(program.substr(0, static_cast<std::size_t>(length)));
+  return policy;
+}
+
+void RemovalPolicy::listBuiltIn(bool withSubtrees) {
+  for (const char* path : kSelfAndAncestors) protectSelfAndAncestors(path);
+  listHomes();
+  const FileDescriptor current(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  if (const auto identity = current.isOpen() ? identityOf(current.get()) : std::nullopt) {
+    lists_->add(identity->number, kPlace);
+    lists_->addFoldersAbove(current.get());
+  }
+  if (!withSubtrees) return;
+  for (const char* path : kSubtrees) protectSubtree(path);
+  for (const char* path : kExceptions) allowSubtree(path);
+}
+
+void RemovalPolicy::listHomes() {
+  std::vector<std::string> homes = listedHomes();
+  homes.push_back(homeOf(caller_));
+  if (const char* home = std::getenv("HOME")) homes.emplace_back(home);
+  for (const std::string& home : homes) {
+    protectSelfAndAncestors(home);
+    protectSelfAndAncestors(home + kTrash);
+  }
+  if (const char* data = std::getenv("XDG_DATA_HOME")) protectSelfAndAncestors(data + std::string("/Trash"));
+}
+
+void RemovalPolicy::protectSelfAndAncestors(const std::string& path) { lists_->addPath(path, kPlace); }
+void RemovalPolicy::protectSubtree(const std::string& path) { lists_->addPath(path, kSubtree); }
+void RemovalPolicy::allowSubtree(const std::string& path) { lists_->addPath(path, kException); }
+
+bool RemovalPolicy::isNormalPath(std::string_view path) {
+  if (path.size() < 2 || path.size() > kLongestPath || path.front() != '/') return false;
+  if (path.find('\0') != std::string_view::npos) return false;
+  while (!path.empty()) {
+    path.remove_prefix(1);
+    const std::string_view name = path.substr(0, path.find('/'));
+    if (name.empty() || name == "." || name == "..") return false;
+    path.remove_prefix(name.size());
+  }
+  return true;
+}
+
+bool RemovalPolicy::trustsLinkOf(std::uint32_t owner) const noexcept {
+  return owner == 0 || (actor_ == Actor::User && owner == caller_);
+}
+
+bool RemovalPolicy::trustsItemOf(std::uint32_t owner) const noexcept {
+  return actor_ == Actor::User || owner == 0 || owner == caller_;
+}
+
+bool RemovalPolicy::trustsWay(const std::vector<ItemIdentity>& passed, const ItemIdentity* item) const {
+  if (actor_ == Actor::User) return true;
+  for (std::size_t i = 0; i < passed.size(); ++i) {
+    if (trustsItemOf(passed[i].uid)) continue;
+    // In a sticky folder nobody but the owner of an entry can put another in its place.
+    const ItemIdentity* next = i + 1 < passed.size() ? &passed[i + 1] : item;
+    if (!passed[i].isSticky() || item == nullptr || next->uid != caller_ || item->uid != caller_)
+      return false;
+  }
+  return item == nullptr || trustsItemOf(item->uid);
+}
+
+bool RemovalPolicy::protects(const ItemNumber& item) const { return lists_->of(item) != 0; }
+
+bool RemovalPolicy::protectsWhatLiesIn(const std::vector<ItemIdentity>& chain) const {
+  const auto decides = [this](const ItemIdentity& item) {
+    return (lists_->of(item.number) & (kSubtree | kException)) != 0;
+  };
+  const auto deepest = std::find_if(chain.rbegin(), chain.rend(), decides);
+  return deepest != chain.rend() && (lists_->of(deepest->number) & kSubtree) != 0;
+}
+
+}  // namespace sorrel
