@@ -1,0 +1,253 @@
+#include "SorrelFramework/Native/RemovalPolicy.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <pwd.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+#include <vector>
+
+#include "SorrelFramework/Native/PathWalk.hpp"
+#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/ScopedVariable.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
+
+namespace sorrel {
+namespace {
+
+using Actor = RemovalPolicy::Actor;
+
+constexpr std::uint32_t kAlice = 10001;
+constexpr std::uint32_t kBob = 10002;
+
+bool everybody(std::uint32_t /*owner*/) { return true; }
+
+/// Whether the item itself may not go. These tests only ask; nothing is removed.
+bool protects(const RemovalPolicy& policy, const std::string& path) {
+  const auto identity = identityOf(AT_FDCWD, path.c_str());
+  return identity && policy.protects(identity->number);
+}
+
+bool protectsWhatLiesIn(const RemovalPolicy& policy, const std::string& path) {
+  const PathWalk walk = PathWalk::into(path, everybody);
+  EXPECT_EQ(walk.error(), 0) << path;
+  return policy.protectsWhatLiesIn(walk.chain());
+}
+
+ItemIdentity folderOf(std::uint32_t uid, std::uint32_t mode = 0755) {
+  ItemIdentity identity;
+  identity.mode = S_IFDIR | mode;
+  identity.uid = uid;
+  return identity;
+}
+
+TEST(RemovalPolicy, knowsNormalPaths) {
+  for (const char* path : {"/a", "/a/b", "/...", "/.a", "/a b\n", "/\xFF", "/-rf", "/a/..b"}) {
+    EXPECT_TRUE(RemovalPolicy::isNormalPath(path)) << path;
+  }
+  for (const char* path : {"", "/", "//", "/.", "/..", "/../", "a", "./a", "//a", "/a//b", "/a/", "/a/.",
+                           "/a/./b", "/a/..", "/a/../b", "~", "."}) {
+    EXPECT_FALSE(RemovalPolicy::isNormalPath(path)) << path;
+  }
+  EXPECT_FALSE(RemovalPolicy::isNormalPath(std::string_view("/a\0b", 4)));
+  const std::string mebibyte = '/' + std::string((1U << 20U) - 1, 'a');
+  EXPECT_TRUE(RemovalPolicy::isNormalPath(mebibyte));
+  EXPECT_FALSE(RemovalPolicy::isNormalPath(mebibyte + 'a'));
+}
+
+TEST(RemovalPolicy, keepsSystemPlacesAndHomesForEveryActor) {
+  for (const RemovalPolicy& policy : {RemovalPolicy::forUser(), RemovalPolicy::forHelper(kAlice)}) {
+    for (const char* path : {"/", "/home", "/root", "/var", "/opt", "/srv", "/mnt", "/media"}) {
+      if (::access(path, F_OK) == 0) {
+        EXPECT_TRUE(protects(policy, path)) << path;
+      }
+    }
+    EXPECT_TRUE(protects(policy, ::getpwuid(0)->pw_dir));
+    EXPECT_TRUE(protects(policy, ".")) << "the current folder";
+    EXPECT_TRUE(protects(policy, "..")) << "what lies above the current folder";
+  }
+}
+
+TEST(RemovalPolicy, helperKeepsWholeSubtrees) {
+  const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
+  for (const char* path :
+       {"/usr", "/usr/bin", "/etc", "/bin", "/sbin", "/lib", "/proc", "/dev", "/var/lib"}) {
+    if (::access(path, F_OK) == 0) {
+      EXPECT_TRUE(protectsWhatLiesIn(policy, path)) << path;
+    }
+  }
+  EXPECT_FALSE(protectsWhatLiesIn(policy, "/"));
+  EXPECT_FALSE(protectsWhatLiesIn(policy, "/var"));
+}
+
+TEST(RemovalPolicy, homeOfADaemonInAProtectedSubtreeLiftsNothing) {
+  const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
+  ::setpwent();
+  while (const passwd* user = ::getpwent()) {
+    const std::string home = user->pw_dir;
+    if (home.starts_with("/usr/") && ::access(home.c_str(), F_OK) == 0) {
+      EXPECT_TRUE(protectsWhatLiesIn(policy, home)) << home;
+    }
+  }
+  ::endpwent();
+}
+
+TEST(RemovalPolicy, whatLiesInUsrLocalMayGoAndItselfStays) {
+  if (::access("/usr/local", F_OK) != 0) GTEST_SKIP() << "there is none";
+  const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
+  EXPECT_FALSE(protectsWhatLiesIn(policy, "/usr/local"));
+  EXPECT_TRUE(protects(policy, "/usr/local"));
+}
+
+TEST(RemovalPolicy, onlyAUserWhoIsRootGetsTheSubtrees) {
+  if (::geteuid() == 0) {
+    EXPECT_TRUE(protectsWhatLiesIn(RemovalPolicy::forUser(), "/usr"));
+    EXPECT_EQ(test::inPlainChild(
+                  [] { return std::to_string(protectsWhatLiesIn(RemovalPolicy::forUser(), "/usr")); }),
+              "0");
+  } else {
+    EXPECT_FALSE(protectsWhatLiesIn(RemovalPolicy::forUser(), "/usr"));
+  }
+}
+
+TEST(RemovalPolicy, keepsTheTrashFolderOfTheUserButNotWhatLiesInIt) {
+  const test::TemporaryVolume volume;
+  const std::string file = volume.file(".local/share/Trash/files/old", "x");
+  const test::ScopedVariable home("HOME", volume.path().c_str());
+  const RemovalPolicy policy = RemovalPolicy::forUser();
+  EXPECT_TRUE(protects(policy, volume.path()));
+  EXPECT_TRUE(protects(policy, volume.path(".local/share/Trash")));
+  EXPECT_TRUE(protects(policy, volume.path(".local")));
+  EXPECT_FALSE(protects(policy, volume.path(".local/share/Trash/files")));
+  EXPECT_FALSE(protects(policy, file));
+}
+
+/// A policy with nothing of its own near the places of the test.
+class PolicyOnScratch : public testing::Test {
+ protected:
+  test::TemporaryVolume volume_;
+  RemovalPolicy policy_ = RemovalPolicy::forHelper(kAlice);
+};
+
+TEST_F(PolicyOnScratch, protectsAPlaceAndAllAboveButNothingElse) {
+  volume_.folder("a/b/c");
+  volume_.folder("a/other");
+  policy_.protectSelfAndAncestors(volume_.path("a/b"));
+  EXPECT_TRUE(protects(policy_, volume_.path("a/b")));
+  EXPECT_TRUE(protects(policy_, volume_.path("a")));
+  EXPECT_TRUE(protects(policy_, volume_.path()));
+  EXPECT_FALSE(protects(policy_, volume_.path("a/b/c")));
+  EXPECT_FALSE(protects(policy_, volume_.path("a/other")));
+  EXPECT_FALSE(protectsWhatLiesIn(policy_, volume_.path("a/b")));
+}
+
+TEST_F(PolicyOnScratch, placeNamedByALinkKeepsTheLinkAndItsWay) {
+  volume_.folder("real/place");
+  volume_.link("second", "real/place");
+  volume_.link("first", "second");
+  policy_.protectSelfAndAncestors(volume_.path("first"));
+  for (const char* name : {"first", "second", "real/place", "real"}) {
+    EXPECT_TRUE(protects(policy_, volume_.path(name))) << name;
+  }
+}
+
+TEST_F(PolicyOnScratch, deepestListedSubtreeOrExceptionDecides) {
+  volume_.folder("a/b/c/d");
+  policy_.protectSubtree(volume_.path("a"));
+  policy_.allowSubtree(volume_.path("a/b"));
+  policy_.protectSubtree(volume_.path("a/b/c"));
+  EXPECT_FALSE(protectsWhatLiesIn(policy_, volume_.path()));
+  EXPECT_TRUE(protectsWhatLiesIn(policy_, volume_.path("a")));
+  EXPECT_FALSE(protectsWhatLiesIn(policy_, volume_.path("a/b")));
+  EXPECT_TRUE(protectsWhatLiesIn(policy_, volume_.path("a/b/c/d")));
+}
+
+TEST_F(PolicyOnScratch, exceptionCannotLiftASubtreeOfTheSamePlace) {
+  volume_.folder("a");
+  policy_.protectSubtree(volume_.path("a"));
+  policy_.allowSubtree(volume_.path("a"));
+  EXPECT_TRUE(protectsWhatLiesIn(policy_, volume_.path("a")));
+}
+
+TEST_F(PolicyOnScratch, placeInASubtreeDoesNotLiftIt) {
+  volume_.folder("a/home");
+  policy_.protectSubtree(volume_.path("a"));
+  policy_.protectSelfAndAncestors(volume_.path("a/home"));
+  EXPECT_TRUE(protectsWhatLiesIn(policy_, volume_.path("a/home")));
+}
+
+TEST_F(PolicyOnScratch, placeThatDoesNotExistIsPassedOver) {
+  policy_.protectSelfAndAncestors(volume_.path("none/below"));
+  policy_.protectSubtree("relative");
+  policy_.protectSubtree("");
+  EXPECT_FALSE(protects(policy_, volume_.path()));
+}
+
+TEST_F(PolicyOnScratch, fileCanBeAPlace) {
+  const std::string file = volume_.file("a/program", "x");
+  policy_.protectSelfAndAncestors(file);
+  EXPECT_TRUE(protects(policy_, file));
+  EXPECT_TRUE(protects(policy_, volume_.path("a")));
+}
+
+TEST(RemovalPolicy, userFollowsLinksOfRootAndItsOwn) {
+  const RemovalPolicy policy = RemovalPolicy::forUser();
+  EXPECT_EQ(policy.actor(), Actor::User);
+  EXPECT_EQ(policy.caller(), ::geteuid());
+  EXPECT_TRUE(policy.trustsLinkOf(0));
+  EXPECT_TRUE(policy.trustsLinkOf(::geteuid()));
+  EXPECT_FALSE(policy.trustsLinkOf(kBob));
+  EXPECT_TRUE(policy.trustsItemOf(kBob));
+  const ItemIdentity item = folderOf(kBob);
+  EXPECT_TRUE(policy.trustsWay({folderOf(0), folderOf(kBob)}, &item));
+}
+
+TEST(RemovalPolicy, helperFollowsLinksOfRootOnly) {
+  const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
+  EXPECT_EQ(policy.actor(), Actor::Helper);
+  EXPECT_EQ(policy.caller(), kAlice);
+  EXPECT_TRUE(policy.trustsLinkOf(0));
+  EXPECT_FALSE(policy.trustsLinkOf(kAlice));
+  EXPECT_FALSE(policy.trustsLinkOf(kBob));
+}
+
+TEST(RemovalPolicy, helperWantsItemsOfRootOrTheCaller) {
+  const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
+  const std::vector<ItemIdentity> way = {folderOf(0), folderOf(kAlice)};
+  for (const auto& [owner, isTrusted] : {std::pair{0U, true}, {kAlice, true}, {kBob, false}}) {
+    const ItemIdentity item = folderOf(owner);
+    EXPECT_EQ(policy.trustsItemOf(owner), isTrusted);
+    EXPECT_EQ(policy.trustsWay(way, &item), isTrusted);
+  }
+  EXPECT_TRUE(policy.trustsWay(way, nullptr));
+}
+
+TEST(RemovalPolicy, helperWantsAWayOfRootAndTheCaller) {
+  const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
+  const ItemIdentity mine = folderOf(kAlice);
+  const ItemIdentity roots = folderOf(0);
+  EXPECT_FALSE(policy.trustsWay({folderOf(0), folderOf(kBob)}, &mine));
+  EXPECT_FALSE(policy.trustsWay({folderOf(0), folderOf(kBob), folderOf(kAlice)}, &mine));
+  EXPECT_FALSE(policy.trustsWay({folderOf(0), folderOf(kBob)}, nullptr));
+
+  const ItemIdentity sticky = folderOf(kBob, 01777);
+  EXPECT_TRUE(policy.trustsWay({folderOf(0), sticky}, &mine));
+  EXPECT_TRUE(policy.trustsWay({folderOf(0), sticky, folderOf(kAlice)}, &mine));
+  EXPECT_FALSE(policy.trustsWay({folderOf(0), sticky}, &roots));
+  EXPECT_FALSE(policy.trustsWay({folderOf(0), sticky, folderOf(0)}, &mine));
+  EXPECT_FALSE(policy.trustsWay({folderOf(0), sticky}, nullptr));
+}
+
+TEST(RemovalPolicy, movesWithItsLists) {
+  const test::TemporaryVolume volume;
+  RemovalPolicy policy = RemovalPolicy::forUser();
+  policy.protectSubtree(volume.path());
+  RemovalPolicy moved = std::move(policy);
+  EXPECT_TRUE(protectsWhatLiesIn(moved, volume.path()));
+}
+
+}  // namespace
+}  // namespace sorrel
