@@ -7,7 +7,6 @@
 #include <system_error>
 
 #include "SorrelFramework/Clean/CleanFence.hpp"
-#include "SorrelFramework/Clean/HelperSource.hpp"
 #include "SorrelFramework/Clean/RecordWalk.hpp"
 #include "SorrelFramework/Clean/TreeRepair.hpp"
 #include "SorrelFramework/Platform/CheckedMath.hpp"
@@ -89,11 +88,15 @@ void HelperCleanService::deleteHelperFile() {
                                });
 }
 
+PrivilegeHelper::Tool HelperCleanService::askForHelper(const std::string& machServiceName) {
+  return PrivilegeHelper::shard().getHelperTool(machServiceName, kSMDomainSystemLaunchd);
+}
+
 /// False if there is no helper; then this half has ended.
 bool HelperCleanService::fetchHelper() {
   const std::string& identifier = Host::current().mainBundle().identifier;
   if (!privilegeHelper && !identifier.empty()) {
-    auto [proxy, message] = getHelper(identifier + "Helper");
+    auto [proxy, message] = askForHelper(identifier + "Helper");
     if (!proxy) {
       updateErrorInfo(rawValue(DeleteStatus::DeleteError), message.value_or("Install Fail!"));
       return false;

@@ -10,6 +10,7 @@
 #include "SorrelFramework/Clean/CleanServiceType.hpp"
 #include "SorrelFramework/Clean/RecordSet.hpp"
 #include "SorrelFramework/HelpTool/HelperProtocol.hpp"
+#include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
@@ -62,6 +63,11 @@ class HelperCleanService : public std::enable_shared_from_this<HelperCleanServic
   /// it, numbers what is left, sums the sizes anew and clears all ticks. Answers the leaves that were
   /// selected and are still there, and their texts, each followed by ",".
   virtual std::pair<FileRecords, std::string> sortCategory(HelperCleanService& helpToolCleanService);
+
+ protected:
+  /// The helper of that service name, or perhaps the message why there is none. May install it and ask the
+  /// user, so it may block for long.
+  virtual PrivilegeHelper::Tool askForHelper(const std::string& machServiceName);
 
  private:
   /// The leaves that an event names, by their running numbers.

@@ -1,0 +1,100 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <thread>
+#include <vector>
+
+#include "SorrelFramework/Clean/CleanService.hpp"
+#include "SorrelFramework/HelpTool/HelperProtocol.hpp"
+#include "Tests/Support/ScriptedHelper.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
+
+namespace sorrel::test {
+
+/// A record under test.
+struct RecordSketch {
+  URL url;
+  Integer state = NSControlStateValueOn;
+  std::int64_t size = 0;
+  bool canDelete = true;
+  std::vector<Ref<FileInformation>> childrens = {};
+  Integer finderID = 0;
+};
+Ref<FileInformation> makeRecord(const RecordSketch& sketch);
+
+/// A category of `feature`, holding these records.
+Ref<CategoryInformation> makeCategory(const Ref<FeatureInformation>& feature, Integer state,
+                                      const std::vector<Ref<FileInformation>>& records,
+                                      bool needRemoveCategory = false);
+
+/// Records what a clean calls back.
+class FinishRecord : public CleanServiceProtocol {
+ public:
+  struct Finish {
+    std::vector<Ref<CategoryInformation>> allCategorys;
+    std::int64_t size;
+    FileRecords abnormalFiles;
+    Integer status;
+    std::string desc;
+  };
+
+  void cleanFinished(const std::vector<Ref<CategoryInformation>>& allCategorys, std::int64_t size,
+                     const FileRecords& abnormalFiles, Integer status, const std::string& desc) override;
+  void cleanProgress(float percent) override;
+
+  /// Waits for cleanFinished; false after kPatience.
+  [[nodiscard]] bool waitUntilFinished();
+  [[nodiscard]] std::size_t finishCount();
+
+  std::function<void(float percent)> onProgress;
+  // Read by the test when the clean has ended.
+  std::vector<float> percents;
+  std::vector<Finish> finishes;
+  std::thread::id thread;
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable finished_;
+};
+
+/// The answer of a helper that really deletes the paths that `removes` accepts; what is absent already counts
+/// as deleted, and the others get "refused". The flag and the code say nothing.
+ScriptedHelper::Answer deletingWhere(std::function<bool(const std::string& path)> removes);
+
+/// Paths that went between two snapshots. What stayed must be as it was, but for the time and size of
+/// folders, and nothing may be new.
+std::vector<std::string> goneBetween(const std::vector<TreeEntry>& before,
+                                     const std::vector<TreeEntry>& after);
+
+/// A volume that is installed as the host, and the seams of a clean, which are put back at the end.
+class CleanStage {
+ public:
+  CleanStage();
+  ~CleanStage();
+  CleanStage(const CleanStage&) = delete;
+  CleanStage& operator=(const CleanStage&) = delete;
+
+  /// Who is there for PrivilegeHelper::shard(), as an installed helper; null, as at the beginning, for
+  /// nobody.
+  void setHelper(const std::shared_ptr<HelperProtocol>& helper);
+  /// The same with the user who refuses to install one.
+  static void refuseHelper();
+  /// These paths fail with that errno for this process; the others are removed as always. All paths that it
+  /// tried are in `tried`.
+  void failRemoving(std::vector<std::string> paths, int error);
+
+  TemporaryVolume volume;
+  Ref<FeatureInformation> feature;
+  // Written by the clean, read by the test when it has ended.
+  std::vector<std::string> helperNames;  ///< asked for
+  std::vector<std::string> tried;
+};
+
+}  // namespace sorrel::test
