@@ -1,0 +1,83 @@
+#include "SorrelFramework/Clean/CleanFence.hpp"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <string>
+
+#include "SorrelFramework/Platform/Host.hpp"
+#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
+
+namespace sorrel {
+namespace {
+
+class CleanFenceTest : public testing::Test {
+ protected:
+  CleanFenceTest() { volume_.install(); }
+  ~CleanFenceTest() override { volume_.install(); }
+
+  [[nodiscard]] int error(const std::string& path) const {
+    return CleanFence().error(URL::fileURL(path, false));
+  }
+
+  test::TemporaryVolume volume_;
+  test::TemporaryFolder other_;
+};
+
+TEST_F(CleanFenceTest, refusesRecordsWithoutAPlace) {
+  EXPECT_EQ(CleanFence().error(URL()), EINVAL);
+  EXPECT_EQ(CleanFence().error(*URL::parse("https://example.org/a")), EINVAL);
+  EXPECT_EQ(CleanFence().error(*URL::parse("relative")), EINVAL);
+}
+
+TEST_F(CleanFenceTest, letsItemsOfTheVolumePass) {
+  EXPECT_EQ(error(volume_.file("Users/alice/a")), 0);
+  EXPECT_EQ(error(volume_.folder("Users/alice/d")), 0);
+  EXPECT_EQ(error(volume_.path("Users/alice/absent")), 0);
+}
+
+TEST_F(CleanFenceTest, refusesWhatLiesOutsideTheVolume) {
+  const std::string outside = other_.file("d/a");
+  volume_.link("out", other_.path("d"));
+  EXPECT_EQ(error(outside), EACCES);
+  EXPECT_EQ(error(volume_.path("out/a")), EACCES);
+  EXPECT_EQ(error(volume_.path()), EACCES);
+  EXPECT_EQ(error("/"), EACCES);
+  EXPECT_EQ(error(volume_.path("../" + outside.substr(outside.find("sorrel-test")))), EACCES);
+}
+
+TEST_F(CleanFenceTest, letsALinkPassThatLeadsOutsideItself) {
+  EXPECT_EQ(error(volume_.link("out", other_.path())), 0);
+}
+
+TEST_F(CleanFenceTest, goesByNamesWhereAFolderIsMissing) {
+  EXPECT_EQ(error(volume_.path("absent/a")), 0);
+  EXPECT_EQ(error(other_.path("absent/a")), EACCES);
+  EXPECT_EQ(error(volume_.path("absent/../../a")), EACCES);
+}
+
+TEST_F(CleanFenceTest, onlyAVolumeHasAnOutside) {
+  Host::install(Host::linuxDesktop({}));
+  EXPECT_EQ(error(other_.file("a")), 0);
+}
+
+TEST_F(CleanFenceTest, refusesTheCurrentFolderAndThoseAboveByEveryName) {
+  volume_.folder("a/b/c");
+  volume_.folder("a/other");
+  volume_.link("alias", volume_.path("a"));
+  const std::string answer = test::inChild([&] {
+    if (::chdir(volume_.path("a/b").c_str()) != 0) return std::string("no chdir");
+    std::string errors;
+    for (const char* name : {"a", "a/b", "alias/b", "a/b/c", "a/other", "alias"}) {
+      errors += std::to_string(error(volume_.path(name))) + " ";
+    }
+    return errors;
+  });
+  const std::string busy = std::to_string(EBUSY) + " ";
+  EXPECT_EQ(answer, busy + busy + busy + "0 0 0 ");
+}
+
+}  // namespace
+}  // namespace sorrel
