@@ -23,7 +23,9 @@ FileRemover& FileRemover::shard() {
 
 FileRemover::Session FileRemover::begin() const {
   const std::lock_guard lock(mutex_);
-  return Session(remove_ ? remove_ : RemoveFunc(&sorrel::removeItem));
+  if (remove_) return Session(remove_);
+  return Session(
+      [](const std::string& path, const RemovalPolicy& policy) { return sorrel::removeItem(path, policy); });
 }
 
 void FileRemover::setRemoveForTesting(RemoveFunc remove) {
