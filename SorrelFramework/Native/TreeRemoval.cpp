@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <optional>
 #include <string_view>
 #include <utility>
 
@@ -40,10 +41,8 @@ int refusalOf(const ItemIdentity& item, const PathWalk& walk, const RemovalPolic
   return expected && *expected != item.number ? ESTALE : 0;
 }
 
-}  // namespace
-
-RemovalResult removeItem(const std::string& path, const RemovalPolicy& policy,
-                         const std::optional<ItemNumber>& expected) {
+RemovalResult removeIf(const std::string& path, const RemovalPolicy& policy,
+                       const std::optional<ItemNumber>& expected) {
   if (!RemovalPolicy::isNormalPath(path)) return refused(EINVAL);
   PathWalk walk =
       PathWalk::toParentOf(path, [&policy](std::uint32_t owner) { return policy.trustsLinkOf(owner); });
@@ -60,6 +59,17 @@ RemovalResult removeItem(const std::string& path, const RemovalPolicy& policy,
   FolderRemoval removal(policy);
   removal.run(walk.takeEnd(), walk.leaf(), *identity);
   return {removal.error(), removal.isRefused(), false, removal.removedEntries()};
+}
+
+}  // namespace
+
+RemovalResult removeItem(const std::string& path, const RemovalPolicy& policy) {
+  return removeIf(path, policy, std::nullopt);
+}
+
+RemovalResult removeExpectedItem(const std::string& path, const ItemNumber& expected,
+                                 const RemovalPolicy& policy) {
+  return removeIf(path, policy, expected);
 }
 
 }  // namespace sorrel

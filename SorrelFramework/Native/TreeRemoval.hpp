@@ -1,7 +1,6 @@
 #pragma once
 
 #include <cstdint>
-#include <optional>
 #include <string>
 
 #include "SorrelFramework/Native/ItemIdentity.hpp"
@@ -39,7 +38,11 @@ struct RemovalResult {
 /// Errors of its own, besides those of the system: EINVAL for a path that is not normal, ELOOP for a link
 /// that may not be followed, EPERM for what the policy protects, EBUSY and EXDEV for mount points and other
 /// file systems, ESTALE for an item that was replaced by another.
-RemovalResult removeItem(const std::string& path, const RemovalPolicy& policy,
-                         const std::optional<ItemNumber>& expected = std::nullopt);
+RemovalResult removeItem(const std::string& path, const RemovalPolicy& policy);
+
+/// The same, but only if `path` leads to the item `expected`, else it is refused (ESTALE); for a removal on
+/// behalf of somebody who may see other places under the same names.
+RemovalResult removeExpectedItem(const std::string& path, const ItemNumber& expected,
+                                 const RemovalPolicy& policy);
 
 }  // namespace sorrel
