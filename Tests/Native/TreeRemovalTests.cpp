@@ -552,12 +552,16 @@ TEST_F(TreeRemovalTest, leavesNoDescriptorOpen) {
 /// Swaps two names as fast as it can while it lives.
 class Swapper {
  public:
+  /// Comes back when the swapping has begun.
   Swapper(std::string a, std::string b)
       : thread_([this, one = std::move(a), two = std::move(b)] {
           while (!isDone_) {
             ::syscall(SYS_renameat2, AT_FDCWD, one.c_str(), AT_FDCWD, two.c_str(), 2U /* RENAME_EXCHANGE */);
+            hasBegun_ = true;
           }
-        }) {}
+        }) {
+    while (!hasBegun_) std::this_thread::yield();
+  }
   ~Swapper() {
     isDone_ = true;
     thread_.join();
@@ -567,10 +571,11 @@ class Swapper {
 
  private:
   std::atomic<bool> isDone_{false};
+  std::atomic<bool> hasBegun_{false};
   std::thread thread_;
 };
 
-constexpr int kRounds = 300;
+constexpr int kRounds = 100;
 
 class RacingRemoval : public TreeRemovalTest {
  protected:
@@ -691,13 +696,15 @@ std::string moveUpWhileRemoving(const RemovalPolicy& policy) {
   volume.file("canary/a/file", "precious");
   const auto before = test::snapshotOf(volume.path("canary/a"));
   int moved = 0;
-  for (int round = 0; round < 50; ++round) {
-    volume.chain("work/item", "d", depth);
+  for (int round = 0; round < 2000 && moved < 10; ++round) {
+    const std::string bottom = volume.chain("work/item", "d", depth);
     std::string middle = volume.path("work/item");
     for (int i = 0; i < depth / 2; ++i) middle += "/d";
     std::thread mover([&] {
-      while (::rename(middle.c_str(), volume.path("canary/moved").c_str()) != 0 && errno != ENOENT) {
+      // Now the removal is on its way back, and the folders far up are closed.
+      while (isThere(bottom)) {
       }
+      ::rename(middle.c_str(), volume.path("canary/moved").c_str());
     });
     static_cast<void>(removeItem(volume.path("work/item"), policy));
     mover.join();
