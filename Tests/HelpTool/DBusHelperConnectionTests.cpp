@@ -1,0 +1,461 @@
+#include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
+
+#include <gtest/gtest.h>
+#include <sdbus-c++/sdbus-c++.h>
+#include <sys/mman.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <condition_variable>
+#include <filesystem>
+#include <future>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "SorrelFramework/HelpTool/EventCodec.hpp"
+#include "SorrelFramework/HelpTool/HelperWireNames.hpp"
+#include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
+#include "SorrelFramework/HelpTool/SealedMemory.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "Tests/Support/MainLoop.hpp"
+#include "Tests/Support/PrivateBus.hpp"
+#include "Tests/Support/ProcessState.hpp"
+#include "Tests/Support/ScriptedHelper.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+
+namespace sorrel {
+namespace {
+
+const std::string kName = "org.example.test-appHelper";
+constexpr std::int32_t kDelete = 0;
+constexpr std::int32_t kCloseHelper = 3;
+
+FileDescriptor sealedReply(const std::optional<HelperDictionary>& dictionary) {
+  const HelperMessage message{HelperMessage::Kind::Reply, dictionary, {}};
+  return SealedMemory::make(encodeHelperMessage(message).value_or(""));
+}
+
+/// The helper's end of the wire, without a helper behind it.
+class Service {
+ public:
+  using Result = sdbus::Result<bool, std::int32_t, sdbus::UnixFd>;
+  struct Event {
+    std::int32_t id = 0;
+    std::optional<HelperMessage> message;
+  };
+  using Answer = std::function<void(const Event&, Result&&)>;
+
+  Service(const std::string& address, Answer answer)
+      : answer_(std::move(answer)), connection_(sdbus::createSessionBusConnectionWithAddress(address)) {
+    const HelperWireNames names(kName);
+    object_ = sdbus::createObject(*connection_, names.objectPath);
+    object_->registerMethod(HelperWireNames::handleEvent)
+        .onInterface(names.interface)
+        .implementedAs([this](Result&& result, std::int32_t id, const sdbus::UnixFd& memory) {
+          handle(id, memory.get(), std::move(result));
+        });
+    object_->registerMethod(HelperWireNames::getHelperVersion).onInterface(names.interface).implementedAs([] {
+      return std::string("1.2.3");
+    });
+    object_->registerMethod(HelperWireNames::uninstall).onInterface(names.interface).implementedAs([] {
+      return std::make_tuple(true, std::string("gone"));
+    });
+    object_->finishRegistration();
+    connection_->requestName(kName);
+    connection_->enterEventLoopAsync();
+  }
+
+  static void reply(Result&& result, bool flag, std::int32_t code, const FileDescriptor& memory) {
+    result.returnResults(flag, code, sdbus::UnixFd(memory.get()));
+  }
+  /// Sends the event's dictionary back.
+  static void echo(const Event& event, Result&& result) {
+    reply(std::move(result), true, event.id, sealedReply(event.message->dictionary));
+  }
+
+  std::vector<Event> events() const {
+    const std::lock_guard lock(mutex_);
+    return events_;
+  }
+  bool waitForEvents(std::size_t count) const {
+    std::unique_lock lock(mutex_);
+    return arrived_.wait_for(lock, test::kPatience, [&] { return events_.size() >= count; });
+  }
+
+ private:
+  void handle(std::int32_t id, int memory, Result&& result) {
+    Event event{id, std::nullopt};
+    if (const auto mapped = SealedMemory::map(memory, HelperLimits::bytes)) {
+      event.message = decodeHelperMessage(mapped->bytes(), HelperMessage::Kind::Event);
+    }
+    {
+      const std::lock_guard lock(mutex_);
+      events_.push_back(event);
+      arrived_.notify_all();
+    }
+    answer_(event, std::move(result));
+  }
+
+  const Answer answer_;
+  mutable std::mutex mutex_;
+  mutable std::condition_variable arrived_;
+  std::vector<Event> events_;
+  std::unique_ptr<sdbus::IConnection> connection_;
+  std::unique_ptr<sdbus::IObject> object_;
+};
+
+/// Never replies.
+void keepSilent(const Service::Event&, Service::Result&&) {}
+
+struct Reply {
+  bool flag = false;
+  std::int32_t code = -1;
+  std::optional<HelperDictionary> dictionary;
+};
+
+class DBusHelperConnectionTest : public testing::Test {
+ protected:
+  DBusHelperConnectionTest() { Host::install(Host::macVolume(folder.path(), "alice", {})); }
+
+  DBusHelperConnection::Options options() const { return {bus.address(), ::getuid()}; }
+  void startService(Service::Answer answer) {
+    service = std::make_unique<Service>(bus.address(), std::move(answer));
+  }
+  std::shared_ptr<HelperProtocol> helper() {
+    return privilege.getHelperTool(kName, kSMDomainSystemLaunchd).helper;
+  }
+  /// Sends an event and waits for its reply.
+  static Reply ask(HelperProtocol& helper, std::int32_t id, const HelperDictionary& dictionary) {
+    const auto promise = std::make_shared<std::promise<Reply>>();
+    helper.handleEvent(
+        id, dictionary,
+        [promise](bool flag, std::int32_t code, const std::optional<HelperDictionary>& answer) {
+          promise->set_value({flag, code, answer});
+        });
+    std::future<Reply> reply = promise->get_future();
+    const bool isThere = reply.wait_for(test::kPatience) == std::future_status::ready;
+    EXPECT_TRUE(isThere);
+    return isThere ? reply.get() : Reply();
+  }
+  /// Sends an event whose reply must not come.
+  void askInVain(HelperProtocol& helper, std::int32_t id = kDelete) {
+    helper.handleEvent(id, {{"/a", HelperDictionary()}},
+                       [this](bool, std::int32_t, const std::optional<HelperDictionary>&) { ++replies; });
+  }
+  bool waitUntilFieldsAreClear() {
+    return test::runMainLoopUntil(
+        [this] { return privilege.helpTool() == nullptr && privilege.helpConnect() == nullptr; });
+  }
+  void expectLostCall(Service::Answer answer) {
+    startService(std::move(answer));
+    const auto held = helper();
+    ASSERT_NE(held, nullptr);
+    askInVain(*held);
+    EXPECT_TRUE(waitUntilFieldsAreClear());
+    EXPECT_EQ(replies, 0);
+  }
+
+  test::TemporaryFolder folder;
+  test::PrivateBus bus;
+  std::unique_ptr<Service> service;
+  std::atomic<int> replies = 0;
+  PrivilegeHelper privilege{
+      std::make_shared<test::ScriptedInstallation>("", true),
+      [this](const std::string& name) { return DBusHelperConnection::make(name, options()); }};
+};
+
+TEST_F(DBusHelperConnectionTest, anEventAndItsReplyKeepEveryByte) {
+  startService(Service::echo);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  const HelperDictionary dictionary = {{"/tmp/\xff\n-rf %20", HelperDictionary{{"0", 7}, {"1", -1}}},
+                                       {"OperationValue", 2}};
+  const Reply reply = ask(*held, kDelete, dictionary);
+  EXPECT_TRUE(reply.flag);
+  EXPECT_EQ(reply.code, kDelete);
+  EXPECT_TRUE(reply.dictionary == dictionary);
+}
+
+TEST_F(DBusHelperConnectionTest, flagAndCodeComeFromTheHelper) {
+  startService([](const Service::Event&, Service::Result&& result) {
+    Service::reply(std::move(result), false, -5, sealedReply(std::nullopt));
+  });
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  const Reply reply = ask(*held, 2, {{"OperationValue", 0}});
+  EXPECT_FALSE(reply.flag);
+  EXPECT_EQ(reply.code, -5);
+  EXPECT_FALSE(reply.dictionary.has_value());
+  EXPECT_EQ(service->events().at(0).id, 2);
+}
+
+TEST_F(DBusHelperConnectionTest, eachPathTravelsWithWhatTheSenderSees) {
+  startService(Service::echo);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  const std::string file = folder.file("a");
+  const std::string missing = folder.path("b");
+  ask(*held, kDelete, {{file, HelperDictionary()}, {missing, HelperDictionary()}, {"Operation", 1}});
+  ASSERT_EQ(service->events().size(), 1U);
+  const std::optional<HelperMessage> message = service->events()[0].message;
+  ASSERT_TRUE(message.has_value());
+  // In the order of the keys: "/.../a", "/.../b", "Operation".
+  ASSERT_EQ(message->views.size(), 3U);
+  EXPECT_TRUE(message->views[0] == viewOf(file));
+  EXPECT_EQ(message->views[0].kind, SenderView::Kind::Present);
+  EXPECT_EQ(message->views[1].kind, SenderView::Kind::Absent);
+  EXPECT_EQ(message->views[2].kind, SenderView::Kind::NoPath);
+}
+
+TEST_F(DBusHelperConnectionTest, versionAndUninstallAreAsked) {
+  startService(Service::echo);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  std::promise<std::string> version;
+  held->getHelperVersion([&](const std::string& text) { version.set_value(text); });
+  EXPECT_EQ(version.get_future().get(), "1.2.3");
+  std::promise<std::pair<bool, std::string>> uninstalled;
+  held->uninstall([&](bool flag, const std::string& text) { uninstalled.set_value({flag, text}); });
+  EXPECT_EQ(uninstalled.get_future().get(), std::pair(true, std::string("gone")));
+}
+
+/// `count` paths of `size` bytes each.
+HelperDictionary manyPaths(std::size_t count, std::size_t size) {
+  HelperDictionary paths;
+  for (std::size_t i = 0; i < count; ++i) {
+    std::string path = "/no/such/folder/" + std::to_string(1'000'000 + i);
+    path.resize(size, 'x');
+    paths.emplace_hint(paths.end(), std::move(path), HelperDictionary{{"0", i}});
+  }
+  return paths;
+}
+
+TEST_F(DBusHelperConnectionTest, anEventMayNameVeryManyPaths) {
+  startService(Service::echo);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  const HelperDictionary paths = manyPaths(33'000, 1000);  // 33 MB
+  EXPECT_TRUE(ask(*held, kDelete, paths).dictionary == paths);
+}
+
+TEST_F(DBusHelperConnectionTest, anEventMayHave200Megabytes) {
+  startService([](const Service::Event& event, Service::Result&& result) {
+    const bool isWhole = event.message.has_value() && event.message->dictionary->size() == 200;
+    Service::reply(std::move(result), isWhole, 0, sealedReply(std::nullopt));
+  });
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  EXPECT_TRUE(ask(*held, kDelete, manyPaths(200, 1'000'000)).flag);
+}
+
+TEST_F(DBusHelperConnectionTest, anEventOverACapIsAnsweredAtOnce) {
+  startService(Service::echo);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  HelperDictionary numbers;
+  for (int i = 0; i < 65; ++i) numbers.emplace(std::to_string(i), i);
+  const Reply reply = ask(*held, kDelete, {{"/a", numbers}});
+  EXPECT_FALSE(reply.flag);
+  EXPECT_EQ(reply.code, static_cast<std::int32_t>(HelperEventErrorID::NoCause));
+  EXPECT_TRUE(reply.dictionary == HelperDictionary());
+  EXPECT_TRUE(service->events().empty());
+  EXPECT_EQ(privilege.helpTool(), held);
+}
+
+TEST_F(DBusHelperConnectionTest, repliesComeInAnyOrder) {
+  std::mutex mutex;
+  std::vector<Service::Result> waiting;
+  startService([&](const Service::Event& event, Service::Result&& result) {
+    const std::lock_guard lock(mutex);
+    waiting.push_back(std::move(result));
+    if (event.id != 2) return;
+    for (std::size_t i = waiting.size(); i-- > 0;) {
+      Service::reply(std::move(waiting[i]), true, static_cast<std::int32_t>(i), sealedReply(std::nullopt));
+    }
+  });
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  std::vector<std::int32_t> codes(3, -1);
+  std::atomic<int> done = 0;
+  for (std::size_t i = 0; i < 3; ++i) {
+    held->handleEvent(static_cast<std::int32_t>(i), {},
+                      [&, i](bool, std::int32_t code, const std::optional<HelperDictionary>&) {
+                        codes[i] = code;
+                        ++done;
+                      });
+  }
+  EXPECT_TRUE(test::runMainLoopUntil([&] { return done == 3; }));
+  EXPECT_EQ(codes, (std::vector<std::int32_t>{0, 1, 2}));
+}
+
+TEST_F(DBusHelperConnectionTest, aReplyInUnsealedMemoryIsRefused) {
+  expectLostCall([](const Service::Event&, Service::Result&& result) {
+    const std::string bytes =
+        encodeHelperMessage({HelperMessage::Kind::Reply, HelperDictionary(), {}}).value_or("");
+    const FileDescriptor memory(::memfd_create("unsealed", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    EXPECT_EQ(::write(memory.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+    Service::reply(std::move(result), true, 0, memory);
+  });
+}
+
+TEST_F(DBusHelperConnectionTest, aReplyThatIsNoMessageIsRefused) {
+  expectLostCall([](const Service::Event&, Service::Result&& result) {
+    Service::reply(std::move(result), true, 0, SealedMemory::make("nonsense"));
+  });
+}
+
+TEST_F(DBusHelperConnectionTest, anErrorIsNoReply) {
+  expectLostCall([](const Service::Event&, Service::Result&& result) {
+    result.returnError(sdbus::Error("org.example.Error.Failed", "no"));
+  });
+}
+
+TEST_F(DBusHelperConnectionTest, aHelperThatVanishesInMidCallAnswersNothing) {
+  startService(keepSilent);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  askInVain(*held);
+  ASSERT_TRUE(service->waitForEvents(1));
+  service.reset();
+  EXPECT_TRUE(waitUntilFieldsAreClear());
+  EXPECT_EQ(replies, 0);
+}
+
+TEST_F(DBusHelperConnectionTest, anIdleHelperThatVanishesClearsTheFields) {
+  startService(Service::echo);
+  ASSERT_NE(helper(), nullptr);
+  service.reset();
+  EXPECT_TRUE(waitUntilFieldsAreClear());
+}
+
+TEST_F(DBusHelperConnectionTest, aBusThatVanishesClearsTheFields) {
+  startService(Service::echo);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  // A service would not survive its bus.
+  service.reset();
+  bus.stop();
+  EXPECT_TRUE(waitUntilFieldsAreClear());
+  EXPECT_EQ(helper(), nullptr);
+}
+
+TEST_F(DBusHelperConnectionTest, callsOfADeadConnectionAreLost) {
+  startService(Service::echo);
+  const auto connection = DBusHelperConnection::make(kName, options());
+  ASSERT_NE(connection, nullptr);
+  std::atomic<bool> isInvalid = false;
+  std::atomic<int> lost = 0;
+  connection->setInvalidationHandler([&] { isInvalid = true; });
+  connection->resume();
+  const auto proxy = connection->remoteObjectProxyWithErrorHandler([&] { ++lost; });
+  ASSERT_NE(proxy, nullptr);
+  service.reset();
+  bus.stop();
+  EXPECT_TRUE(test::runMainLoopUntil([&] { return isInvalid.load(); }));
+  askInVain(*proxy);
+  proxy->getHelperVersion([this](const std::string&) { ++replies; });
+  EXPECT_TRUE(test::runMainLoopUntil([&] { return lost == 2; }));
+  EXPECT_EQ(connection->remoteObjectProxyWithErrorHandler([] {}), nullptr);
+  EXPECT_EQ(replies, 0);
+}
+
+TEST_F(DBusHelperConnectionTest, aKeptProxyReachesTheNextHelper) {
+  startService(Service::echo);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  service.reset();
+  ASSERT_TRUE(waitUntilFieldsAreClear());
+  startService(Service::echo);
+  EXPECT_TRUE(ask(*held, kDelete, {}).flag);
+}
+
+TEST_F(DBusHelperConnectionTest, nobodyButTheRightUserIsTrusted) {
+  startService(Service::echo);
+  const auto connection = DBusHelperConnection::make(kName, {bus.address(), ::getuid() + 1});
+  ASSERT_NE(connection, nullptr);
+  connection->resume();
+  EXPECT_EQ(connection->remoteObjectProxyWithErrorHandler([] {}), nullptr);
+  EXPECT_TRUE(service->events().empty());
+}
+
+TEST_F(DBusHelperConnectionTest, aHelperThatCannotBeStartedIsNone) {
+  const PrivilegeHelper::Tool none = privilege.getHelperTool(kName, kSMDomainSystemLaunchd);
+  EXPECT_EQ(none.helper, nullptr);
+  EXPECT_EQ(none.message, "HelperTool as? HelperProtocol");
+}
+
+TEST_F(DBusHelperConnectionTest, theBusStartsTheHelper) {
+  const std::string mark = folder.path("started");
+  bus.addService(kName, "/usr/bin/touch " + mark + "; exit 1");
+  EXPECT_EQ(helper(), nullptr);
+  EXPECT_TRUE(std::filesystem::exists(mark));
+}
+
+TEST_F(DBusHelperConnectionTest, closingNeverStartsAHelper) {
+  const std::string mark = folder.path("started");
+  bus.addService(kName, "/usr/bin/touch " + mark + "; exit 1");
+  std::atomic<int> lost = 0;
+  startService(Service::echo);
+  const auto connection = DBusHelperConnection::make(kName, options());
+  ASSERT_NE(connection, nullptr);
+  const auto proxy = connection->remoteObjectProxyWithErrorHandler([&] { ++lost; });
+  ASSERT_NE(proxy, nullptr);
+  service.reset();
+  askInVain(*proxy, kCloseHelper);
+  EXPECT_TRUE(test::runMainLoopUntil([&] { return lost == 1; }));
+  EXPECT_FALSE(std::filesystem::exists(mark));
+  askInVain(*proxy, kDelete);
+  EXPECT_TRUE(test::runMainLoopUntil([&] { return lost == 2; }));
+  EXPECT_TRUE(std::filesystem::exists(mark));
+  EXPECT_EQ(replies, 0);
+}
+
+TEST_F(DBusHelperConnectionTest, aNameThatNoBusTakesHasNoConnection) {
+  EXPECT_EQ(DBusHelperConnection::make("Helper", options()), nullptr);
+  EXPECT_EQ(DBusHelperConnection::make(kName, {"unix:path=" + folder.path("nowhere"), 0}), nullptr);
+}
+
+TEST_F(DBusHelperConnectionTest, aReplyMayDropTheLastHolders) {
+  startService(Service::echo);
+  auto connection = DBusHelperConnection::make(kName, options());
+  ASSERT_NE(connection, nullptr);
+  connection->resume();
+  auto held = connection->remoteObjectProxyWithErrorHandler([] {});
+  ASSERT_NE(held, nullptr);
+  std::promise<void> isDone;
+  held->handleEvent(kDelete, {}, [&isDone](bool, std::int32_t, const std::optional<HelperDictionary>&) {
+    isDone.set_value();
+  });
+  held.reset();
+  connection.reset();
+  EXPECT_EQ(isDone.get_future().wait_for(test::kPatience), std::future_status::ready);
+}
+
+TEST_F(DBusHelperConnectionTest, aReplyMayAskForTheHelperAgain) {
+  startService(Service::echo);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  const auto connection = privilege.helpConnect();
+  std::promise<bool> isThere;
+  held->handleEvent(kDelete, {}, [&](bool, std::int32_t, const std::optional<HelperDictionary>&) {
+    isThere.set_value(connection->remoteObjectProxyWithErrorHandler([] {}) != nullptr);
+  });
+  EXPECT_TRUE(isThere.get_future().get());
+}
+
+TEST_F(DBusHelperConnectionTest, repliesLeaveNoDescriptorsOpen) {
+  startService(Service::echo);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  ask(*held, kDelete, {});
+  const std::size_t before = test::openDescriptors();
+  for (int i = 0; i < 20; ++i) ask(*held, kDelete, {{"/a", HelperDictionary()}});
+  EXPECT_LT(test::openDescriptors(), before + 8);  // the last ones may still be on their way out
+}
+
+}  // namespace
+}  // namespace sorrel

@@ -1,0 +1,36 @@
+#pragma once
+
+#include <memory>
+#include <string>
+#include <thread>
+
+#include "SorrelFramework/Platform/ChildProcess.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+
+namespace sorrel::test {
+
+/// A message bus of one test: a dbus-daemon that everybody may use who runs as this user.
+class PrivateBus {
+ public:
+  /// Returns when the bus takes connections.
+  PrivateBus();
+  ~PrivateBus();
+  PrivateBus(const PrivateBus&) = delete;
+  PrivateBus& operator=(const PrivateBus&) = delete;
+
+  [[nodiscard]] const std::string& address() const { return address_; }
+
+  /// Lets the bus start a service on demand: a program of /bin/sh with these commands.
+  void addService(const std::string& name, const std::string& commands) const;
+
+  /// Ends the bus, with all connections to it.
+  void stop();
+
+ private:
+  TemporaryFolder folder_;
+  std::string address_;
+  std::unique_ptr<ChildProcess> daemon_;
+  std::thread reader_;
+};
+
+}  // namespace sorrel::test
