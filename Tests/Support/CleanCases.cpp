@@ -20,8 +20,8 @@ void addLeaves(const Node& node, Chain& above, std::vector<Chain>& leaves) {
   above.pop_back();
 }
 
-/// The record that a leaf is deleted with, by the first record on its way that is on or off; null if it is
-/// not selected. What is `forced` on needs no look.
+/// The record that a leaf is deleted with: below an `above` that is on the first one there, below one that is
+/// mixed the first that is on or off, if that is on. Null if the leaf is not selected.
 const Node* firstDecision(const Chain& chain, std::size_t from, Integer above) {
   if (above == 0 || from >= chain.size()) return nullptr;
   if (above == 1) return chain[from];
