@@ -166,15 +166,16 @@ TEST(EventCodec, aCountBeyondTheBytesOrTheCapIsNothing) {
 }
 
 TEST(EventCodec, twoMillionPathsAreTheCap) {
-  HelperDictionary paths;
+  HelperMessage message = eventOf({});
+  HelperDictionary& paths = *message.dictionary;
   for (std::size_t i = 0; i < HelperLimits::paths; ++i) {
     paths.emplace_hint(paths.end(), word(static_cast<std::uint32_t>(i)), 0);
   }
-  std::optional<std::string> full = encodeHelperMessage(eventOf(paths));
+  std::optional<std::string> full = encodeHelperMessage(message);
   ASSERT_TRUE(full.has_value());
   EXPECT_TRUE(decodeHelperMessage(*full, Kind::Event).has_value());
   paths.emplace("one more", 0);
-  EXPECT_FALSE(encodeHelperMessage(eventOf(std::move(paths))).has_value());
+  EXPECT_FALSE(encodeHelperMessage(message).has_value());
 }
 
 TEST(EventCodec, moreThan512MebibytesAreNotLookedAt) {
