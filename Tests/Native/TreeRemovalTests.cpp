@@ -84,7 +84,12 @@ std::string inMemory(const std::function<std::string()>& work) {
     ::setenv("TMPDIR", folder.path().c_str(), 1);
     return work();
   });
-  return told == "skip" ? test::inChild(work) : told;
+  if (told != "skip") return told;
+  return test::inChild([&] {
+    // Root may remove nothing there.
+    if (::geteuid() != 0 && ::access("/dev/shm", W_OK) == 0) ::setenv("TMPDIR", "/dev/shm", 1);
+    return work();
+  });
 }
 
 class TreeRemovalTest : public testing::Test {
