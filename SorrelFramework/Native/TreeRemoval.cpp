@@ -18,7 +18,7 @@ namespace {
 RemovalResult failed(int error) { return {error, false, false, 0}; }
 RemovalResult refused(int error) { return {error, true, false, 0}; }
 
-/// Names of trash folders at the top of a file system: of the freedesktop specification, and of macOS.
+/// Names of trash folders at the top of a file system: of freedesktop.org desktops, and of macOS.
 bool isTrashName(std::string_view name) {
   constexpr std::string_view ofUser = ".Trash-";
   if (name == ".Trash" || name == ".Trashes") return true;
