@@ -10,7 +10,7 @@ namespace sorrel {
 [[nodiscard]] bool isDesktopEntryName(std::string_view name);
 
 /// The `Name` of the group [Desktop Entry], in the language of the process (LANGUAGE, LC_ALL, LC_MESSAGES,
-/// LANG), as the Desktop Entry Specification of freedesktop.org has it. Always valid UTF-8 and not empty.
+/// LANG), by the desktop entry rules of freedesktop.org. Always valid UTF-8 and not empty.
 /// Nothing for a link, for anything but a regular file of at most 64 KiB, and for a file that cannot be read
 /// as key file. Any thread.
 [[nodiscard]] std::optional<std::string> desktopEntryName(const std::string& path);
