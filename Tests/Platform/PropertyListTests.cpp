@@ -225,7 +225,7 @@ TEST(PropertyList, copiesAreIndependent) {
 
 TEST(PropertyList, deepTreesAreCopiedComparedAndFreed) {
   const PropertyList deep = nestedArrays(500'000);
-  const PropertyList copy = deep;
+  const PropertyList copy = deep;  // NOLINT(performance-unnecessary-copy-initialization): what is tested
   EXPECT_TRUE(copy == deep);
   EXPECT_FALSE(copy == nestedArrays(499'999));
 }
@@ -474,11 +474,9 @@ TEST(ParsePropertyListBinary, readsEveryWidth) {
 }
 
 TEST(ParsePropertyListBinary, refusesWhatIsNoValue) {
-  for (const char* hex : {"00", "0f", "0a",
-                          "15"
-                          "00000000",
-                          "18", "21ffff", "24", "30", "32ffffffff", "51ff", "90", "b0", "c0", "e0", "f0",
-                          "8f000000000000000000000000000000ff", "1400000000000000010000000000000000"})
+  for (const char* hex :
+       {"00", "0f", "0a", "1500000000", "18", "21ffff", "24", "30", "32ffffffff", "51ff", "90", "b0", "c0",
+        "e0", "f0", "8f000000000000000000000000000000ff", "1400000000000000010000000000000000"})
     EXPECT_FALSE(parsePropertyList(binaryList({bytesOfHex(hex)})).has_value()) << hex;
 }
 

@@ -3,6 +3,8 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <array>
 #include <string>
 
 #include "SorrelFramework/Platform/Host.hpp"
@@ -39,10 +41,13 @@ TEST_F(ResourceValuesTest, keyThatIsNotAskedForIsAbsent) {
 TEST_F(ResourceValuesTest, eachKeyFillsItsOwnValueOnly) {
   volume_.file("a", 10_B);
   const auto count = [](const ResourceValues& values) {
-    return values.localizedName.has_value() + values.fileSize.has_value() + values.effectiveIcon.has_value() +
-           values.isDirectory.has_value() + values.isPackage.has_value() + values.isRegularFile.has_value() +
-           values.isHidden.has_value() + values.contentModificationDate.has_value() +
-           values.localizedTypeDescription.has_value() + values.path.has_value();
+    return std::ranges::count(
+        std::array{values.localizedName.has_value(), values.fileSize.has_value(),
+                   values.effectiveIcon.has_value(), values.isDirectory.has_value(),
+                   values.isPackage.has_value(), values.isRegularFile.has_value(),
+                   values.isHidden.has_value(), values.contentModificationDate.has_value(),
+                   values.localizedTypeDescription.has_value(), values.path.has_value()},
+        true);
   };
   for (const ResourceKey key :
        {NSURLLocalizedNameKey, NSURLFileSizeKey, NSURLEffectiveIconKey, NSURLIsDirectoryKey,

@@ -80,6 +80,7 @@ TEST(UserDefaults, manyThreadsLoseNoValue) {
   const TemporaryFolder folder;
   UserDefaults defaults(folder.path("a.plist"));
   std::vector<std::thread> threads;
+  threads.reserve(4);
   for (int thread = 0; thread < 4; ++thread) {
     threads.emplace_back([&defaults, thread] {
       for (int i = 0; i < 5; ++i) EXPECT_TRUE(defaults.set(std::to_string(thread * 10 + i), i));

@@ -48,6 +48,7 @@ TEST(WeftSerialQueue, keepsTheOrderOfEachSubmittingThread) {
   {
     WeftSerialQueue queue(WeftQOS::Default);
     std::vector<std::jthread> threads;
+    threads.reserve(seen.size());
     for (auto& list : seen) {
       threads.emplace_back([&queue, &list] {
         for (int i = 0; i < 500; ++i) queue.submit([&list, i] { list.push_back(i); }, neverFails);
@@ -67,6 +68,7 @@ TEST(WeftSerialQueue, runsOneTaskAtATime) {
   {
     WeftSerialQueue queue(WeftQOS::Default);
     std::vector<std::jthread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
       threads.emplace_back([&] {
         for (int i = 0; i < 200; ++i) {

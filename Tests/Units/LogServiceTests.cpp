@@ -114,6 +114,7 @@ TEST_F(LogServiceTest, keepsTheOrderOfEachThreadAndNeverMixesEntries) {
   constexpr int kEntries = 200;
   {
     std::vector<std::jthread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
       threads.emplace_back([this, t] {
         for (int i = 0; i < kEntries; ++i) log_.log(Debug, std::to_string(t) + "-" + std::to_string(i));

@@ -83,6 +83,7 @@ TEST_F(ScanStatus, oneOfManyStartsWins) {
     table_.set(5, ScanState::end);
     std::atomic<int> winners{0};
     std::vector<std::jthread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
       threads.emplace_back([&] {
         if (table_.startUnlessRunning(5)) ++winners;
