@@ -28,9 +28,9 @@ class Writer {
     if (!message.views.empty() && message.views.size() != keys) return false;
     integer(kVersion);
     integer(static_cast<std::uint8_t>(message.kind));
-    integer(std::uint8_t{message.dictionary.has_value()});
+    integer(static_cast<std::uint8_t>(message.dictionary.has_value() ? 1 : 0));
     if (message.dictionary.has_value() && !dictionary(*message.dictionary, 1)) return false;
-    integer(std::uint8_t{!message.views.empty()});
+    integer(static_cast<std::uint8_t>(!message.views.empty() ? 1 : 0));
     for (const SenderView& seen : message.views) {
       if (!view(seen)) return false;
     }

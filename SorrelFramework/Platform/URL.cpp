@@ -165,7 +165,7 @@ URL URL::deletingPathExtension() const {
 }
 
 URL URL::appendingPathComponent(std::string_view component) const {
-  const URL plain = appendingPathComponent(component, component.ends_with('/'));
+  URL plain = appendingPathComponent(component, component.ends_with('/'));
   if (!isFileURL() || plain.relativeText().ends_with('/') || !isDirectoryOnDisk(plain.path())) return plain;
   return URL(Absolute{}, SharedText(plain.relativeText(), "/"));
 }
