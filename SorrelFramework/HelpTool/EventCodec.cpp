@@ -3,21 +3,16 @@
 #include <sys/stat.h>
 
 #include <cerrno>
-#include <iterator>
 #include <utility>
+
+#include "SorrelFramework/HelpTool/MessageView.hpp"
 
 namespace sorrel {
 namespace {
 
 constexpr std::uint8_t kVersion = 1;
 
-enum class Type : std::uint8_t { Number = 1, Text = 2, Dictionary = 3 };
-
-std::size_t entriesAllowed(HelperMessage::Kind kind, int depth) {
-  if (depth == 1) return HelperLimits::paths;
-  const bool isReply = kind == HelperMessage::Kind::Reply;
-  return HelperLimits::numbersOfPath + (isReply ? HelperLimits::wordsOfReply : 0);
-}
+using Type = MessageView::Type;
 
 class Writer {
  public:
@@ -56,8 +51,9 @@ class Writer {
 
   [[nodiscard]] bool dictionary(const HelperDictionary& dictionary, int depth) {
     entries_ += dictionary.size();
-    if (depth > HelperLimits::depth || dictionary.size() > entriesAllowed(kind_, depth)) return false;
-    if (entries_ > HelperLimits::entries) return false;
+    if (depth > HelperLimits::depth || dictionary.size() > HelperLimits::entriesOf(kind_, depth))
+      return false;
+    if (entries_ > HelperLimits::entriesOf(kind_)) return false;
     integer(static_cast<std::uint32_t>(dictionary.size()));
     for (const auto& [key, value] : dictionary) {
       if (!text(key) || !this->value(value, depth)) return false;
@@ -96,111 +92,27 @@ class Writer {
   std::string bytes_;
 };
 
-class Reader {
- public:
-  Reader(std::string_view bytes, HelperMessage::Kind kind) : rest_(bytes), kind_(kind) {}
+HelperDictionary dictionaryOf(const MessageView::Dictionary& view);
 
-  std::optional<HelperMessage> message() {
-    if (rest_.size() > HelperLimits::bytes) return std::nullopt;
-    HelperMessage message{kind_, std::nullopt, {}};
-    bool hasDictionary = false;
-    if (integer<std::uint8_t>() != kVersion) return std::nullopt;
-    if (integer<std::uint8_t>() != static_cast<std::uint8_t>(kind_)) return std::nullopt;
-    if (!flag(hasDictionary)) return std::nullopt;
-    if (hasDictionary && !dictionary(message.dictionary.emplace(), 1)) return std::nullopt;
-    const std::size_t keys = hasDictionary ? message.dictionary->size() : 0;
-    if (!views(message.views, keys) || !rest_.empty()) return std::nullopt;
-    return message;
+HelperValue valueOf(const MessageView::Entry& entry) {
+  switch (entry.type) {
+    case MessageView::Type::Number:
+      return entry.number;
+    case MessageView::Type::Text:
+      return std::string(entry.text);
+    case MessageView::Type::Dictionary:
+      break;
   }
+  return dictionaryOf(entry.below);
+}
 
- private:
-  template <class Unsigned>
-  std::optional<Unsigned> integer() {
-    if (rest_.size() < sizeof(Unsigned)) return std::nullopt;
-    std::uint64_t value = 0;
-    for (std::size_t i = 0; i < sizeof(Unsigned); ++i) {
-      value |= static_cast<std::uint64_t>(static_cast<unsigned char>(rest_[i])) << (8 * i);
-    }
-    rest_.remove_prefix(sizeof(Unsigned));
-    return static_cast<Unsigned>(value);
+HelperDictionary dictionaryOf(const MessageView::Dictionary& view) {
+  HelperDictionary dictionary;
+  for (const MessageView::Entry& entry : view) {
+    dictionary.emplace_hint(dictionary.end(), std::string(entry.key), valueOf(entry));
   }
-
-  [[nodiscard]] bool flag(bool& flag) {
-    const std::optional<std::uint8_t> byte = integer<std::uint8_t>();
-    flag = byte == 1;
-    return byte.has_value() && *byte <= 1;
-  }
-
-  std::optional<std::string_view> text() {
-    const std::optional<std::uint32_t> length = integer<std::uint32_t>();
-    if (!length.has_value() || *length > HelperLimits::text || *length > rest_.size()) return std::nullopt;
-    const std::string_view text = rest_.substr(0, *length);
-    rest_.remove_prefix(*length);
-    return text;
-  }
-
-  /// Entries are taken one by one, so that no count makes room for more than the bytes hold.
-  [[nodiscard]] bool dictionary(HelperDictionary& dictionary, int depth) {
-    const std::optional<std::uint32_t> count = integer<std::uint32_t>();
-    if (!count.has_value() || depth > HelperLimits::depth) return false;
-    if (*count > entriesAllowed(kind_, depth) || *count > HelperLimits::entries - entries_) return false;
-    entries_ += *count;
-    for (std::uint32_t i = 0; i < *count; ++i) {
-      const std::optional<std::string_view> key = text();
-      if (!key.has_value()) return false;
-      if (!dictionary.empty() && *key <= std::prev(dictionary.end())->first) return false;
-      std::optional<HelperValue> found = value(depth);
-      if (!found.has_value()) return false;
-      dictionary.emplace_hint(dictionary.end(), std::string(*key), std::move(*found));
-    }
-    return true;
-  }
-
-  std::optional<HelperValue> value(int depth) {
-    const std::optional<std::uint8_t> type = integer<std::uint8_t>();
-    if (type == static_cast<std::uint8_t>(Type::Number)) {
-      const std::optional<std::uint64_t> number = integer<std::uint64_t>();
-      return number.has_value() ? std::optional(HelperValue(*number)) : std::nullopt;
-    }
-    if (type == static_cast<std::uint8_t>(Type::Text)) {
-      const std::optional<std::string_view> bytes = text();
-      return bytes.has_value() ? std::optional(HelperValue(std::string(*bytes))) : std::nullopt;
-    }
-    if (type != static_cast<std::uint8_t>(Type::Dictionary)) return std::nullopt;
-    HelperDictionary below;
-    if (!dictionary(below, depth + 1)) return std::nullopt;
-    return HelperValue(std::move(below));
-  }
-
-  [[nodiscard]] bool views(std::vector<SenderView>& views, std::size_t keys) {
-    bool hasViews = false;
-    if (!flag(hasViews)) return false;
-    // A view has one byte at the least; "given, but none" would be a second spelling of "none".
-    if (!hasViews) return true;
-    if (keys == 0 || keys > rest_.size()) return false;
-    views.reserve(keys);
-    for (std::size_t i = 0; i < keys; ++i) {
-      if (!view(views.emplace_back())) return false;
-    }
-    return true;
-  }
-
-  [[nodiscard]] bool view(SenderView& view) {
-    const std::optional<std::uint8_t> kind = integer<std::uint8_t>();
-    if (!kind.has_value() || *kind > static_cast<std::uint8_t>(SenderView::Kind::CouldNotLook)) return false;
-    view.kind = static_cast<SenderView::Kind>(*kind);
-    if (view.kind != SenderView::Kind::Present) return true;
-    const std::optional<std::uint64_t> device = integer<std::uint64_t>();
-    const std::optional<std::uint64_t> inode = integer<std::uint64_t>();
-    view.device = device.value_or(0);
-    view.inode = inode.value_or(0);
-    return inode.has_value();
-  }
-
-  std::string_view rest_;
-  HelperMessage::Kind kind_;
-  std::size_t entries_ = 0;
-};
+  return dictionary;
+}
 
 }  // namespace
 
@@ -222,7 +134,15 @@ std::optional<std::string> encodeHelperMessage(const HelperMessage& message) {
 }
 
 std::optional<HelperMessage> decodeHelperMessage(std::string_view bytes, HelperMessage::Kind kind) {
-  return Reader(bytes, kind).message();
+  const std::optional<MessageView> view = MessageView::of(bytes, kind);
+  if (!view.has_value()) return std::nullopt;
+  HelperMessage message{kind, std::nullopt, {}};
+  if (!view->hasDictionary()) return message;
+  message.dictionary = dictionaryOf(view->dictionary());
+  if (!view->hasViews()) return message;
+  message.views.reserve(view->dictionary().size());
+  for (const MessageView::Entry& entry : view->dictionary()) message.views.push_back(entry.seen);
+  return message;
 }
 
 }  // namespace sorrel

@@ -49,8 +49,18 @@ struct HelperLimits {
   static constexpr std::size_t text = std::size_t{1} << 20;     ///< bytes of a key or a text
   static constexpr std::size_t numbersOfPath = 64;              ///< entries below a path of an event
   static constexpr std::size_t wordsOfReply = 3;                ///< that a reply may hold beside them
-  static constexpr std::size_t entries = 16'000'000;            ///< of all dictionaries together
+  static constexpr std::size_t entries = 16'000'000;            ///< of all dictionaries of an event together
   static constexpr int depth = 2;                               ///< dictionaries in one another
+
+  /// Entries of one dictionary, `depth` dictionaries below the message.
+  [[nodiscard]] static constexpr std::size_t entriesOf(HelperMessage::Kind kind, int depth) {
+    if (depth == 1) return paths;
+    return numbersOfPath + (kind == HelperMessage::Kind::Reply ? wordsOfReply : 0);
+  }
+  /// Entries of all dictionaries together: the reply to any event has room for its words beside the numbers.
+  [[nodiscard]] static constexpr std::size_t entriesOf(HelperMessage::Kind kind) {
+    return entries + (kind == HelperMessage::Kind::Reply ? paths * wordsOfReply : 0);
+  }
 };
 
 /// The bytes of a message; nothing if it is over a cap, or if its views do not fit its dictionary.

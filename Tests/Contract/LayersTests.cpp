@@ -40,7 +40,7 @@ const std::vector<ThirdParty> kThirdParties = {
     {"glib", {"Platform"}},     {"gio/", {"Platform"}},
     {"plist/", {"Platform"}},   {"sqlite3", {"Units"}},
     {"unicode/", {"Platform"}}, {"openssl/", {"Platform"}},
-    {"vips/", {"Native"}},      {"sdbus-c++/", {"HelpTool"}},
+    {"vips/", {"Native"}},      {"sdbus-c++/", {"HelpTool", "Helper"}},
     {"CLI/", {"Host"}},         {"nlohmann/", {"Host", "Scan", "Clean"}},
 };
 
@@ -153,6 +153,38 @@ TEST(Layers, includesInsideTheFrameworkNameFilesOfTheFramework) {
       EXPECT_TRUE(include.target.starts_with(kFramework)) << file << " " << include.target;
     }
   }
+}
+
+/// Whether the root program may include `target`, relative to SorrelFramework/.
+bool isForTheHelper(std::string_view target) {
+  static const std::vector<std::string_view> kShared = {
+      "HelpTool/EventCodec.hpp",   "HelpTool/HelperProtocol.hpp", "HelpTool/HelperWireNames.hpp",
+      "HelpTool/MessageView.hpp",  "HelpTool/SealedMemory.hpp",   "Platform/FileDescriptor.hpp",
+      "Platform/FolderStream.hpp", "Platform/OpenResolving.hpp"};
+  return firstFolder(target) == "Native" || contains(kShared, target);
+}
+
+TEST(Layers, theRootProgramKnowsFewSources) {
+  const auto sources = sourcesBelow("Helper");
+  EXPECT_GT(sources.size(), 3U);
+  for (const std::string& file : sources) {
+    for (const Include& include : includesOf(kRoot / "Helper" / file)) {
+      if (include.angled) {
+        EXPECT_EQ(thirdPartyFault(file, "Helper", include.target), "") << file;
+      } else if (!include.target.starts_with("Helper/")) {
+        EXPECT_TRUE(include.target.starts_with(kFramework) &&
+                    isForTheHelper(include.target.substr(kFramework.size())))
+            << file << " includes " << include.target;
+      }
+    }
+  }
+}
+
+TEST(Layers, theRootProgramReadsNoRichFormats) {
+  EXPECT_FALSE(isForTheHelper("Platform/PropertyList.hpp"));
+  EXPECT_FALSE(isForTheHelper("Platform/URL.hpp"));
+  EXPECT_FALSE(isForTheHelper("HelpTool/DBusHelperConnection.hpp"));
+  EXPECT_TRUE(isForTheHelper("Native/TreeRemoval.hpp"));
 }
 
 TEST(Layers, anArrowUpIsAFault) {

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string_view>
+
+#include "Helper/HelperConfiguration.hpp"
+#include "SorrelFramework/HelpTool/HelperProtocol.hpp"
+#include "SorrelFramework/HelpTool/MessageView.hpp"
+
+namespace sorrel::helper {
+
+/// One event that the system has authorised, as the worker process gets it. Its form is sound (EventForm):
+/// only the dictionaries and types that the kind of event has. What its texts say is hostile all the same.
+struct EventJob {
+  HelperHanldeEventID kind = HelperHanldeEventID::Delete;  ///< never CloseHelper
+  std::uint32_t caller = 0;                                ///< user id, as the bus knows it
+  /// The dictionary, with what the sender sees under each path. Lies in sealed memory.
+  MessageView event;
+  const HelperConfiguration& configuration;
+};
+
+/// Takes what is done with each path, as soon as it is done: the answer holds it even if the worker dies
+/// right after.
+class ResultSink {
+ public:
+  virtual ~ResultSink() = default;
+  /// Once for each path, in any order. `index` is that of its entry at the top of the event's dictionary. A
+  /// text longer than kMostResultText bytes is cut.
+  virtual void result(std::size_t index, HelperEventErrorID status, std::string_view desc) = 0;
+};
+inline constexpr std::size_t kMostResultText = 512;
+
+/// What the caller gets beside the results. A path without a result counts as failed.
+struct EventOutcome {
+  bool flag = false;
+  std::int32_t code = static_cast<std::int32_t>(HelperEventErrorID::NoCause);
+};
+
+/// Does what the event asks for. Runs in a process of its own, as root, that may be killed at any moment and
+/// has one thread; its current folder is "/", its environment holds PATH alone.
+EventOutcome runEvent(const EventJob& job, ResultSink& sink);
+
+}  // namespace sorrel::helper
