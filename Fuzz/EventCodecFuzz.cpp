@@ -1,4 +1,6 @@
-// Any bytes as an event or a reply: a message or nothing, and a message is spelled in one way only.
+// Any bytes as an event or a reply: a message or nothing, the same as a reader written for itself finds, and
+// a message is spelled in one way only.
+#include "Fuzz/PlainReader.hpp"
 #include "Fuzz/Require.hpp"
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 
@@ -18,6 +20,7 @@ void checkLimits(const HelperDictionary& dictionary, int depth) {
 
 void check(std::string_view bytes, HelperMessage::Kind kind) {
   const std::optional<HelperMessage> message = decodeHelperMessage(bytes, kind);
+  require(message == fuzz::PlainReader(bytes, kind).message(), "a plain reader sees the same");
   if (!message.has_value()) return;
   require(message->kind == kind, "the kind is the one that was asked for");
   if (message->dictionary.has_value()) checkLimits(*message->dictionary, 1);

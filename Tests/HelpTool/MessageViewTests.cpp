@@ -3,8 +3,13 @@
 #include <gtest/gtest.h>
 
 #include <cstddef>
+#include <cstdint>
+#include <random>
 #include <string>
+#include <utility>
 #include <vector>
+
+#include "Fuzz/PlainReader.hpp"
 
 namespace sorrel {
 namespace {
@@ -118,6 +123,96 @@ TEST(MessageView, anyChangedByteIsNoneOrAnotherMessage) {
       EXPECT_EQ(coded(decodeHelperMessage(changed, Kind::Event).value()), changed) << at << " " << value;
     }
   }
+}
+
+class RandomMessages {
+ public:
+  explicit RandomMessages(std::uint32_t seed) : random_(seed) {}
+
+  HelperMessage message() {
+    HelperMessage message{below(2) == 0 ? Kind::Event : Kind::Reply, std::nullopt, {}};
+    if (below(16) != 0) message.dictionary = dictionary(1, below(12));
+    const std::size_t keys = message.dictionary.has_value() ? message.dictionary->size() : 0;
+    const bool hasViews = below(2) == 0;
+    for (std::size_t i = 0; hasViews && i < keys; ++i) message.views.push_back(view());
+    return message;
+  }
+  /// Changes, cuts or repeats a few bytes.
+  void damage(std::string& bytes) {
+    for (std::size_t times = below(4); times-- > 0 && !bytes.empty();) {
+      const std::size_t at = below(bytes.size());
+      if (below(4) == 0) {
+        bytes.erase(at, 1 + below(4));
+      } else if (below(4) == 0) {
+        bytes.insert(at, bytes.substr(below(bytes.size()), 1 + below(8)));
+      } else {
+        bytes[at] = static_cast<char>(below(2) == 0 ? below(5) : below(256));
+      }
+    }
+  }
+
+ private:
+  std::size_t below(std::size_t end) { return random_() % end; }
+  std::string text() {
+    std::string text(below(4), '\0');
+    for (char& byte : text) byte = static_cast<char>(below(256));
+    return text;
+  }
+  SenderView view() {
+    const auto kind = static_cast<Seen>(below(4));
+    return kind == Seen::Present ? SenderView{kind, random_(), random_()} : SenderView{kind, 0, 0};
+  }
+  HelperDictionary dictionary(int depth, std::size_t count) {
+    HelperDictionary made;
+    for (std::size_t i = 0; i < count; ++i) made[text()] = value(depth);
+    return made;
+  }
+  HelperValue value(int depth) {
+    switch (below(depth < HelperLimits::depth ? 3 : 2)) {
+      case 0:
+        return static_cast<std::int64_t>(random_());
+      case 1:
+        return text();
+      default:
+        return dictionary(depth + 1, below(6));
+    }
+  }
+
+  std::mt19937_64 random_;
+};
+
+/// What a reader sees that was written for itself; true if it is a message.
+bool isReadAlike(std::string_view bytes, Kind kind) {
+  const std::optional<HelperMessage> plain = fuzz::PlainReader(bytes, kind).message();
+  EXPECT_TRUE(decodeHelperMessage(bytes, kind) == plain) << testing::PrintToString(std::string(bytes));
+  EXPECT_EQ(MessageView::of(bytes, kind).has_value(), plain.has_value());
+  return plain.has_value();
+}
+
+TEST(MessageView, randomAndDamagedMessagesAreReadAsThePlainReaderReadsThem) {
+  RandomMessages random(20261121);
+  int damaged = 0;
+  for (int i = 0; i < 20'000; ++i) {
+    const HelperMessage message = random.message();
+    std::string bytes = coded(message);
+    ASSERT_TRUE(decodeHelperMessage(bytes, message.kind) == message);
+    random.damage(bytes);
+    damaged += isReadAlike(bytes, message.kind) ? 0 : 1;
+  }
+  EXPECT_GT(damaged, 5'000);
+}
+
+TEST(MessageView, everyChangeOfAByteIsReadAsThePlainReaderReadsIt) {
+  const std::string bytes = coded(sample());
+  int sound = 0;
+  for (std::size_t at = 0; at < bytes.size(); ++at) {
+    for (int value = 0; value < 256; ++value) {
+      std::string other = bytes;
+      other[at] = static_cast<char>(value);
+      sound += isReadAlike(other, Kind::Event) ? 1 : 0;
+    }
+  }
+  EXPECT_GT(sound, 256);
 }
 
 }  // namespace
