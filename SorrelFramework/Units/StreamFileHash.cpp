@@ -1,10 +1,39 @@
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 
+#include <array>
+#include <cstddef>
+#include <cstdint>
+
+#include "SorrelFramework/Platform/Digest.hpp"
+#include "SorrelFramework/Platform/FileReadStream.hpp"
+
 namespace sorrel {
 
 StreamFileHashUnit& StreamFileHashUnit::shard() {
   static StreamFileHashUnit unit;
   return unit;
+}
+
+std::optional<std::string> StreamFileHashUnit::hashFile(const std::string& path) const {
+  FileReadStream stream = FileReadStream::open(path, FileReadStream::Link::Refused);
+  if (!stream.isOpen()) return std::nullopt;
+  Digest digest(DigestKind::MD5);
+  digest.start();
+  std::array<std::uint8_t, 16384> chunk{};
+  bool hasMoreData = true;
+  while (hasMoreData) {
+    if (isSuspended()) return std::nullopt;
+    const std::ptrdiff_t count = stream.read(chunk.data(), chunk.size());
+    if (count < 0) break;
+    if (count == 0) {
+      hasMoreData = false;
+    } else {
+      digest.update(chunk.data(), static_cast<std::uint32_t>(count));
+    }
+  }
+  std::array<std::uint8_t, Digest::length(DigestKind::MD5)> result{};
+  if (!digest.finish(result.data()) || hasMoreData) return std::nullopt;
+  return lowerCaseHex(result);
 }
 
 }  // namespace sorrel

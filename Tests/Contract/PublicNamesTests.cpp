@@ -28,6 +28,7 @@
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
 #include "SorrelFramework/Model/ScanFileInfo.hpp"
+#include "SorrelFramework/Native/FileHash.hpp"
 #include "SorrelFramework/Platform/WeftSerialQueue.hpp"
 #include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/TrashBinScanService.hpp"
@@ -337,6 +338,20 @@ static_assert(isOperation<std::vector<std::pair<URL, std::string>>()>(&TrashBinS
 // StreamFileHashUnit
 static_assert(isOperation<StreamFileHashUnit&()>(&StreamFileHashUnit::shard));  // "shard"
 static_assert(isField<std::atomic<int>>(&StreamFileHashUnit::scanState));
+static_assert(isMethod<std::optional<std::string>(const std::string&) const>(&StreamFileHashUnit::hashFile));
+
+// FileHash
+static_assert(!std::is_default_constructible_v<FileHash>);
+using HashOfFile = std::string(const std::string&);
+static_assert(isOperation<HashOfFile>(&FileHash::md5HashOfFileAtPath));
+static_assert(isOperation<HashOfFile>(&FileHash::SHA512HashOfFileAtPath));
+static_assert(isOperation<std::string(const std::string&, const FileHashComputationContext&)>(
+    &FileHash::hashOfFileAtPath));
+// The five members in their order.
+static_assert(requires(bool (*init)(void*), bool (*update)(void*, const void*, std::uint32_t),
+                       bool (*final)(std::uint8_t*, void*), std::size_t length, void* digest) {
+  FileHashComputationContext{init, update, final, length, digest};
+});
 
 // CleanService
 static_assert(rawValue(CleanServiceType::Common) == 0 && rawValue(CleanServiceType::LargeAndOldFile) == 1 &&

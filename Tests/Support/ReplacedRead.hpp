@@ -1,0 +1,40 @@
+#pragma once
+
+#include <cstddef>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "SorrelFramework/Platform/FileReadStream.hpp"
+
+namespace sorrel::test {
+
+/// While it lives, every read of a FileReadStream is written down and goes through `onRead`.
+class ReplacedRead {
+ public:
+  struct Note {
+    std::size_t asked;
+    std::ptrdiff_t got;
+  };
+  /// Gets the number of the read, from 0 on over all streams; a result below 0 stands in for the read, 0 lets
+  /// it happen.
+  using OnRead = std::function<std::ptrdiff_t(std::size_t number)>;
+
+  explicit ReplacedRead(OnRead onRead = nullptr);
+  ~ReplacedRead();
+  ReplacedRead(const ReplacedRead&) = delete;
+  ReplacedRead& operator=(const ReplacedRead&) = delete;
+
+  [[nodiscard]] std::vector<Note> notes() const;
+
+ private:
+  std::ptrdiff_t read(int file, void* bytes, std::size_t count);
+
+  OnRead onRead_;
+  FileReadStream::ReadFunc read_;
+  mutable std::mutex mutex_;
+  std::size_t reads_ = 0;
+  std::vector<Note> notes_;
+};
+
+}  // namespace sorrel::test
