@@ -40,7 +40,21 @@ bool ItemIdentity::isSameAs(const ItemIdentity& other) const noexcept {
          isMountRoot == other.isMountRoot;
 }
 
-std::optional<ItemIdentity> identityOf(int folder, const char* name) { return query(folder, name, 0); }
+// By name an item has just been looked up, and what the system remembers of it is as new as that.
+std::optional<ItemIdentity> identityOf(int folder, const char* name) {
+  return query(folder, name, AT_STATX_DONT_SYNC);
+}
 std::optional<ItemIdentity> identityOf(int descriptor) { return query(descriptor, "", AT_EMPTY_PATH); }
+
+std::optional<std::uint64_t> mountOf(int descriptor) {
+  struct statx found {};
+  // With nothing asked for, no file system fails either; the mount is always told.
+  if (::statx(descriptor, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, 0, &found) != 0) return std::nullopt;
+  if ((found.stx_mask & STATX_MNT_ID) == 0) {
+    errno = ENOTSUP;
+    return std::nullopt;
+  }
+  return found.stx_mnt_id;
+}
 
 }  // namespace sorrel

@@ -36,9 +36,12 @@ struct ItemIdentity {
   [[nodiscard]] bool isSameAs(const ItemIdentity& other) const noexcept;
 };
 
-/// Identity of `name` in the open folder `folder`; nothing, with errno, if it can't be told for certain.
+/// Identity of `name` in the open folder `folder`; nothing, with errno, if it can't be told for certain. Of
+/// what another file system is mounted on, that file system is not asked: it might never answer.
 std::optional<ItemIdentity> identityOf(int folder, const char* name);
 /// Identity of an open item.
 std::optional<ItemIdentity> identityOf(int descriptor);
+/// Number of the mount that an open item was reached through. Asks no file system.
+std::optional<std::uint64_t> mountOf(int descriptor);
 
 }  // namespace sorrel

@@ -41,8 +41,8 @@ bool isInProc(int item) {
 
 }  // namespace
 
-PathWalk PathWalk::toParentOf(std::string_view path, const LinkTrust& trust) {
-  PathWalk walk(trust);
+PathWalk PathWalk::toParentOf(std::string_view path, const LinkTrust& trust, const MountTrust& mounts) {
+  PathWalk walk(trust, mounts);
   const std::size_t slash = path.rfind('/');
   if (slash == std::string_view::npos) {
     walk.fail(EINVAL);
@@ -54,8 +54,8 @@ PathWalk PathWalk::toParentOf(std::string_view path, const LinkTrust& trust) {
   return walk;
 }
 
-PathWalk PathWalk::into(std::string_view path, const LinkTrust& trust) {
-  PathWalk walk(trust);
+PathWalk PathWalk::into(std::string_view path, const LinkTrust& trust, const MountTrust& mounts) {
+  PathWalk walk(trust, mounts);
   walk.run(std::string(path));
   return walk;
 }
@@ -73,7 +73,7 @@ void PathWalk::run(std::string path) {
 
 bool PathWalk::goToRoot() {
   end_ = FileDescriptor(::open("/", kPathFlags | O_DIRECTORY));
-  const auto root = end_.isOpen() ? identityOf(end_.get()) : std::nullopt;
+  const auto root = identityBehind(end_);
   if (!root) return fail(errno);
   chain_.assign(1, *root);
   passed_.push_back(*root);
@@ -84,7 +84,7 @@ bool PathWalk::step(const std::string& name) {
   if (!chain_.back().isDirectory()) return fail(ENOTDIR);
   if (name == "..") return goUp();
   FileDescriptor item = openComponent(end_.get(), name.c_str());
-  const auto identity = item.isOpen() ? identityOf(item.get()) : std::nullopt;
+  const auto identity = identityBehind(item);
   if (!identity) return fail(errno);
   passed_.push_back(*identity);
   if (identity->isLink()) return follow(item, *identity);
@@ -119,6 +119,23 @@ bool PathWalk::follow(const FileDescriptor& link, const ItemIdentity& identity) 
   rest_ = std::move(text.append(rest_, at_));
   at_ = 0;
   return true;
+}
+
+/// Nothing, with errno, if the item is not there to be looked at.
+std::optional<ItemIdentity> PathWalk::identityBehind(const FileDescriptor& item) {
+  if (!item.isOpen() || !mayEnterMountOf(item.get())) return std::nullopt;
+  return identityOf(item.get());
+}
+
+bool PathWalk::mayEnterMountOf(int item) {
+  if (!mounts_) return true;
+  const std::optional<std::uint64_t> mount = mountOf(item);
+  if (!mount) return false;
+  if (!chain_.empty() && chain_.back().mount == *mount) return true;
+  if (mounts_(*mount)) return true;
+  isRefused_ = true;
+  errno = EPERM;
+  return false;
 }
 
 bool PathWalk::fail(int error) {

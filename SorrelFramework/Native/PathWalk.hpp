@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <utility>
@@ -21,17 +22,20 @@ class PathWalk {
  public:
   /// Says whether links of the user `owner` may be followed.
   using LinkTrust = std::function<bool(std::uint32_t owner)>;
+  /// Says whether the mount of this number may be entered; nothing for every mount. Asked before the file
+  /// system that is mounted is.
+  using MountTrust = std::function<bool(std::uint64_t mount)>;
   static constexpr int kMostLinks = 40;
 
   /// To the folder that holds the last component of `path`, which is not looked at. `path` must be absolute
   /// and normal (RemovalPolicy::isNormalPath).
-  static PathWalk toParentOf(std::string_view path, const LinkTrust& trust);
+  static PathWalk toParentOf(std::string_view path, const LinkTrust& trust, const MountTrust& mounts = {});
   /// To the item that `path` shows, through a link in the last component too. `path` must begin with "/".
-  static PathWalk into(std::string_view path, const LinkTrust& trust);
+  static PathWalk into(std::string_view path, const LinkTrust& trust, const MountTrust& mounts = {});
 
   /// The errno that ended the way, 0 if it was gone to its end.
   [[nodiscard]] int error() const noexcept { return error_; }
-  /// True if it ended at a link that may not be followed.
+  /// True if it ended at a link that may not be followed, or a mount that may not be entered.
   [[nodiscard]] bool isRefused() const noexcept { return isRefused_; }
   /// The last item of the way, opened with O_PATH; a folder after toParentOf().
   [[nodiscard]] int end() const noexcept { return end_.get(); }
@@ -44,15 +48,18 @@ class PathWalk {
   [[nodiscard]] const std::vector<ItemIdentity>& passed() const noexcept { return passed_; }
 
  private:
-  explicit PathWalk(const LinkTrust& trust) : trust_(trust) {}
+  PathWalk(const LinkTrust& trust, const MountTrust& mounts) : trust_(trust), mounts_(mounts) {}
   void run(std::string path);
   bool step(const std::string& name);
   bool goToRoot();
   bool goUp();
   bool follow(const FileDescriptor& link, const ItemIdentity& identity);
+  bool mayEnterMountOf(int item);
+  std::optional<ItemIdentity> identityBehind(const FileDescriptor& item);
   bool fail(int error);
 
   LinkTrust trust_;
+  MountTrust mounts_;
   FileDescriptor end_;
   std::string leaf_;
   std::string rest_;    // the components that are still ahead

@@ -10,7 +10,6 @@
 #include <unordered_map>
 #include <utility>
 
-#include "SorrelFramework/Native/PathWalk.hpp"
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
 
 namespace sorrel {
@@ -60,15 +59,16 @@ struct RemovalPolicy::Lists {
     const auto found = places.find(number);
     return found == places.end() ? 0 : found->second;
   }
-  void addPath(const std::string& path, unsigned listing);
+  void addPath(const std::string& path, unsigned listing, const PathWalk::MountTrust& mounts);
   void addFoldersAbove(int item);
 };
 
 /// Everything that the path leads through is kept too: without a link in its middle, the place would be as
 /// good as gone.
-void RemovalPolicy::Lists::addPath(const std::string& path, unsigned listing) {
+void RemovalPolicy::Lists::addPath(const std::string& path, unsigned listing,
+                                   const PathWalk::MountTrust& mounts) {
   if (!path.starts_with('/')) return;
-  const PathWalk walk = PathWalk::into(path, trustsAnyone);
+  const PathWalk walk = PathWalk::into(path, trustsAnyone, mounts);
   if (walk.error() != 0) return;
   for (const ItemIdentity& item : walk.passed()) add(item.number, kPlace);
   add(walk.chain().back().number, kPlace | listing);
@@ -89,21 +89,21 @@ void RemovalPolicy::Lists::addFoldersAbove(int item) {
   }
 }
 
-RemovalPolicy::RemovalPolicy(Actor actor, std::uint32_t caller)
-    : actor_(actor), caller_(caller), lists_(std::make_unique<Lists>()) {}
+RemovalPolicy::RemovalPolicy(Actor actor, std::uint32_t caller, MountTrust mounts)
+    : actor_(actor), caller_(caller), mounts_(std::move(mounts)), lists_(std::make_unique<Lists>()) {}
 
 RemovalPolicy::~RemovalPolicy() = default;
 RemovalPolicy::RemovalPolicy(RemovalPolicy&&) noexcept = default;
 RemovalPolicy& RemovalPolicy::operator=(RemovalPolicy&&) noexcept = default;
 
 RemovalPolicy RemovalPolicy::forUser() {
-  RemovalPolicy policy(Actor::User, ::geteuid());
+  RemovalPolicy policy(Actor::User, ::geteuid(), {});
   policy.listBuiltIn(::geteuid() == 0);
   return policy;
 }
 
-RemovalPolicy RemovalPolicy::forHelper(std::uint32_t caller) {
-  RemovalPolicy policy(Actor::Helper, caller);
+RemovalPolicy RemovalPolicy::forHelper(std::uint32_t caller, MountTrust mounts) {
+  RemovalPolicy policy(Actor::Helper, caller, std::move(mounts));
   policy.listBuiltIn(true);
   std::string program(4096, '\0');
   const ssize_t length = ::readlink(kOwnProgram, program.data(), program.size());
@@ -135,9 +135,11 @@ void RemovalPolicy::listHomes() {
   if (const char* data = std::getenv("XDG_DATA_HOME")) protectSelfAndAncestors(data + std::string("/Trash"));
 }
 
-void RemovalPolicy::protectSelfAndAncestors(const std::string& path) { lists_->addPath(path, kPlace); }
-void RemovalPolicy::protectSubtree(const std::string& path) { lists_->addPath(path, kSubtree); }
-void RemovalPolicy::allowSubtree(const std::string& path) { lists_->addPath(path, kException); }
+void RemovalPolicy::protectSelfAndAncestors(const std::string& path) {
+  lists_->addPath(path, kPlace, mounts_);
+}
+void RemovalPolicy::protectSubtree(const std::string& path) { lists_->addPath(path, kSubtree, mounts_); }
+void RemovalPolicy::allowSubtree(const std::string& path) { lists_->addPath(path, kException, mounts_); }
 
 bool RemovalPolicy::isNormalPath(std::string_view path) {
   if (path.size() < 2 || path.size() > kLongestPath || path.front() != '/') return false;

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "SorrelFramework/Native/ItemIdentity.hpp"
+#include "SorrelFramework/Native/PathWalk.hpp"
 
 namespace sorrel {
 
@@ -34,10 +35,12 @@ class RemovalPolicy {
   /// whole-subtree class holds, every component must belong to root or the caller (a sticky folder aside),
   /// and so must the item and all that lies in it.
   enum class Actor { User, Helper };
+  using MountTrust = PathWalk::MountTrust;
 
-  /// Looks all listed places up at this moment. A user that is root gets the whole-subtree class too.
+  /// Looks all listed places up at this moment. A user that is root gets the whole-subtree class too. The
+  /// helper enters only the mounts that `mounts` trusts, for that and on the way to an item; it is kept.
   static RemovalPolicy forUser();
-  static RemovalPolicy forHelper(std::uint32_t caller);
+  static RemovalPolicy forHelper(std::uint32_t caller, MountTrust mounts = {});
 
   ~RemovalPolicy();
   RemovalPolicy(RemovalPolicy&&) noexcept;
@@ -58,6 +61,8 @@ class RemovalPolicy {
   [[nodiscard]] Actor actor() const noexcept { return actor_; }
   [[nodiscard]] std::uint32_t caller() const noexcept { return caller_; }
 
+  /// Which mounts may be entered on the way to an item; nothing for all of them.
+  [[nodiscard]] const MountTrust& mounts() const noexcept { return mounts_; }
   /// Whether a link of the user `owner` may be followed on the way to an item.
   [[nodiscard]] bool trustsLinkOf(std::uint32_t owner) const noexcept;
   /// Whether something of the user `owner` may be removed. Always true for a user, whose rights decide.
@@ -72,12 +77,13 @@ class RemovalPolicy {
 
  private:
   struct Lists;
-  RemovalPolicy(Actor actor, std::uint32_t caller);
+  RemovalPolicy(Actor actor, std::uint32_t caller, MountTrust mounts);
   void listBuiltIn(bool withSubtrees);
   void listHomes();
 
   Actor actor_;
   std::uint32_t caller_;
+  MountTrust mounts_;
   std::unique_ptr<Lists> lists_;
 };
 

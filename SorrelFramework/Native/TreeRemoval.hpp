@@ -15,7 +15,8 @@ struct RemovalResult {
   int error = 0;
   /// True if the policy, and not the system, said no to what failed first.
   bool isRefused = false;
-  /// True if there was no such item in a folder where the policy would have allowed one; `error` is ENOENT.
+  /// True if there was no such item, nor perhaps the folder that would hold it, in a place where the policy
+  /// would have let one go; `error` is ENOENT.
   bool isAbsent = false;
   std::uint64_t removedEntries = 0;
 

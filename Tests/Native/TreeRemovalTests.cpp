@@ -33,6 +33,7 @@
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ProcessState.hpp"
+#include "Tests/Support/SilentFileSystem.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
@@ -201,7 +202,7 @@ TEST_F(TreeRemovalTest, fifo_in_tree_no_hang) {
 TEST_F(TreeRemovalTest, missingItemIsAFailure) {
   volume_.file("file", "x");
   EXPECT_EQ(textOf(remove("none")), std::to_string(ENOENT) + " absent");
-  EXPECT_EQ(textOf(remove("none/below")), std::to_string(ENOENT));
+  EXPECT_EQ(textOf(remove("none/below")), std::to_string(ENOENT) + " absent");
   EXPECT_EQ(textOf(remove("file/below")), std::to_string(ENOTDIR));
   EXPECT_EQ(textOf(remove(std::string(256, 'n'))), std::to_string(ENAMETOOLONG));
   EXPECT_TRUE(remove("file").isSuccess());
@@ -561,8 +562,20 @@ TEST_F(TreeRemovalTest, leavesNoDescriptorOpen) {
   volume_.chain("top", "d", 100);
   const std::size_t before = test::openDescriptors();
   EXPECT_TRUE(remove("top").isSuccess());
-  EXPECT_EQ(textOf(remove("none/x")), std::to_string(ENOENT));
+  EXPECT_EQ(textOf(remove("none/x")), std::to_string(ENOENT) + " absent");
   EXPECT_EQ(test::openDescriptors(), before);
+}
+
+TEST_F(TreeRemovalTest, aFileSystemBelowTheItemThatNeverAnswersIsNotAsked) {
+  volume_.file("top/file", "x");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    const FileDescriptor server = test::mountSilentFileSystem(volume_.folder("top/silent"));
+    if (!server.isOpen()) return "skip";
+    return textOf(remove("top"));
+  });
+  if (told == "skip") GTEST_SKIP() << "no file system can be mounted here";
+  EXPECT_EQ(told, std::to_string(EBUSY));
+  EXPECT_FALSE(isThere(volume_.path("top/file")));
 }
 
 // Somebody else at work in the same place.
