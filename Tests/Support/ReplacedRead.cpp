@@ -29,7 +29,7 @@ std::ptrdiff_t ReplacedRead::read(int file, void* bytes, std::size_t count) {
   } else {
     errno = EIO;
   }
-  notes_.push_back({count, got});
+  notes_.push_back({file, count, got});
   return got;
 }
 

@@ -13,6 +13,7 @@ namespace sorrel::test {
 class ReplacedRead {
  public:
   struct Note {
+    int file;
     std::size_t asked;
     std::ptrdiff_t got;
   };

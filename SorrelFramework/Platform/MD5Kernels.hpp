@@ -1,0 +1,40 @@
+#pragma once
+
+#include <array>
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+
+namespace sorrel {
+
+/// RFC 1321, 3.3: the state before the first block.
+inline constexpr std::array<std::uint32_t, 4> kMD5InitialState = {0x67452301, 0xefcdab89, 0x98badcfe,
+                                                                  0x10325476};
+inline constexpr std::size_t kMD5Block = 64;
+inline constexpr std::size_t kMostMD5Lanes = 16;
+
+/// The running digests of messages side by side: word k of lane l stands at [k][l].
+using MD5States = std::uint32_t[4][kMostMD5Lanes];
+
+/// One way to run the block function of MD5 over several messages at once.
+struct MD5Kernel {
+  std::string_view name;
+  std::size_t lanes;
+  /// The number of busy lanes from which on it is faster than one message after the other.
+  std::size_t leastLanes;
+  /// Whether this processor, and the system on it, can run it.
+  bool (*isSupported)();
+  /// Feeds `count` whole blocks from blocks[l] to each lane l below `lanes`.
+  void (*run)(MD5States& states, const std::uint8_t* const* blocks, std::size_t count);
+};
+
+/// All kernels of this build, the fastest first; the last one has a single lane and runs everywhere.
+std::span<const MD5Kernel> md5Kernels();
+/// The first one that this processor supports.
+const MD5Kernel& bestMD5Kernel();
+
+/// The block function itself, for the message in one lane.
+void runMD5Lane(MD5States& states, std::size_t lane, const std::uint8_t* blocks, std::size_t count);
+
+}  // namespace sorrel

@@ -1,0 +1,126 @@
+#include "SorrelFramework/Units/FileHashBatch.hpp"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <utility>
+
+#include "SorrelFramework/Platform/Digest.hpp"
+#include "SorrelFramework/Platform/FileReadStream.hpp"
+#include "SorrelFramework/Platform/MD5Lanes.hpp"
+#include "SorrelFramework/Units/StreamFileHash.hpp"
+
+namespace sorrel {
+
+/// One run(): the files in its lanes.
+class FileHashBatch::Worker {
+ public:
+  explicit Worker(FileHashBatch& batch) : batch_(batch), lanes_(batch.kernel_) {}
+
+  void run() {
+    for (;;) {
+      fillIdleLanes();
+      if (busy_ == 0) return;
+      for (std::size_t lane = 0; lane < batch_.share_; ++lane) {
+        if (!feed(lane)) return;
+      }
+      if (busy_ == 0) continue;
+      lanes_.run();
+      for (std::size_t lane = 0; lane < batch_.share_; ++lane) {
+        if (lanes_.isDone(lane)) finish(lane);
+      }
+    }
+  }
+
+ private:
+  struct File {
+    std::size_t index = 0;
+    FileReadStream stream;
+  };
+
+  void fillIdleLanes() {
+    for (std::size_t lane = 0; lane < batch_.share_; ++lane) {
+      while (!lanes_.isBusy(lane)) {
+        const auto index = waiting_ ? std::exchange(waiting_, std::nullopt) : batch_.next();
+        if (!index) return;
+        files_[lane] = {*index, FileReadStream::open(batch_.paths_[*index], FileReadStream::Link::Refused)};
+        if (files_[lane].stream.isOpen()) {
+          lanes_.start(lane);
+          ++busy_;
+        } else if ((errno == EMFILE || errno == ENFILE) && busy_ > 0) {
+          waiting_ = index;
+          return;
+        }
+      }
+    }
+  }
+
+  /// Reads until the lane has a block to run, or lets go of a file that can't be read. False for a stop.
+  bool feed(std::size_t lane) {
+    while (lanes_.wantsBytes(lane)) {
+      if (batch_.isStopped()) return false;
+      const auto room = lanes_.room(lane);
+      const std::ptrdiff_t count = files_[lane].stream.read(room.data(), room.size());
+      if (count < 0) {
+        release(lane);
+      } else if (count == 0) {
+        lanes_.end(lane);
+      } else {
+        lanes_.add(lane, static_cast<std::size_t>(count));
+      }
+    }
+    return true;
+  }
+
+  void finish(std::size_t lane) {
+    batch_.hashes_[files_[lane].index] = lowerCaseHex(lanes_.digest(lane));
+    release(lane);
+  }
+
+  void release(std::size_t lane) {
+    lanes_.drop(lane);
+    files_[lane] = {};
+    --busy_;
+  }
+
+  FileHashBatch& batch_;
+  MD5Lanes lanes_;
+  std::array<File, kMostMD5Lanes> files_{};
+  std::size_t busy_ = 0;
+  std::optional<std::size_t> waiting_;  // begun, but for want of descriptors not open yet
+};
+
+FileHashBatch::FileHashBatch(std::vector<std::string> paths, std::size_t workers, const MD5Kernel& kernel)
+    : paths_(std::move(paths)), hashes_(paths_.size()), kernel_(kernel) {
+  const std::size_t threads = std::max<std::size_t>(workers, 1);
+  const std::size_t each = (paths_.size() + threads - 1) / threads;
+  share_ = std::min(each, kernel.lanes);
+}
+
+void FileHashBatch::run() {
+  // A file alone is digested faster by the system's library, and needs no buffers of lanes.
+  if (share_ < std::max<std::size_t>(kernel_.leastLanes, 2)) {
+    runOneByOne();
+  } else {
+    Worker(*this).run();
+  }
+}
+
+void FileHashBatch::runOneByOne() {
+  while (const auto index = next()) {
+    if (isStopped()) return;
+    hashes_[*index] = StreamFileHashUnit::shard().hashFile(paths_[*index]);
+  }
+}
+
+std::optional<std::size_t> FileHashBatch::next() {
+  const std::size_t index = begun_.fetch_add(1, std::memory_order_relaxed);
+  return index < paths_.size() ? std::optional(index) : std::nullopt;
+}
+
+bool FileHashBatch::isStopped() {
+  if (StreamFileHashUnit::shard().isSuspended()) isStopped_.store(true, std::memory_order_relaxed);
+  return isStopped_.load(std::memory_order_relaxed);
+}
+
+}  // namespace sorrel

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "SorrelFramework/Platform/MD5Kernels.hpp"
+
+namespace sorrel {
+
+/// StreamFileHashUnit::hashFile for many files, several times as fast: each thread reads up to 16 of them in
+/// turn, a chunk of 16384 bytes of each, and digests these chunks side by side (AVX-512 or AVX2). The results
+/// are those of hashFile on each path. A stop is seen before each chunk of any file; whatever has no digest
+/// by then gets none.
+///
+///     auto batch = std::make_shared<FileHashBatch>(paths, workers);
+///     for each worker: GlobalQueue::submit([batch] { batch->run(); ...count the worker on the queue... });
+///     behind the last of them: batch->hashes()
+class FileHashBatch {
+ public:
+  /// `workers` is the number of threads that will call run(): each takes its share of a few files, so that no
+  /// thread is idle. Files are begun in the order of the paths; the longest first keeps all threads busy to
+  /// the end. `kernel` must be supported by this processor.
+  explicit FileHashBatch(std::vector<std::string> paths, std::size_t workers = 1,
+                         const MD5Kernel& kernel = bestMD5Kernel());
+
+  /// Hashes files until every one of the batch is begun and those begun here are finished. Several threads
+  /// may run at once, they take the files from one list. It holds up to 16 files open and 16 KiB for each,
+  /// whatever their lengths; short of descriptors, it makes do with fewer.
+  void run();
+
+  [[nodiscard]] const std::vector<std::string>& paths() const { return paths_; }
+  /// One for each path, in their order: 32 lower-case hexadecimal digits or nothing. To be read when every
+  /// run() is over.
+  [[nodiscard]] const std::vector<std::optional<std::string>>& hashes() const { return hashes_; }
+
+ private:
+  class Worker;
+
+  [[nodiscard]] std::optional<std::size_t> next();
+  /// Sticky: asks scanState until it was `suspend` once.
+  [[nodiscard]] bool isStopped();
+  void runOneByOne();
+
+  std::vector<std::string> paths_;
+  std::vector<std::optional<std::string>> hashes_;
+  const MD5Kernel& kernel_;
+  std::size_t share_;  // the most files that one run() holds open
+  std::atomic<std::size_t> begun_{0};
+  std::atomic<bool> isStopped_{false};
+};
+
+}  // namespace sorrel

@@ -1,0 +1,23 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <functional>
+
+#include "SorrelFramework/Platform/MD5Kernels.hpp"
+
+namespace sorrel::test {
+
+/// Calls `check` with each kernel that this processor can run; the name of the others is printed.
+inline void withEachMD5Kernel(const std::function<void(const MD5Kernel&)>& check) {
+  for (const MD5Kernel& kernel : md5Kernels()) {
+    SCOPED_TRACE(kernel.name);
+    if (kernel.isSupported()) {
+      check(kernel);
+    } else {
+      GTEST_LOG_(INFO) << kernel.name << " is not tried: this processor lacks it";
+    }
+  }
+}
+
+}  // namespace sorrel::test
