@@ -39,7 +39,8 @@ FileDescriptor sealedEvent(HelperDictionary dictionary) {
 }
 
 std::optional<HelperMessage> replyMessage(int descriptor) {
-  const std::optional<SealedMemory> memory = SealedMemory::map(descriptor, HelperLimits::bytes);
+  const std::optional<SealedMemory> memory =
+      SealedMemory::map(descriptor, HelperLimits::bytesOf(HelperMessage::Kind::Reply));
   if (!memory.has_value()) return std::nullopt;
   return decodeHelperMessage(memory->bytes(), HelperMessage::Kind::Reply);
 }

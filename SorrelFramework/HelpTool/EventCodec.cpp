@@ -10,8 +10,6 @@
 namespace sorrel {
 namespace {
 
-constexpr std::uint8_t kVersion = 1;
-
 using Type = MessageView::Type;
 
 class Writer {
@@ -21,7 +19,7 @@ class Writer {
   [[nodiscard]] bool message(const HelperMessage& message) {
     const std::size_t keys = message.dictionary.has_value() ? message.dictionary->size() : 0;
     if (!message.views.empty() && message.views.size() != keys) return false;
-    integer(kVersion);
+    integer(HelperMessage::kVersion);
     integer(static_cast<std::uint8_t>(message.kind));
     integer(static_cast<std::uint8_t>(message.dictionary.has_value() ? 1 : 0));
     if (message.dictionary.has_value() && !dictionary(*message.dictionary, 1)) return false;
@@ -40,7 +38,9 @@ class Writer {
       bytes_.push_back(static_cast<char>(static_cast<std::uint64_t>(value) >> (8 * i)));
     }
   }
-  [[nodiscard]] bool fits(std::size_t more) const { return bytes_.size() + more <= HelperLimits::bytes; }
+  [[nodiscard]] bool fits(std::size_t more) const {
+    return bytes_.size() + more <= HelperLimits::bytesOf(kind_);
+  }
 
   [[nodiscard]] bool text(const std::string& text) {
     if (text.size() > HelperLimits::text || !fits(text.size())) return false;

@@ -33,6 +33,7 @@ struct SenderView {
 /// What travels between the two programs beside an event's id and a reply's flag and code.
 struct HelperMessage {
   enum class Kind : std::uint8_t { Event = 1, Reply = 2 };
+  static constexpr std::uint8_t kVersion = 1;  ///< of the form
 
   Kind kind = Kind::Event;
   std::optional<HelperDictionary> dictionary;
@@ -44,7 +45,7 @@ struct HelperMessage {
 
 /// Caps of a message, for both directions. What is over a cap is refused whole.
 struct HelperLimits {
-  static constexpr std::size_t bytes = std::size_t{512} << 20;  ///< of the coded message
+  static constexpr std::size_t bytes = std::size_t{512} << 20;  ///< of a coded event
   static constexpr std::size_t paths = 2'000'000;               ///< keys at the top
   static constexpr std::size_t text = std::size_t{1} << 20;     ///< bytes of a key or a text
   static constexpr std::size_t numbersOfPath = 64;              ///< entries below a path of an event
@@ -52,6 +53,11 @@ struct HelperLimits {
   static constexpr std::size_t entries = 16'000'000;            ///< of all dictionaries of an event together
   static constexpr int depth = 2;                               ///< dictionaries in one another
 
+  /// Bytes of the coded message: the reply to any event has room for a short text and its words for each
+  /// path.
+  [[nodiscard]] static constexpr std::size_t bytesOf(HelperMessage::Kind kind) {
+    return bytes + (kind == HelperMessage::Kind::Reply ? paths * 128 : 0);
+  }
   /// Entries of one dictionary, `depth` dictionaries below the message.
   [[nodiscard]] static constexpr std::size_t entriesOf(HelperMessage::Kind kind, int depth) {
     if (depth == 1) return paths;

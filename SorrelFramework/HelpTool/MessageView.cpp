@@ -3,7 +3,6 @@
 namespace sorrel {
 namespace {
 
-constexpr std::uint8_t kVersion = 1;
 constexpr std::size_t kNumberSize = sizeof(std::int64_t);
 
 /// Takes an integer off the front; the bytes must be there.
@@ -66,8 +65,8 @@ class MessageView::Check {
 
   std::optional<MessageView> message() {
     MessageView view;
-    if (rest_.size() > HelperLimits::bytes) return std::nullopt;
-    if (integer<std::uint8_t>() != kVersion) return std::nullopt;
+    if (rest_.size() > HelperLimits::bytesOf(kind_)) return std::nullopt;
+    if (integer<std::uint8_t>() != HelperMessage::kVersion) return std::nullopt;
     if (integer<std::uint8_t>() != static_cast<std::uint8_t>(kind_)) return std::nullopt;
     if (!flag(view.hasDictionary_)) return std::nullopt;
     if (view.hasDictionary_ && !dictionary(view.dictionary_, 1)) return std::nullopt;

@@ -10,6 +10,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <cstdint>
+#include <utility>
 
 namespace sorrel {
 namespace {
@@ -39,11 +40,36 @@ bool isSealed(int descriptor) {
 
 }  // namespace
 
+SealedMemory::Builder::Builder()
+    : memory_(::memfd_create("sorrel-message", MFD_CLOEXEC | MFD_ALLOW_SEALING)),
+      isWhole_(memory_.isOpen()) {}
+
+void SealedMemory::Builder::append(std::string_view bytes) {
+  if (!isWhole_) return;
+  if (buffer_.size() + bytes.size() > kBufferSize) isWhole_ = flush();
+  if (bytes.size() < kBufferSize) {
+    buffer_ += bytes;
+  } else {
+    isWhole_ = isWhole_ && writeAll(memory_.get(), bytes);
+  }
+}
+
+bool SealedMemory::Builder::flush() {
+  const bool isWritten = writeAll(memory_.get(), buffer_);
+  buffer_.clear();
+  return isWritten;
+}
+
+FileDescriptor SealedMemory::Builder::seal() {
+  if (!isWhole_ || !flush()) return FileDescriptor();
+  if (::fcntl(memory_.get(), F_ADD_SEALS, kSeals) != 0) return FileDescriptor();
+  return std::move(memory_);
+}
+
 FileDescriptor SealedMemory::make(std::string_view bytes) {
-  FileDescriptor memory(::memfd_create("sorrel-message", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  if (!memory.isOpen() || !writeAll(memory.get(), bytes)) return FileDescriptor();
-  if (::fcntl(memory.get(), F_ADD_SEALS, kSeals) != 0) return FileDescriptor();
-  return memory;
+  Builder builder;
+  builder.append(bytes);
+  return builder.seal();
 }
 
 std::optional<SealedMemory> SealedMemory::map(int descriptor, std::size_t limit) {

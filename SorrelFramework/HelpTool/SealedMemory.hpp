@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <optional>
+#include <string>
 #include <string_view>
 #include <utility>
 
@@ -14,6 +15,24 @@ namespace sorrel {
 /// other: what was checked once stays as it was, and no mapping of it can be cut short.
 class SealedMemory {
  public:
+  /// Makes one piece by piece, without holding its bytes in between.
+  class Builder {
+   public:
+    Builder();
+    void append(std::string_view bytes);
+    /// What was appended, with all seals; none open if the system had no memory for it. Once.
+    [[nodiscard]] FileDescriptor seal();
+
+   private:
+    static constexpr std::size_t kBufferSize = std::size_t{64} << 10;
+
+    bool flush();
+
+    FileDescriptor memory_;
+    std::string buffer_;
+    bool isWhole_;
+  };
+
   /// Makes one of `bytes`; none open if the system has no memory for it.
   [[nodiscard]] static FileDescriptor make(std::string_view bytes);
 

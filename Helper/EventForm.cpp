@@ -1,0 +1,121 @@
+#include "Helper/EventForm.hpp"
+
+#include <algorithm>
+#include <array>
+#include <string_view>
+
+namespace sorrel::helper {
+namespace {
+
+using Type = MessageView::Type;
+
+constexpr std::string_view kOperationKey = "OperationValue";
+constexpr std::string_view kTargetKey = "ToPath";
+
+/// What stands below each path of an event.
+enum class Below { Nothing, Numbers, Target };
+
+struct Row {
+  HelperHanldeEventID kind;
+  std::optional<HelperOperationID> operation;
+  bool hasPaths;
+  Below below;
+  Action action;
+  HelperEventErrorID failure;
+  const char* name;
+};
+
+constexpr auto kNoOperation = std::nullopt;
+using Kind = HelperHanldeEventID;
+using Operation = HelperOperationID;
+using Error = HelperEventErrorID;
+constexpr auto kRows = std::to_array<Row>({
+    {Kind::Delete, kNoOperation, true, Below::Numbers, Action::Delete, Error::DeleteError, "delete"},
+    {Kind::Shred, kNoOperation, true, Below::Nothing, Action::Shred, Error::ShreadFail, "shred"},
+    {Kind::Maintenance, Operation::CleanDNS, false, Below::Nothing, Action::Maintenance, Error::NoCause,
+     "clean-dns"},
+    {Kind::Maintenance, Operation::RebuildSpotlight, false, Below::Nothing, Action::Maintenance,
+     Error::NoCause, "rebuild-index"},
+    {Kind::Maintenance, Operation::Clean, true, Below::Nothing, Action::Maintenance, Error::DeleteError,
+     "clean"},
+    {Kind::Maintenance, Operation::Move, true, Below::Target, Action::Move, Error::MoveFail, "move"},
+    {Kind::CloseHelper, kNoOperation, false, Below::Nothing, Action::Maintenance, Error::NoCause, "close"},
+});
+
+const Row* rowOf(Kind kind, std::optional<Operation> operation) {
+  const auto* found = std::ranges::find_if(
+      kRows, [&](const Row& row) { return row.kind == kind && row.operation == operation; });
+  return found == kRows.end() ? nullptr : found;
+}
+
+bool isNumberKey(std::string_view key) {
+  return !key.empty() && std::ranges::all_of(key, [](char byte) { return byte >= '0' && byte <= '9'; });
+}
+
+bool fits(const MessageView::Dictionary& below, Below form) {
+  switch (form) {
+    case Below::Nothing:
+      return below.empty();
+    case Below::Target:
+      return below.size() == 1 && below.begin()->key == kTargetKey && below.begin()->type == Type::Text;
+    case Below::Numbers:
+      return std::ranges::all_of(below.begin(), below.end(), [](const MessageView::Entry& entry) {
+        return entry.type == Type::Number && isNumberKey(entry.key);
+      });
+  }
+  return false;
+}
+
+/// The operation that a Maintenance event names; nothing if it names none that is known.
+std::optional<Operation> operationOf(const MessageView& event) {
+  for (const MessageView::Entry& entry : event.dictionary()) {
+    if (entry.key != kOperationKey || entry.type != Type::Number) continue;
+    if (entry.number < 0 || entry.number > static_cast<std::int64_t>(Operation::Move)) return std::nullopt;
+    return static_cast<Operation>(entry.number);
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+const char* nameOf(Action action) {
+  switch (action) {
+    case Action::Delete:
+      return "delete";
+    case Action::Shred:
+      return "shred";
+    case Action::Move:
+      return "move";
+    case Action::Maintenance:
+      return "maintenance";
+    case Action::Uninstall:
+      break;
+  }
+  return "uninstall";
+}
+
+bool isPathEntry(const MessageView::Entry& entry) { return entry.key != kOperationKey; }
+
+std::optional<EventForm> EventForm::of(std::int32_t eventID, const MessageView& event) {
+  if (eventID < 0 || eventID > static_cast<std::int32_t>(Kind::CloseHelper)) return std::nullopt;
+  EventForm form;
+  form.kind = static_cast<Kind>(eventID);
+  const bool isMaintenance = form.kind == Kind::Maintenance;
+  if (isMaintenance) form.operation = operationOf(event);
+  const Row* const row = rowOf(form.kind, form.operation);
+  if (row == nullptr || !event.hasDictionary()) return std::nullopt;
+  if (!event.dictionary().empty() && !event.hasViews()) return std::nullopt;
+  for (const MessageView::Entry& entry : event.dictionary()) {
+    if (isMaintenance && !isPathEntry(entry)) continue;
+    if (!row->hasPaths || entry.type != Type::Dictionary || !fits(entry.below, row->below))
+      return std::nullopt;
+    ++form.paths;
+  }
+  return form;
+}
+
+Action EventForm::action() const { return rowOf(kind, operation)->action; }
+HelperEventErrorID EventForm::failure() const { return rowOf(kind, operation)->failure; }
+const char* EventForm::name() const { return rowOf(kind, operation)->name; }
+
+}  // namespace sorrel::helper

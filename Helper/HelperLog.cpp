@@ -1,0 +1,66 @@
+#include "Helper/HelperLog.hpp"
+
+#include <syslog.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <utility>
+
+namespace sorrel::helper {
+
+std::string escapedForLog(std::string_view text) {
+  constexpr std::string_view kDigits = "0123456789abcdef";
+  std::string escaped;
+  for (const char byte : text.substr(0, kMostEscaped)) {
+    if (byte >= ' ' && byte <= '~' && byte != '"' && byte != '\\') {
+      escaped.push_back(byte);
+      continue;
+    }
+    const auto value = static_cast<unsigned char>(byte);
+    escaped += {'\\', 'x', kDigits[value >> 4], kDigits[value & 0xf]};
+  }
+  if (text.size() > kMostEscaped) escaped += "...";
+  return escaped;
+}
+
+bool RateLimit::admits(Clock::time_point now) {
+  if (passed_ == 0 || now - start_ >= interval_) {
+    start_ = now;
+    passed_ = 0;
+  }
+  if (passed_ < burst_) {
+    ++passed_;
+    return true;
+  }
+  ++heldBack_;
+  return false;
+}
+
+std::size_t RateLimit::takeHeldBack() { return std::exchange(heldBack_, 0); }
+
+HelperLog::HelperLog(const char* name) : isJournal_(std::getenv("JOURNAL_STREAM") != nullptr) {
+  if (!isJournal_) ::openlog(name, LOG_PID | LOG_PERROR | LOG_NDELAY, LOG_AUTHPRIV);
+}
+
+void HelperLog::info(const std::string& line) { write(LOG_INFO, line); }
+void HelperLog::error(const std::string& line) { write(LOG_ERR, line); }
+
+bool HelperLog::refusal(const std::string& line) {
+  if (!refusals_.admits(RateLimit::Clock::now())) return false;
+  const std::size_t heldBack = refusals_.takeHeldBack();
+  if (heldBack > 0) write(LOG_WARNING, std::to_string(heldBack) + " more refusals were not logged");
+  write(LOG_WARNING, line);
+  return true;
+}
+
+void HelperLog::write(int priority, const std::string& line) {
+  if (!isJournal_) {
+    ::syslog(priority, "%s", line.c_str());
+    return;
+  }
+  // The journal reads the priority from the beginning of the line; one write is one line.
+  const std::string whole = "<" + std::to_string(priority) + ">" + line + "\n";
+  [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, whole.data(), whole.size());
+}
+
+}  // namespace sorrel::helper

@@ -1,0 +1,11 @@
+#pragma once
+
+#include <string>
+
+namespace sorrel::helper {
+
+/// Removes what install-helper put on this machine: the files of its fixed list, each by the full name that
+/// was built in. False, with a text, if one of them is left; the others are gone then.
+bool removeInstallation(std::string& text);
+
+}  // namespace sorrel::helper

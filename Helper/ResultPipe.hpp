@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "Helper/EventRunner.hpp"
+#include "Helper/ResultTable.hpp"
+
+namespace sorrel::helper {
+
+/// The worker's end: each result is in the pipe when result() returns, so that it outlives the worker. Ends
+/// the process if the other end is gone.
+class ResultPipeWriter : public ResultSink {
+ public:
+  /// Takes no part in the life of `pipe`.
+  explicit ResultPipeWriter(int pipe) : pipe_(pipe) {}
+  void result(std::size_t index, HelperEventErrorID status, std::string_view desc) override;
+  /// The last word.
+  void end(const EventOutcome& outcome);
+
+ private:
+  void write(std::string_view bytes) const;
+
+  int pipe_;
+};
+
+/// The supervisor's end: takes what comes, in pieces of any size.
+class ResultPipeReader {
+ public:
+  explicit ResultPipeReader(ResultTable& table) : table_(table) {}
+  /// False if the bytes are none that a writer makes.
+  [[nodiscard]] bool take(std::string_view bytes);
+  /// What the worker ended with; nothing if it did not get that far.
+  [[nodiscard]] const std::optional<EventOutcome>& outcome() const noexcept { return outcome_; }
+
+ private:
+  ResultTable& table_;
+  std::string rest_;  // the beginning of a record
+  std::optional<EventOutcome> outcome_;
+};
+
+}  // namespace sorrel::helper

@@ -1,0 +1,49 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "SorrelFramework/HelpTool/HelperProtocol.hpp"
+
+namespace sorrel::helper {
+
+/// What became of each path of one event. Takes a byte for a path, four more once any of them has a text, and
+/// each text of a failure once if it is one of the first that came.
+class ResultTable {
+ public:
+  /// All texts together; what comes later is kept without its text.
+  static constexpr std::size_t kMostTextBytes = std::size_t{128} << 20;
+  /// Texts that are looked for again.
+  static constexpr std::size_t kSharedTexts = 256;
+
+  explicit ResultTable(std::size_t entries) : statuses_(entries, kOpen) {}
+
+  /// The first result of an entry holds; one for an entry that is not there is passed over.
+  void set(std::size_t index, HelperEventErrorID status, std::string_view text);
+
+  [[nodiscard]] std::size_t entries() const noexcept { return statuses_.size(); }
+  [[nodiscard]] bool isKnown(std::size_t index) const { return statuses_[index] != kOpen; }
+  [[nodiscard]] bool isSuccess(std::size_t index) const { return statuses_[index] == 0; }
+  [[nodiscard]] std::size_t successes() const noexcept { return successes_; }
+  /// The status of an entry, `otherwise` if nothing is known.
+  [[nodiscard]] HelperEventErrorID status(std::size_t index, HelperEventErrorID otherwise) const;
+  /// The text of a failure, `otherwise` if there is none.
+  [[nodiscard]] std::string_view text(std::size_t index, std::string_view otherwise) const;
+
+ private:
+  static constexpr std::uint8_t kOpen = 0xff;
+
+  std::uint32_t keep(std::string_view text);
+
+  std::vector<std::uint8_t> statuses_;
+  std::vector<std::uint32_t> places_;  // of the texts, plus 1; 0 for none
+  std::string texts_;                  // each with its length in two bytes before it
+  std::map<std::string, std::uint32_t, std::less<>> shared_;
+  std::size_t successes_ = 0;
+};
+
+}  // namespace sorrel::helper

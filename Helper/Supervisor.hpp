@@ -1,0 +1,66 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <chrono>
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "Helper/EventRunner.hpp"
+#include "Helper/ResultPipe.hpp"
+#include "Helper/ResultTable.hpp"
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+
+namespace sorrel::helper {
+
+/// Has each event done by a process of its own and keeps account of it, so that every event ends with a
+/// tally, whatever becomes of the process. One thread; it must be the only one of this process, since workers
+/// are forked from it and go on as this program.
+class Supervisor {
+ public:
+  using Clock = std::chrono::steady_clock;
+  using Run = std::function<EventOutcome(const EventJob&, ResultSink&)>;
+  /// Once for each event, on the way of serve(): what is known of the paths, and what the worker ended with;
+  /// nothing if it was killed or failed before its end.
+  using Done = std::function<void(const ResultTable& results, const std::optional<EventOutcome>& outcome)>;
+
+  explicit Supervisor(Run run = runEvent);
+  /// Kills the workers that are left.
+  ~Supervisor();
+  Supervisor(const Supervisor&) = delete;
+  Supervisor& operator=(const Supervisor&) = delete;
+
+  /// The job's event and configuration must stay until `done` was called. False if the system gives no
+  /// process: `done` is not called then. `id` is the caller's own name for it.
+  [[nodiscard]] bool start(std::uint64_t id, const EventJob& job, Done done);
+  /// Ends the worker; `done` comes all the same.
+  void kill(std::uint64_t id);
+  /// kill() after a time, unless it is done by then.
+  void killAfter(std::uint64_t id, std::chrono::seconds grace, Clock::time_point now);
+
+  [[nodiscard]] std::size_t running() const noexcept { return workers_.size(); }
+  /// The process of a worker; -1 if it is done.
+  [[nodiscard]] pid_t process(std::uint64_t id) const;
+  /// What to wait for: readable descriptors.
+  [[nodiscard]] std::vector<int> descriptors() const;
+  /// When killAfter() wants serve() called at the latest.
+  [[nodiscard]] std::optional<Clock::time_point> deadline() const;
+  /// Takes what has come; to be called after a wait. Never blocks on a worker that is alive.
+  void serve(Clock::time_point now);
+
+ private:
+  struct Worker;
+
+  [[noreturn]] void work(int pipe, pid_t supervisor, const EventJob& job) const;
+  void read(std::uint64_t id);
+  void finish(std::uint64_t id);
+
+  Run run_;
+  std::map<std::uint64_t, std::unique_ptr<Worker>> workers_;
+};
+
+}  // namespace sorrel::helper

@@ -1,0 +1,400 @@
+#include "Tests/Helper/HelperKit.hpp"
+
+#include <fcntl.h>
+#include <grp.h>
+#include <gtest/gtest.h>
+#include <sched.h>
+#include <sdbus-c++/sdbus-c++.h>
+#include <signal.h>
+#include <sys/mman.h>
+#include <sys/mount.h>
+#include <sys/prctl.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <array>
+#include <condition_variable>
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <utility>
+
+#include "SorrelFramework/HelpTool/EventCodec.hpp"
+#include "SorrelFramework/HelpTool/HelperWireNames.hpp"
+#include "SorrelFramework/HelpTool/SealedMemory.hpp"
+#include "SorrelFramework/Platform/ChildProcess.hpp"
+#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/MainLoop.hpp"
+
+namespace sorrel::test {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr const char* kPolkitName = "org.freedesktop.PolicyKit1";
+const std::string kServices = "/usr/share/dbus-1/system-services/";
+const std::string kInstaller = SORREL_HELPER_BUNDLE "/install-helper";
+
+bool overlay(const std::string& layer, const std::string& place) {
+  for (const char* part : {"/upper", "/work"}) fs::create_directories(layer + part);
+  ::chmod((layer + "/upper").c_str(), 0755);
+  const std::string options =
+      "lowerdir=" + place + ",upperdir=" + layer + "/upper,workdir=" + layer + "/work";
+  return ::mount("overlay", place.c_str(), "overlay", 0, options.c_str()) == 0;
+}
+
+std::string leaveMachine() {
+  if (::getuid() != 0) return "needs root, which the helper runs as";
+  for (const char* program : {"/usr/bin/dbus-daemon", "/usr/lib/polkit-1/polkitd", "/usr/bin/strace"}) {
+    if (::access(program, X_OK) != 0) return std::string("needs ") + program;
+  }
+  if (::unshare(CLONE_NEWNS) != 0) return "needs the right to have a mount table of its own";
+  // Nothing below may ever happen in the mount table that others see.
+  if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return "needs a private mount table";
+  const std::string layers = "/mnt";
+  if (::mount("none", layers.c_str(), "tmpfs", 0, "mode=0755") != 0) return "needs the right to mount";
+  for (const char* place : {"/usr", "/etc"}) {
+    if (!overlay(layers + place, place)) return "needs overlay mounts";
+  }
+  // The bus takes no user that the machine does not know.
+  std::ofstream users("/etc/passwd", std::ios::app);
+  std::ofstream groups("/etc/group", std::ios::app);
+  for (const std::uint32_t uid : {kAlice, kBob, kCarol}) {
+    const std::string number = std::to_string(uid);
+    users << "user" << number << ":x:" << number << ":" << number << "::/nonexistent:/bin/sh\n";
+    groups << "user" << number << ":x:" << number << ":\n";
+  }
+  return "";
+}
+
+std::string busConfiguration(const std::string& folder, bool isScripted) {
+  const std::string owner = isScripted ? "<policy user='root'><allow own='org.freedesktop.PolicyKit1'/>"
+                                         "<allow send_destination='org.freedesktop.PolicyKit1'/></policy>"
+                                       : "<include>/usr/share/dbus-1/system.d/org.freedesktop.PolicyKit1.conf"
+                                         "</include>";
+  // The default policy of the system's own bus.
+  return "<!DOCTYPE busconfig PUBLIC '-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN'"
+         " 'http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd'>\n"
+         "<busconfig><type>system</type><listen>unix:path=" +
+         folder + "/bus</listen><auth>EXTERNAL</auth><servicedir>" + folder +
+         "/services</servicedir><policy context='default'><allow user='*'/><deny own='*'/>"
+         "<deny send_type='method_call'/><allow send_type='signal'/>"
+         "<allow send_requested_reply='true' send_type='method_return'/>"
+         "<allow send_requested_reply='true' send_type='error'/><allow receive_type='method_call'/>"
+         "<allow receive_type='method_return'/><allow receive_type='error'/><allow receive_type='signal'/>"
+         "<allow send_destination='org.freedesktop.DBus' send_interface='org.freedesktop.DBus'/></policy>" +
+         owner + "<include>/usr/share/dbus-1/system.d/" + kService + ".conf</include></busconfig>\n";
+}
+
+/// Starts the bus; its first line of output, the address, can be read from the descriptor.
+pid_t startDaemon(const std::string& folder, int& output) {
+  std::array<int, 2> ends{-1, -1};
+  EXPECT_EQ(::pipe2(ends.data(), O_CLOEXEC), 0);
+  const std::string configuration = "--config-file=" + folder + "/bus.conf";
+  const std::string address = "DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + folder + "/bus";
+  const std::string errors = folder + "/log";
+  const pid_t child = ::fork();
+  if (child == 0) {
+    ::prctl(PR_SET_PDEATHSIG, SIGKILL);
+    ::dup2(ends[1], STDOUT_FILENO);
+    ::dup2(::open(errors.c_str(), O_WRONLY | O_CREAT | O_APPEND, 0644), STDERR_FILENO);
+    ::execle("/usr/bin/dbus-daemon", "dbus-daemon", "--nofork", "--nopidfile", "--print-address=1",
+             configuration.c_str(), nullptr,
+             std::array<const char*, 3>{"PATH=/usr/bin:/bin", address.c_str(), nullptr}.data());
+    ::_exit(1);
+  }
+  ::close(ends[1]);
+  output = ends[0];
+  return child;
+}
+
+std::string readLine(int descriptor) {
+  std::string line;
+  for (char byte = 0; ::read(descriptor, &byte, 1) == 1 && byte != '\n';) line.push_back(byte);
+  ::close(descriptor);
+  return line;
+}
+
+std::string packed(const Answer& answer) {
+  if (!answer.isThere) return "";
+  const HelperMessage message{HelperMessage::Kind::Reply, answer.dictionary, {}};
+  return (answer.flag ? "1" : "0") + std::to_string(answer.code) + "\n" +
+         encodeHelperMessage(message).value();
+}
+
+Answer unpacked(const std::string& text) {
+  const std::size_t end = text.find('\n');
+  if (end == std::string::npos) return {};
+  const auto message =
+      decodeHelperMessage(std::string_view(text).substr(end + 1), HelperMessage::Kind::Reply);
+  if (!message.has_value()) return {};
+  return {true, text[0] == '1', std::atoi(text.c_str() + 1), *message->dictionary};
+}
+
+bool becomeUser(std::uint32_t uid) {
+  return ::setgroups(0, nullptr) == 0 && ::setresgid(uid, uid, uid) == 0 && ::setresuid(uid, uid, uid) == 0;
+}
+
+FileDescriptor memoryOf(const std::string& bytes, bool isSealed) {
+  if (isSealed) return SealedMemory::make(bytes);
+  FileDescriptor memory(::memfd_create("unsealed", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  EXPECT_EQ(::write(memory.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
+  return memory;
+}
+
+}  // namespace
+
+const std::string& whyNoMachine() {
+  static const std::string why = leaveMachine();
+  return why;
+}
+
+std::string inUser(std::uint32_t uid, const std::function<std::string()>& work) {
+  return inChild([&] { return becomeUser(uid) ? work() : std::string("still privileged"); });
+}
+
+std::future<Answer> send(HelperProtocol& helper, std::int32_t id, const HelperDictionary& event) {
+  const auto promise = std::make_shared<std::promise<Answer>>();
+  helper.handleEvent(
+      id, event, [promise](bool flag, std::int32_t code, const std::optional<HelperDictionary>& dictionary) {
+        promise->set_value({true, flag, code, dictionary.value_or(HelperDictionary())});
+      });
+  return promise->get_future();
+}
+
+Answer take(std::future<Answer> reply) {
+  return reply.wait_for(kPatience) == std::future_status::ready ? reply.get() : Answer();
+}
+
+// --- ScriptedPolkit ---
+
+struct ScriptedPolkit::State {
+  using Details = std::map<std::string, std::string>;
+  using Check = sdbus::Struct<bool, bool, Details>;
+  using Subject = sdbus::Struct<std::string, std::map<std::string, sdbus::Variant>>;
+  using Result = sdbus::Result<Check>;
+
+  void answer(const Result& result, bool isAuthorised) {
+    result.returnResults(Check(isAuthorised, false, Details()));
+  }
+  void ask(Result&& result, const Question& question) {
+    const std::lock_guard lock(mutex);
+    questions.push_back(question);
+    arrived.notify_all();
+    if (mode == Mode::Wait) {
+      waiting.push_back(std::move(result));
+    } else if (mode == Mode::Error) {
+      result.returnError(sdbus::Error("org.freedesktop.PolicyKit1.Error.Failed", "no session"));
+    } else {
+      answer(result, mode == Mode::Yes);
+    }
+  }
+
+  std::unique_ptr<sdbus::IConnection> connection;  // outlives what came over it
+  Mode mode = Mode::Yes;
+  mutable std::mutex mutex;
+  mutable std::condition_variable arrived;
+  std::vector<Question> questions;
+  std::vector<std::string> cancellations;
+  std::vector<Result> waiting;
+  std::unique_ptr<sdbus::IObject> object;
+};
+
+ScriptedPolkit::ScriptedPolkit(const std::string& address, Mode mode) : state_(std::make_unique<State>()) {
+  constexpr const char* kInterface = "org.freedesktop.PolicyKit1.Authority";
+  State& state = *state_;
+  state.mode = mode;
+  state.connection = sdbus::createSessionBusConnectionWithAddress(address);
+  state.object = sdbus::createObject(*state.connection, "/org/freedesktop/PolicyKit1/Authority");
+  state.object->registerMethod("CheckAuthorization")
+      .onInterface(kInterface)
+      .implementedAs([&state](State::Result&& result, const State::Subject& subject,
+                              const std::string& action, const State::Details& details, std::uint32_t flags,
+                              const std::string&) {
+        const auto& properties = subject.get<1>();
+        const auto name = properties.find("name");
+        state.ask(std::move(result),
+                  {subject.get<0>(), name == properties.end() ? "" : name->second.get<std::string>(), action,
+                   details, flags, state.object->getCurrentlyProcessedMessage()->getSender()});
+      });
+  state.object->registerMethod("CancelCheckAuthorization")
+      .onInterface(kInterface)
+      .implementedAs([&state](const std::string& cancellation) {
+        const std::lock_guard lock(state.mutex);
+        state.cancellations.push_back(cancellation);
+        state.arrived.notify_all();
+      });
+  state.object->finishRegistration();
+  state.connection->requestName(kPolkitName);
+  state.connection->enterEventLoopAsync();
+}
+
+ScriptedPolkit::~ScriptedPolkit() { state_->connection->leaveEventLoop(); }
+
+std::vector<ScriptedPolkit::Question> ScriptedPolkit::questions() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->questions;
+}
+
+std::vector<std::string> ScriptedPolkit::cancellations() const {
+  const std::lock_guard lock(state_->mutex);
+  return state_->cancellations;
+}
+
+bool ScriptedPolkit::waitForQuestions(std::size_t count) const {
+  std::unique_lock lock(state_->mutex);
+  return state_->arrived.wait_for(lock, kPatience, [&] { return state_->questions.size() >= count; });
+}
+
+void ScriptedPolkit::setMode(Mode mode) {
+  const std::lock_guard lock(state_->mutex);
+  state_->mode = mode;
+}
+
+void ScriptedPolkit::answerAll(bool isAuthorised) {
+  const std::lock_guard lock(state_->mutex);
+  for (const State::Result& result : state_->waiting) state_->answer(result, isAuthorised);
+  state_->waiting.clear();
+}
+
+// --- HelperMachine ---
+
+HelperMachine::HelperMachine(const Setup& setup) {
+  ::chmod(folder_.path().c_str(), 0755);
+  writeFiles(setup);
+  startBus(setup);
+  if (setup.polkit == Polkit::Scripted) polkit_ = std::make_unique<ScriptedPolkit>(address_, setup.mode);
+}
+
+void HelperMachine::writeFiles(const Setup& setup) const {
+  ChildProcess installer(kInstaller, {kService});
+  EXPECT_EQ(installer.run([](std::string_view) { return true; }).exitStatus, 0);
+  folder_.folder("services");
+  const auto offer = [&](const std::string& name) {
+    fs::copy_file(kServices + name + ".service", folder_.path("services/" + name + ".service"));
+  };
+  offer(kService);
+  if (!setup.tracer.empty()) {
+    std::ofstream(folder_.path("services/" + kService + ".service"))
+        << "[D-BUS Service]\nName=" << kService << "\nExec=" << setup.tracer << " /usr/libexec/" << kService
+        << "\nUser=root\n";
+  }
+  if (setup.polkit == Polkit::Real) offer(kPolkitName);
+  for (const char* place : {"/etc/polkit-1/rules.d", "/usr/share/polkit-1/rules.d"}) {
+    for (const auto& rules : fs::directory_iterator(place)) fs::remove(rules.path());
+  }
+  std::ofstream("/etc/polkit-1/rules.d/00-test.rules")
+      << "polkit.addRule(function(action, subject) {" << setup.rules << "});\n";
+  fs::remove_all("/etc/" + kService);
+  if (setup.configuration.empty()) return;
+  fs::create_directory("/etc/" + kService);
+  const std::string file = "/etc/" + kService + "/helper.conf";
+  std::ofstream(file) << setup.configuration;
+  ::chmod(file.c_str(), 0644);
+}
+
+void HelperMachine::startBus(const Setup& setup) {
+  folder_.file("bus.conf", busConfiguration(folder_.path(), setup.polkit == Polkit::Scripted));
+  int output = -1;
+  daemon_ = startDaemon(folder_.path(), output);
+  const std::string line = readLine(output);
+  address_ = line.substr(0, line.find(','));
+  EXPECT_NE(address_, "") << log();
+  ::chmod(folder_.path("bus").c_str(), 0777);
+}
+
+HelperMachine::~HelperMachine() {
+  polkit_.reset();
+  ::kill(daemon_, SIGTERM);
+  ::waitpid(daemon_, nullptr, 0);
+}
+
+std::shared_ptr<HelperConnection> HelperMachine::connect() const {
+  auto connection = DBusHelperConnection::make(kService, {address_, 0});
+  EXPECT_NE(connection, nullptr);
+  return connection;
+}
+
+Answer HelperMachine::ask(std::int32_t id, const HelperDictionary& event) const {
+  const auto connection = connect();
+  const auto helper = connection->remoteObjectProxyWithErrorHandler([] {});
+  EXPECT_NE(helper, nullptr) << log();
+  return helper == nullptr ? Answer() : take(send(*helper, id, event));
+}
+
+Answer HelperMachine::askAs(std::uint32_t uid, std::int32_t id, const HelperDictionary& event) const {
+  return unpacked(inUser(uid, [&] { return packed(ask(id, event)); }));
+}
+
+Answer HelperMachine::askRaw(std::int32_t id, const std::string& message, bool isSealed) const {
+  const HelperWireNames names(kService);
+  const auto connection = sdbus::createSessionBusConnectionWithAddress(address_);
+  const auto proxy = sdbus::createProxy(*connection, kService, names.objectPath);
+  const FileDescriptor memory = memoryOf(message, isSealed);
+  Answer answer;
+  sdbus::UnixFd reply;
+  proxy->callMethod(HelperWireNames::handleEvent)
+      .onInterface(names.interface)
+      .withTimeout(kPatience)
+      .withArguments(id, sdbus::UnixFd(memory.get()))
+      .storeResultsTo(answer.flag, answer.code, reply);
+  const auto mapped = SealedMemory::map(reply.get(), HelperLimits::bytesOf(HelperMessage::Kind::Reply));
+  if (!mapped.has_value()) return {};
+  const auto read = decodeHelperMessage(mapped->bytes(), HelperMessage::Kind::Reply);
+  answer.isThere = read.has_value();
+  if (read.has_value()) answer.dictionary = read->dictionary.value_or(HelperDictionary());
+  return answer;
+}
+
+std::string HelperMachine::log() const { return contentOf(folder_.path("log")); }
+
+bool HelperMachine::waitForLog(const std::string& text) const {
+  return runMainLoopUntil([&] { return log().find(text) != std::string::npos; });
+}
+
+pid_t HelperMachine::helper() const {
+  try {
+    const auto connection = sdbus::createSessionBusConnectionWithAddress(address_);
+    const auto bus = sdbus::createProxy(*connection, "org.freedesktop.DBus", "/org/freedesktop/DBus");
+    std::uint32_t process = 0;
+    bus->callMethod("GetConnectionUnixProcessID")
+        .onInterface("org.freedesktop.DBus")
+        .withArguments(kService)
+        .storeResultsTo(process);
+    return static_cast<pid_t>(process);
+  } catch (const sdbus::Error&) {
+    return -1;
+  }
+}
+
+void HelperMachine::kill(int signal) const {
+  const pid_t process = helper();
+  ASSERT_GT(process, 0);
+  ::kill(process, signal);
+}
+
+bool HelperMachine::waitUntilHelperIsGone() const {
+  return runMainLoopUntil([this] { return helper() < 0; });
+}
+
+LeavingCaller::LeavingCaller(const HelperMachine& machine, std::int32_t id, const std::string& message)
+    : connection_(sdbus::createSessionBusConnectionWithAddress(machine.address())) {
+  const HelperWireNames names(kService);
+  const auto proxy = sdbus::createProxy(*connection_, kService, names.objectPath);
+  const FileDescriptor memory = SealedMemory::make(message);
+  sdbus::MethodCall call = proxy->createMethodCall(names.interface, HelperWireNames::handleEvent);
+  call << id << sdbus::UnixFd(memory.get());
+  proxy->callMethod(
+      call, [](sdbus::MethodReply&, const sdbus::Error*) {}, UINT64_MAX);
+  // The call has left this process once the bus has answered something later.
+  std::string owner;
+  sdbus::createProxy(*connection_, "org.freedesktop.DBus", "/org/freedesktop/DBus")
+      ->callMethod("GetId")
+      .onInterface("org.freedesktop.DBus")
+      .storeResultsTo(owner);
+}
+
+LeavingCaller::~LeavingCaller() = default;
+
+}  // namespace sorrel::test

@@ -1,0 +1,139 @@
+#pragma once
+
+#include <sys/types.h>
+
+#include <cstdint>
+#include <functional>
+#include <future>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
+#include "SorrelFramework/HelpTool/HelperProtocol.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+
+namespace sdbus {
+class IConnection;
+class IObject;
+}  // namespace sdbus
+
+namespace sorrel::test {
+
+inline const std::string kService = SORREL_HELPER_SERVICE;
+
+/// Why the tests of the real helper can't run here; "" if they can. The first call leaves the mount table of
+/// everybody else and lays a layer of its own over /usr and /etc, so that whatever this process and its
+/// children write there is theirs alone and gone with them.
+const std::string& whyNoMachine();
+
+/// Users of that machine without any right; "user10001" and so on by name.
+inline constexpr std::uint32_t kAlice = 10001;
+inline constexpr std::uint32_t kBob = 10002;
+inline constexpr std::uint32_t kCarol = 10003;
+
+/// A reply, as it came.
+struct Answer {
+  bool isThere = false;
+  bool flag = false;
+  std::int32_t code = -1;
+  HelperDictionary dictionary;
+};
+
+/// What stands in for polkit: notes who asks for what, and answers when the test says so.
+class ScriptedPolkit {
+ public:
+  struct Question {
+    std::string subjectKind;
+    std::string subjectName;
+    std::string action;
+    std::map<std::string, std::string> details;
+    std::uint32_t flags = 0;
+    std::string sender;
+  };
+  enum class Mode { Yes, No, Error, Wait };
+
+  ScriptedPolkit(const std::string& address, Mode mode);
+  ~ScriptedPolkit();
+  [[nodiscard]] std::vector<Question> questions() const;
+  [[nodiscard]] bool waitForQuestions(std::size_t count) const;
+  [[nodiscard]] std::vector<std::string> cancellations() const;
+  void setMode(Mode mode);
+  /// Answers what waits.
+  void answerAll(bool isAuthorised);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+/// A system bus with the helper as install-helper installs it, started by the bus on demand.
+class HelperMachine {
+ public:
+  enum class Polkit { Real, Scripted, None };
+  struct Setup {
+    Polkit polkit = Polkit::Scripted;
+    ScriptedPolkit::Mode mode = ScriptedPolkit::Mode::Yes;
+    std::string rules;          ///< body of the function that the real one asks
+    std::string configuration;  ///< helper.conf
+    std::string tracer;         ///< what the helper is started through
+  };
+
+  explicit HelperMachine(const Setup& setup);
+  ~HelperMachine();
+  HelperMachine(const HelperMachine&) = delete;
+  HelperMachine& operator=(const HelperMachine&) = delete;
+
+  [[nodiscard]] const std::string& address() const { return address_; }
+  [[nodiscard]] ScriptedPolkit& polkit() { return *polkit_; }
+  /// A folder that everybody may enter.
+  [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
+
+  [[nodiscard]] std::shared_ptr<HelperConnection> connect() const;
+  /// Sends one event on a connection of its own and waits for the reply; as `uid` in a child process.
+  Answer ask(std::int32_t id, const HelperDictionary& event) const;
+  Answer askAs(std::uint32_t uid, std::int32_t id, const HelperDictionary& event) const;
+  /// Calls HandleEvent with these bytes, sealed or not, and whatever follows from them.
+  Answer askRaw(std::int32_t id, const std::string& message, bool isSealed = true) const;
+
+  /// What the bus and the helper have written to their standard error.
+  [[nodiscard]] std::string log() const;
+  [[nodiscard]] bool waitForLog(const std::string& text) const;
+  /// The helper's process; -1 if none runs.
+  [[nodiscard]] pid_t helper() const;
+  /// Sends a signal to it; to a helper, not to what it is started through.
+  void kill(int signal) const;
+  [[nodiscard]] bool waitUntilHelperIsGone() const;
+
+ private:
+  void startBus(const Setup& setup);
+  void writeFiles(const Setup& setup) const;
+
+  TemporaryFolder folder_;
+  std::string address_;
+  pid_t daemon_ = -1;
+  std::unique_ptr<ScriptedPolkit> polkit_;
+};
+
+/// Has sent one event, and leaves the bus with the object.
+class LeavingCaller {
+ public:
+  LeavingCaller(const HelperMachine& machine, std::int32_t id, const std::string& message);
+  ~LeavingCaller();
+
+ private:
+  std::unique_ptr<sdbus::IConnection> connection_;
+};
+
+/// inChild() as that user.
+std::string inUser(std::uint32_t uid, const std::function<std::string()>& work);
+
+/// Sends one event over `connection`; the future gets the reply.
+std::future<Answer> send(HelperProtocol& helper, std::int32_t id, const HelperDictionary& event);
+/// The reply, or one that is not there after kPatience.
+Answer take(std::future<Answer> reply);
+
+}  // namespace sorrel::test
