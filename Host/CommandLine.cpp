@@ -51,6 +51,34 @@ std::vector<std::string> reversed(std::vector<std::string> words) {
   return words;
 }
 
+constexpr const char* kSelect = "--select";
+
+/// Takes `--select GLOB...` and `--select=GLOB...` out of the words, which CLI11 would read otherwise: it
+/// splits a word in square brackets. A glob that begins with "-" has to stand behind the "=".
+std::vector<std::string> takeGlobs(std::vector<std::string>& words) {
+  const std::string withValue = std::string(kSelect) + "=";
+  const auto end = std::ranges::find(words, "--");
+  std::vector<std::string> globs;
+  std::vector<std::string> rest;
+  auto word = words.begin();
+  while (word != end) {
+    if (*word != kSelect && !word->starts_with(withValue)) {
+      rest.push_back(*word++);
+      continue;
+    }
+    const std::size_t before = globs.size();
+    if (word->starts_with(withValue)) globs.push_back(word->substr(withValue.size()));
+    for (++word; word != end && !word->starts_with('-'); ++word) globs.push_back(*word);
+    if (globs.size() == before) throw CommandError(ExitStatus::WrongUse, "--select needs a GLOB.");
+  }
+  for (const std::string& glob : globs) {
+    if (glob.empty()) throw CommandError(ExitStatus::WrongUse, "--select: a GLOB may not be empty");
+  }
+  rest.insert(rest.end(), end, words.end());
+  words = std::move(rest);
+  return globs;
+}
+
 /// The status of a request for help or for the version, which CLI11 reports by an exception; nothing after an
 /// ordinary parse.
 std::optional<ExitStatus> parse(CLI::App& parser, const std::vector<std::string>& words) {
@@ -91,6 +119,10 @@ const Command& commandNamed(const std::string& word) {
 
 }  // namespace
 
+void addSelectOption(CLI::App& parser, std::vector<std::string>& globs, const char* about) {
+  parser.add_option(kSelect, globs, about)->type_name("GLOB");
+}
+
 std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::string>& words) {
   Invocation invocation;
   CLI::App program("Finds what a home folder and a system can spare.", "sorrel");
@@ -108,7 +140,9 @@ std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::str
   CLI::App parser(std::string(invocation.command->summary), "sorrel " + name);
   addGlobalOptions(parser, invocation.options);
   invocation.command->addArguments(parser, invocation);
-  if (const auto status = parse(parser, {rest.begin() + 1, rest.end()})) return *status;
+  std::vector<std::string> arguments(rest.begin() + 1, rest.end());
+  if (parser.get_option_no_throw(kSelect) != nullptr) invocation.clean.globs = takeGlobs(arguments);
+  if (const auto status = parse(parser, arguments)) return *status;
   refuseRepeated(program, parser);
   return invocation;
 }

@@ -6,6 +6,10 @@
 
 #include "Host/ExitStatus.hpp"
 
+namespace CLI {
+class App;
+}
+
 namespace sorrel::cli {
 
 /// The options that every command takes, before or behind its name.
@@ -19,18 +23,32 @@ struct GlobalOptions {
   bool quiet = false;
 };
 
+/// What `clean` is to do.
+struct CleanOptions {
+  bool all = false;
+  std::vector<std::string> globs;
+  bool dryRun = false;
+  bool yes = false;
+  bool evenLastCopy = false;
+};
+
 struct Command;
 
 /// A command line that makes sense.
 struct Invocation {
   GlobalOptions options;
   const Command* command = nullptr;
-  std::string feature;             ///< of `scan`
-  std::vector<std::string> paths;  ///< of `scan`
+  std::string feature;             ///< of `scan` and `clean`
+  std::vector<std::string> paths;  ///< of `scan` and `clean`
+  CleanOptions clean;
 };
 
 /// Reads the words behind the program's name. Wrong use is a CommandError; "--help" and "--version" are
 /// answered here, with the status to end with.
 std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::string>& words);
+
+/// Declares `--select GLOB...`, which takes the words up to the next option. `globs` is
+/// Invocation::clean.globs.
+void addSelectOption(CLI::App& parser, std::vector<std::string>& globs, const char* about);
 
 }  // namespace sorrel::cli

@@ -4,18 +4,18 @@
 #include <algorithm>
 #include <array>
 #include <iostream>
-#include <string>
-#include <vector>
+#include <memory>
 
-#include "Host/CommandError.hpp"
+#include "Host/ChosenFeature.hpp"
+#include "Host/CleanCommand.hpp"
 #include "Host/CommandLine.hpp"
-#include "Host/Features.hpp"
 #include "Host/HostSetup.hpp"
 #include "Host/InterruptWatch.hpp"
 #include "Host/JsonDocument.hpp"
 #include "Host/Output.hpp"
 #include "Host/ScanFeatures.hpp"
 #include "Host/ScanSession.hpp"
+#include "Host/StopSwitch.hpp"
 #include "Host/TextTree.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
@@ -38,42 +38,15 @@ ExitStatus runModules(const Invocation& invocation, InterruptWatch& interrupts) 
   return ExitStatus::Done;
 }
 
-void takeFeatureAndPaths(CLI::App& parser, Invocation& invocation) {
-  parser.add_option("FEATURE", invocation.feature, "A name of the list in sorrel --help, or its number")
-      ->required();
-  parser.add_option("PATH", invocation.paths, "Where to look, for the features that ask");
-}
-
-const ScanFeature& scannerFor(const Invocation& invocation) {
-  const Integer number = featureNumber(invocation.feature);
-  const ScanFeature* const row = scanFeature(number);
-  if (row == nullptr) {
-    throw CommandError(ExitStatus::WrongUse,
-                       "this version of sorrel cannot scan '" + featureName(number) + "'.");
-  }
-  if (!invocation.paths.empty()) {
-    throw CommandError(ExitStatus::WrongUse, "'" + featureName(number) + "' takes no PATH.");
-  }
-  return *row;
-}
-
-Ref<FeatureInformation> featureOfCatalogue(const Invocation& invocation, Integer number) {
-  for (const auto& module : ModuleInformation::getModule(chosenCatalogue(invocation.options))) {
-    for (FeatureInformation& feature : module->featureInfo) {
-      if (feature.finderID == number) return Ref<FeatureInformation>(feature);
-    }
-  }
-  throw CommandError(ExitStatus::FatalStop, "the catalogue has no feature " + std::to_string(number) + " (" +
-                                                featureName(number) + ").");
-}
-
 ExitStatus runScanCommand(const Invocation& invocation, InterruptWatch& interrupts) {
   const GlobalOptions& options = invocation.options;
   const ScanFeature& row = scannerFor(invocation);
   installHost(options);
   const Ref<FeatureInformation> feature = featureOfCatalogue(invocation, row.finderID);
   prepareScan(row, *feature);
-  const SessionResult result = runScan(row, feature, interrupts, !options.json && !options.quiet);
+  const auto stop = std::make_shared<StopSwitch>();
+  interrupts.start([stop] { stop->pull(); });
+  const SessionResult result = runScan(row, feature, *stop, !options.json && !options.quiet);
   if (options.json) {
     writeScanDocument(std::cout, *feature, result.outcome);
   } else {
@@ -83,7 +56,9 @@ ExitStatus runScanCommand(const Invocation& invocation, InterruptWatch& interrup
   return result.stopped ? ExitStatus::Stopped : ExitStatus::Done;
 }
 
-constexpr std::array<Command, 2> kCommands = {{
+constexpr std::array<Command, 3> kCommands = {{
+    {"clean", "Remove what the scan of a feature finds, all of it or what you select", takeCleanArguments,
+     runCleanCommand},
     {"modules", "Show the catalogue as a tree", takeNothing, runModules},
     {"scan", "Run the scanner of a feature and show what it found", takeFeatureAndPaths, runScanCommand},
 }};

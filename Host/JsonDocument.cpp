@@ -10,6 +10,7 @@
 #include <ostream>
 #include <string>
 
+#include "Host/RecordName.hpp"
 #include "Host/SafeText.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
@@ -39,11 +40,6 @@ Json isoDate(Date date) {
       std::snprintf(buffer.data(), buffer.size(), "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900,
                     parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
   return std::string(buffer.data(), static_cast<std::size_t>(length));
-}
-
-std::string path(const URL& url) {
-  if (url.isEmptyPath() || !url.isFileURL()) return "";
-  return url.path();
 }
 
 template <class Value>
@@ -89,7 +85,7 @@ void writeFile(std::ostream& out, const FileInformation& file) {
                    {"date", isoDate(file.date)},
                    {"dateSeconds", file.date.secondsSince1970},
                    {"url", text(file.url.absoluteString())},
-                   {"path", text(path(file.url))},
+                   {"path", text(pathOf(file.url))},
                    {"canDelete", file.canDelete},
                    {"removeCategory", file.removeCategory},
                    {"fileKind", file.fileKind},
@@ -156,15 +152,8 @@ void writeScannedFeature(std::ostream& out, const FeatureInformation& feature) {
   out << '}';
 }
 
-}  // namespace
-
-void writeModulesDocument(std::ostream& out, const std::vector<Ref<ModuleInformation>>& modules) {
-  out << R"({"modules":)";
-  writeList(out, modules, writeModule);
-  out << "}\n";
-}
-
-void writeScanDocument(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& outcome) {
+// The document of a scan up to the brace at its end.
+void writeOpenScan(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& outcome) {
   out << R"({"feature":)";
   writeScannedFeature(out, feature);
   const CallbackCounts& counts = outcome.callbacks;
@@ -177,7 +166,40 @@ void writeScanDocument(std::ostream& out, const FeatureInformation& feature, con
                        {"lastPercent", counts.lastPercent}}}};
   std::string words = rest.dump();
   words.front() = ',';
-  out << words << '\n';
+  words.pop_back();
+  out << words;
+}
+
+}  // namespace
+
+void writeModulesDocument(std::ostream& out, const std::vector<Ref<ModuleInformation>>& modules) {
+  out << R"({"modules":)";
+  writeList(out, modules, writeModule);
+  out << "}\n";
+}
+
+void writeScanDocument(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& outcome) {
+  writeOpenScan(out, feature, outcome);
+  out << "}\n";
+}
+
+void writeCleanDocument(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& scan,
+                        const CleanOutcome& clean) {
+  writeOpenScan(out, feature, scan);
+  Json abnormalFiles = Json::array();
+  for (const std::string& name : clean.abnormalFiles) abnormalFiles.push_back(text(name));
+  out << R"(,"clean":)";
+  openObject(out, {{"size", clean.size},
+                   {"status", clean.status},
+                   {"desc", text(clean.desc)},
+                   {"abnormalFiles", std::move(abnormalFiles)},
+                   {"progress", clean.progress}});
+  out << R"(,"records":)" << clean.records << "}}\n";
+}
+
+void writeRecords(std::ostream& out, const std::vector<Ref<FileInformation>>& records) {
+  writeList(out, records,
+            [](std::ostream& to, const Ref<FileInformation>& record) { writeFile(to, *record); });
 }
 
 }  // namespace sorrel::cli

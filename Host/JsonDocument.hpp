@@ -2,11 +2,13 @@
 
 #include <cstdint>
 #include <iosfwd>
+#include <string>
 #include <string_view>
 #include <vector>
 
 namespace sorrel {
 class FeatureInformation;
+class FileInformation;
 class ModuleInformation;
 template <class T>
 class Ref;
@@ -29,10 +31,25 @@ struct ScanOutcome {
   CallbackCounts callbacks;
 };
 
+/// What a clean called back.
+struct CleanOutcome {
+  std::int64_t size = 0;
+  std::int64_t status = 0;
+  std::string desc;
+  std::vector<std::string> abnormalFiles;  ///< paths, or titles of what has none
+  std::vector<float> progress;
+  std::string records;  ///< as writeRecords() wrote them before the repair of the tree
+};
+
 /// The documents of `--json`, one line each. Field names and raw values are those of the records; the README
 /// of the command line lists them. Written record by record, so that a tree of a million files needs no
 /// second copy.
 void writeModulesDocument(std::ostream& out, const std::vector<Ref<ModuleInformation>>& modules);
 void writeScanDocument(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& outcome);
+void writeCleanDocument(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& scan,
+                        const CleanOutcome& clean);
+
+/// The list of these records, a piece of a document.
+void writeRecords(std::ostream& out, const std::vector<Ref<FileInformation>>& records);
 
 }  // namespace sorrel::cli

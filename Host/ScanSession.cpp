@@ -5,9 +5,9 @@
 #include <optional>
 #include <utility>
 
-#include "Host/InterruptWatch.hpp"
 #include "Host/ProgressLine.hpp"
 #include "Host/ScanFeatures.hpp"
+#include "Host/StopSwitch.hpp"
 #include "SorrelFramework/Platform/MainQueue.hpp"
 #include "SorrelFramework/Platform/WeftSerialQueue.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
@@ -101,12 +101,13 @@ class Session : public std::enable_shared_from_this<Session> {
 
 }  // namespace
 
-SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& feature,
-                      InterruptWatch& interrupts, bool showProgress) {
+SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& feature, StopSwitch& stop,
+                      bool showProgress) {
   const auto session = std::make_shared<Session>(feature, showProgress);
-  interrupts.start([session] { session->stop(); });
+  stop.setAction([session] { session->stop(); });
   row.start(session->job());
   MainQueue::run();
+  stop.setAction({});
   return session->result();
 }
 

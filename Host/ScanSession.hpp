@@ -8,19 +8,19 @@
 
 namespace sorrel::cli {
 
-class InterruptWatch;
 struct ScanFeature;
+class StopSwitch;
 
 struct SessionResult {
   ScanOutcome outcome;
-  bool stopped = false;  ///< Ctrl-C came before the scan was through
+  bool stopped = false;  ///< the switch was pulled before the scan was through
 };
 
 /// Runs the scanner of `row` over `feature` with this thread as the main loop, and returns when everything
 /// has arrived: `done` has run, the bar has reported its end, and every block of progress has been delivered.
-/// Ctrl-C stops the scan, which then ends with what it has found so far. The tree is filled as an application
-/// does it.
-SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& feature,
-                      InterruptWatch& interrupts, bool showProgress);
+/// The switch stops the scan, which then ends with what it has found so far. The tree is filled as an
+/// application does it.
+SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& feature, StopSwitch& stop,
+                      bool showProgress);
 
 }  // namespace sorrel::cli

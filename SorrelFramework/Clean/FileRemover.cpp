@@ -1,17 +1,38 @@
 #include "SorrelFramework/Clean/FileRemover.hpp"
 
+#include <algorithm>
+#include <string_view>
 #include <utility>
 
+#include "SorrelFramework/Clean/ProtectedPlaces.hpp"
 #include "SorrelFramework/Platform/RemovalErrorText.hpp"
 
 namespace sorrel {
+namespace {
+
+/// The removal takes normal paths alone. Slashes too many and "." change nothing about where a path leads;
+/// ".." may, behind a link, and stays.
+std::string normalPath(std::string_view path) {
+  std::string normal;
+  while (!path.empty()) {
+    const std::string_view component = path.substr(0, path.find('/'));
+    path.remove_prefix(std::min(component.size() + 1, path.size()));
+    if (component.empty() || component == ".") continue;
+    normal.append("/").append(component);
+  }
+  return normal;
+}
+
+}  // namespace
 
 FileRemover::Session::Session(RemoveFunc remove)
-    : remove_(std::move(remove)), policy_(RemovalPolicy::forUser()) {}
+    : remove_(std::move(remove)), policy_(RemovalPolicy::forUser()) {
+  protectPlacesOfHost(policy_);
+}
 
 std::optional<std::string> FileRemover::Session::removeItem(const URL& url) const {
   int error = fence_.error(url);
-  if (error == 0) error = remove_(url.path(), policy_).error;
+  if (error == 0) error = remove_(normalPath(url.path()), policy_).error;
   if (error == 0) return std::nullopt;
   return removalErrorText(url.lastPathComponent(), error);
 }

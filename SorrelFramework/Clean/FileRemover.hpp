@@ -23,7 +23,8 @@ class FileRemover {
     explicit Session(RemoveFunc remove);
 
     /// Removes the item itself (a link, never what it leads to) with all that lies below it. Nothing on
-    /// success, else the text for the user. What CleanFence or RemovalPolicy refuses is an ordinary failure.
+    /// success, else the text for the user. What CleanFence, RemovalPolicy or protectPlacesOfHost() refuses
+    /// is an ordinary failure. A slash at the end, doubled slashes and "." in the path do not count.
     [[nodiscard]] std::optional<std::string> removeItem(const URL& url) const;
 
    private:

@@ -134,21 +134,25 @@ std::vector<URL> volumesOfMac(const Host& host) {
   return urls;
 }
 
-std::vector<URL> volumesOfDesktop() {
+std::vector<URL> volumesOfDesktop(bool withNetwork) {
   std::vector<URL> urls;
   for (const MountPoint& mount : mountPointsIn(contentOf("/proc/self/mountinfo"))) {
+    if (mount.isNetwork && !withNetwork) continue;
     // A single file can be a mount point too, in containers for instance.
     if (mount.isNetwork || isRealFolder(mount.path)) urls.push_back(URL::fileURL(mount.path, true));
   }
   return urls;
 }
 
+std::vector<URL> volumes(bool withNetwork) {
+  const Host& host = Host::current();
+  return host.layout() == Host::Layout::MacVolume ? volumesOfMac(host) : volumesOfDesktop(withNetwork);
+}
+
 }  // namespace
 
-std::vector<URL> mountedVolumeURLs() {
-  const Host& host = Host::current();
-  return host.layout() == Host::Layout::MacVolume ? volumesOfMac(host) : volumesOfDesktop();
-}
+std::vector<URL> mountedVolumeURLs() { return volumes(true); }
+std::vector<URL> localVolumeURLs() { return volumes(false); }
 
 std::vector<MountPoint> mountPointsIn(std::string_view mountTable) {
   std::vector<Line> lines = parseTable(mountTable);

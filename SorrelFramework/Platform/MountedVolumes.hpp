@@ -14,6 +14,9 @@ namespace sorrel {
 /// touched. Any thread.
 [[nodiscard]] std::vector<URL> mountedVolumeURLs();
 
+/// The same without the network mounts: asking those for anything may block for minutes. Any thread.
+[[nodiscard]] std::vector<URL> localVolumeURLs();
+
 /// A line of the mount table that a user would call a volume.
 struct MountPoint {
   std::string path;

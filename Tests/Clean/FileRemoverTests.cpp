@@ -43,5 +43,35 @@ TEST_F(FileRemoverTest, errorOfTheRemovalGivesTheText) {
             "“a” couldn’t be removed because there isn’t enough space.");
 }
 
+TEST_F(FileRemoverTest, spellingOfAPathDoesNotCount) {
+  stage_.failRemoving({}, 0);
+  const std::string root = URL::fileURL(stage_.volume.path(), false).absoluteString();
+  for (const std::string spelling : {"/d/a", "/d/a/", "//d///a//", "/./d/./a/.", "/d/%61", "/d/a%2F"}) {
+    stage_.volume.file("d/a/b", "x");
+    EXPECT_EQ(FileRemover::shard().begin().removeItem(*URL::parse(root + spelling)), std::nullopt)
+        << spelling;
+    EXPECT_FALSE(std::filesystem::exists(stage_.volume.path("d/a"))) << spelling;
+    EXPECT_EQ(stage_.tried.back(), stage_.volume.path("d/a")) << spelling;
+  }
+}
+
+TEST_F(FileRemoverTest, stepsUpAreRefused) {
+  stage_.volume.file("d/a", "x");
+  stage_.volume.folder("e");
+  const std::string root = URL::fileURL(stage_.volume.path(), false).absoluteString();
+  EXPECT_NE(FileRemover::shard().begin().removeItem(*URL::parse(root + "/e/../d/a")), std::nullopt);
+  EXPECT_NE(FileRemover::shard().begin().removeItem(*URL::parse(root + "/e/..")), std::nullopt);
+  EXPECT_TRUE(std::filesystem::exists(stage_.volume.path("d/a")));
+}
+
+TEST_F(FileRemoverTest, homesAndTrashesStay) {
+  stage_.volume.file("Users/alice/.Trash/a", "x");
+  const FileRemover::Session session = FileRemover::shard().begin();
+  for (const std::string name : {"Users/", "Users/alice/", "Users/alice/.Trash/", "Users/alice/.Trash//"}) {
+    EXPECT_NE(session.removeItem(stage_.volume.url(name)), std::nullopt) << name;
+  }
+  EXPECT_EQ(session.removeItem(stage_.volume.url("Users/alice/.Trash/a")), std::nullopt);
+}
+
 }  // namespace
 }  // namespace sorrel

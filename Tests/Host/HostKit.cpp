@@ -1,6 +1,7 @@
 #include "Tests/Host/HostKit.hpp"
 
 #include <fcntl.h>
+#include <grp.h>
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/resource.h>
@@ -48,12 +49,17 @@ void limitFiles(std::uint64_t files) {
   if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) ::_exit(126);
 }
 
+void takeRightsOf(unsigned user) {
+  const gid_t group = user;
+  if (::setgroups(1, &group) != 0 || ::setgid(group) != 0 || ::setuid(user) != 0) ::_exit(126);
+}
+
 [[noreturn]] void execute(const std::vector<char*>& words, const std::vector<char*>& environment,
                           const std::string& out, const std::string& err, const RunOptions& options) {
   const int input = ::open("/dev/null", O_RDONLY);
   const int output = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   const int errors = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-  if (input < 0 || output < 0 || errors < 0 || ::chdir("/") != 0) ::_exit(126);
+  if (input < 0 || output < 0 || errors < 0 || ::chdir(options.folder.c_str()) != 0) ::_exit(126);
   ::dup2(input, STDIN_FILENO);
   ::dup2(output, STDOUT_FILENO);
   ::dup2(errors, STDERR_FILENO);
@@ -64,6 +70,7 @@ void limitFiles(std::uint64_t files) {
   if (options.interrupted) makePendingInterrupt();
   if (options.files != 0) limitFiles(options.files);
   for (const int stream : options.closed) ::close(stream);
+  if (options.user != 0) takeRightsOf(options.user);
   ::execve(words[0], words.data(), environment.data());
   ::_exit(127);
 }
@@ -94,8 +101,8 @@ std::string entryLine(const fs::path& path) {
 
 std::string categoryText(const CategoryRow& row) {
   std::string text = "<dict><key>finder</key><integer>" + std::to_string(row.finderID) +
-                     "</integer><key>status</key><integer>0</integer><key>title</key><string>Row " +
-                     std::to_string(row.finderID) +
+                     "</integer><key>status</key><integer>" + std::to_string(row.status) +
+                     "</integer><key>title</key><string>Row " + std::to_string(row.finderID) +
                      "</string><key>image</key><string></string><key>description</key><string>About row " +
                      std::to_string(row.finderID) + "</string><key>type</key><string>" + row.type +
                      "</string><key>urls</key><array>";
@@ -202,7 +209,8 @@ std::string catalogue(const std::vector<FeatureRow>& features) {
       "<key>type</key><string>Main</string><key>module</key><array>";
   for (const FeatureRow& feature : features) {
     text += "<dict><key>finder</key><integer>" + std::to_string(feature.finderID) +
-            "</integer><key>status</key><integer>0</integer><key>image</key><string></string>"
+            "</integer><key>status</key><integer>" + std::to_string(feature.status) +
+            "</integer><key>image</key><string></string>"
             "<key>title</key><string>Feature " +
             std::to_string(feature.finderID) +
             "</string><key>description</key><string>About it</string><key>category</key><array>";

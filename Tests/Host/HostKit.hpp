@@ -51,9 +51,11 @@ struct RunOptions {
   std::vector<int> closed = {};  ///< of the standard streams
   std::uint64_t files = 0;       ///< how many the program may have open at once, if not 0
   bool inGoneFolder = false;     ///< the current folder is one that was removed
+  std::string folder = "/";      ///< the current folder
+  unsigned user = 0;             ///< whose rights it has, if not 0; needs root
 };
 
-/// Runs the program that the build made, with standard input from /dev/null and "/" as its folder.
+/// Runs the program that the build made, with standard input from /dev/null.
 ProgramRun sorrel(const std::vector<std::string>& arguments, const RunOptions& options = {});
 
 /// Runs it with a terminal for its standard error; `err` is what the terminal got.
@@ -64,10 +66,12 @@ struct CategoryRow {
   std::int64_t finderID = 0;
   std::string type = "SystemCache";
   std::vector<std::string> urls;
+  std::int64_t status = 0;  ///< ticked, 1, or not
 };
 struct FeatureRow {
   std::int64_t finderID = 1;
   std::vector<CategoryRow> categories;
+  std::int64_t status = 0;
 };
 std::string catalogue(const std::vector<FeatureRow>& features);
 

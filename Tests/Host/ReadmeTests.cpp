@@ -1,9 +1,12 @@
 // The output that README.md shows is what a newcomer gets.
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cstdlib>
 #include <string>
+#include <utility>
+#include <vector>
 
 #include "Tests/Host/HostKit.hpp"
 
@@ -21,13 +24,31 @@ std::string shownBelow(const std::string& command) {
   return readme.substr(from, end - from);
 }
 
+std::string replaced(std::string text, const std::string& word, const std::string& other) {
+  for (std::size_t at = 0; (at = text.find(word, at)) != std::string::npos; at += other.size()) {
+    text.replace(at, word.size(), other);
+  }
+  return text;
+}
+
 TEST(Readme, showsWhatTheDemoPrints) {
   const TemporaryFolder volume;
   const std::string make = "'" SORREL_SOURCE_DIR "/scripts/make-volume' '" + volume.path() + "'";
   ASSERT_EQ(std::system(make.c_str()), 0);
-  for (const std::string feature : {"system-junk", "trash"}) {
-    const ProgramRun run = sorrel({"--volume", volume.path(), "--user", "alice", "scan", feature});
-    EXPECT_EQ(run.out, shownBelow("sorrel --volume \"$volume\" --user alice scan " + feature));
+  // The number of the user, which is the name of a trash, is root's in README.md.
+  const std::string trash = "/.Trashes/" + std::to_string(::getuid()) + "/";
+  const std::vector<std::pair<std::string, std::vector<std::string>>> commands = {
+      {"scan system-junk", {"scan", "system-junk"}},
+      {"clean trash --select '*/drafts' '*.zip' --dry-run",
+       {"clean", "trash", "--select", "*/drafts", "*.zip", "--dry-run"}},
+      {"clean trash --all --yes", {"clean", "trash", "--all", "--yes"}},
+  };
+  for (const auto& [shown, words] : commands) {
+    std::vector<std::string> all = {"--volume", volume.path(), "--user", "alice"};
+    all.insert(all.end(), words.begin(), words.end());
+    const ProgramRun run = sorrel(all);
+    EXPECT_EQ(replaced(replaced(run.out, volume.path(), "$volume"), trash, "/.Trashes/0/"),
+              shownBelow("sorrel --volume \"$volume\" --user alice " + shown));
   }
 }
 

@@ -1,0 +1,155 @@
+#include "Host/CleanCommand.hpp"
+
+#include <unistd.h>
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <iostream>
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "Host/ChosenFeature.hpp"
+#include "Host/CleanFeatures.hpp"
+#include "Host/CleanReport.hpp"
+#include "Host/CleanSession.hpp"
+#include "Host/CommandError.hpp"
+#include "Host/CommandLine.hpp"
+#include "Host/Features.hpp"
+#include "Host/Globs.hpp"
+#include "Host/HostSetup.hpp"
+#include "Host/InterruptWatch.hpp"
+#include "Host/JsonDocument.hpp"
+#include "Host/Output.hpp"
+#include "Host/QuietHelper.hpp"
+#include "Host/RecordName.hpp"
+#include "Host/SafeText.hpp"
+#include "Host/ScanFeatures.hpp"
+#include "Host/ScanSession.hpp"
+#include "Host/StopSwitch.hpp"
+#include "Host/TextTree.hpp"
+#include "Host/Ticks.hpp"
+#include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
+#include "SorrelFramework/Model/FileInfo.hpp"
+
+namespace sorrel::cli {
+namespace {
+
+void refuseHalfOrders(const CleanOptions& order) {
+  if (order.all == !order.globs.empty()) {
+    throw CommandError(ExitStatus::WrongUse, "a clean takes either --all or --select GLOB...");
+  }
+  if (order.dryRun == order.yes) {
+    throw CommandError(
+        ExitStatus::WrongUse,
+        "a clean takes either --dry-run, which shows what would go, or --yes, which removes it.");
+  }
+}
+
+const CleanFeature& cleanerFor(Integer finderID) {
+  const CleanFeature* const row = cleanFeature(finderID);
+  if (row != nullptr) return *row;
+  throw CommandError(ExitStatus::WrongUse,
+                     "this version of sorrel cannot clean '" + featureName(finderID) + "'.");
+}
+
+void tick(FeatureInformation& feature, const Invocation& invocation) {
+  if (invocation.clean.all) return tickAll(feature);
+  Globs globs(invocation.clean.globs);
+  tickMatching(feature, globs);
+  if (invocation.options.quiet) return;
+  for (const std::string& glob : globs.unused()) {
+    std::cerr << "sorrel: nothing is called '" << printable(glob) << "'\n";
+  }
+}
+
+ExitStatus showStopped(const Invocation& invocation, FeatureInformation& feature, const ScanOutcome& scan) {
+  clearTicks(feature);
+  if (invocation.options.json) {
+    writeScanDocument(std::cout, feature, scan);
+  } else {
+    writeScan(std::cout, feature, scan.size);
+  }
+  finishOutput();
+  std::cerr << "sorrel: stopped before anything was removed\n";
+  return ExitStatus::Stopped;
+}
+
+ExitStatus showPlan(const Invocation& invocation, const CleanFeature& row, FeatureInformation& feature,
+                    const ScanOutcome& scan) {
+  if (invocation.options.json) {
+    writeScanDocument(std::cout, feature, scan);
+  } else {
+    writePlan(std::cout, cleanItems(tickedRecords(row.entry, feature)));
+  }
+  finishOutput();
+  return ExitStatus::Done;
+}
+
+CleanOutcome outcomeOf(const CleanResult& result, std::string records) {
+  CleanOutcome outcome{result.size, result.status, result.desc, {}, result.progress, std::move(records)};
+  for (const Ref<FileInformation>& file : result.abnormalFiles)
+    outcome.abnormalFiles.push_back(nameOf(*file));
+  return outcome;
+}
+
+void tellOfMissingHelper() {
+  if (PrivilegeHelper::shard().helpTool() != nullptr) return;
+  std::cerr << "sorrel: there is no privileged helper to remove what you may not remove yourself\n";
+}
+
+ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
+                       const Ref<FeatureInformation>& feature, const ScanOutcome& scan, StopSwitch& stop) {
+  std::ostringstream records;
+  std::vector<CleanItem> items;
+  const auto onDeleted = [&](const FileRecords& handed) {
+    items = cleanItems(handed);
+    if (invocation.options.json) writeRecords(records, handed);
+  };
+  const auto result = runClean(row, feature, stop, onDeleted);
+  if (!result) return showStopped(invocation, *feature, scan);
+  if (invocation.options.json) {
+    writeCleanDocument(std::cout, *feature, scan, outcomeOf(*result, std::move(records).str()));
+  } else {
+    writeCleaned(std::cout, items, result->size);
+  }
+  finishOutput();
+  if (std::ranges::all_of(items, &CleanItem::isGone)) return ExitStatus::Done;
+  tellOfMissingHelper();
+  return ExitStatus::Failed;
+}
+
+}  // namespace
+
+void takeCleanArguments(CLI::App& parser, Invocation& invocation) {
+  takeFeatureAndPaths(parser, invocation);
+  CleanOptions& order = invocation.clean;
+  parser.add_flag("--all", order.all, "Clean everything that the scan finds");
+  addSelectOption(parser, order.globs, "Clean what these patterns fit: paths, or titles of what has no path");
+  parser.add_flag("--dry-run", order.dryRun, "Show what would go and remove nothing");
+  parser.add_flag("--yes", order.yes, "Remove it");
+  parser.add_flag("--even-last-copy", order.evenLastCopy, "Of alike files, leave not even one");
+}
+
+ExitStatus runCleanCommand(const Invocation& invocation, InterruptWatch& interrupts) {
+  const GlobalOptions& options = invocation.options;
+  const ScanFeature& scanner = scannerFor(invocation);
+  const CleanFeature& cleaner = cleanerFor(scanner.finderID);
+  refuseHalfOrders(invocation.clean);
+  installHost(options);
+  if (::isatty(STDIN_FILENO) != 1) useHelperWithoutPrompt();
+  const Ref<FeatureInformation> feature = featureOfCatalogue(invocation, scanner.finderID);
+  clearTicks(*feature);  // a scan hands them on to its records
+  prepareScan(scanner, *feature);
+
+  const auto stop = std::make_shared<StopSwitch>();
+  interrupts.start([stop] { stop->pull(); });
+  const SessionResult scan = runScan(scanner, feature, *stop, !options.json && !options.quiet);
+  if (stop->isPulled()) return showStopped(invocation, *feature, scan.outcome);
+  tick(*feature, invocation);
+  if (!invocation.clean.evenLastCopy) refuseWholeGroups(cleaner, *feature);
+  if (invocation.clean.dryRun) return showPlan(invocation, cleaner, *feature, scan.outcome);
+  return cleanTicked(invocation, cleaner, feature, scan.outcome, *stop);
+}
+
+}  // namespace sorrel::cli

@@ -1,0 +1,60 @@
+#include "Host/CleanFeatures.hpp"
+
+#include <algorithm>
+#include <array>
+#include <string>
+
+#include "Host/CommandError.hpp"
+#include "Host/RecordName.hpp"
+#include "Host/Ticks.hpp"
+#include "SorrelFramework/Clean/CleanService.hpp"
+
+namespace sorrel::cli {
+namespace {
+
+constexpr std::array<CleanFeature, 8> kCleans = {{
+    {1, CleanEntry::Categories, CleanServiceType::Common},
+    {2, CleanEntry::Categories, CleanServiceType::Common},
+    {3, CleanEntry::Flat, CleanServiceType::LargeAndOldFile},
+    {4, CleanEntry::Categories, CleanServiceType::Common},
+    {5, CleanEntry::Categories, CleanServiceType::Common},
+    {6, CleanEntry::Categories, CleanServiceType::Common},
+    {7, CleanEntry::Groups, CleanServiceType::Duplicate},
+    {8, CleanEntry::Groups, CleanServiceType::Similar},
+}};
+static_assert(std::ranges::is_sorted(kCleans, {}, &CleanFeature::finderID));
+
+}  // namespace
+
+const CleanFeature* cleanFeature(Integer finderID) {
+  const auto row = std::ranges::find(kCleans, finderID, &CleanFeature::finderID);
+  return row != kCleans.end() ? row : nullptr;
+}
+
+void refuseWholeGroups(const CleanFeature& row, FeatureInformation& feature) {
+  if (row.entry != CleanEntry::Groups) return;
+  std::string names;
+  for (const Ref<FileInformation>& group : wholeGroups(feature)) {
+    names += (names.empty() ? "'" : ", '") + nameOf(*group) + "'";
+  }
+  if (names.empty()) return;
+  throw CommandError(ExitStatus::WrongUse, "nothing was removed, as every copy would have gone of " + names +
+                                               "; --even-last-copy allows that.");
+}
+
+void startClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,
+                const std::shared_ptr<CleanServiceProtocol>& listener) {
+  switch (row.entry) {
+    case CleanEntry::Categories:
+      CleanService::cleanCategorys(feature->categoryInfo.refs(), row.type, listener, feature);
+      return;
+    case CleanEntry::Groups:
+      CleanService::cleanDuplicateAndSimilarCategorys(feature->categoryInfo.front(), row.type, listener);
+      return;
+    case CleanEntry::Flat:
+      CleanService::cleanLargeAndOldCategorys(feature->categoryInfo.front(), row.type, listener);
+      return;
+  }
+}
+
+}  // namespace sorrel::cli

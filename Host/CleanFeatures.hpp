@@ -1,0 +1,37 @@
+#pragma once
+
+#include <memory>
+
+#include "SorrelFramework/Clean/CleanServiceProtocol.hpp"
+#include "SorrelFramework/Clean/CleanServiceType.hpp"
+#include "SorrelFramework/Model/FeatureInfo.hpp"
+#include "SorrelFramework/Model/Ref.hpp"
+
+namespace sorrel::cli {
+
+/// The shape of a feature's tree, which decides what its ticks select.
+enum class CleanEntry {
+  Categories,  ///< records of all categories, with what lies below them
+  Groups,      ///< the first category holds groups of alike files, and only their members go
+  Flat,        ///< the records of the first category, and nothing below them
+};
+
+/// A feature that this program can clean once its scan is through.
+struct CleanFeature {
+  Integer finderID;
+  CleanEntry entry;
+  CleanServiceType type;
+};
+
+/// The row of a feature; null if this version cannot clean it.
+const CleanFeature* cleanFeature(Integer finderID);
+
+/// Of alike files one must stay: a selection that takes every member of a group is wrong use, with the groups
+/// named, for a feature that has groups.
+void refuseWholeGroups(const CleanFeature& row, FeatureInformation& feature);
+
+/// Starts the clean of what is ticked in `feature`. Returns at once; `listener` hears the rest.
+void startClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,
+                const std::shared_ptr<CleanServiceProtocol>& listener);
+
+}  // namespace sorrel::cli

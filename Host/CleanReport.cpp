@@ -1,0 +1,69 @@
+#include "Host/CleanReport.hpp"
+
+#include <algorithm>
+#include <iomanip>
+#include <ostream>
+#include <string_view>
+
+#include "Host/RecordName.hpp"
+#include "Host/SafeText.hpp"
+#include "Host/Ticks.hpp"
+#include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Platform/CheckedMath.hpp"
+
+namespace sorrel::cli {
+namespace {
+
+constexpr int kSizeColumn = 11;  // "1023.9 KiB" and a blank
+
+std::string whyNot(const FileInformation& leaf) {
+  if (!leaf.deleteErrorDesc.empty()) return leaf.deleteErrorDesc;
+  return leaf.canDelete ? "It couldn’t be removed." : "Only the privileged helper may remove it.";
+}
+
+void writeItem(std::ostream& out, const CleanItem& item) {
+  out << std::setw(kSizeColumn) << std::right << sizeText(item.size) << "  " << printable(item.name) << '\n';
+}
+
+std::string count(std::size_t number) { return std::to_string(number) + (number == 1 ? " item" : " items"); }
+
+}  // namespace
+
+std::vector<CleanItem> cleanItems(const FileRecords& records) {
+  std::vector<CleanItem> items;
+  for (const Ref<FileInformation>& leaf : leavesOf(records)) {
+    const bool isGone = leaf->deleteStatus == rawValue(DeleteStatus::DeleteSuccess);
+    items.push_back({nameOf(*leaf), leaf->size, isGone, isGone ? "" : whyNot(*leaf)});
+  }
+  return items;
+}
+
+void writePlan(std::ostream& out, const std::vector<CleanItem>& items) {
+  std::int64_t sum = 0;
+  if (!items.empty()) out << "Would remove:\n";
+  for (const CleanItem& item : items) {
+    writeItem(out, item);
+    sum = checkedAdd(sum, item.size);
+  }
+  out << count(items.size()) << ", " << sizeText(sum) << " would go; nothing was removed\n";
+}
+
+void writeCleaned(std::ostream& out, const std::vector<CleanItem>& items, std::int64_t freed) {
+  const auto gone = static_cast<std::size_t>(std::ranges::count_if(items, &CleanItem::isGone));
+  const std::size_t left = items.size() - gone;
+  if (gone > 0) out << "Removed:\n";
+  for (const CleanItem& item : items) {
+    if (item.isGone) writeItem(out, item);
+  }
+  if (left > 0) out << "Not removed:\n";
+  for (const CleanItem& item : items) {
+    if (item.isGone) continue;
+    writeItem(out, item);
+    out << std::string(kSizeColumn + 2, ' ') << printable(item.why) << '\n';
+  }
+  out << count(gone) << " removed, " << sizeText(freed) << " freed";
+  if (left > 0) out << "; " << count(left) << " not removed";
+  out << '\n';
+}
+
+}  // namespace sorrel::cli

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <cstdint>
+#include <iosfwd>
+#include <string>
+#include <vector>
+
+#include "SorrelFramework/Scan/ScanTypes.hpp"
+
+namespace sorrel::cli {
+
+/// One thing that a clean removes from the disk, or should have.
+struct CleanItem {
+  std::string name;
+  std::int64_t size = 0;
+  bool isGone = false;
+  std::string why;  ///< it is not gone
+};
+
+/// The leaves at and below these records with what their deletion left on them.
+std::vector<CleanItem> cleanItems(const FileRecords& records);
+
+/// What would be removed, with a sum.
+void writePlan(std::ostream& out, const std::vector<CleanItem>& items);
+
+/// What was removed and what not, and why, with `freed` bytes as the sum.
+void writeCleaned(std::ostream& out, const std::vector<CleanItem>& items, std::int64_t freed);
+
+}  // namespace sorrel::cli

@@ -1,0 +1,109 @@
+#include "Host/CleanSession.hpp"
+
+#include <cstdlib>
+#include <iostream>
+#include <memory>
+#include <utility>
+
+#include "Host/ExitStatus.hpp"
+#include "Host/StopSwitch.hpp"
+#include "SorrelFramework/Model/CategoryInfo.hpp"
+#include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Platform/MainQueue.hpp"
+
+namespace sorrel::cli {
+namespace {
+
+/// The last progress, after the deletions and before the repair of the tree.
+constexpr float kDeletionsOver = 0.75F;
+
+/// The topmost records that bear a status: a fresh scan has given them none.
+void collectHanded(Children<FileInformation>& records, FileRecords& handed) {
+  for (FileInformation& record : records) {
+    if (record.deleteStatus != rawValue(DeleteStatus::None)) {
+      handed.emplace_back(record);
+    } else {
+      collectHanded(record.childrens, handed);
+    }
+  }
+}
+
+/// Gathers the callbacks of one clean, which come one after the other on background threads; the main thread
+/// reads them when its loop has ended.
+class Listener : public CleanServiceProtocol {
+ public:
+  Listener(Ref<FeatureInformation> feature, HandedFunc onDeleted)
+      : feature_(std::move(feature)), onDeleted_(std::move(onDeleted)) {}
+
+  void cleanProgress(float percent) override {
+    result_.progress.push_back(percent);
+    if (percent >= kDeletionsOver) tellHanded();
+  }
+
+  void cleanFinished(const std::vector<Ref<CategoryInformation>>& allCategorys, std::int64_t size,
+                     const FileRecords& abnormalFiles, Integer status, const std::string& desc) override {
+    tellHanded();
+    categories_ = allCategorys;
+    result_.size = size;
+    result_.abnormalFiles = abnormalFiles;
+    result_.status = status;
+    result_.desc = desc;
+    MainQueue::post([] { MainQueue::quit(); });
+  }
+
+  [[nodiscard]] const std::vector<Ref<CategoryInformation>>& categories() const { return categories_; }
+  CleanResult takeResult() { return std::move(result_); }
+
+ private:
+  /// Once; a clean that ends early reports no progress.
+  void tellHanded() {
+    if (isTold_) return;
+    isTold_ = true;
+    FileRecords handed;
+    for (CategoryInformation& category : feature_->categoryInfo) collectHanded(category.childrens, handed);
+    onDeleted_(handed);
+  }
+
+  Ref<FeatureInformation> feature_;
+  HandedFunc onDeleted_;
+  bool isTold_ = false;
+  std::vector<Ref<CategoryInformation>> categories_;
+  CleanResult result_;
+};
+
+/// What the clean leaves stands in place of the categories that it was given; those of one category have
+/// repaired that in place.
+void takeRepairedTree(const CleanFeature& row, FeatureInformation& feature,
+                      const std::vector<Ref<CategoryInformation>>& categories) {
+  if (row.entry == CleanEntry::Categories) feature.categoryInfo = Children<CategoryInformation>(categories);
+  feature.state = NSControlStateValueOff;
+}
+
+[[noreturn]] void endAtOnce() {
+  std::cerr << "sorrel: stopped. What was removed until now is gone, the rest was left as it is."
+            << std::endl;
+  std::_Exit(static_cast<int>(ExitStatus::Stopped));
+}
+
+}  // namespace
+
+std::optional<CleanResult> runClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,
+                                    StopSwitch& stop, HandedFunc onDeleted) {
+  const auto listener = std::make_shared<Listener>(feature, std::move(onDeleted));
+  bool isStarted = false;
+  stop.setAction({});
+  // Behind a Ctrl-C that waits on the main queue.
+  MainQueue::post([&] {
+    if (stop.isPulled()) return MainQueue::quit();
+    isStarted = true;
+    stop.setAction(endAtOnce);
+    startClean(row, feature, listener);
+  });
+  MainQueue::run();
+  stop.setAction({});
+  if (!isStarted) return std::nullopt;
+  takeRepairedTree(row, *feature, listener->categories());
+  return listener->takeResult();
+}
+
+}  // namespace sorrel::cli

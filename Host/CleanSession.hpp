@@ -1,0 +1,36 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "Host/CleanFeatures.hpp"
+#include "SorrelFramework/Scan/ScanTypes.hpp"
+
+namespace sorrel::cli {
+
+class StopSwitch;
+
+/// What a clean called back.
+struct CleanResult {
+  std::int64_t size = 0;  ///< bytes freed
+  Integer status = 0;     ///< raw DeleteStatus
+  std::string desc;
+  FileRecords abnormalFiles;
+  std::vector<float> progress;
+};
+
+/// Gets the records that the clean was handed, when all deletions are over and before the tree is repaired:
+/// their outcome stands on them. Runs on a background thread while nothing else uses the tree.
+using HandedFunc = std::function<void(const FileRecords& handed)>;
+
+/// Cleans what is ticked in `feature`, with this thread as the main loop, and returns at the end of the
+/// clean; `feature` is then the repaired tree. Nothing happens, and nothing is answered, if the switch was
+/// pulled before. Ctrl-C during the clean ends the process at once with ExitStatus::Stopped: what is gone
+/// until then is gone.
+std::optional<CleanResult> runClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,
+                                    StopSwitch& stop, HandedFunc onDeleted);
+
+}  // namespace sorrel::cli

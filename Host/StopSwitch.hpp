@@ -1,0 +1,24 @@
+#pragma once
+
+#include <functional>
+#include <utility>
+
+namespace sorrel::cli {
+
+/// What the first Ctrl-C does, which differs from one stage of a command to the next. Main thread only.
+class StopSwitch {
+ public:
+  /// The action of the stage that begins; an empty one while there is nothing to stop.
+  void setAction(std::function<void()> action) { action_ = std::move(action); }
+  void pull() {
+    isPulled_ = true;
+    if (action_) action_();
+  }
+  [[nodiscard]] bool isPulled() const noexcept { return isPulled_; }
+
+ private:
+  std::function<void()> action_;
+  bool isPulled_ = false;
+};
+
+}  // namespace sorrel::cli

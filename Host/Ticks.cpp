@@ -1,0 +1,186 @@
+#include "Host/Ticks.hpp"
+
+#include "Host/Globs.hpp"
+#include "Host/RecordName.hpp"
+#include "SorrelFramework/Clean/RecordWalk.hpp"
+#include "SorrelFramework/Model/CategoryInfo.hpp"
+#include "SorrelFramework/Model/FileInfo.hpp"
+
+namespace sorrel::cli {
+namespace {
+
+/// State of a row from those of the rows below it.
+class StateAbove {
+ public:
+  void add(Integer below) {
+    if (!isSet_) state_ = below;
+    isSet_ = true;
+    if (state_ != below) state_ = NSControlStateValueMixed;
+  }
+  [[nodiscard]] Integer value(Integer ofEmpty) const { return isSet_ ? state_ : ofEmpty; }
+
+ private:
+  Integer state_ = NSControlStateValueOff;
+  bool isSet_ = false;
+};
+
+/// Sets the states of a feature and its categories from those of the records; `ofEmpty` is that of a category
+/// without any.
+class CategoryStates {
+ public:
+  explicit CategoryStates(Integer ofEmpty) : ofEmpty_(ofEmpty) {}
+
+  void setIn(FeatureInformation& feature) const {
+    StateAbove above;
+    for (CategoryInformation& category : feature.categoryInfo) above.add(setIn(category));
+    feature.state = above.value(NSControlStateValueOff);
+  }
+
+ private:
+  Integer setIn(CategoryInformation& category) const {
+    StateAbove above;
+    for (const FileInformation& record : category.childrens) above.add(record.state);
+    if (category.childrenCateogry) {
+      // What a row below "All" lists again needs no second count.
+      const bool listsRecords = !category.childrens.empty();
+      for (CategoryInformation& below : *category.childrenCateogry) {
+        const Integer state = setIn(below);
+        if (!listsRecords) above.add(state);
+      }
+    }
+    category.state = above.value(ofEmpty_);
+    return category.state;
+  }
+
+  Integer ofEmpty_;
+};
+
+void setAll(Children<FileInformation>& records, Integer state) {
+  for (FileInformation& record : records) {
+    record.state = state;
+    setAll(record.childrens, state);
+  }
+}
+
+void setAll(Children<CategoryInformation>& categories, Integer state) {
+  for (CategoryInformation& category : categories) {
+    setAll(category.childrens, state);
+    if (category.childrenCateogry) setAll(*category.childrenCateogry, state);
+  }
+}
+
+/// Ticks the records of one category that the globs fit.
+class Ticker {
+ public:
+  Ticker(Globs& globs, const CategoryInformation& category) : globs_(globs), titles_{category.title} {}
+
+  void tick(Children<FileInformation>& records) {
+    for (FileInformation& record : records) tick(record, false);
+  }
+
+ private:
+  Integer tick(FileInformation& record, bool isAboveOn) {
+    // A glob counts as used where a record above is ticked already, too.
+    const bool isOn = matches(record) || isAboveOn;
+    titles_.push_back(record.title);
+    StateAbove below;
+    for (FileInformation& child : record.childrens) below.add(tick(child, isOn));
+    titles_.pop_back();
+    const Integer byItself = isOn ? NSControlStateValueOn : NSControlStateValueOff;
+    record.state = isOn ? byItself : below.value(byItself);
+    return record.state;
+  }
+
+  bool matches(const FileInformation& record) {
+    const std::string path = pathOf(record.url);
+    if (!path.empty()) return globs_.match(path);
+    bool any = globs_.match(record.title);
+    // The category's title alone makes no group: "*/name" means files, and not each group of that name.
+    if (titles_.size() < 2) return any;
+    std::string name = record.title;
+    for (auto title = titles_.rbegin(); title != titles_.rend(); ++title) {
+      name.insert(0, *title + "/");
+      any = globs_.match(name) || any;
+    }
+    return any;
+  }
+
+  Globs& globs_;
+  std::vector<std::string> titles_;  ///< of what lies above a record, from the category down
+};
+
+void tickMatching(Children<CategoryInformation>& categories, Globs& globs) {
+  for (CategoryInformation& category : categories) Ticker(globs, category).tick(category.childrens);
+}
+
+void collectTicked(Children<FileInformation>& records, bool below, FileRecords& ticked) {
+  for (FileInformation& record : records) {
+    if (record.state == NSControlStateValueOn) {
+      ticked.emplace_back(record);
+    } else if (below && isMixed(record.state)) {
+      collectTicked(record.childrens, below, ticked);
+    }
+  }
+}
+
+}  // namespace
+
+void clearTicks(FeatureInformation& feature) {
+  setAll(feature.categoryInfo, NSControlStateValueOff);
+  CategoryStates(NSControlStateValueOff).setIn(feature);
+}
+
+void tickAll(FeatureInformation& feature) {
+  setAll(feature.categoryInfo, NSControlStateValueOn);
+  CategoryStates(NSControlStateValueOn).setIn(feature);
+}
+
+void tickMatching(FeatureInformation& feature, Globs& globs) {
+  clearTicks(feature);
+  tickMatching(feature.categoryInfo, globs);
+  CategoryStates(NSControlStateValueOff).setIn(feature);
+}
+
+FileRecords tickedRecords(CleanEntry entry, FeatureInformation& feature) {
+  FileRecords ticked;
+  if (feature.categoryInfo.empty()) return ticked;
+  switch (entry) {
+    case CleanEntry::Categories:
+      for (CategoryInformation& category : feature.categoryInfo) {
+        collectTicked(category.childrens, true, ticked);
+      }
+      break;
+    case CleanEntry::Groups:
+      for (FileInformation& group : feature.categoryInfo.front().childrens) {
+        collectTicked(group.childrens, true, ticked);
+      }
+      break;
+    case CleanEntry::Flat:
+      collectTicked(feature.categoryInfo.front().childrens, false, ticked);
+      break;
+  }
+  return ticked;
+}
+
+FileRecords wholeGroups(FeatureInformation& feature) {
+  FileRecords groups;
+  if (feature.categoryInfo.empty()) return groups;
+  for (FileInformation& group : feature.categoryInfo.front().childrens) {
+    const bool isWhole = group.state == NSControlStateValueOn && !group.childrens.empty();
+    if (isWhole) groups.emplace_back(group);
+  }
+  return groups;
+}
+
+FileRecords leavesOf(const FileRecords& records) {
+  FileRecords leaves;
+  for (const Ref<FileInformation>& record : records) {
+    sumOfLeaves(*record, [&leaves](FileInformation& leaf) -> Integer {
+      leaves.emplace_back(leaf);
+      return 0;
+    });
+  }
+  return leaves;
+}
+
+}  // namespace sorrel::cli

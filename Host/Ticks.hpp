@@ -1,0 +1,38 @@
+#pragma once
+
+#include <string>
+#include <vector>
+
+#include "Host/CleanFeatures.hpp"
+#include "SorrelFramework/Model/FeatureInfo.hpp"
+#include "SorrelFramework/Scan/ScanTypes.hpp"
+
+namespace sorrel::cli {
+
+class Globs;
+
+// The ticks (`state`) on a scanned tree, as the check boxes of an application set them: a row is on if all
+// below it is on, off if nothing is, and mixed otherwise. So a category that is on, of which a clean takes
+// everything, never holds a record that is off. Each call sets every tick of the tree anew.
+
+/// Also what the catalogue had ticked.
+void clearTicks(FeatureInformation& feature);
+
+/// Categories without records too.
+void tickAll(FeatureInformation& feature);
+
+/// Ticks each record that a glob fits, with all below it. A record is matched by its path; one without a path
+/// by its title, and if it lies in a group by GROUP/TITLE too, and by that with the titles above in front.
+void tickMatching(FeatureInformation& feature, Globs& globs);
+
+/// The records that a clean of that shape takes, a parent in place of what lies below it, in the tree's
+/// order.
+FileRecords tickedRecords(CleanEntry entry, FeatureInformation& feature);
+
+/// Groups of the first category of which every member is ticked.
+FileRecords wholeGroups(FeatureInformation& feature);
+
+/// The leaves at and below these records: what goes from the disk.
+FileRecords leavesOf(const FileRecords& records);
+
+}  // namespace sorrel::cli

@@ -1,0 +1,59 @@
+#include "SorrelFramework/Clean/ProtectedPlaces.hpp"
+
+#include <filesystem>
+#include <string>
+#include <system_error>
+#include <vector>
+
+#include "SorrelFramework/Native/RemovalPolicy.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/MountedVolumes.hpp"
+#include "SorrelFramework/Platform/TrashFolders.hpp"
+#include "SorrelFramework/Platform/URL.hpp"
+
+namespace sorrel {
+namespace {
+
+namespace fs = std::filesystem;
+
+// The desktop's trash holds the folder of the things and that of their descriptions.
+constexpr const char* kTrashesOfHome[] = {"/.Trash", "/.local/share/Trash/files", "/.local/share/Trash/info"};
+
+std::vector<std::string> foldersIn(const std::string& parent) {
+  std::vector<std::string> folders;
+  std::error_code error;
+  for (fs::directory_iterator at(parent, error), end; !error && at != end; at.increment(error)) {
+    std::error_code unknown;
+    if (at->is_directory(unknown)) folders.push_back(at->path().string());
+  }
+  return folders;
+}
+
+void protectTrashesOf(const std::string& home, RemovalPolicy& policy) {
+  for (const char* const trash : kTrashesOfHome) {
+    policy.protectSelfAndAncestors(Host::current().locate(home + trash));
+    policy.protectSelfAndAncestors(home + trash);
+  }
+}
+
+}  // namespace
+
+void protectPlacesOfHost(RemovalPolicy& policy) {
+  const Host& host = Host::current();
+  if (!host.root().empty()) policy.protectSelfAndAncestors(host.root());
+  policy.protectSelfAndAncestors(host.homesFolder());
+  std::vector<std::string> homes = foldersIn(host.homesFolder());
+  homes.push_back(host.home());
+  for (const std::string& home : homes) {
+    policy.protectSelfAndAncestors(home);
+    protectTrashesOf(home, policy);
+  }
+  for (const URL& volume : localVolumeURLs()) {
+    const std::string trashes = appendingPathComponent(volume.path(), ".Trashes");
+    policy.protectSelfAndAncestors(trashes);
+    for (const std::string& trash : foldersIn(trashes)) policy.protectSelfAndAncestors(trash);
+    for (const std::string& trash : trashFoldersOf(volume.path())) policy.protectSelfAndAncestors(trash);
+  }
+}
+
+}  // namespace sorrel

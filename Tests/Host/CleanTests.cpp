@@ -1,0 +1,433 @@
+// `sorrel clean`, from outside.
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "Tests/Host/HostKit.hpp"
+#include "Tests/Support/CleanKit.hpp"
+
+namespace sorrel::hosttests {
+namespace {
+
+using Words = std::vector<std::string>;
+using test::goneBetween;
+using test::snapshotOf;
+
+const FeatureRow kCaches = {1, {{0, "SystemCache", {"file://~/Library/Caches/"}}}};
+const FeatureRow kTrash = {2, {{0, "Common", {"file://~/.Trash/"}}}};
+const std::string kTrashFolder = "Users/alice/.Trash/";
+const std::string kCacheFolder = "Users/alice/Library/Caches/";
+const std::string kLog =
+    "Users/alice/Library/Application Support/org.sorrel.Sorrel/org.sorrel.SorrelFrameworkLog.txt";
+
+/// A volume with a catalogue of its own, and its log, which each command writes, in place.
+struct Volume : TemporaryFolder {
+  explicit Volume(const std::vector<FeatureRow>& features) {
+    file_ = text("test.plist", catalogue(features));
+    text(kLog, "");
+  }
+  ProgramRun clean(const Words& more, const RunOptions& options = {}) const {
+    Words words = {"--volume", path(), "--catalogue", file_, "clean"};
+    words.insert(words.end(), more.begin(), more.end());
+    return sorrel(words, options);
+  }
+  [[nodiscard]] std::vector<test::TreeEntry> items() const {
+    auto entries = snapshotOf(path());
+    std::erase_if(entries, [](const test::TreeEntry& entry) { return entry.path == kLog; });
+    return entries;
+  }
+  /// All, with what a removal and a change would leave behind on it.
+  [[nodiscard]] std::vector<std::string> bytes() const {
+    auto lines = snapshot(path());
+    std::erase_if(lines, [this](const std::string& line) { return line.starts_with(path(kLog)); });
+    return lines;
+  }
+
+ private:
+  std::string file_;
+};
+
+/// The trash and the caches of alice, with things beside them that nobody selects.
+struct FullVolume : Volume {
+  FullVolume() : Volume({kCaches, kTrash}) {
+    file(kTrashFolder + "film.mov", 900);
+    file(kTrashFolder + "drafts/one", 10);
+    file(kTrashFolder + "drafts/sub/two", 20);
+    file(kCacheFolder + "com.example/data", 300);
+    file(kCacheFolder + "note", 5);
+    file("Users/alice/Documents/letter", 7);
+  }
+};
+
+Json::const_reference onlyRow(const Json& document) {
+  return document.at("feature").at("categoryInfo").at(0);
+}
+
+// What goes
+
+TEST(CleanCommand, allRemovesWhatTheScanFindsAndNothingElse) {
+  const FullVolume volume;
+  const auto before = volume.items();
+  const ProgramRun run = volume.clean({"trash", "--all", "--yes"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.out, "Removed:\n       30 B  " + volume.path(kTrashFolder + "drafts") + "\n      900 B  " +
+                         volume.path(kTrashFolder + "film.mov") + "\n2 items removed, 930 B freed\n");
+  const Words gone = {kTrashFolder + "drafts", kTrashFolder + "drafts/one", kTrashFolder + "drafts/sub",
+                      kTrashFolder + "drafts/sub/two", kTrashFolder + "film.mov"};
+  EXPECT_EQ(goneBetween(before, volume.items()), gone);
+}
+
+TEST(CleanCommand, selectRemovesWhatIsMatchedAndNothingElse) {
+  const FullVolume volume;
+  const auto before = volume.items();
+  const ProgramRun run = volume.clean({"system-junk", "--select", "*/com.example", "--yes"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  const Words gone = {kCacheFolder + "com.example", kCacheFolder + "com.example/data"};
+  EXPECT_EQ(goneBetween(before, volume.items()), gone);
+}
+
+TEST(CleanCommand, dryRunLeavesEveryByte) {
+  const FullVolume volume;
+  const auto before = volume.bytes();
+  for (const Words& words : {Words{"trash", "--all", "--dry-run"}, Words{"2", "--select", "*", "--dry-run"},
+                             Words{"system-junk", "--all", "--dry-run", "--json"}}) {
+    EXPECT_EQ(volume.clean(words).status, 0) << testing::PrintToString(words);
+  }
+  EXPECT_EQ(volume.bytes(), before);
+}
+
+TEST(CleanCommand, dryRunListsWhatWouldGo) {
+  const FullVolume volume;
+  const ProgramRun run = volume.clean({"trash", "--select", "*.mov", "--dry-run"});
+  EXPECT_EQ(run.out, "Would remove:\n      900 B  " + volume.path(kTrashFolder + "film.mov") +
+                         "\n1 item, 900 B would go; nothing was removed\n");
+}
+
+TEST(CleanCommand, dryRunPrintsTheScansDocumentWithTicks) {
+  const FullVolume volume;
+  Json scan =
+      sorrel({"--volume", volume.path(), "--catalogue", volume.path("test.plist"), "--json", "scan", "trash"})
+          .document();
+  Json document = volume.clean({"trash", "--select", "*.mov", "--dry-run", "--json"}).document();
+  Json& feature = document.at("feature");
+  Json& row = feature.at("categoryInfo").at(0);
+  EXPECT_EQ(feature.at("state"), -1);
+  EXPECT_EQ(row.at("state"), -1);
+  EXPECT_EQ(row.at("childrens").at(0).at("state"), 0);
+  EXPECT_EQ(row.at("childrens").at(1).at("state"), 1);
+  for (Json* const ticked : {&feature, &row, &row.at("childrens").at(1)}) (*ticked)["state"] = 0;
+  for (Json* const tree : {&document, &scan}) {
+    for (Json& record : tree->at("feature").at("categoryInfo").at(0).at("childrens")) {
+      record["dateSeconds"] = record["date"] = nullptr;  // of the moment
+    }
+  }
+  EXPECT_EQ(document.dump(1), scan.dump(1));
+}
+
+TEST(CleanCommand, dryRunOfAllTicksEveryRow) {
+  const FullVolume volume;
+  const Json document = volume.clean({"trash", "--all", "--dry-run", "--json"}).document();
+  EXPECT_EQ(document.at("feature").at("state"), 1);
+  EXPECT_EQ(onlyRow(document).at("state"), 1);
+  for (const Json& record : onlyRow(document).at("childrens")) EXPECT_EQ(record.at("state"), 1);
+}
+
+TEST(CleanCommand, theCataloguesTicksAreCleared) {
+  Volume volume({{1,
+                  {{0, "SystemCache", {"file://~/Library/Caches/"}, 1},
+                   {1, "SystemCache", {"file://~/Library/Logs/"}, 1}},
+                  1}});
+  volume.file(kCacheFolder + "a", 1);
+  volume.file("Users/alice/Library/Logs/b", 1);
+  volume.file("Users/alice/Library/Logs/c", 1);
+  const auto before = volume.items();
+  const Json document = volume.clean({"1", "--select", "*/b", "--dry-run", "--json"}).document();
+  EXPECT_EQ(onlyRow(document).at("state"), 0);
+  EXPECT_EQ(onlyRow(document).at("childrens").at(0).at("state"), 0);
+  EXPECT_EQ(volume.clean({"1", "--select", "*/b", "--yes"}).status, 0);
+  EXPECT_EQ(goneBetween(before, volume.items()), Words{"Users/alice/Library/Logs/b"});
+}
+
+TEST(CleanCommand, linksGoAndWhatTheyLeadToStays) {
+  const FullVolume volume;
+  ASSERT_EQ(::symlink("../Documents", volume.path(kTrashFolder + "docs").c_str()), 0);
+  ASSERT_EQ(::symlink("../../Documents/letter", volume.path(kTrashFolder + "drafts/link").c_str()), 0);
+  EXPECT_EQ(volume.clean({"trash", "--all", "--yes"}).status, 0);
+  EXPECT_TRUE(std::filesystem::is_empty(volume.path(kTrashFolder)));
+  EXPECT_TRUE(std::filesystem::exists(volume.path("Users/alice/Documents/letter")));
+}
+
+TEST(CleanCommand, trashesOfOtherVolumesAreCleanedToo) {
+  const FullVolume volume;
+  const std::string stick = "Volumes/USB/.Trashes/" + std::to_string(::getuid()) + "/";
+  volume.file(stick + "old.zip", 300);
+  volume.file("Volumes/USB/photo", 5);
+  const auto before = volume.items();
+  EXPECT_EQ(volume.clean({"trash", "--select", "*.zip", "--yes"}).status, 0);
+  EXPECT_EQ(goneBetween(before, volume.items()), Words{stick + "old.zip"});
+}
+
+TEST(CleanCommand, namesOfAnyBytesGo) {
+  const Volume volume({kCaches});
+  const Words names = {"a\nb", "\xff\xfe", "100%41", "-rf", "a b", "*", "x?#"};
+  for (const std::string& name : names) volume.file(kCacheFolder + name, 1);
+  const Json document = volume.clean({"1", "--all", "--yes", "--json"}).document();
+  EXPECT_EQ(document.at("clean").at("records").size(), names.size());
+  EXPECT_TRUE(std::filesystem::is_empty(volume.path(kCacheFolder)));
+}
+
+TEST(CleanCommand, aHomeOnThisMachineLosesExactlyWhatIsSelected) {
+  const TemporaryFolder home;
+  const std::string trash = "data/Trash/files/";
+  home.file(trash + "gone.txt", 11);
+  home.file(trash + "kept.txt", 5);
+  home.file("data/Trash/info/gone.txt.trashinfo", 50);
+  home.file("cache/thumbnails/t.png", 9);
+  home.folder("data/org.sorrel.Sorrel");
+  home.text("data/org.sorrel.Sorrel/org.sorrel.SorrelFrameworkLog.txt", "");
+  const std::string file =
+      home.text("test.plist", catalogue({{1, {{0, "SystemCache", {"file://~/.cache/"}}}}}));
+  const RunOptions options = {.environment = {"HOME=" + home.path(), "XDG_DATA_HOME=" + home.path("data"),
+                                              "XDG_CACHE_HOME=" + home.path("cache")}};
+  const auto items = [&home] {
+    auto entries = snapshotOf(home.path());
+    std::erase_if(entries, [](const test::TreeEntry& entry) { return entry.path.ends_with("Log.txt"); });
+    return entries;
+  };
+  const auto before = items();
+  ProgramRun run = sorrel({"clean", "trash", "--select", home.path(trash + "g*"), "--yes"}, options);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(goneBetween(before, items()), Words{trash + "gone.txt"});
+  const auto between = items();
+  run = sorrel({"--catalogue", file, "clean", "1", "--all", "--yes"}, options);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(goneBetween(between, items()), Words({"cache/thumbnails", "cache/thumbnails/t.png"}));
+}
+
+// The document
+
+TEST(CleanCommand, documentTellsTheCleanBeforeTheRepairAndTheTreeAfterIt) {
+  const FullVolume volume;
+  const ProgramRun run = volume.clean({"trash", "--select", "*/drafts", "--yes", "--json"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  const Json document = run.document();
+  Words keys;
+  for (const auto& [key, value] : document.items()) keys.push_back(key);
+  EXPECT_EQ(keys, Words({"feature", "size", "status", "callbacks", "clean"}));
+  // The scan's, as found.
+  EXPECT_EQ(document.at("size"), 930);
+  EXPECT_EQ(document.at("status"), "end");
+
+  Json clean = document.at("clean");
+  ASSERT_EQ(clean.at("records").size(), 1U);
+  Json& record = clean.at("records").at(0);
+  EXPECT_EQ(record.at("finderID"), 0);
+  EXPECT_EQ(record.at("path"), volume.path(kTrashFolder + "drafts"));
+  EXPECT_EQ(record.at("state"), 1);
+  EXPECT_EQ(record.at("deleteStatus"), 2);
+  EXPECT_EQ(record.at("deleteErrorDesc"), "");
+  EXPECT_EQ(record.size(), 18U);
+  clean["records"] = nullptr;
+  EXPECT_EQ(clean.dump(), R"({"size":30,"status":0,"desc":"","abnormalFiles":[],"progress":[0.25,0.5,0.75],)"
+                          R"("records":null})");
+
+  const Json& row = onlyRow(document);
+  EXPECT_EQ(row.at("state"), 0);
+  EXPECT_EQ(row.at("size"), 900);
+  ASSERT_EQ(row.at("childrens").size(), 1U);
+  EXPECT_EQ(row.at("childrens").at(0).at("title"), "film.mov");
+  EXPECT_EQ(row.at("childrens").at(0).at("finderID"), 0);
+  EXPECT_EQ(document.at("feature").at("state"), 0);
+}
+
+TEST(CleanCommand, aSelectionOfNothingIsNoFailure) {
+  const FullVolume volume;
+  const auto before = volume.bytes();
+  ProgramRun run = volume.clean({"trash", "--select", "*/Trash", "x", "--yes", "--json"});
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, "sorrel: nothing is called '*/Trash'\nsorrel: nothing is called 'x'\n");
+  const Json document = run.document();
+  EXPECT_EQ(document.at("clean").dump(),
+            R"({"size":0,"status":0,"desc":"","abnormalFiles":[],"progress":[0.25,0.5,0.75],"records":[]})");
+  EXPECT_EQ(volume.bytes(), before);
+  run = volume.clean({"trash", "--select", "x", "--yes", "--quiet"});
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.out, "0 items removed, 0 B freed\n");
+}
+
+TEST(CleanCommand, aFolderThatIsListedWithItsFilesIsReportedAsItWent) {
+  const Volume volume({{1, {{0, "Common", {"file://~/Library/Caches/"}}}}});
+  volume.file(kCacheFolder + "d/a", 10);
+  const ProgramRun run = volume.clean({"1", "--all", "--yes", "--json"});
+  // The file went with its folder, before its own turn.
+  EXPECT_EQ(run.status, 1);
+  const Json document = run.document();
+  const Json& records = document.at("clean").at("records");
+  ASSERT_EQ(records.size(), 2U);
+  EXPECT_EQ(records.at(0).at("deleteStatus"), 2);
+  EXPECT_EQ(records.at(1).at("deleteStatus"), 3);
+  EXPECT_EQ(document.at("clean").at("size"), 10);
+  EXPECT_TRUE(std::filesystem::is_empty(volume.path(kCacheFolder)));
+}
+
+// The words
+
+TEST(CleanCommand, wrongUseRemovesNothing) {
+  const FullVolume volume;
+  const auto before = volume.bytes();
+  for (const Words& words : {Words{"trash"},
+                             {"trash", "--all"},
+                             {"trash", "--yes"},
+                             {"trash", "--dry-run"},
+                             {"trash", "--select", "*"},
+                             {"trash", "--all", "--dry-run", "--yes"},
+                             {"trash", "--all", "--select", "*", "--yes"},
+                             {"trash", "--all", "--select", "--yes"},
+                             {"trash", "--select", "--yes"},
+                             {"trash", "--yes", "--select"},
+                             {"trash", "--select", "", "--yes"},
+                             {"trash", "--select=", "--yes"},
+                             {"trash", "--select", "*", "", "--yes"},
+                             {"trash", "--select", "*", "--", "--yes"},
+                             {"trash", "/tmp", "--all", "--yes"},
+                             {"trash", "--all", "--yes", "--force"},
+                             {"--select", "*", "trash", "--yes"},
+                             {"--all", "--yes"},
+                             {"nonsense", "--all", "--yes"},
+                             {"privacy", "--all", "--yes"},
+                             {"13", "--all", "--yes"}}) {
+    for (const bool json : {false, true}) {
+      Words all = words;
+      if (json) all.insert(all.begin(), "--json");
+      const ProgramRun run = volume.clean(all);
+      EXPECT_EQ(run.status, 2) << testing::PrintToString(all) << run.out;
+      EXPECT_EQ(run.out, "") << testing::PrintToString(all);
+      EXPECT_TRUE(run.err.starts_with("sorrel: ")) << run.err;
+    }
+  }
+  EXPECT_EQ(volume.bytes(), before);
+}
+
+TEST(CleanCommand, selectTakesAllGlobsUpToTheNextOptionAndStandsSeveralTimes) {
+  const Volume volume({kCaches});
+  for (const char* const name : {"a", "b", "c", "d", "-e", "[x]", "x"}) volume.file(kCacheFolder + name, 1);
+  const std::string folder = volume.path(kCacheFolder);
+  const std::vector<std::pair<Words, Words>> cases = {
+      {{"1", "--select", "*/a", "*/b", "--dry-run"}, {"a", "b"}},
+      {{"1", "--select", "*/a", "--dry-run", "--select", "*/b", "*/c"}, {"a", "b", "c"}},
+      {{"--dry-run", "--select", "*/a", "--even-last-copy", "1"}, {"a"}},
+      {{"1", "--select=*/a", "*/b", "--select=*/d", "--dry-run"}, {"a", "b", "d"}},
+      {{"1", "--dry-run", "--select", "*/d", "--"}, {"d"}},
+      {{"--dry-run", "--select", "*/d", "--", "1"}, {"d"}},
+      {{"1", "--dry-run", "--select", "*/-e"}, {"-e"}},
+      {{"1", "--dry-run", "--select", folder + "[ab]"}, {"a", "b"}},
+      {{"1", "--dry-run", "--select", "*/\\[x]"}, {"[x]"}},
+      // A word that is all in brackets is one glob, for a path of one byte, and no list of two globs.
+      {{"1", "--dry-run", "--select", "[*,x]"}, {}},
+  };
+  for (const auto& [words, names] : cases) {
+    Words all = words;
+    all.insert(all.begin(), {"--json", "--quiet"});
+    const Json document = volume.clean(all).document();
+    Words ticked;
+    for (const Json& record : onlyRow(document).at("childrens")) {
+      if (record.at("state") == 1) ticked.push_back(record.at("title"));
+    }
+    std::ranges::sort(ticked);
+    Words expected = names;
+    std::ranges::sort(expected);
+    EXPECT_EQ(ticked, expected) << testing::PrintToString(words);
+  }
+}
+
+TEST(CleanCommand, helpNamesTheOrders) {
+  const ProgramRun help = sorrel({"clean", "--help"});
+  EXPECT_EQ(help.status, 0);
+  for (const char* const word : {"FEATURE", "--all", "--select", "--dry-run", "--yes", "--even-last-copy"}) {
+    EXPECT_NE(help.out.find(word), std::string::npos) << word;
+  }
+}
+
+TEST(CleanCommand, aBrokenCatalogueRemovesNothing) {
+  const Volume volume(std::vector<FeatureRow>{{2, {}}});
+  volume.file(kTrashFolder + "a", 1);
+  const auto before = volume.bytes();
+  EXPECT_EQ(volume.clean({"trash", "--all", "--yes"}).status, 3);
+  EXPECT_EQ(volume.clean({"system-junk", "--all", "--yes"}).status, 3);
+  EXPECT_EQ(volume.bytes(), before);
+}
+
+TEST(CleanCommand, outputThatIsLostIsAFailure) {
+  const FullVolume volume;
+  for (const char* const last : {"--dry-run", "--yes"}) {
+    EXPECT_EQ(volume.clean({"trash", "--all", last, "--json"}, {.output = "/dev/full"}).status, 1) << last;
+  }
+}
+
+// Places
+
+TEST(CleanCommand, aRowThatStandsForTheCurrentFolderTakesNothing) {
+  // A blank makes a text that is no URL, which stands for the folder that the program runs in.
+  const Volume volume({{1, {{0, "SystemCache", {"file://~/Library/My Caches/"}}}}});
+  const TemporaryFolder canary;
+  canary.file("a", 1);
+  canary.file("d/b", 1);
+  const auto before = snapshot(canary.path());
+  volume.clean({"1", "--all", "--yes"}, {.folder = canary.path()});
+  EXPECT_EQ(snapshot(canary.path()), before);
+}
+
+TEST(CleanCommand, slashesTooManyInACatalogueDoNoHarm) {
+  const Volume volume({{1, {{0, "SystemCache", {"file://~//Library///Caches//"}}}}});
+  volume.file(kCacheFolder + "d/a", 10);
+  volume.file(kCacheFolder + "b", 10);
+  const ProgramRun run = volume.clean({"1", "--all", "--yes"});
+  EXPECT_EQ(run.status, 0) << run.out << run.err;
+  EXPECT_TRUE(std::filesystem::is_empty(volume.path(kCacheFolder)));
+}
+
+TEST(CleanCommand, homesAndTrashesThemselvesStay) {
+  // Rows that list what a clean must never remove.
+  const Volume volume({{1,
+                        {{0, "SystemCache", {"file:///Users/"}},
+                         {1, "SystemCache", {"file://~/"}},
+                         {2, "SystemCache", {"file:///Volumes/USB/.Trashes/"}}}}});
+  volume.file("Users/alice/.Trash/a", 1);
+  volume.file("Users/zoe/letter", 1);
+  volume.file("Volumes/USB/.Trashes/501/old.zip", 1);
+  volume.file("Users/alice/Documents/letter", 1);
+  const ProgramRun run =
+      volume.clean({"1", "--select", "*/alice", "*/zoe", "*/501", "*/Volumes", "--user", "alice", "--yes"});
+  EXPECT_EQ(run.status, 1) << run.out << run.err;
+  for (const char* const kept : {"Users/alice/.Trash/a", "Users/zoe/letter",
+                                 "Volumes/USB/.Trashes/501/old.zip", "Users/alice/Documents/letter"}) {
+    EXPECT_TRUE(std::filesystem::exists(volume.path(kept))) << kept;
+  }
+}
+
+// Ctrl-C
+
+TEST(CleanCommand, anInterruptOfTheScanRemovesNothing) {
+  const FullVolume volume;
+  const auto before = volume.bytes();
+  for (const char* const last : {"--dry-run", "--yes"}) {
+    const ProgramRun run = volume.clean({"trash", "--all", last, "--json"}, {.interrupted = true});
+    EXPECT_EQ(run.status, 130) << run.err;
+    EXPECT_EQ(run.err, "sorrel: stopped before anything was removed\n");
+    const Json document = run.document();
+    EXPECT_EQ(document.at("feature").at("finderID"), 2);
+    EXPECT_EQ(onlyRow(document).at("state"), 0);
+    EXPECT_FALSE(document.contains("clean"));
+  }
+  EXPECT_EQ(volume.bytes(), before);
+}
+
+}  // namespace
+}  // namespace sorrel::hosttests
