@@ -1,10 +1,13 @@
 #include "SorrelFramework/Clean/CleanFence.hpp"
 
+#include <sys/stat.h>
+
 #include <algorithm>
 #include <cerrno>
 #include <optional>
 #include <string_view>
 
+#include "SorrelFramework/Native/LookupError.hpp"
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/Text.hpp"
@@ -18,26 +21,51 @@ bool isBelowByName(const std::string& path, const std::string& root) {
   return std::ranges::find(names, "..") == names.end();
 }
 
+bool mayBeLink(const std::string& path) {
+  const std::optional<FileStatus> item = statusOf(path);
+  return item ? S_ISLNK(item->mode) : !tellsOfNoPlace(errno);
+}
+
 }  // namespace
 
-CleanFence::CleanFence() : root_(Host::current().root()), currentFolders_(foldersUpFrom(".")) {}
+CleanFence::CleanFence() : root_(Host::current().root()), currentFolders_(foldersUpFrom(".")) {
+  if (currentFolders_.empty()) currentError_ = errno;
+  // Then it was removed: there is nothing to keep.
+  if (currentError_ == ENOENT) currentError_ = 0;
+}
 
 int CleanFence::error(const URL& url) const {
   if (!url.isFileURL() || url.isEmptyPath()) return EINVAL;
   const std::string path = url.path();
   if (path.empty()) return EINVAL;
-  if (!root_.empty() && isOutsideRoot(path)) return EACCES;
-  const std::optional<FileStatus> item = statusOf(path);
-  if (!item || !item->isDirectory()) return 0;
-  const FolderIdentity folder{item->device, item->inode};
-  return std::ranges::find(currentFolders_, folder) == currentFolders_.end() ? 0 : EBUSY;
+  const int outside = root_.empty() ? 0 : outsideError(path);
+  return outside != 0 ? outside : currentFolderError(path);
 }
 
-bool CleanFence::isOutsideRoot(const std::string& path) const {
-  const int containment = containmentError(path, root_);
-  if (containment == 0) return false;
-  // What can't be reached from here is gone, or the helper's business: then the names must do.
-  return containment == EXDEV || !isBelowByName(path, root_);
+/// Of an item that can't be reached from here, because a folder above it is gone or is the helper's business,
+/// the nearest place above counts that can be, and from there on the names. Unless that place is a link:
+/// nobody knows where it leads.
+int CleanFence::outsideError(const std::string& path) const {
+  std::string at = path;
+  do {
+    const int containment = containmentError(at, root_);
+    if (containment == 0) return at != path && mayBeLink(at) ? EACCES : 0;
+    if (containment == EXDEV) return EACCES;
+    if (!tellsOfNoPlace(containment)) return containment;
+    at = deletingLastPathComponent(at);
+  } while (isBelowByName(at, root_));
+  // The root itself is gone, or the names lead out of it.
+  return isBelowByName(path, root_) ? 0 : EACCES;
+}
+
+int CleanFence::currentFolderError(const std::string& path) const {
+  errno = ENOENT;  // as for a path that names nothing
+  const std::optional<FileStatus> item = statusOf(path);
+  if (!item) return tellsOfNoPlace(errno) ? 0 : errno;
+  if (!item->isDirectory()) return 0;
+  if (currentError_ != 0) return currentError_;
+  const FolderIdentity folder{item->device, item->inode};
+  return std::ranges::find(currentFolders_, folder) == currentFolders_.end() ? 0 : EBUSY;
 }
 
 }  // namespace sorrel

@@ -11,8 +11,8 @@ namespace sorrel {
 /// What a clean never touches, neither by itself nor through the helper, which knows nothing of this process:
 /// a record without a place (its URL is no file URL, or that of the empty path, which names whatever folder
 /// the process happens to be in), the current folder and those above it, and on a macOS volume everything
-/// that does not lie below the volume's root when the links above it are followed. An ordinary failure of the
-/// record each time.
+/// that does not lie below the volume's root when the links above it are followed. What can't be looked up
+/// for want of descriptors and the like is not touched either. An ordinary failure of the record each time.
 class CleanFence {
  public:
   /// For the current folder and the host of this moment.
@@ -22,10 +22,12 @@ class CleanFence {
   [[nodiscard]] int error(const URL& url) const;
 
  private:
-  [[nodiscard]] bool isOutsideRoot(const std::string& path) const;
+  [[nodiscard]] int outsideError(const std::string& path) const;
+  [[nodiscard]] int currentFolderError(const std::string& path) const;
 
   std::string root_;  ///< of the macOS volume; "" for this machine
   std::vector<FolderIdentity> currentFolders_;
+  int currentError_ = 0;  ///< why these are not known
 };
 
 }  // namespace sorrel

@@ -5,11 +5,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <cstdlib>
 #include <mutex>
 #include <unordered_map>
 #include <utility>
 
+#include "SorrelFramework/Native/LookupError.hpp"
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
 
 namespace sorrel {
@@ -28,24 +30,37 @@ enum Listing : unsigned { kPlace = 1, kSubtree = 2, kException = 4 };
 
 bool trustsAnyone(std::uint32_t /*owner*/) { return true; }
 
+/// What a failing user database says that knows nothing of the users; a missing service gives other errors.
+bool isDoubt(int error) {
+  return error == EIO || error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR;
+}
+
 /// The password file is read through one place in the process: two readers would each get a part of it.
-std::vector<std::string> listedHomes() {
+/// `error` is set if it can't be read to its end.
+std::vector<std::string> listedHomes(int& error) {
   static std::mutex mutex;
   const std::lock_guard<std::mutex> lock(mutex);
   std::vector<std::string> homes;
   ::setpwent();
-  while (const passwd* user = ::getpwent()) homes.emplace_back(user->pw_dir);
+  for (;;) {
+    errno = 0;
+    const passwd* const user = ::getpwent();
+    if (user == nullptr) break;
+    homes.emplace_back(user->pw_dir);
+  }
+  if (isDoubt(errno)) error = errno;
   ::endpwent();
   return homes;
 }
 
 /// Asked for by itself: a directory service may know a user and not list him. "" if nobody knows him.
-std::string homeOf(std::uint32_t uid) {
+std::string homeOf(std::uint32_t uid, int& error) {
   std::vector<char> buffer(std::size_t{1} << 16U);
   passwd entry{};
   passwd* found = nullptr;
-  if (::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found) != 0 || found == nullptr) return {};
-  return found->pw_dir;
+  const int failure = ::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found);
+  if (isDoubt(failure)) error = failure;
+  return failure != 0 || found == nullptr ? std::string() : found->pw_dir;
 }
 
 }  // namespace
@@ -53,6 +68,8 @@ std::string homeOf(std::uint32_t uid) {
 struct RemovalPolicy::Lists {
   /// Listings of a place; of what lies above a place, kPlace.
   std::unordered_map<ItemNumber, unsigned, ItemNumberHash> places;
+  /// The first failure that leaves a place unknown.
+  int error = 0;
 
   void add(const ItemNumber& number, unsigned listing) { places[number] |= listing; }
   [[nodiscard]] unsigned of(const ItemNumber& number) const {
@@ -61,6 +78,9 @@ struct RemovalPolicy::Lists {
   }
   void addPath(const std::string& path, unsigned listing, const PathWalk::MountTrust& mounts);
   void addFoldersAbove(int item);
+  void fail(int failure) {
+    if (error == 0 && !tellsOfNoPlace(failure)) error = failure;
+  }
 };
 
 /// Everything that the path leads through is kept too: without a link in its middle, the place would be as
@@ -69,7 +89,8 @@ void RemovalPolicy::Lists::addPath(const std::string& path, unsigned listing,
                                    const PathWalk::MountTrust& mounts) {
   if (!path.starts_with('/')) return;
   const PathWalk walk = PathWalk::into(path, trustsAnyone, mounts);
-  if (walk.error() != 0) return;
+  if (walk.isRefused()) return;  // nor will a removal get there
+  if (walk.error() != 0) return fail(walk.error());
   for (const ItemIdentity& item : walk.passed()) add(item.number, kPlace);
   add(walk.chain().back().number, kPlace | listing);
   if (walk.chain().back().isDirectory()) addFoldersAbove(walk.end());
@@ -78,14 +99,15 @@ void RemovalPolicy::Lists::addPath(const std::string& path, unsigned listing,
 /// By ".." and not by name: the folders above may have been reached by another of their names.
 void RemovalPolicy::Lists::addFoldersAbove(int item) {
   constexpr int flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  FileDescriptor at(::openat(item, "..", flags));
   auto last = identityOf(item);
-  while (at.isOpen() && last) {
-    const auto identity = identityOf(at.get());
-    if (!identity || identity->isSameAs(*last)) return;
+  if (!last) return fail(errno);
+  for (FileDescriptor at(::openat(item, "..", flags));;
+       at = FileDescriptor(::openat(at.get(), "..", flags))) {
+    const auto identity = at.isOpen() ? identityOf(at.get()) : std::nullopt;
+    if (!identity) return fail(errno);
+    if (identity->isSameAs(*last)) return;
     add(identity->number, kPlace);
     last = identity;
-    at = FileDescriptor(::openat(at.get(), "..", flags));
   }
 }
 
@@ -107,6 +129,7 @@ RemovalPolicy RemovalPolicy::forHelper(std::uint32_t caller, MountTrust mounts) 
   policy.listBuiltIn(true);
   std::string program(4096, '\0');
   const ssize_t length = ::readlink(kOwnProgram, program.data(), program.size());
+  if (length < 0) policy.lists_->fail(errno);
   if (length > 0) policy.protectSelfAndAncestors(program.substr(0, static_cast<std::size_t>(length)));
   return policy;
 }
@@ -118,6 +141,8 @@ void RemovalPolicy::listBuiltIn(bool withSubtrees) {
   if (const auto identity = current.isOpen() ? identityOf(current.get()) : std::nullopt) {
     lists_->add(identity->number, kPlace);
     lists_->addFoldersAbove(current.get());
+  } else {
+    lists_->fail(errno);
   }
   if (!withSubtrees) return;
   for (const char* path : kSubtrees) protectSubtree(path);
@@ -125,8 +150,10 @@ void RemovalPolicy::listBuiltIn(bool withSubtrees) {
 }
 
 void RemovalPolicy::listHomes() {
-  std::vector<std::string> homes = listedHomes();
-  homes.push_back(homeOf(caller_));
+  int error = 0;
+  std::vector<std::string> homes = listedHomes(error);
+  homes.push_back(homeOf(caller_, error));
+  if (error != 0) lists_->fail(error);
   if (const char* home = std::getenv("HOME")) homes.emplace_back(home);
   for (const std::string& home : homes) {
     protectSelfAndAncestors(home);
@@ -152,6 +179,8 @@ bool RemovalPolicy::isNormalPath(std::string_view path) {
   }
   return true;
 }
+
+int RemovalPolicy::error() const noexcept { return lists_->error; }
 
 bool RemovalPolicy::trustsLinkOf(std::uint32_t owner) const noexcept {
   return owner == 0 || (actor_ == Actor::User && owner == caller_);

@@ -58,6 +58,10 @@ class RemovalPolicy {
   /// itself, no slash at its end, at most 1 MiB.
   [[nodiscard]] static bool isNormalPath(std::string_view path);
 
+  /// The errno of the first look-up of a place that failed without telling whether there is such a place
+  /// (tellsOfNoPlace); nothing may be removed then, since it might be that place. 0 if all are known.
+  [[nodiscard]] int error() const noexcept;
+
   [[nodiscard]] Actor actor() const noexcept { return actor_; }
   [[nodiscard]] std::uint32_t caller() const noexcept { return caller_; }
 

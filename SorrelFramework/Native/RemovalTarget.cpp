@@ -21,14 +21,14 @@ bool isTrashName(std::string_view name) {
 
 RemovalTarget RemovalTarget::find(const std::string& path, const RemovalPolicy& policy,
                                   const std::optional<ItemNumber>& expected) {
-  // Of a path that is not normal, nothing is looked at.
-  const bool isNormal = RemovalPolicy::isNormalPath(path);
+  // Of a path that is not normal, nothing is looked at, nor while a protected place is unknown.
+  const int error = RemovalPolicy::isNormalPath(path) ? policy.error() : EINVAL;
   const auto trust = [&policy](std::uint32_t owner) { return policy.trustsLinkOf(owner); };
-  RemovalTarget target(PathWalk::toParentOf(isNormal ? path : std::string(), trust, policy.mounts()));
-  if (isNormal) {
+  RemovalTarget target(PathWalk::toParentOf(error == 0 ? path : std::string(), trust, policy.mounts()));
+  if (error == 0) {
     target.check(policy, expected);
   } else {
-    target.refuse(EINVAL);
+    target.refuse(error);
   }
   return target;
 }

@@ -38,7 +38,7 @@ struct RemovalResult {
 ///
 /// Errors of its own, besides those of the system: EINVAL for a path that is not normal, ELOOP for a link
 /// that may not be followed, EPERM for what the policy protects, EBUSY and EXDEV for mount points and other
-/// file systems, ESTALE for an item that was replaced by another.
+/// file systems, ESTALE for an item that was replaced by another, and RemovalPolicy::error() for everything.
 RemovalResult removeItem(const std::string& path, const RemovalPolicy& policy);
 
 /// The same, but only if `path` leads to the item `expected`, else it is refused (ESTALE); for a removal on

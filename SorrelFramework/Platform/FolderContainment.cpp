@@ -62,8 +62,10 @@ std::vector<FolderIdentity> foldersUpFrom(const std::string& path) {
 
 int containmentError(const std::string& path, const std::string& root) {
   if (!path.starts_with('/') || path.find('\0') != std::string::npos) return EXDEV;
-  const std::optional<FileStatus> rootStatus = statusOf(openLongFolder(root).get());
-  if (!rootStatus) return ENOENT;
+  const FileDescriptor rootFolder = openLongFolder(root);
+  if (!rootFolder.isOpen()) return errno;
+  const std::optional<FileStatus> rootStatus = statusOf(rootFolder.get());
+  if (!rootStatus) return errno;
   const std::vector<FolderIdentity> folders = foldersUpFrom(deletingLastPathComponent(path));
   if (folders.empty()) return errno;
   return std::ranges::find(folders, identityOf(*rootStatus)) == folders.end() ? EXDEV : 0;

@@ -1,6 +1,8 @@
 #include "SorrelFramework/Clean/CleanFence.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -56,6 +58,61 @@ TEST_F(CleanFenceTest, goesByNamesWhereAFolderIsMissing) {
   EXPECT_EQ(error(volume_.path("absent/a")), 0);
   EXPECT_EQ(error(other_.path("absent/a")), EACCES);
   EXPECT_EQ(error(volume_.path("absent/../../a")), EACCES);
+}
+
+TEST_F(CleanFenceTest, refusesWhatALinkHidesThatLeadsNowhere) {
+  volume_.file("real/a");
+  volume_.link("broken", other_.path("absent"));
+  volume_.link("inside", "real");
+  EXPECT_EQ(error(volume_.path("broken/a")), EACCES);
+  EXPECT_EQ(error(volume_.path("broken/a/b")), EACCES);
+  EXPECT_EQ(error(volume_.path("inside/absent/a")), 0);
+}
+
+TEST_F(CleanFenceTest, refusesWhatALinkHidesThatLeadsIntoAClosedFolder) {
+  const std::string closed = other_.folder("closed/d");
+  volume_.link("out", closed);
+  volume_.folder("shut/d");
+  for (const std::string& folder : {volume_.path("shut"), other_.path("closed")}) {
+    ASSERT_EQ(::chmod(folder.c_str(), 0), 0);
+  }
+  for (const std::string& folder : {volume_.path(), other_.path()})
+    ASSERT_EQ(::chmod(folder.c_str(), 0755), 0);
+  const std::string told = test::inPlainChild([&] {
+    return std::to_string(error(volume_.path("out/a"))) + " " +
+           std::to_string(error(volume_.path("shut/d/a")));
+  });
+  EXPECT_EQ(told, std::to_string(EACCES) + " 0");
+}
+
+TEST_F(CleanFenceTest, refusesWhatItCannotLookUp) {
+  const std::string folder = volume_.folder("d");
+  volume_.link("out", other_.path());
+  const std::string told = test::inChild([&]() -> std::string {
+    const CleanFence fence;
+    const rlimit none{0, 0};
+    if (::setrlimit(RLIMIT_NOFILE, &none) != 0) return "no limit";
+    const CleanFence blind;
+    Host::install(Host::linuxDesktop({}));
+    const CleanFence blindOnThisMachine;
+    std::string errors;
+    for (const CleanFence* each : {&fence, &blind}) {
+      errors += std::to_string(each->error(URL::fileURL(volume_.path("out/a"), false))) + " ";
+    }
+    return errors + std::to_string(blindOnThisMachine.error(URL::fileURL(folder, false)));
+  });
+  const std::string full = std::to_string(EMFILE);
+  EXPECT_EQ(told, full + " " + full + " " + full);
+}
+
+TEST_F(CleanFenceTest, removedCurrentFolderHoldsNothingUp) {
+  const std::string current = volume_.folder("current");
+  const std::string folder = volume_.folder("d");
+  const std::string told = test::inChild([&]() -> std::string {
+    if (::chdir(current.c_str()) != 0 || ::rmdir(current.c_str()) != 0) return "no folder";
+    return std::to_string(error(folder));
+  });
+  EXPECT_EQ(told, "0");
 }
 
 TEST_F(CleanFenceTest, onlyAVolumeHasAnOutside) {

@@ -133,7 +133,7 @@ TEST_F(PathWalkTest, tellsWhyItEnds) {
   EXPECT_EQ(to("none/file").error(), ENOENT);
   EXPECT_EQ(to("a/b/file/below").error(), ENOTDIR);
   EXPECT_EQ(to("a/b/file/below/more").error(), ENOTDIR);
-  EXPECT_EQ(to(std::string(256, 'n') + "/file").error(), ENAMETOOLONG);
+  EXPECT_EQ(to(std::string(256, 'n').append("/file")).error(), ENAMETOOLONG);
   volume_.link("broken", "none");
   EXPECT_EQ(to("broken/file").error(), ENOENT);
   EXPECT_FALSE(to("none/file").isRefused());

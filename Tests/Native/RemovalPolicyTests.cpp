@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -42,6 +43,31 @@ ItemIdentity folderOf(std::uint32_t uid, std::uint32_t mode = 0755) {
   identity.mode = S_IFDIR | mode;
   identity.uid = uid;
   return identity;
+}
+
+/// Errors of a policy for a user and of one for a helper that are made with no descriptor to spare.
+TEST(RemovalPolicy, placeThatCannotBeLookedUpIsAnError) {
+  EXPECT_EQ(RemovalPolicy::forUser().error(), 0);
+  EXPECT_EQ(RemovalPolicy::forHelper(kAlice).error(), 0);
+  const std::string told = test::inChild([]() -> std::string {
+    const rlimit none{0, 0};
+    if (::setrlimit(RLIMIT_NOFILE, &none) != 0) return "no limit";
+    return std::to_string(RemovalPolicy::forUser().error()) + " " +
+           std::to_string(RemovalPolicy::forHelper(kAlice).error());
+  });
+  EXPECT_EQ(told, std::to_string(EMFILE) + " " + std::to_string(EMFILE));
+}
+
+TEST(RemovalPolicy, placeThatIsNotThereIsNoError) {
+  const test::TemporaryVolume volume;
+  RemovalPolicy policy = RemovalPolicy::forUser();
+  volume.file("file");
+  volume.link("loop", "loop");
+  for (const char* name : {"absent", "absent/d", "file/d", "loop"}) {
+    policy.protectSelfAndAncestors(volume.path(name));
+    policy.protectSubtree(volume.path(name));
+  }
+  EXPECT_EQ(policy.error(), 0);
 }
 
 TEST(RemovalPolicy, knowsNormalPaths) {

@@ -76,23 +76,6 @@ bool raiseFence() {
          ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
 }
 
-/// Runs `work` in a child whose temporary folders lie in a file system in memory of its own, where that is
-/// possible.
-std::string inMemory(const std::function<std::string()>& work) {
-  const test::TemporaryFolder folder;
-  const std::string told = test::inMountingChild([&]() -> std::string {
-    if (::mount("tmpfs", folder.path().c_str(), "tmpfs", 0, nullptr) != 0) return "skip";
-    ::setenv("TMPDIR", folder.path().c_str(), 1);
-    return work();
-  });
-  if (told != "skip") return told;
-  return test::inChild([&] {
-    // Root may remove nothing there.
-    if (::geteuid() != 0 && ::access("/dev/shm", W_OK) == 0) ::setenv("TMPDIR", "/dev/shm", 1);
-    return work();
-  });
-}
-
 class TreeRemovalTest : public testing::Test {
  protected:
   [[nodiscard]] RemovalResult remove(std::string_view name) const {
@@ -317,6 +300,21 @@ TEST_F(TreeRemovalTest, refusesEverythingInAProtectedSubtreeButTheException) {
   EXPECT_TRUE(isThere(volume_.path("system/bin/program")));
 }
 
+TEST_F(TreeRemovalTest, refusesEverythingWhileAProtectedPlaceIsUnknown) {
+  const std::string file = volume_.file("file", "x");
+  const std::string told = test::inChild([&]() -> std::string {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    if (::setrlimit(RLIMIT_NOFILE, &none) != 0) return "no limit";
+    const RemovalPolicy policy = RemovalPolicy::forUser();
+    if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) return "no limit";
+    return textOf(removeItem(file, policy));
+  });
+  EXPECT_EQ(told, std::to_string(EMFILE) + " refused");
+  EXPECT_TRUE(isThere(file));
+}
+
 TEST_F(TreeRemovalTest, protectedPlaceThatWasMovedIntoTheTreeStays) {
   volume_.file("place/file", "x");
   volume_.file("single", "x");
@@ -507,7 +505,7 @@ TEST_F(TreeRemovalTest, foreignEntryOfAStickyFolderStays) {
 // Size.
 
 TEST_F(TreeRemovalTest, depth_20000_with_256_fds) {
-  const std::string told = inMemory([&]() -> std::string {
+  const std::string told = test::inMemoryChild([&]() -> std::string {
     const test::TemporaryVolume volume;
     volume.chain("top", "d", 20'000);
     volume.file("top/file", "x");
@@ -545,7 +543,7 @@ TEST_F(TreeRemovalTest, oneFolderOf200000EntriesNeedsLittleMemory) {
     ::getrusage(RUSAGE_SELF, &usage);
     return usage.ru_maxrss;
   };
-  const std::string told = inMemory([&]() -> std::string {
+  const std::string told = test::inMemoryChild([&]() -> std::string {
     const test::TemporaryVolume volume;
     const std::string top = volume.folder("top");
     const FileDescriptor folder(::open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -926,7 +924,7 @@ TEST(TreeRemovalProperty, onlyTheSelectionChangesAndSuccessMeansGone) {
   const std::uint64_t first = numberFrom("SORREL_PROPERTY_SEED", 1);
   const std::uint64_t end = first + numberFrom("SORREL_PROPERTY_CASES", 2000);
   for (std::uint64_t seed = first; seed < end; seed += batch) {
-    ASSERT_EQ(inMemory([&] { return runCases(seed, std::min(batch, end - seed)); }), "");
+    ASSERT_EQ(test::inMemoryChild([&] { return runCases(seed, std::min(batch, end - seed)); }), "");
   }
 }
 

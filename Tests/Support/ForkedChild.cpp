@@ -9,10 +9,12 @@
 #include <unistd.h>
 
 #include <array>
+#include <cstdlib>
 #include <string_view>
 #include <utility>
 
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel::test {
 namespace {
@@ -76,6 +78,21 @@ std::string inPlainChild(const std::function<std::string()>& work) {
 
 std::string inMountingChild(const std::function<std::string()>& work) {
   return inChild([&work] { return leaveMountTable() ? work() : std::string("skip"); });
+}
+
+std::string inMemoryChild(const std::function<std::string()>& work) {
+  const TemporaryFolder folder;
+  const std::string told = inMountingChild([&]() -> std::string {
+    if (::mount("tmpfs", folder.path().c_str(), "tmpfs", 0, nullptr) != 0) return "skip";
+    ::setenv("TMPDIR", folder.path().c_str(), 1);
+    return work();
+  });
+  if (told != "skip") return told;
+  return inChild([&] {
+    // Root may remove nothing there.
+    if (::geteuid() != 0 && ::access("/dev/shm", W_OK) == 0) ::setenv("TMPDIR", "/dev/shm", 1);
+    return work();
+  });
 }
 
 }  // namespace sorrel::test

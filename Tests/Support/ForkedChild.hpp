@@ -18,4 +18,8 @@ std::string inPlainChild(const std::function<std::string()>& work);
 /// where the system does not allow that.
 std::string inMountingChild(const std::function<std::string()>& work);
 
+/// The same in a child whose temporary folders lie in a file system in memory of its own, where that is
+/// possible.
+std::string inMemoryChild(const std::function<std::string()>& work);
+
 }  // namespace sorrel::test
