@@ -1,0 +1,117 @@
+#include "Tests/Support/SystemCallFaults.hpp"
+
+#include <linux/filter.h>
+#include <linux/seccomp.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/ioctl.h>
+#include <sys/prctl.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <thread>
+
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+
+namespace sorrel::test {
+namespace {
+
+constexpr int kNotYet = -1;
+constexpr int kImpossible = -2;
+constexpr std::size_t kMostCalls = 1024;
+
+/// Lets this thread, and those that it starts, ask before each `call` (before every call if it is negative).
+/// The descriptor where they ask; kImpossible if the system refuses.
+int askBefore(int call) {
+  std::array<sock_filter, 4> filter = {{
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, static_cast<unsigned>(call), 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW),
+  }};
+  if (call < 0) filter[0] = BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_USER_NOTIF);
+  const sock_fprog program{filter.size(), filter.data()};
+  if (::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) != 0) return kImpossible;
+  const long listener =
+      ::syscall(SYS_seccomp, SECCOMP_SET_MODE_FILTER, SECCOMP_FILTER_FLAG_NEW_LISTENER, &program);
+  return listener < 0 ? kImpossible : static_cast<int>(listener);
+}
+
+/// Answers the threads that ask. It must not wait for anything that one of them may hold, the allocator's
+/// locks among them, so it keeps its counts in place.
+class Supervisor {
+ public:
+  Supervisor(int listener, const CallFault& fault) : listener_(listener), fault_(fault) {}
+
+  /// Until the last thread has ended.
+  void serve() {
+    for (;;) {
+      pollfd event{listener_, POLLIN, 0};
+      if (::poll(&event, 1, -1) > 0) {
+        if ((event.revents & POLLIN) != 0) {
+          serveOne();
+        } else if ((event.revents & POLLHUP) != 0) {
+          return;
+        }
+      }
+    }
+  }
+
+  [[nodiscard]] CallCounts counts() const {
+    CallCounts counts;
+    for (std::size_t call = 0; call < counts_.size(); ++call) {
+      if (counts_[call] != 0) counts.emplace(static_cast<int>(call), counts_[call]);
+    }
+    return counts;
+  }
+
+ private:
+  void serveOne() {
+    seccomp_notif request{};
+    if (::ioctl(listener_, SECCOMP_IOCTL_NOTIF_RECV, &request) != 0) return;
+    seccomp_notif_resp answer{};
+    answer.id = request.id;
+    answer.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
+    const auto call = static_cast<std::size_t>(request.data.nr);
+    if (call < counts_.size()) ++counts_[call];
+    if (++all_ == fault_.when) {
+      if (fault_.error == CallFault::kKilled) ::kill(::getpid(), SIGKILL);
+      // The descriptors are those of this thread too.
+      if (request.data.nr == SYS_close) ::close(static_cast<int>(request.data.args[0]));
+      answer.flags = 0;
+      answer.error = -fault_.error;
+    }
+    ::ioctl(listener_, SECCOMP_IOCTL_NOTIF_SEND, &answer);
+  }
+
+  const int listener_;
+  const CallFault fault_;
+  std::uint64_t all_ = 0;
+  std::array<std::uint64_t, kMostCalls> counts_{};
+};
+
+}  // namespace
+
+std::optional<CallCounts> runWithFault(const CallFault& fault, const std::function<void()>& work) {
+  std::atomic<int> asking{kNotYet};
+  std::thread thread([&] {
+    const int listener = askBefore(fault.call);
+    asking = listener;  // from here on a call may have to wait for the supervisor
+    if (listener != kImpossible) work();
+  });
+  while (asking == kNotYet) std::this_thread::yield();
+  if (asking == kImpossible) {
+    thread.join();
+    return std::nullopt;
+  }
+  const FileDescriptor listener(asking);
+  Supervisor supervisor(listener.get(), fault);
+  supervisor.serve();
+  thread.join();
+  return supervisor.counts();
+}
+
+}  // namespace sorrel::test
