@@ -81,7 +81,7 @@ class HelperService::Core {
   void ask(Request& request);
   void decided(std::uint64_t id, bool isAuthorised, const std::string& reason);
   void startWork(Request& request);
-  void finished(std::uint64_t id, const ResultTable& results, const std::optional<EventOutcome>& outcome);
+  void finished(std::uint64_t id, const Supervisor::Ending& ending);
   void close(Request& request);
   void removeInstallation(Request& request);
   void refuse(Request& request, const std::string& reason);
@@ -223,26 +223,24 @@ void HelperService::Core::startWork(Request& request) {
   const Event& event = *request.event;
   const EventJob job{event.form.kind, request.uid, event.view, configuration_};
   const bool isStarted = supervisor_.start(
-      request.id, job,
-      [this, id = request.id](const ResultTable& results, const std::optional<EventOutcome>& outcome) {
-        finished(id, results, outcome);
-      });
+      request.id, job, [this, id = request.id](const Supervisor::Ending& ending) { finished(id, ending); });
   if (!isStarted) return refuse(request, "no-process");
   request.stage = Stage::Running;
   log_.info(described(request) + " paths=" + std::to_string(request.paths()) + " start");
 }
 
-void HelperService::Core::finished(std::uint64_t id, const ResultTable& results,
-                                   const std::optional<EventOutcome>& outcome) {
+void HelperService::Core::finished(std::uint64_t id, const Supervisor::Ending& ending) {
   Request* const request = find(id);
   if (request == nullptr) return;
   const Event& event = *request->event;
+  const ResultTable& results = ending.results;
   const EventOutcome told =
-      outcome.value_or(EventOutcome{false, static_cast<std::int32_t>(event.form.failure())});
+      ending.outcome.value_or(EventOutcome{false, static_cast<std::int32_t>(event.form.failure())});
   logFailures(*request, results);
   log_.info(described(*request) + " done=" + std::to_string(results.successes()) + " failed=" +
             std::to_string(request->paths() - results.successes()) + " flag=" + std::to_string(told.flag) +
-            " code=" + std::to_string(told.code) + (outcome.has_value() ? " end" : " killed"));
+            " code=" + std::to_string(told.code) + " worker-memory=" + std::to_string(ending.peakMemory) +
+            "KiB" + (ending.outcome.has_value() ? " end" : " killed"));
   answer(*request, Reply::of(event.form, event.view, results, told));
 }
 
@@ -360,8 +358,13 @@ void HelperService::Core::wait(int stopSignal) {
     const int most = static_cast<int>(std::max<std::int64_t>(left, 0));
     timeout = timeout < 0 ? most : std::min(timeout, most);
   }
-  ::poll(descriptors.data(), descriptors.size(), timeout);
-  supervisor_.serve(Supervisor::Clock::now());
+  // The results of a worker come one by one, a million of them at times: the bus is asked only if it has news.
+  int ready = 0;
+  do {
+    ready = ::poll(descriptors.data(), descriptors.size(), timeout);
+    supervisor_.serve(Supervisor::Clock::now());
+  } while (ready > 0 && descriptors[0].revents == 0 && descriptors[1].revents == 0 &&
+           supervisor_.descriptors().size() + 2 == descriptors.size());
   if (descriptors[1].revents != 0) stop();
 }
 

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
+#include <sys/resource.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -31,9 +32,12 @@ void resetSignals() {
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-void waitFor(pid_t process) {
-  while (::waitpid(process, nullptr, 0) < 0 && errno == EINTR) {
+/// Its peak of memory.
+long waitFor(pid_t process) {
+  rusage usage{};
+  while (::wait4(process, nullptr, 0, &usage) < 0 && errno == EINTR) {
   }
+  return usage.ru_maxrss;
 }
 
 }  // namespace
@@ -152,8 +156,8 @@ void Supervisor::read(std::uint64_t id) {
 void Supervisor::finish(std::uint64_t id) {
   const std::unique_ptr<Worker> worker = std::move(workers_.extract(id).mapped());
   ::kill(worker->process, SIGKILL);
-  waitFor(worker->process);
-  worker->done(worker->results, worker->reader.outcome());
+  const long peak = waitFor(worker->process);
+  worker->done({worker->results, worker->reader.outcome(), peak});
 }
 
 }  // namespace sorrel::helper

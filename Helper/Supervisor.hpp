@@ -24,9 +24,15 @@ class Supervisor {
  public:
   using Clock = std::chrono::steady_clock;
   using Run = std::function<EventOutcome(const EventJob&, ResultSink&)>;
-  /// Once for each event, on the way of serve(): what is known of the paths, and what the worker ended with;
-  /// nothing if it was killed or failed before its end.
-  using Done = std::function<void(const ResultTable& results, const std::optional<EventOutcome>& outcome)>;
+  /// How the work on an event ended.
+  struct Ending {
+    const ResultTable& results;
+    /// Nothing if the worker was killed, or failed before its end.
+    const std::optional<EventOutcome>& outcome;
+    long peakMemory;  ///< of the worker, KiB
+  };
+  /// Once for each event, on the way of serve().
+  using Done = std::function<void(const Ending& ending)>;
 
   explicit Supervisor(Run run = runEvent);
   /// Kills the workers that are left.

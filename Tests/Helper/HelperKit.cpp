@@ -327,22 +327,30 @@ Answer HelperMachine::askAs(std::uint32_t uid, std::int32_t id, const HelperDict
   return unpacked(inUser(uid, [&] { return packed(ask(id, event)); }));
 }
 
-Answer HelperMachine::askRaw(std::int32_t id, const std::string& message, bool isSealed) const {
+std::string HelperMachine::askForBytes(std::int32_t id, const std::string& message, bool isSealed,
+                                       Answer* answer) const {
   const HelperWireNames names(kService);
   const auto connection = sdbus::createSessionBusConnectionWithAddress(address_);
   const auto proxy = sdbus::createProxy(*connection, kService, names.objectPath);
   const FileDescriptor memory = memoryOf(message, isSealed);
-  Answer answer;
+  bool flag = false;
+  std::int32_t code = 0;
   sdbus::UnixFd reply;
   proxy->callMethod(HelperWireNames::handleEvent)
       .onInterface(names.interface)
-      .withTimeout(kPatience)
+      .withTimeout(5 * kPatience)
       .withArguments(id, sdbus::UnixFd(memory.get()))
-      .storeResultsTo(answer.flag, answer.code, reply);
+      .storeResultsTo(flag, code, reply);
+  if (answer != nullptr) *answer = {true, flag, code, {}};
   const auto mapped = SealedMemory::map(reply.get(), HelperLimits::bytesOf(HelperMessage::Kind::Reply));
-  if (!mapped.has_value()) return {};
-  const auto read = decodeHelperMessage(mapped->bytes(), HelperMessage::Kind::Reply);
-  answer.isThere = read.has_value();
+  return mapped.has_value() ? std::string(mapped->bytes()) : "";
+}
+
+Answer HelperMachine::askRaw(std::int32_t id, const std::string& message, bool isSealed) const {
+  Answer answer;
+  const std::string bytes = askForBytes(id, message, isSealed, &answer);
+  const auto read = decodeHelperMessage(bytes, HelperMessage::Kind::Reply);
+  answer.isThere = answer.isThere && read.has_value();
   if (read.has_value()) answer.dictionary = read->dictionary.value_or(HelperDictionary());
   return answer;
 }

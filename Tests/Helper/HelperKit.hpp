@@ -98,6 +98,9 @@ class HelperMachine {
   Answer askAs(std::uint32_t uid, std::int32_t id, const HelperDictionary& event) const;
   /// Calls HandleEvent with these bytes, sealed or not, and whatever follows from them.
   Answer askRaw(std::int32_t id, const std::string& message, bool isSealed = true) const;
+  /// The bytes of the reply's message; "" without a sound reply.
+  std::string askForBytes(std::int32_t id, const std::string& message, bool isSealed = true,
+                          Answer* answer = nullptr) const;
 
   /// What the bus and the helper have written to their standard error.
   [[nodiscard]] std::string log() const;

@@ -7,11 +7,13 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cstdlib>
 #include <filesystem>
 #include <fstream>
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
+#include "SorrelFramework/HelpTool/MessageView.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
@@ -40,6 +42,15 @@ std::string codedEvent(const HelperDictionary& event) {
   HelperMessage message{HelperMessage::Kind::Event, event, {}};
   for (const auto& [key, value] : event) message.views.push_back(viewOf(key));
   return encodeHelperMessage(message).value_or("");
+}
+
+/// A line of /proc/PID/status, without its name.
+std::string statusOf(pid_t process, const std::string& name) {
+  std::ifstream file("/proc/" + std::to_string(process) + "/status");
+  for (std::string line; std::getline(file, line);) {
+    if (line.starts_with(name + ":\t")) return line.substr(name.size() + 2);
+  }
+  return "";
 }
 
 class HelperServiceTest : public testing::Test {
@@ -185,6 +196,50 @@ TEST_F(HelperServiceTest, anEventOf33MegabytesIsAnsweredPathByPath) {
     if (entry.contains("DeleteStatus") && *entry.at("0").asNumber() == expected++) ++sound;
   }
   EXPECT_EQ(sound, 33'000U);
+}
+
+/// What a coded event of `count` paths of 110 bytes has, made without its dictionary: that would take more
+/// memory than all the rest.
+std::string codedPaths(std::uint32_t count) {
+  const auto integer = [](std::uint64_t value, int size) {
+    std::string bytes;
+    for (int i = 0; i < size; ++i) bytes.push_back(static_cast<char>(value >> (8 * i)));
+    return bytes;
+  };
+  std::string bytes = integer(1, 1) + integer(1, 1) + integer(1, 1) + integer(count, 4);
+  for (std::uint32_t i = 0; i < count; ++i) {
+    std::string path = "/no/such/folder/" + std::to_string(1'000'000 + i) + "/";
+    path.resize(110, 'x');
+    bytes += integer(path.size(), 4) + path + integer(3, 1) + integer(1, 4);
+    bytes += integer(1, 4) + "0" + integer(1, 1) + integer(i, 8);
+  }
+  return bytes + integer(1, 1) + std::string(count, '\3');
+}
+
+TEST_F(HelperServiceTest, manyPathsTakeLittleMemory) {
+  constexpr std::uint32_t kCount = 250'000;
+  start({});
+  const std::string event = codedPaths(kCount);
+  const std::string reply = machine->askForBytes(kDelete, event);
+  const auto view = MessageView::of(reply, HelperMessage::Kind::Reply);
+  ASSERT_TRUE(view.has_value()) << machine->log();
+  ASSERT_EQ(view->dictionary().size(), kCount);
+  std::size_t sound = 0;
+  for (const MessageView::Entry& entry : view->dictionary()) {
+    const MessageView::Entry& number = *entry.below.begin();
+    if (number.key == "0" && number.number == static_cast<std::int64_t>(entry.index)) ++sound;
+  }
+  EXPECT_EQ(sound, kCount);
+  const long supervisor = std::atol(statusOf(machine->helper(), "VmHWM").c_str());
+  ASSERT_TRUE(machine->waitForLog("worker-memory="));
+  const std::string log = machine->log();
+  const long worker = std::atol(log.c_str() + log.find("worker-memory=") + 14);
+  RecordProperty("supervisorKiB", std::to_string(supervisor));
+  RecordProperty("workerKiB", std::to_string(worker));
+  RecordProperty("eventBytes", std::to_string(event.size()));
+  EXPECT_GT(supervisor, 0);
+  EXPECT_GT(worker, 0);
+  EXPECT_LE(supervisor + worker, 256 * 1024);  // a million paths in 1 GiB
 }
 
 TEST_F(HelperServiceTest, anEventOverTheCapIsRefused) {
@@ -470,15 +525,6 @@ TEST_F(HelperServiceTest, aSecondAskerGetsTheSameHelper) {
 }
 
 // --- what the program is ---
-
-/// A line of /proc/PID/status, without its name.
-std::string statusOf(pid_t process, const std::string& name) {
-  std::ifstream file("/proc/" + std::to_string(process) + "/status");
-  for (std::string line; std::getline(file, line);) {
-    if (line.starts_with(name + ":\t")) return line.substr(name.size() + 2);
-  }
-  return "";
-}
 
 TEST_F(HelperServiceTest, nothingOfItsStarterIsLeft) {
   start({});

@@ -1,0 +1,146 @@
+#include "Helper/Reply.hpp"
+
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "SorrelFramework/HelpTool/EventCodec.hpp"
+#include "SorrelFramework/HelpTool/SealedMemory.hpp"
+
+namespace sorrel::helper {
+namespace {
+
+using Error = HelperEventErrorID;
+
+struct Case {
+  Case(std::int32_t id, const HelperDictionary& event)
+      : message{HelperMessage::Kind::Event, event, std::vector<SenderView>(event.size())},
+        bytes(encodeHelperMessage(message).value()),
+        view(MessageView::of(bytes, HelperMessage::Kind::Event).value()),
+        form(EventForm::of(id, view).value()),
+        results(event.size()) {}
+
+  [[nodiscard]] Reply reply(bool flag, std::int32_t code = 0) const {
+    return Reply::of(form, view, results, {flag, code});
+  }
+
+  HelperMessage message;
+  std::string bytes;
+  MessageView view;
+  EventForm form;
+  ResultTable results;
+};
+
+HelperDictionary dictionaryOf(const Reply& reply) {
+  const auto memory =
+      SealedMemory::map(reply.message.get(), HelperLimits::bytesOf(HelperMessage::Kind::Reply));
+  if (!memory.has_value()) return {{"unsealed", 0}};
+  const auto message = decodeHelperMessage(memory->bytes(), HelperMessage::Kind::Reply);
+  if (!message.has_value() || !message->dictionary.has_value()) return {{"unsound", 0}};
+  return *message->dictionary;
+}
+
+const HelperDictionary kEmpty;
+
+TEST(Reply, aDeleteListsAllPathsWithTheirNumbers) {
+  Case example(
+      0,
+      {{"/a", HelperDictionary{{"0", 5}, {"12", -6}}}, {"/b", HelperDictionary{{"0", 7}}}, {"/c", kEmpty}});
+  example.results.set(0, Error::Success, "");
+  example.results.set(1, Error::DeleteError, "why");
+  const Reply reply = example.reply(false, 2);
+  EXPECT_FALSE(reply.flag);
+  EXPECT_EQ(reply.code, 2);
+  const HelperDictionary done{{"0", 5}, {"12", -6}, {"DeleteStatus", 0}, {"DeleteDesc", ""}};
+  const HelperDictionary failed{{"0", 7}, {"DeleteStatus", 2}, {"DeleteDesc", "why"}};
+  const HelperDictionary open{{"DeleteStatus", 2}, {"DeleteDesc", std::string(kUnfinishedText)}};
+  EXPECT_TRUE(dictionaryOf(reply) ==
+              (HelperDictionary{{"0000000", done}, {"0000001", failed}, {"0000002", open}}));
+}
+
+TEST(Reply, aDoneDeleteStillListsItsPaths) {
+  Case example(0, {{"/a", HelperDictionary{{"0", 5}}}});
+  example.results.set(0, Error::Success, "");
+  const Reply reply = example.reply(true);
+  EXPECT_TRUE(reply.flag);
+  const HelperDictionary done{{"0", 5}, {"DeleteStatus", 0}, {"DeleteDesc", ""}};
+  EXPECT_TRUE(dictionaryOf(reply) == (HelperDictionary{{"0000000", done}}));
+}
+
+TEST(Reply, aShredListsEachPathUnlessAllAreDone) {
+  Case example(1, {{"/a\xff", kEmpty}, {"/b", kEmpty}});
+  example.results.set(0, Error::Success, "");
+  const HelperDictionary done{{"Path", "/a\xff"}, {"DeleteStatus", 0}, {"DeleteDesc", ""}};
+  const HelperDictionary open{
+      {"Path", "/b"}, {"DeleteStatus", 4}, {"DeleteDesc", std::string(kUnfinishedText)}};
+  EXPECT_TRUE(dictionaryOf(example.reply(false)) == (HelperDictionary{{"0000000", done}, {"0000001", open}}));
+  example.results.set(1, Error::Success, "");
+  const Reply reply = example.reply(true);
+  EXPECT_TRUE(reply.flag);
+  EXPECT_TRUE(dictionaryOf(reply).empty());
+}
+
+TEST(Reply, cleanAndMoveListWhatFailedUnderItsPath) {
+  for (const int operation : {2, 3}) {
+    const HelperDictionary below = operation == 3 ? HelperDictionary{{"ToPath", "/x"}} : kEmpty;
+    Case example(2, {{"OperationValue", operation}, {"/a", below}, {"/b", below}, {"Z", below}});
+    // In the order of the bytes: /a, /b, OperationValue, Z.
+    example.results.set(0, Error::Success, "");
+    example.results.set(1, Error::DeleteError, "why");
+    const HelperDictionary failed{{"DeleteStatus", 2}, {"DeleteDesc", "why"}};
+    const HelperDictionary open{{"DeleteStatus", operation == 3 ? 5 : 2},
+                                {"DeleteDesc", std::string(kUnfinishedText)}};
+    EXPECT_TRUE(dictionaryOf(example.reply(false)) == (HelperDictionary{{"/b", failed}, {"Z", open}}));
+  }
+}
+
+TEST(Reply, successAsAWholeNeverCoversAPathThatIsNotDone) {
+  for (const auto& [id, event] : {std::pair<int, HelperDictionary>{0, {{"/a", kEmpty}}},
+                                  {1, {{"/a", kEmpty}}},
+                                  {2, {{"OperationValue", 2}, {"/a", kEmpty}}}}) {
+    const Case example(id, event);
+    const Reply reply = example.reply(true);
+    EXPECT_FALSE(reply.flag) << id;
+    EXPECT_EQ(reply.code, static_cast<int>(example.form.failure()));
+    EXPECT_EQ(dictionaryOf(reply).size(), 1U);
+  }
+}
+
+TEST(Reply, withoutPathsTheOutcomeIsAll) {
+  const Case example(2, {{"OperationValue", 0}});
+  EXPECT_TRUE(example.reply(true, 0).flag);
+  const Reply failed = example.reply(false, 77);
+  EXPECT_FALSE(failed.flag);
+  EXPECT_EQ(failed.code, 77);
+  EXPECT_TRUE(dictionaryOf(failed).empty());
+}
+
+TEST(Reply, manyPathsStayInOrder) {
+  HelperDictionary event;
+  for (int i = 0; i < 12'345; ++i) event.emplace("/" + std::to_string(i), HelperDictionary{{"0", i}});
+  const Case example(0, event);
+  const HelperDictionary reply = dictionaryOf(example.reply(false));
+  ASSERT_EQ(reply.size(), 12'345U);
+  auto path = event.begin();
+  for (const auto& [key, entry] : reply) {
+    EXPECT_EQ(*entry.asDictionary()->at("0").asNumber(), *path->second.asDictionary()->at("0").asNumber());
+    ++path;
+  }
+}
+
+TEST(Reply, anEventWithEveryNumberItMayHaveHasAReply) {
+  HelperDictionary numbers;
+  for (std::size_t i = 0; i < HelperLimits::numbersOfPath; ++i) numbers.emplace(std::to_string(i), i);
+  const Case example(0, {{"/a", numbers}});
+  EXPECT_EQ(dictionaryOf(example.reply(false)).at("0000000").asDictionary()->size(), numbers.size() + 2);
+}
+
+TEST(Reply, aRefusalAsAWholeIsEmpty) {
+  const Reply reply = Reply::refusedWhole();
+  EXPECT_FALSE(reply.flag);
+  EXPECT_EQ(reply.code, static_cast<int>(Error::NoCause));
+  EXPECT_TRUE(dictionaryOf(reply).empty());
+}
+
+}  // namespace
+}  // namespace sorrel::helper

@@ -1,0 +1,224 @@
+#include "Helper/Supervisor.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <stdexcept>
+
+#include "SorrelFramework/HelpTool/EventCodec.hpp"
+#include "Tests/Support/ProcessState.hpp"
+
+namespace sorrel::helper {
+namespace {
+
+using Error = HelperEventErrorID;
+using Clock = Supervisor::Clock;
+
+struct Ending {
+  int count = 0;
+  std::vector<int> statuses;  // -1 where nothing is known
+  std::vector<std::string> texts;
+  std::optional<EventOutcome> outcome;
+  long peakMemory = 0;
+};
+
+class SupervisorTest : public testing::Test {
+ protected:
+  /// Has an event of four paths done by `run`; answers how it ended.
+  Ending work(Supervisor::Run run) {
+    Supervisor supervisor(std::move(run));
+    Ending ending;
+    EXPECT_TRUE(supervisor.start(1, job, noteIn(ending)));
+    serveUntilDone(supervisor);
+    return ending;
+  }
+  static Supervisor::Done noteIn(Ending& ending) {
+    return [&ending](const Supervisor::Ending& end) {
+      const ResultTable& results = end.results;
+      ++ending.count;
+      ending.outcome = end.outcome;
+      ending.peakMemory = end.peakMemory;
+      for (std::size_t i = 0; i < results.entries(); ++i) {
+        ending.statuses.push_back(results.isKnown(i) ? static_cast<int>(results.status(i, Error::NoCause))
+                                                     : -1);
+        ending.texts.emplace_back(results.text(i, "?"));
+      }
+    };
+  }
+  static void serveUntilDone(Supervisor& supervisor) {
+    while (supervisor.running() > 0) {
+      std::vector<pollfd> descriptors;
+      for (const int descriptor : supervisor.descriptors()) descriptors.push_back({descriptor, POLLIN, 0});
+      const bool isDue = supervisor.deadline().has_value();
+      ASSERT_GE(::poll(descriptors.data(), descriptors.size(), isDue ? 0 : 20'000), isDue ? 0 : 1);
+      supervisor.serve(Clock::now());
+    }
+  }
+
+  const HelperDictionary event = {{"/a", HelperDictionary()},
+                                  {"/b", HelperDictionary()},
+                                  {"/c", HelperDictionary()},
+                                  {"/d", HelperDictionary()}};
+  const std::string bytes = encodeHelperMessage({HelperMessage::Kind::Event, event, {}}).value();
+  const HelperConfiguration configuration;
+  const EventJob job{HelperHanldeEventID::Delete, 10001,
+                     MessageView::of(bytes, HelperMessage::Kind::Event).value(), configuration};
+};
+
+TEST_F(SupervisorTest, resultsAndOutcomeComeFromTheWorker) {
+  const Ending ending = work([](const EventJob& given, ResultSink& sink) {
+    sink.result(3, Error::Success, "");
+    sink.result(1, Error::DeleteError, "no " + std::string((++ ++given.event.dictionary().begin())->key));
+    return EventOutcome{false, static_cast<std::int32_t>(given.caller)};
+  });
+  EXPECT_EQ(ending.count, 1);
+  EXPECT_EQ(ending.statuses, (std::vector<int>{-1, 2, -1, 0}));
+  EXPECT_EQ(ending.texts[1], "no /c");
+  ASSERT_TRUE(ending.outcome.has_value());
+  EXPECT_FALSE(ending.outcome->flag);
+  EXPECT_EQ(ending.outcome->code, 10001);
+}
+
+TEST_F(SupervisorTest, aKilledWorkerLeavesAnExactTally) {
+  const Ending ending = work([](const EventJob&, ResultSink& sink) -> EventOutcome {
+    sink.result(0, Error::Success, "");
+    sink.result(1, Error::DeleteError, "x");
+    ::raise(SIGKILL);
+    return {true, 0};
+  });
+  EXPECT_EQ(ending.count, 1);
+  EXPECT_EQ(ending.statuses, (std::vector<int>{0, 2, -1, -1}));
+  EXPECT_FALSE(ending.outcome.has_value());
+  EXPECT_FALSE(test::hasChildProcesses());
+}
+
+TEST_F(SupervisorTest, aWorkerThatThrowsOrEndsEarlyHasNoOutcome) {
+  const Ending thrown = work([](const EventJob&, ResultSink& sink) -> EventOutcome {
+    sink.result(2, Error::Success, "");
+    throw std::bad_alloc();
+  });
+  EXPECT_EQ(thrown.statuses, (std::vector<int>{-1, -1, 0, -1}));
+  EXPECT_FALSE(thrown.outcome.has_value());
+  const Ending ended = work([](const EventJob&, ResultSink&) -> EventOutcome { ::_exit(0); });
+  EXPECT_EQ(ended.count, 1);
+  EXPECT_FALSE(ended.outcome.has_value());
+}
+
+TEST_F(SupervisorTest, aWorkerWritesMoreThanAPipeHolds) {
+  const Ending ending = work([](const EventJob&, ResultSink& sink) -> EventOutcome {
+    const std::string text(kMostResultText + 100, 'x');
+    for (int i = 0; i < 2000; ++i) sink.result(0, Error::DeleteError, text);
+    sink.result(1, Error::DeleteError, text);
+    return {true, 0};
+  });
+  EXPECT_EQ(ending.texts[1], std::string(kMostResultText, 'x'));
+  EXPECT_TRUE(ending.outcome.has_value());
+}
+
+TEST_F(SupervisorTest, aHungWorkerIsKilledWhenItsTimeIsUp) {
+  Supervisor supervisor([](const EventJob&, ResultSink& sink) -> EventOutcome {
+    sink.result(0, Error::Success, "");
+    for (;;) ::pause();
+  });
+  Ending ending;
+  ASSERT_TRUE(supervisor.start(7, job, noteIn(ending)));
+  const Clock::time_point now = Clock::now();
+  supervisor.killAfter(7, std::chrono::seconds(30), now);
+  EXPECT_EQ(supervisor.deadline(), now + std::chrono::seconds(30));
+  supervisor.serve(now + std::chrono::seconds(29));
+  EXPECT_EQ(supervisor.running(), 1U);
+  EXPECT_EQ(::kill(supervisor.process(7), 0), 0);
+  supervisor.serve(now + std::chrono::seconds(30));
+  serveUntilDone(supervisor);
+  EXPECT_EQ(ending.count, 1);
+  EXPECT_FALSE(ending.outcome.has_value());
+}
+
+TEST_F(SupervisorTest, aHungWorkerHoldsUpNoOther) {
+  Supervisor supervisor([](const EventJob& given, ResultSink&) -> EventOutcome {
+    while (given.caller == 1) ::pause();
+    return {true, 0};
+  });
+  Ending hung;
+  Ending quick;
+  ASSERT_TRUE(supervisor.start(1, {job.kind, 1, job.event, configuration}, noteIn(hung)));
+  ASSERT_TRUE(supervisor.start(2, {job.kind, 2, job.event, configuration}, noteIn(quick)));
+  while (quick.count == 0) {
+    pollfd wait{supervisor.descriptors().at(1), POLLIN, 0};
+    ASSERT_EQ(::poll(&wait, 1, 20'000), 1);
+    supervisor.serve(Clock::now());
+  }
+  EXPECT_EQ(hung.count, 0);
+  EXPECT_TRUE(quick.outcome->flag);
+  supervisor.kill(1);
+  serveUntilDone(supervisor);
+  EXPECT_EQ(hung.count, 1);
+}
+
+TEST_F(SupervisorTest, itsEndLeavesNoWorkerBehind) {
+  Ending ending;
+  {
+    Supervisor supervisor([](const EventJob&, ResultSink&) -> EventOutcome {
+      for (;;) ::pause();
+    });
+    ASSERT_TRUE(supervisor.start(1, job, noteIn(ending)));
+  }
+  EXPECT_EQ(ending.count, 0);
+  EXPECT_FALSE(test::hasChildProcesses());
+}
+
+TEST_F(SupervisorTest, aWorkerHasOnlyItsPipe) {
+  const int foreign = ::fcntl(STDIN_FILENO, F_DUPFD, 100);  // not even closed on exec
+  const Ending ending = work([foreign](const EventJob&, ResultSink& sink) -> EventOutcome {
+    const bool isClosed = ::fcntl(foreign, F_GETFD) < 0;
+    sink.result(0, isClosed ? Error::Success : Error::NoCause, "");
+    // 0, 1, 2, the pipe, and the one that looks.
+    sink.result(1, test::openDescriptors() <= 5 ? Error::Success : Error::NoCause, "");
+    return {};
+  });
+  ::close(foreign);
+  EXPECT_EQ(ending.statuses, (std::vector<int>{0, 0, -1, -1}));
+}
+
+TEST_F(SupervisorTest, aWorkerGoesFirstWhenMemoryRunsOut) {
+  const Ending ending = work([](const EventJob&, ResultSink& sink) -> EventOutcome {
+    std::string score;
+    std::ifstream("/proc/self/oom_score_adj") >> score;
+    sink.result(0, Error::NoCause, score);
+    return {};
+  });
+  EXPECT_EQ(ending.texts[0], "500");
+}
+
+TEST_F(SupervisorTest, thePeakOfAWorkersMemoryIsTold) {
+  const Ending ending = work([](const EventJob&, ResultSink& sink) -> EventOutcome {
+    const std::vector<char> much(std::size_t{64} << 20, 'x');
+    sink.result(0, Error::Success, std::string_view(much.data(), 1));
+    return {};
+  });
+  EXPECT_GT(ending.peakMemory, 64 * 1024);
+}
+
+TEST_F(SupervisorTest, aWorkersSignalsAreAsUsual) {
+  sigset_t blocked;
+  sigset_t before;
+  ::sigemptyset(&blocked);
+  ::sigaddset(&blocked, SIGTERM);
+  ::sigprocmask(SIG_BLOCK, &blocked, &before);
+  const Ending ending = work([](const EventJob&, ResultSink& sink) -> EventOutcome {
+    sigset_t now;
+    ::sigprocmask(SIG_BLOCK, nullptr, &now);
+    sink.result(0, ::sigismember(&now, SIGTERM) == 0 ? Error::Success : Error::NoCause, "");
+    return {};
+  });
+  ::sigprocmask(SIG_SETMASK, &before, nullptr);
+  EXPECT_EQ(ending.statuses[0], 0);
+}
+
+}  // namespace
+}  // namespace sorrel::helper
