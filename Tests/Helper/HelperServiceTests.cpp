@@ -552,8 +552,9 @@ TEST_F(HelperServiceTest, itsUsersCanNeitherSignalNorTraceIt) {
 
 TEST_F(HelperServiceTest, aPathIsOneLineOfTheLogWhateverItsBytes) {
   start({});
-  machine->ask(kDelete, {{"/nowhere/a\ncall 99: uid=0 end\x1b[2J\"\xff", HelperDictionary{{"0", 1}}}});
-  ASSERT_TRUE(machine->waitForLog("/nowhere/a\\x0acall 99: uid=0 end\\x1b[2J\\x22\\xff")) << machine->log();
+  machine->ask(kDelete, {{"/etc/nowhere/a\ncall 99: uid=0 end\x1b[2J\"\xff", HelperDictionary{{"0", 1}}}});
+  ASSERT_TRUE(machine->waitForLog("/etc/nowhere/a\\x0acall 99: uid=0 end\\x1b[2J\\x22\\xff"))
+      << machine->log();
   EXPECT_EQ(machine->log().find("\ncall 99"), std::string::npos);
 }
 

@@ -1,0 +1,81 @@
+#include "Helper/ShredOperation.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+
+#include "Helper/FileShredder.hpp"
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+
+namespace sorrel::helper {
+namespace {
+
+constexpr std::string_view kNotOverwritten = "Couldn’t be overwritten";
+constexpr std::string_view kNotRemoved = "Couldn’t be removed";
+
+/// The refusal of a policy is no failure of the overwriting.
+PathResult notFound(const RemovalTarget& target) {
+  const bool isRefused = target.isRefused();
+  const auto status = isRefused ? HelperEventErrorID::DeleteError : HelperEventErrorID::ShreadFail;
+  return failed(status, kNotOverwritten, target.error(), isRefused);
+}
+
+/// Opens the very item that was checked, whatever stands under its name now: opening a FIFO or a device that
+/// somebody put there would already do something.
+FileDescriptor openForWriting(int item) {
+  const std::string name = "/proc/self/fd/" + std::to_string(item);
+  return FileDescriptor(::open(name.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+}
+
+int overwrite(const RemovalTarget& target) {
+  const FileDescriptor file = openForWriting(target.item());
+  if (!file.isOpen()) return errno;
+  const auto identity = identityOf(file.get());
+  if (!identity) return errno;
+  if (!identity->isSameAs(target.identity())) return ESTALE;
+  return FileShredder(file.get()).run();
+}
+
+int removeName(const RemovalTarget& target, int flags) {
+  if (!target.isStillThere()) return ESTALE;
+  return ::unlinkat(target.folder(), target.leaf().c_str(), flags) == 0 ? 0 : errno;
+}
+
+PathResult shred(const RemovalTarget& target) {
+  if (S_ISREG(target.identity().mode)) {
+    if (const int error = overwrite(target)) {
+      return failed(HelperEventErrorID::ShreadFail, kNotOverwritten, error);
+    }
+  }
+  const int error = removeName(target, 0);
+  return error == 0 ? succeeded() : failed(HelperEventErrorID::DeleteError, kNotRemoved, error);
+}
+
+}  // namespace
+
+ShredStep shredPath(std::string_view path, const SenderView& seen, const RemovalPolicy& policy,
+                    PathResult& result) {
+  const RemovalTarget target = findSeen(path, seen, policy);
+  if (target.error() != 0) {
+    result = notFound(target);
+  } else if (target.identity().isDirectory()) {
+    return ShredStep::FolderWaits;
+  } else {
+    result = shred(target);
+  }
+  return ShredStep::Done;
+}
+
+PathResult removeShreddedFolder(std::string_view path, const SenderView& seen, const RemovalPolicy& policy) {
+  const RemovalTarget target = findSeen(path, seen, policy);
+  if (target.error() != 0) return notFound(target);
+  if (!target.identity().isDirectory()) {
+    return failed(HelperEventErrorID::ShreadFail, kNotOverwritten, ESTALE);
+  }
+  const int error = removeName(target, AT_REMOVEDIR);
+  return error == 0 ? succeeded() : failed(HelperEventErrorID::ShreadFail, kNotRemoved, error);
+}
+
+}  // namespace sorrel::helper

@@ -1,0 +1,130 @@
+#include "Helper/FileSystemFence.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <utility>
+#include <vector>
+
+#include "SorrelFramework/Native/ItemIdentity.hpp"
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
+
+namespace sorrel::helper {
+namespace {
+
+std::string lineOf(std::uint64_t mount, const std::string& type) {
+  return std::to_string(mount) + " 1 0:1 / /point rw shared:1 - " + type + " source rw\n";
+}
+
+/// A mount table that the test changes.
+struct Script {
+  std::string text;
+  bool hasChanged = false;
+  int readings = 0;
+};
+class ScriptedSource : public MountSource {
+ public:
+  explicit ScriptedSource(Script& script) : script_(script) {}
+  bool hasChanged() override { return std::exchange(script_.hasChanged, false); }
+  std::string read() override {
+    ++script_.readings;
+    return script_.text;
+  }
+
+ private:
+  Script& script_;
+};
+
+FileSystemFence fenceOf(Script& script, std::vector<std::string> allowed = {}) {
+  return FileSystemFence(std::move(allowed), std::make_unique<ScriptedSource>(script));
+}
+
+TEST(FileSystemFence, readsTheTypesOutOfAMountTable) {
+  const auto types = FileSystemFence::typesIn(
+      "36 35 98:0 /mnt1 /mnt2 rw,noatime master:1 - ext3 /dev/root rw,errors=continue\n"
+      "37 35 0:30 / /with\\040blank rw - tmpfs tmpfs rw\n"
+      "38 35 0:31 / /three rw shared:1 master:2 propagate_from:3 - fuse.sshfs me@host:/-\\040x rw\n"
+      "not a line\n"
+      "39 35 0:31 / /short rw\n"
+      "40 35 0:31 / /no-type rw - \n"
+      "\n"
+      "-1 35 0:31 / /negative rw - ext4 x rw\n"
+      "41 35 0:32 / /last rw - xfs /dev/x rw");
+  const std::map<std::uint64_t, std::string> expected = {
+      {36, "ext3"}, {37, "tmpfs"}, {38, "fuse.sshfs"}, {41, "xfs"}};
+  EXPECT_EQ(types, expected);
+}
+
+TEST(FileSystemFence, localTypesMayBeEntered) {
+  for (const char* type :
+       {"ext2",    "ext3", "ext4",  "xfs",      "btrfs", "f2fs",    "zfs",   "bcachefs", "jfs",
+        "nilfs2",  "ntfs", "ntfs3", "reiserfs", "vfat",  "msdos",   "exfat", "hfs",      "hfsplus",
+        "iso9660", "udf",  "erofs", "squashfs", "tmpfs", "overlay", "apfs",  "ecryptfs", "minix"}) {
+    Script script{lineOf(7, type)};
+    EXPECT_TRUE(fenceOf(script).mayEnter(7)) << type;
+  }
+}
+
+TEST(FileSystemFence, typesOfUserProgramsTheNetworkAndTheKernelMayNot) {
+  for (const char* type :
+       {"fuse",    "fuseblk", "fuse.sshfs", "fuse.portal", "virtiofs", "nfs",    "nfs4", "cifs",  "smb3",
+        "9p",      "afs",     "ceph",       "coda",        "lustre",   "autofs", "proc", "sysfs", "devtmpfs",
+        "cgroup2", "",        "unheard-of", "ext",         "ext44"}) {
+    Script script{lineOf(7, type)};
+    EXPECT_FALSE(fenceOf(script).mayEnter(7)) << type;
+  }
+}
+
+TEST(FileSystemFence, theAdministratorAddsTypesOneByOne) {
+  Script script{lineOf(7, "fuse.sshfs") + lineOf(8, "fuse") + lineOf(9, "nfs4")};
+  FileSystemFence fence = fenceOf(script, {"fuse.sshfs", "nfs4"});
+  EXPECT_TRUE(fence.mayEnter(7));
+  EXPECT_FALSE(fence.mayEnter(8));
+  EXPECT_TRUE(fence.mayEnter(9));
+}
+
+TEST(FileSystemFence, aMountThatTheTableDoesNotKnowMayNot) {
+  Script script{lineOf(7, "ext4")};
+  FileSystemFence fence = fenceOf(script);
+  EXPECT_FALSE(fence.mayEnter(8));
+  EXPECT_FALSE(fence.mayEnter(0));
+}
+
+TEST(FileSystemFence, theTableIsReadAgainOnlyWhenItHasChanged) {
+  Script script{lineOf(7, "ext4")};
+  FileSystemFence fence = fenceOf(script);
+  EXPECT_TRUE(fence.mayEnter(7));
+  EXPECT_TRUE(fence.mayEnter(7));
+  EXPECT_EQ(script.readings, 1);
+  // The number of a mount that is gone belongs to another now.
+  script = {lineOf(7, "fuse") + lineOf(8, "ext4"), true, 1};
+  EXPECT_FALSE(fence.mayEnter(7));
+  EXPECT_TRUE(fence.mayEnter(8));
+  EXPECT_EQ(script.readings, 2);
+}
+
+std::uint64_t mountAt(const std::string& path) {
+  const FileDescriptor point(::open(path.c_str(), O_PATH | O_CLOEXEC));
+  return mountOf(point.get()).value_or(0);
+}
+
+TEST(FileSystemFence, aMountOfThisMachineIsSeenWhenItAppears) {
+  const test::TemporaryFolder folder;
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    FileSystemFence fence({});
+    if (fence.mayEnter(mountAt("/proc"))) return "/proc may be entered";
+    if (::mount("tmpfs", folder.path().c_str(), "tmpfs", 0, nullptr) != 0) return "skip";
+    return fence.mayEnter(mountAt(folder.path())) ? "seen" : "not seen";
+  });
+  if (told == "skip") GTEST_SKIP() << "nothing can be mounted here";
+  EXPECT_EQ(told, "seen");
+}
+
+}  // namespace
+}  // namespace sorrel::helper
