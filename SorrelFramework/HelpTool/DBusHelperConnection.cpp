@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <sdbus-c++/sdbus-c++.h>
 
+#include <exception>
 #include <future>
 #include <optional>
 #include <set>
@@ -91,9 +92,12 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     });
   }
 
-  /// Runs `task` on the thread of the bus; it holds the link until then.
+  /// Runs `task` on the thread of the bus; it holds the link until then. Not at all if the last holder has
+  /// let go: the thread may still be handling what came in.
   void onThread(std::function<void(Link&)> task) {
-    thread_.post([self = shared_from_this(), task = std::move(task)] { task(*self); });
+    auto self = weak_from_this().lock();
+    if (self == nullptr) return;
+    thread_.post([self = std::move(self), task = std::move(task)] { task(*self); });
   }
 
   /// Blocks until the helper runs, or is known not to.
@@ -107,6 +111,8 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
   /// On the thread of the bus.
   void send(const Call& call) {
     const std::string owner = trustedOwner(call.startsHelper);
+    // What the last owner answered before it went has come in ahead of the name of this one.
+    if (owner != helperOwner_) process();
     if (owner.empty() || !guarded([&] { sendTo(owner, call); })) lose(call.onLoss);
   }
 
@@ -177,13 +183,13 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     sdbus::MethodCall message = helper_->createMethodCall(names_.interface, call.method);
     if (call.arguments) call.arguments(message);
     const auto pending = std::make_shared<Pending>(Pending{shared_from_this(), call.results, call.onLoss});
-    pending_.insert(pending);
     helper_->callMethod(
         message,
         [watch = std::weak_ptr(pending)](sdbus::MethodReply& reply, const sdbus::Error* error) {
           if (const auto call_ = watch.lock()) call_->link->finish(call_, reply, error);
         },
         kNoTimeout);
+    pending_.insert(pending);
   }
 
   /// Inside the callback of sdbus-c++.
@@ -225,7 +231,8 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
   }
 
   void busIsGone() {
-    const auto self = shared_from_this();  // the last call on its way may be what holds the link
+    const auto self = weak_from_this().lock();  // the last call on its way may be what holds the link
+    if (self == nullptr) return;
     ownerWatch_ = {};
     dropHelper();
     bus_.reset();
@@ -360,7 +367,7 @@ std::shared_ptr<HelperConnection> DBusHelperConnection::make(const std::string& 
     auto link = std::make_shared<Link>(std::move(connection), machServiceName, options);
     link->start();
     return std::shared_ptr<HelperConnection>(new DBusHelperConnection(std::move(link)));
-  } catch (const sdbus::Error&) {
+  } catch (const std::exception&) {  // of the bus, or of a system without descriptors or threads left
     return nullptr;
   }
 }

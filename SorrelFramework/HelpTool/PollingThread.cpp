@@ -5,12 +5,13 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <deque>
 #include <mutex>
+#include <system_error>
 #include <utility>
 
-#include "SorrelFramework/Platform/Fatal.hpp"
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
 
 namespace sorrel {
@@ -58,10 +59,10 @@ struct PollingThread::State {
   void run() {
     id = std::this_thread::get_id();
     while (!hasEnded()) {
-      if (runOneTask()) continue;
-      source.process();
+      const bool hasRun = runOneTask();
       if (hasEnded()) return;
-      waitForTasksOrSource();
+      source.process();
+      if (!hasRun && !hasEnded()) waitForTasksOrSource();
     }
   }
 
@@ -75,7 +76,7 @@ struct PollingThread::State {
 };
 
 PollingThread::PollingThread(Source source) : state_(std::make_shared<State>()) {
-  if (!state_->wake.isOpen()) fatalStop("no descriptor left for a thread");
+  if (!state_->wake.isOpen()) throw std::system_error(errno, std::generic_category());
   state_->source = std::move(source);
 }
 

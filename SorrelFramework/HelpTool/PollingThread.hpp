@@ -22,6 +22,7 @@ class PollingThread {
     std::function<void()> process;
   };
 
+  /// This and start() throw std::system_error if the system has no descriptor or no thread left.
   explicit PollingThread(Source source);
   /// Once. Tasks that were posted before run then.
   void start();

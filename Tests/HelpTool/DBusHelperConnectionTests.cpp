@@ -1,24 +1,35 @@
 #include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
 
+#include <dlfcn.h>
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <pwd.h>
 #include <sdbus-c++/sdbus-c++.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <condition_variable>
 #include <filesystem>
+#include <fstream>
+#include <functional>
 #include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <utility>
 #include <vector>
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
+#include "SorrelFramework/HelpTool/PollingThread.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/HelpTool/SealedMemory.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
@@ -28,6 +39,68 @@
 #include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/ScriptedHelper.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
+
+namespace sorrel {
+namespace {
+
+/// What sdbus-c++ asks of the library below it.
+class BusCalls {
+ public:
+  void note(std::uint64_t timeout) {
+    std::function<void()> event;
+    {
+      const std::lock_guard lock(mutex_);
+      timeouts_.push_back(timeout);
+      event.swap(beforeNext_);
+    }
+    if (event) event();
+  }
+  /// The time-outs since the last call of this, in microseconds.
+  std::vector<std::uint64_t> takeTimeouts() {
+    const std::lock_guard lock(mutex_);
+    return std::exchange(timeouts_, {});
+  }
+  /// Lets something happen at the beginning of the next call, on its thread.
+  void beforeNext(std::function<void()> event) {
+    const std::lock_guard lock(mutex_);
+    beforeNext_ = std::move(event);
+  }
+
+ private:
+  std::mutex mutex_;
+  std::vector<std::uint64_t> timeouts_;
+  std::function<void()> beforeNext_;
+};
+
+BusCalls& busCalls() {
+  static BusCalls instance;
+  return instance;
+}
+
+/// The library's own function, behind the one of this file.
+template <class Function>
+Function* next(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+}  // namespace sorrel
+
+// Stand before those of libsystemd: every call passes here on its way to the bus. The signatures are those of
+// <systemd/sd-bus.h>, with what only passes through as void.
+extern "C" [[gnu::visibility("default")]] int sd_bus_call(void* bus, void* message, std::uint64_t timeout,
+                                                          void* error, void** reply) {
+  sorrel::busCalls().note(timeout);
+  return sorrel::next<decltype(sd_bus_call)>("sd_bus_call")(bus, message, timeout, error, reply);
+}
+
+extern "C" [[gnu::visibility("default")]] int sd_bus_call_async(void* bus, void** slot, void* message,
+                                                                void* callback, void* userData,
+                                                                std::uint64_t timeout) {
+  sorrel::busCalls().note(timeout);
+  return sorrel::next<decltype(sd_bus_call_async)>("sd_bus_call_async")(bus, slot, message, callback,
+                                                                        userData, timeout);
+}
 
 namespace sorrel {
 namespace {
@@ -68,7 +141,7 @@ class Service {
     });
     object_->finishRegistration();
     connection_->requestName(kName);
-    connection_->enterEventLoopAsync();
+    thread_.start();
   }
 
   static void reply(Result&& result, bool flag, std::int32_t code, const FileDescriptor& memory) {
@@ -89,6 +162,22 @@ class Service {
   }
 
  private:
+  PollingThread::Wait wait() const {
+    try {
+      const sdbus::IConnection::PollData data = connection_->getEventLoopPollData();
+      return {data.fd, data.events, data.getPollTimeout()};
+    } catch (const sdbus::Error&) {
+      return {};  // the bus is gone
+    }
+  }
+  void process() const {
+    try {
+      while (connection_->processPendingRequest()) {
+      }
+    } catch (const sdbus::Error&) {
+    }
+  }
+
   void handle(std::int32_t id, int memory, Result&& result) {
     Event event{id, std::nullopt};
     if (const auto mapped = SealedMemory::map(memory, HelperLimits::bytes)) {
@@ -108,10 +197,19 @@ class Service {
   std::vector<Event> events_;
   std::unique_ptr<sdbus::IConnection> connection_;
   std::unique_ptr<sdbus::IObject> object_;
+  // In place of the loop of sdbus-c++, which ends the process when the bus goes.
+  PollingThread thread_{{[this] { return wait(); }, [this] { process(); }}};
 };
 
 /// Never replies.
 void keepSilent(const Service::Event&, Service::Result&&) {}
+
+/// One number more than a path may have.
+HelperDictionary overACap() {
+  HelperDictionary numbers;
+  for (int i = 0; i < 65; ++i) numbers.emplace(std::to_string(i), i);
+  return {{"/a", numbers}};
+}
 
 struct Reply {
   bool flag = false;
@@ -259,9 +357,7 @@ TEST_F(DBusHelperConnectionTest, anEventOverACapIsAnsweredAtOnce) {
   startService(Service::echo);
   const auto held = helper();
   ASSERT_NE(held, nullptr);
-  HelperDictionary numbers;
-  for (int i = 0; i < 65; ++i) numbers.emplace(std::to_string(i), i);
-  const Reply reply = ask(*held, kDelete, {{"/a", numbers}});
+  const Reply reply = ask(*held, kDelete, overACap());
   EXPECT_FALSE(reply.flag);
   EXPECT_EQ(reply.code, static_cast<std::int32_t>(HelperEventErrorID::NoCause));
   EXPECT_TRUE(reply.dictionary == HelperDictionary());
@@ -345,6 +441,108 @@ TEST_F(DBusHelperConnectionTest, aBusThatVanishesClearsTheFields) {
   EXPECT_TRUE(waitUntilFieldsAreClear());
 }
 
+TEST_F(DBusHelperConnectionTest, aBusThatVanishesInMidCallAnswersNothing) {
+  startService(keepSilent);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  askInVain(*held);
+  askInVain(*held);
+  ASSERT_TRUE(service->waitForEvents(2));
+  bus.stop();
+  EXPECT_TRUE(waitUntilFieldsAreClear());
+  EXPECT_EQ(replies, 0);
+  EXPECT_EQ(helper(), nullptr);
+}
+
+TEST_F(DBusHelperConnectionTest, aBusThatVanishesWhileTheHelperStartsGivesAMessage) {
+  const std::string gate = folder.path("gate");
+  ASSERT_EQ(::mkfifo(gate.c_str(), 0600), 0);
+  bus.addService(kName, "echo started > " + gate + "; exec cat " + gate);
+  auto tool = std::async(std::launch::async,
+                         [this] { return privilege.getHelperTool(kName, kSMDomainSystemLaunchd); });
+  std::string word;
+  std::ifstream(gate) >> word;
+  EXPECT_EQ(word, "started");
+  bus.stop();
+  ASSERT_EQ(tool.wait_for(test::kPatience), std::future_status::ready);
+  EXPECT_EQ(tool.get().message, "HelperTool as? HelperProtocol");
+  // Lets the program end that waits for the other end.
+  const FileDescriptor writer(::open(gate.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
+  EXPECT_TRUE(waitUntilFieldsAreClear());
+}
+
+TEST_F(DBusHelperConnectionTest, whatTheLastHelperAnsweredCountsWhenTheNextOneIsAsked) {
+  std::promise<Service::Result> first;
+  startService(
+      [&first](const Service::Event&, Service::Result&& result) { first.set_value(std::move(result)); });
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  std::promise<std::int32_t> code;
+  held->handleEvent(1, {}, [&](bool, std::int32_t value, const std::optional<HelperDictionary>&) {
+    code.set_value(value);
+  });
+  Service::Result unanswered = first.get_future().get();
+  // Just as the connection asks who is there.
+  busCalls().beforeNext([&] {
+    Service::reply(std::move(unanswered), true, 22, sealedReply(std::nullopt));
+    service.reset();
+    startService(Service::echo);
+  });
+  EXPECT_TRUE(ask(*held, kDelete, {}).flag);
+  auto answer = code.get_future();
+  ASSERT_EQ(answer.wait_for(test::kPatience), std::future_status::ready);
+  EXPECT_EQ(answer.get(), 22);
+}
+
+TEST_F(DBusHelperConnectionTest, noCallHasATimeOut) {
+  startService(Service::echo);
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  busCalls().takeTimeouts();
+  ask(*held, kDelete, {});
+  const std::vector<std::uint64_t> handed = busCalls().takeTimeouts();
+  ASSERT_FALSE(handed.empty());
+  EXPECT_EQ(handed.back(), UINT64_MAX);
+}
+
+TEST_F(DBusHelperConnectionTest, theHelperMayTakeAnyTimeToStart) {
+  bus.addService(kName, "exit 1");
+  busCalls().takeTimeouts();
+  EXPECT_EQ(helper(), nullptr);
+  const std::vector<std::uint64_t> handed = busCalls().takeTimeouts();
+  EXPECT_NE(std::ranges::find(handed, UINT64_MAX), handed.end());
+}
+
+TEST_F(DBusHelperConnectionTest, theLastHolderMayGoWhileTheHelperDoes) {
+  const auto owner = sdbus::createSessionBusConnectionWithAddress(bus.address());
+  for (int i = 0; i < 2000; ++i) {
+    owner->requestName(kName);
+    auto connection = DBusHelperConnection::make(kName, options());
+    ASSERT_NE(connection, nullptr);
+    connection->resume();
+    ASSERT_NE(connection->remoteObjectProxyWithErrorHandler([] {}), nullptr);
+    owner->releaseName(kName);
+    // The connection learns of it about now.
+    for (int spin = 0; spin < i % 100; ++spin) std::this_thread::yield();
+    connection.reset();
+  }
+}
+
+TEST_F(DBusHelperConnectionTest, withoutDescriptorsThereIsNoConnection) {
+  rlimit before{};
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
+  const FileDescriptor next(::memfd_create("next", MFD_CLOEXEC));
+  int found = 0;
+  for (rlim_t more = 0; more < 8; ++more) {
+    const rlimit few{static_cast<rlim_t>(next.get()) + 1 + more, before.rlim_max};
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
+    found += DBusHelperConnection::make(kName, options()) != nullptr ? 1 : 0;
+    ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
+  }
+  EXPECT_GT(found, 0);
+  EXPECT_LT(found, 8);
+}
+
 TEST_F(DBusHelperConnectionTest, callsOfADeadConnectionAreLost) {
   startService(Service::echo);
   const auto connection = DBusHelperConnection::make(kName, options());
@@ -381,6 +579,29 @@ TEST_F(DBusHelperConnectionTest, nobodyButTheRightUserIsTrusted) {
   ASSERT_NE(connection, nullptr);
   connection->resume();
   EXPECT_EQ(connection->remoteObjectProxyWithErrorHandler([] {}), nullptr);
+  EXPECT_TRUE(service->events().empty());
+}
+
+TEST_F(DBusHelperConnectionTest, eachCallLooksAtTheOwnerAgain) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
+  const passwd* const nobody = ::getpwnam("nobody");  // a bus turns away whom it does not know
+  ASSERT_NE(nobody, nullptr);
+  startService(Service::echo);
+  std::atomic<int> lost = 0;
+  const auto connection = DBusHelperConnection::make(kName, options());
+  ASSERT_NE(connection, nullptr);
+  const auto proxy = connection->remoteObjectProxyWithErrorHandler([&] { ++lost; });
+  ASSERT_NE(proxy, nullptr);
+  service.reset();
+  std::filesystem::permissions(bus.folder(), std::filesystem::perms::all);
+  std::thread([this, nobody] {
+    // Of this thread alone; the C library would change all of them.
+    ASSERT_EQ(::syscall(SYS_setresuid, -1, nobody->pw_uid, -1), 0);
+    startService(Service::echo);
+  }).join();
+  askInVain(*proxy);
+  EXPECT_TRUE(test::runMainLoopUntil([&] { return lost + replies > 0; }));
+  EXPECT_EQ(replies, 0);
   EXPECT_TRUE(service->events().empty());
 }
 

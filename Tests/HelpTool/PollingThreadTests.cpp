@@ -61,6 +61,16 @@ TEST(PollingThread, handlesWhatComesIn) {
   EXPECT_EQ(answer.get(), 7U);
 }
 
+TEST(PollingThread, handlesWhatComesInBetweenTwoTasks) {
+  std::atomic<int> handled = 0;
+  std::promise<int> before;
+  PollingThread thread({[] { return PollingThread::Wait(); }, [&handled] { ++handled; }});
+  thread.post([] {});
+  thread.post([&] { before.set_value(handled); });
+  thread.start();
+  EXPECT_EQ(before.get_future().get(), 1);
+}
+
 TEST(PollingThread, mayEndInOneOfItsOwnTasks) {
   auto thread = std::make_shared<PollingThread>(noSource());
   std::promise<void> isFree;

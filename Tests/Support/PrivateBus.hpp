@@ -20,6 +20,9 @@ class PrivateBus {
 
   [[nodiscard]] const std::string& address() const { return address_; }
 
+  /// Where its socket lies; closed to other users.
+  [[nodiscard]] const std::string& folder() const { return folder_.path(); }
+
   /// Lets the bus start a service on demand: a program of /bin/sh with these commands.
   void addService(const std::string& name, const std::string& commands) const;
 
