@@ -89,9 +89,9 @@ void RemovalPolicy::Lists::addPath(const std::string& path, unsigned listing,
                                    const PathWalk::MountTrust& mounts) {
   if (!path.starts_with('/')) return;
   const PathWalk walk = PathWalk::into(path, trustsAnyone, mounts);
-  if (walk.isRefused()) return;  // nor will a removal get there
-  if (walk.error() != 0) return fail(walk.error());
+  if (walk.error() != 0 && !walk.isRefused()) return fail(walk.error());
   for (const ItemIdentity& item : walk.passed()) add(item.number, kPlace);
+  if (walk.isRefused()) return;  // nor will a removal get there
   add(walk.chain().back().number, kPlace | listing);
   if (walk.chain().back().isDirectory()) addFoldersAbove(walk.end());
 }

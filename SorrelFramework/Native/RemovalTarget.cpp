@@ -34,7 +34,7 @@ RemovalTarget RemovalTarget::find(const std::string& path, const RemovalPolicy& 
 }
 
 void RemovalTarget::check(const RemovalPolicy& policy, const std::optional<ItemNumber>& expected) {
-  if (walk_.isRefused()) return refuse(walk_.error());
+  if (walk_.isRefused()) return refuse(policy.trustsWay(walk_.passed(), nullptr) ? walk_.error() : EPERM);
   if (policy.protectsWhatLiesIn(walk_.chain())) return refuse(EPERM);
   if (walk_.error() == 0) {
     item_ = FileDescriptor(::openat(walk_.end(), walk_.leaf().c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -210,6 +211,23 @@ TEST_F(PolicyOnScratch, placeThatDoesNotExistIsPassedOver) {
   policy_.protectSubtree("relative");
   policy_.protectSubtree("");
   EXPECT_FALSE(protects(policy_, volume_.path()));
+}
+
+TEST_F(PolicyOnScratch, keepsWhatStandsAboveAPlaceOnAMountThatIsNotTrusted) {
+  const std::string above = volume_.folder("above");
+  const std::string mounted = volume_.folder("above/mounted");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    if (::mount("tmpfs", mounted.c_str(), "tmpfs", 0, nullptr) != 0) return "skip";
+    const auto inside = identityOf(AT_FDCWD, mounted.c_str());
+    const auto outside = identityOf(AT_FDCWD, above.c_str());
+    if (!inside || !outside) return "no identity";
+    RemovalPolicy policy =
+        RemovalPolicy::forHelper(0, [&](std::uint64_t mount) { return mount != inside->mount; });
+    policy.protectSelfAndAncestors(mounted + "/home");
+    return policy.protects(outside->number) ? "kept" : "lost";
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, "kept");
 }
 
 TEST_F(PolicyOnScratch, fileCanBeAPlace) {

@@ -33,6 +33,7 @@
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ProcessState.hpp"
+#include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/SilentFileSystem.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
@@ -71,6 +72,18 @@ bool raiseFence() {
     filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_KILL_PROCESS));
   }
   filter.push_back(BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW));
+  const sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
+  return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
+         ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
+}
+
+/// Lets the system answer openat2(2) with `error` in this process, as old kernels and some sandboxes do.
+bool takeAwayOpenat2(int error) {
+  std::vector<sock_filter> filter = {
+      BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
+      BPF_JUMP(BPF_JMP | BPF_JEQ | BPF_K, SYS_openat2, 0, 1),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast<unsigned>(error)),
+      BPF_STMT(BPF_RET | BPF_K, SECCOMP_RET_ALLOW)};
   const sock_fprog program{static_cast<unsigned short>(filter.size()), filter.data()};
   return ::prctl(PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0) == 0 &&
          ::prctl(PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program) == 0;
@@ -180,6 +193,24 @@ TEST_F(TreeRemovalTest, fifo_in_tree_no_hang) {
   EXPECT_TRUE(remove("top").isSuccess());
   EXPECT_TRUE(remove("pipe").isSuccess());
   EXPECT_FALSE(isThere(volume_.path("top")));
+}
+
+TEST_F(TreeRemovalTest, worksWhereTheSystemDoesNotHaveOpenat2) {
+  volume_.file("outside/file", "precious");
+  const std::string home = volume_.folder("home");
+  const test::ScopedVariable variable("HOME", home.c_str());
+  for (const int error : {ENOSYS, EPERM}) {
+    volume_.file("item/folder/file", "x");
+    volume_.link("item/link", "../outside");
+    EXPECT_EQ(test::inChild([&]() -> std::string {
+                if (!takeAwayOpenat2(error)) return "no filter";
+                return textOf(removeItem(volume_.path("item"), RemovalPolicy::forUser())) + ", " +
+                       textOf(removeItem(home, RemovalPolicy::forUser()));
+              }),
+              "0, " + std::to_string(EPERM) + " refused");
+    EXPECT_FALSE(isThere(volume_.path("item")));
+    EXPECT_TRUE(isThere(volume_.path("outside/file")));
+  }
 }
 
 TEST_F(TreeRemovalTest, missingItemIsAFailure) {
@@ -370,6 +401,23 @@ TEST_F(TreeRemovalTest, helperTakesOnlyWhatRootOrTheCallerOwns) {
   EXPECT_TRUE(isThere(volume_.path("folder/foreign")));
   EXPECT_FALSE(isThere(volume_.path("folder/mine")));
   EXPECT_TRUE(isThere(volume_.path("foreign")));
+}
+
+TEST_F(TreeRemovalTest, helperTellsNothingOfWhatLiesOnAForbiddenWay) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  RemovalPolicy policy = RemovalPolicy::forHelper(test::kPlainUser);
+  volume_.file("theirs/folder/file", "x");
+  volume_.setOwner("theirs", test::kPlainUser + 1);
+  volume_.link("theirs/link", "folder");
+  volume_.setOwner("theirs/link", test::kPlainUser + 1);
+  volume_.folder("system");
+  policy.protectSubtree(volume_.path("system"));
+  const std::string refused = std::to_string(EPERM) + " refused";
+  for (const char* name : {"theirs/none/file", "theirs/folder/file", "theirs/folder/file/file",
+                           "theirs/link/file", "system/none/file"}) {
+    EXPECT_EQ(textOf(removeItem(volume_.path(name), policy)), refused) << name;
+  }
+  EXPECT_EQ(textOf(removeItem(volume_.path("none/file"), policy)), std::to_string(ENOENT) + " absent");
 }
 
 TEST_F(TreeRemovalTest, helperFollowsNoLinkOfTheCaller) {
