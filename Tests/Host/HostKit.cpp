@@ -162,6 +162,7 @@ ProgramRun sorrel(const std::vector<std::string>& arguments, const RunOptions& o
 
   const pid_t child = ::fork();
   if (child == 0) execute(argv, envp, options.output.empty() ? out : options.output, err, options);
+  if (options.meanwhile) options.meanwhile(child);
   int state = 0;
   ::waitpid(child, &state, 0);
   return {WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state), contentOf(out), contentOf(err)};

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <functional>
 #include <nlohmann/json.hpp>
 #include <string>
 #include <string_view>
@@ -53,6 +54,7 @@ struct RunOptions {
   bool inGoneFolder = false;     ///< the current folder is one that was removed
   std::string folder = "/";      ///< the current folder
   unsigned user = 0;             ///< whose rights it has, if not 0; needs root
+  std::function<void(int process)> meanwhile = {};  ///< runs while the program does
 };
 
 /// Runs the program that the build made, with standard input from /dev/null.

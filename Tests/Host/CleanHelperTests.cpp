@@ -1,0 +1,184 @@
+// `sorrel clean` of what the user may not remove, from outside, where the privileged helper is missing or
+// silent.
+#include <gtest/gtest.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <csignal>
+#include <cstring>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "Tests/Host/HostKit.hpp"
+
+namespace sorrel::hosttests {
+namespace {
+
+namespace fs = std::filesystem;
+using Words = std::vector<std::string>;
+
+constexpr unsigned kUser = 10001;
+const std::string kTrash = "Users/alice/.Trash/";
+
+/// Stands where the system bus should be, and never says a word.
+class SilentBus {
+ public:
+  explicit SilentBus(const std::string& path) : path_(path), socket_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
+    sockaddr_un name{};
+    name.sun_family = AF_UNIX;
+    std::strncpy(name.sun_path, path.c_str(), sizeof name.sun_path - 1);
+    EXPECT_EQ(::bind(socket_, reinterpret_cast<const sockaddr*>(&name), sizeof name), 0);
+    EXPECT_EQ(::listen(socket_, 8), 0);
+    fs::permissions(path, fs::perms::all);
+  }
+  ~SilentBus() { ::close(socket_); }
+  SilentBus(const SilentBus&) = delete;
+  SilentBus& operator=(const SilentBus&) = delete;
+
+  [[nodiscard]] std::string variable() const { return "DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + path_; }
+  /// Whether somebody calls within that time.
+  [[nodiscard]] bool isCalled(int milliseconds) const {
+    pollfd caller = {socket_, POLLIN, 0};
+    return ::poll(&caller, 1, milliseconds) == 1;
+  }
+
+ private:
+  std::string path_;
+  int socket_;
+};
+
+/// The volume of user 10001, with a bus that nobody answers on and a pkexec that tells when it runs.
+class CleanHelper : public testing::Test {
+ protected:
+  void SetUp() override {
+    if (::getuid() != 0) GTEST_SKIP() << "needs root to give files away";
+    volume_.file(kTrash + "mine", 10);
+    fs::permissions(volume_.path(), fs::perms::all);
+    volume_.text("tools/pkexec", "#!/bin/sh\n: >'" + volume_.path("asked") + "'\nexit 126\n");
+    fs::permissions(volume_.path("tools/pkexec"), fs::perms::all);
+  }
+  /// Gives everything but what `keep` names to the user.
+  void giveAway(const Words& keep = {}) const {
+    for (const auto& entry : fs::recursive_directory_iterator(volume_.path())) {
+      if (std::ranges::find(keep, entry.path().filename().string()) != keep.end()) continue;
+      EXPECT_EQ(::lchown(entry.path().c_str(), kUser, kUser), 0) << entry.path();
+    }
+  }
+  void pretendHelper() const {
+    volume_.text("Library/LaunchDaemons/org.sorrel.SorrelHelper.plist", "");
+    volume_.text("Library/PrivilegedHelperTools/org.sorrel.SorrelHelper", "");
+  }
+  [[nodiscard]] ProgramRun clean(const Words& more, RunOptions options = {}) const {
+    Words words = {"--volume", volume_.path(), "--tools", volume_.path("tools"), "clean", "trash", "--yes"};
+    words.insert(words.end(), more.begin(), more.end());
+    options.environment.push_back(bus_.variable());
+    options.user = kUser;
+    return sorrel(words, options);
+  }
+  [[nodiscard]] bool exists(const std::string& name) const {
+    return fs::exists(fs::symlink_status(volume_.path(name)));
+  }
+
+  TemporaryFolder volume_;
+  TemporaryFolder place_;
+  SilentBus bus_{place_.path("bus")};
+};
+
+TEST_F(CleanHelper, aCleanThatNeedsNoHelperAsksForNone) {
+  pretendHelper();
+  giveAway();
+  fs::permissions(place_.path(), fs::perms::all);
+  const ProgramRun run = clean({"--all"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  EXPECT_FALSE(exists(kTrash + "mine"));
+  EXPECT_FALSE(bus_.isCalled(0));
+  EXPECT_FALSE(exists("asked"));
+}
+
+TEST_F(CleanHelper, withoutAHelperWhatOnlyItMayRemoveStaysAndIsTold) {
+  volume_.file(kTrash + "roots", 20);
+  volume_.file(kTrash + "locked/file", 5);
+  volume_.file(kTrash + "locked/sub/other", 6);
+  giveAway({"roots"});
+  fs::permissions(volume_.path(kTrash + "locked"), fs::perms::owner_read | fs::perms::owner_exec);
+  const std::string trash = volume_.path(kTrash);
+
+  const ProgramRun run = clean({"--all"});
+
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "sorrel: there is no privileged helper to remove what you may not remove yourself\n");
+  EXPECT_EQ(run.out,
+            "Removed:\n       10 B  " + trash + "mine\nNot removed:\n       11 B  " + trash +
+                "locked\n             “locked” couldn’t be removed because you don’t have permission "
+                "to access it.\n       20 B  " +
+                trash +
+                "roots\n             Only the privileged helper may remove it.\n1 item removed, 10 B "
+                "freed; 2 items not removed\n");
+  EXPECT_FALSE(exists(kTrash + "mine"));
+  EXPECT_TRUE(exists(kTrash + "roots"));
+  EXPECT_TRUE(exists(kTrash + "locked/file"));
+  EXPECT_FALSE(bus_.isCalled(0));
+  EXPECT_FALSE(exists("asked")) << "asked for a password with nobody there";
+}
+
+TEST_F(CleanHelper, theDocumentTellsWhatStaysAndWhy) {
+  volume_.file(kTrash + "roots", 20);
+  volume_.file(kTrash + "locked/file", 5);
+  giveAway({"roots"});
+  fs::permissions(volume_.path(kTrash + "locked"), fs::perms::owner_read | fs::perms::owner_exec);
+  const std::string why = "“locked” couldn’t be removed because you don’t have permission to access it.";
+
+  const ProgramRun run = clean({"--all", "--json"});
+
+  EXPECT_EQ(run.status, 1);
+  const Json document = run.document();
+  Json cleaned = document.at("clean");
+  Json outcomes = Json::array();
+  for (const Json& record : cleaned.at("records")) {
+    outcomes.push_back({record.at("title"), record.at("state"), record.at("canDelete"),
+                        record.at("deleteStatus"), record.at("deleteErrorDesc")});
+  }
+  EXPECT_EQ(outcomes,
+            Json({{"locked", 1, true, 3, why}, {"mine", 1, true, 2, ""}, {"roots", 1, false, 1, ""}}));
+  cleaned["records"] = nullptr;
+  EXPECT_EQ(cleaned,
+            Json({{"size", 10},
+                  {"status", 3},
+                  {"desc", why + ",,"},
+                  {"abnormalFiles", {volume_.path(kTrash + "locked"), volume_.path(kTrash + "roots")}},
+                  {"progress", {0.25, 0.5, 0.75}},
+                  {"records", nullptr}}));
+  // What stays is listed and numbered anew.
+  const Json& left = document.at("feature").at("categoryInfo").at(0);
+  EXPECT_EQ(left.at("size"), 25);
+  EXPECT_EQ(left.at("childrens").size(), 2U);
+  EXPECT_EQ(left.at("childrens").at(1).at("finderID"), 1);
+  EXPECT_EQ(left.at("childrens").at(1).at("state"), 0);
+}
+
+TEST_F(CleanHelper, anInterruptOfTheCleanEndsItAtOnce) {
+  pretendHelper();
+  volume_.file(kTrash + "roots", 20);
+  giveAway({"roots"});
+  fs::permissions(place_.path(), fs::perms::all);
+  bool isCalled = false;
+  const ProgramRun run = clean({"--all", "--json"}, {.meanwhile = [&](int process) {
+                                 isCalled = bus_.isCalled(60000);  // the clean is at its last part
+                                 ::kill(process, SIGINT);
+                               }});
+  EXPECT_TRUE(isCalled);
+  EXPECT_EQ(run.status, 130);
+  EXPECT_EQ(run.out, "");
+  EXPECT_EQ(run.err, "sorrel: stopped. What was removed until now is gone, the rest was left as it is.\n");
+  EXPECT_FALSE(exists(kTrash + "mine"));
+  EXPECT_TRUE(exists(kTrash + "roots"));
+}
+
+}  // namespace
+}  // namespace sorrel::hosttests
