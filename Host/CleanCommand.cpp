@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "Host/ChosenFeature.hpp"
 #include "Host/CleanFeatures.hpp"
@@ -93,8 +94,9 @@ CleanOutcome outcomeOf(const CleanResult& result, std::string records) {
   return outcome;
 }
 
-void tellOfMissingHelper() {
-  if (PrivilegeHelper::shard().helpTool() != nullptr) return;
+void tellOfMissingHelper(const std::vector<CleanItem>& items) {
+  const bool isWanted = std::ranges::any_of(items, &CleanItem::isLeft);
+  if (!isWanted || PrivilegeHelper::shard().helpTool() != nullptr) return;
   std::cerr << "sorrel: there is no privileged helper to remove what you may not remove yourself\n";
 }
 
@@ -115,7 +117,7 @@ ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
   }
   finishOutput();
   if (std::ranges::all_of(items, &CleanItem::isGone)) return ExitStatus::Done;
-  tellOfMissingHelper();
+  tellOfMissingHelper(items);
   return ExitStatus::Failed;
 }
 

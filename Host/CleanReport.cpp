@@ -10,13 +10,15 @@
 #include "Host/Ticks.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/FileStatus.hpp"
 
 namespace sorrel::cli {
 namespace {
 
 constexpr int kSizeColumn = 11;  // "1023.9 KiB" and a blank
 
-std::string whyNot(const FileInformation& leaf) {
+std::string whyNot(const FileInformation& leaf, bool isLeft) {
+  if (!isLeft) return "There is no such item any more.";
   if (!leaf.deleteErrorDesc.empty()) return leaf.deleteErrorDesc;
   return leaf.canDelete ? "It couldn’t be removed." : "Only the privileged helper may remove it.";
 }
@@ -33,7 +35,9 @@ std::vector<CleanItem> cleanItems(const FileRecords& records) {
   std::vector<CleanItem> items;
   for (const Ref<FileInformation>& leaf : leavesOf(records)) {
     const bool isGone = leaf->deleteStatus == rawValue(DeleteStatus::DeleteSuccess);
-    items.push_back({nameOf(*leaf), leaf->size, isGone, isGone ? "" : whyNot(*leaf)});
+    const std::string path = pathOf(leaf->url);
+    const bool isLeft = !isGone && (path.empty() || statusOf(path).has_value());
+    items.push_back({nameOf(*leaf), leaf->size, isGone, isLeft, isGone ? "" : whyNot(*leaf, isLeft)});
   }
   return items;
 }

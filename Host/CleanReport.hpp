@@ -13,8 +13,9 @@ namespace sorrel::cli {
 struct CleanItem {
   std::string name;
   std::int64_t size = 0;
-  bool isGone = false;
-  std::string why;  ///< it is not gone
+  bool isGone = false;  ///< it was removed
+  bool isLeft = false;  ///< it was not, and still lies there
+  std::string why;      ///< it was not removed
 };
 
 /// The leaves at and below these records with what their deletion left on them.

@@ -25,21 +25,19 @@ namespace {
 using test::CleanStage;
 using test::FinishRecord;
 using test::goneBetween;
+using test::kDeleteError;
+using test::kDeleteing;
+using test::kDeleteSuccess;
+using test::kMixed;
+using test::kOff;
+using test::kOn;
+using test::kStatusNone;
 using test::makeCategory;
 using test::makeRecord;
 using test::snapshotOf;
 using Names = std::vector<std::string>;
-using Records = std::vector<Ref<FileInformation>>;
 
-constexpr Integer kOn = NSControlStateValueOn;
-constexpr Integer kOff = NSControlStateValueOff;
-constexpr Integer kMixed = NSControlStateValueMixed;
-constexpr Integer kStatusNone = rawValue(DeleteStatus::None);
-constexpr Integer kDeleteing = rawValue(DeleteStatus::Deleteing);
-constexpr Integer kDeleteSuccess = rawValue(DeleteStatus::DeleteSuccess);
-constexpr Integer kDeleteError = rawValue(DeleteStatus::DeleteError);
-
-class CleanServiceTest : public testing::Test {
+class CleanServiceTest : public test::CleanFixture {
  protected:
   /// A record of a file of the volume, which is made with it.
   Ref<FileInformation> leaf(const std::string& name, Integer state = kOn, std::int64_t size = 1,
@@ -53,10 +51,6 @@ class CleanServiceTest : public testing::Test {
     stage_.volume.folder(name);
     return makeRecord({stage_.volume.url(name + "/"), state, size, true, childrens});
   }
-  Ref<CategoryInformation> category(Integer state, const Records& records) {
-    return makeCategory(stage_.feature, state, records);
-  }
-  [[nodiscard]] std::string path(const std::string& name) const { return stage_.volume.path(name); }
 
   /// Runs `entry` to its end; answers the paths that are gone from the volume.
   template <class Entry>
@@ -78,13 +72,6 @@ class CleanServiceTest : public testing::Test {
     return goneAfter(
         [&] { CleanService::cleanLargeAndOldCategorys(*all, CleanServiceType::LargeAndOldFile, finish_); });
   }
-  std::shared_ptr<HelperCleanService> makeService(const std::vector<Ref<CategoryInformation>>& categorys = {},
-                                                  CleanServiceType type = CleanServiceType::Common) {
-    return std::make_shared<HelperCleanService>(finish_, type, categorys);
-  }
-
-  CleanStage stage_;
-  std::shared_ptr<FinishRecord> finish_ = std::make_shared<FinishRecord>();
 };
 
 const std::vector<float> kFullProgress = {0.25F, 0.5F, 0.75F};

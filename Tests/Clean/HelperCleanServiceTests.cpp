@@ -20,25 +20,23 @@ namespace {
 
 using test::CleanStage;
 using test::FinishRecord;
+using test::kDeleteError;
+using test::kDeleteing;
+using test::kDeleteSuccess;
+using test::kMixed;
+using test::kOff;
+using test::kOn;
+using test::kStatusNone;
 using test::makeCategory;
 using test::makeRecord;
 using test::ScriptedHelper;
 using Names = std::vector<std::string>;
-using Records = std::vector<Ref<FileInformation>>;
-using Categorys = std::vector<Ref<CategoryInformation>>;
 
-constexpr Integer kOn = NSControlStateValueOn;
-constexpr Integer kOff = NSControlStateValueOff;
-constexpr Integer kMixed = NSControlStateValueMixed;
-constexpr Integer kStatusNone = rawValue(DeleteStatus::None);
-constexpr Integer kDeleteing = rawValue(DeleteStatus::Deleteing);
-constexpr Integer kDeleteSuccess = rawValue(DeleteStatus::DeleteSuccess);
-constexpr Integer kDeleteError = rawValue(DeleteStatus::DeleteError);
 constexpr auto kSuccess = static_cast<std::int64_t>(HelperEventErrorID::Success);
 constexpr auto kError = static_cast<std::int64_t>(HelperEventErrorID::DeleteError);
 
 /// Records of files that need not exist: nothing here is removed by this process.
-class HelperCleanServiceTest : public testing::Test {
+class HelperCleanServiceTest : public test::CleanFixture {
  protected:
   Ref<FileInformation> leaf(const std::string& name, std::int64_t size = 1, Integer finderID = 0) {
     return makeRecord({stage_.volume.url(name), kOn, size, false, {}, finderID});
@@ -57,13 +55,6 @@ class HelperCleanServiceTest : public testing::Test {
         {stage_.volume.url("d" + std::to_string(made_) + "/"), state, size, true, childrens, 1000 + made_});
     ++made_;
     return record;
-  }
-  Ref<CategoryInformation> category(Integer state, const Records& records, bool needRemove = false) {
-    return makeCategory(stage_.feature, state, records, needRemove);
-  }
-  std::shared_ptr<HelperCleanService> makeService(const Categorys& categorys = {},
-                                                  CleanServiceType type = CleanServiceType::Common) {
-    return std::make_shared<HelperCleanService>(finish_, type, categorys);
   }
   /// A service whose helper half holds these records, marked as the selection does; the other half is done.
   std::shared_ptr<HelperCleanService> serviceFor(const Records& records,
@@ -91,10 +82,7 @@ class HelperCleanServiceTest : public testing::Test {
     ASSERT_TRUE(finish_->waitUntilFinished());
   }
   const FinishRecord::Finish& finish() { return finish_->finishes.at(0); }
-  [[nodiscard]] std::string path(const std::string& name) const { return stage_.volume.path(name); }
 
-  CleanStage stage_;
-  std::shared_ptr<FinishRecord> finish_ = std::make_shared<FinishRecord>();
   std::shared_ptr<HelperCleanService> service_;
   Integer made_ = 0;
 };

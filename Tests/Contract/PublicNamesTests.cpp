@@ -22,6 +22,10 @@
 #include "SorrelFramework/Clean/CleanServiceType.hpp"
 #include "SorrelFramework/Clean/HelperCleanService.hpp"
 #include "SorrelFramework/Clean/RecordSet.hpp"
+#include "SorrelFramework/HelpTool/ClosePrivilegeTool.hpp"
+#include "SorrelFramework/HelpTool/HelperProtocol.hpp"
+#include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
+#include "SorrelFramework/HelpTool/PrivilegeInstallResult.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
@@ -353,6 +357,42 @@ static_assert(requires(bool (*init)(void*), bool (*update)(void*, const void*, s
   FileHashComputationContext{init, update, final, length, digest};
 });
 
+// PrivilegeHelper
+static_assert(isOperation<PrivilegeHelper&()>(&PrivilegeHelper::shard));  // "shard"
+static_assert(isMethod<std::shared_ptr<HelperConnection>() const>(&PrivilegeHelper::helpConnect));
+static_assert(isMethod<std::shared_ptr<HelperProtocol>() const>(&PrivilegeHelper::helpTool));
+static_assert(
+    isMethod<PrivilegeHelper::Tool(const std::string&, const std::string&)>(&PrivilegeHelper::getHelperTool));
+static_assert(isField<std::shared_ptr<HelperProtocol>>(&PrivilegeHelper::Tool::helper));
+static_assert(isField<std::optional<std::string>>(&PrivilegeHelper::Tool::message));
+static_assert(isMethod<std::string(const std::string& privilegeType, const std::string& machServiceName)>(
+    &PrivilegeHelper::installPrivilege));
+static_assert(isMethod<void()>(&PrivilegeHelper::closeHelper));
+static_assert(isOperation<void()>(&ClosePrivilegeTool::CloseHelper));
+static_assert(std::same_as<decltype(PrivilegeInstallResult::blessError(2)), PrivilegeInstallResult>);
+static_assert(isOperation<PrivilegeInstallResult(std::int64_t)>(&PrivilegeInstallResult::blessError));
+static_assert(std::same_as<decltype(PrivilegeInstallResult::success), const PrivilegeInstallResult>);
+static_assert(
+    std::same_as<decltype(PrivilegeInstallResult::authorizationFail), const PrivilegeInstallResult>);
+static_assert(
+    std::same_as<decltype(PrivilegeInstallResult::getAdmainFail), const PrivilegeInstallResult>);  // "Admain"
+static_assert(isMethod<std::string() const>(&PrivilegeInstallResult::content));
+static_assert(isMethod<void(HelperProtocol::VersionReply)>(&HelperProtocol::getHelperVersion));
+static_assert(isMethod<void(std::int32_t, const HelperDictionary&, HelperProtocol::EventReply)>(
+    &HelperProtocol::handleEvent));
+static_assert(isMethod<void(HelperProtocol::UninstallReply)>(&HelperProtocol::uninstall));
+template <class Enumeration>
+constexpr std::int64_t number(Enumeration value) {
+  return static_cast<std::int64_t>(value);
+}
+static_assert(number(HelperHanldeEventID::Delete) == 0 &&
+              number(HelperHanldeEventID::Shred) == 1 &&  // "Hanlde"
+              number(HelperHanldeEventID::Maintenance) == 2 && number(HelperHanldeEventID::CloseHelper) == 3);
+static_assert(number(HelperEventErrorID::Success) == 0 && number(HelperEventErrorID::OverTime) == 1 &&
+              number(HelperEventErrorID::DeleteError) == 2 && number(HelperEventErrorID::NoCause) == 3 &&
+              number(HelperEventErrorID::ShreadFail) == 4 &&  // "Shread"
+              number(HelperEventErrorID::MoveFail) == 5);
+
 // CleanService
 static_assert(rawValue(CleanServiceType::Common) == 0 && rawValue(CleanServiceType::LargeAndOldFile) == 1 &&
               rawValue(CleanServiceType::Duplicate) == 2 && rawValue(CleanServiceType::Similar) == 3 &&
@@ -371,7 +411,8 @@ static_assert(
     isOperation<void(FileInformation&, Integer, HelperCleanService&)>(&CleanService::updateDeleteStatus));
 static_assert(isOperation<void(FileInformation&, HelperCleanService&)>(&CleanService::handleMixStatus));
 static_assert(isOperation<void(HelperCleanService&)>(&CleanService::deleteFiles));
-static_assert(requires { CleanService::fileManager; });
+static_assert(isOperation<Integer(FileInformation&, const FileRemover::Session&)>(&CleanService::deleteFile));
+static_assert(std::same_as<decltype(CleanService::fileManager), const FileRemover&>);
 
 // HelperCleanService
 static_assert(isField<CleanFinish>(&HelperCleanService::finishService));

@@ -1,10 +1,12 @@
 // `sorrel clean`, from outside.
+#include <fnmatch.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <filesystem>
+#include <random>
 #include <string>
 #include <vector>
 
@@ -265,9 +267,10 @@ TEST(CleanCommand, aSelectionOfNothingIsNoFailure) {
 TEST(CleanCommand, aFolderThatIsListedWithItsFilesIsReportedAsItWent) {
   const Volume volume({{1, {{0, "Common", {"file://~/Library/Caches/"}}}}});
   volume.file(kCacheFolder + "d/a", 10);
-  const ProgramRun run = volume.clean({"1", "--all", "--yes", "--json"});
+  ProgramRun run = volume.clean({"1", "--all", "--yes", "--json"});
   // The file went with its folder, before its own turn.
   EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "");
   const Json document = run.document();
   const Json& records = document.at("clean").at("records");
   ASSERT_EQ(records.size(), 2U);
@@ -275,6 +278,57 @@ TEST(CleanCommand, aFolderThatIsListedWithItsFilesIsReportedAsItWent) {
   EXPECT_EQ(records.at(1).at("deleteStatus"), 3);
   EXPECT_EQ(document.at("clean").at("size"), 10);
   EXPECT_TRUE(std::filesystem::is_empty(volume.path(kCacheFolder)));
+
+  volume.file(kCacheFolder + "d/a", 10);
+  run = volume.clean({"1", "--all", "--yes"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.out.find("d/a\n             There is no such item any more.\n"), std::string::npos)
+      << run.out;
+  EXPECT_EQ(run.err, "");
+}
+
+TEST(CleanCommand, randomSelectionsTakeWhatIsMatchedAndNothingElse) {
+  std::size_t taken = 0;
+  for (unsigned seed = 0; seed < 16; ++seed) {
+    std::mt19937 random(seed);
+    const auto pick = [&random](int count) {
+      return std::uniform_int_distribution<int>(0, count - 1)(random);
+    };
+    const Volume volume({{1,
+                          {{0, "SystemCache", {"file://~/Library/Caches/"}},
+                           {1, "SystemCache", {"file:///Library/Caches/", "file://~/Library/Logs/"}}}}});
+    const Words folders = {kCacheFolder, "Library/Caches/", "Users/alice/Library/Logs/"};
+    Words tops;  // what becomes a record
+    for (int i = 0; i < 12; ++i) {
+      const std::string name = folders[static_cast<std::size_t>(pick(3))] + static_cast<char>('a' + pick(5));
+      if (std::ranges::find(tops, name) != tops.end()) continue;
+      tops.push_back(name);
+      volume.file(pick(2) == 0 ? name : name + "/" + static_cast<char>('a' + pick(5)), 1);
+    }
+    const Words pieces = {"*/Caches/[ab]", "*/[!a-c]", "/*/Users/*c", "*e", volume.path(kCacheFolder) + "?",
+                          "*/a/*",         "[a-e]"};
+    Words globs;
+    for (int i = pick(2); i >= 0; --i) globs.push_back(pieces[static_cast<std::size_t>(pick(7))]);
+    const auto isTaken = [&](const std::string& path) {
+      return std::ranges::any_of(tops, [&](const std::string& top) {
+        const bool isPart = path == top || path.starts_with(top + "/");
+        return isPart && std::ranges::any_of(globs, [&](const std::string& glob) {
+                 return ::fnmatch(glob.c_str(), volume.path(top).c_str(), 0) == 0;
+               });
+      });
+    };
+    const auto before = volume.items();
+    Words expected;
+    for (const test::TreeEntry& entry : before) {
+      if (isTaken(entry.path)) expected.push_back(entry.path);
+    }
+    Words words = {"1", "--quiet", "--yes", "--select"};
+    words.insert(words.end(), globs.begin(), globs.end());
+    EXPECT_EQ(volume.clean(words).status, 0) << seed;
+    EXPECT_EQ(goneBetween(before, volume.items()), expected) << seed << testing::PrintToString(globs);
+    taken += expected.size();
+  }
+  EXPECT_GT(taken, 20U);
 }
 
 // The words

@@ -21,15 +21,14 @@
 namespace sorrel::cli {
 namespace {
 
+using test::kDeleteSuccess;
+using test::kMixed;
+using test::kOff;
+using test::kOn;
 using test::makeCategory;
 using test::makeRecord;
 using Names = std::vector<std::string>;
 using Records = std::vector<Ref<FileInformation>>;
-
-constexpr Integer kOn = NSControlStateValueOn;
-constexpr Integer kOff = NSControlStateValueOff;
-constexpr Integer kMixed = NSControlStateValueMixed;
-constexpr Integer kDeleteSuccess = rawValue(DeleteStatus::DeleteSuccess);
 
 class TicksTest : public testing::Test {
  protected:

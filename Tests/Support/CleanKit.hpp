@@ -1,5 +1,7 @@
 #pragma once
 
+#include <gtest/gtest.h>
+
 #include <condition_variable>
 #include <cstdint>
 #include <functional>
@@ -17,6 +19,14 @@
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel::test {
+
+inline constexpr Integer kOn = NSControlStateValueOn;
+inline constexpr Integer kOff = NSControlStateValueOff;
+inline constexpr Integer kMixed = NSControlStateValueMixed;
+inline constexpr Integer kStatusNone = rawValue(DeleteStatus::None);
+inline constexpr Integer kDeleteing = rawValue(DeleteStatus::Deleteing);
+inline constexpr Integer kDeleteSuccess = rawValue(DeleteStatus::DeleteSuccess);
+inline constexpr Integer kDeleteError = rawValue(DeleteStatus::DeleteError);
 
 /// A record under test.
 struct RecordSketch {
@@ -95,6 +105,26 @@ class CleanStage {
   // Written by the clean, read by the test when it has ended.
   std::vector<std::string> helperNames;  ///< asked for
   std::vector<std::string> tried;
+};
+
+/// What tests of a clean have in common: a stage, a listener, and what a clean is made of.
+class CleanFixture : public testing::Test {
+ protected:
+  using Records = std::vector<Ref<FileInformation>>;
+  using Categorys = std::vector<Ref<CategoryInformation>>;
+
+  [[nodiscard]] Ref<CategoryInformation> category(Integer state, const Records& records,
+                                                  bool needRemove = false) const {
+    return makeCategory(stage_.feature, state, records, needRemove);
+  }
+  [[nodiscard]] std::shared_ptr<HelperCleanService> makeService(
+      const Categorys& categorys = {}, CleanServiceType type = CleanServiceType::Common) const {
+    return std::make_shared<HelperCleanService>(finish_, type, categorys);
+  }
+  [[nodiscard]] std::string path(const std::string& name) const { return stage_.volume.path(name); }
+
+  CleanStage stage_;
+  std::shared_ptr<FinishRecord> finish_ = std::make_shared<FinishRecord>();
 };
 
 }  // namespace sorrel::test
