@@ -1,10 +1,13 @@
 #include "SorrelFramework/Clean/FileRemover.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <string_view>
 #include <utility>
 
 #include "SorrelFramework/Clean/ProtectedPlaces.hpp"
+#include "SorrelFramework/Native/LookupError.hpp"
+#include "SorrelFramework/Platform/FileStatus.hpp"
 #include "SorrelFramework/Platform/RemovalErrorText.hpp"
 
 namespace sorrel {
@@ -35,6 +38,15 @@ std::optional<std::string> FileRemover::Session::removeItem(const URL& url) cons
   if (error == 0) error = remove_(normalPath(url.path()), policy_).error;
   if (error == 0) return std::nullopt;
   return removalErrorText(url.lastPathComponent(), error);
+}
+
+int FileRemover::Session::refusal(const URL& url) const {
+  if (const int error = fence_.error(url); error != 0) return error;
+  if (policy_.error() != 0) return policy_.error();
+  errno = ENOENT;  // as for a path that names nothing
+  const std::optional<FileStatus> item = statusOf(url.path());
+  if (!item) return tellsOfNoPlace(errno) ? 0 : errno;
+  return policy_.protects({item->device, item->inode}) ? EPERM : 0;
 }
 
 FileRemover& FileRemover::shard() {

@@ -6,7 +6,6 @@
 #include <string_view>
 #include <system_error>
 
-#include "SorrelFramework/Clean/CleanFence.hpp"
 #include "SorrelFramework/Clean/RecordWalk.hpp"
 #include "SorrelFramework/Clean/TreeRepair.hpp"
 #include "SorrelFramework/Platform/CheckedMath.hpp"
@@ -74,10 +73,10 @@ void HelperCleanService::deleteHelperFile() {
 
   HelperDictionary eventDict;
   auto fileDict = std::make_shared<FileDict>();
-  const CleanFence fence;
+  const FileRemover::Session removal = FileRemover::shard().begin();
   for (const RecordSet* records : {&commonDeleteAbnormal, &helperDelete}) {
     for (const Ref<FileInformation>& record : *records) {
-      addToEventDict(*record, fence, eventDict, *fileDict);
+      addToEventDict(*record, removal, eventDict, *fileDict);
     }
   }
   privilegeHelper->handleEvent(static_cast<std::int32_t>(HelperHanldeEventID::Delete), eventDict,
@@ -122,11 +121,11 @@ void HelperCleanService::endHelperHalf() {
   allFinish();
 }
 
-void HelperCleanService::addToEventDict(FileInformation& file, const CleanFence& fence,
+void HelperCleanService::addToEventDict(FileInformation& file, const FileRemover::Session& removal,
                                         HelperDictionary& eventDict, FileDict& fileDict) {
   sumOfLeaves(file, [&](FileInformation& leaf) -> Integer {
     // The helper can't know what this process must not touch, and would do it as root.
-    if (const int error = fence.error(leaf.url); error != 0) {
+    if (const int error = removal.refusal(leaf.url); error != 0) {
       leaf.deleteStatus = rawValue(DeleteStatus::DeleteError);
       leaf.deleteErrorDesc = removalErrorText(leaf.url.lastPathComponent(), error);
       return 1;

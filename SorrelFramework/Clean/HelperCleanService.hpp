@@ -8,6 +8,7 @@
 
 #include "SorrelFramework/Clean/CleanServiceProtocol.hpp"
 #include "SorrelFramework/Clean/CleanServiceType.hpp"
+#include "SorrelFramework/Clean/FileRemover.hpp"
 #include "SorrelFramework/Clean/RecordSet.hpp"
 #include "SorrelFramework/HelpTool/HelperProtocol.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
@@ -17,8 +18,6 @@
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 
 namespace sorrel {
-
-class CleanFence;
 
 /// The state of one clean: its tally, the half that the privileged helper does, the repair of the tree, and
 /// the final callback. CleanService makes one for each clean. It is used by one thread at a time and has no
@@ -75,8 +74,8 @@ class HelperCleanService : public std::enable_shared_from_this<HelperCleanServic
 
   bool fetchHelper();
   void updateErrorInfo(Integer status, std::string desc);
-  static void addToEventDict(FileInformation& file, const CleanFence& fence, HelperDictionary& eventDict,
-                             FileDict& fileDict);
+  static void addToEventDict(FileInformation& file, const FileRemover::Session& removal,
+                             HelperDictionary& eventDict, FileDict& fileDict);
   void takeReply(const HelperDictionary& reply, const FileDict& fileDict);
   void takeReplyEntry(const HelperDictionary& entry, const FileDict& fileDict);
   void endHelperHalf();

@@ -266,6 +266,25 @@ TEST_F(HelperCleanServiceTest, recordOfARelativeOrOutsidePlaceIsNotSent) {
   EXPECT_EQ(inside->deleteStatus, kDeleteSuccess);
 }
 
+TEST_F(HelperCleanServiceTest, placesThatAreProtectedHereAreNotSent) {
+  stage_.volume.file("Users/alice/.Trash/a", "x");
+  stage_.volume.link("Homes", "Users");
+  const auto helper = helperThat(ScriptedHelper::deleting(HelperEventErrorID::Success));
+  const Records places = {leaf("Users/"), leaf("Users/alice/"), leaf("Users/alice/.Trash/"),
+                          leaf("Homes/alice")};
+  Records records = places;
+  records.push_back(leaf("Users/alice/.Trash/a"));
+  service_ = serviceFor(records);
+  service_->commonDeleteAbnormal.insert(leaf("."));
+  service_->deleteHelperFile();
+  ASSERT_TRUE(finish_->waitUntilFinished());
+  EXPECT_EQ(helper->events().at(0).dictionary,
+            (HelperDictionary{{path("Users/alice/.Trash/a"), HelperDictionary{{"0", 0}}}}));
+  for (const auto& record : places) EXPECT_EQ(record->deleteStatus, kDeleteError);
+  EXPECT_EQ(places[1]->deleteErrorDesc,
+            "“alice” couldn’t be removed because you don’t have permission to access it.");
+}
+
 // The reply
 
 TEST_F(HelperCleanServiceTest, recordThatFailedForTheUserCanSucceedInTheHelper) {
