@@ -484,7 +484,8 @@ TEST_F(DBusHelperConnectionTest, whatTheLastHelperAnsweredCountsWhenTheNextOneIs
   Service::Result unanswered = first.get_future().get();
   // Just as the connection asks who is there.
   busCalls().beforeNext([&] {
-    Service::reply(std::move(unanswered), true, 22, sealedReply(std::nullopt));
+    // Whoever answers must be gone before the service is.
+    Service::reply(Service::Result(std::move(unanswered)), true, 22, sealedReply(std::nullopt));
     service.reset();
     startService(Service::echo);
   });
