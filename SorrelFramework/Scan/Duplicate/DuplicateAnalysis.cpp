@@ -1,0 +1,208 @@
+// The third stage of DuplicateScanService: the hashes of folders, then of files.
+
+#include <algorithm>
+#include <atomic>
+#include <iterator>
+#include <memory>
+#include <utility>
+
+#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateRun.hpp"
+#include "SorrelFramework/Units/FileHashBatch.hpp"
+
+namespace sorrel {
+namespace {
+
+/// What a walk saw of a folder's files.
+struct FolderContent {
+  std::vector<URL> urls;
+  std::vector<std::int64_t> sizes;
+  std::vector<bool> isRegular;
+};
+
+FolderContent contentOf(const URL& folder, const std::function<bool()>& isStopped) {
+  FolderContent content;
+  DirectoryEnumerator files(folder, NSDirectoryEnumerationSkipsHiddenFiles);
+  while (const auto* item = files.next()) {
+    if (isStopped && isStopped()) break;
+    if (item->status.isDirectory()) continue;
+    content.urls.push_back(item->url);
+    content.sizes.push_back(item->status.size);
+    content.isRegular.push_back(item->status.isRegularFile());
+  }
+  return content;
+}
+
+std::vector<std::string> pathsOf(const std::vector<URL>& urls) {
+  std::vector<std::string> paths;
+  paths.reserve(urls.size());
+  for (const URL& url : urls) paths.push_back(url.path());
+  return paths;
+}
+
+/// Runs a batch on all threads of the pool, then `done` on the queue of the scan.
+void hash(const std::shared_ptr<DuplicateRun>& run, std::vector<std::string> paths,
+          std::function<void(const FileHashBatch&)> done) {
+  const unsigned workers = GlobalQueue::width();
+  const auto batch = std::make_shared<FileHashBatch>(std::move(paths), workers);
+  const auto left = std::make_shared<std::atomic<unsigned>>(workers);
+  for (unsigned i = 0; i < workers; ++i) {
+    GlobalQueue::submit(
+        [run, batch, left, done] {
+          batch->run();
+          if (--*left == 0) run->onQueue([batch, done] { done(*batch); });
+        },
+        run->qosClass());
+  }
+}
+
+class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis> {
+ public:
+  DuplicateAnalysis(std::shared_ptr<DuplicateRun> run, DuplicatesBySize files)
+      : run_(std::move(run)), files_(std::move(files)) {}
+
+  void hashFolders(DuplicatesBySize candidates) {
+    groups_ = topmostFolders(std::move(candidates), duplicateLimit());
+    for (std::size_t group = 0; group < groups_.size(); ++group) {
+      for (std::size_t i = 0; i < groups_[group].size(); ++i) folders_.push_back({group, i, {}});
+    }
+    if (folders_.empty()) return foldersFinished();
+    left_ = folders_.size();
+    for (std::size_t i = 0; i < folders_.size(); ++i) {
+      GlobalQueue::submit([self = shared_from_this(), i] { self->listFolder(i); }, run_->qosClass());
+    }
+  }
+
+  /// On the queue.
+  void hashFiles() {
+    if (run_->endsByStop()) return;
+    auto records = std::make_shared<std::vector<DuplicateInfo>>(filesToHash(std::move(files_), leftOut_));
+    std::vector<std::string> paths;
+    paths.reserve(records->size());
+    for (const DuplicateInfo& record : *records) paths.push_back(record.path.path());
+    hash(run_, std::move(paths), [self = shared_from_this(), records](const FileHashBatch& batch) {
+      for (std::size_t i = 0; i < records->size(); ++i) {
+        if (const auto& text = batch.hashes()[i])
+          self->filesByHash_[*text].push_back(std::move((*records)[i]));
+      }
+      self->organize();
+    });
+  }
+
+  void organize() { organizeDuplicates(run_, std::move(filesByHash_), std::move(foldersByHash_)); }
+
+ private:
+  struct Folder {
+    std::size_t group;
+    std::size_t index;  // in the group
+    FolderContent content;
+  };
+
+  void listFolder(std::size_t i) {
+    const URL& path = groups_[folders_[i].group][folders_[i].index].path;
+    folders_[i].content = contentOf(path, [this] { return run_->isStopped(); });
+    if (--left_ == 0) hashContents();
+  }
+
+  void hashContents() {
+    std::vector<std::string> paths;
+    for (const Folder& folder : folders_)
+      std::ranges::move(pathsOf(folder.content.urls), std::back_inserter(paths));
+    hash(run_, std::move(paths),
+         [self = shared_from_this()](const FileHashBatch& batch) { self->groupFolders(batch); });
+  }
+
+  /// The folders of one size whose hashes are the same text, and their files.
+  struct Twins {
+    std::vector<DuplicateInfo> records;
+    std::vector<URL> files;
+  };
+
+  void groupFolders(const FileHashBatch& batch) {
+    std::vector<std::unordered_map<std::string, Twins>> groups(groups_.size());
+    std::size_t at = 0;
+    for (Folder& folder : folders_) {
+      std::string text;
+      std::vector<URL> hashed;
+      bool isWhole = true;
+      for (std::size_t i = 0; i < folder.content.urls.size(); ++i, ++at) {
+        if (const auto& one = batch.hashes()[at]) {
+          text += *one;
+          hashed.push_back(std::move(folder.content.urls[i]));
+        } else {
+          isWhole = isWhole && !folder.content.isRegular[i];
+        }
+      }
+      Twins& twins = groups[folder.group][text];
+      // What could not be read may differ: such a folder is nobody's copy.
+      if (isWhole) twins.records.push_back(std::move(groups_[folder.group][folder.index]));
+      std::ranges::move(hashed, std::back_inserter(twins.files));
+    }
+    for (auto& group : groups)
+      std::ranges::for_each(group, [this](auto& entry) { keep(entry.first, entry.second); });
+    foldersFinished();
+  }
+
+  /// The files of folders that were read are not read again, whether or not the folder has found a twin.
+  void keep(const std::string& text, Twins& twins) {
+    if (twins.records.size() > 1) foldersByHash_[text] = std::move(twins.records);
+    if (twins.files.size() > 1) leftOut_.insert(twins.files.begin(), twins.files.end());
+  }
+
+  void foldersFinished() {
+    run_->step();
+    if (files_.empty()) {
+      organize();
+    } else {
+      hashFiles();
+    }
+  }
+
+  std::shared_ptr<DuplicateRun> run_;
+  DuplicatesBySize files_;
+  std::vector<std::vector<DuplicateInfo>> groups_;
+  std::vector<Folder> folders_;
+  std::atomic<std::size_t> left_{0};
+  std::unordered_set<URL> leftOut_;
+  DuplicatesByHash filesByHash_;
+  DuplicatesByHash foldersByHash_;
+};
+
+}  // namespace
+
+void analyseDuplicates(const std::shared_ptr<DuplicateRun>& run, DuplicatesBySize files,
+                       DuplicatesBySize folders) {
+  if (run->endsByStop()) return;
+  run->step();
+  const bool hasFiles = !files.empty();
+  const auto analysis = std::make_shared<DuplicateAnalysis>(run, std::move(files));
+  if (!folders.empty()) {
+    analysis->hashFolders(std::move(folders));
+  } else if (hasFiles) {
+    analysis->hashFiles();
+  } else {
+    analysis->organize();
+  }
+}
+
+std::tuple<std::string, std::vector<URL>, std::int64_t, std::unordered_set<URL>>
+DuplicateScanService::getMD5FromFolderPath(const URL& folderURL) {
+  const FolderContent content = contentOf(folderURL, nullptr);
+  FileHashBatch batch(pathsOf(content.urls));
+  batch.run();
+  std::string text;
+  std::vector<URL> hashed;
+  std::int64_t total = 0;
+  for (std::size_t i = 0; i < content.urls.size(); ++i) {
+    if (!batch.hashes()[i]) continue;
+    text += *batch.hashes()[i];
+    hashed.push_back(content.urls[i]);
+    total = checkedAdd(total, content.sizes[i]);
+  }
+  std::unordered_set<URL> sized(hashed.begin(), hashed.end());
+  return {std::move(text), std::move(hashed), total, std::move(sized)};
+}
+
+}  // namespace sorrel

@@ -1,0 +1,70 @@
+#include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
+
+#include <algorithm>
+#include <functional>
+#include <iterator>
+#include <map>
+
+namespace sorrel {
+
+std::vector<Integer> sizesDescending(const DuplicatesBySize& dictionary) {
+  std::vector<Integer> sizes;
+  sizes.reserve(dictionary.size());
+  for (const auto& [size, records] : dictionary) sizes.push_back(size);
+  std::ranges::sort(sizes, std::greater<>());
+  return sizes;
+}
+
+void sortByPath(std::vector<DuplicateInfo>& records) {
+  std::ranges::sort(records, std::less<>(), &DuplicateInfo::path);
+  const auto repeated = std::ranges::unique(records, std::equal_to<>(), &DuplicateInfo::path);
+  records.erase(repeated.begin(), repeated.end());
+}
+
+DuplicatesBySize candidateFolders(DuplicatesBySize folders, const std::function<bool()>& isStopped) {
+  DuplicatesBySize candidates;
+  SizeUnion covered;
+  for (const Integer size : sizesDescending(folders)) {
+    std::vector<DuplicateInfo>& records = folders[size];
+    sortByPath(records);
+    if (records.size() < 2 || covered.contains(size) || isStopped()) continue;
+    std::map<Integer, std::vector<DuplicateInfo>> byNumber;
+    for (DuplicateInfo& record : records) byNumber[record.fileNumSum].push_back(std::move(record));
+    for (auto& [number, group] : byNumber) {
+      if (group.size() < 2) continue;
+      for (DuplicateInfo& record : group) {
+        covered.insert(record.sizeList);
+        candidates[size].push_back(std::move(record));
+      }
+    }
+  }
+  return candidates;
+}
+
+std::vector<std::vector<DuplicateInfo>> topmostFolders(DuplicatesBySize candidates, std::int64_t limit) {
+  SizeUnion below;
+  for (const auto& [size, records] : candidates) {
+    for (const DuplicateInfo& record : records) below.insert(record.sizeList);
+  }
+  std::vector<std::vector<DuplicateInfo>> groups;
+  for (const Integer size : sizesDescending(candidates)) {
+    if (size < limit || below.contains(size)) continue;
+    groups.push_back(std::move(candidates[size]));
+  }
+  return groups;
+}
+
+std::vector<DuplicateInfo> filesToHash(DuplicatesBySize files, const std::unordered_set<URL>& leftOut) {
+  std::vector<DuplicateInfo> list;
+  for (const Integer size : sizesDescending(files)) {
+    std::vector<DuplicateInfo>& records = files[size];
+    if (records.size() < 2) continue;
+    std::erase_if(records, [&](const DuplicateInfo& record) { return leftOut.contains(record.path); });
+    sortByPath(records);
+    if (records.size() < 2) continue;  // what is alone has no twin to be found
+    std::ranges::move(records, std::back_inserter(list));
+  }
+  return list;
+}
+
+}  // namespace sorrel

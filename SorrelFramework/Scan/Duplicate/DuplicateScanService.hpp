@@ -1,0 +1,106 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <map>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <tuple>
+#include <unordered_set>
+#include <vector>
+
+#include "SorrelFramework/Platform/WeftQOS.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateInfo.hpp"
+#include "SorrelFramework/Scan/ScanFrame.hpp"
+#include "SorrelFramework/Scan/SuperScanService.hpp"
+
+namespace sorrel {
+
+/// Finds files and whole folders with the same content. Files are twins if they have the same size, above the
+/// limit, and the same MD5 of their whole content; folders, if computed size, number of files and the MD5s of
+/// all their files, one behind the other, are the same. Names, dates and places play no part, hidden items
+/// are not seen.
+///
+/// Four stages: a walk that reads no content; a choice of folders, the largest first; the hash of the folders
+/// left, then of the files that lie in none of them; the tree of groups in the feature's first category.
+class DuplicateScanService : public SuperScanService {
+ public:
+  /// Numbers the child categories: each is the place of its row in `childrenCateogry`.
+  enum class DuplicateKind : Integer {
+    File = 0,
+    Folder = 1,
+    Document = 2,
+    Media = 3,
+    Picture = 4,
+    Other = 5,
+    Archive = 6,
+  };
+  using DoneFunc = std::function<void(FeatureInformation&, std::int64_t size)>;
+  using DuplicateInfo = sorrel::DuplicateInfo;
+
+  /// KiB; only what is larger takes part. Set it while no scan runs.
+  static Integer limitSize;
+  /// Titles of the child categories by DuplicateKind, for scans and for the repair after a clean. The
+  /// application fills in all seven before the first scan: a kind without a title is a fatal stop.
+  static std::map<Integer, std::string> childrenCateogryDict;
+
+  /// Starts the scan and returns. A path with fewer than four components ("/Users/alice" has three) stands
+  /// for what lies directly in it, links aside. `done` gets the feature and the bytes of all members of all
+  /// groups, once, on a serial queue of the scan's own; of a stopped scan 0, on the thread that noticed the
+  /// stop. No paths: `done` runs before the call returns. While a scan of this feature runs, a second one
+  /// does nothing. `progress` and `singleDone` are never called; `showPercent` as in the other scanners.
+  static void scanDuplicate(FeatureInformation& featureInfo, const std::vector<URL>& scanPaths,
+                            ProgressFunc progress, PercentFunc showPercent, SingleDoneFunc singleDone,
+                            DoneFunc done, std::shared_ptr<WeftSerialQueue> dispatch,
+                            WeftQOS qosClass = WeftQOS::Background);
+  static void scanProDuplicate(FeatureInformation& featureInfo, const std::vector<URL>& scanPaths,
+                               ProgressFunc progress, PercentFunc showPercent, SingleDoneFunc singleDone,
+                               DoneFunc done, std::shared_ptr<WeftSerialQueue> dispatch,
+                               WeftQOS qosClass = WeftQOS::Background);
+
+  /// Ends a stopped scan: nothing is built, `done` gets 0.
+  static void stopDuplicate(FeatureInformation& featureInfo, const DoneFunc& done);
+
+  /// The third stage, on `dispatch`: hashes the candidates and goes on to organizeDataForDuplicate.
+  static void analysisDataForDuplicate(DuplicatesBySize preSizeAndFilePath,
+                                       DuplicatesBySize sizeAndFolderPath, FeatureInformation& featureInfo,
+                                       ProgressFunc progress, PercentFunc showPercent,
+                                       SingleDoneFunc singleDone, DoneFunc done,
+                                       std::shared_ptr<WeftSerialQueue> dispatch,
+                                       std::shared_ptr<PercentService> percentService, WeftQOS qosClass);
+
+  /// The hashes of all files below the folder, hidden ones aside and packages included, one behind the other
+  /// in the order of the walk; the URLs of these files; their bytes; and the URLs of those that have a size.
+  /// Blocks.
+  static std::tuple<std::string, std::vector<URL>, std::int64_t, std::unordered_set<URL>>
+  getMD5FromFolderPath(const URL& folderURL);
+
+  /// The fourth stage: makes a group of each hash with at least two members, the largest group first, and
+  /// calls `done`.
+  static void organizeDataForDuplicate(DuplicatesByHash MD5AndFileInfo, DuplicatesByHash MD5AndFolderInfo,
+                                       FeatureInformation& featureInfo, ProgressFunc progress,
+                                       PercentFunc showPercent, SingleDoneFunc singleDone, DoneFunc done,
+                                       std::shared_ptr<WeftSerialQueue> dispatch,
+                                       std::shared_ptr<PercentService> percentService);
+
+  /// The kinds of the group that the file belongs to, by the tree of its content type.
+  static std::vector<Integer> sortFile(const FileInformation& file);
+
+  /// The repair after a clean: takes the members that were deleted out of `allCategory`, and groups with
+  /// fewer than two; numbers the rest and makes the child categories anew. Bytes deleted, members that could
+  /// not be, and their texts, a line each.
+  static std::tuple<std::int64_t, FileRecords, std::string> sortCategory(CategoryInformation& allCategory);
+
+  /// A walk by way of getListFromUrls, in no scan's use: hashes nothing, and tells of each path through
+  /// `singleDone` (its index, the bytes found) on `dispatch`. `done` is not called.
+  static void scanTestAProDuplicate(FeatureInformation& featureInfo, const std::vector<URL>& scanPaths,
+                                    ProgressFunc progress, PercentFunc showPercent, SingleDoneFunc singleDone,
+                                    DoneFunc done, std::shared_ptr<WeftSerialQueue> dispatch);
+  /// Keeps what is above the limit; leaves packages unentered.
+  static bool filter(const URL& url, const ResourceValues& values, EnumerationPosition* position);
+
+  static constexpr std::string_view kStopLog = "DuplicateScanService stopDuplicate Supend";
+};
+
+}  // namespace sorrel

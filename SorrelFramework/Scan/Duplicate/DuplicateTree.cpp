@@ -1,0 +1,141 @@
+// The fourth stage of DuplicateScanService: from twins to the tree of groups.
+
+#include <algorithm>
+#include <atomic>
+#include <memory>
+#include <utility>
+
+#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Date.hpp"
+#include "SorrelFramework/Platform/Fatal.hpp"
+#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateCategories.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateRun.hpp"
+
+namespace sorrel {
+namespace {
+
+/// One hash with its members.
+struct Group {
+  FilesKind kind;
+  std::vector<DuplicateInfo> twins;
+  FileRecords members;
+  std::vector<Integer> kinds;
+
+  /// Bytes of all members, for the order of the groups.
+  [[nodiscard]] std::int64_t weight() const {
+    std::int64_t bytes = 0;
+    if (__builtin_mul_overflow(twins.front().fileSize, static_cast<std::int64_t>(twins.size()), &bytes))
+      return INT64_MAX;
+    return bytes;
+  }
+};
+
+class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
+ public:
+  DuplicateTree(std::shared_ptr<DuplicateRun> run, DuplicatesByHash files, DuplicatesByHash folders)
+      : run_(std::move(run)), queue_(std::make_shared<WeftSerialQueue>(WeftQOS::Default)) {
+    take(files, FilesKind::File);
+    take(folders, FilesKind::Folder);
+    // Not in the order in which threads come to an end: a scan of the same files gives the same tree.
+    std::ranges::sort(groups_, [](const Group& a, const Group& b) {
+      if (a.weight() != b.weight()) return a.weight() > b.weight();
+      return a.twins.front().path < b.twins.front().path;
+    });
+  }
+
+  void start() {
+    clear();
+    left_ = (groups_.size() + kBatch - 1) / kBatch;
+    if (left_ == 0) return submitWithRetry(queue_, [self = shared_from_this()] { self->build(); });
+    for (std::size_t first = 0; first < groups_.size(); first += kBatch) {
+      GlobalQueue::submit([self = shared_from_this(), first] { self->makeMembers(first); });
+    }
+  }
+
+ private:
+  /// Groups whose members one task makes.
+  static constexpr std::size_t kBatch = 32;
+
+  [[nodiscard]] CategoryInformation& category() { return run_->feature().categoryInfo[0]; }
+
+  void take(DuplicatesByHash& twins, FilesKind kind) {
+    for (auto& [hash, records] : twins) {
+      if (records.size() > 1) groups_.push_back({kind, std::move(records), {}, {}});
+    }
+  }
+
+  void clear() {
+    if (run_->feature().categoryInfo.empty()) fatalStop("Index out of range", "the feature has no category");
+    category().childrens.clear();
+    resetChildCategories(category());
+  }
+
+  void makeMembers(std::size_t first) {
+    const std::size_t last = std::min(first + kBatch, groups_.size());
+    for (std::size_t i = first; i < last && !run_->isStopped(); ++i) makeMembers(groups_[i]);
+    submitWithRetry(queue_, [self = shared_from_this()] {
+      if (--self->left_ == 0) self->build();
+    });
+  }
+
+  void makeMembers(Group& group) {
+    for (const DuplicateInfo& twin : group.twins) {
+      Ref<FileInformation> member =
+          SuperScanService::getFileInformationFromUrl(twin.path, kMemberKeys, category());
+      if (member) group.members.push_back(std::move(member));
+    }
+    if (group.kind == FilesKind::File && !group.members.empty())
+      group.kinds = DuplicateScanService::sortFile(*group.members.front());
+  }
+
+  /// On the queue, when all members are there.
+  void build() {
+    for (Group& group : groups_) {
+      if (group.members.size() > 1) addGroup(group);
+      group = {};
+    }
+    run_->finish(total_);
+  }
+
+  void addGroup(const Group& group) {
+    CategoryInformation& category = this->category();
+    const Ref<FileInformation> header = makeHeader(group);
+    Integer index = 0;
+    for (const Ref<FileInformation>& member : group.members) {
+      member->parentFileInfo = header;
+      member->parentFinderID = header->finderID;
+      member->finderID = index++;
+      header->size = checkedAdd(header->size, member->size);
+      header->childrens.push_back(member);
+    }
+    total_ = checkedAdd(total_, header->size);
+    addToChildCategories(category, header, group.kind == FilesKind::File ? group.kinds : kindsOf(*header));
+    category.childrens.push_back(header);
+  }
+
+  Ref<FileInformation> makeHeader(const Group& group) {
+    CategoryInformation& category = this->category();
+    const FileInformation& first = *group.members.front();
+    return makeRef<FileInformation>(NSControlStateValueOff, static_cast<Integer>(category.childrens.size()),
+                                    category.finderID, first.title, first.icon, 0, Date::now(), URL(), "",
+                                    true, false, std::any{}, Children<FileInformation>{},
+                                    Ref<CategoryInformation>(category), rawValue(group.kind), 0);
+  }
+
+  std::shared_ptr<DuplicateRun> run_;
+  std::shared_ptr<WeftSerialQueue> queue_;
+  std::vector<Group> groups_;
+  std::size_t left_ = 0;  // batches; changes on the queue alone
+  std::int64_t total_ = 0;
+};
+
+}  // namespace
+
+void organizeDuplicates(const std::shared_ptr<DuplicateRun>& run, DuplicatesByHash files,
+                        DuplicatesByHash folders) {
+  if (run->endsByStop()) return;
+  std::make_shared<DuplicateTree>(run, std::move(files), std::move(folders))->start();
+}
+
+}  // namespace sorrel

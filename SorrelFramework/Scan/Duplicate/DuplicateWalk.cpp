@@ -1,0 +1,157 @@
+#include "SorrelFramework/Scan/Duplicate/DuplicateWalk.hpp"
+
+#include <cerrno>
+#include <optional>
+#include <utility>
+
+#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/ContentType.hpp"
+#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/ResourceValues.hpp"
+#include "SorrelFramework/Platform/ScanRoot.hpp"
+
+namespace sorrel {
+namespace {
+
+constexpr std::string_view kCache = "/Cache";
+constexpr std::string_view kLibrary = "Library";
+constexpr std::int64_t kWeightOfTypeByte = 1024;
+
+/// Two packages of one type weigh the same, whatever they hold.
+std::int64_t weightOfType(std::string_view type) {
+  std::int64_t weight = 0;
+  for (const char byte : type) weight += static_cast<unsigned char>(byte) * kWeightOfTypeByte;
+  return weight;
+}
+
+/// Direct entries of a folder; nothing if it can't be read.
+std::optional<std::int64_t> countEntries(FolderStream& stream, int parent, const char* name) {
+  const FileDescriptor folder = openFolderIn(parent, name);
+  if (!folder.isOpen()) return std::nullopt;
+  std::int64_t count = 0;
+  stream.start(folder.get());
+  while (stream.next() != nullptr) ++count;
+  return count;
+}
+
+}  // namespace
+
+DuplicateWalk::DuplicateWalk(const DuplicateWalkRules& rules, Sink sink)
+    : rules_(rules), sink_(std::move(sink)) {}
+
+DuplicateInfo DuplicateWalk::fileInfo(const URL& url) {
+  DuplicateInfo info{1, 0, url, true, {}};
+  const auto values = resourceValues(url, NSURLFileSizeKey);
+  if (!values || !values->fileSize) return info;
+  info.fileSize = *values->fileSize;
+  if (rules_.limit < info.fileSize) sink_(info);
+  return info;
+}
+
+DuplicateInfo DuplicateWalk::folderBackTracking(const URL& url) {
+  DuplicateInfo result{0, 0, url, false, {}};
+  path_ = url.path();
+  FileDescriptor root = openFolder(path_);
+  if (!root.isOpen()) return result;
+  const std::string& volume = Host::current().root();
+  layoutOffset_ = path_.starts_with(volume) ? volume.size() : 0;
+  sizes_ = std::make_shared<WalkedSizes>();
+  folders_.pushRoot(std::move(root));
+  used_ = 0;
+  enterTop();
+  while (used_ > 0) {
+    if (top().next == top().listing.size()) {
+      leaveTop(result);
+    } else {
+      weighNext();
+    }
+  }
+  folders_.clear();
+  return result;
+}
+
+/// The folder that folders_ went down into, at path_.
+void DuplicateWalk::enterTop() {
+  if (used_ == levels_.size()) levels_.push_back(std::make_unique<Level>());
+  Level& level = *levels_[used_++];
+  level.next = 0;
+  level.pathLength = path_.size();
+  level.firstBelow = sizes_->folders.size();
+  level.info = {0, 0, URL(), false, {}};
+  level.listing.read(stream_, folders_.top());
+}
+
+void DuplicateWalk::leaveTop(DuplicateInfo& result) {
+  Level& level = top();
+  path_.resize(level.pathLength);
+  DuplicateInfo info = std::move(level.info);
+  info.sizeList = SubfolderSizes(sizes_, level.firstBelow, sizes_->folders.size());
+  const std::size_t first = level.firstBelow;
+  --used_;
+  const bool isBack = folders_.pop();
+  if (used_ > 0) {
+    sizes_->folders.push_back({info.fileSize, first});
+    add(info);
+    // A folder that was moved away while the walk was below it is not found again: what is left of it is
+    // passed over.
+    if (!isBack) top().next = top().listing.size();
+  }
+  const bool isCandidate = rules_.limit < info.fileSize;
+  if (isCandidate || used_ == 0) info.path = URL::fileURL(path_, true);
+  if (used_ == 0) result = info;
+  if (isCandidate) sink_(std::move(info));
+}
+
+void DuplicateWalk::weighNext() {
+  Level& level = top();
+  if (rules_.isStopped && rules_.isStopped()) {
+    level.next = level.listing.size();
+    return;
+  }
+  const std::size_t index = level.next++;
+  const std::string_view name = level.listing.name(index);
+  if (isHiddenName(name)) return;
+  path_.resize(level.pathLength);
+  if (!path_.ends_with('/')) path_ += '/';
+  path_ += name;
+  if (level.listing.type(index) == FolderStream::Type::Directory) return weighFolder(name);
+  const auto status = statusOf(folders_.top(), name.data());
+  if (!status) return;
+  if (status->isDirectory()) return weighFolder(name);
+  weighFile(status->size);
+}
+
+void DuplicateWalk::weighFile(std::int64_t size) {
+  DuplicateInfo info{1, size, URL(), true, {}};
+  add(info);
+  if (rules_.limit >= size) return;
+  info.path = URL::fileURL(path_, false);
+  sink_(std::move(info));
+}
+
+void DuplicateWalk::weighFolder(std::string_view name) {
+  if (!isWalkedInto(name)) return weighClosedFolder(name);
+  if (folders_.push(name.data())) return enterTop();
+  if (errno == ENOENT) return add({1, 1, URL(), false, {}});  // gone since its folder was read
+  sizes_->folders.push_back({0, sizes_->folders.size()});
+}
+
+void DuplicateWalk::weighClosedFolder(std::string_view name) {
+  const std::int64_t weight = weightOfType(contentType(name, true));
+  add({countEntries(stream_, folders_.top(), name.data()).value_or(1), weight, URL(), false, {}});
+}
+
+void DuplicateWalk::add(const DuplicateInfo& child) {
+  DuplicateInfo& sum = top().info;
+  sum.fileSize = checkedAdd(sum.fileSize, child.fileSize);
+  sum.fileNumSum = checkedAdd(sum.fileNumSum, child.fileNumSum);
+}
+
+bool DuplicateWalk::isWalkedInto(std::string_view name) const {
+  if (isPackageName(name)) return false;
+  if (name == kLibrary && rules_.libraries.contains(path_)) return false;
+  return std::string_view(path_).substr(layoutOffset_).find(kCache) == std::string_view::npos;
+}
+
+}  // namespace sorrel

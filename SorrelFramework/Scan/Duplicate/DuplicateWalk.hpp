@@ -1,0 +1,74 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <unordered_set>
+#include <vector>
+
+#include "SorrelFramework/Platform/FolderListing.hpp"
+#include "SorrelFramework/Platform/FolderStack.hpp"
+#include "SorrelFramework/Platform/FolderStream.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateInfo.hpp"
+
+namespace sorrel {
+
+/// What all walks of one scan have in common.
+struct DuplicateWalkRules {
+  std::int64_t limit = 0;  ///< bytes; only what is larger is a candidate
+  /// Paths of the folders "Library" of all homes: weighed, not entered.
+  std::unordered_set<std::string> libraries;
+  std::function<bool()> isStopped;
+};
+
+/// Collects the files and folders above a limit. Hidden items do not count; of two mounts that show the same
+/// files one would be taken for a copy of the other, so that no mount point below the root is entered.
+///
+/// The size computed for a folder is a fingerprint: the bytes of its files, whatever their size, plus the
+/// computed sizes of the folders in it. A package, a user's Library and a folder below a cache are not
+/// entered: each byte of the text of their content type counts 1024 times its value, and their direct entries
+/// count as their files.
+class DuplicateWalk {
+ public:
+  using Sink = std::function<void(DuplicateInfo)>;
+
+  /// `sink` takes each candidate on the walking thread: a folder behind all that lies in it.
+  DuplicateWalk(const DuplicateWalkRules& rules, Sink sink);
+
+  /// Weighs the file at `url`; a candidate if it is above the limit.
+  DuplicateInfo fileInfo(const URL& url);
+  /// Walks the folder at `url`. A folder that can't be read is an empty one.
+  DuplicateInfo folderBackTracking(const URL& url);
+
+ private:
+  struct Level {
+    FolderListing listing;
+    std::size_t next = 0;
+    std::size_t pathLength = 0;
+    std::size_t firstBelow = 0;  // in sizes_
+    DuplicateInfo info;
+  };
+  [[nodiscard]] Level& top() { return *levels_[used_ - 1]; }
+  void enterTop();
+  void leaveTop(DuplicateInfo& result);
+  void weighNext();
+  void weighFile(std::int64_t size);
+  void weighFolder(std::string_view name);
+  void weighClosedFolder(std::string_view name);
+  void add(const DuplicateInfo& child);
+  [[nodiscard]] bool isWalkedInto(std::string_view name) const;
+
+  const DuplicateWalkRules& rules_;
+  Sink sink_;
+  FolderStack folders_;
+  FolderStream stream_;
+  std::vector<std::unique_ptr<Level>> levels_;  // kept for the next folder of that depth
+  std::size_t used_ = 0;
+  std::string path_;              // of the item the walk is at
+  std::size_t layoutOffset_ = 0;  // of the path below the root of the volume
+  std::shared_ptr<WalkedSizes> sizes_;
+};
+
+}  // namespace sorrel
