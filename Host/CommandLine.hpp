@@ -17,7 +17,7 @@ struct GlobalOptions {
   std::string catalogue;  ///< "": the one that comes with the program
   std::string volume;     ///< "": this machine
   std::string user;       ///< "": see HostSetup
-  std::string bundleID = "org.sorrel.Sorrel";
+  std::string bundleID = SORREL_BUNDLE_ID;
   std::string toolFolder;  ///< "": the stand-ins that come with the program, if any
   bool json = false;
   bool quiet = false;
