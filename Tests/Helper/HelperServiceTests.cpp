@@ -351,6 +351,30 @@ TEST_F(HelperServiceWithPolkit, aYesStartsTheWork) {
   EXPECT_TRUE(machine->waitForLog("kind=delete paths=1 start")) << machine->log();
 }
 
+TEST_F(HelperServiceWithPolkit, aYesRemovesWhatIsNamedAndNothingElse) {
+  const std::string file = rootsFile("folder/named\xff");
+  const std::string other = rootsFile("folder/other");
+  const std::string folder = machine->folder().folder("folder/below/deep");
+  for (const char* name : {"folder", "folder/below"}) ::chmod(machine->folder().path(name).c_str(), 0755);
+  const Answer answer = machine->askAs(kYes, kDelete,
+                                       {{file, HelperDictionary{{"0", 1}}},
+                                        {machine->folder().path("folder/below"), HelperDictionary{{"0", 2}}},
+                                        {"/usr/bin/true", HelperDictionary{{"0", 3}}}});
+  ASSERT_TRUE(answer.isThere) << machine->log();
+  EXPECT_FALSE(fs::exists(file));
+  EXPECT_FALSE(fs::exists(folder));
+  EXPECT_TRUE(fs::exists(other));
+  EXPECT_TRUE(fs::exists("/usr/bin/true"));
+  std::vector<std::int64_t> statuses;
+  for (const auto& [key, entry] : answer.dictionary) {
+    statuses.push_back(*entry.asDictionary()->at("DeleteStatus").asNumber());
+  }
+  EXPECT_EQ(statuses, (std::vector<std::int64_t>{0, 0, 2})) << machine->log();
+  EXPECT_FALSE(answer.flag);
+  EXPECT_TRUE(machine->waitForLog("done=2 failed=1"));
+  EXPECT_TRUE(machine->waitForLog("path=\"/usr/bin/true\""));
+}
+
 TEST_F(HelperServiceWithPolkit, aNoTouchesNothing) {
   const std::string file = rootsFile("kept");
   const Answer answer = machine->askAs(kNo, kDelete, {{file, HelperDictionary{{"0", 1}}}});
@@ -426,6 +450,77 @@ TEST_F(HelperServiceTest, nothingIsLookedAtBeforeTheYes) {
   EXPECT_EQ(calls.find(machine->folder().path() + "/s"), std::string::npos);
   // The log names no path of a refused call either.
   EXPECT_EQ(calls.find("secret-name"), std::string::npos);
+}
+
+// --- workers that end before their work ---
+
+/// Starts a helper whose workers' removals are tampered with, as strace -e inject=unlinkat has it.
+HelperMachine::Setup withInjection(const std::string& injection) {
+  HelperMachine::Setup setup;
+  setup.tracer = "/usr/bin/strace -f -o /dev/null -e trace=unlinkat -e inject=unlinkat:" + injection;
+  return setup;
+}
+
+TEST_F(HelperServiceTest, aWorkerKilledInMidEventGivesOneSoundReply) {
+  start(withInjection("signal=SIGKILL:when=3"));
+  HelperDictionary event;
+  for (int i = 0; i < 5; ++i)
+    event.emplace(rootsFile("file" + std::to_string(i)), HelperDictionary{{"0", i}});
+  const Answer answer = machine->ask(kDelete, event);
+  ASSERT_TRUE(answer.isThere) << machine->log();
+  EXPECT_FALSE(answer.flag);
+  ASSERT_EQ(answer.dictionary.size(), 5U);
+  int removed = 0;
+  for (const auto& [key, value] : answer.dictionary) {
+    const HelperDictionary& entry = *value.asDictionary();
+    const std::int64_t number = *entry.at("0").asNumber();
+    const bool isDone = *entry.at("DeleteStatus").asNumber() == 0;
+    EXPECT_EQ(isDone, number < 2);
+    EXPECT_EQ(*entry.at("DeleteStatus").asNumber(), isDone ? 0 : 2);
+    // Nothing is called done that is still there. What went as the worker died may be called failed.
+    EXPECT_FALSE(isDone && fs::exists(machine->folder().path("file" + std::to_string(number))));
+    removed += fs::exists(machine->folder().path("file" + std::to_string(number))) ? 0 : 1;
+  }
+  EXPECT_LE(removed, 3);
+  EXPECT_TRUE(machine->waitForLog("killed"));
+  // The helper itself goes on.
+  EXPECT_TRUE(machine->ask(kDelete, kNowhere).isThere);
+}
+
+TEST_F(HelperServiceTest, aWorkerWhoseCallerLeftIsKilledAfterItsTime) {
+  HelperMachine::Setup setup = withInjection("delay_enter=60000000");
+  setup.configuration = "grace-seconds = 0\n";
+  start(setup);
+  const std::string file = rootsFile("kept");
+  auto caller = std::make_unique<test::LeavingCaller>(*machine, kDelete,
+                                                      codedEvent({{file, HelperDictionary{{"0", 1}}}}));
+  ASSERT_TRUE(machine->waitForLog(" start"));
+  caller.reset();
+  EXPECT_TRUE(machine->waitForLog("done=0 failed=1 flag=0 code=2"));
+  EXPECT_TRUE(machine->waitForLog("killed"));
+}
+
+TEST_F(HelperServiceTest, aWorkerWhoseCallerLeftHasTimeToEnd) {
+  start(withInjection("delay_enter=100000"));
+  const std::string file = rootsFile("gone");
+  auto caller = std::make_unique<test::LeavingCaller>(*machine, kDelete,
+                                                      codedEvent({{file, HelperDictionary{{"0", 1}}}}));
+  ASSERT_TRUE(machine->waitForLog(" start"));
+  caller.reset();
+  EXPECT_TRUE(machine->waitForLog("done=1 failed=0 flag=1"));
+  EXPECT_FALSE(fs::exists(file));
+}
+
+TEST_F(HelperServiceTest, aStopKillsTheWorkerAndAnswers) {
+  start(withInjection("delay_enter=60000000"));
+  auto waiting = test::send(*helper(), kDelete, {{rootsFile("kept"), HelperDictionary{{"0", 1}}}});
+  ASSERT_TRUE(machine->waitForLog(" start"));
+  machine->kill(SIGTERM);
+  const Answer answer = test::take(std::move(waiting));
+  EXPECT_TRUE(answer.isThere);
+  EXPECT_FALSE(answer.flag);
+  EXPECT_EQ(answer.dictionary.size(), 1U);
+  EXPECT_TRUE(machine->waitUntilHelperIsGone());
 }
 
 // --- how many, and until when ---
