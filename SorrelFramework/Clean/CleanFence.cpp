@@ -15,6 +15,16 @@
 namespace sorrel {
 namespace {
 
+/// Whether a URL names an item of this machine, and its path alone says which one.
+bool hasPlace(const URL& url) {
+  if (!url.isFileURL() || url.isEmptyPath()) return false;
+  std::string_view text = url.relativeText();
+  // "file:///a#1" may well have been meant for a file called "a#1", and not for the one called "a".
+  if (text.find_first_of("?#") != std::string_view::npos) return false;
+  text.remove_prefix(std::string_view("file:").size());
+  return !text.starts_with("//") || text.starts_with("///") || text.starts_with("//localhost/");
+}
+
 bool isBelowByName(const std::string& path, const std::string& root) {
   if (!path.starts_with(root + "/")) return false;
   const std::vector<std::string> names = componentsSeparatedBy(path, "/");
@@ -35,7 +45,7 @@ CleanFence::CleanFence() : root_(Host::current().root()), currentFolders_(folder
 }
 
 int CleanFence::error(const URL& url) const {
-  if (!url.isFileURL() || url.isEmptyPath()) return EINVAL;
+  if (!hasPlace(url)) return EINVAL;
   const std::string path = url.path();
   if (path.empty()) return EINVAL;
   const int outside = root_.empty() ? 0 : outsideError(path);

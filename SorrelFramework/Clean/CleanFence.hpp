@@ -9,10 +9,11 @@
 namespace sorrel {
 
 /// What a clean never touches, neither by itself nor through the helper, which knows nothing of this process:
-/// a record without a place (its URL is no file URL, or that of the empty path, which names whatever folder
-/// the process happens to be in), the current folder and those above it, and on a macOS volume everything
-/// that does not lie below the volume's root when the links above it are followed. What can't be looked up
-/// for want of descriptors and the like is not touched either. An ordinary failure of the record each time.
+/// a record without a place (its URL is no file URL, or has a foreign host, a query or a fragment, or is that
+/// of the empty path, which names whatever folder the process happens to be in), the current folder and those
+/// above it, and on a macOS volume everything that does not lie below the volume's root when the links above
+/// it are followed. What can't be looked up for want of descriptors and the like is not touched either. An
+/// ordinary failure of the record each time.
 class CleanFence {
  public:
   /// For the current folder and the host of this moment.

@@ -28,8 +28,8 @@ class FileRemover {
     [[nodiscard]] std::optional<std::string> removeItem(const URL& url) const;
 
     /// What must not go to the helper either, which knows neither this process nor its host: the errno with
-    /// which CleanFence refuses the item, EPERM for a place that is protected here, or why that can't be told;
-    /// 0 if nothing speaks against it.
+    /// which CleanFence refuses the item, EPERM for a place that is protected here, or why that can't be
+    /// told; 0 if nothing speaks against it.
     [[nodiscard]] int refusal(const URL& url) const;
 
    private:

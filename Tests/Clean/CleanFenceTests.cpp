@@ -34,6 +34,22 @@ TEST_F(CleanFenceTest, refusesRecordsWithoutAPlace) {
   EXPECT_EQ(CleanFence().error(*URL::parse("relative")), EINVAL);
 }
 
+TEST_F(CleanFenceTest, refusesURLsThatSayMoreThanTheirPath) {
+  volume_.file("a");
+  volume_.folder("d");
+  const std::string root = volume_.path();
+  for (const std::string& text :
+       {"file://" + root + "/a#1", "file://" + root + "/a?b", "file://" + root + "/d/#",
+        "file://~" + root + "/a", "file://example.org" + root + "/a", "file://localhost.org" + root + "/a"}) {
+    ASSERT_TRUE(URL::parse(text)->path().starts_with(root)) << text;
+    EXPECT_EQ(CleanFence().error(*URL::parse(text)), EINVAL) << text;
+  }
+  for (const std::string& text : {"file://" + root + "/a%231", "file://" + root + "/a%3Fb",
+                                  "file://localhost" + root + "/a", "file:" + root + "/a"}) {
+    EXPECT_EQ(CleanFence().error(*URL::parse(text)), 0) << text;
+  }
+}
+
 TEST_F(CleanFenceTest, letsItemsOfTheVolumePass) {
   EXPECT_EQ(error(volume_.file("Users/alice/a")), 0);
   EXPECT_EQ(error(volume_.folder("Users/alice/d")), 0);
