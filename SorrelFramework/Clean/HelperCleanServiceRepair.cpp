@@ -10,6 +10,7 @@
 #include "SorrelFramework/Clean/RecordSet.hpp"
 #include "SorrelFramework/Clean/RecordWalk.hpp"
 #include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Fatal.hpp"
 
 namespace sorrel {
 namespace {
@@ -37,6 +38,8 @@ Integer getNodeDeleteStatus(FileInformation& file, FailedLeaves& failed) {
 /// Takes the records at these ascending indexes out, in one pass.
 void removeAt(Files& files, const std::vector<std::size_t>& indexes) {
   if (indexes.empty()) return;
+  // The category was given twice, and its records are gone already.
+  if (indexes.back() >= files.size()) fatalStop("Index out of range");
   std::vector<Ref<FileInformation>> kept;
   kept.reserve(files.size() - indexes.size());
   auto next = indexes.begin();

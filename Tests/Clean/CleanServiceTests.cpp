@@ -356,6 +356,53 @@ TEST_F(CleanServiceTest, linkThatStaysInTheVolumeIsFollowedAboveAnItem) {
   EXPECT_EQ(clean({category(kOn, {makeRecord({stage_.volume.url("alias/a"), kOn})})}), Names{"real/a"});
 }
 
+/// Writes down which of its operations run; the helper's half ends at once.
+class NotingService : public HelperCleanService {
+ public:
+  using HelperCleanService::HelperCleanService;
+
+  void allFinish() override {
+    calls.push_back("allFinish " + std::to_string(cleanFinshCount));
+    HelperCleanService::allFinish();
+  }
+  void commonFinish() override {
+    calls.emplace_back("commonFinish");
+    HelperCleanService::commonFinish();
+  }
+  void deleteHelperFile() override {
+    calls.emplace_back("deleteHelperFile");
+    HelperCleanService::deleteHelperFile();
+  }
+  std::pair<FileRecords, std::string> sortCategory(HelperCleanService& service) override {
+    calls.emplace_back("sortCategory");
+    return HelperCleanService::sortCategory(service);
+  }
+
+  Names calls;
+};
+
+TEST_F(CleanServiceTest, halvesEndOneAfterTheOtherThroughOperationsOpenToOverriding) {
+  const auto service = std::make_shared<NotingService>(finish_, CleanServiceType::Common,
+                                                       std::vector<Ref<CategoryInformation>>());
+  CleanService::deleteFiles(*service);
+  EXPECT_EQ(service->calls,
+            (Names{"commonFinish", "allFinish 1", "deleteHelperFile", "allFinish 2", "sortCategory"}));
+}
+
+TEST_F(CleanServiceTest, progressComesBeforeAndAfterTheDeletionsAndBeforeTheRepair) {
+  stage_.setHelper(std::make_shared<test::ScriptedHelper>(test::deletingWhere([](auto&) { return true; })));
+  const auto all = category(kOn, {leaf("own"), leaf("foreign", kOn, 1, false)});
+  Names seen;
+  finish_->onProgress = [&](float) {
+    seen.push_back(std::to_string(std::filesystem::exists(path("own"))) +
+                   std::to_string(std::filesystem::exists(path("foreign"))) +
+                   std::to_string(all->childrens.size()));
+  };
+  clean({all});
+  EXPECT_EQ(seen, (Names{"112", "012", "002"}));
+  EXPECT_TRUE(all->childrens.empty());
+}
+
 TEST_F(CleanServiceTest, driftedCountsEndInAbnormalStatus) {
   const auto record = leaf("a", kOn, 4);
   const auto foreign = leaf("b", kOn, 1, false);

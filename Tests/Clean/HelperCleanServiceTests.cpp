@@ -733,6 +733,23 @@ TEST_F(HelperCleanServiceTest, repairTakesAnEmptiedMixedFolderForALeafNoMore) {
   EXPECT_EQ(emptied->size, 0);
 }
 
+TEST_F(HelperCleanServiceTest, repairKeepsATickedFolderBelowARecordThatStaysAndEmptiesIt) {
+  const auto off = leafWith(kOff, kDeleteSuccess, 4);
+  const auto emptied = folder(kOn, {leafWith(kOn, kDeleteSuccess, 8), leafWith(kOn, kDeleteSuccess, 8)}, 16);
+  const auto whole = folder(kOn, {leafWith(kOn, kDeleteSuccess, 8), off}, 12);
+  for (const auto& record : {emptied, whole}) record->deleteStatus = kDeleteing;
+  const auto top = folder(kMixed, {emptied, whole, leafWith(kOff, kStatusNone, 1)}, 29);
+  const auto all = category(kMixed, {top});
+  const auto service = makeService({all});
+  EXPECT_TRUE(service->sortCategory(*service).first.empty());
+  ASSERT_EQ(top->childrens.size(), 3U);
+  EXPECT_TRUE(emptied->childrens.empty());
+  EXPECT_EQ(emptied->size, 0);
+  EXPECT_EQ(whole->childrens.refs(), Records{off});
+  EXPECT_EQ(whole->size, 4);
+  EXPECT_EQ(all->size, 5);
+}
+
 TEST_F(HelperCleanServiceTest, repairNumbersWhatIsLeft) {
   const auto low = leafWith(kOff, kStatusNone);
   const auto parent = folder(kMixed, {leafWith(kOn, kDeleteSuccess), leafWith(kOff, kStatusNone), low});
@@ -803,6 +820,12 @@ TEST_F(HelperCleanServiceTest, repairRefreshesHashValueStrings) {
   const auto service = makeService({category(kMixed, {leafWith(kOn, kDeleteSuccess), kept})});
   service->sortCategory(*service);
   EXPECT_EQ(kept->hashValueString, "0:0:5:" + kept->url.absoluteString());
+}
+
+TEST_F(HelperCleanServiceTest, emptiedCategoryThatWasGivenTwiceIsAFatalStop) {
+  const auto all = category(kOn, {leafWith(kOn, kDeleteSuccess), leafWith(kOn, kDeleteSuccess)});
+  const auto service = makeService({all, all});
+  EXPECT_DEATH(service->sortCategory(*service), "Index out of range");
 }
 
 TEST_F(HelperCleanServiceTest, repairTrapsSizesThatOverflow) {
