@@ -5,13 +5,11 @@
 #include <cmath>
 #include <cstdio>
 #include <ctime>
-#include <nlohmann/json.hpp>
-#include <optional>
 #include <ostream>
 #include <string>
 
+#include "Host/JsonObject.hpp"
 #include "Host/RecordName.hpp"
-#include "Host/SafeText.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
@@ -20,18 +18,16 @@
 namespace sorrel::cli {
 namespace {
 
-using Json = nlohmann::ordered_json;
-
 // 0001-01-01 and 10000-01-01, in seconds since 1970: between them a year has four digits.
 constexpr double kFirstSecond = -62135596800.0;
 constexpr double kEndSecond = 253402300800.0;
 
-// All texts go through here: a JSON document is UTF-8, names on disk are bytes.
-Json text(std::string_view bytes) { return validUTF8(bytes); }
-
-Json isoDate(Date date) {
+void addDate(JsonObject& object, Date date) {
   const double seconds = std::floor(date.secondsSince1970);
-  if (!(seconds >= kFirstSecond && seconds < kEndSecond)) return nullptr;
+  if (!(seconds >= kFirstSecond && seconds < kEndSecond)) {
+    object.null("date");
+    return;
+  }
   const auto whole = static_cast<std::time_t>(seconds);
   std::tm parts{};
   ::gmtime_r(&whole, &parts);
@@ -39,30 +35,21 @@ Json isoDate(Date date) {
   const int length =
       std::snprintf(buffer.data(), buffer.size(), "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900,
                     parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
-  return std::string(buffer.data(), static_cast<std::size_t>(length));
+  object.text("date", {buffer.data(), static_cast<std::size_t>(length)});
 }
 
-template <class Value>
-bool holds(const std::any& payload, Json& out) {
-  const Value* const value = std::any_cast<Value>(&payload);
-  if (value == nullptr) return false;
-  out = *value;
-  return true;
-}
-
-Json attachment(const std::any& payload) {
-  if (const auto* const words = std::any_cast<std::string>(&payload)) return text(*words);
-  Json number;
-  static_cast<void>(holds<std::int64_t>(payload, number) || holds<int>(payload, number) ||
-                    holds<double>(payload, number));
-  return number;
-}
-
-// Writes `fields` as an object that is still open: the lists, which come last, follow piece by piece.
-void openObject(std::ostream& out, const Json& fields) {
-  std::string words = fields.dump(-1, ' ', false, Json::error_handler_t::replace);
-  words.pop_back();
-  out << words;
+void addAttachment(JsonObject& object, const std::any& payload) {
+  if (const auto* const words = std::any_cast<std::string>(&payload)) {
+    object.text("attachment", *words);
+  } else if (const auto* const number = std::any_cast<std::int64_t>(&payload)) {
+    object.integer("attachment", *number);
+  } else if (const auto* const small = std::any_cast<int>(&payload)) {
+    object.integer("attachment", *small);
+  } else if (const auto* const real = std::any_cast<double>(&payload)) {
+    object.real("attachment", *real);
+  } else {
+    object.null("attachment");
+  }
 }
 
 template <class Records, class Write>
@@ -78,41 +65,32 @@ void writeList(std::ostream& out, const Records& records, Write write) {
 }
 
 void writeFile(std::ostream& out, const FileInformation& file) {
-  openObject(out, {{"finderID", Integer{file.finderID}},
-                   {"parentFinderID", file.parentFinderID},
-                   {"title", text(file.title)},
-                   {"size", file.size},
-                   {"date", isoDate(file.date)},
-                   {"dateSeconds", file.date.secondsSince1970},
-                   {"url", text(file.url.absoluteString())},
-                   {"path", text(pathOf(file.url))},
-                   {"canDelete", file.canDelete},
-                   {"removeCategory", file.removeCategory},
-                   {"fileKind", file.fileKind},
-                   {"levelInt", file.levelInt},
-                   {"state", file.state},
-                   {"deleteStatus", file.deleteStatus},
-                   {"deleteErrorDesc", text(file.deleteErrorDesc)},
-                   {"hashValueString", text(std::string(file.hashValueString))},
-                   {"attachment", attachment(file.attachInformation)}});
+  JsonObject object;
+  object.integer("finderID", file.finderID).integer("parentFinderID", file.parentFinderID);
+  object.text("title", file.title).integer("size", file.size);
+  addDate(object, file.date);
+  object.real("dateSeconds", file.date.secondsSince1970);
+  object.text("url", file.url.absoluteString()).text("path", pathOf(file.url));
+  object.flag("canDelete", file.canDelete).flag("removeCategory", file.removeCategory);
+  object.integer("fileKind", file.fileKind).integer("levelInt", file.levelInt).integer("state", file.state);
+  object.integer("deleteStatus", file.deleteStatus).text("deleteErrorDesc", file.deleteErrorDesc);
+  object.text("hashValueString", file.hashValueString.str());
+  addAttachment(object, file.attachInformation);
+  out << object.open();
   out << R"(,"childrens":)";
   writeList(out, file.childrens, writeFile);
   out << '}';
 }
 
 void writeCategory(std::ostream& out, const CategoryInformation& category) {
-  Json urls = Json::array();
-  for (const URL& url : category.urls) urls.push_back(text(url.absoluteString()));
-  openObject(out, {{"finderID", Integer{category.finderID}},
-                   {"title", text(category.title)},
-                   {"description", text(category.description)},
-                   {"kind", category.kind},
-                   {"size", category.size},
-                   {"state", category.state},
-                   {"levelInt", category.levelInt},
-                   {"needRemoveCategory", category.needRemoveCategory},
-                   {"hashValueString", text(category.hashValueString)},
-                   {"urls", std::move(urls)}});
+  JsonObject object;
+  object.integer("finderID", category.finderID).text("title", category.title);
+  object.text("description", category.description).integer("kind", category.kind);
+  object.integer("size", category.size).integer("state", category.state);
+  object.integer("levelInt", category.levelInt).flag("needRemoveCategory", category.needRemoveCategory);
+  object.text("hashValueString", category.hashValueString);
+  object.raw("urls", jsonTextList(category.urls, [](const URL& url) { return url.absoluteString(); }));
+  out << object.open();
   out << R"(,"childrens":)";
   writeList(out, category.childrens, writeFile);
   out << R"(,"childrenCateogry":)";
@@ -125,28 +103,29 @@ void writeCategory(std::ostream& out, const CategoryInformation& category) {
 }
 
 void writeCatalogueFeature(std::ostream& out, const FeatureInformation& feature) {
-  openObject(out, {{"finderID", feature.finderID},
-                   {"state", feature.state},
-                   {"title", text(feature.title)},
-                   {"description", text(feature.description)}});
+  JsonObject object;
+  object.integer("finderID", feature.finderID).integer("state", feature.state);
+  object.text("title", feature.title).text("description", feature.description);
+  out << object.open();
   out << R"(,"categoryInfo":)";
   writeList(out, feature.categoryInfo, writeCategory);
   out << '}';
 }
 
 void writeModule(std::ostream& out, const Ref<ModuleInformation>& module) {
-  openObject(out, {{"finderID", module->finderID},
-                   {"title", text(module->title)},
-                   {"type", text(module->type)},
-                   {"description", text(module->description)},
-                   {"version", text(module->version)}});
+  JsonObject object;
+  object.integer("finderID", module->finderID).text("title", module->title).text("type", module->type);
+  object.text("description", module->description).text("version", module->version);
+  out << object.open();
   out << R"(,"featureInfo":)";
   writeList(out, module->featureInfo, writeCatalogueFeature);
   out << '}';
 }
 
 void writeScannedFeature(std::ostream& out, const FeatureInformation& feature) {
-  openObject(out, {{"finderID", feature.finderID}, {"title", text(feature.title)}, {"state", feature.state}});
+  JsonObject object;
+  object.integer("finderID", feature.finderID).text("title", feature.title).integer("state", feature.state);
+  out << object.open();
   out << R"(,"categoryInfo":)";
   writeList(out, feature.categoryInfo, writeCategory);
   out << '}';
@@ -154,20 +133,15 @@ void writeScannedFeature(std::ostream& out, const FeatureInformation& feature) {
 
 // The document of a scan up to the brace at its end.
 void writeOpenScan(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& outcome) {
+  const CallbackCounts& counts = outcome.callbacks;
+  JsonObject callbacks;
+  callbacks.integer("done", counts.done).integer("singleDone", counts.singleDone);
+  callbacks.integer("progress", counts.progress).real("lastPercent", counts.lastPercent);
+  JsonObject rest;
+  rest.integer("size", outcome.size).text("status", outcome.status).raw("callbacks", callbacks.closed());
   out << R"({"feature":)";
   writeScannedFeature(out, feature);
-  const CallbackCounts& counts = outcome.callbacks;
-  const Json rest = {{"size", outcome.size},
-                     {"status", outcome.status},
-                     {"callbacks",
-                      {{"done", counts.done},
-                       {"singleDone", counts.singleDone},
-                       {"progress", counts.progress},
-                       {"lastPercent", counts.lastPercent}}}};
-  std::string words = rest.dump();
-  words.front() = ',';
-  words.pop_back();
-  out << words;
+  out << ',' << rest.open().substr(1);
 }
 
 }  // namespace
@@ -185,16 +159,17 @@ void writeScanDocument(std::ostream& out, const FeatureInformation& feature, con
 
 void writeCleanDocument(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& scan,
                         const CleanOutcome& clean) {
+  std::string progress;
+  for (const float percent : clean.progress) {
+    progress.append(progress.empty() ? "[" : ",").append(jsonReal(static_cast<double>(percent)));
+  }
+  JsonObject object;
+  object.integer("size", clean.size).integer("status", clean.status).text("desc", clean.desc);
+  object.raw("abnormalFiles",
+             jsonTextList(clean.abnormalFiles, [](const std::string& name) { return name; }));
+  object.raw("progress", progress.empty() ? "[]" : progress + ']');
   writeOpenScan(out, feature, scan);
-  Json abnormalFiles = Json::array();
-  for (const std::string& name : clean.abnormalFiles) abnormalFiles.push_back(text(name));
-  out << R"(,"clean":)";
-  openObject(out, {{"size", clean.size},
-                   {"status", clean.status},
-                   {"desc", text(clean.desc)},
-                   {"abnormalFiles", std::move(abnormalFiles)},
-                   {"progress", clean.progress}});
-  out << R"(,"records":)" << clean.records << "}}\n";
+  out << R"(,"clean":)" << object.open() << R"(,"records":)" << clean.records << "}}\n";
 }
 
 void writeRecords(std::ostream& out, const std::vector<Ref<FileInformation>>& records) {
