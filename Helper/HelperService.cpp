@@ -358,7 +358,8 @@ void HelperService::Core::wait(int stopSignal) {
     const int most = static_cast<int>(std::max<std::int64_t>(left, 0));
     timeout = timeout < 0 ? most : std::min(timeout, most);
   }
-  // The results of a worker come one by one, a million of them at times: the bus is asked only if it has news.
+  // The results of a worker come one by one, a million of them at times: the bus is asked only if it has
+  // news.
   int ready = 0;
   do {
     ready = ::poll(descriptors.data(), descriptors.size(), timeout);

@@ -71,14 +71,14 @@ bool isRootsAlone(const ItemIdentity& folder) {
   return folder.isDirectory() && folder.uid == 0 && (folder.mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
-/// `chain` leads from "/" to the folder with the extension.
-bool isSafeWay(const std::vector<ItemIdentity>& chain, const ExtensionPath& source) {
-  const auto folders = static_cast<std::size_t>(std::ranges::count(source.volume, '/')) + 3;
-  // Anything else than one item for each name is a link.
-  if (chain.size() != folders) return false;
-  const std::size_t volume = folders - 3;
+/// From "/" to the folder with the extension.
+bool isSafeWay(const RemovalTarget& item) {
+  const std::vector<ItemIdentity>& chain = item.chain();
+  // The volume, its folder Library, and the one with the extension.
+  if (item.isBehindLink() || chain.size() < 3) return false;
+  const std::size_t volume = chain.size() - 3;
   if (!chain[volume].isMountRoot && volume != 0) return false;
-  for (std::size_t i = 0; i < folders; ++i) {
+  for (std::size_t i = 0; i < chain.size(); ++i) {
     // In a sticky folder nobody can put something else in the place of what root has there.
     const bool isSticky = i < volume && chain[i].uid == 0 && chain[i].isSticky();
     if (!isSticky && !isRootsAlone(chain[i])) return false;
@@ -134,7 +134,7 @@ PathResult movePath(std::string_view source, std::string_view target, const Send
   if (!from || !to || !isPair(*from, *to)) return refused(kFailure);
   const RemovalTarget item = findSeen(source, seen, policy);
   if (item.error() != 0) return failed(kFailure, kWhat, item.error(), item.isRefused());
-  if (!isSafeWay(item.chain(), *from)) return refused(kFailure);
+  if (!isSafeWay(item)) return refused(kFailure);
 
   const FileDescriptor beside = openBeside(item, *to);
   const auto identity = beside.isOpen() ? identityOf(beside.get()) : std::nullopt;

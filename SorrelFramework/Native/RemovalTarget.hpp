@@ -38,6 +38,8 @@ class RemovalTarget {
   [[nodiscard]] const std::string& leaf() const noexcept { return walk_.leaf(); }
   /// The items from "/" down to the folder.
   [[nodiscard]] const std::vector<ItemIdentity>& chain() const noexcept { return walk_.chain(); }
+  /// Whether a link was followed on the way to the folder.
+  [[nodiscard]] bool isBehindLink() const noexcept { return walk_.passed().size() != chain().size(); }
 
   /// Whether the item still stands under its name. To be asked right before it is taken away.
   [[nodiscard]] bool isStillThere() const;
