@@ -19,13 +19,16 @@ namespace fs = std::filesystem;
 // The desktop's trash holds the folder of the things and that of their descriptions.
 constexpr const char* kTrashesOfHome[] = {"/.Trash", "/.local/share/Trash/files", "/.local/share/Trash/info"};
 
-std::vector<std::string> foldersIn(const std::string& parent) {
+/// What can't be told for want of descriptors and the like is not passed over in silence.
+std::vector<std::string> foldersIn(const std::string& parent, RemovalPolicy& policy) {
   std::vector<std::string> folders;
   std::error_code error;
   for (fs::directory_iterator at(parent, error), end; !error && at != end; at.increment(error)) {
     std::error_code unknown;
     if (at->is_directory(unknown)) folders.push_back(at->path().string());
+    if (unknown) policy.addUnknown(unknown.value());
   }
+  if (error) policy.addUnknown(error.value());
   return folders;
 }
 
@@ -42,7 +45,7 @@ void protectPlacesOfHost(RemovalPolicy& policy) {
   const Host& host = Host::current();
   if (!host.root().empty()) policy.protectSelfAndAncestors(host.root());
   policy.protectSelfAndAncestors(host.homesFolder());
-  std::vector<std::string> homes = foldersIn(host.homesFolder());
+  std::vector<std::string> homes = foldersIn(host.homesFolder(), policy);
   homes.push_back(host.home());
   for (const std::string& home : homes) {
     policy.protectSelfAndAncestors(home);
@@ -51,7 +54,7 @@ void protectPlacesOfHost(RemovalPolicy& policy) {
   for (const URL& volume : localVolumeURLs()) {
     const std::string trashes = appendingPathComponent(volume.path(), ".Trashes");
     policy.protectSelfAndAncestors(trashes);
-    for (const std::string& trash : foldersIn(trashes)) policy.protectSelfAndAncestors(trash);
+    for (const std::string& trash : foldersIn(trashes, policy)) policy.protectSelfAndAncestors(trash);
     for (const std::string& trash : trashFoldersOf(volume.path())) policy.protectSelfAndAncestors(trash);
   }
 }

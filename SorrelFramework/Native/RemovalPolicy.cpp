@@ -180,6 +180,7 @@ bool RemovalPolicy::isNormalPath(std::string_view path) {
   return true;
 }
 
+void RemovalPolicy::addUnknown(int error) { lists_->fail(error); }
 int RemovalPolicy::error() const noexcept { return lists_->error; }
 
 bool RemovalPolicy::trustsLinkOf(std::uint32_t owner) const noexcept {

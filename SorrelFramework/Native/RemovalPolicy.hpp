@@ -58,6 +58,8 @@ class RemovalPolicy {
   /// itself, no slash at its end, at most 1 MiB.
   [[nodiscard]] static bool isNormalPath(std::string_view path);
 
+  /// Tells that places which were to be added are not known, because of `error`.
+  void addUnknown(int error);
   /// The errno of the first look-up of a place that failed without telling whether there is such a place
   /// (tellsOfNoPlace); nothing may be removed then, since it might be that place. 0 if all are known.
   [[nodiscard]] int error() const noexcept;

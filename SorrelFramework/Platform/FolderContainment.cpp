@@ -44,9 +44,8 @@ FileDescriptor openLongFolder(std::string_view path) {
 
 FolderIdentity identityOf(const FileStatus& status) { return {status.device, status.inode}; }
 
-}  // namespace
-
-std::vector<FolderIdentity> foldersUpFrom(const std::string& path) {
+/// As foldersUpFrom(), but no farther than `last` if that is met.
+std::vector<FolderIdentity> foldersUpTo(const std::optional<FolderIdentity>& last, const std::string& path) {
   std::vector<FolderIdentity> folders;
   FileDescriptor folder = openLongFolder(path);
   // Up from the folder itself: no spelling of a path and no link can lie about what is above it.
@@ -55,10 +54,15 @@ std::vector<FolderIdentity> foldersUpFrom(const std::string& path) {
     if (!here) return {};
     if (!folders.empty() && folders.back() == identityOf(*here)) return folders;  // "/" is above itself
     folders.push_back(identityOf(*here));
+    if (folders.back() == last) return folders;
     folder = openFolder(folder.get(), "..");
   }
   return {};
 }
+
+}  // namespace
+
+std::vector<FolderIdentity> foldersUpFrom(const std::string& path) { return foldersUpTo(std::nullopt, path); }
 
 int containmentError(const std::string& path, const std::string& root) {
   if (!path.starts_with('/') || path.find('\0') != std::string::npos) return EXDEV;
@@ -66,9 +70,10 @@ int containmentError(const std::string& path, const std::string& root) {
   if (!rootFolder.isOpen()) return errno;
   const std::optional<FileStatus> rootStatus = statusOf(rootFolder.get());
   if (!rootStatus) return errno;
-  const std::vector<FolderIdentity> folders = foldersUpFrom(deletingLastPathComponent(path));
+  const FolderIdentity last = identityOf(*rootStatus);
+  const std::vector<FolderIdentity> folders = foldersUpTo(last, deletingLastPathComponent(path));
   if (folders.empty()) return errno;
-  return std::ranges::find(folders, identityOf(*rootStatus)) == folders.end() ? EXDEV : 0;
+  return folders.back() == last ? 0 : EXDEV;
 }
 
 }  // namespace sorrel

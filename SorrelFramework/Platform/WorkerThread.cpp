@@ -6,6 +6,7 @@
 #include <sys/syscall.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <system_error>
 #include <utility>
 
@@ -14,6 +15,7 @@ namespace {
 
 constexpr int kUtilityNice = 5;
 constexpr int kBackgroundNice = 15;
+constexpr int kMostNice = 19;
 
 // From linux/ioprio.h, which later versions wrote in a way that only C takes.
 constexpr int kIoprioWhoProcess = 1;
@@ -40,11 +42,14 @@ class SignalsBlocked {
   sigset_t before_{};
 };
 
+/// Below the process, which may itself run as less urgent than usual.
 void giveWay(WeftQOS qos) {
   if (qos != WeftQOS::Utility && qos != WeftQOS::Background) return;
   const auto thread = static_cast<id_t>(::gettid());
+  const int own = ::getpriority(PRIO_PROCESS, static_cast<id_t>(::getpid()));
+  const int more = qos == WeftQOS::Background ? kBackgroundNice : kUtilityNice;
   // Only a wish: a failure leaves the thread as urgent as the others.
-  ::setpriority(PRIO_PROCESS, thread, qos == WeftQOS::Background ? kBackgroundNice : kUtilityNice);
+  ::setpriority(PRIO_PROCESS, thread, std::min(own + more, kMostNice));
   if (qos == WeftQOS::Background) {
     ::syscall(SYS_ioprio_set, kIoprioWhoProcess, thread, kIoprioClassIdle << kIoprioClassShift);
   }

@@ -290,6 +290,24 @@ TEST_F(CleanServiceTest, recordThatTheUserMayNotDeleteIsNotTried) {
   EXPECT_EQ(stage_.tried, Names{path("b")});
 }
 
+TEST_F(CleanServiceTest, withoutLeaveOfTheHelperNothingOfItsShareChanges) {
+  const Records foreign = {leaf("a", kOn, 1, false), leaf("d/b", kOn, 1, false)};
+  const auto denying = std::make_shared<test::ScriptedHelper>(
+      test::ScriptedHelper::deleting(HelperEventErrorID::DeleteError, "denied"));
+  stage_.setHelper(denying);
+  EXPECT_EQ(clean({category(kOn, foreign)}), Names());
+  EXPECT_EQ(denying->events().size(), 1U);
+  for (const auto& record : foreign) {
+    EXPECT_EQ(record->deleteStatus, kDeleteError);
+    EXPECT_EQ(record->deleteErrorDesc, "denied");
+  }
+  CleanStage::refuseHelper();
+  finish_ = std::make_shared<FinishRecord>();
+  EXPECT_EQ(clean({category(kOn, foreign)}), Names());
+  EXPECT_EQ(finish_->finishes.at(0).abnormalFiles, foreign);
+  EXPECT_EQ(finish_->finishCount(), 1U);
+}
+
 TEST_F(CleanServiceTest, leafThatIsAFolderGoesWithAllThatLiesBelowIt) {
   stage_.volume.file("d/e/f", "x");
   const auto package = makeRecord({stage_.volume.url("d/"), kOn, 9});

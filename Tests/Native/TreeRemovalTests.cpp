@@ -464,6 +464,27 @@ TEST_F(TreeRemovalTest, otherFileSystemInsideTargetSurvives) {
   EXPECT_EQ(told, std::to_string(EBUSY) + " kept");
 }
 
+TEST_F(TreeRemovalTest, btrfs_subvolume_inside_survives) {
+  const std::string image = volume_.file("image");
+  ASSERT_EQ(::truncate(image.c_str(), off_t{128} << 20), 0);
+  const std::string point = volume_.folder("mount");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    const std::string commands = "exec 2>/dev/null >&2; mkfs.btrfs -q " + image + " && mount -o loop " +
+                                 image + " " + point + " && mkdir -p " + point +
+                                 "/top/a && btrfs subvolume create " + point + "/top/a/sub";
+    if (std::system(commands.c_str()) != 0) return "skip";
+    volume_.file("mount/top/a/sub/file", "x");
+    volume_.file("mount/top/other/file", "x");
+    std::string result = textOf(remove("mount/top"));
+    for (const char* name : {"top/a/sub/file", "top/other"})
+      result += isThere(point + '/' + name) ? " kept" : " gone";
+    ::umount(point.c_str());
+    return result;
+  });
+  if (told == "skip") GTEST_SKIP() << "no btrfs, no loop device or no right to mount";
+  EXPECT_EQ(told, std::to_string(EXDEV) + " kept gone");
+}
+
 TEST_F(TreeRemovalTest, mountPointItselfIsRefusedAndWhatLiesInItGoes) {
   const std::string point = volume_.folder("mount");
   const std::string told = test::inMountingChild([&]() -> std::string {
