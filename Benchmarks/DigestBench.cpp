@@ -20,6 +20,7 @@
 
 #include "Benchmarks/SideBySide.hpp"
 #include "SorrelFramework/Platform/Digest.hpp"
+#include "SorrelFramework/Platform/MD5Constants.hpp"
 #include "SorrelFramework/Platform/MD5Kernels.hpp"
 #include "SorrelFramework/Units/FileHashBatch.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"

@@ -5,6 +5,9 @@
 
 namespace sorrel {
 
+/// RFC 1321, 3.3: the state before the first block.
+inline constexpr std::array<std::uint32_t, 4> kMD5InitialState = {0x67452301, 0xefcdab89, 0x98badcfe,
+                                                                  0x10325476};
 /// RFC 1321, 3.4: the table T, 2^32 times |sin(i + 1)|.
 inline constexpr std::array<std::uint32_t, 64> kMD5Sines = {
     0xd76aa478, 0xe8c7b756, 0x242070db, 0xc1bdceee, 0xf57c0faf, 0x4787c62a, 0xa8304613, 0xfd469501,

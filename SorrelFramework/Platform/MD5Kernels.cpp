@@ -37,8 +37,8 @@ void runOneLane(MD5States& states, const std::uint8_t* const* blocks, std::size_
 }
 
 #if defined(__x86_64__)
-bool hasAVX512() { return __builtin_cpu_supports("avx512f") != 0; }
-bool hasAVX2() { return __builtin_cpu_supports("avx2") != 0; }
+bool hasAVX512() { return static_cast<bool>(__builtin_cpu_supports("avx512f")); }
+bool hasAVX2() { return static_cast<bool>(__builtin_cpu_supports("avx2")); }
 #endif
 
 constexpr MD5Kernel kKernels[] = {

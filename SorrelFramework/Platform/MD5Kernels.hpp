@@ -1,6 +1,5 @@
 #pragma once
 
-#include <array>
 #include <cstddef>
 #include <cstdint>
 #include <span>
@@ -8,9 +7,6 @@
 
 namespace sorrel {
 
-/// RFC 1321, 3.3: the state before the first block.
-inline constexpr std::array<std::uint32_t, 4> kMD5InitialState = {0x67452301, 0xefcdab89, 0x98badcfe,
-                                                                  0x10325476};
 inline constexpr std::size_t kMD5Block = 64;
 inline constexpr std::size_t kMostMD5Lanes = 16;
 

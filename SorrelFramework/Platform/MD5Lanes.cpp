@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cstring>
 
+#include "SorrelFramework/Platform/MD5Constants.hpp"
+
 namespace sorrel {
 
 MD5Lanes::MD5Lanes(const MD5Kernel& kernel)

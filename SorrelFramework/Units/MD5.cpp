@@ -6,37 +6,16 @@
 
 #include "SorrelFramework/Platform/CheckedMath.hpp"
 #include "SorrelFramework/Platform/Fatal.hpp"
+#include "SorrelFramework/Platform/MD5Constants.hpp"
 
 namespace sorrel {
 namespace {
 
-// RFC 1321, 3.3 and 3.4.
-constexpr std::array<std::uint32_t, 4> kInitialState = {0x67452301, 0xefcdab89, 0x98badcfe, 0x10325476};
-
-constexpr std::array<std::uint32_t, 64> kSines = {
-    0xd76aa478, 0xe8c7b756, 0x242070db, 0xc1bdceee, 0xf57c0faf, 0x4787c62a, 0xa8304613, 0xfd469501,
-    0x698098d8, 0x8b44f7af, 0xffff5bb1, 0x895cd7be, 0x6b901122, 0xfd987193, 0xa679438e, 0x49b40821,
-    0xf61e2562, 0xc040b340, 0x265e5a51, 0xe9b6c7aa, 0xd62f105d, 0x02441453, 0xd8a1e681, 0xe7d3fbc8,
-    0x21e1cde6, 0xc33707d6, 0xf4d50d87, 0x455a14ed, 0xa9e3e905, 0xfcefa3f8, 0x676f02d9, 0x8d2a4c8a,
-    0xfffa3942, 0x8771f681, 0x6d9d6122, 0xfde5380c, 0xa4beea44, 0x4bdecfa9, 0xf6bb4b60, 0xbebfbc70,
-    0x289b7ec6, 0xeaa127fa, 0xd4ef3085, 0x04881d05, 0xd9d4d039, 0xe6db99e5, 0x1fa27cf8, 0xc4ac5665,
-    0xf4292244, 0x432aff97, 0xab9423a7, 0xfc93a039, 0x655b59c3, 0x8f0ccc92, 0xffeff47d, 0x85845dd1,
-    0x6fa87e4f, 0xfe2ce6e0, 0xa3014314, 0x4e0811a1, 0xf7537e82, 0xbd3af235, 0x2ad7d2bb, 0xeb86d391};
-
 using Step = std::int32_t (*)(std::int32_t, std::int32_t, std::int32_t, std::int32_t, std::int32_t, int,
                               std::int32_t);
 
-/// One of the four rounds: its function, its four shifts, and which word of the block step i takes.
-struct Round {
-  Step step;
-  std::array<int, 4> shifts;
-  int factor;
-  int start;
-};
-constexpr std::array<Round, 4> kRounds = {{{md5_ff, {7, 12, 17, 22}, 1, 0},
-                                           {md5_gg, {5, 9, 14, 20}, 5, 1},
-                                           {md5_hh, {4, 11, 16, 23}, 3, 5},
-                                           {md5_ii, {6, 10, 15, 21}, 7, 0}}};
+/// The functions of the four rounds.
+constexpr std::array<Step, 4> kSteps = {md5_ff, md5_gg, md5_hh, md5_ii};
 
 std::int32_t asSigned(std::uint32_t bits) { return static_cast<std::int32_t>(bits); }
 std::uint32_t asUnsigned(std::int32_t bits) { return static_cast<std::uint32_t>(bits); }
@@ -56,10 +35,10 @@ std::array<std::int32_t, 4> afterRounds(std::array<std::int32_t, 4> state, const
   auto& [a, b, c, d] = state;
   for (int i = 0; i < 64; ++i) {
     const auto step = static_cast<std::size_t>(i);
-    const Round& round = kRounds[step / 16];
+    const MD5Round& round = kMD5Rounds[step / 16];
     const int word = block + (i * round.factor + round.start) % 16;
     const std::int32_t next =
-        round.step(a, b, c, d, wordAt(words, word), round.shifts[step % 4], asSigned(kSines[step]));
+        kSteps[step / 16](a, b, c, d, wordAt(words, word), round.shifts[step % 4], asSigned(kMD5Sines[step]));
     a = d;
     d = c;
     c = b;
@@ -144,7 +123,7 @@ std::vector<std::int32_t> binl_md5(const std::vector<std::int32_t>& words, int b
   x[(zeroFillRightShift(paddedLength, 9) << 4) + 14] = bitLength;
 
   std::array<std::int32_t, 4> state{};
-  for (std::size_t i = 0; i < state.size(); ++i) state[i] = asSigned(kInitialState[i]);
+  for (std::size_t i = 0; i < state.size(); ++i) state[i] = asSigned(kMD5InitialState[i]);
   const int end = length(x);
   for (int block = 0; block < end; block += 16) {
     const auto next = afterRounds(state, x, block);

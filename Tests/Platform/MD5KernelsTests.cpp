@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <vector>
 
+#include "SorrelFramework/Platform/MD5Constants.hpp"
 #include "Tests/Support/EachMD5Kernel.hpp"
 
 namespace sorrel::test {

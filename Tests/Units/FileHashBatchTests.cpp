@@ -191,6 +191,7 @@ TEST_F(FileHashBatches, severalThreadsShareTheFiles) {
   withEachMD5Kernel([&](const MD5Kernel& kernel) {
     FileHashBatch batch(paths, 4, kernel);
     std::vector<std::thread> threads;
+    threads.reserve(4);
     for (int i = 0; i < 4; ++i) threads.emplace_back([&] { batch.run(); });
     for (std::thread& thread : threads) thread.join();
     EXPECT_EQ(batch.hashes(), wanted);

@@ -142,6 +142,7 @@ TEST_F(StreamFileHash, manyThreadsHashAtOnce) {
   const std::string path = fileOf(kChunk);
   std::vector<std::optional<std::string>> hashes(8);
   std::vector<std::thread> threads;
+  threads.reserve(hashes.size());
   for (auto& hash : hashes) threads.emplace_back([&] { hash = unit.hashFile(path); });
   for (std::thread& thread : threads) thread.join();
   for (const auto& hash : hashes) EXPECT_EQ(hash, "cc7fa4aff814016b4f2eff395e64ff7c");
