@@ -10,12 +10,15 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <set>
+#include <sstream>
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
 #include "SorrelFramework/HelpTool/MessageView.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
+#include "SorrelFramework/Platform/ChildProcess.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
 #include "Tests/Helper/HelperKit.hpp"
 #include "Tests/Support/MainLoop.hpp"
@@ -523,6 +526,77 @@ TEST_F(HelperServiceTest, aStopKillsTheWorkerAndAnswers) {
   EXPECT_TRUE(machine->waitUntilHelperIsGone());
 }
 
+// --- what the unit allows ---
+
+/// The names of a set of system calls, as the service manager knows it.
+std::set<std::string> callsOf(const std::string& set) {
+  std::string output;
+  ChildProcess analyze("/usr/bin/systemd-analyze", {"syscall-filter", "--no-pager", set});
+  analyze.run([&](std::string_view piece) {
+    output += piece;
+    return true;
+  });
+  std::set<std::string> calls;
+  std::istringstream lines(output);
+  for (std::string word; lines >> word;) {
+    if (word == "#") std::getline(lines, word);
+    if (word.starts_with('@') && word != set) calls.merge(callsOf(word));
+    calls.insert(word);
+  }
+  return calls;
+}
+
+TEST_F(HelperServiceTest, itMakesNoSystemCallThatItsUnitForbids) {
+  const std::string trace = "/mnt/trace";
+  fs::remove(trace);
+  HelperMachine::Setup setup;
+  setup.tracer = "/usr/bin/strace -f -qq -e signal=none -o " + trace;
+  start(setup);
+  const std::string folder = machine->folder().folder("folder/below");
+  for (const std::int32_t kind : {kDelete, kShred}) {
+    const std::string file = rootsFile("folder/below/file");
+    EXPECT_TRUE(machine->ask(kind, {{file, HelperDictionary()}}).flag) << machine->log();
+    EXPECT_FALSE(fs::exists(file));
+  }
+  EXPECT_TRUE(machine->ask(kDelete, {{folder, HelperDictionary()}}).flag) << machine->log();
+  machine->kill(SIGTERM);
+  ASSERT_TRUE(machine->waitUntilHelperIsGone());
+  std::set<std::string> allowed = callsOf("@system-service");
+  EXPECT_GT(allowed.size(), 200U);
+  for (const char* set : {"@mount", "@swap", "@reboot", "@module", "@raw-io", "@debug", "@keyring"}) {
+    for (const std::string& call : callsOf(set)) allowed.erase(call);
+  }
+  std::istringstream lines(test::contentOf(trace));
+  std::set<std::string> made;
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t name = line.find_first_not_of("0123456789 ");
+    const std::size_t open = line.find('(', name);
+    if (open != std::string::npos && line[name] != '<' && line[name] != '+')
+      made.insert(line.substr(name, open - name));
+  }
+  EXPECT_TRUE(made.contains("unlinkat"));
+  for (const std::string& call : made) EXPECT_TRUE(allowed.contains(call)) << call;
+}
+
+TEST_F(HelperServiceTest, theCapabilitiesOfItsUnitAreEnough) {
+  HelperMachine::Setup setup;
+  setup.tracer =
+      "/usr/bin/setpriv --no-new-privs --inh-caps=-all"
+      " --bounding-set=-all,+dac_override,+dac_read_search,+fowner";
+  start(setup);
+  for (const std::int32_t kind : {kDelete, kShred}) {
+    const std::string file = rootsFile("closed/file");
+    const std::string folder = machine->folder().path("closed");
+    ::chmod(folder.c_str(), 0);
+    const Answer answer = machine->ask(kind, {{file, HelperDictionary()}});
+    EXPECT_TRUE(answer.flag) << machine->log();
+    EXPECT_FALSE(fs::exists(file));
+    ::chmod(folder.c_str(), 0755);
+  }
+  EXPECT_EQ(statusOf(machine->helper(), "CapEff"), "000000000000000e");
+  EXPECT_EQ(statusOf(machine->helper(), "NoNewPrivs"), "1");
+}
+
 // --- how many, and until when ---
 
 TEST_F(HelperServiceTest, aUserHasTwoEventsUnderWay) {
@@ -631,6 +705,20 @@ TEST_F(HelperServiceTest, nothingOfItsStarterIsLeft) {
   EXPECT_EQ(statusOf(machine->helper(), "Uid"), "0\t0\t0\t0");
   EXPECT_EQ(fs::read_symlink(process + "/fd/0"), "/dev/null");
   EXPECT_EQ(fs::read_symlink(process + "/fd/1"), "/dev/null");
+}
+
+TEST_F(HelperServiceTest, itKeepsNothingOfWhatIsDone) {
+  start({});
+  const auto held = helper();
+  const auto ask = [&](int times) {
+    for (int i = 0; i < times; ++i) EXPECT_TRUE(test::take(test::send(*held, kDelete, kNowhere)).isThere);
+    const std::string process = "/proc/" + std::to_string(machine->helper());
+    const std::string children = test::contentOf(process + "/task/" + process.substr(6) + "/children");
+    EXPECT_EQ(children, "");
+    return std::distance(fs::directory_iterator(process + "/fd"), fs::directory_iterator());
+  };
+  const auto before = ask(1);
+  EXPECT_EQ(ask(20), before);
 }
 
 TEST_F(HelperServiceTest, itsUsersCanNeitherSignalNorTraceIt) {

@@ -17,8 +17,9 @@ std::vector<Integer> sizesDescending(const DuplicatesBySize& dictionary) {
 
 void sortByPath(std::vector<DuplicateInfo>& records) {
   std::ranges::sort(records, std::less<>(), &DuplicateInfo::path);
-  const auto repeated = std::ranges::unique(records, std::equal_to<>(), &DuplicateInfo::path);
-  records.erase(repeated.begin(), repeated.end());
+  // Clang 14 takes no subrange of GCC's library, which std::ranges::unique gives.
+  const auto samePath = [](const DuplicateInfo& a, const DuplicateInfo& b) { return a.path == b.path; };
+  records.erase(std::unique(records.begin(), records.end(), samePath), records.end());
 }
 
 DuplicatesBySize candidateFolders(DuplicatesBySize folders, const std::function<bool()>& isStopped) {
