@@ -1,10 +1,13 @@
 #include "SorrelFramework/Clean/CleanService.hpp"
 
 #include <gtest/gtest.h>
+#include <pthread.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <filesystem>
+#include <functional>
 #include <limits>
 #include <map>
 #include <memory>
@@ -239,6 +242,45 @@ TEST_F(CleanServiceTest, treesOfAnyDepthAreSelectedDeletedAndRepaired) {
   EXPECT_EQ(clean({all}), Names{"a"});
   EXPECT_EQ(finish_->finishes.at(0).size, 3);
   EXPECT_EQ(bottom->deleteStatus, kDeleteSuccess);
+}
+
+/// Runs `work` on a thread with a stack of 512 KiB.
+void onSmallStack(const std::function<void()>& work) {
+  pthread_attr_t attributes;
+  ASSERT_EQ(pthread_attr_init(&attributes), 0);
+  ASSERT_EQ(pthread_attr_setstacksize(&attributes, 512 << 10), 0);
+  const auto run = [](void* argument) -> void* {
+    (*static_cast<const std::function<void()>*>(argument))();
+    return nullptr;
+  };
+  pthread_t thread{};
+  ASSERT_EQ(pthread_create(&thread, &attributes, run, const_cast<std::function<void()>*>(&work)), 0);
+  ASSERT_EQ(pthread_join(thread, nullptr), 0);
+  pthread_attr_destroy(&attributes);
+}
+
+TEST_F(CleanServiceTest, deepTreesGoThroughBothHalvesOnASmallStack) {
+  stage_.failRemoving({path("a"), path("b")}, EACCES);
+  const auto refused = leaf("b", kOn, 4);
+  stage_.setHelper(std::make_shared<test::ScriptedHelper>(
+      test::deletingWhere([this](const std::string& at) { return at == path("a"); }),
+      test::ScriptedHelper::Thread::Caller));
+  onSmallStack([&] {
+    Ref<FileInformation> top =
+        makeRecord({stage_.volume.url("d/"), kOn, 0, true, {leaf("a", kOn, 3), refused}});
+    for (Integer i = 0; i < 20'000; ++i) {
+      top = makeRecord({stage_.volume.url("d/"), kMixed, 0, true, {top}, i});
+    }
+    const auto all = category(kMixed, {top});
+    top = nullptr;
+    const auto service = makeService({all});
+    CleanService::handleMixStatus(all->childrens[0], *service);
+    CleanService::deleteFiles(*service);
+    EXPECT_EQ(all->size, 4);
+  });
+  EXPECT_EQ(finish_->finishes.at(0).size, 3);
+  EXPECT_EQ(finish_->finishes.at(0).abnormalFiles, Records{refused});
+  finish_->finishes.clear();
 }
 
 TEST_F(CleanServiceTest, folderWithAFailingChildCountsOneFailureAndNoSize) {
@@ -542,6 +584,38 @@ void expectRepaired(const std::vector<Ref<CategoryInformation>>& categorys) {
   }
 }
 
+/// The numbers that the categories had and the names of the records, top down.
+Names namesOf(const std::vector<Ref<CategoryInformation>>& categorys,
+              const std::vector<Ref<CategoryInformation>>& tree, const CleanStage& stage) {
+  const std::string root = stage.volume.path() + "/";
+  Names names;
+  const std::function<void(const FileInformation&)> add = [&](const FileInformation& file) {
+    names.push_back(file.url.path().substr(root.size()));
+    for (const FileInformation& child : file.childrens) add(child);
+  };
+  for (const Ref<CategoryInformation>& category : categorys) {
+    names.push_back(std::to_string(std::ranges::find(tree, category) - tree.begin()));
+    for (const FileInformation& file : category->childrens) add(file);
+  }
+  return names;
+}
+
+void expectCommonEnd(const CleanCase::Outcome& expected, const FinishRecord::Finish& finish,
+                     const std::vector<Ref<CategoryInformation>>& tree, const CleanStage& stage) {
+  EXPECT_EQ(finish.size, expected.size);
+  EXPECT_EQ(finish.status, expected.status);
+  Names failed;
+  std::string desc;
+  for (const Ref<FileInformation>& file : finish.abnormalFiles) {
+    failed.push_back(file->url.path().substr(stage.volume.path().size() + 1));
+    desc += file->deleteErrorDesc + ",";
+  }
+  EXPECT_EQ(failed, expected.failed);
+  EXPECT_EQ(finish.desc, desc);
+  EXPECT_EQ(namesOf(finish.allCategorys, tree, stage), expected.tree);
+  expectRepaired(finish.allCategorys);
+}
+
 void prepareStage(const CleanCase& sketch, CleanStage& stage) {
   sketch.makeFiles(stage.volume);
   Names failing;
@@ -572,14 +646,14 @@ void checkCase(const CleanCase& sketch) {
 
   std::map<std::string, Ref<FileInformation>> leaves;
   const auto finish = std::make_shared<FinishRecord>();
-  ASSERT_NO_FATAL_FAILURE(runCase(sketch, sketch.makeTree(stage, leaves), finish));
+  const auto tree = sketch.makeTree(stage, leaves);
+  ASSERT_NO_FATAL_FAILURE(runCase(sketch, tree, finish));
   const auto after = snapshotOf(stage.volume.path());
   EXPECT_EQ(goneBetween(before, after), namesGone(expected, before));
   for (const auto& [name, fate] : expected.leaves)
     EXPECT_EQ(leaves.at(name)->deleteStatus, fate.status) << name;
   if (sketch.entry == CleanCase::Entry::Categorys) {
-    EXPECT_EQ(finish->finishes.at(0).size, expected.size);
-    expectRepaired(finish->finishes.at(0).allCategorys);
+    expectCommonEnd(expected, finish->finishes.at(0), tree, stage);
   }
 
   // The same ticks once more: nothing is left for them.

@@ -42,6 +42,16 @@ const Node* selectingRecord(CleanCase::Entry entry, Integer categoryState, const
   return nullptr;
 }
 
+void addFailed(const Node& node, CleanCase::Outcome& outcome) {
+  for (const Node& child : node.childrens) addFailed(child, outcome);
+  if (!node.childrens.empty()) return;
+  const Integer status = outcome.leaves[node.name].status;
+  // A leaf without a status was not selected, or lies in a folder that only a helper could have told about.
+  if (status != rawValue(DeleteStatus::None) && status != rawValue(DeleteStatus::DeleteSuccess)) {
+    outcome.failed.push_back(node.name);
+  }
+}
+
 Ref<FileInformation> makeTreeOf(const Node& node, Integer finderID, const TemporaryVolume& volume,
                                 std::map<std::string, Ref<FileInformation>>& leaves) {
   std::vector<Ref<FileInformation>> childrens;
@@ -132,6 +142,12 @@ std::vector<Ref<CategoryInformation>> CleanCase::makeTree(
 
 CleanCase::Outcome CleanCase::outcome() const {
   Outcome result;
+  addDeletions(result);
+  addRepair(result);
+  return result;
+}
+
+void CleanCase::addDeletions(Outcome& result) const {
   std::map<const Node*, std::vector<const Node*>> selected;  // leaves by the record they are deleted with
   for (const Category& category : categorys) {
     for (const Node& top : category.childrens) {
@@ -161,6 +177,7 @@ CleanCase::Outcome CleanCase::outcome() const {
       fate.isGone = fate.isGone || !fails;
     }
     if (!isAnyLeft) result.size += record->size;
+    if (isAnyLeft && helper == Helper::Refused) result.status = rawValue(DeleteStatus::DeleteError);
     if (!isAnyLeft || helper != Helper::Deletes) continue;
     for (const Node* leaf : leaves) {
       Fate& fate = result.leaves[leaf->name];
@@ -170,7 +187,31 @@ CleanCase::Outcome CleanCase::outcome() const {
       if (isDeleted) result.size += leaf->size;
     }
   }
-  return result;
+}
+
+void CleanCase::addRepair(Outcome& result) const {
+  const auto isGone = [&result](const Node& leaf) {
+    return leaf.state == 1 && result.leaves[leaf.name].status == rawValue(DeleteStatus::DeleteSuccess);
+  };
+  const std::function<void(const Node&)> addWhatStays = [&](const Node& node) {
+    result.tree.push_back(node.name);
+    for (const Node& child : node.childrens) {
+      // A folder below a record that stays is emptied at most.
+      if (!child.childrens.empty() || !isGone(child)) addWhatStays(child);
+    }
+  };
+  for (std::size_t i = 0; i < categorys.size(); ++i) {
+    const Category& category = categorys[i];
+    std::vector<const Node*> stay;
+    for (const Node& top : category.childrens) {
+      const std::size_t before = result.failed.size();
+      if (category.state != 0) addFailed(top, result);
+      if (category.state == 0 || result.failed.size() > before || top.state != 1) stay.push_back(&top);
+    }
+    if (category.state != 0 && category.needRemove && stay.empty()) continue;
+    result.tree.push_back(std::to_string(i));
+    for (const Node* top : stay) addWhatStays(*top);
+  }
 }
 
 }  // namespace sorrel::test

@@ -40,6 +40,10 @@ struct CleanCase {
   struct Outcome {
     std::map<std::string, Fate> leaves;  ///< by name
     std::int64_t size = 0;               ///< bytes freed, as a Common clean tells them
+    Integer status = 0;                  ///< of a Common clean
+    // After the repair of a Common clean, top down:
+    std::vector<std::string> failed;  ///< names of the leaves that were selected and are there
+    std::vector<std::string> tree;    ///< the category's number or the record's name
   };
 
   explicit CleanCase(unsigned seed);
@@ -57,6 +61,8 @@ struct CleanCase {
   std::set<std::string> helperRefuses;  ///< names of leaves
 
  private:
+  void addDeletions(Outcome& result) const;
+  void addRepair(Outcome& result) const;
   [[nodiscard]] int pick(int count) { return std::uniform_int_distribution<int>(0, count - 1)(random_); }
   [[nodiscard]] Integer anyState();
   [[nodiscard]] Node anyNode(const std::string& name, int depth);
