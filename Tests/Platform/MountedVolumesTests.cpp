@@ -8,6 +8,7 @@
 #include <string_view>
 #include <vector>
 
+#include "SorrelFramework/Platform/FileStatus.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
@@ -137,6 +138,7 @@ TEST_F(MountedVolumesOfHost, macVolumeListsItsRootAndTheFoldersOfVolumes) {
   const std::string root = "file://" + folder_.path() + "/";
   EXPECT_EQ(texts(mountedVolumeURLs()),
             (Texts{root, root + "Volumes/.hidden/", root + "Volumes/Backup/", root + "Volumes/USB%20Disk/"}));
+  EXPECT_EQ(localVolumeURLs(), mountedVolumeURLs());
 }
 
 TEST_F(MountedVolumesOfHost, macVolumeWithoutVolumesIsItsRoot) {
@@ -151,6 +153,18 @@ TEST_F(MountedVolumesOfHost, desktopListsFoldersAndTheRootFirst) {
   EXPECT_EQ(urls.front(), "file:///");
   EXPECT_TRUE(std::ranges::all_of(urls, [](const std::string& url) { return url.ends_with('/'); }));
   EXPECT_EQ(std::ranges::count(urls, "file:///proc/"), 0);
+}
+
+TEST_F(MountedVolumesOfHost, localVolumesOfTheDesktopAreThoseOffTheNetwork) {
+  Host::install(Host::linuxDesktop({}));
+  Texts expected;
+  for (const MountPoint& mount : mountPointsIn(test::contentOf("/proc/self/mountinfo"))) {
+    const auto status = statusOf(mount.path);
+    if (!mount.isNetwork && status && status->isDirectory()) expected.push_back(mount.path);
+  }
+  Texts found;
+  for (const URL& url : localVolumeURLs()) found.push_back(url.path());
+  EXPECT_EQ(found, expected);
 }
 
 }  // namespace
