@@ -196,11 +196,20 @@ std::string Host::preferencesFolder() const {
   return layout_ == Layout::MacVolume ? home_ + "/Library/Preferences" : xdg_.at(".config");
 }
 
-std::string Host::documentsFolder() const {
+std::string Host::documentsFolder() const { return userFolder("XDG_DOCUMENTS_DIR", "/Documents"); }
+
+std::string Host::picturesFolder() const { return userFolder("XDG_PICTURES_DIR", "/Pictures"); }
+
+std::string Host::userFolder(std::string_view variable, std::string_view belowHome) const {
   if (layout_ == Layout::LinuxDesktop) {
-    if (auto folder = userDirectory(xdg_.at(".config"), "XDG_DOCUMENTS_DIR", home_)) return *folder;
+    if (auto folder = userDirectory(xdg_.at(".config"), variable, home_)) return *folder;
   }
-  return home_ + "/Documents";
+  return home_ + std::string(belowHome);
+}
+
+std::optional<std::string> Host::mailFolder() const {
+  if (layout_ == Layout::LinuxDesktop) return std::nullopt;
+  return home_ + "/Library/Mail";
 }
 
 std::optional<std::string> Host::ownerName(uid_t uid) const {

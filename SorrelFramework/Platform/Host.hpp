@@ -63,6 +63,10 @@ class Host {
   [[nodiscard]] std::string preferencesFolder() const;
   /// On the desktop the XDG_DOCUMENTS_DIR of user-dirs.dirs(5), "Documents" in the home without one.
   [[nodiscard]] std::string documentsFolder() const;
+  /// The same for XDG_PICTURES_DIR and "Pictures".
+  [[nodiscard]] std::string picturesFolder() const;
+  /// Where the mail program of the layout keeps everything; nothing on the desktop, where each keeps its own.
+  [[nodiscard]] std::optional<std::string> mailFolder() const;
 
   /// Name of a numeric user id: the table of the volume, else the password file; nothing if neither knows it.
   [[nodiscard]] std::optional<std::string> ownerName(uid_t uid) const;
@@ -87,6 +91,7 @@ class Host {
 
  private:
   Host() = default;
+  [[nodiscard]] std::string userFolder(std::string_view variable, std::string_view belowHome) const;
 
   Layout layout_ = Layout::LinuxDesktop;
   std::string root_;

@@ -64,11 +64,18 @@ void stepTheBar(float /*share*/) {
 void walkCategory(const std::shared_ptr<CategoryScan>& scan, Integer index, CategoryInformation& category) {
   CategoryPlan plan = scan->plan.category(category);
   const std::vector<URL>& roots = plan.roots ? *plan.roots : category.urls;
-  auto done = [scan, index](std::map<URL, FileRecords> records,
-                            const std::map<URL, ScanFilesInformation>& totals) {
+  auto done = [scan, index, touch = std::move(plan.record)](
+                  std::map<URL, FileRecords> records, const std::map<URL, ScanFilesInformation>& totals) {
     auto result = std::make_shared<CategoryResult>(joinRoots(std::move(records), totals));
+    if (touch) {
+      for (const Ref<FileInformation>& record : result->first) touch(*record);
+    }
     scan->plan.lastStep([scan, index, result] { finishCategory(*scan, index, std::move(*result)); });
   };
+  if (plan.roots && plan.roots->empty()) {
+    stepTheBar(1);
+    return done({}, {});
+  }
   SuperScanService::getListFromUrls(*scan->feature, roots, category.state, plan.keys, plan.options,
                                     scan->feature->finderID, scan->progress, stepTheBar,
                                     std::move(plan.filter), std::move(done), scan->dispatch, category);
@@ -95,6 +102,21 @@ void runCategoryScan(FeatureInformation& featureInfo, ProgressFunc progress, Per
       walkCategory(scan, static_cast<Integer>(i), *category);
     });
   }
+}
+
+void runJunkScan(FeatureInformation& featureInfo, ProgressFunc progress, PercentFunc showPercent,
+                 SingleDoneFunc singleDone, std::function<void(CategoryResults)> done,
+                 std::shared_ptr<WeftSerialQueue> dispatch,
+                 std::function<CategoryPlan(const CategoryInformation&)> category) {
+  ScanPlan plan;
+  plan.category = std::move(category);
+  plan.lastStep = onSerialQueue(dispatch);
+  plan.categoryDone = [singleDone = std::move(singleDone)](Integer index, const CategoryResult& result) {
+    if (singleDone) singleDone(index, checkedAdd(result.second.fileSize, result.second.folderSize));
+  };
+  plan.done = std::move(done);
+  runCategoryScan(featureInfo, std::move(progress), std::move(showPercent), std::move(plan),
+                  std::move(dispatch));
 }
 
 std::function<void(std::function<void()>)> onSerialQueue(std::shared_ptr<WeftSerialQueue> dispatch) {

@@ -29,8 +29,10 @@ using SingleDoneFunc = std::function<void(Integer index, std::int64_t size)>;
 struct CategoryPlan {
   ResourceKeys keys;
   EnumerationOptions options = 0;
-  FilterFunc filter;                      ///< keeps everything if empty
-  std::optional<std::vector<URL>> roots;  ///< the category's urls if there are none of its own
+  FilterFunc filter;  ///< keeps everything if empty
+  /// The category's urls if there are none of its own. Own roots that are an empty list give an empty result.
+  std::optional<std::vector<URL>> roots;
+  std::function<void(FileInformation&)> record;  ///< a last touch to each record, on the serial queue
 };
 
 /// What sets one scanner of the family apart from the others. Everything they share is in runCategoryScan().
@@ -41,6 +43,11 @@ struct ScanPlan {
   std::function<void(Integer index, const CategoryResult&)> categoryDone;
   std::function<void(CategoryResults)> done;
 };
+
+/// The options of a walk that brings the direct children of its roots, each sized as a whole.
+constexpr EnumerationOptions kDirectChildren = NSDirectoryEnumerationSkipsHiddenFiles |
+                                               NSDirectoryEnumerationSkipsPackageDescendants |
+                                               NSDirectoryEnumerationSkipsSubdirectoryDescendants;
 
 /// The keys that every scanner of the family asks for.
 constexpr ResourceKeys kRecordKeys = NSURLLocalizedNameKey | NSURLFileSizeKey | NSURLEffectiveIconKey |
@@ -53,6 +60,13 @@ constexpr ResourceKeys kRecordKeys = NSURLLocalizedNameKey | NSURLFileSizeKey | 
 /// comes to an end.
 void runCategoryScan(FeatureInformation& featureInfo, ProgressFunc progress, PercentFunc showPercent,
                      ScanPlan plan, std::shared_ptr<WeftSerialQueue> dispatch);
+
+/// The frame for the scanners whose `singleDone` and `done` run on `dispatch` and whose callers fill the tree
+/// themselves: they differ in `category` alone.
+void runJunkScan(FeatureInformation& featureInfo, ProgressFunc progress, PercentFunc showPercent,
+                 SingleDoneFunc singleDone, std::function<void(CategoryResults)> done,
+                 std::shared_ptr<WeftSerialQueue> dispatch,
+                 std::function<CategoryPlan(const CategoryInformation&)> category);
 
 /// A last step that runs on `dispatch`, with the retry rule.
 std::function<void(std::function<void()>)> onSerialQueue(std::shared_ptr<WeftSerialQueue> dispatch);

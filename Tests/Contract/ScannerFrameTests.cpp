@@ -15,13 +15,18 @@
 #include <vector>
 
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Scan/MasterScan/EmailScanService.hpp"
+#include "SorrelFramework/Scan/MasterScan/PhotoScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/TrashBinScanService.hpp"
+#include "SorrelFramework/Scan/MasterScan/iTunesScanService.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ScanKit.hpp"
+#include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 #include "Tests/Support/VirtualClock.hpp"
 
@@ -39,6 +44,8 @@ struct Scanner {
   bool tellsSingles;                          ///< calls singleDone for each category
   void (*start)(FeatureInformation& feature, ScanRecord& scan);
   FileRecords (*records)(FeatureInformation& feature, ScanRecord& scan, std::size_t category);
+  std::string_view ending;  ///< of the names of files that it keeps
+  bool onDesktop = false;   ///< walks the folders of the catalogue only there
 };
 
 void PrintTo(const Scanner& scanner, std::ostream* out) { *out << scanner.name; }
@@ -61,7 +68,8 @@ const std::vector<Scanner> kScanners = {
        SystemScanService::scanSystemJunk(feature, scan.progress(), scan.percent(), scan.singleDone(),
                                          scan.done(), scan.queue);
      },
-     recordsHandedOver},
+     recordsHandedOver,
+     ""},
     {"TrashBin",
      2,
      {CategoryInfomationKind::Common, CategoryInfomationKind::OtherTrashBin},
@@ -71,7 +79,42 @@ const std::vector<Scanner> kScanners = {
        TrashBinScanService::scanTrashBin(feature, scan.progress(), scan.percent(), scan.singleDone(),
                                          scan.treeDone(), "Trash of a volume", scan.queue);
      },
-     recordsInTheTree},
+     recordsInTheTree,
+     ""},
+    {"Email",
+     4,
+     {CategoryInfomationKind::Common},
+     false,
+     true,
+     [](FeatureInformation& feature, ScanRecord& scan) {
+       EmailScanService::scanEmailJunk(feature, scan.progress(), scan.percent(), scan.singleDone(),
+                                       scan.done(), scan.queue);
+     },
+     recordsHandedOver,
+     ""},
+    {"iTunes",
+     5,
+     {CategoryInfomationKind::Common},
+     false,
+     true,
+     [](FeatureInformation& feature, ScanRecord& scan) {
+       iTunesScanService::scaniTunesJunk(feature, scan.progress(), scan.percent(), scan.singleDone(),
+                                         scan.done(), scan.queue);
+     },
+     recordsHandedOver,
+     ""},
+    {"Photo",
+     6,
+     {CategoryInfomationKind::Common},
+     false,
+     true,
+     [](FeatureInformation& feature, ScanRecord& scan) {
+       PhotoScanService::scaniPhotoJunk(feature, scan.progress(), scan.percent(), scan.singleDone(),
+                                        scan.done(), scan.queue);
+     },
+     recordsHandedOver,
+     ".png",
+     true},
 };
 
 /// Keeps threads of the global queue busy until it goes.
@@ -126,6 +169,19 @@ class ScannerFrame : public testing::TestWithParam<Scanner> {
     SuperScanService::percentService.exchange(nullptr);
     LogService::resetForTesting();
     volume.install();
+    if (GetParam().onDesktop) Host::install(Host::linuxDesktop({"org.example.test", "", {}}));
+  }
+
+  /// A file that the scanner keeps.
+  void file(const std::string& name, const std::string& content) const {
+    volume.file(name + std::string(GetParam().ending), content);
+  }
+  [[nodiscard]] std::string path(const std::string& name) const {
+    return volume.path(name + std::string(GetParam().ending));
+  }
+  [[nodiscard]] static std::vector<std::string> named(std::vector<std::string> names) {
+    for (std::string& name : names) name += GetParam().ending;
+    return names;
   }
 
   /// A feature with one category for each list of folders.
@@ -154,6 +210,7 @@ class ScannerFrame : public testing::TestWithParam<Scanner> {
   }
 
   test::TemporaryVolume volume;
+  test::ScopedVariable home{"HOME", volume.path("Users/alice").c_str()};
   ScanRecord scan;
   Ref<FeatureInformation> feature;
 };
@@ -161,8 +218,8 @@ class ScannerFrame : public testing::TestWithParam<Scanner> {
 using Titles = std::vector<std::string>;
 
 TEST_P(ScannerFrame, doneComesOnceOnItsQueueAfterTheStatusReadsEnd) {
-  volume.file("one/a", "1");
-  volume.file("two/b", "22");
+  file("one/a", "1");
+  file("two/b", "22");
   feature = makeFeature({{"one/"}, {"two/"}});
   std::optional<ScanState> atDone;
   scan.onDone = [&] { atDone = status(); };
@@ -174,13 +231,13 @@ TEST_P(ScannerFrame, doneComesOnceOnItsQueueAfterTheStatusReadsEnd) {
   EXPECT_EQ(scan.donePlaces.at(0).onSerial, !GetParam().endsOnMain);
   EXPECT_EQ(atDone, ScanState::end);
   EXPECT_EQ(status(), ScanState::end);
-  EXPECT_EQ(titles(0), Titles{"a"});
-  EXPECT_EQ(titles(1), Titles{"b"});
+  EXPECT_EQ(titles(0), named({"a"}));
+  EXPECT_EQ(titles(1), named({"b"}));
 }
 
 TEST_P(ScannerFrame, singleDoneComesOnceForEachCategoryOrNever) {
-  volume.file("one/a", "1");
-  volume.file("two/b", "22");
+  file("one/a", "1");
+  file("two/b", "22");
   feature = makeFeature({{"one/"}, {"two/"}});
   start();
   ASSERT_TRUE(scan.waitUntilDone());
@@ -191,9 +248,9 @@ TEST_P(ScannerFrame, singleDoneComesOnceForEachCategoryOrNever) {
 }
 
 TEST_P(ScannerFrame, recordsAreNumberedThroughAndTakeAfterTheirCategory) {
-  volume.file("one/a", "1");
-  volume.file("one/b", "1");
-  volume.file("two/c", "1");
+  file("one/a", "1");
+  file("one/b", "1");
+  file("two/c", "1");
   feature = makeFeature({{"one/", "two/"}});
   start();
   ASSERT_TRUE(scan.waitUntilDone());
@@ -210,19 +267,19 @@ TEST_P(ScannerFrame, recordsAreNumberedThroughAndTakeAfterTheirCategory) {
 }
 
 TEST_P(ScannerFrame, progressRunsOnTheMainQueueOnceForEachItem) {
-  volume.file("one/a", "1");
-  volume.file("two/b", "22");
+  file("one/a", "1");
+  file("two/b", "22");
   feature = makeFeature({{"one/"}, {"two/"}});
   start();
   ASSERT_TRUE(scan.waitUntilDone());
   std::sort(scan.progressCalls.begin(), scan.progressCalls.end());
-  EXPECT_EQ(scan.progressCalls, (std::vector<std::pair<std::string, std::int64_t>>{
-                                    {volume.path("one/a"), 1}, {volume.path("two/b"), 2}}));
+  EXPECT_EQ(scan.progressCalls,
+            (std::vector<std::pair<std::string, std::int64_t>>{{path("one/a"), 1}, {path("two/b"), 2}}));
   for (const auto& place : scan.progressPlaces) EXPECT_TRUE(place.onMain);
 }
 
 TEST_P(ScannerFrame, barEndsAtOneOnTheMainQueue) {
-  volume.file("one/a", "1");
+  file("one/a", "1");
   feature = makeFeature({{"one/"}, {"one/"}, {"one/"}});
   start();
   const auto bar = SuperScanService::percentService.get();
@@ -237,7 +294,7 @@ TEST_P(ScannerFrame, barEndsAtOneOnTheMainQueue) {
 }
 
 TEST_P(ScannerFrame, secondStartWhileTheFirstRunsCallsNothingBack) {
-  volume.file("one/a", "1");
+  file("one/a", "1");
   feature = makeFeature({{"one/"}});
   ScanRecord second;
   {
@@ -259,8 +316,8 @@ TEST_P(ScannerFrame, secondStartWhileTheFirstRunsCallsNothingBack) {
 }
 
 TEST_P(ScannerFrame, stopKeepsWhatWasFoundLeavesTheRestAndStillEnds) {
-  volume.file("one/a", "1");
-  volume.file("two/b", "1");
+  file("one/a", "1");
+  file("two/b", "1");
   feature = makeFeature({{"one/"}, {"two/"}});
   // One thread walks the categories one after the other; the first to be finished is refused by the queue,
   // and that moment is the stop.
@@ -270,7 +327,7 @@ TEST_P(ScannerFrame, stopKeepsWhatWasFoundLeavesTheRestAndStillEnds) {
   start();
   ASSERT_TRUE(scan.waitUntilDone());
   EXPECT_EQ(scan.doneCount, 1);
-  EXPECT_EQ(titles(0), Titles{"a"});
+  EXPECT_EQ(titles(0), named({"a"}));
   EXPECT_EQ(titles(1), Titles{});
   EXPECT_EQ(scan.percents.back(), 1.0F);
   EXPECT_EQ(SuperScanService::percentService.get(), nullptr);
@@ -278,7 +335,7 @@ TEST_P(ScannerFrame, stopKeepsWhatWasFoundLeavesTheRestAndStillEnds) {
 }
 
 TEST_P(ScannerFrame, stopBeforeTheFirstItemGivesAnEmptyResult) {
-  volume.file("one/a", "1");
+  file("one/a", "1");
   feature = makeFeature({{"one/"}, {"one/"}});
   {
     const BusyThreads all(GlobalQueue::width());
@@ -294,7 +351,7 @@ TEST_P(ScannerFrame, stopBeforeTheFirstItemGivesAnEmptyResult) {
 }
 
 TEST_P(ScannerFrame, scanThatEndedOrWasStoppedMayStartAgain) {
-  volume.file("one/a", "1");
+  file("one/a", "1");
   feature = makeFeature({{"one/"}});
   for (const ScanState before : {ScanState::end, ScanState::suspend}) {
     SuperScanService::scanStatus.set(GetParam().finderID, before);
@@ -302,13 +359,13 @@ TEST_P(ScannerFrame, scanThatEndedOrWasStoppedMayStartAgain) {
     scan.doneCount = 0;
     start();
     ASSERT_TRUE(scan.waitUntilDone());
-    EXPECT_EQ(titles(0), Titles{"a"});
+    EXPECT_EQ(titles(0), named({"a"}));
   }
 }
 
 TEST_P(ScannerFrame, missingAndUnreadableRootsAreEmptyAndKeepNothingFromEnding) {
-  volume.file("closed/hidden", "1");
-  volume.file("good/a", "1");
+  file("closed/hidden", "1");
+  file("good/a", "1");
   volume.file("good/closed/hidden", "1");
   volume.link("loop", "loop");
   volume.setMode(".", 0755);
@@ -320,7 +377,7 @@ TEST_P(ScannerFrame, missingAndUnreadableRootsAreEmptyAndKeepNothingFromEnding) 
     start();
     ASSERT_TRUE(scan.waitUntilDone());
   }
-  EXPECT_EQ(titles(0), Titles{"a"});
+  EXPECT_EQ(titles(0), named({"a"}));
   EXPECT_EQ(titles(1), Titles{});
   EXPECT_EQ(titles(2), Titles{});
   EXPECT_EQ(scan.doneCount, 1);
@@ -330,16 +387,16 @@ TEST_P(ScannerFrame, missingAndUnreadableRootsAreEmptyAndKeepNothingFromEnding) 
 }
 
 TEST_P(ScannerFrame, refusalsOfTheQueueAreRetriedAndLoseNothing) {
-  volume.file("one/a", "1");
-  volume.file("two/b", "1");
+  file("one/a", "1");
+  file("two/b", "1");
   feature = makeFeature({{"one/", "two/"}, {"two/"}});
   const test::VirtualClock clock;
   scan.queue->refuseNext(5);
   start();
   ASSERT_TRUE(scan.waitUntilDone());
   EXPECT_EQ(scan.doneCount, 1);
-  EXPECT_EQ(titles(0), (Titles{"a", "b"}));
-  EXPECT_EQ(titles(1), Titles{"b"});
+  EXPECT_EQ(titles(0), named({"a", "b"}));
+  EXPECT_EQ(titles(1), named({"b"}));
   EXPECT_EQ(clock.waits(), std::vector<std::uint64_t>(5, 500'000));
 }
 

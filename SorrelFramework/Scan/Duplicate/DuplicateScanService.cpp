@@ -17,9 +17,6 @@
 namespace sorrel {
 namespace {
 
-constexpr EnumerationOptions kDirectChildren = NSDirectoryEnumerationSkipsHiddenFiles |
-                                               NSDirectoryEnumerationSkipsPackageDescendants |
-                                               NSDirectoryEnumerationSkipsSubdirectoryDescendants;
 constexpr std::size_t kFewComponents = 4;
 constexpr std::int64_t kSteps = 4;
 
@@ -213,7 +210,8 @@ void DuplicateScanService::scanTestAProDuplicate(FeatureInformation& featureInfo
       if (singleDone) singleDone(static_cast<Integer>(i), bytes);
       if (--*left == 0) log("MMTest Scan Done");
     };
-    getListFromUrls(featureInfo, {scanPaths[i]}, NSControlStateValueOff, kMemberKeys, kDirectChildren & 6U,
+    getListFromUrls(featureInfo, {scanPaths[i]}, NSControlStateValueOff, kMemberKeys,
+                    NSDirectoryEnumerationSkipsHiddenFiles | NSDirectoryEnumerationSkipsPackageDescendants,
                     featureInfo.finderID, progress, showPercent, filter, singleDones, dispatch,
                     featureInfo.categoryInfo[0]);
   }

@@ -5,8 +5,6 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-
 namespace sorrel {
 namespace {
 
@@ -23,10 +21,6 @@ CategoryPlan planFor(const CategoryInformation& category) {
     plan.filter = SystemScanService::systemCacheFilter;
   }
   return plan;
-}
-
-std::int64_t bytesOf(const ScanFilesInformation& totals) {
-  return checkedAdd(totals.fileSize, totals.folderSize);
 }
 
 }  // namespace
@@ -55,15 +49,8 @@ void SystemScanService::scanProSystemJunk(FeatureInformation& featureInfo, Progr
                                           PercentFunc showPercent, SingleDoneFunc singleDone,
                                           std::function<void(CategoryResults)> done,
                                           std::shared_ptr<WeftSerialQueue> dispatch) {
-  ScanPlan plan;
-  plan.category = planFor;
-  plan.lastStep = onSerialQueue(dispatch);
-  plan.categoryDone = [singleDone = std::move(singleDone)](Integer index, const CategoryResult& result) {
-    if (singleDone) singleDone(index, bytesOf(result.second));
-  };
-  plan.done = std::move(done);
-  runCategoryScan(featureInfo, std::move(progress), std::move(showPercent), std::move(plan),
-                  std::move(dispatch));
+  runJunkScan(featureInfo, std::move(progress), std::move(showPercent), std::move(singleDone),
+              std::move(done), std::move(dispatch), planFor);
 }
 
 std::vector<Ref<CategoryInformation>> SystemScanService::updateSystemJunkCategory(

@@ -1,0 +1,80 @@
+#include "SorrelFramework/Scan/MasterScan/EmailScanService.hpp"
+
+#include <string_view>
+#include <utility>
+
+#include "SorrelFramework/Native/RemovalPolicy.hpp"
+#include "SorrelFramework/Native/TreeRemoval.hpp"
+#include "SorrelFramework/Platform/FileBytes.hpp"
+#include "SorrelFramework/Platform/FileManager.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/PropertyList.hpp"
+
+namespace sorrel {
+namespace {
+
+constexpr std::string_view kPersistenceInfo = "PersistenceInfo.plist";
+constexpr std::string_view kVersionFolders = "VersionDirectoryIdentifiers";
+constexpr std::string_view kAttachments = "/Attachments/";
+/// Account, mailbox and version folders lie above the first attachment.
+constexpr int kLevelsAboveAttachments = 3;
+
+CategoryPlan planFor(const CategoryInformation& category) {
+  CategoryPlan plan;
+  plan.keys = kRecordKeys;
+  if (category.kind != rawValue(CategoryInfomationKind::EmailAttachment)) {
+    plan.options = kDirectChildren;
+    return plan;
+  }
+  plan.keys = plan.keys | NSURLPathKey;
+  plan.filter = EmailScanService::attachmentFilter;
+  if (const auto folder = Host::current().mailFolder()) plan.roots = {URL::fileURL(*folder, true)};
+  return plan;
+}
+
+/// Puts a copy of `source` in the place of `target`; true if there is something at `target` then.
+bool renewCopy(const std::string& source, const std::string& target) {
+  (void)removeItem(target, RemovalPolicy::forUser());
+  const auto bytes = readFileBytes(source, kPropertyListByteLimit);
+  if (bytes) (void)writeFileAtomically(target, *bytes);
+  return fileExists(target);
+}
+
+}  // namespace
+
+bool EmailScanService::attachmentFilter(const URL& /*url*/, const ResourceValues& values,
+                                        EnumerationPosition* position) {
+  return values.path && position != nullptr && position->level() > kLevelsAboveAttachments &&
+         values.path->find(kAttachments) != std::string::npos && !values.isDirectory.value_or(true);
+}
+
+void EmailScanService::scanEmailJunk(FeatureInformation& featureInfo, ProgressFunc progress,
+                                     PercentFunc showPercent, SingleDoneFunc singleDone,
+                                     std::function<void(CategoryResults)> done,
+                                     std::shared_ptr<WeftSerialQueue> dispatch) {
+  scanProEmailJunk(featureInfo, std::move(progress), std::move(showPercent), std::move(singleDone),
+                   std::move(done), std::move(dispatch));
+}
+
+void EmailScanService::scanProEmailJunk(FeatureInformation& featureInfo, ProgressFunc progress,
+                                        PercentFunc showPercent, SingleDoneFunc singleDone,
+                                        std::function<void(CategoryResults)> done,
+                                        std::shared_ptr<WeftSerialQueue> dispatch) {
+  runJunkScan(featureInfo, std::move(progress), std::move(showPercent), std::move(singleDone),
+              std::move(done), std::move(dispatch), planFor);
+}
+
+std::vector<std::string> EmailScanService::getMailAttachmentsDirectoryId(const URL& url) {
+  const std::string source = url.appendingPathComponent(kPersistenceInfo, false).path();
+  const std::string target = supportFolder().appendingPathComponent(kPersistenceInfo, false).path();
+  const auto list = readPropertyListFile(renewCopy(source, target) ? target : source);
+  std::vector<std::string> folders;
+  if (!list || list->asDictionary() == nullptr) return folders;
+  for (const auto& [key, value] : *list->asDictionary()) {
+    if (key.find(kVersionFolders) == std::string::npos || value.asDictionary() == nullptr) continue;
+    for (const auto& entry : *value.asDictionary()) folders.push_back(entry.key);
+  }
+  return folders;
+}
+
+}  // namespace sorrel

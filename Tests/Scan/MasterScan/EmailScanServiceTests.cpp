@@ -1,0 +1,164 @@
+#include "SorrelFramework/Scan/MasterScan/EmailScanService.hpp"
+
+#include <gtest/gtest.h>
+
+#include <algorithm>
+
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "Tests/Support/ScanKit.hpp"
+#include "Tests/Support/ScopedVariable.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
+
+namespace sorrel {
+namespace {
+
+using Names = std::vector<std::string>;
+
+const std::string kMail = "Users/alice/Library/Mail/";
+
+class EmailScan : public testing::Test {
+ protected:
+  EmailScan() {
+    SuperScanService::scanStatus.resetForTesting();
+    volume.install();
+  }
+
+  void run(CategoryInfomationKind kind, const std::vector<URL>& urls) {
+    feature = test::makeFeature(4, {{kind, urls}});
+    EmailScanService::scanEmailJunk(*feature, scan.progress(), scan.percent(), scan.singleDone(), scan.done(),
+                                    scan.queue);
+    ASSERT_TRUE(scan.waitUntilDone());
+  }
+  void runAttachments() { run(CategoryInfomationKind::EmailAttachment, {volume.url("elsewhere/")}); }
+  [[nodiscard]] Names names(const std::string& root = kMail) const {
+    return test::namesOf(scan.results.at(0).first, volume.url(root));
+  }
+  /// The list beside a mail store, with the names of its version folders.
+  void persistenceInfo(const std::string& folder, const Names& versions) const {
+    PropertyList::Dictionary identifiers;
+    for (const std::string& version : versions) identifiers.set(version, "an identifier");
+    PropertyList::Dictionary list;
+    list.set("LastUsedVersionDirectoryName", "V10");
+    list.set("VersionDirectoryIdentifiers", std::move(identifiers));
+    volume.folder(folder);
+    EXPECT_TRUE(writePropertyListFile(volume.path(folder + "PersistenceInfo.plist"), std::move(list)));
+  }
+
+  test::TemporaryVolume volume;
+  test::ScanRecord scan;
+  Ref<FeatureInformation> feature;
+};
+
+TEST_F(EmailScan, attachmentsAreTheFilesBelowAFolderOfThatName) {
+  volume.file(kMail + "V10/ID/INBOX.mbox/U/Data/Messages/1.emlx", "mail");
+  volume.file(kMail + "V10/ID/INBOX.mbox/U/Data/Attachments/1/2/a.pdf", "333");
+  volume.file(kMail + "V10/ID/INBOX.mbox/U/Data/Attachments/1/2/.hidden", "1");
+  volume.file(kMail + "V10/ID/INBOX.mbox/U/Data/Attachments/1/3/My.app/Contents/x", "22");
+  runAttachments();
+  const std::string data = "V10/ID/INBOX.mbox/U/Data/Attachments/1/";
+  EXPECT_EQ(names(), (Names{data + "2/.hidden", data + "2/a.pdf", data + "3/My.app/Contents/x"}));
+  EXPECT_EQ(scan.results.at(0).second.fileSize, 6);
+  EXPECT_EQ(scan.results.at(0).second.folderSize, 0);
+}
+
+TEST_F(EmailScan, fileAtLevelThreeIsDroppedAndOneAtLevelFourKept) {
+  volume.file(kMail + "V10/Attachments/three", "1");
+  volume.file(kMail + "V10/Box/Attachments/four", "1");
+  runAttachments();
+  EXPECT_EQ(names(), Names{"V10/Box/Attachments/four"});
+}
+
+TEST_F(EmailScan, folderNeverMakesARecord) {
+  volume.file(kMail + "a/b/c/Attachments/d/Attachments/f", "1");
+  volume.folder(kMail + "a/b/c/Attachments/empty");
+  runAttachments();
+  EXPECT_EQ(names(), Names{"a/b/c/Attachments/d/Attachments/f"});
+}
+
+TEST_F(EmailScan, letterCaseOfAttachmentsCounts) {
+  volume.file(kMail + "a/b/c/attachments/d", "1");
+  runAttachments();
+  EXPECT_TRUE(names().empty());
+}
+
+TEST_F(EmailScan, attachmentsComeFromTheMailFolderWhateverTheCatalogueSays) {
+  volume.file("elsewhere/a/b/c/Attachments/d", "1");
+  runAttachments();
+  EXPECT_TRUE(names().empty());
+}
+
+TEST_F(EmailScan, missingMailFolderGivesZeroTotals) {
+  runAttachments();
+  EXPECT_TRUE(names().empty());
+  EXPECT_EQ(scan.results.at(0).second.fileSize, 0);
+  EXPECT_EQ(scan.singles, (std::vector<std::pair<Integer, std::int64_t>>{{0, 0}}));
+}
+
+TEST_F(EmailScan, otherKindGivesTheDirectChildrenOfItsFolders) {
+  volume.file("Downloads/one/a/deep", "333");
+  volume.file("Downloads/two", "22");
+  volume.file("Downloads/.hidden", "1");
+  run(CategoryInfomationKind::Common, {volume.url("Downloads/")});
+  EXPECT_EQ(names("Downloads/"), (Names{"one/", "two"}));
+  EXPECT_EQ(scan.results.at(0).first[0]->size, 3);
+}
+
+TEST_F(EmailScan, desktopWalksTheFoldersOfTheCatalogue) {
+  const test::ScopedVariable home("HOME", volume.path("home").c_str());
+  Host::install(Host::linuxDesktop({"org.example.test", "", {}}));
+  volume.file("home/store/a/b/Attachments/d", "1");
+  volume.file("home/store/a/b/c/d", "1");
+  run(CategoryInfomationKind::EmailAttachment, {volume.url("home/store/")});
+  EXPECT_EQ(names("home/store/"), Names{"a/b/Attachments/d"});
+}
+
+TEST_F(EmailScan, versionFoldersAreTheKeysOfTheirIdentifiers) {
+  volume.folder("Users/alice/Documents");
+  persistenceInfo(kMail, {"V2", "V10"});
+  EXPECT_EQ(EmailScanService::getMailAttachmentsDirectoryId(volume.url(kMail)), (Names{"V10", "V2"}));  // the order of the file
+}
+
+TEST_F(EmailScan, listIsCopiedToTheDocumentsOverAnOlderOne) {
+  persistenceInfo("Users/alice/Documents/", {"V1"});
+  const std::string other = volume.file("Users/alice/Documents/other", "mine");
+  persistenceInfo(kMail, {"V10"});
+  EXPECT_EQ(EmailScanService::getMailAttachmentsDirectoryId(volume.url(kMail)), Names{"V10"});
+  EXPECT_EQ(test::contentOf(volume.path("Users/alice/Documents/PersistenceInfo.plist")),
+            test::contentOf(volume.path(kMail + "PersistenceInfo.plist")));
+  EXPECT_EQ(test::contentOf(other), "mine");
+}
+
+TEST_F(EmailScan, linkInThePlaceOfTheCopyGoesAndItsTargetStays) {
+  persistenceInfo(kMail, {"V10"});
+  const std::string target = volume.file("Users/alice/precious", "mine");
+  volume.folder("Users/alice/Documents");
+  volume.link("Users/alice/Documents/PersistenceInfo.plist", target);
+  EXPECT_EQ(EmailScanService::getMailAttachmentsDirectoryId(volume.url(kMail)), Names{"V10"});
+  EXPECT_EQ(test::contentOf(target), "mine");
+}
+
+TEST_F(EmailScan, withoutADocumentsFolderTheListItselfIsRead) {
+  persistenceInfo(kMail, {"V10"});
+  EXPECT_EQ(EmailScanService::getMailAttachmentsDirectoryId(volume.url(kMail)), Names{"V10"});
+}
+
+TEST_F(EmailScan, missingOrDamagedListGivesNoNames) {
+  volume.folder("Users/alice/Documents");
+  EXPECT_TRUE(EmailScanService::getMailAttachmentsDirectoryId(volume.url(kMail)).empty());
+  volume.file(kMail + "PersistenceInfo.plist", "bplist00 and no more");
+  EXPECT_TRUE(EmailScanService::getMailAttachmentsDirectoryId(volume.url(kMail)).empty());
+}
+
+TEST_F(EmailScan, identifiersThatAreNoDictionaryAreSkipped) {
+  PropertyList::Dictionary list;
+  list.set("VersionDirectoryIdentifiers", "a text");
+  list.set("OldVersionDirectoryIdentifiers", PropertyList::Dictionary({{"V9", "id"}}));
+  list.set("Other", PropertyList::Dictionary({{"V1", "id"}}));
+  volume.folder(kMail);
+  ASSERT_TRUE(writePropertyListFile(volume.path(kMail + "PersistenceInfo.plist"), std::move(list)));
+  EXPECT_EQ(EmailScanService::getMailAttachmentsDirectoryId(volume.url(kMail)), Names{"V9"});
+}
+
+}  // namespace
+}  // namespace sorrel

@@ -1,0 +1,114 @@
+#include "SorrelFramework/Scan/MasterScan/PhotoScanService.hpp"
+
+#include <gtest/gtest.h>
+
+#include "SorrelFramework/Platform/Host.hpp"
+#include "Tests/Support/ScanKit.hpp"
+#include "Tests/Support/ScopedVariable.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
+
+namespace sorrel {
+namespace {
+
+using Names = std::vector<std::string>;
+
+const std::string kPictures = "Users/alice/Pictures/";
+const std::string kLibrary = kPictures + "Photos Library.photoslibrary/";
+
+class PhotoScan : public testing::Test {
+ protected:
+  PhotoScan() {
+    SuperScanService::scanStatus.resetForTesting();
+    volume.install();
+  }
+
+  void run(const std::vector<URL>& urls = {}) {
+    feature = test::makeFeature(6, {{CategoryInfomationKind::Common, urls}});
+    PhotoScanService::scaniPhotoJunk(*feature, scan.progress(), scan.percent(), scan.singleDone(),
+                                     scan.done(), scan.queue);
+    ASSERT_TRUE(scan.waitUntilDone());
+  }
+  [[nodiscard]] Names names(const std::string& root = kLibrary) const {
+    return test::namesOf(scan.results.at(0).first, volume.url(root));
+  }
+
+  test::TemporaryVolume volume;
+  test::ScanRecord scan;
+  Ref<FeatureInformation> feature;
+};
+
+TEST_F(PhotoScan, picturesOfTheThreeFoldersAtAnyDepthAreRecords) {
+  volume.file(kLibrary + "resources/media/face/00/a.jpg", "1");
+  volume.file(kLibrary + "resources/media/master/b.png", "22");
+  volume.file(kLibrary + "resources/Version/x/y/c.jpeg", "333");
+  volume.file(kLibrary + "resources/media/moduleresources/d.jpg", "1");
+  volume.file(kLibrary + "originals/e.jpg", "1");
+  volume.file(kLibrary + "resources/media/master/.hidden.png", "1");
+  run();
+  EXPECT_EQ(names(), (Names{"resources/Version/x/y/c.jpeg", "resources/media/face/00/a.jpg",
+                            "resources/media/master/b.png"}));
+  EXPECT_EQ(scan.results.at(0).second.fileSize, 6);
+}
+
+TEST_F(PhotoScan, endingInCapitalsIsNotKeptAndOneInTheMiddleIs) {
+  volume.file(kLibrary + "resources/media/face/A.JPG", "1");
+  volume.file(kLibrary + "resources/media/face/b.jpg.part", "1");
+  volume.file(kLibrary + "resources/media/face/c.gif", "1");
+  run();
+  EXPECT_EQ(names(), Names{"resources/media/face/b.jpg.part"});
+}
+
+TEST_F(PhotoScan, testIsOnTheLastComponentAlone) {
+  volume.file(kLibrary + "resources/media/face/album.jpgs/c.txt", "1");
+  run();
+  EXPECT_EQ(names(), Names{"resources/media/face/album.jpgs/"});
+}
+
+TEST_F(PhotoScan, withoutALibraryEachCategoryEndsEmpty) {
+  volume.file("Users/alice/a.jpg", "1");
+  run({volume.url("Users/alice/")});
+  EXPECT_TRUE(names().empty());
+  EXPECT_EQ(scan.results.at(0).second.fileSize, 0);
+  EXPECT_EQ(scan.doneCount, 1);
+  EXPECT_EQ(scan.singles, (std::vector<std::pair<Integer, std::int64_t>>{{0, 0}}));
+}
+
+TEST_F(PhotoScan, onlyAnItemDirectlyInThePicturesIsALibrary) {
+  volume.folder(kPictures + "deeper/Other.photoslibrary");
+  EXPECT_EQ(PhotoScanService::getPhotoslibraryPath(), std::nullopt);
+  volume.folder(kPictures + "my photoslibrary folder");
+  EXPECT_EQ(PhotoScanService::getPhotoslibraryPath(), volume.url(kPictures + "my photoslibrary folder/"));
+}
+
+TEST_F(PhotoScan, hiddenLibraryIsNone) {
+  volume.folder(kPictures + ".old.photoslibrary");
+  EXPECT_EQ(PhotoScanService::getPhotoslibraryPath(), std::nullopt);
+}
+
+TEST_F(PhotoScan, lastOfTwoLibrariesIsScanned) {
+  volume.file(kPictures + "A.photoslibrary/resources/media/face/a.jpg", "1");
+  volume.file(kPictures + "B.photoslibrary/resources/media/face/b.jpg", "1");
+  run();
+  EXPECT_EQ(names(kPictures), Names{"B.photoslibrary/resources/media/face/b.jpg"});
+}
+
+TEST_F(PhotoScan, desktopAlsoWalksTheFoldersOfTheCatalogue) {
+  const test::ScopedVariable home("HOME", volume.path("home").c_str());
+  Host::install(Host::linuxDesktop({"org.example.test", "", {}}));
+  volume.file("home/Pictures/L.photoslibrary/resources/media/face/a.jpg", "1");
+  volume.file("home/.cache/thumbnails/normal/0a.png", "1");
+  volume.file("home/.cache/thumbnails/readme", "1");
+  run({volume.url("home/.cache/thumbnails/")});
+  EXPECT_EQ(names("home/"), (Names{".cache/thumbnails/normal/0a.png",
+                                   "Pictures/L.photoslibrary/resources/media/face/a.jpg"}));
+}
+
+TEST_F(PhotoScan, scanChangesNothing) {
+  volume.file(kLibrary + "resources/media/face/a.jpg", "1");
+  const auto before = test::snapshotOf(volume.path(kPictures));
+  run();
+  EXPECT_EQ(test::snapshotOf(volume.path(kPictures)), before);
+}
+
+}  // namespace
+}  // namespace sorrel
