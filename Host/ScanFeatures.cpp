@@ -9,8 +9,11 @@
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Scan/MasterScan/EmailScanService.hpp"
+#include "SorrelFramework/Scan/MasterScan/PhotoScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/TrashBinScanService.hpp"
+#include "SorrelFramework/Scan/MasterScan/iTunesScanService.hpp"
 
 namespace sorrel::cli {
 namespace {
@@ -29,7 +32,11 @@ std::int64_t fillTree(FeatureInformation& feature, const CategoryResults& result
   return sum;
 }
 
-void startSystemJunk(const ScanJob& job) {
+using JunkScan = decltype(&SystemScanService::scanSystemJunk);
+
+/// A scanner whose results the application puts into the tree.
+template <JunkScan scan>
+void startJunk(const ScanJob& job) {
   const auto done = [feature = job.feature, finish = job.done](CategoryResults results) {
     finish([feature, results = std::move(results)] {
       const std::int64_t size = fillTree(*feature, results);
@@ -37,8 +44,7 @@ void startSystemJunk(const ScanJob& job) {
       return size;
     });
   };
-  SystemScanService::scanSystemJunk(*job.feature, job.progress, job.showPercent, job.singleDone, done,
-                                    job.dispatch);
+  scan(*job.feature, job.progress, job.showPercent, job.singleDone, done, job.dispatch);
 }
 
 Integer nextFinderID(const FeatureInformation& feature) {
@@ -68,16 +74,24 @@ void startTrash(const ScanJob& job) {
                                     kOtherTrashDescription, job.dispatch);
 }
 
-constexpr std::array<ScanFeature, 2> kScanners = {{
-    {1, true, nullptr, startSystemJunk},
+[[noreturn]] void refuse(Integer finderID, const std::string& why) {
+  throw CommandError(ExitStatus::FatalStop, "the catalogue's feature '" + featureName(finderID) + "' " + why +
+                                                ": its scan would never end.");
+}
+
+/// A photo library is found without a look at the categories' folders; each category is filled from it.
+void refuseWithoutCategories(FeatureInformation& feature) {
+  if (feature.categoryInfo.empty()) refuse(feature.finderID, "has no categories");
+}
+
+constexpr std::array<ScanFeature, 5> kScanners = {{
+    {1, true, nullptr, startJunk<SystemScanService::scanSystemJunk>},
     {2, true, addOtherTrashes, startTrash},
+    {4, true, nullptr, startJunk<EmailScanService::scanEmailJunk>},
+    {5, true, nullptr, startJunk<iTunesScanService::scaniTunesJunk>},
+    {6, false, refuseWithoutCategories, startJunk<PhotoScanService::scaniPhotoJunk>},
 }};
 static_assert(std::ranges::is_sorted(kScanners, {}, &ScanFeature::finderID));
-
-[[noreturn]] void refuse(const ScanFeature& row, const std::string& why) {
-  throw CommandError(ExitStatus::FatalStop, "the catalogue's feature '" + featureName(row.finderID) + "' " +
-                                                why + ": its scan would never end.");
-}
 
 }  // namespace
 
@@ -89,9 +103,9 @@ const ScanFeature* scanFeature(Integer finderID) {
 void prepareScan(const ScanFeature& row, FeatureInformation& feature) {
   if (row.addCategories != nullptr) row.addCategories(feature);
   if (!row.walksCategories) return;
-  if (feature.categoryInfo.empty()) refuse(row, "has no categories");
+  refuseWithoutCategories(feature);
   for (const CategoryInformation& category : feature.categoryInfo) {
-    if (category.urls.empty()) refuse(row, "has a category without urls ('" + category.title + "')");
+    if (category.urls.empty()) refuse(row.finderID, "has a category without urls ('" + category.title + "')");
   }
 }
 
