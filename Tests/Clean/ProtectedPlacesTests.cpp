@@ -1,6 +1,7 @@
 #include "SorrelFramework/Clean/ProtectedPlaces.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -11,6 +12,7 @@
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
+#include "Tests/Support/SystemCallFaults.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
@@ -30,6 +32,13 @@ class ProtectedPlacesTest : public testing::Test {
 
   test::TemporaryVolume volume_;
 };
+
+TEST_F(ProtectedPlacesTest, homesThatCannotBeListedAreNotPassedOver) {
+  RemovalPolicy policy = RemovalPolicy::forUser();
+  const auto calls = test::runWithFault({SYS_getdents64, 1, EIO}, [&policy] { protectPlacesOfHost(policy); });
+  if (!calls) GTEST_SKIP() << "no system calls can be watched here";
+  EXPECT_EQ(policy.error(), EIO);
+}
 
 TEST_F(ProtectedPlacesTest, placesOfAVolumeStay) {
   const std::string uid = std::to_string(::getuid());

@@ -8,6 +8,9 @@ namespace sorrel::test {
 /// A folder of one test, removed with everything in it when the test ends. Its path holds no link.
 class TemporaryFolder {
  public:
+  /// How the names of these folders begin.
+  static constexpr std::string_view kPrefix = "sorrel-test-";
+
   TemporaryFolder();
   ~TemporaryFolder();
   TemporaryFolder(const TemporaryFolder&) = delete;

@@ -5,15 +5,21 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
+#include <filesystem>
 #include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel::test {
 namespace {
+
+namespace fs = std::filesystem;
 
 constexpr int kFolderFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC | O_NOFOLLOW;
 
@@ -38,6 +44,17 @@ FileDescriptor openOwnFolder(int parent, const std::string& name) {
   return FileDescriptor(::openat(parent, name.c_str(), kFolderFlags));
 }
 
+/// Whether the item lies in a TemporaryFolder, or is one, wherever links above it lead.
+bool isOfTheKit(const std::string& path) {
+  const fs::path item(path);
+  if (!item.is_absolute() || !item.has_filename() || item.filename() == "..") return false;
+  std::error_code error;
+  const fs::path place = fs::canonical(item.parent_path(), error) / item.filename();
+  return !error && std::ranges::any_of(place, [](const fs::path& name) {
+    return name.string().starts_with(TemporaryFolder::kPrefix);
+  });
+}
+
 struct Level {
   std::string name;  // in the folder above
   std::vector<std::string> pending;
@@ -46,6 +63,7 @@ struct Level {
 }  // namespace
 
 bool removeTree(const std::string& path) {
+  if (!isOfTheKit(path)) return false;
   FileDescriptor folder = openOwnFolder(AT_FDCWD, path);
   if (!folder.isOpen()) return ::unlink(path.c_str()) == 0 || errno == ENOENT;
   std::vector<Level> levels;
