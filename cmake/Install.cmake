@@ -37,6 +37,7 @@ install(FILES "${PROJECT_BINARY_DIR}/package/SorrelFramework.pc"
 
 if(TARGET sorrel)
   install(TARGETS sorrel RUNTIME DESTINATION "${CMAKE_INSTALL_BINDIR}")
+  install(TARGETS sorrel_mdfind sorrel_mdls RUNTIME DESTINATION "${CMAKE_INSTALL_LIBEXECDIR}/sorrel")
   install(DIRECTORY Catalogue DESTINATION "${CMAKE_INSTALL_DATADIR}/sorrel")
 endif()
 

@@ -4,8 +4,17 @@
 #include <mutex>
 #include <utility>
 
+#include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
+
 namespace sorrel {
 namespace {
+
+TreeRepairResult repairLargeAndOldFiles(const Ref<CategoryInformation>& allCategory,
+                                        const Ref<FeatureInformation>& /*featureInfo*/) {
+  if (!allCategory) return {};
+  auto [size, files, desc] = LargeAndOldFileService::sortCategory(*allCategory);
+  return {size, std::move(files), std::move(desc), {}};
+}
 
 class RepairTable {
  public:
@@ -22,7 +31,9 @@ class RepairTable {
 
  private:
   mutable std::mutex mutex_;
-  std::map<CleanServiceType, TreeRepairFunc> rows_;
+  std::map<CleanServiceType, TreeRepairFunc> rows_ = {
+      {CleanServiceType::LargeAndOldFile, repairLargeAndOldFiles},
+  };
 };
 
 RepairTable& table() {

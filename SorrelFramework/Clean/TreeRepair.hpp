@@ -15,9 +15,10 @@ namespace sorrel {
 
 /// What the repair of a tree found after a clean.
 struct TreeRepairResult {
-  std::int64_t size = 0;      ///< bytes freed, by the repair's own figure
-  FileRecords abnormalFiles;  ///< records that could not be deleted
-  std::string desc;           ///< their texts
+  std::int64_t size = 0;  ///< bytes freed, by the repair's own figure
+  /// Records that could not be deleted; of large and old files, the records that went.
+  FileRecords abnormalFiles;
+  std::string desc;  ///< their texts
   /// The new categories, if the repair makes any; otherwise those of the clean stay.
   std::optional<std::vector<Ref<CategoryInformation>>> categorys;
 };

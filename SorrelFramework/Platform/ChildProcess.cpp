@@ -18,6 +18,8 @@
 #include <optional>
 #include <utility>
 
+#include "SorrelFramework/Platform/Host.hpp"
+
 namespace sorrel {
 namespace {
 
@@ -91,6 +93,8 @@ std::vector<std::string> childEnvironment() {
   for (const char* name : kPassedEnvironment) {
     if (const char* value = std::getenv(name)) entries.push_back(std::string(name) + '=' + value);
   }
+  const std::string& volume = Host::current().root();
+  if (!volume.empty()) entries.push_back(std::string(kVolumeVariable) + '=' + volume);
   return entries;
 }
 

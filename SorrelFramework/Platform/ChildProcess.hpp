@@ -12,6 +12,9 @@
 
 namespace sorrel {
 
+/// The variable that tells a child the root of the macOS volume that this process works on; see ChildProcess.
+inline constexpr const char* kVolumeVariable = "SORREL_VOLUME";
+
 /// What a child process may take before it is ended, and how long it is waited for.
 struct ChildLimits {
   /// Bytes of output. A child that prints more gets SIGINT; the rest of its output is thrown away.
@@ -26,8 +29,9 @@ struct ChildLimits {
 /// A program that runs beside this process: started as it is named, without a shell and without a search in
 /// PATH, its standard input empty, its standard output read here, its standard error that of this process. It
 /// gets a session of its own and dies with this process. Its environment holds PATH, LANG=C.UTF-8, and HOME,
-/// USER, TMPDIR, the XDG folders and the address of the session bus where this process has them; nothing
-/// else, so that no setting of the user's shell changes what a system tool prints.
+/// USER, TMPDIR, the XDG folders and the address of the session bus where this process has them, and
+/// SORREL_VOLUME, the root of the macOS volume of Host::current(), if that is a mounted one; nothing else, so
+/// that no setting of the user's shell changes what a system tool prints.
 class ChildProcess {
  public:
   /// How the child ended: the status if it ended by itself, the number of the signal that ended it otherwise.

@@ -75,6 +75,8 @@ class CleanServiceTest : public test::CleanFixture {
     return goneAfter(
         [&] { CleanService::cleanLargeAndOldCategorys(*all, CleanServiceType::LargeAndOldFile, finish_); });
   }
+
+  const test::UnrepairedLargeFiles unrepaired_;
 };
 
 const std::vector<float> kFullProgress = {0.25F, 0.5F, 0.75F};
@@ -639,6 +641,7 @@ void prepareStage(const CleanCase& sketch, CleanStage& stage) {
 }
 
 void checkCase(const CleanCase& sketch) {
+  const test::UnrepairedLargeFiles unrepaired;
   CleanStage stage;
   prepareStage(sketch, stage);
   const auto before = snapshotOf(stage.volume.path());

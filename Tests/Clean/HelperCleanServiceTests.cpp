@@ -200,7 +200,7 @@ TEST_F(HelperCleanServiceTest, noHelperWithoutAMessageIsInstallFail) {
 TEST_F(HelperCleanServiceTest, bundleWithoutIdentifierGetsNoHelper) {
   helperSending(std::nullopt);
   Host::install(Host::macVolume(stage_.volume.path(), "alice", {}));
-  run({leaf("a")}, CleanServiceType::LargeAndOldFile);
+  run({leaf("a")}, CleanServiceType::Similar);
   EXPECT_EQ(finish().status, kDeleteError);
   EXPECT_EQ(finish().desc, "Cann't Get Helper.Unkown reason.");
   EXPECT_EQ(stage_.helperNames, Names());

@@ -18,6 +18,7 @@
 #include <thread>
 #include <vector>
 
+#include "SorrelFramework/Platform/Host.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
@@ -149,6 +150,17 @@ TEST_F(ChildProcessTest, environmentHoldsOnlyWhatToolsNeed) {
   EXPECT_EQ(output.find("SORREL_TEST_SETTING"), std::string::npos);
   EXPECT_EQ(output.find("LC_ALL"), std::string::npos);
   EXPECT_EQ(output.find("XDG_STATE_HOME"), std::string::npos);
+}
+
+TEST_F(ChildProcessTest, rootOfAMountedVolumeIsToldToTheChild) {
+  EXPECT_EQ(run("/usr/bin/env").output.find("SORREL_VOLUME"), std::string::npos);
+  Host::install(Host::macVolume("/mnt/My Volume/", "alice", {}));
+  const std::string output = run("/usr/bin/env").output;
+  Host::install(Host::macVolume("", "alice", {}));
+  const std::string ofThisMachine = run("/usr/bin/env").output;
+  Host::install(Host::linuxDesktop({}));
+  EXPECT_NE(output.find("\nSORREL_VOLUME=/mnt/My Volume\n"), std::string::npos);
+  EXPECT_EQ(ofThisMachine.find("SORREL_VOLUME"), std::string::npos);
 }
 
 TEST_F(ChildProcessTest, standardInputIsEmpty) {

@@ -14,6 +14,7 @@
 #include <vector>
 
 #include "SorrelFramework/Clean/CleanService.hpp"
+#include "SorrelFramework/Clean/TreeRepair.hpp"
 #include "SorrelFramework/HelpTool/HelperProtocol.hpp"
 #include "Tests/Support/ScriptedHelper.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
@@ -72,6 +73,19 @@ class FinishRecord : public CleanServiceProtocol {
  private:
   std::mutex mutex_;
   std::condition_variable finished_;
+};
+
+/// While it lives, a clean of large and old files leaves the tree alone: for categories that have no rows
+/// below them, as its repair needs them.
+class UnrepairedLargeFiles {
+ public:
+  UnrepairedLargeFiles() : repair_(registerTreeRepair(CleanServiceType::LargeAndOldFile, nullptr)) {}
+  ~UnrepairedLargeFiles() { registerTreeRepair(CleanServiceType::LargeAndOldFile, repair_); }
+  UnrepairedLargeFiles(const UnrepairedLargeFiles&) = delete;
+  UnrepairedLargeFiles& operator=(const UnrepairedLargeFiles&) = delete;
+
+ private:
+  TreeRepairFunc repair_;
 };
 
 /// The answer of a helper that really deletes the paths that `removes` accepts; what is absent already counts

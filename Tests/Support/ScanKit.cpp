@@ -39,6 +39,19 @@ Ref<FeatureInformation> makeFeature(Integer finderID, const std::vector<Category
   return feature;
 }
 
+Ref<FeatureInformation> makeLargeAndOldFeature(Integer rows) {
+  auto feature = makeFeature(3, {{CategoryInfomationKind::LargeAndOldFileAllSet, {}}});
+  CategoryInformation& all = feature->categoryInfo[0];
+  all.childrenCateogry.emplace();
+  for (Integer i = 0; i < rows; ++i) {
+    all.childrenCateogry->push_back(makeRef<CategoryInformation>(
+        NSControlStateValueOff, i, "Row " + std::to_string(i), Image(), std::int64_t{0}, "",
+        rawValue(CategoryInfomationKind::Common), std::vector<URL>(), Children<FileInformation>(), feature,
+        std::any(), Integer{1}, false));
+  }
+  return feature;
+}
+
 ScanRecord::ScanRecord() : queue(std::make_shared<RecordingQueue>()) {}
 
 ScanRecord::Place ScanRecord::here() const {

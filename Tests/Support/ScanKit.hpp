@@ -37,6 +37,9 @@ struct CategorySketch {
 /// A feature with a module above it; its categories are numbered from 1.
 Ref<FeatureInformation> makeFeature(Integer finderID, const std::vector<CategorySketch>& categories);
 
+/// The feature of the large and old files, number 3: the category "All" with so many rows below it.
+Ref<FeatureInformation> makeLargeAndOldFeature(Integer rows = 12);
+
 /// What a scan called back, and on which queue. Its callbacks may be handed to any scanner.
 class ScanRecord {
  public:

@@ -1,0 +1,300 @@
+#include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
+
+#include <array>
+#include <cstddef>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/ContentType.hpp"
+#include "SorrelFramework/Platform/Fatal.hpp"
+#include "SorrelFramework/Platform/FileManager.hpp"
+#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Scan/ItemProcedure.hpp"
+#include "SorrelFramework/Scan/PercentService.hpp"
+#include "SorrelFramework/Units/LogService.hpp"
+#include "SorrelFramework/Units/TerminalTool.hpp"
+
+namespace sorrel {
+namespace {
+
+using Kind = LargeAndOldFileService::LargeAndFileKind;
+
+constexpr const char* kFindTool = "/usr/bin/mdfind";
+constexpr std::int64_t kEntrySize = 52'428'800;
+constexpr std::int64_t kSteps = 3;
+constexpr float kStepsOfATick = 1.0F;
+constexpr ResourceKeys kKeys = NSURLLocalizedNameKey | NSURLFileSizeKey | NSURLEffectiveIconKey |
+                               NSURLIsRegularFileKey | NSURLContentModificationDateKey |
+                               NSURLLocalizedTypeDescriptionKey;
+
+constexpr Integer kRowCount = rawValue(Kind::Small) + 1;
+constexpr double kYear = 31'536'000;
+constexpr double kMonth = 2'592'000;
+constexpr double kWeek = 604'800;
+
+struct TypeWord {
+  std::string_view word;
+  Kind kind;
+};
+constexpr std::array<TypeWord, 4> kTypeWords = {{
+    {"image", Kind::Picture},
+    {"movie", Kind::Movies},
+    {"audio", Kind::Music},
+    {"archive", Kind::Archives},
+}};
+
+/// The moments that tell how old a file is.
+struct AgeLimits {
+  Date year;
+  Date month;
+  Date week;
+};
+
+AgeLimits limitsOfNow() {
+  const double now = Date::now().secondsSince1970;
+  return {{now - kYear}, {now - kMonth}, {now - kWeek}};
+}
+
+Kind ageOf(const FileInformation& file, const AgeLimits& limits) {
+  if (file.date < limits.year) return Kind::OneYear;
+  if (file.date < limits.month) return Kind::OneMonth;
+  if (file.date < limits.week) return Kind::OneWeek;
+  return Kind::LastWeek;
+}
+
+Kind sizeBandOf(const FileInformation& file) {
+  if (file.size >= LargeAndOldFileService::HugeSize) return Kind::Huge;
+  if (file.size >= LargeAndOldFileService::AverageSize) return Kind::Average;
+  return Kind::Small;
+}
+
+CategoryInformation& rowBelow(CategoryInformation& all, Integer kind) {
+  const auto index = static_cast<std::size_t>(kind);
+  if (!all.childrenCateogry || index >= all.childrenCateogry->size()) {
+    fatalStop(kUnexpectedNil, "large and old files: the catalogue has no row " + std::to_string(kind));
+  }
+  return (*all.childrenCateogry)[index];
+}
+
+void empty(CategoryInformation& row) {
+  row.childrens.clear();
+  row.size = 0;
+}
+
+void emptyAll(CategoryInformation& all) {
+  rowBelow(all, kRowCount - 1);
+  empty(all);
+  for (CategoryInformation& row : *all.childrenCateogry) empty(row);
+}
+
+void putInto(CategoryInformation& row, FileInformation& file) {
+  row.childrens.push_back(Ref<FileInformation>(file));
+  row.size = checkedAdd(row.size, file.size);
+}
+
+/// A scan under way.
+struct LargeFileScan {
+  Ref<FeatureInformation> feature;
+  ProgressFunc progress;
+  PercentFunc showPercent;
+  SingleDoneFunc singleDone;
+  LargeAndOldFileService::DoneFunc done;
+  std::shared_ptr<WeftSerialQueue> dispatch;
+  std::shared_ptr<PercentService> bar;
+  AgeLimits limits = limitsOfNow();
+  Integer count = 0;
+  std::int64_t size = 0;
+
+  [[nodiscard]] Ref<CategoryInformation> all() const {
+    if (feature->categoryInfo.empty()) {
+      fatalStop(kUnexpectedNil, "large and old files: the catalogue's feature has no row \"All\"");
+    }
+    return feature->categoryInfo.ref(0);
+  }
+
+  void add(const Ref<CategoryInformation>& all, const URL& url, ResourceValues values) {
+    values.creationDate = values.contentModificationDate;  // what these records are dated by
+    const auto record =
+        makeRecord({NSControlStateValueOff, count++, all->finderID, all}, url, values,
+                   rawValue(FilesKind::File), values.fileSize.value_or(SuperScanService::defaultSize), true);
+    LargeAndOldFileService::addToChildrenCategory(*all, *record, limits.year, limits.month, limits.week);
+    size = checkedAdd(size, record->size);
+  }
+};
+using Scan = std::shared_ptr<LargeFileScan>;
+
+void log(std::string text) { LogService::shard().log(LogService::LogLevel::Info, std::move(text)); }
+
+/// The end of both roads.
+void finish(const Scan& scan) {
+  scan->bar->progressStep();
+  MainQueue::post([scan] {
+    SuperScanService::scanStatus.set(scan->feature->finderID, ScanState::end);
+    scan->bar->stopTime();  // neither road takes all the steps that were announced
+    if (scan->done) scan->done(*scan->feature, scan->size);
+  });
+}
+
+void walkHomeInstead(const Scan& scan) {
+  LargeAndOldFileService::scanProLargeAndOldFileCommon(*scan->feature, scan->progress, scan->showPercent,
+                                                       scan->singleDone, scan->done, scan->dispatch,
+                                                       scan->bar);
+}
+
+/// True for a path below the home. Another home may begin with the same letters, and a path that steps up
+/// again ends elsewhere.
+bool liesInHome(std::string_view path) {
+  std::string home = Host::current().home();
+  if (!home.ends_with('/')) home += '/';
+  if (!path.starts_with(home)) return false;
+  const std::string below = "/" + std::string(path.substr(home.size())) + "/";
+  return below.find("/../") == std::string::npos;
+}
+
+void takeFoundPaths(const Scan& scan, const std::string& output) {
+  const std::vector<std::string> lines = componentsSeparatedBy(output, "\n");
+  if (lines.empty()) {
+    log("LargeAndOldScanService Code = 1");
+    walkHomeInstead(scan);
+    return;
+  }
+  scan->bar->progressStep();
+  const Ref<CategoryInformation> all = scan->all();
+  emptyAll(*all);
+  for (const std::string& line : lines) {
+    if (!liesInHome(line)) continue;
+    const URL url = URL::fileURL(line);
+    auto values = resourceValues(url, kKeys);
+    if (values && values->isRegularFile.value_or(false)) scan->add(all, url, *std::move(values));
+  }
+  finish(scan);
+}
+
+void askTool(const Scan& scan) {
+  const Host& host = Host::current();
+  if (!fileExists(host.tool(kFindTool))) {
+    log("LargeAndOldScanService Code = 2");
+    walkHomeInstead(scan);
+    return;
+  }
+  TerminalUtils::realTimeRunTerminal(
+      kFindTool, {"-onlyin", host.home(), "kMDItemFSSize > " + std::to_string(kEntrySize)}, scan->dispatch,
+      [scan](const std::string& output) { takeFoundPaths(scan, output); });
+}
+
+void walkHome(const Scan& scan) {
+  const Ref<CategoryInformation> all = scan->all();
+  emptyAll(*all);
+  const auto& state = SuperScanService::scanStatus.cell(scan->feature->finderID);
+  DirectoryEnumerator files(
+      URL::fileURL(Host::current().home(), true),
+      NSDirectoryEnumerationSkipsHiddenFiles | NSDirectoryEnumerationSkipsPackageDescendants);
+  while (const DirectoryEnumerator::Item* const item = files.next()) {
+    if (ScanStatusTable::isSuspended(state)) break;
+    // The other values cost much more than these, and few files are large.
+    if (!item->status.isRegularFile() || item->status.size < kEntrySize) continue;
+    scan->add(all, item->url, files.values(kKeys));
+  }
+  finish(scan);
+}
+
+bool isDeleted(const FileInformation& file) {
+  return file.state == NSControlStateValueOn && file.deleteStatus == rawValue(DeleteStatus::DeleteSuccess);
+}
+
+}  // namespace
+
+void LargeAndOldFileService::scanLargeAndOldFile(FeatureInformation& featureInfo, ProgressFunc progress,
+                                                 PercentFunc showPercent, SingleDoneFunc singleDone,
+                                                 DoneFunc done, std::shared_ptr<WeftSerialQueue> dispatch) {
+  scanProLargeAndOldFileFast(featureInfo, std::move(progress), std::move(showPercent), std::move(singleDone),
+                             std::move(done), std::move(dispatch));
+}
+
+void LargeAndOldFileService::scanProLargeAndOldFileFast(FeatureInformation& featureInfo,
+                                                        ProgressFunc progress, PercentFunc showPercent,
+                                                        SingleDoneFunc singleDone, DoneFunc done,
+                                                        std::shared_ptr<WeftSerialQueue> dispatch) {
+  if (!scanStatus.startUnlessRunning(featureInfo.finderID)) {
+    log("LargeAndOldScanService Scanning");
+    return;
+  }
+  log("LargeAndOldScanService Start");
+  const auto bar = std::make_shared<PercentService>(showPercent, kSteps, kStepsOfATick);
+  const auto scan = std::make_shared<LargeFileScan>(
+      LargeFileScan{Ref<FeatureInformation>(featureInfo), std::move(progress), std::move(showPercent),
+                    std::move(singleDone), std::move(done), std::move(dispatch), bar});
+  percentService.exchange(bar);
+  bar->startTime();
+  // A child process may take long: no thread of the bounded pool waits for it.
+  GlobalQueue::submitBlocking([scan] { askTool(scan); });
+}
+
+void LargeAndOldFileService::scanProLargeAndOldFileCommon(FeatureInformation& featureInfo,
+                                                          ProgressFunc progress, PercentFunc showPercent,
+                                                          SingleDoneFunc singleDone, DoneFunc done,
+                                                          std::shared_ptr<WeftSerialQueue> dispatch,
+                                                          std::shared_ptr<PercentService> service) {
+  const auto scan = std::make_shared<LargeFileScan>(
+      LargeFileScan{Ref<FeatureInformation>(featureInfo), std::move(progress), std::move(showPercent),
+                    std::move(singleDone), std::move(done), std::move(dispatch), std::move(service)});
+  GlobalQueue::submit([scan] { walkHome(scan); });
+}
+
+Integer LargeAndOldFileService::sortTypeFile(const FileInformation& file) {
+  for (const std::string& type : contentTypeTree(file.url.path())) {
+    const std::string text = lowercased(type);
+    for (const TypeWord& row : kTypeWords) {
+      if (text.find(row.word) != std::string::npos) return rawValue(row.kind);
+    }
+  }
+  return rawValue(LargeAndFileKind::Other);
+}
+
+void LargeAndOldFileService::addToChildrenCategory(CategoryInformation& allCategory, FileInformation& file,
+                                                   Date yearTime, Date monthTime, Date weekTime) {
+  const Integer kinds[] = {sortTypeFile(file), rawValue(ageOf(file, {yearTime, monthTime, weekTime})),
+                           rawValue(sizeBandOf(file))};
+  Rows rows;
+  for (const Integer kind : kinds) {
+    CategoryInformation& row = rowBelow(allCategory, kind);
+    putInto(row, file);
+    rows.emplace(kind, &row);
+  }
+  putInto(allCategory, file);
+  file.attachInformation = std::move(rows);
+}
+
+std::tuple<std::int64_t, FileRecords, std::string> LargeAndOldFileService::sortCategory(
+    CategoryInformation& allCategory) {
+  std::int64_t size = 0;
+  FileRecords removed;
+  std::string paths;
+  FileRecords remaining;
+  for (FileInformation& file : allCategory.childrens) {
+    if (!isDeleted(file)) {
+      remaining.emplace_back(file);
+      continue;
+    }
+    size = checkedAdd(size, file.size);
+    removed.emplace_back(file);
+    paths += file.url.path() + ",";
+  }
+
+  emptyAll(allCategory);
+  const AgeLimits limits = limitsOfNow();
+  Integer position = 0;
+  for (const Ref<FileInformation>& file : remaining) {
+    file->finderID = position++;
+    file->state = NSControlStateValueOff;
+    addToChildrenCategory(allCategory, *file, limits.year, limits.month, limits.week);
+  }
+  return {size, std::move(removed), std::move(paths)};
+}
+
+}  // namespace sorrel

@@ -1,0 +1,44 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace sorrel::tools {
+
+/// What a query can ask about an item.
+struct FoundItem {
+  std::string_view name;  ///< last path component
+  bool isDirectory = false;
+  std::int64_t size = 0;  ///< bytes; of files only
+};
+
+/// A query of mdfind(1), as far as the framework asks any: one attribute and one value,
+///
+///   kMDItemFSSize > NUMBER
+///   kMDItemFSName == PATTERN        the last path component
+///   kMDItemContentType == PATTERN   such as com.apple.application-bundle
+///   kMDItemKind == PATTERN          see itemKind()
+///
+/// with or without blanks around the operator, "=" for "==", and the pattern in single or double quotes or in
+/// none. A "*" in it stands for any characters; letter case counts.
+class FindQuery {
+ public:
+  /// Nothing for any other text.
+  static std::optional<FindQuery> parse(std::string_view text);
+
+  [[nodiscard]] bool matches(const FoundItem& item) const;
+  /// True if the query looks at the size alone, not at the name.
+  [[nodiscard]] bool asksForSize() const { return attribute_ == Attribute::Size; }
+
+ private:
+  enum class Attribute { Size, Name, ContentType, Kind };
+  struct Row;
+
+  Attribute attribute_ = Attribute::Size;
+  std::int64_t number_ = 0;
+  std::string pattern_;  // for fnmatch(3)
+};
+
+}  // namespace sorrel::tools
