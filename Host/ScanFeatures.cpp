@@ -9,6 +9,7 @@
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
 #include "SorrelFramework/Scan/MasterScan/EmailScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/PhotoScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
@@ -74,6 +75,14 @@ void startTrash(const ScanJob& job) {
                                     kOtherTrashDescription, job.dispatch);
 }
 
+void startLargeAndOld(const ScanJob& job) {
+  const auto done = [finish = job.done](FeatureInformation&, std::int64_t size) {
+    finish([size] { return size; });
+  };
+  LargeAndOldFileService::scanLargeAndOldFile(*job.feature, job.progress, job.showPercent, job.singleDone,
+                                              done, job.dispatch);
+}
+
 [[noreturn]] void refuse(Integer finderID, const std::string& why) {
   throw CommandError(ExitStatus::FatalStop, "the catalogue's feature '" + featureName(finderID) + "' " + why +
                                                 ": its scan would never end.");
@@ -84,9 +93,10 @@ void refuseWithoutCategories(FeatureInformation& feature) {
   if (feature.categoryInfo.empty()) refuse(feature.finderID, "has no categories");
 }
 
-constexpr std::array<ScanFeature, 5> kScanners = {{
+constexpr std::array<ScanFeature, 6> kScanners = {{
     {1, true, nullptr, startJunk<SystemScanService::scanSystemJunk>},
     {2, true, addOtherTrashes, startTrash},
+    {3, false, nullptr, startLargeAndOld},
     {4, true, nullptr, startJunk<EmailScanService::scanEmailJunk>},
     {5, true, nullptr, startJunk<iTunesScanService::scaniTunesJunk>},
     {6, false, refuseWithoutCategories, startJunk<PhotoScanService::scaniPhotoJunk>},

@@ -22,6 +22,7 @@
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "SorrelFramework/Units/TerminalTool.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
+#include "Tests/Tools/InMemory.hpp"
 #include "Tools/TreeSearch.hpp"
 
 namespace sorrel::tools {
@@ -61,6 +62,7 @@ class ToolProgram : public testing::Test {
     return WEXITSTATUS(std::system(("exec 2>/dev/null; " + command).c_str()));
   }
 
+  test::InMemory memory;
   test::TemporaryVolume volume;
 };
 
@@ -140,8 +142,8 @@ TEST_F(ToolProgram, outputThatIsClosedOrFullEndsWithOne) {
   EXPECT_EQ(shellStatus(command + ">&-"), 1);
   EXPECT_EQ(shellStatus(command + "<&- >&- 2>&-"), 1);
   EXPECT_EQ(shellStatus(command + ">/dev/full"), 1);
-  EXPECT_EQ(shellStatus(kFolder + "mdls / >&-"), 1);
-  EXPECT_EQ(shellStatus(kFolder + "mdls / >/dev/full"), 1);
+  EXPECT_EQ(shellStatus(kFolder + "mdls " + volume.path() + " >&-"), 1);
+  EXPECT_EQ(shellStatus(kFolder + "mdls " + volume.path() + " >/dev/full"), 1);
 }
 
 TEST_F(ToolProgram, readerThatGoesEndsTheTool) {

@@ -11,6 +11,7 @@
 #include "SorrelFramework/Platform/Host.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
+#include "Tests/Tools/InMemory.hpp"
 
 namespace sorrel::tools {
 namespace {
@@ -31,6 +32,7 @@ class TreeSearch : public testing::Test {
     return names;
   }
 
+  test::InMemory memory;
   test::TemporaryVolume volume;
 };
 
