@@ -13,6 +13,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <tuple>
 #include <type_traits>
 #include <utility>
 #include <vector>
@@ -34,6 +35,7 @@
 #include "SorrelFramework/Model/ScanFileInfo.hpp"
 #include "SorrelFramework/Native/FileHash.hpp"
 #include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
 #include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/TrashBinScanService.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
@@ -338,6 +340,32 @@ static_assert(std::derived_from<TrashBinScanService, SuperScanService>);
 static_assert(isOperation<TrashBinScan>(&TrashBinScanService::scanTrashBin));
 static_assert(isOperation<TrashBinScan>(&TrashBinScanService::scanProTrashBin));
 static_assert(isOperation<std::vector<std::pair<URL, std::string>>()>(&TrashBinScanService::getUSBInfo));
+
+// LargeAndOldFileService
+using LargeAndOldDone = std::function<void(FeatureInformation&, std::int64_t)>;
+using LargeAndOldScan = void(FeatureInformation&, ProgressFunc, PercentFunc, SingleDoneFunc, LargeAndOldDone,
+                             Serial);
+using LargeAndFileKind = LargeAndOldFileService::LargeAndFileKind;
+static_assert(std::derived_from<LargeAndOldFileService, SuperScanService>);
+static_assert(rawValue(LargeAndFileKind::Archives) == 0 && rawValue(LargeAndFileKind::Picture) == 1 &&
+              rawValue(LargeAndFileKind::Movies) == 2 && rawValue(LargeAndFileKind::Music) == 3 &&
+              rawValue(LargeAndFileKind::Other) == 4 && rawValue(LargeAndFileKind::OneYear) == 5 &&
+              rawValue(LargeAndFileKind::OneMonth) == 6 && rawValue(LargeAndFileKind::OneWeek) == 7 &&
+              rawValue(LargeAndFileKind::LastWeek) == 8 && rawValue(LargeAndFileKind::Huge) == 9 &&
+              rawValue(LargeAndFileKind::Average) == 10 && rawValue(LargeAndFileKind::Small) == 11);
+static_assert(LargeAndOldFileService::HugeSize == 524'288'000 &&
+              LargeAndOldFileService::AverageSize == 104'857'600);
+static_assert(isOperation<LargeAndOldScan>(&LargeAndOldFileService::scanLargeAndOldFile));
+static_assert(isOperation<LargeAndOldScan>(&LargeAndOldFileService::scanProLargeAndOldFileFast));
+static_assert(isOperation<void(FeatureInformation&, ProgressFunc, PercentFunc, SingleDoneFunc,
+                               LargeAndOldDone, Serial, std::shared_ptr<PercentService>)>(
+    &LargeAndOldFileService::scanProLargeAndOldFileCommon));
+static_assert(isOperation<Integer(const FileInformation&)>(&LargeAndOldFileService::sortTypeFile));
+static_assert(isOperation<void(CategoryInformation&, FileInformation&, Date, Date, Date)>(
+    &LargeAndOldFileService::addToChildrenCategory));
+static_assert(isOperation<std::tuple<std::int64_t, std::vector<Ref<FileInformation>>, std::string>(
+                  CategoryInformation&)>(&LargeAndOldFileService::sortCategory));
+static_assert(std::is_same_v<LargeAndOldFileService::Rows, std::map<Integer, CategoryInformation*>>);
 
 // StreamFileHashUnit
 static_assert(isOperation<StreamFileHashUnit&()>(&StreamFileHashUnit::shard));  // "shard"

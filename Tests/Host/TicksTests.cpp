@@ -302,6 +302,7 @@ TEST_F(TicksTest, eachFeatureIsCleanedByItsEntry) {
 }
 
 TEST_F(TicksTest, whatIsSelectedIsWhatEachEntryRemoves) {
+  const test::UnrepairedLargeFiles unrepaired;
   for (const Integer finderID : {2, 3, 7}) {
     feature().categoryInfo.clear();
     const CleanFeature& row = *cleanFeature(finderID);

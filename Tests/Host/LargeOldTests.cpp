@@ -1,0 +1,140 @@
+// `sorrel scan large-old` and `sorrel clean large-old`, from outside.
+#include <gtest/gtest.h>
+
+#include <cstdint>
+#include <filesystem>
+#include <string>
+#include <vector>
+
+#include "Tests/Host/HostKit.hpp"
+
+namespace sorrel::hosttests {
+namespace {
+
+using Words = std::vector<std::string>;
+constexpr std::int64_t kMiB = 1 << 20;
+
+/// A volume with the home of alice, scanned with the catalogue that comes with the program.
+class LargeOld : public testing::Test {
+ protected:
+  LargeOld() { volume.folder("Users/alice"); }
+
+  /// A file that takes no room on the disk.
+  std::string big(const std::string& name, std::int64_t size = 60 * kMiB) const {
+    const std::string path = volume.file(name, 0);
+    std::filesystem::resize_file(path, static_cast<std::uintmax_t>(size));
+    return path;
+  }
+  ProgramRun run(const Words& words, Words options = {}) const {
+    options.insert(options.end(), {"--volume", volume.path(), "--user", "alice"});
+    options.insert(options.end(), words.begin(), words.end());
+    return sorrel(options);
+  }
+  Json scan(const Words& options = {}) const {
+    const ProgramRun scanned = run({"--json", "scan", "large-old"}, options);
+    EXPECT_EQ(scanned.status, 0) << scanned.err;
+    return scanned.document();
+  }
+  static Words titles(const Json& category) {
+    Words found;
+    for (const Json& record : category.at("childrens")) found.push_back(record.at("title"));
+    return found;
+  }
+
+  TemporaryFolder volume;
+};
+
+TEST_F(LargeOld, documentHoldsAllAndItsTwelveRows) {
+  big("Users/alice/Movies/film.mov", 600 * kMiB);
+  big("Users/alice/backup.zip", 120 * kMiB);
+  big("Users/alice/small.zip", 40 * kMiB);
+  big("Users/bob/film.mov");
+  const Json document = scan();
+  EXPECT_EQ(document.at("size"), 720 * kMiB);
+  EXPECT_EQ(document.at("status"), "end");
+  EXPECT_EQ(document.at("callbacks"),
+            (Json{{"done", 1}, {"singleDone", 0}, {"progress", 0}, {"lastPercent", 1.0}}));
+  ASSERT_EQ(document.at("feature").at("categoryInfo").size(), 1U);
+  const Json& all = document.at("feature").at("categoryInfo").at(0);
+  EXPECT_EQ(all.at("title"), "All");
+  EXPECT_EQ(all.at("kind"), 5);
+  EXPECT_EQ(all.at("size"), 720 * kMiB);
+  EXPECT_EQ(titles(all), (Words{"film.mov", "backup.zip"}));
+  EXPECT_EQ(all.at("childrens").at(0).at("attachment"), nullptr);
+  const Json& rows = all.at("childrenCateogry");
+  const std::vector<Words> expected = {
+      {"backup.zip"}, {}, {"film.mov"}, {}, {}, {}, {}, {}, {"film.mov", "backup.zip"}, {"film.mov"},
+      {"backup.zip"}, {}};
+  ASSERT_EQ(rows.size(), expected.size());
+  for (std::size_t i = 0; i < rows.size(); ++i) {
+    EXPECT_EQ(titles(rows.at(i)), expected[i]) << i;
+    EXPECT_EQ(rows.at(i).at("finderID"), i);
+    EXPECT_EQ(rows.at(i).at("levelInt"), 1);
+  }
+}
+
+TEST_F(LargeOld, withoutItsToolsTheProgramFindsTheSame) {
+  big("Users/alice/b/c/film.mov", 600 * kMiB);
+  big("Users/alice/b.zip");
+  big("Users/alice/Game.app/Contents/data.pak");
+  const Json fast = scan();
+  const Json walked = scan({"--tools", volume.folder("no tools")});
+  EXPECT_EQ(fast.dump(1), walked.dump(1));
+  EXPECT_EQ(titles(fast.at("feature").at("categoryInfo").at(0)).size(), 2U);
+}
+
+TEST_F(LargeOld, linuxDesktopIsSearchedFromItsHome) {
+  big("home/Downloads/disc.iso");
+  big("home/.cache/store.bin");
+  const ProgramRun scanned = sorrel({"scan", "large-old"}, {.environment = {"HOME=" + volume.path("home")}});
+  EXPECT_EQ(scanned.status, 0) << scanned.err;
+  EXPECT_NE(scanned.out.find("disc.iso"), std::string::npos);
+  EXPECT_EQ(scanned.out.find("store.bin"), std::string::npos);
+  EXPECT_TRUE(scanned.out.ends_with("1 item, 60.0 MiB\n")) << scanned.out;
+}
+
+TEST_F(LargeOld, textTreeShowsTheRowsBelowAll) {
+  big("Users/alice/backup.zip");
+  const ProgramRun scanned = run({"scan", "large-old"});
+  for (const char* line :
+       {"   60.0 MiB    All\n", "   60.0 MiB      backup.zip\n", "   60.0 MiB      Archives\n",
+        "   60.0 MiB        backup.zip\n", "        0 B      Huge\n"}) {
+    EXPECT_NE(scanned.out.find(line), std::string::npos) << line << scanned.out;
+  }
+}
+
+TEST_F(LargeOld, namesThatTheToolCannotTellAreCountedOnStandardError) {
+  big("Users/alice/line\nfeed.zip");
+  big("Users/alice/ok.zip");
+  const ProgramRun scanned = run({"--json", "scan", "large-old"});
+  EXPECT_EQ(scanned.status, 0);
+  EXPECT_EQ(titles(scanned.document().at("feature").at("categoryInfo").at(0)), Words{"ok.zip"});
+  EXPECT_NE(scanned.err.find("1 found, but their names fit on no line"), std::string::npos) << scanned.err;
+}
+
+TEST_F(LargeOld, catalogueWithTooFewRowsIsAFatalStop) {
+  std::string text = catalogue({{3, {{0, "Common", {}}}}});
+  const std::string title = "<string>Feature 3</string>";
+  text.insert(text.find(title) + title.size(), "<key>type</key><string>LaregeAndOldFiles</string>");
+  const std::string file = volume.text("test.plist", text);
+  const ProgramRun scanned = run({"scan", "large-old"}, {"--catalogue", file});
+  EXPECT_EQ(scanned.status, 3);
+  EXPECT_NE(scanned.err.find("Unexpectedly found nil while unwrapping an Optional value"), std::string::npos);
+}
+
+TEST_F(LargeOld, cleanTakesWhatWasSelectedAndNothingElse) {
+  const std::string gone = big("Users/alice/backup.zip");
+  const std::string kept = big("Users/alice/film.mov");
+  const std::string small = big("Users/alice/small.zip", 1);
+  const ProgramRun cleaned = run({"--json", "clean", "large-old", "--select", "*.zip", "--yes"});
+  EXPECT_EQ(cleaned.status, 0) << cleaned.err;
+  EXPECT_FALSE(std::filesystem::exists(gone));
+  EXPECT_TRUE(std::filesystem::exists(kept));
+  EXPECT_TRUE(std::filesystem::exists(small));
+  const Json document = cleaned.document();
+  EXPECT_EQ(titles(document.at("feature").at("categoryInfo").at(0)), Words{"film.mov"});
+  EXPECT_EQ(document.at("clean").at("size"), 60 * kMiB);
+}
+
+}  // namespace
+}  // namespace sorrel::hosttests
