@@ -19,8 +19,8 @@ class DuplicateFolderInfo {
   std::vector<std::string> rootPath;
   std::map<std::string, std::pair<Integer, std::vector<std::shared_ptr<DuplicateNode>>>> foldersAndNodesInfo;
 
-  /// How far the sums of the characters' ASCII values of two texts lie apart. A character without one adds
-  /// nothing.
+  /// How far the sums of the characters' ASCII values of two texts lie apart. A character without one, such
+  /// as a letter with an accent however it is written, adds nothing.
   [[nodiscard]] static Integer calculateValue(std::string_view folder1, std::string_view folder2);
 };
 
@@ -39,7 +39,7 @@ class DuplicateNode {
   /// Takes its arguments and does nothing.
   void inputNode(const std::shared_ptr<DuplicateNode>& node, const Ref<FileInformation>& fileInfo,
                  const std::vector<std::string>& folders, std::string_view md5String);
-  /// The MD5, in upper-case hexadecimal digits, of the texts joined in descending order.
+  /// The MD5, in upper-case hexadecimal digits, of the texts joined in descending order (textLess).
   [[nodiscard]] static std::string calculationDistanceString(std::vector<std::string> folderStrs);
 };
 

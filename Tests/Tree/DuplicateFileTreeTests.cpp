@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include "SorrelFramework/Units/MD5.hpp"
+
 namespace sorrel {
 namespace {
 
@@ -14,6 +16,15 @@ TEST(DuplicateFolderInfo, valueIsTheDifferenceOfTheSumsOfCharacters) {
 
 TEST(DuplicateFolderInfo, characterWithoutAnASCIIValueAddsNothing) {
   EXPECT_EQ(DuplicateFolderInfo::calculateValue("a\u00e9", "a"), 0);
+  EXPECT_EQ(DuplicateFolderInfo::calculateValue("ae\u0301a", "aa"), 0);
+  EXPECT_EQ(DuplicateFolderInfo::calculateValue("\u06001a", "a"), 0);  // a sign that stands before its number
+  EXPECT_EQ(DuplicateFolderInfo::calculateValue("\u00e9a", "a"), 0);
+  EXPECT_EQ(DuplicateFolderInfo::calculateValue("a\u65e5b", "ab"), 0);
+}
+
+TEST(DuplicateFolderInfo, endOfLineIsOneCharacter) {
+  EXPECT_EQ(DuplicateFolderInfo::calculateValue("\r\n", ""), 10);
+  EXPECT_EQ(DuplicateFolderInfo::calculateValue("\n\r", ""), 23);
 }
 
 TEST(DuplicateNode, distanceStringIsTheSameInAnyOrder) {
@@ -21,6 +32,13 @@ TEST(DuplicateNode, distanceStringIsTheSameInAnyOrder) {
   EXPECT_EQ(text, DuplicateNode::calculationDistanceString({"c", "b", "a"}));
   EXPECT_EQ(text, "3944B025C9CA7EEC3154B44666AE04A0");  // of "cba"
   EXPECT_EQ(DuplicateNode::calculationDistanceString({}), "D41D8CD98F00B204E9800998ECF8427E");
+}
+
+TEST(DuplicateNode, distanceStringOrdersTextsAsPeopleReadThem) {
+  // "z" stands behind "e" and before a composed "é", however that is written.
+  EXPECT_EQ(DuplicateNode::calculationDistanceString({"e\u0301", "z"}), MD5(std::string("e\u0301z")));
+  EXPECT_EQ(DuplicateNode::calculationDistanceString({"e\u0301", "\u00e9"}),
+            DuplicateNode::calculationDistanceString({"\u00e9", "e\u0301"}));
 }
 
 TEST(DuplicateNode, keepsItsFields) {

@@ -20,11 +20,15 @@ struct FolderContent {
   std::vector<URL> urls;
   std::vector<std::int64_t> sizes;
   std::vector<bool> isRegular;
+  bool isWhole = true;  // no folder was closed to the walk
 };
 
 FolderContent contentOf(const URL& folder, const std::function<bool()>& isStopped) {
   FolderContent content;
-  DirectoryEnumerator files(folder, NSDirectoryEnumerationSkipsHiddenFiles);
+  DirectoryEnumerator files(folder, NSDirectoryEnumerationSkipsHiddenFiles, [&](const URL&, int) {
+    content.isWhole = false;
+    return true;
+  });
   while (const auto* item = files.next()) {
     if (isStopped && isStopped()) break;
     if (item->status.isDirectory()) continue;
@@ -126,7 +130,7 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
     for (Folder& folder : folders_) {
       std::string text;
       std::vector<URL> hashed;
-      bool isWhole = true;
+      bool isWhole = folder.content.isWhole;
       for (std::size_t i = 0; i < folder.content.urls.size(); ++i, ++at) {
         if (const auto& one = batch.hashes()[at]) {
           text += *one;
@@ -135,9 +139,11 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
           isWhole = isWhole && !folder.content.isRegular[i];
         }
       }
+      // What could not be read may differ: such a folder is nobody's copy, and its files stand for
+      // themselves.
+      if (!isWhole) continue;
       Twins& twins = groups[folder.group][text];
-      // What could not be read may differ: such a folder is nobody's copy.
-      if (isWhole) twins.records.push_back(std::move(groups_[folder.group][folder.index]));
+      twins.records.push_back(std::move(groups_[folder.group][folder.index]));
       std::ranges::move(hashed, std::back_inserter(twins.files));
     }
     for (auto& group : groups)

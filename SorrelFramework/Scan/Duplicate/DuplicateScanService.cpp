@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <utility>
 
-#include "SorrelFramework/Platform/ContentType.hpp"
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
@@ -190,7 +189,8 @@ void DuplicateScanService::organizeDataForDuplicate(
 
 bool DuplicateScanService::filter(const URL& url, const ResourceValues& values,
                                   EnumerationPosition* position) {
-  if (position != nullptr && values.isDirectory.value_or(false) && isPackageName(url.lastPathComponent())) {
+  if (position != nullptr && values.isDirectory.value_or(false) &&
+      !isPlainFolderName(url.lastPathComponent())) {
     position->skipDescendants();
   }
   return values.fileSize.value_or(0) > duplicateLimit();

@@ -97,7 +97,7 @@ class DuplicateScanService : public SuperScanService {
   static void scanTestAProDuplicate(FeatureInformation& featureInfo, const std::vector<URL>& scanPaths,
                                     ProgressFunc progress, PercentFunc showPercent, SingleDoneFunc singleDone,
                                     DoneFunc done, std::shared_ptr<WeftSerialQueue> dispatch);
-  /// Keeps what is above the limit; leaves packages unentered.
+  /// Keeps what is above the limit; leaves packages and frameworks unentered.
   static bool filter(const URL& url, const ResourceValues& values, EnumerationPosition* position);
 
   static constexpr std::string_view kStopLog = "DuplicateScanService stopDuplicate Supend";

@@ -16,7 +16,10 @@ namespace {
 
 constexpr std::string_view kCache = "/Cache";
 constexpr std::string_view kLibrary = "Library";
+constexpr std::string_view kFolderType = "public.folder";
 constexpr std::int64_t kWeightOfTypeByte = 1024;
+/// Of a folder that went away since the one above it was read.
+DuplicateInfo goneFolder() { return {1, 1, URL(), false, {}}; }
 
 /// Two packages of one type weigh the same, whatever they hold.
 std::int64_t weightOfType(std::string_view type) {
@@ -25,7 +28,7 @@ std::int64_t weightOfType(std::string_view type) {
   return weight;
 }
 
-/// Direct entries of a folder; nothing if it can't be read.
+/// Direct entries of a folder; nothing, with errno, if it can't be read.
 std::optional<std::int64_t> countEntries(FolderStream& stream, int parent, const char* name) {
   const FileDescriptor folder = openFolderIn(parent, name);
   if (!folder.isOpen()) return std::nullopt;
@@ -36,6 +39,12 @@ std::optional<std::int64_t> countEntries(FolderStream& stream, int parent, const
 }
 
 }  // namespace
+
+bool isPlainFolderName(std::string_view name) {
+  // Without an extension there is nothing to look up.
+  return name.find('.') == std::string_view::npos ||
+         contentType(name, true).find(kFolderType) != std::string::npos;
+}
 
 DuplicateWalk::DuplicateWalk(const DuplicateWalkRules& rules, Sink sink)
     : rules_(rules), sink_(std::move(sink)) {}
@@ -117,9 +126,8 @@ void DuplicateWalk::weighNext() {
   path_ += name;
   if (level.listing.type(index) == FolderStream::Type::Directory) return weighFolder(name);
   const auto status = statusOf(folders_.top(), name.data());
-  if (!status) return;
-  if (status->isDirectory()) return weighFolder(name);
-  weighFile(status->size);
+  if (status && status->isDirectory()) return weighFolder(name);
+  weighFile(status ? status->size : 0);  // a file that is gone since its folder was read still counts as one
 }
 
 void DuplicateWalk::weighFile(std::int64_t size) {
@@ -133,13 +141,14 @@ void DuplicateWalk::weighFile(std::int64_t size) {
 void DuplicateWalk::weighFolder(std::string_view name) {
   if (!isWalkedInto(name)) return weighClosedFolder(name);
   if (folders_.push(name.data())) return enterTop();
-  if (errno == ENOENT) return add({1, 1, URL(), false, {}});  // gone since its folder was read
+  if (errno == ENOENT) return add(goneFolder());
   sizes_->folders.push_back({0, sizes_->folders.size()});
 }
 
 void DuplicateWalk::weighClosedFolder(std::string_view name) {
-  const std::int64_t weight = weightOfType(contentType(name, true));
-  add({countEntries(stream_, folders_.top(), name.data()).value_or(1), weight, URL(), false, {}});
+  const auto entries = countEntries(stream_, folders_.top(), name.data());
+  if (!entries && errno == ENOENT) return add(goneFolder());
+  add({entries.value_or(1), weightOfType(contentType(name, true)), URL(), false, {}});
 }
 
 void DuplicateWalk::add(const DuplicateInfo& child) {
@@ -149,7 +158,7 @@ void DuplicateWalk::add(const DuplicateInfo& child) {
 }
 
 bool DuplicateWalk::isWalkedInto(std::string_view name) const {
-  if (isPackageName(name)) return false;
+  if (!isPlainFolderName(name)) return false;
   if (name == kLibrary && rules_.libraries.contains(path_)) return false;
   return std::string_view(path_).substr(layoutOffset_).find(kCache) == std::string_view::npos;
 }

@@ -23,11 +23,14 @@ struct DuplicateWalkRules {
   std::function<bool()> isStopped;
 };
 
+/// True if a directory of this name is a folder and nothing but: neither a package nor a framework.
+[[nodiscard]] bool isPlainFolderName(std::string_view name);
+
 /// Collects the files and folders above a limit. Hidden items do not count; of two mounts that show the same
 /// files one would be taken for a copy of the other, so that no mount point below the root is entered.
 ///
 /// The size computed for a folder is a fingerprint: the bytes of its files, whatever their size, plus the
-/// computed sizes of the folders in it. A package, a user's Library and a folder below a cache are not
+/// computed sizes of the folders in it. A bundle, a user's Library and a folder below a cache are not
 /// entered: each byte of the text of their content type counts 1024 times its value, and their direct entries
 /// count as their files.
 class DuplicateWalk {

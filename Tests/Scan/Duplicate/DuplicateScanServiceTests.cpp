@@ -56,6 +56,14 @@ class DuplicateScan : public testing::Test {
   }
   void runHome() { run({volume.url("Users/alice/")}); }
   void runData() { run({volume.url("Users/alice/Data/")}); }
+  /// All threads of the process act as somebody who has no special rights.
+  void runDataAsPlainUser() {
+    volume.setMode(".", 0755);
+    const uid_t own = ::geteuid();
+    ASSERT_EQ(::seteuid(own == 0 ? test::kPlainUser : own), 0);
+    runData();
+    ASSERT_EQ(::seteuid(own), 0);
+  }
 
   [[nodiscard]] CategoryInformation& all() const { return feature->categoryInfo[0]; }
   [[nodiscard]] const CategoryInformation& child(Kind kind) const {
@@ -301,13 +309,22 @@ TEST_F(DuplicateScan, foldersWithAFileThatCannotBeReadAreNoCopiesOfEachOther) {
     volume.file("Users/alice/Data/" + top + "a", "aaaa");
     volume.file("Users/alice/Data/" + top + "b", top == "One/" ? "1" : "2");
     volume.setMode("Users/alice/Data/" + top + "b", 0);
+    volume.file("Users/alice/Data/Open " + top + "a", "bbbbbb");
   }
-  // All threads of the process act as somebody who may not read the two files.
-  const uid_t own = ::geteuid();
-  ASSERT_EQ(::seteuid(own == 0 ? test::kPlainUser : own), 0);
-  runData();
-  ASSERT_EQ(::seteuid(own), 0);
-  EXPECT_TRUE(groups().empty());
+  runDataAsPlainUser();
+  EXPECT_EQ(groups(), (Groups{{"Data/Open One/", "Data/Open Two/"}, {"Data/One/a", "Data/Two/a"}}));
+}
+
+TEST_F(DuplicateScan, foldersWithAFolderThatCannotBeReadAreNoCopiesOfEachOther) {
+  for (const std::string top : {"One/", "Two/"}) {
+    volume.file("Users/alice/Data/" + top + "a", "aaaa");
+    volume.file("Users/alice/Data/" + top + "closed/b", top == "One/" ? "1" : "2");
+    volume.setMode("Users/alice/Data/" + top + "closed", 0);
+    volume.file("Users/alice/Data/Open " + top + "a", "bbbbbb");
+  }
+  runDataAsPlainUser();
+  for (const std::string top : {"One/", "Two/"}) volume.setMode("Users/alice/Data/" + top + "closed", 0755);
+  EXPECT_EQ(groups(), (Groups{{"Data/Open One/", "Data/Open Two/"}, {"Data/One/a", "Data/Two/a"}}));
 }
 
 TEST_F(DuplicateScan, orderInWhichFilesWereMadeDoesNotMatter) {

@@ -1,0 +1,280 @@
+#include "SorrelFramework/Scan/Duplicate/DuplicateWalk.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <filesystem>
+#include <functional>
+
+#include "SorrelFramework/Platform/Host.hpp"
+#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
+
+namespace sorrel {
+namespace {
+
+using test::operator""_B;
+using Names = std::vector<std::string>;
+using Sizes = std::unordered_set<std::int64_t>;
+
+// The values of the bytes of a type's text, times 1024.
+constexpr std::int64_t kApplicationWeight = 2792 * 1024;  // com.apple.application-bundle
+constexpr std::int64_t kFrameworkWeight = 1915 * 1024;    // com.apple.framework
+constexpr std::int64_t kFolderWeight = 1321 * 1024;       // public.folder
+
+class Weigh : public testing::Test {
+ protected:
+  Weigh() {
+    volume.install();
+    volume.setMode(".", 0755);  // for a child without privileges
+  }
+
+  DuplicateInfo run(std::string_view name = "Users/alice/Data/") {
+    DuplicateWalk walk(rules, [this](DuplicateInfo info) { found.push_back(std::move(info)); });
+    return walk.folderBackTracking(volume.url(name));
+  }
+  /// The candidates, in the order in which they came.
+  [[nodiscard]] Names names() const {
+    Names list;
+    for (const DuplicateInfo& info : found)
+      list.push_back(info.path.path().substr(volume.path("Users/alice/").size()));
+    return list;
+  }
+  /// Runs `act` when the walk is about to look at an item.
+  void beforeTheFirstItem(std::function<void()> act) {
+    rules.isStopped = [act = std::move(act), isDone = false]() mutable {
+      if (!std::exchange(isDone, true)) act();
+      return false;
+    };
+  }
+
+  test::TemporaryVolume volume;
+  DuplicateWalkRules rules;
+  std::vector<DuplicateInfo> found;
+};
+
+TEST_F(Weigh, folderIsTheSumOfAllThatLiesInIt) {
+  volume.file("Users/alice/Data/a", 5_B);
+  volume.file("Users/alice/Data/sub/b", 7_B);
+  volume.file("Users/alice/Data/sub/deep/c", 11_B);
+  volume.file("Users/alice/Data/.hidden", 100_B);
+  const DuplicateInfo info = run();
+  EXPECT_EQ(info.fileSize, 23);
+  EXPECT_EQ(info.fileNumSum, 3);
+  EXPECT_FALSE(info.fileOrPath);
+  EXPECT_EQ(info.path, volume.url("Users/alice/Data/"));
+  EXPECT_EQ(info.sizeList.values(), (Sizes{18, 11}));
+  EXPECT_EQ(names(), (Names{"Data/a", "Data/sub/b", "Data/sub/deep/c", "Data/sub/deep", "Data/sub", "Data"}));
+}
+
+TEST_F(Weigh, whatIsNotAboveTheLimitCountsButIsNoCandidate) {
+  rules.limit = 10;
+  volume.file("Users/alice/Data/sub/a", 10_B);
+  volume.file("Users/alice/Data/b", 1_B);
+  const DuplicateInfo info = run();
+  EXPECT_EQ(info.fileSize, 11);
+  EXPECT_EQ(info.fileNumSum, 2);
+  EXPECT_EQ(info.sizeList.values(), Sizes{10});
+  EXPECT_EQ(names(), Names{"Data"});
+}
+
+TEST_F(Weigh, candidateKnowsItsKind) {
+  volume.file("Users/alice/Data/a", 5_B);
+  run();
+  ASSERT_EQ(found.size(), 2U);
+  EXPECT_TRUE(found[0].fileOrPath);
+  EXPECT_EQ(found[0].fileNumSum, 1);
+  EXPECT_EQ(found[0].fileSize, 5);
+  EXPECT_TRUE(found[0].sizeList.empty());
+  EXPECT_FALSE(found[1].fileOrPath);
+}
+
+TEST_F(Weigh, packageWeighsTheTextOfItsTypeAndItsDirectEntries) {
+  volume.file("Users/alice/Data/Tool.app/a", 5000_B);
+  volume.file("Users/alice/Data/Tool.app/.hidden", 5000_B);
+  volume.file("Users/alice/Data/Tool.app/Contents/b", 5000_B);
+  const DuplicateInfo info = run();
+  EXPECT_EQ(info.fileSize, kApplicationWeight);
+  EXPECT_EQ(info.fileNumSum, 3);
+  EXPECT_TRUE(info.sizeList.empty());
+  EXPECT_EQ(names(), Names{"Data"});
+}
+
+TEST_F(Weigh, frameworkIsNoPlainFolder) {
+  volume.file("Users/alice/Data/Kit.framework/a", 5_B);
+  EXPECT_EQ(run().fileSize, kFrameworkWeight);
+  EXPECT_EQ(names(), Names{"Data"});
+}
+
+TEST_F(Weigh, folderWithAnUnknownExtensionIsAPlainOne) {
+  volume.file("Users/alice/Data/v1.2/a", 5_B);
+  EXPECT_EQ(run().fileSize, 5);
+}
+
+TEST_F(Weigh, emptyPackageCountsNoFile) {
+  volume.folder("Users/alice/Data/Tool.app");
+  EXPECT_EQ(run().fileNumSum, 0);
+}
+
+TEST_F(Weigh, foldersBelowACacheWeighTheTextOfTheirType) {
+  volume.file("Users/alice/Data/Caches/a", 5_B);
+  volume.file("Users/alice/Data/Caches/b", 5_B);
+  volume.file("Users/alice/Data/My Cache/c", 5_B);  // the name does not begin with it
+  const DuplicateInfo info = run();
+  EXPECT_EQ(info.fileSize, kFolderWeight + 5);
+  EXPECT_EQ(info.fileNumSum, 3);
+}
+
+TEST_F(Weigh, rootInACacheIsWalkedItsFoldersAreNot) {
+  volume.file("Users/alice/Cache/a", 5_B);
+  volume.file("Users/alice/Cache/sub/b", 7_B);
+  const DuplicateInfo info = run("Users/alice/Cache/");
+  EXPECT_EQ(info.fileSize, 5 + kFolderWeight);
+  EXPECT_EQ(info.fileNumSum, 2);
+}
+
+TEST_F(Weigh, libraryOfAHomeWeighsTheTextOfItsType) {
+  rules.libraries = {volume.path("Users/alice/Library")};
+  volume.file("Users/alice/Library/a", 5_B);
+  volume.file("Users/alice/sub/Library/b", 7_B);  // another one
+  const DuplicateInfo info = run("Users/alice/");
+  EXPECT_EQ(info.fileSize, kFolderWeight + 7);
+  EXPECT_EQ(info.fileNumSum, 2);
+}
+
+TEST_F(Weigh, packageThatCannotBeReadCountsOneFile) {
+  volume.file("Users/alice/Data/Tool.app/a", 5_B);
+  volume.file("Users/alice/Data/Tool.app/b", 5_B);
+  volume.setMode("Users/alice/Data/Tool.app", 0);
+  const std::string text = test::inPlainChild([this] {
+    const DuplicateInfo info = run();
+    return std::to_string(info.fileSize) + ' ' + std::to_string(info.fileNumSum);
+  });
+  volume.setMode("Users/alice/Data/Tool.app", 0755);
+  EXPECT_EQ(text, std::to_string(kApplicationWeight) + " 1");
+}
+
+TEST_F(Weigh, folderThatCannotBeReadWeighsNothingAndItsSizeIsKnown) {
+  volume.file("Users/alice/Data/closed/a", 5_B);
+  volume.file("Users/alice/Data/b", 7_B);
+  volume.setMode("Users/alice/Data/closed", 0);
+  const std::string text = test::inPlainChild([this] {
+    const DuplicateInfo info = run();
+    return std::to_string(info.fileSize) + ' ' + std::to_string(info.fileNumSum) + ' ' +
+           std::to_string(info.sizeList.contains(0));
+  });
+  volume.setMode("Users/alice/Data/closed", 0755);
+  EXPECT_EQ(text, "7 1 1");
+}
+
+TEST_F(Weigh, folderThatWentAwayMeanwhileCountsOneByteAndOneFile) {
+  for (const std::string name : {"gone", "Gone.app"}) {
+    found.clear();
+    volume.file("Users/alice/Data/a", 5_B);
+    const std::string path = volume.folder("Users/alice/Data/" + name);
+    beforeTheFirstItem([&] { ASSERT_EQ(::rmdir(path.c_str()), 0); });
+    const DuplicateInfo info = run();
+    EXPECT_EQ(info.fileSize, 6) << name;
+    EXPECT_EQ(info.fileNumSum, 2) << name;
+    EXPECT_TRUE(info.sizeList.empty()) << name;
+  }
+}
+
+TEST_F(Weigh, fileThatWentAwayMeanwhileCountsAsAnEmptyOne) {
+  volume.file("Users/alice/Data/a", 5_B);
+  const std::string path = volume.file("Users/alice/Data/b", 7_B);
+  beforeTheFirstItem([&] { ASSERT_EQ(::unlink(path.c_str()), 0); });
+  const DuplicateInfo info = run();
+  EXPECT_EQ(info.fileSize, 5);
+  EXPECT_EQ(info.fileNumSum, 2);
+  EXPECT_EQ(names(), (Names{"Data/a", "Data"}));
+}
+
+TEST_F(Weigh, linkWeighsItsTextAndIsNotEntered) {
+  volume.file("Users/alice/Elsewhere/a", 500_B);
+  volume.link("Users/alice/Data/link", "../Elsewhere");
+  const DuplicateInfo info = run();
+  EXPECT_EQ(info.fileSize, 12);
+  EXPECT_EQ(info.fileNumSum, 1);
+}
+
+TEST_F(Weigh, missingRootIsAnEmptyFolder) {
+  const DuplicateInfo info = run("Users/alice/None/");
+  EXPECT_EQ(info.fileSize, 0);
+  EXPECT_EQ(info.fileNumSum, 0);
+  EXPECT_TRUE(found.empty());
+}
+
+TEST_F(Weigh, stopLeavesTheRestUnseen) {
+  volume.file("Users/alice/Data/a", 5_B);
+  volume.file("Users/alice/Data/sub/b", 7_B);
+  int asked = 0;
+  rules.isStopped = [&asked] { return ++asked > 1; };
+  EXPECT_EQ(run().fileSize, 5);
+  EXPECT_LE(asked, 3);
+}
+
+TEST_F(Weigh, fileAloneIsACandidateAboveTheLimitOnly) {
+  rules.limit = 5;
+  const URL small = URL::fileURL(volume.file("Users/alice/a", 5_B), false);
+  const URL large = URL::fileURL(volume.file("Users/alice/b", 6_B), false);
+  DuplicateWalk walk(rules, [this](DuplicateInfo info) { found.push_back(std::move(info)); });
+  EXPECT_EQ(walk.fileInfo(small).fileSize, 5);
+  EXPECT_EQ(walk.fileInfo(large).fileSize, 6);
+  const DuplicateInfo none = walk.fileInfo(volume.url("Users/alice/none"));
+  EXPECT_EQ(none.fileSize, 0);
+  EXPECT_EQ(none.fileNumSum, 1);
+  EXPECT_TRUE(none.fileOrPath);
+  EXPECT_EQ(names(), Names{"b"});
+}
+
+TEST_F(Weigh, oneWalkAfterTheOtherKeepsTheSizesApart) {
+  volume.file("Users/alice/One/sub/a", 5_B);
+  volume.file("Users/alice/Two/sub/a", 7_B);
+  DuplicateWalk walk(rules, [](const DuplicateInfo&) {});
+  const DuplicateInfo one = walk.folderBackTracking(volume.url("Users/alice/One/"));
+  const DuplicateInfo two = walk.folderBackTracking(volume.url("Users/alice/Two/"));
+  EXPECT_EQ(one.sizeList.values(), Sizes{5});
+  EXPECT_EQ(two.sizeList.values(), Sizes{7});
+}
+
+TEST_F(Weigh, chainOf5000FoldersNeedsFewDescriptors) {
+  const std::string text = test::inMemoryChild([]() -> std::string {
+    const test::TemporaryVolume memory;
+    memory.install();
+    memory.chain("Users/alice/Data", "folder", 5000);
+    memory.file("Users/alice/Data/folder/a", 5_B);
+    const rlimit few{64, 64};
+    if (::setrlimit(RLIMIT_NOFILE, &few) != 0) return "no limit";
+    const DuplicateWalkRules bare;
+    DuplicateWalk walk(bare, [](const DuplicateInfo&) {});
+    const DuplicateInfo info = walk.folderBackTracking(memory.url("Users/alice/Data/"));
+    return std::to_string(info.fileSize) + ' ' + std::to_string(info.fileNumSum) + ' ' +
+           std::to_string(info.sizeList.values().size());
+  });
+  EXPECT_EQ(text, "5 1 2");  // the folders hold 5 bytes or nothing
+}
+
+TEST_F(Weigh, bytesThatDoNotFitIntoASumAreAFatalStop) {
+  const auto weighTwo = [](std::uint64_t bytes) {
+    return test::inMemoryChild([bytes]() -> std::string {
+      const test::TemporaryVolume memory;
+      memory.install();
+      for (const std::string name : {"Users/alice/Data/a", "Users/alice/Data/sub/b"}) {
+        memory.file(name, test::ByteCount{bytes});
+        if (std::filesystem::file_size(memory.path(name)) != bytes) return "skip";
+      }
+      const DuplicateWalkRules bare;
+      DuplicateWalk walk(bare, [](const DuplicateInfo&) {});
+      return std::to_string(walk.folderBackTracking(memory.url("Users/alice/Data/")).fileSize);
+    });
+  };
+  if (weighTwo(1) == "skip") GTEST_SKIP() << "no file system in memory";
+  EXPECT_EQ(weighTwo((1ULL << 62U) - 1), "9223372036854775806");
+  EXPECT_EQ(weighTwo(1ULL << 62U), "ended by signal 6");
+}
+
+}  // namespace
+}  // namespace sorrel
