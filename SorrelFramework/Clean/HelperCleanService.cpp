@@ -33,6 +33,19 @@ auto* valueOf(Dictionary& dictionary, const std::string& key) {
   return found == dictionary.end() ? nullptr : &found->second;
 }
 
+/// The selection marks a folder without going down into it. Without a word of the helper its leaves must
+/// count as failed and stay in the tree, not as leaves that nobody selected.
+void markLeavesOf(const RecordSet& records) {
+  for (const Ref<FileInformation>& record : records) {
+    sumOfLeaves(*record, [](FileInformation& leaf) -> Integer {
+      if (leaf.deleteStatus == rawValue(DeleteStatus::None)) {
+        leaf.deleteStatus = rawValue(DeleteStatus::Deleteing);
+      }
+      return 0;
+    });
+  }
+}
+
 }  // namespace
 
 HelperCleanService::HelperCleanService(std::shared_ptr<CleanServiceProtocol> newFinishService,
@@ -69,6 +82,7 @@ void HelperCleanService::commonFinish() {
 
 void HelperCleanService::deleteHelperFile() {
   if (helperDelete.empty() && commonDeleteAbnormal.empty()) return endHelperHalf();
+  markLeavesOf(helperDelete);
   if (!fetchHelper()) return;
 
   HelperDictionary eventDict;

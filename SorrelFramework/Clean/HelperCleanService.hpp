@@ -56,7 +56,8 @@ class HelperCleanService : public std::enable_shared_from_this<HelperCleanServic
   /// Ends the half of the user's process.
   virtual void commonFinish();
   /// Sends what the user's process failed to delete, or may not delete, to the helper in one event; with
-  /// nothing to send the helper is not asked for. Returns at once; the reply ends this half.
+  /// nothing to send the helper is not asked for. Leaves that it does not tell about count as failed. Returns
+  /// at once; the reply ends this half.
   virtual void deleteHelperFile();
   /// The repair for Common: takes the deleted records out of the tree, and emptied categories that ask for
   /// it, numbers what is left, sums the sizes anew and clears all ticks. Answers the leaves that were

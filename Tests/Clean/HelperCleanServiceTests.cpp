@@ -441,6 +441,56 @@ TEST_F(HelperCleanServiceTest, pathThatTheReplyOmitsKeepsItsStatus) {
   EXPECT_EQ(finish().size, 1);
 }
 
+TEST_F(HelperCleanServiceTest, leavesOfAFolderStayAndAreToldWithoutAHelper) {
+  CleanStage::refuseHelper();
+  const Records leaves = {leaf("d/a"), leaf("d/e/b")};
+  const auto below = makeRecord({stage_.volume.url("d/e/"), kOn, 0, true, {leaves[1]}});
+  const auto parent = makeRecord({stage_.volume.url("d/"), kOn, 0, false, {leaves[0], below}});
+  run({parent});
+  for (const auto& record : leaves) EXPECT_EQ(record->deleteStatus, kDeleteing);
+  EXPECT_EQ(finish().status, kDeleteError);
+  EXPECT_EQ(finish().abnormalFiles, leaves);
+  EXPECT_EQ(finish().desc, ",,");
+  EXPECT_EQ(finish().allCategorys.at(0)->childrens.refs(), Records{parent});
+  EXPECT_EQ(parent->childrens.refs(), (Records{leaves[0], below}));
+  EXPECT_EQ(below->childrens.refs(), Records{leaves[1]});
+}
+
+TEST_F(HelperCleanServiceTest, leavesOfAFolderThatTheReplyOmitsStayAndAreTold) {
+  const auto omitted = leaf("d/a", 4);
+  const auto named = leaf("d/b");
+  const auto parent = makeRecord({stage_.volume.url("d/"), kOn, 5, false, {omitted, named}});
+  helperSending(HelperDictionary{{path("d/b"), HelperDictionary{{"DeleteStatus", kSuccess}, {"0", 1}}}});
+  run({parent});
+  EXPECT_EQ(omitted->deleteStatus, kDeleteing);
+  EXPECT_EQ(named->deleteStatus, kDeleteSuccess);
+  EXPECT_EQ(finish().status, kStatusNone);
+  EXPECT_EQ(finish().abnormalFiles, Records{omitted});
+  EXPECT_EQ(finish().desc, ",");
+  EXPECT_EQ(finish().allCategorys.at(0)->childrens.refs(), Records{parent});
+  EXPECT_EQ(parent->childrens.refs(), Records{omitted});
+}
+
+TEST_F(HelperCleanServiceTest, leafThatHasAStatusKeepsItWhenItsFolderIsForTheHelper) {
+  CleanStage::refuseHelper();
+  const auto deleted = leafWith(kOn, kDeleteSuccess);
+  const auto failed = leafWith(kOn, kDeleteError, 1, "own text");
+  run({makeRecord({stage_.volume.url("d/"), kOn, 0, false, {deleted, failed}})});
+  EXPECT_EQ(deleted->deleteStatus, kDeleteSuccess);
+  EXPECT_EQ(failed->deleteStatus, kDeleteError);
+  EXPECT_EQ(finish().desc, "own text,");
+}
+
+TEST_F(HelperCleanServiceTest, recordsOfTheOtherHalfAreNotMarked) {
+  CleanStage::refuseHelper();
+  const auto other = leafWith(kOff, kStatusNone);
+  service_ = serviceFor({leaf("a")});
+  service_->cleanCategorys[0]->childrens.push_back(folder(kMixed, {other}));
+  service_->deleteHelperFile();
+  EXPECT_EQ(other->deleteStatus, kStatusNone);
+  EXPECT_EQ(finish().desc, ",");
+}
+
 TEST_F(HelperCleanServiceTest, withoutAReplyTheFinalCallbackNeverComes) {
   const auto helper = helperThat({});
   const auto service = serviceFor({leaf("a")});

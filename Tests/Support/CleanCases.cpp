@@ -46,7 +46,7 @@ void addFailed(const Node& node, CleanCase::Outcome& outcome) {
   for (const Node& child : node.childrens) addFailed(child, outcome);
   if (!node.childrens.empty()) return;
   const Integer status = outcome.leaves[node.name].status;
-  // A leaf without a status was not selected, or lies in a folder that only a helper could have told about.
+  // A leaf without a status was not selected.
   if (status != rawValue(DeleteStatus::None) && status != rawValue(DeleteStatus::DeleteSuccess)) {
     outcome.failed.push_back(node.name);
   }
@@ -168,8 +168,6 @@ void CleanCase::addDeletions(Outcome& result) const {
     for (const Node* leaf : leaves) {
       Fate& fate = result.leaves[leaf->name];
       fate.status = rawValue(DeleteStatus::Deleteing);
-      // Only a record that is a leaf itself is marked before it is tried.
-      if (!isTried && leaf != record) fate.status = rawValue(DeleteStatus::None);
       if (!isTried) continue;
       const bool fails = leaf->kind == Kind::Missing || userFails.contains(leaf->name);
       isAnyLeft = isAnyLeft || fails;
