@@ -3,6 +3,7 @@
 
 #include <cstdio>
 #include <cstdlib>
+#include <filesystem>
 #include <functional>
 #include <set>
 #include <string>
@@ -54,8 +55,10 @@ int main(int count, char** arguments) {
     std::fprintf(stderr, "usage: %s MDFIND FOLDER [ROUNDS]\n", arguments[0]);
     return 2;
   }
-  const Question large{arguments[1], arguments[2], "52428800"};
-  const Question many{arguments[1], arguments[2], "1000"};
+  const std::string mdfind = std::filesystem::canonical(arguments[1]).string();
+  const std::string folder = std::filesystem::canonical(arguments[2]).string();
+  const Question large{mdfind, folder, "52428800"};
+  const Question many{mdfind, folder, "1000"};
 
   std::vector<Variant> variants;
   const auto add = [&variants](const char* name, const std::function<Paths()>& ask) {
@@ -66,7 +69,7 @@ int main(int count, char** arguments) {
   add("find, many files", [&] { return many.askFind(); });
   add("mdfind, many files", [&] { return many.ask(); });
   measure(variants, count > 3 ? std::atoi(arguments[3]) : 7);
-  const auto entries = pathsPrintedBy("/usr/bin/find", {arguments[2], "-xdev"}).size();
+  const auto entries = pathsPrintedBy("/usr/bin/find", {folder, "-xdev"}).size();
   std::printf("%zu entries\n\n", entries);
   print(variants, static_cast<double>(entries));
 

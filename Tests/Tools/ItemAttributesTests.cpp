@@ -69,7 +69,8 @@ TEST_F(ItemAttributes, linesAreSortedByName) {
 TEST_F(ItemAttributes, noValueHoldsTheName) {
   const std::string name = "kMDItemFSSize = 1.app";
   volume.file(name + "/a", 5_KiB);
-  for (const ItemAttribute& attribute : itemAttributes(volume.path(name)).value()) {
+  const auto all = itemAttributes(volume.path(name));
+  for (const ItemAttribute& attribute : all.value()) {
     EXPECT_EQ(attribute.value.find("kMDItem"), std::string::npos) << attribute.name;
   }
 }
