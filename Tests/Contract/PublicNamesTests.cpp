@@ -15,6 +15,7 @@
 #include <string_view>
 #include <tuple>
 #include <type_traits>
+#include <unordered_set>
 #include <utility>
 #include <vector>
 
@@ -35,12 +36,14 @@
 #include "SorrelFramework/Model/ScanFileInfo.hpp"
 #include "SorrelFramework/Native/FileHash.hpp"
 #include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
 #include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/TrashBinScanService.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
+#include "SorrelFramework/Tree/DuplicateFileTree.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/MD5.hpp"
 #include "SorrelFramework/Units/ScanStatus.hpp"
@@ -366,6 +369,81 @@ static_assert(isOperation<void(CategoryInformation&, FileInformation&, Date, Dat
 static_assert(isOperation<std::tuple<std::int64_t, std::vector<Ref<FileInformation>>, std::string>(
                   CategoryInformation&)>(&LargeAndOldFileService::sortCategory));
 static_assert(std::is_same_v<LargeAndOldFileService::Rows, std::map<Integer, CategoryInformation*>>);
+
+// DuplicateScanService
+static_assert(std::derived_from<DuplicateScanService, SuperScanService>);
+static_assert(!std::is_default_constructible_v<DuplicateScanService>);
+using DuplicateGroup = DuplicateScanService::DuplicateKind;
+static_assert(rawValue(DuplicateGroup::File) == 0 && rawValue(DuplicateGroup::Folder) == 1 &&
+              rawValue(DuplicateGroup::Document) == 2 && rawValue(DuplicateGroup::Media) == 3 &&
+              rawValue(DuplicateGroup::Picture) == 4 && rawValue(DuplicateGroup::Other) == 5 &&
+              rawValue(DuplicateGroup::Archive) == 6);
+static_assert(std::same_as<decltype(DuplicateScanService::limitSize), Integer>);
+static_assert(std::same_as<decltype(DuplicateScanService::childrenCateogryDict),  // "Cateogry"
+                           std::map<Integer, std::string>>);
+static_assert(isField<Integer>(&DuplicateScanService::DuplicateInfo::fileNumSum));
+static_assert(isField<Integer>(&DuplicateScanService::DuplicateInfo::fileSize));
+static_assert(isField<URL>(&DuplicateScanService::DuplicateInfo::path));
+static_assert(isField<bool>(&DuplicateScanService::DuplicateInfo::fileOrPath));
+static_assert(isField<SubfolderSizes>(&DuplicateScanService::DuplicateInfo::sizeList));
+// The five fields in their order.
+static_assert(requires(Integer fileNumSum, Integer fileSize, URL path, bool fileOrPath,
+                       SubfolderSizes sizeList) {
+  DuplicateScanService::DuplicateInfo{fileNumSum, fileSize, path, fileOrPath, sizeList};
+});
+using DuplicateDone = std::function<void(FeatureInformation&, std::int64_t)>;
+using DuplicateScan = void(FeatureInformation&, const std::vector<URL>&, ProgressFunc, PercentFunc,
+                           SingleDoneFunc, DuplicateDone, Serial, WeftQOS);
+static_assert(isOperation<DuplicateScan>(&DuplicateScanService::scanDuplicate));
+static_assert(isOperation<DuplicateScan>(&DuplicateScanService::scanProDuplicate));
+static_assert(requires(FeatureInformation & feature, std::vector<URL> scanPaths, Serial dispatch) {
+  DuplicateScanService::scanDuplicate(feature, scanPaths, {}, {}, {}, {}, dispatch);
+  DuplicateScanService::scanProDuplicate(feature, scanPaths, {}, {}, {}, {}, dispatch);
+});
+static_assert(
+    isOperation<void(FeatureInformation&, const std::vector<URL>&, ProgressFunc, PercentFunc, SingleDoneFunc,
+                     DuplicateDone, Serial)>(&DuplicateScanService::scanTestAProDuplicate));
+static_assert(
+    isOperation<void(FeatureInformation&, const DuplicateDone&)>(&DuplicateScanService::stopDuplicate));
+static_assert(isOperation<void(DuplicatesBySize preSizeAndFilePath, DuplicatesBySize sizeAndFolderPath,
+                               FeatureInformation&, ProgressFunc, PercentFunc, SingleDoneFunc, DuplicateDone,
+                               Serial, std::shared_ptr<PercentService>, WeftQOS)>(
+    &DuplicateScanService::analysisDataForDuplicate));
+static_assert(
+    isOperation<void(DuplicatesByHash MD5AndFileInfo, DuplicatesByHash MD5AndFolderInfo, FeatureInformation&,
+                     ProgressFunc, PercentFunc, SingleDoneFunc, DuplicateDone, Serial,
+                     std::shared_ptr<PercentService>)>(&DuplicateScanService::organizeDataForDuplicate));
+static_assert(
+    isOperation<std::tuple<std::string, std::vector<URL>, std::int64_t, std::unordered_set<URL>>(const URL&)>(
+        &DuplicateScanService::getMD5FromFolderPath));
+static_assert(isOperation<std::vector<Integer>(const FileInformation&)>(&DuplicateScanService::sortFile));
+static_assert(isOperation<std::tuple<std::int64_t, FileRecords, std::string>(CategoryInformation&)>(
+    &DuplicateScanService::sortCategory));
+
+// DuplicateNode, DuplicateFolderInfo, DuplicateFileTree
+static_assert(isField<Integer>(&DuplicateNode::nodeDeep));
+static_assert(isField<Integer>(&DuplicateNode::nodePropertyValue));
+static_assert(isField<Integer>(&DuplicateNode::fileOrFolderNode));
+static_assert(isField<std::vector<std::string>>(&DuplicateNode::folderPaths));
+static_assert(isField<std::vector<std::string>>(&DuplicateNode::filePaths));
+static_assert(isField<FileRecords>(&DuplicateNode::sameFiles));
+static_assert(isField<std::map<std::string, std::shared_ptr<DuplicateNode>>>(&DuplicateNode::childrenNode));
+static_assert(isField<std::shared_ptr<DuplicateFolderInfo>>(&DuplicateNode::folderInfo));
+// The eight fields in their order.
+static_assert(requires(Integer number, std::vector<std::string> paths, FileRecords sameFiles,
+                       std::map<std::string, std::shared_ptr<DuplicateNode>> childrenNode,
+                       std::shared_ptr<DuplicateFolderInfo> folderInfo) {
+  DuplicateNode{number, number, number, paths, paths, sameFiles, childrenNode, folderInfo};
+});
+static_assert(isMethod<void(const std::shared_ptr<DuplicateNode>&, const Ref<FileInformation>&,
+                            const std::vector<std::string>&, std::string_view)>(&DuplicateNode::inputNode));
+static_assert(isOperation<std::string(std::vector<std::string>)>(&DuplicateNode::calculationDistanceString));
+static_assert(isField<std::vector<std::string>>(&DuplicateFolderInfo::rootPath));
+static_assert(isField<std::map<std::string, std::pair<Integer, std::vector<std::shared_ptr<DuplicateNode>>>>>(
+    &DuplicateFolderInfo::foldersAndNodesInfo));
+static_assert(isOperation<Integer(std::string_view, std::string_view)>(&DuplicateFolderInfo::calculateValue));
+static_assert(isMethod<void(std::string_view, const Ref<FileInformation>&)>(&DuplicateFileTree::addNode));
+static_assert(isMethod<void()>(&DuplicateFileTree::tree));
 
 // StreamFileHashUnit
 static_assert(isOperation<StreamFileHashUnit&()>(&StreamFileHashUnit::shard));  // "shard"

@@ -4,9 +4,9 @@
 #include <utility>
 
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCategories.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicatePlaces.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateRun.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateWalk.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
@@ -21,36 +21,6 @@ constexpr std::int64_t kSteps = 4;
 
 void log(std::string text) { LogService::shard().log(LogService::LogLevel::Info, std::move(text)); }
 
-std::unordered_set<std::string> librariesOfHomes() {
-  std::unordered_set<std::string> libraries;
-  DirectoryEnumerator homes(URL::fileURL(Host::current().homesFolder(), true), kDirectChildren);
-  while (const auto* home = homes.next()) {
-    libraries.insert(appendingPathComponent(home->url.path(), "Library"));
-  }
-  return libraries;
-}
-
-/// Links that lie in a folder lead to files that are met elsewhere, or that nobody asked for.
-void addDirectChildren(const URL& folder, std::vector<URL>& list) {
-  DirectoryEnumerator children(folder, kDirectChildren);
-  while (const auto* child = children.next()) {
-    if (child->status.isDirectory() || child->status.isRegularFile()) list.push_back(child->url);
-  }
-}
-
-std::vector<URL> scanList(const std::vector<URL>& scanPaths) {
-  std::vector<URL> list;
-  for (const URL& path : scanPaths) {
-    const URL inLayout = URL::fileURL(Host::current().layoutPath(path.path()), true);
-    if (inLayout.pathComponents().size() < kFewComponents) {
-      addDirectChildren(path, list);
-    } else {
-      list.push_back(path);
-    }
-  }
-  return list;
-}
-
 bool isRegularFile(const URL& url) {
   const auto values = resourceValues(url, NSURLIsRegularFileKey);
   return values && values->isRegularFile.value_or(false);
@@ -59,9 +29,9 @@ bool isRegularFile(const URL& url) {
 /// The first two stages of a scan.
 class DuplicateSearch : public std::enable_shared_from_this<DuplicateSearch> {
  public:
-  DuplicateSearch(std::shared_ptr<DuplicateRun> run, std::size_t entries)
+  DuplicateSearch(std::shared_ptr<DuplicateRun> run, std::int64_t limit, std::size_t entries)
       : run_(std::move(run)), entries_(entries) {
-    rules_.limit = duplicateLimit();
+    rules_.limit = limit;
     rules_.libraries = librariesOfHomes();
     rules_.isStopped = [run = run_] { return run->isStopped(); };
   }
@@ -144,7 +114,8 @@ void DuplicateScanService::scanProDuplicate(FeatureInformation& featureInfo,
   if (!scanStatus.startUnlessRunning(featureInfo.finderID)) return log("DuplicateScanService Scanning");
   StreamFileHashUnit::shard().scanState = static_cast<int>(ScanState::start);
   log("DuplicateScanService Start");
-  const std::vector<URL> list = scanList(scanPaths);
+  const std::int64_t limit = duplicateLimit();
+  const std::vector<URL> list = duplicatePlaces(scanPaths);
 
   const auto bar = std::make_shared<PercentService>(std::move(showPercent), kSteps);
   percentService.exchange(bar);
@@ -158,7 +129,7 @@ void DuplicateScanService::scanProDuplicate(FeatureInformation& featureInfo,
     return;
   }
   auto run = std::make_shared<DuplicateRun>(featureInfo, std::move(done), std::move(dispatch), bar, qosClass);
-  std::make_shared<DuplicateSearch>(std::move(run), list.size())->start(list);
+  std::make_shared<DuplicateSearch>(std::move(run), limit, list.size())->start(list);
 }
 
 void DuplicateScanService::stopDuplicate(FeatureInformation& featureInfo, const DoneFunc& done) {

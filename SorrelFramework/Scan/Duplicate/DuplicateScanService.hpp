@@ -46,10 +46,12 @@ class DuplicateScanService : public SuperScanService {
   static std::map<Integer, std::string> childrenCateogryDict;
 
   /// Starts the scan and returns. A path with fewer than four components ("/Users/alice" has three) stands
-  /// for what lies directly in it, links aside. `done` gets the feature and the bytes of all members of all
-  /// groups, once, on a serial queue of the scan's own; of a stopped scan 0, on the thread that noticed the
-  /// stop. No paths: `done` runs before the call returns. While a scan of this feature runs, a second one
-  /// does nothing. `progress` and `singleDone` are never called; `showPercent` as in the other scanners.
+  /// for what lies directly in it, links aside; of two paths to one place, by way of a link, one is walked.
+  /// `done` gets the feature and the bytes of all members of all groups, once, on a serial queue of the
+  /// scan's own; of a stopped scan 0, on the thread that noticed the stop. No paths: `done` runs before the
+  /// call returns. While a scan of this feature runs, a second one does nothing; behind a stop, the new scan
+  /// ends what is left of the old one. `progress` and `singleDone` are never called; `showPercent` as in the
+  /// other scanners.
   static void scanDuplicate(FeatureInformation& featureInfo, const std::vector<URL>& scanPaths,
                             ProgressFunc progress, PercentFunc showPercent, SingleDoneFunc singleDone,
                             DoneFunc done, std::shared_ptr<WeftSerialQueue> dispatch,

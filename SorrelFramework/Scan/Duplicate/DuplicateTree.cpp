@@ -91,6 +91,7 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
 
   /// On the queue, when all members are there.
   void build() {
+    if (run_->isReplaced() && run_->endsByStop()) return;  // the tree is another scan's
     for (Group& group : groups_) {
       if (group.members.size() > 1) addGroup(group);
       group = {};

@@ -255,6 +255,15 @@ TEST_F(DuplicateScan, placeThatIsGivenTwiceIsNoCopyOfItself) {
   EXPECT_TRUE(groups().empty());
 }
 
+TEST_F(DuplicateScan, placeAndALinkToItAreNoCopiesOfEachOther) {
+  volume.file("Users/alice/Data/a", "same");
+  volume.file("Users/alice/Data/sub/b", "more");
+  volume.file("Users/alice/Data/sub/c", "more");
+  volume.link("Users/alice/Link", "Data");
+  run({volume.url("Users/alice/Link/"), volume.url("Users/alice/Data/")});
+  EXPECT_EQ(groups(), (Groups{{"Data/sub/b", "Data/sub/c"}}));
+}
+
 TEST_F(DuplicateScan, scanPathMayBeAFile) {
   run({URL::fileURL(volume.file("Users/alice/Data/a", "same"), false),
        URL::fileURL(volume.file("Users/alice/Data/b", "same"), false)});
@@ -456,7 +465,7 @@ TEST_F(DuplicateScan, logTellsOfTheStages) {
   EXPECT_NE(text.find("DuplicateScanService Finish\n", began), std::string::npos);
 }
 
-TEST_F(DuplicateScan, stopDuringTheHashEndsWithZeroAndNoTree) {
+TEST_F(DuplicateScan, stopWhileTheQueueRefusesEndsWithZeroAndNoTree) {
   volume.file("Users/alice/Data/a", "same");
   volume.file("Users/alice/Data/b", "same");
   // The first refused task of the queue waits, and in that moment the user stops.

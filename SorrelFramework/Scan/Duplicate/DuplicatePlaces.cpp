@@ -1,0 +1,116 @@
+#include "SorrelFramework/Scan/Duplicate/DuplicatePlaces.hpp"
+
+#include <cstddef>
+#include <filesystem>
+#include <string_view>
+#include <system_error>
+#include <unordered_map>
+#include <utility>
+
+#include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/ScanRoot.hpp"
+
+namespace sorrel {
+namespace {
+
+constexpr EnumerationOptions kDirectChildren = NSDirectoryEnumerationSkipsHiddenFiles |
+                                               NSDirectoryEnumerationSkipsPackageDescendants |
+                                               NSDirectoryEnumerationSkipsSubdirectoryDescendants;
+constexpr std::size_t kFewComponents = 4;
+
+/// Links that lie in a folder lead to files that are met elsewhere, or that nobody asked for.
+void addDirectChildren(const URL& folder, std::vector<URL>& list) {
+  DirectoryEnumerator children(folder, kDirectChildren);
+  while (const auto* child = children.next()) {
+    if (child->status.isDirectory() || child->status.isRegularFile()) list.push_back(child->url);
+  }
+}
+
+/// Where a walk of the folder really goes; "" if that can't be told.
+std::string realFolder(const std::string& path) {
+  const FileDescriptor folder = openFolder(path);
+  if (!folder.isOpen()) return "";
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(folder.get()), error).string();
+}
+
+/// The same for a folder or a file.
+std::string realPath(const std::string& path) {
+  std::string real = realFolder(path);
+  const std::size_t slash = path.rfind('/');
+  if (!real.empty() || slash == std::string::npos) return real;
+  real = realFolder(path.substr(0, slash + 1));
+  return real.empty() ? real : real + path.substr(slash);
+}
+
+/// The places of a list, each with the path that was given and the real one.
+class Places {
+ public:
+  explicit Places(std::vector<URL> list) : list_(std::move(list)) {
+    for (const URL& url : list_) {
+      paths_.push_back(url.path());
+      reals_.push_back(realPath(paths_.back()));
+    }
+    for (std::size_t i = 0; i < list_.size(); ++i) {
+      if (paths_[i] == reals_[i]) {
+        byRealPath_.insert_or_assign(reals_[i], i);
+      } else {
+        byRealPath_.try_emplace(reals_[i], i);
+      }
+    }
+  }
+
+  [[nodiscard]] std::vector<URL> withoutDetours() const {
+    std::vector<URL> kept;
+    for (std::size_t i = 0; i < list_.size(); ++i) {
+      if (!liesInAnotherByALink(i)) kept.push_back(list_[i]);
+    }
+    return kept;
+  }
+
+ private:
+  [[nodiscard]] bool liesInAnotherByALink(std::size_t i) const {
+    std::string_view above = reals_[i];
+    while (!above.empty()) {
+      const auto other = byRealPath_.find(above);
+      if (other != byRealPath_.end() && other->second != i) {
+        const std::string_view below = std::string_view(reals_[i]).substr(above.size());
+        if (paths_[i] != paths_[other->second] + std::string(below)) return true;
+      }
+      above = above.substr(0, above.rfind('/'));
+    }
+    return false;
+  }
+
+  std::vector<URL> list_;
+  std::vector<std::string> paths_;
+  std::vector<std::string> reals_;
+  std::unordered_map<std::string_view, std::size_t> byRealPath_;
+};
+
+}  // namespace
+
+std::unordered_set<std::string> librariesOfHomes() {
+  std::unordered_set<std::string> libraries;
+  DirectoryEnumerator homes(URL::fileURL(Host::current().homesFolder(), true), kDirectChildren);
+  while (const auto* home = homes.next()) {
+    libraries.insert(appendingPathComponent(home->url.path(), "Library"));
+  }
+  return libraries;
+}
+
+std::vector<URL> duplicatePlaces(const std::vector<URL>& scanPaths) {
+  std::vector<URL> list;
+  for (const URL& path : scanPaths) {
+    const URL inLayout = URL::fileURL(Host::current().layoutPath(path.path()), true);
+    if (inLayout.pathComponents().size() < kFewComponents) {
+      addDirectChildren(path, list);
+    } else {
+      list.push_back(path);
+    }
+  }
+  return Places(std::move(list)).withoutDetours();
+}
+
+}  // namespace sorrel

@@ -1,0 +1,99 @@
+#include "SorrelFramework/Scan/Duplicate/DuplicatePlaces.hpp"
+
+#include <gtest/gtest.h>
+
+#include "SorrelFramework/Platform/Host.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
+
+namespace sorrel {
+namespace {
+
+using Names = std::vector<std::string>;
+
+class Places : public testing::Test {
+ protected:
+  Places() { volume.install(); }
+
+  /// The places below the root of the volume.
+  [[nodiscard]] Names of(const Names& names) const {
+    std::vector<URL> urls;
+    for (const std::string& name : names) urls.push_back(volume.url(name));
+    Names places;
+    for (const URL& url : duplicatePlaces(urls))
+      places.push_back(url.path().substr(volume.path().size() + 1));
+    return places;
+  }
+
+  test::TemporaryVolume volume;
+};
+
+TEST_F(Places, pathOfFourComponentsIsWalkedItself) {
+  volume.file("Users/alice/Data/sub/a");
+  EXPECT_EQ(of({"Users/alice/Data/"}), Names{"Users/alice/Data"});
+}
+
+TEST_F(Places, shorterPathStandsForWhatLiesInIt) {
+  volume.file("Users/alice/sub/a");
+  volume.file("Users/alice/b");
+  volume.file("Users/alice/.hidden/c");
+  volume.file("Users/alice/Tool.app/d");
+  EXPECT_EQ(of({"Users/alice/"}), (Names{"Users/alice/Tool.app", "Users/alice/b", "Users/alice/sub"}));
+  EXPECT_EQ(of({"Users/"}), Names{"Users/alice"});
+  EXPECT_EQ(of({""}), (Names{"Resources", "Users"}));
+}
+
+TEST_F(Places, linksAndSpecialFilesOfAShortPathAreLeftOut) {
+  volume.file("Users/alice/sub/a");
+  volume.link("Users/alice/link", "sub");
+  volume.fifo("Users/alice/pipe");
+  EXPECT_EQ(of({"Users/alice/"}), Names{"Users/alice/sub"});
+}
+
+TEST_F(Places, shortPathThatCannotBeReadAddsNothing) { EXPECT_EQ(of({"Users/none/"}), Names{}); }
+
+TEST_F(Places, linkBesideWhatItLeadsToIsLeftOut) {
+  volume.file("Users/alice/Data/a");
+  volume.link("Users/alice/Link", "Data");
+  EXPECT_EQ(of({"Users/alice/Data/", "Users/alice/Link/"}), Names{"Users/alice/Data"});
+  EXPECT_EQ(of({"Users/alice/Link/", "Users/alice/Data/"}), Names{"Users/alice/Data"});
+  EXPECT_EQ(of({"Users/alice/Link/"}), Names{"Users/alice/Link"});
+}
+
+TEST_F(Places, placeBelowTheEndOfALinkIsLeftOut) {
+  volume.file("Users/alice/Data/sub/deep/a");
+  volume.link("Users/alice/Link", "Data");
+  volume.link("Users/alice/Data/sub/up", "../sub");
+  EXPECT_EQ(of({"Users/alice/Link/", "Users/alice/Data/sub/"}), Names{"Users/alice/Link"});
+  EXPECT_EQ(of({"Users/alice/Data/", "Users/alice/Link/sub/deep/"}), Names{"Users/alice/Data"});
+  EXPECT_EQ(of({"Users/alice/Data/", "Users/alice/Data/sub/up/"}), Names{"Users/alice/Data"});
+  EXPECT_EQ(of({"Users/alice/Data/", "Users/alice/Link/sub/deep/a"}), Names{"Users/alice/Data"});
+}
+
+TEST_F(Places, placeInAnotherIsKeptAsItMayLieWhereThatOneIsNotEntered) {
+  volume.file("Users/alice/Data/Caches/sub/a");
+  const Names both = {"Users/alice/Data", "Users/alice/Data/Caches/sub"};
+  EXPECT_EQ(of({"Users/alice/Data/", "Users/alice/Data/Caches/sub/"}), both);
+  // Two places behind one link lie in each other in the same way.
+  volume.link("Users/alice/Link", "Data");
+  EXPECT_EQ(of({"Users/alice/Link/Caches/", "Users/alice/Link/Caches/sub/"}),
+            (Names{"Users/alice/Link/Caches", "Users/alice/Link/Caches/sub"}));
+}
+
+TEST_F(Places, twoLinksToOnePlaceAreOne) {
+  volume.file("Users/alice/Data/a");
+  volume.link("Users/alice/One", "Data");
+  volume.link("Users/alice/Two", "Data");
+  EXPECT_EQ(of({"Users/alice/One/", "Users/alice/Two/"}), Names{"Users/alice/One"});
+}
+
+TEST_F(Places, missingPlaceIsKept) { EXPECT_EQ(of({"Users/alice/None/"}), Names{"Users/alice/None"}); }
+
+TEST_F(Places, eachHomeHasALibrary) {
+  volume.folder("Users/bob");
+  volume.folder("Users/.hidden");
+  EXPECT_EQ(librariesOfHomes(), (std::unordered_set<std::string>{volume.path("Users/alice/Library"),
+                                                                 volume.path("Users/bob/Library")}));
+}
+
+}  // namespace
+}  // namespace sorrel
