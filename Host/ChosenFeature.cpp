@@ -1,6 +1,8 @@
 #include "Host/ChosenFeature.hpp"
 
 #include <CLI/CLI.hpp>
+#include <cstdint>
+#include <limits>
 #include <string>
 
 #include "Host/CommandError.hpp"
@@ -8,14 +10,25 @@
 #include "Host/Features.hpp"
 #include "Host/HostSetup.hpp"
 #include "Host/ScanFeatures.hpp"
+#include "Host/ScanPlaces.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
 
 namespace sorrel::cli {
+
+namespace {
+
+/// Its bytes must fit the type.
+constexpr std::int64_t kMostKiB = std::numeric_limits<std::int64_t>::max() / 1024;
+
+}  // namespace
 
 void takeFeatureAndPaths(CLI::App& parser, Invocation& invocation) {
   parser.add_option("FEATURE", invocation.feature, "A name of the list in sorrel --help, or its number")
       ->required();
   parser.add_option("PATH", invocation.paths, "Where to look, for the features that ask");
+  parser.add_option("--limit", invocation.limit, "Only what is larger than this is looked at (duplicates)")
+      ->type_name("KIB")
+      ->check(CLI::Range(std::int64_t{0}, kMostKiB));
 }
 
 const ScanFeature& scannerFor(const Invocation& invocation) {
@@ -25,10 +38,19 @@ const ScanFeature& scannerFor(const Invocation& invocation) {
     throw CommandError(ExitStatus::WrongUse,
                        "this version of sorrel cannot scan '" + featureName(number) + "'.");
   }
-  if (!invocation.paths.empty()) {
-    throw CommandError(ExitStatus::WrongUse, "'" + featureName(number) + "' takes no PATH.");
-  }
+  const auto refuse = [number](const std::string& what) {
+    throw CommandError(ExitStatus::WrongUse, "'" + featureName(number) + "' takes no " + what + ".");
+  };
+  if (!row->takesPaths && !invocation.paths.empty()) refuse("PATH");
+  if (!row->takesLimit && invocation.limit) refuse("--limit");
   return *row;
+}
+
+ScanScope scopeFor(const ScanFeature& row, const Invocation& invocation) {
+  ScanScope scope;
+  if (row.takesPaths) scope.places = scanPlaces(invocation.paths);
+  if (invocation.limit) scope.limit = static_cast<Integer>(*invocation.limit);
+  return scope;
 }
 
 Ref<FeatureInformation> featureOfCatalogue(const Invocation& invocation, Integer number) {

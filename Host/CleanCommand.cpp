@@ -8,6 +8,7 @@
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Host/ChosenFeature.hpp"
@@ -21,6 +22,7 @@
 #include "Host/HostSetup.hpp"
 #include "Host/InterruptWatch.hpp"
 #include "Host/JsonDocument.hpp"
+#include "Host/LastCopies.hpp"
 #include "Host/Output.hpp"
 #include "Host/QuietHelper.hpp"
 #include "Host/RecordName.hpp"
@@ -139,6 +141,7 @@ ExitStatus runCleanCommand(const Invocation& invocation, InterruptWatch& interru
   const CleanFeature& cleaner = cleanerFor(scanner.finderID);
   refuseHalfOrders(invocation.clean);
   installHost(options);
+  ScanScope scope = scopeFor(scanner, invocation);
   if (::isatty(STDIN_FILENO) != 1) useHelperWithoutPrompt();
   const Ref<FeatureInformation> feature = featureOfCatalogue(invocation, scanner.finderID);
   clearTicks(*feature);  // a scan hands them on to its records
@@ -146,10 +149,13 @@ ExitStatus runCleanCommand(const Invocation& invocation, InterruptWatch& interru
 
   const auto stop = std::make_shared<StopSwitch>();
   interrupts.start([stop] { stop->pull(); });
-  const SessionResult scan = runScan(scanner, feature, *stop, !options.json && !options.quiet);
+  const timespec began = beginOfChanges();
+  const SessionResult scan =
+      runScan(scanner, feature, std::move(scope), *stop, !options.json && !options.quiet);
   if (stop->isPulled()) return showStopped(invocation, *feature, scan.outcome);
   tick(*feature, invocation);
   if (!invocation.clean.evenLastCopy) refuseWholeGroups(cleaner, *feature);
+  refuseChangedGroups(cleaner, *feature, began);
   if (invocation.clean.dryRun) return showPlan(invocation, cleaner, *feature, scan.outcome);
   return cleanTicked(invocation, cleaner, feature, scan.outcome, *stop);
 }

@@ -3,11 +3,13 @@
 #include <algorithm>
 #include <array>
 #include <string>
+#include <vector>
 
 #include "Host/CommandError.hpp"
+#include "Host/LastCopies.hpp"
 #include "Host/RecordName.hpp"
-#include "Host/Ticks.hpp"
 #include "SorrelFramework/Clean/CleanService.hpp"
+#include "SorrelFramework/Model/FileInfo.hpp"
 
 namespace sorrel::cli {
 namespace {
@@ -24,6 +26,12 @@ constexpr std::array<CleanFeature, 8> kCleans = {{
 }};
 static_assert(std::ranges::is_sorted(kCleans, {}, &CleanFeature::finderID));
 
+std::string listed(const std::vector<std::string>& names) {
+  std::string list;
+  for (const std::string& name : names) list += (list.empty() ? "'" : ", '") + name + "'";
+  return list;
+}
+
 }  // namespace
 
 const CleanFeature* cleanFeature(Integer finderID) {
@@ -33,13 +41,19 @@ const CleanFeature* cleanFeature(Integer finderID) {
 
 void refuseWholeGroups(const CleanFeature& row, FeatureInformation& feature) {
   if (row.entry != CleanEntry::Groups) return;
-  std::string names;
-  for (const Ref<FileInformation>& group : wholeGroups(feature)) {
-    names += (names.empty() ? "'" : ", '") + nameOf(*group) + "'";
-  }
+  std::vector<std::string> names;
+  for (const Ref<FileInformation>& group : groupsWithoutACopyLeft(feature)) names.push_back(nameOf(*group));
   if (names.empty()) return;
-  throw CommandError(ExitStatus::WrongUse, "nothing was removed, as every copy would have gone of " + names +
-                                               "; --even-last-copy allows that.");
+  throw CommandError(ExitStatus::WrongUse, "nothing was removed, as every copy would have gone of " +
+                                               listed(names) + "; --even-last-copy allows that.");
+}
+
+void refuseChangedGroups(const CleanFeature& row, FeatureInformation& feature, const timespec& began) {
+  if (row.entry != CleanEntry::Groups) return;
+  const std::vector<std::string> paths = changesInTickedGroups(feature, began);
+  if (paths.empty()) return;
+  throw CommandError(ExitStatus::Failed, "nothing was removed, as these changed after they were compared: " +
+                                             listed(paths) + ". Run the command again.");
 }
 
 void startClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <ctime>
 #include <memory>
 
 #include "SorrelFramework/Clean/CleanServiceProtocol.hpp"
@@ -26,9 +27,13 @@ struct CleanFeature {
 /// The row of a feature; null if this version cannot clean it.
 const CleanFeature* cleanFeature(Integer finderID);
 
-/// Of alike files one must stay: a selection that takes every member of a group is wrong use, with the groups
-/// named, for a feature that has groups.
+/// Of alike files one must stay: a selection that leaves no member of a group whole is wrong use, with the
+/// groups named, for a feature that has groups.
 void refuseWholeGroups(const CleanFeature& row, FeatureInformation& feature);
+
+/// What changed since the scan began may be no copy any more: a selection that touches such a group fails,
+/// with the changes named, for a feature that has groups.
+void refuseChangedGroups(const CleanFeature& row, FeatureInformation& feature, const timespec& began);
 
 /// Starts the clean of what is ticked in `feature`. Returns at once; `listener` hears the rest.
 void startClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <cstdint>
+#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
@@ -38,8 +40,9 @@ struct Command;
 struct Invocation {
   GlobalOptions options;
   const Command* command = nullptr;
-  std::string feature;             ///< of `scan` and `clean`
-  std::vector<std::string> paths;  ///< of `scan` and `clean`
+  std::string feature;                  ///< of `scan` and `clean`
+  std::vector<std::string> paths;       ///< of `scan` and `clean`
+  std::optional<std::int64_t> limit{};  ///< of `scan` and `clean`, KiB
   CleanOptions clean;
 };
 

@@ -5,6 +5,7 @@
 #include <array>
 #include <iostream>
 #include <memory>
+#include <utility>
 
 #include "Host/ChosenFeature.hpp"
 #include "Host/CleanCommand.hpp"
@@ -42,11 +43,13 @@ ExitStatus runScanCommand(const Invocation& invocation, InterruptWatch& interrup
   const GlobalOptions& options = invocation.options;
   const ScanFeature& row = scannerFor(invocation);
   installHost(options);
+  ScanScope scope = scopeFor(row, invocation);
   const Ref<FeatureInformation> feature = featureOfCatalogue(invocation, row.finderID);
   prepareScan(row, *feature);
   const auto stop = std::make_shared<StopSwitch>();
   interrupts.start([stop] { stop->pull(); });
-  const SessionResult result = runScan(row, feature, *stop, !options.json && !options.quiet);
+  const SessionResult result =
+      runScan(row, feature, std::move(scope), *stop, !options.json && !options.quiet);
   if (options.json) {
     writeScanDocument(std::cout, *feature, result.outcome);
   } else {

@@ -9,6 +9,7 @@
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
 #include "SorrelFramework/Scan/MasterScan/EmailScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/PhotoScanService.hpp"
@@ -83,6 +84,25 @@ void startLargeAndOld(const ScanJob& job) {
                                               done, job.dispatch);
 }
 
+/// By DuplicateKind.
+constexpr std::array<const char*, 7> kDuplicateTitles = {"Files",    "Folders", "Documents", "Movies",
+                                                         "Pictures", "Other",   "Archives"};
+
+void startDuplicates(const ScanJob& job) {
+  for (std::size_t kind = 0; kind < kDuplicateTitles.size(); ++kind) {
+    DuplicateScanService::childrenCateogryDict[static_cast<Integer>(kind)] = kDuplicateTitles[kind];
+  }
+  if (job.scope.limit) DuplicateScanService::limitSize = *job.scope.limit;
+  const auto done = [finish = job.done](FeatureInformation& feature, std::int64_t size) {
+    finish([feature = Ref<FeatureInformation>(feature), size] {
+      feature->categoryInfo[0].size = size;
+      return size;
+    });
+  };
+  DuplicateScanService::scanDuplicate(*job.feature, job.scope.places, job.progress, job.showPercent,
+                                      job.singleDone, done, job.dispatch, WeftQOS::UserInitiated);
+}
+
 [[noreturn]] void refuse(Integer finderID, const std::string& why) {
   throw CommandError(ExitStatus::FatalStop, "the catalogue's feature '" + featureName(finderID) + "' " + why +
                                                 ": its scan would never end.");
@@ -93,13 +113,14 @@ void refuseWithoutCategories(FeatureInformation& feature) {
   if (feature.categoryInfo.empty()) refuse(feature.finderID, "has no categories");
 }
 
-constexpr std::array<ScanFeature, 6> kScanners = {{
+constexpr std::array<ScanFeature, 7> kScanners = {{
     {1, true, nullptr, startJunk<SystemScanService::scanSystemJunk>},
     {2, true, addOtherTrashes, startTrash},
     {3, false, nullptr, startLargeAndOld},
     {4, true, nullptr, startJunk<EmailScanService::scanEmailJunk>},
     {5, true, nullptr, startJunk<iTunesScanService::scaniTunesJunk>},
     {6, false, refuseWithoutCategories, startJunk<PhotoScanService::scaniPhotoJunk>},
+    {7, false, refuseWithoutCategories, startDuplicates, true, true},
 }};
 static_assert(std::ranges::is_sorted(kScanners, {}, &ScanFeature::finderID));
 

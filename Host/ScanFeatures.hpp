@@ -3,18 +3,28 @@
 #include <cstdint>
 #include <functional>
 #include <memory>
+#include <optional>
 #include <string>
+#include <vector>
 
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/Ref.hpp"
+#include "SorrelFramework/Platform/URL.hpp"
 #include "SorrelFramework/Platform/WeftSerialQueue.hpp"
 
 namespace sorrel::cli {
 
+/// What the user asks of a scan; for the features that take it.
+struct ScanScope {
+  std::vector<URL> places;         ///< where to look
+  std::optional<Integer> limit{};  ///< KiB; only what is larger takes part
+};
+
 /// What a scanner is started with. The callbacks run where the scanner runs them.
 struct ScanJob {
   Ref<FeatureInformation> feature;
+  ScanScope scope;
   std::function<void(const std::string&, std::int64_t)> progress;
   std::function<void(float)> showPercent;
   std::function<void(Integer, std::int64_t)> singleDone;
@@ -30,6 +40,8 @@ struct ScanFeature {
   void (*addCategories)(
       FeatureInformation& feature);  ///< what the application adds to the catalogue, or null
   void (*start)(const ScanJob& job);
+  bool takesPaths = false;  ///< ScanScope::places
+  bool takesLimit = false;  ///< ScanScope::limit
 };
 
 /// The row of a feature; null if this version cannot scan it.

@@ -23,10 +23,11 @@ class Session : public std::enable_shared_from_this<Session> {
   Session(Ref<FeatureInformation> feature, bool showProgress)
       : feature_(std::move(feature)), line_(showProgress) {}
 
-  ScanJob job() {
+  ScanJob job(ScanScope scope) {
     const auto self = shared_from_this();
     ScanJob job;
     job.feature = feature_;
+    job.scope = std::move(scope);
     job.progress = [self](const std::string& path, std::int64_t size) {
       ++self->progress_;
       self->line_.item(path, size);
@@ -101,11 +102,11 @@ class Session : public std::enable_shared_from_this<Session> {
 
 }  // namespace
 
-SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& feature, StopSwitch& stop,
-                      bool showProgress) {
+SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& feature, ScanScope scope,
+                      StopSwitch& stop, bool showProgress) {
   const auto session = std::make_shared<Session>(feature, showProgress);
   stop.setAction([session] { session->stop(); });
-  row.start(session->job());
+  row.start(session->job(std::move(scope)));
   MainQueue::run();
   stop.setAction({});
   return session->result();

@@ -9,6 +9,7 @@
 namespace sorrel::cli {
 
 struct ScanFeature;
+struct ScanScope;
 class StopSwitch;
 
 struct SessionResult {
@@ -20,7 +21,7 @@ struct SessionResult {
 /// has arrived: `done` has run, the bar has reported its end, and every block of progress has been delivered.
 /// The switch stops the scan, which then ends with what it has found so far. The tree is filled as an
 /// application does it.
-SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& feature, StopSwitch& stop,
-                      bool showProgress);
+SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& feature, ScanScope scope,
+                      StopSwitch& stop, bool showProgress);
 
 }  // namespace sorrel::cli

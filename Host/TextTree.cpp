@@ -6,7 +6,9 @@
 #include <ostream>
 #include <string>
 
+#include "Host/CleanFeatures.hpp"
 #include "Host/Features.hpp"
+#include "Host/GroupText.hpp"
 #include "Host/SafeText.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
@@ -76,6 +78,8 @@ void writeModules(std::ostream& out, const std::vector<Ref<ModuleInformation>>& 
 }
 
 void writeScan(std::ostream& out, FeatureInformation& feature, std::int64_t size) {
+  const CleanFeature* const row = cleanFeature(feature.finderID);
+  if (row != nullptr && row->entry == CleanEntry::Groups) return writeGroups(out, feature, size);
   Counts counts;
   writeRow(out, 0, size, feature.title);
   for (const CategoryInformation& category : feature.categoryInfo) writeCategory(out, category, 1, counts);

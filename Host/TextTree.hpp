@@ -21,7 +21,7 @@ namespace sorrel::cli {
 void writeModules(std::ostream& out, const std::vector<Ref<ModuleInformation>>& modules);
 
 /// A scanned feature: a size in front of each row, rows below their parents, and a line with the sum at the
-/// end.
+/// end. Groups of alike files as writeGroups() has them.
 void writeScan(std::ostream& out, FeatureInformation& feature, std::int64_t size);
 
 }  // namespace sorrel::cli

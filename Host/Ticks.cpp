@@ -162,16 +162,6 @@ FileRecords tickedRecords(CleanEntry entry, FeatureInformation& feature) {
   return ticked;
 }
 
-FileRecords wholeGroups(FeatureInformation& feature) {
-  FileRecords groups;
-  if (feature.categoryInfo.empty()) return groups;
-  for (FileInformation& group : feature.categoryInfo.front().childrens) {
-    const bool isWhole = group.state == NSControlStateValueOn && !group.childrens.empty();
-    if (isWhole) groups.emplace_back(group);
-  }
-  return groups;
-}
-
 FileRecords leavesOf(const FileRecords& records) {
   FileRecords leaves;
   for (const Ref<FileInformation>& record : records) {

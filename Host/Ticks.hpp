@@ -29,9 +29,6 @@ void tickMatching(FeatureInformation& feature, Globs& globs);
 /// order.
 FileRecords tickedRecords(CleanEntry entry, FeatureInformation& feature);
 
-/// Groups of the first category of which every member is ticked.
-FileRecords wholeGroups(FeatureInformation& feature);
-
 /// The leaves at and below these records: what goes from the disk.
 FileRecords leavesOf(const FileRecords& records);
 

@@ -4,6 +4,7 @@
 #include <mutex>
 #include <utility>
 
+#include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
 
 namespace sorrel {
@@ -13,6 +14,13 @@ TreeRepairResult repairLargeAndOldFiles(const Ref<CategoryInformation>& allCateg
                                         const Ref<FeatureInformation>& /*featureInfo*/) {
   if (!allCategory) return {};
   auto [size, files, desc] = LargeAndOldFileService::sortCategory(*allCategory);
+  return {size, std::move(files), std::move(desc), {}};
+}
+
+TreeRepairResult repairDuplicates(const Ref<CategoryInformation>& allCategory,
+                                  const Ref<FeatureInformation>& /*featureInfo*/) {
+  if (!allCategory) return {};
+  auto [size, files, desc] = DuplicateScanService::sortCategory(*allCategory);
   return {size, std::move(files), std::move(desc), {}};
 }
 
@@ -33,6 +41,7 @@ class RepairTable {
   mutable std::mutex mutex_;
   std::map<CleanServiceType, TreeRepairFunc> rows_ = {
       {CleanServiceType::LargeAndOldFile, repairLargeAndOldFiles},
+      {CleanServiceType::Duplicate, repairDuplicates},
   };
 };
 

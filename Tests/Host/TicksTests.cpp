@@ -260,8 +260,9 @@ TEST_F(TicksTest, flatTreesTakeTheRecordsOfTheFirstCategory) {
 }
 
 TEST_F(TicksTest, aSelectionOfEveryCopyIsRefusedWithTheGroupsNamed) {
-  add("Duplicates", {titled("one", {file("a"), file("b")}), titled("two", {file("c"), file("d")}),
-                     titled("three", {file("e"), file("f")}), titled("none")});
+  add("Duplicates",
+      {titled("one", {realFile("a"), realFile("b")}), titled("two", {realFile("c"), realFile("d")}),
+       titled("three", {realFile("e"), realFile("f")}), titled("none")});
   const CleanFeature& duplicates = *cleanFeature(7);
   select({path("[abce]"), path("f"), "none"});
   try {

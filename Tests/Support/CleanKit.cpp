@@ -11,6 +11,7 @@
 #include "SorrelFramework/Clean/FileRemover.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ScanKit.hpp"
 #include "Tests/Support/TreeRemoval.hpp"
@@ -96,11 +97,16 @@ std::vector<std::string> goneBetween(const std::vector<TreeEntry>& before,
 }
 
 CleanStage::CleanStage() : feature(makeFeature(1, {})) {
+  // As an application does it that cleans duplicates.
+  for (Integer kind = 0; kind < 7; ++kind) {
+    DuplicateScanService::childrenCateogryDict[kind] = "Kind " + std::to_string(kind);
+  }
   volume.install();
   setHelper(nullptr);
 }
 
 CleanStage::~CleanStage() {
+  DuplicateScanService::childrenCateogryDict.clear();
   PrivilegeHelper::shard().useSystem();
   FileRemover::shard().setRemoveForTesting({});
 }

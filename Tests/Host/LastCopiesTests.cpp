@@ -1,0 +1,203 @@
+// What keeps a clean of alike files from taking the last of them.
+#include "Host/LastCopies.hpp"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <set>
+#include <string>
+#include <vector>
+
+#include "Host/CleanFeatures.hpp"
+#include "Host/CommandError.hpp"
+#include "SorrelFramework/Model/CategoryInfo.hpp"
+#include "Tests/Support/CleanKit.hpp"
+
+namespace sorrel::cli {
+namespace {
+
+namespace fs = std::filesystem;
+using test::kMixed;
+using test::kOff;
+using test::kOn;
+using Names = std::vector<std::string>;
+
+/// A tree of groups over files of a volume.
+class LastCopies : public testing::Test {
+ protected:
+  /// A group of these files, of which the ones behind "+" are ticked.
+  Ref<FileInformation> group(const std::string& title, const Names& members) {
+    std::vector<Ref<FileInformation>> records;
+    std::size_t ticked = 0;
+    for (const std::string& member : members) {
+      const bool isTicked = member.starts_with('+');
+      ticked += isTicked ? 1 : 0;
+      records.push_back(
+          test::makeRecord({stage_.volume.url(member.substr(isTicked ? 1 : 0)), isTicked ? kOn : kOff}));
+    }
+    const Integer state = ticked == 0 ? kOff : ticked == members.size() ? kOn : kMixed;
+    const auto header = test::makeRecord({URL(), state, 0, true, records});
+    header->title = title;
+    all_->childrens.push_back(header);
+    return header;
+  }
+  Names lost() {
+    Names titles;
+    for (const auto& group : groupsWithoutACopyLeft(*stage_.feature)) titles.push_back(group->title);
+    return titles;
+  }
+  Names changed(const timespec& since) {
+    Names names;
+    for (const std::string& path : changesInTickedGroups(*stage_.feature, since)) {
+      names.push_back(fs::relative(path, stage_.volume.path()).string());
+    }
+    return names;
+  }
+  /// A moment before anything on the volume was made.
+  static timespec longAgo() { return {0, 0}; }
+  /// A moment behind the last change of the file.
+  timespec justBehind(const std::string& name) {
+    struct stat status {};
+    EXPECT_EQ(::lstat(stage_.volume.path(name).c_str(), &status), 0);
+    return status.st_ctim;
+  }
+  void makeFiles(const Names& names) {
+    for (const std::string& name : names) stage_.volume.file(name, "same");
+  }
+
+  test::CleanStage stage_;
+  Ref<CategoryInformation> all_ = [this] {
+    auto category = test::makeCategory(stage_.feature, kMixed, {});
+    stage_.feature->categoryInfo.push_back(category);
+    return category;
+  }();
+};
+
+TEST_F(LastCopies, featureWithoutCategoriesLosesNothing) {
+  stage_.feature->categoryInfo.clear();
+  EXPECT_EQ(lost(), Names());
+  EXPECT_EQ(changed(longAgo()), Names());
+}
+
+TEST_F(LastCopies, memberThatIsNotTickedStays) {
+  makeFiles({"a", "b", "c", "d"});
+  group("one", {"+a", "b"});
+  group("two", {"c", "d"});
+  EXPECT_EQ(lost(), Names());
+}
+
+TEST_F(LastCopies, groupOfWhichAllIsTickedIsLost) {
+  makeFiles({"a", "b"});
+  group("one", {"+a", "+b"});
+  EXPECT_EQ(lost(), Names{"one"});
+}
+
+TEST_F(LastCopies, memberThatIsGoneIsNoCopy) {
+  makeFiles({"a"});
+  group("one", {"+a", "b"});
+  EXPECT_EQ(lost(), Names{"one"});
+}
+
+TEST_F(LastCopies, groupThatIsNotTouchedMayHaveGone) {
+  makeFiles({"c"});
+  group("one", {"a", "b"});
+  EXPECT_EQ(lost(), Names());
+}
+
+TEST_F(LastCopies, memberInAFolderThatGoesIsNoCopy) {
+  makeFiles({"a", "one/b", "one/x", "two/x"});
+  group("folders", {"+one", "two"});
+  group("files", {"+a", "one/b"});
+  EXPECT_EQ(lost(), Names{"files"});
+}
+
+TEST_F(LastCopies, groupOfWhichAllLiesInFoldersThatGoIsLostUnticked) {
+  makeFiles({"one/b", "one/c", "two/b"});
+  group("folders", {"+one", "two"});
+  group("files", {"one/b", "one/c"});
+  EXPECT_EQ(lost(), Names{"files"});
+}
+
+TEST_F(LastCopies, folderThatLosesAFileIsNoCopy) {
+  makeFiles({"one/x", "two/x", "y"});
+  group("folders", {"+one", "two"});
+  group("files", {"+two/x", "y"});
+  EXPECT_EQ(lost(), Names{"folders"});
+}
+
+TEST_F(LastCopies, folderWhoseNameBeginsLikeOneThatGoesStays) {
+  makeFiles({"one/x", "one 2/x"});
+  group("folders", {"+one", "one 2"});
+  EXPECT_EQ(lost(), Names());
+}
+
+TEST_F(LastCopies, otherHardLinkStays) {
+  makeFiles({"a"});
+  fs::create_hard_link(stage_.volume.path("a"), stage_.volume.path("b"));
+  group("one", {"+a", "b"});
+  EXPECT_EQ(lost(), Names());
+}
+
+TEST_F(LastCopies, sameEntryByAnotherPathGoesWithIt) {
+  makeFiles({"one/a", "one/f/x"});
+  stage_.volume.link("two", stage_.volume.path("one"));
+  group("files", {"+one/a", "two/a"});
+  group("folders", {"one/f", "+two/f"});
+  EXPECT_EQ(lost(), Names({"files", "folders"}));
+}
+
+// Changes since the scan
+
+TEST_F(LastCopies, membersThatWereAsTheyAreBeforeTheScanHaveNotChanged) {
+  makeFiles({"a", "b"});
+  group("one", {"+a", "b"});
+  EXPECT_EQ(changed(justBehind("b")), Names());
+}
+
+TEST_F(LastCopies, memberThatChangedIsTold) {
+  makeFiles({"a", "b"});
+  group("one", {"+a", "b"});
+  EXPECT_EQ(changed(longAgo()), Names({"a", "b"}));
+}
+
+TEST_F(LastCopies, groupOfWhichNothingGoesMayChange) {
+  makeFiles({"a", "b"});
+  group("one", {"a", "b"});
+  EXPECT_EQ(changed(longAgo()), Names());
+}
+
+TEST_F(LastCopies, whatChangedInAFolderIsToldHiddenItemsToo) {
+  makeFiles({"one/x", "two/x"});
+  const timespec before = beginOfChanges();
+  group("folders", {"+one", "two"});
+  EXPECT_EQ(changed(before), Names());
+  stage_.volume.file("two/sub/.hidden", "new");
+  const Names names = changed(before);
+  EXPECT_EQ(std::set(names.begin(), names.end()),
+            (std::set<std::string>{"two", "two/sub", "two/sub/.hidden"}));
+}
+
+TEST_F(LastCopies, tickedMemberThatIsGoneIsNoChange) {
+  makeFiles({"b"});
+  group("one", {"+a", "b"});
+  EXPECT_EQ(changed(justBehind("b")), Names());
+}
+
+TEST_F(LastCopies, cleanOfWhatChangedFailsAndCleansWithoutGroupsDoNotAsk) {
+  makeFiles({"a", "b"});
+  group("one", {"+a", "b"});
+  try {
+    refuseChangedGroups(*cleanFeature(7), *stage_.feature, longAgo());
+    FAIL() << "not refused";
+  } catch (const CommandError& error) {
+    EXPECT_EQ(error.status(), ExitStatus::Failed);
+    EXPECT_NE(std::string(error.what()).find(stage_.volume.path("a")), std::string::npos);
+  }
+  EXPECT_NO_THROW(refuseChangedGroups(*cleanFeature(1), *stage_.feature, longAgo()));
+  EXPECT_NO_THROW(refuseChangedGroups(*cleanFeature(7), *stage_.feature, justBehind("b")));
+}
+
+}  // namespace
+}  // namespace sorrel::cli
