@@ -2,15 +2,20 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdlib>
+#include <filesystem>
 #include <memory>
+#include <set>
 #include <string>
 #include <utility>
 #include <vector>
 
 #include "SorrelFramework/Clean/CleanService.hpp"
 #include "SorrelFramework/Clean/CleanServiceType.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
 #include "Tests/Support/CleanKit.hpp"
+#include "Tests/Support/DuplicateCases.hpp"
 #include "Tests/Support/ScanKit.hpp"
 
 namespace sorrel {
@@ -107,6 +112,131 @@ TEST_F(LargeAndOldRepair, cleanWithoutACategoryHasNothingToRepair) {
   const TreeRepairResult result = treeRepair(CleanServiceType::LargeAndOldFile)({}, {});
   EXPECT_EQ(result.size, 0);
   EXPECT_TRUE(result.abnormalFiles.empty());
+}
+
+// Duplicates
+
+unsigned numberFrom(const char* variable, unsigned usual) {
+  const char* const text = std::getenv(variable);
+  return text == nullptr ? usual : static_cast<unsigned>(std::stoul(text));
+}
+
+/// A clean in a current folder of its own, which the URL of a group's header stands for.
+class DuplicateClean : public testing::TestWithParam<unsigned> {
+ protected:
+  DuplicateClean() {
+    DuplicateScanService::limitSize = 0;
+    canary_.file("a", "a");
+    canary_.file("d/b", "b");
+    std::filesystem::current_path(canary_.path());
+  }
+  ~DuplicateClean() override {
+    DuplicateScanService::limitSize = 512;
+    std::filesystem::current_path(home_);
+  }
+
+  static void scan(const test::CleanStage& stage, FeatureInformation& feature) {
+    SuperScanService::scanStatus.resetForTesting();
+    test::ScanRecord record;
+    DuplicateScanService::scanDuplicate(feature, {stage.volume.url("Users/alice/Data/")}, nullptr,
+                                        record.percent(), nullptr, record.treeDone(), record.queue);
+    ASSERT_TRUE(record.waitUntilDone());
+  }
+
+  /// What a repair must leave: numbers without gaps, no ticks, at least two members, sums that add up.
+  static void expectInOrder(CategoryInformation& all) {
+    std::int64_t sum = 0;
+    for (std::size_t i = 0; i < all.childrens.size(); ++i) {
+      const FileInformation& header = all.childrens[i];
+      EXPECT_EQ(header.finderID, static_cast<Integer>(i));
+      EXPECT_EQ(header.state, test::kOff);
+      EXPECT_GT(header.childrens.size(), 1U);
+      std::int64_t size = 0;
+      for (std::size_t j = 0; j < header.childrens.size(); ++j) {
+        const FileInformation& member = header.childrens[j];
+        EXPECT_EQ(member.finderID, static_cast<Integer>(j));
+        EXPECT_EQ(member.parentFinderID, static_cast<Integer>(i));
+        EXPECT_EQ(member.state, test::kOff);
+        size += member.size;
+      }
+      EXPECT_EQ(header.size, size);
+      sum += size;
+    }
+    EXPECT_EQ(all.size, sum);
+    EXPECT_EQ(all.childrenCateogry->size(), 7U);
+  }
+
+  void check(unsigned seed) {
+    test::CleanStage stage;
+    test::DuplicateCase sketch(seed);
+    sketch.makeFiles(stage.volume);
+    const auto feature = test::makeFeature(7, {{CategoryInfomationKind::Common, {}}});
+    ASSERT_NO_FATAL_FAILURE(scan(stage, *feature));
+    const Ref<CategoryInformation> all = feature->categoryInfo.ref(0);
+    const std::set<std::string> selected = sketch.tick(*all);
+    selected_ += selected.size();
+    const auto before = test::snapshotOf(stage.volume.path());
+    Names expected;
+    for (const test::TreeEntry& entry : before) {
+      std::string path = stage.volume.path(entry.path);
+      while (!selected.contains(path) && path.size() > stage.volume.path().size()) {
+        path.resize(path.rfind('/'));
+      }
+      if (selected.contains(path)) expected.push_back(entry.path);
+    }
+    const auto still = test::snapshotOf(canary_.path());
+    const auto finish = std::make_shared<test::FinishRecord>();
+    CleanService::cleanDuplicateAndSimilarCategorys(*all, CleanServiceType::Duplicate, finish);
+    ASSERT_TRUE(finish->waitUntilFinished());
+    EXPECT_EQ(test::goneBetween(before, test::snapshotOf(stage.volume.path())), expected);
+    EXPECT_EQ(test::snapshotOf(canary_.path()), still);
+    EXPECT_EQ(finish->finishCount(), 1U);
+    EXPECT_EQ(finish->finishes[0].allCategorys, std::vector{all});
+    expectInOrder(*all);
+  }
+
+  test::TemporaryFolder canary_;
+  std::filesystem::path home_ = std::filesystem::current_path();
+  std::size_t selected_ = 0;
+};
+
+// SORREL_CLEAN_CASES sets how many in all, SORREL_CLEAN_SEED the seed of the first: a failing case runs again
+// with its seed and a count of 1. In four parts, which may run beside each other.
+TEST_P(DuplicateClean, randomTicksTakeTheMembersTheySelectAndNothingElse) {
+  const unsigned first = numberFrom("SORREL_CLEAN_SEED", 1);
+  const unsigned count = numberFrom("SORREL_CLEAN_CASES", 600);
+  for (unsigned seed = first + GetParam(); seed < first + count && !HasFailure(); seed += 4) {
+    SCOPED_TRACE("SORREL_CLEAN_SEED=" + std::to_string(seed));
+    check(seed);
+  }
+  if (count > 100) {
+    EXPECT_GT(selected_, count / 8);
+  }
+}
+
+INSTANTIATE_TEST_SUITE_P(Parts, DuplicateClean, testing::Range(0U, 4U));
+
+TEST(DuplicateRepairInATable, withoutACategoryHasNothingToRepair) {
+  const TreeRepairResult result = treeRepair(CleanServiceType::Duplicate)({}, {});
+  EXPECT_EQ(result.size, 0);
+  EXPECT_TRUE(result.abnormalFiles.empty());
+}
+
+TEST(DuplicateRepairInATable, tellsBytesFailuresAndTheirTexts) {
+  test::CleanStage stage;
+  const auto gone = test::makeRecord({stage.volume.url("a"), test::kOn, 10});
+  const auto failed = test::makeRecord({stage.volume.url("b"), test::kOn, 20});
+  gone->deleteStatus = test::kDeleteSuccess;
+  failed->deleteStatus = test::kDeleteError;
+  failed->deleteErrorDesc = "no";
+  const auto header = test::makeRecord({URL(), test::kMixed, 30, true, {gone, failed}});
+  const auto all = test::makeCategory(stage.feature, test::kMixed, {header});
+  const TreeRepairResult result = treeRepair(CleanServiceType::Duplicate)(all, {});
+  EXPECT_EQ(result.size, 10);
+  EXPECT_EQ(result.abnormalFiles, FileRecords{failed});
+  EXPECT_EQ(result.desc, "no\n");
+  EXPECT_FALSE(result.categorys.has_value());
+  EXPECT_TRUE(all->childrens.empty());
 }
 
 }  // namespace
