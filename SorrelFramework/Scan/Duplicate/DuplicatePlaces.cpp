@@ -1,5 +1,6 @@
 #include "SorrelFramework/Scan/Duplicate/DuplicatePlaces.hpp"
 
+#include <algorithm>
 #include <cstddef>
 #include <filesystem>
 #include <string_view>
@@ -7,8 +8,10 @@
 #include <unordered_map>
 #include <utility>
 
+#include "SorrelFramework/Native/ItemIdentity.hpp"
 #include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/MountedVolumes.hpp"
 #include "SorrelFramework/Platform/ScanRoot.hpp"
 
 namespace sorrel {
@@ -19,11 +22,22 @@ constexpr EnumerationOptions kDirectChildren = NSDirectoryEnumerationSkipsHidden
                                                NSDirectoryEnumerationSkipsSubdirectoryDescendants;
 constexpr std::size_t kFewComponents = 4;
 
-/// Links that lie in a folder lead to files that are met elsewhere, or that nobody asked for.
+bool isLocalVolume(const URL& folder) {
+  return std::ranges::any_of(localVolumeURLs(),
+                             [&](const URL& volume) { return volume.path() == folder.path(); });
+}
+
+/// Links that lie in a folder lead to files that are met elsewhere, or that nobody asked for. What is mounted
+/// there is another volume that keeps files, a view of files that are met elsewhere too, or none at all: the
+/// kernel shows its own state as files, some of which never end.
 void addDirectChildren(const URL& folder, std::vector<URL>& list) {
+  const FileDescriptor open = openFolder(folder.path());
   DirectoryEnumerator children(folder, kDirectChildren);
   while (const auto* child = children.next()) {
-    if (child->status.isDirectory() || child->status.isRegularFile()) list.push_back(child->url);
+    if (!child->status.isDirectory() && !child->status.isRegularFile()) continue;
+    const auto identity = identityOf(open.get(), child->name.c_str());
+    if (identity && identity->isMountRoot && !isLocalVolume(child->url)) continue;
+    list.push_back(child->url);
   }
 }
 

@@ -1,8 +1,12 @@
 #include "SorrelFramework/Scan/Duplicate/DuplicatePlaces.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <unistd.h>
 
 #include "SorrelFramework/Platform/Host.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
@@ -47,6 +51,26 @@ TEST_F(Places, linksAndSpecialFilesOfAShortPathAreLeftOut) {
   volume.link("Users/alice/link", "sub");
   volume.fifo("Users/alice/pipe");
   EXPECT_EQ(of({"Users/alice/"}), Names{"Users/alice/sub"});
+}
+
+TEST_F(Places, ofMountsInAShortPathOnlyVolumesAreTaken) {
+  for (const std::string folder : {"Volumes/Stick", "Volumes/Plain", "Users/alice/view", "Users/alice/sub"})
+    volume.folder(folder);
+  const std::string text = test::inMountingChild([this]() -> std::string {
+    const auto mount = [this](const std::string& name) {
+      return ::mount("tmpfs", volume.path(name).c_str(), "tmpfs", 0, nullptr) == 0 &&
+             ::close(::open((volume.path(name) + "/a").c_str(), O_CREAT | O_WRONLY | O_CLOEXEC, 0644)) == 0;
+    };
+    const std::string alice = volume.path("Users/alice");
+    if (!mount("Volumes/Stick") ||
+        ::mount((alice + "/sub").c_str(), (alice + "/view").c_str(), nullptr, MS_BIND, nullptr) != 0)
+      return "skip";
+    std::string found;
+    for (const std::string& place : of({"Users/alice/", "Volumes/"})) found += place + '\n';
+    return found;
+  });
+  if (text == "skip") GTEST_SKIP() << "no mounting here";
+  EXPECT_EQ(text, "Users/alice/sub\nVolumes/Plain\nVolumes/Stick\n");
 }
 
 TEST_F(Places, shortPathThatCannotBeReadAddsNothing) { EXPECT_EQ(of({"Users/none/"}), Names{}); }
