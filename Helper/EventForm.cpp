@@ -76,6 +76,10 @@ std::optional<Operation> operationOf(const MessageView& event) {
   return std::nullopt;
 }
 
+bool isKnown(std::int32_t eventID) {
+  return eventID >= 0 && eventID <= static_cast<std::int32_t>(Kind::CloseHelper);
+}
+
 }  // namespace
 
 const char* nameOf(Action action) {
@@ -97,7 +101,7 @@ const char* nameOf(Action action) {
 bool isPathEntry(const MessageView::Entry& entry) { return entry.key != kOperationKey; }
 
 std::optional<EventForm> EventForm::of(std::int32_t eventID, const MessageView& event) {
-  if (eventID < 0 || eventID > static_cast<std::int32_t>(Kind::CloseHelper)) return std::nullopt;
+  if (!isKnown(eventID)) return std::nullopt;
   EventForm form;
   form.kind = static_cast<Kind>(eventID);
   const bool isMaintenance = form.kind == Kind::Maintenance;
@@ -112,6 +116,22 @@ std::optional<EventForm> EventForm::of(std::int32_t eventID, const MessageView& 
     ++form.paths;
   }
   return form;
+}
+
+std::optional<EventHeading> EventHeading::of(std::int32_t eventID, std::string_view message) {
+  const auto count = MessageView::countOf(message, HelperMessage::Kind::Event);
+  if (!isKnown(eventID) || !count.has_value()) return std::nullopt;
+  const Kind kind = static_cast<Kind>(eventID);
+  if (kind != Kind::Maintenance) {
+    const Row* const row = rowOf(kind, kNoOperation);
+    if (!row->hasPaths && *count > 0) return std::nullopt;
+    return EventHeading{kind, row->action, *count};
+  }
+  if (message.size() > kMostMaintenanceBytes) return std::nullopt;
+  const auto view = MessageView::of(message, HelperMessage::Kind::Event);
+  const auto form = view.has_value() ? EventForm::of(eventID, *view) : std::nullopt;
+  if (!form.has_value()) return std::nullopt;
+  return EventHeading{kind, form->action(), form->paths};
 }
 
 Action EventForm::action() const { return rowOf(kind, operation)->action; }

@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <optional>
+#include <string_view>
 
 #include "SorrelFramework/HelpTool/HelperProtocol.hpp"
 #include "SorrelFramework/HelpTool/MessageView.hpp"
@@ -31,6 +32,21 @@ struct EventForm {
   [[nodiscard]] HelperEventErrorID failure() const;
   /// One word for a log.
   [[nodiscard]] const char* name() const;
+};
+
+/// What an event claims to be, for whoever decides whether it is worth a look: what its number and the head
+/// of its message say, and of a Maintenance event, which is short, its form. An event of this heading still
+/// may have no form at all.
+struct EventHeading {
+  /// Of a Maintenance event, which names extensions and no files: more is none.
+  static constexpr std::size_t kMostMaintenanceBytes = std::size_t{4} << 20;
+
+  HelperHanldeEventID kind = HelperHanldeEventID::Delete;
+  Action action = Action::Delete;
+  std::size_t paths = 0;
+
+  /// Costs the same for an event of any size. Nothing for what can be no event.
+  static std::optional<EventHeading> of(std::int32_t eventID, std::string_view message);
 };
 
 /// True for an entry of a Maintenance event that is about a path; the one other is "OperationValue".

@@ -1,5 +1,6 @@
 #include "Helper/EventRunner.hpp"
 
+#include <algorithm>
 #include <vector>
 
 #include "Helper/DeleteOperation.hpp"
@@ -34,10 +35,30 @@ class Results {
   bool isSuccess_ = true;
 };
 
+/// The paths that are gone, in ascending byte order as they come; knows what lay below them.
+class GonePaths {
+ public:
+  void add(std::string_view path) { paths_.push_back(path); }
+  /// For a path behind all that were added: all of one's beginnings stand together.
+  [[nodiscard]] bool holds(std::string_view path) {
+    while (!paths_.empty() && !path.starts_with(paths_.back())) paths_.pop_back();
+    return std::ranges::any_of(
+        paths_, [&](std::string_view gone) { return gone.size() < path.size() && path[gone.size()] == '/'; });
+  }
+
+ private:
+  std::vector<std::string_view> paths_;
+};
+
 void runDelete(const MessageView& event, const RemovalPolicy& policy, Results& results) {
+  GonePaths gone;
   for (const MessageView::Entry& entry : event.dictionary()) {
     if (entry.key == kOperation) continue;
-    results.add(entry.index, deletePath(entry.key, entry.seen, policy));
+    const bool wentWithItsFolder =
+        gone.holds(entry.key) && RemovalTarget::find(std::string(entry.key), policy).isAbsent();
+    const PathResult result = wentWithItsFolder ? succeeded() : deletePath(entry.key, entry.seen, policy);
+    if (result.isSuccess()) gone.add(entry.key);
+    results.add(entry.index, result);
   }
 }
 

@@ -15,7 +15,7 @@ namespace sorrel::helper {
 namespace {
 
 constexpr std::size_t kMostBytes = std::size_t{64} << 10;
-constexpr int kMostGraceSeconds = 3600;
+constexpr int kMostSeconds = 3600;
 
 std::string_view trimmed(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r";
@@ -24,17 +24,18 @@ std::string_view trimmed(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-bool setGrace(std::string_view value, HelperConfiguration& configuration) {
+bool setSeconds(std::string_view value, std::chrono::seconds& place) {
   int seconds = 0;
   const auto [end, error] = std::from_chars(value.data(), value.data() + value.size(), seconds);
   if (error != std::errc() || end != value.data() + value.size()) return false;
-  if (seconds < 0 || seconds > kMostGraceSeconds) return false;
-  configuration.grace = std::chrono::seconds(seconds);
+  if (seconds < 0 || seconds > kMostSeconds) return false;
+  place = std::chrono::seconds(seconds);
   return true;
 }
 
 bool setValue(std::string_view key, std::string_view value, HelperConfiguration& configuration) {
-  if (key == "grace-seconds") return setGrace(value, configuration);
+  if (key == "grace-seconds") return setSeconds(value, configuration.grace);
+  if (key == "idle-seconds") return setSeconds(value, configuration.idle);
   if (key == "allow-file-system" && !value.empty()) {
     configuration.allowedFileSystems.emplace_back(value);
     return true;

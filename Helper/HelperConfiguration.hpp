@@ -11,14 +11,15 @@ namespace sorrel::helper {
 /// about places: nothing lifts what is built in.
 ///
 /// Lines "key = value"; empty ones and those that begin with "#" are passed over:
-///   refuse = /absolute/path           neither the place, nor what lies in it, nor what is above it;
-///   repeatable allow-file-system = TYPE          works on this type too, as /proc/self/mountinfo calls it;
-///   repeatable grace-seconds = 0...3600          how long work goes on after its caller has left; 30 by
-///   default
+///   refuse = /absolute/path       neither the place, nor what lies in it, nor what is above it; repeatable
+///   allow-file-system = TYPE      works on this type too, as /proc/self/mountinfo calls it; repeatable
+///   grace-seconds = 0...3600      how long work goes on after its caller has left; 30 by default
+///   idle-seconds = 0...3600       how long the helper stays without work; 300 by default
 struct HelperConfiguration {
   std::vector<std::string> refusedPlaces;
   std::vector<std::string> allowedFileSystems;
   std::chrono::seconds grace{30};
+  std::chrono::seconds idle{300};
 
   /// What the file says. Nothing of it if anybody but root could have written it. `fault` tells about that,
   /// or about the first line that makes no sense, and is "" otherwise.

@@ -4,14 +4,15 @@
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <algorithm>
-#include <map>
 #include <optional>
 #include <set>
 #include <utility>
 #include <vector>
 
 #include "Helper/Authority.hpp"
-#include "Helper/EventForm.hpp"
+#include "Helper/CallList.hpp"
+#include "Helper/HelperCall.hpp"
+#include "Helper/RefusalBudget.hpp"
 #include "Helper/Reply.hpp"
 #include "Helper/Supervisor.hpp"
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
@@ -21,38 +22,22 @@
 namespace sorrel::helper {
 namespace {
 
+using Clock = Supervisor::Clock;
+using Stage = HelperCall::Stage;
 using EventResult = sdbus::Result<bool, std::int32_t, sdbus::UnixFd>;
 using UninstallResult = sdbus::Result<bool, std::string>;
 
-enum class Stage { Identifying, Asking, Running };
+/// How long one that was started waits for the call that it was started for.
+constexpr std::chrono::seconds kStart{2};
 
-/// The content of an event. The view lies in the memory.
-struct Event {
-  SealedMemory memory;
-  EventForm form;
-  MessageView view;
-};
-
-/// A call that is under way.
-struct Request {
-  std::uint64_t id = 0;
-  std::string sender;
-  std::uint32_t uid = 0;
-  Stage stage = Stage::Identifying;
-  Action action = Action::Uninstall;
-  std::optional<std::int32_t> eventID;  // none: Uninstall
-  std::optional<SealedMemory> memory;   // of an event that is not yet read
-  std::optional<Event> event;
-  EventResult eventResult;
-  UninstallResult uninstallResult;
-
-  [[nodiscard]] bool isEvent() const { return eventID.has_value(); }
-  [[nodiscard]] const char* name() const {
-    if (!isEvent()) return nameOf(action);
-    return event.has_value() ? event->form.name() : "event";
+void sendReply(const EventResult& result, const Reply& reply) {
+  if (reply.message.isOpen()) {
+    result.returnResults(reply.flag, reply.code, sdbus::UnixFd(reply.message.get()));
+  } else {
+    // An answer that lists no failures would tell of success.
+    result.returnError(sdbus::Error("org.freedesktop.DBus.Error.NoMemory", "no memory"));
   }
-  [[nodiscard]] std::size_t paths() const { return event.has_value() ? event->form.paths : 0; }
-};
+}
 
 }  // namespace
 
@@ -74,42 +59,39 @@ class HelperService::Core {
   void offer();
   void handleEvent(EventResult&& result, std::int32_t eventID, int descriptor);
   void uninstall(UninstallResult&& result);
-  void admit(std::unique_ptr<Request> request);
+  void admit(std::unique_ptr<HelperCall> call);
   void identified(std::uint64_t id, std::optional<std::uint32_t> uid);
-  [[nodiscard]] bool readEvent(Request& request) const;
-  [[nodiscard]] bool hasRoomFor(std::uint32_t uid) const;
-  void ask(Request& request);
+  void ask(HelperCall& call);
   void decided(std::uint64_t id, bool isAuthorised, const std::string& reason);
-  void startWork(Request& request);
+  void startWork(HelperCall& call);
   void finished(std::uint64_t id, const Supervisor::Ending& ending);
-  void close(Request& request);
-  void removeInstallation(Request& request);
-  void refuse(Request& request, const std::string& reason);
-  void answer(Request& request, const Reply& reply);
+  void close(HelperCall& call);
+  void removeInstallation(HelperCall& call);
+  void refuse(HelperCall& call, const std::string& reason);
+  Reply refusalOf(HelperCall& call);
+  void answer(HelperCall& call, const Reply& reply);
+  void answer(HelperCall& call, bool flag, const std::string& text);
+  std::unique_ptr<HelperCall> end(const HelperCall& call);
   void callerLeft(const std::string& sender);
   void stop();
   bool serveBus();
+  bool leave();
+  [[nodiscard]] std::optional<Clock::time_point> deadline() const;
   void wait(int stopSignal);
-
-  [[nodiscard]] Request* find(std::uint64_t id) const {
-    const auto found = requests_.find(id);
-    return found == requests_.end() ? nullptr : found->second.get();
-  }
-  static std::string described(const Request& request) {
-    return "call " + std::to_string(request.id) + ": uid=" + std::to_string(request.uid) +
-           " sender=" + escapedForLog(request.sender) + " kind=" + request.name();
-  }
-  void logFailures(const Request& request, const ResultTable& results);
+  void logFailures(const HelperCall& call, const ResultTable& results);
 
   const HelperIdentity identity_;
   const HelperWireNames names_;
   const HelperConfiguration configuration_;
   HelperLog& log_;
   std::unique_ptr<sdbus::IConnection> connection_;  // outlives what came over it
-  std::map<std::uint64_t, std::unique_ptr<Request>> requests_;
-  std::uint64_t lastID_ = 0;
+  CallList calls_;
+  RefusalBudget budget_;
   std::set<std::uint32_t> users_;  // for whom something was authorised
-  bool isClosing_ = false;
+  bool isRefusing_ = false;        // takes no more work
+  bool isLeaving_ = false;         // goes when no work is left
+  bool hasName_ = false;
+  Clock::time_point lastWork_ = Clock::now() + kStart;  // whoever starts it is about to call
   Supervisor supervisor_;
   sdbus::Slot departures_;
   std::unique_ptr<sdbus::IObject> object_;
@@ -119,7 +101,10 @@ class HelperService::Core {
 void HelperService::Core::offer() {
   object_->registerMethod(HelperWireNames::getHelperVersion)
       .onInterface(names_.interface)
-      .implementedAs([this] { return identity_.version; });
+      .implementedAs([this] {
+        lastWork_ = Clock::now();
+        return identity_.version;
+      });
   object_->registerMethod(HelperWireNames::handleEvent)
       .onInterface(names_.interface)
       .implementedAs([this](EventResult&& result, std::int32_t eventID, const sdbus::UnixFd& message) {
@@ -139,118 +124,92 @@ void HelperService::Core::offer() {
         callerLeft(name);
       });
   connection_->requestName(identity_.service);
+  hasName_ = true;
 }
 
 void HelperService::Core::handleEvent(EventResult&& result, std::int32_t eventID, int descriptor) {
-  auto request = std::make_unique<Request>();
-  request->eventID = eventID;
-  request->eventResult = std::move(result);
-  request->memory = SealedMemory::map(descriptor, HelperLimits::bytes);
-  admit(std::move(request));
+  auto call = std::make_unique<HelperCall>();
+  call->eventID = eventID;
+  const auto back = std::make_shared<EventResult>(std::move(result));
+  call->eventAnswer = [back](const Reply& reply) { sendReply(*back, reply); };
+  call->memory = SealedMemory::map(descriptor, HelperLimits::bytes);
+  admit(std::move(call));
 }
 
 void HelperService::Core::uninstall(UninstallResult&& result) {
-  auto request = std::make_unique<Request>();
-  request->uninstallResult = std::move(result);
-  admit(std::move(request));
+  auto call = std::make_unique<HelperCall>();
+  const auto back = std::make_shared<UninstallResult>(std::move(result));
+  call->uninstallAnswer = [back](bool flag, const std::string& text) { back->returnResults(flag, text); };
+  admit(std::move(call));
 }
 
-void HelperService::Core::admit(std::unique_ptr<Request> request) {
-  const std::uint64_t id = ++lastID_;
-  request->id = id;
-  request->sender = object_->getCurrentlyProcessedMessage()->getSender();
-  const std::string sender = request->sender;
-  requests_.emplace(id, std::move(request));
+void HelperService::Core::admit(std::unique_ptr<HelperCall> call) {
+  const std::string sender = object_->getCurrentlyProcessedMessage()->getSender();
+  call->sender = sender;
+  const std::uint64_t id = calls_.add(std::move(call));
   authority_.userOf(sender, [this, id](std::optional<std::uint32_t> uid) { identified(id, uid); });
 }
 
 void HelperService::Core::identified(std::uint64_t id, std::optional<std::uint32_t> uid) {
-  Request* const request = find(id);
-  if (request == nullptr) return;
-  if (!uid.has_value()) return refuse(*request, "unknown-caller");
-  request->uid = *uid;
-  if (request->isEvent() && !readEvent(*request)) return refuse(*request, "unsound-message");
-  if (request->event.has_value() && request->event->form.kind == HelperHanldeEventID::CloseHelper) {
-    return close(*request);
-  }
-  if (isClosing_ || !hasRoomFor(*uid)) return refuse(*request, isClosing_ ? "closing" : "too-many");
-  ask(*request);
+  HelperCall* const call = calls_.find(id);
+  if (call == nullptr) return;
+  if (!uid.has_value()) return refuse(*call, "unknown-caller");
+  call->uid = *uid;
+  if (call->isEvent() && !call->readHeading()) return refuse(*call, "unsound-message");
+  if (call->isEvent() && call->heading->kind == HelperHanldeEventID::CloseHelper) return close(*call);
+  if (isRefusing_) return refuse(*call, "closing");
+  if (!calls_.hasRoomFor(*uid)) return refuse(*call, "too-many");
+  ask(*call);
 }
 
-bool HelperService::Core::readEvent(Request& request) const {
-  if (!request.memory.has_value()) return false;
-  const auto view = MessageView::of(request.memory->bytes(), HelperMessage::Kind::Event);
-  if (!view.has_value()) return false;
-  const auto form = EventForm::of(*request.eventID, *view);
-  if (!form.has_value()) return false;
-  request.event = Event{*std::exchange(request.memory, std::nullopt), *form, *view};
-  request.action = form->action();
-  return true;
-}
-
-bool HelperService::Core::hasRoomFor(std::uint32_t uid) const {
-  std::size_t all = 0;
-  std::size_t own = 0;
-  for (const auto& [id, request] : requests_) {
-    if (request->stage == Stage::Identifying) continue;
-    ++all;
-    if (request->uid == uid) ++own;
-  }
-  return own < kMostOfUser && all < kMost;
-}
-
-void HelperService::Core::ask(Request& request) {
-  request.stage = Stage::Asking;
-  authority_.check(request.sender, request.action, request.paths(), request.id,
-                   [this, id = request.id](bool isAuthorised, const std::string& reason) {
+void HelperService::Core::ask(HelperCall& call) {
+  call.stage = Stage::Asking;
+  authority_.check(call.sender, call.action(), call.paths(), call.id,
+                   [this, id = call.id](bool isAuthorised, const std::string& reason) {
                      decided(id, isAuthorised, reason);
                    });
 }
 
 void HelperService::Core::decided(std::uint64_t id, bool isAuthorised, const std::string& reason) {
-  Request* const request = find(id);
-  if (request == nullptr) return;
-  if (!isAuthorised) return refuse(*request, reason);
-  users_.insert(request->uid);
-  if (request->isEvent()) {
-    startWork(*request);
-  } else {
-    removeInstallation(*request);
-  }
+  HelperCall* const call = calls_.find(id);
+  if (call == nullptr) return;
+  if (!isAuthorised) return refuse(*call, reason);
+  users_.insert(call->uid);
+  if (!call->isEvent()) return removeInstallation(*call);
+  if (!call->read()) return refuse(*call, "unsound-message");
+  startWork(*call);
 }
 
-void HelperService::Core::startWork(Request& request) {
-  const Event& event = *request.event;
-  const EventJob job{event.form.kind, request.uid, event.view, configuration_};
+void HelperService::Core::startWork(HelperCall& call) {
+  const EventJob job{call.form->kind, call.uid, *call.view, configuration_};
   const bool isStarted = supervisor_.start(
-      request.id, job, [this, id = request.id](const Supervisor::Ending& ending) { finished(id, ending); });
-  if (!isStarted) return refuse(request, "no-process");
-  request.stage = Stage::Running;
-  log_.info(described(request) + " paths=" + std::to_string(request.paths()) + " start");
+      call.id, job, [this, id = call.id](const Supervisor::Ending& ending) { finished(id, ending); });
+  if (!isStarted) return refuse(call, "no-process");
+  call.stage = Stage::Running;
+  log_.info(call.described() + " paths=" + std::to_string(call.paths()) + " start");
 }
 
 void HelperService::Core::finished(std::uint64_t id, const Supervisor::Ending& ending) {
-  Request* const request = find(id);
-  if (request == nullptr) return;
-  const Event& event = *request->event;
+  HelperCall* const call = calls_.find(id);
+  if (call == nullptr) return;
   const ResultTable& results = ending.results;
   const EventOutcome told =
-      ending.outcome.value_or(EventOutcome{false, static_cast<std::int32_t>(event.form.failure())});
-  logFailures(*request, results);
-  log_.info(described(*request) + " done=" + std::to_string(results.successes()) + " failed=" +
-            std::to_string(request->paths() - results.successes()) + " flag=" + std::to_string(told.flag) +
+      ending.outcome.value_or(EventOutcome{false, static_cast<std::int32_t>(call->form->failure())});
+  logFailures(*call, results);
+  log_.info(call->described() + " done=" + std::to_string(results.successes()) + " failed=" +
+            std::to_string(call->paths() - results.successes()) + " flag=" + std::to_string(told.flag) +
             " code=" + std::to_string(told.code) + " worker-memory=" + std::to_string(ending.peakMemory) +
             "KiB" + (ending.outcome.has_value() ? " end" : " killed"));
-  answer(*request, Reply::of(event.form, event.view, results, told));
+  answer(*call, Reply::of(*call->form, *call->view, results, told));
 }
 
-void HelperService::Core::logFailures(const Request& request, const ResultTable& results) {
-  if (results.successes() == request.paths()) return;
-  const std::string call = "call " + std::to_string(request.id);
-  for (const MessageView::Entry& entry : request.event->view.dictionary()) {
+void HelperService::Core::logFailures(const HelperCall& call, const ResultTable& results) {
+  if (results.successes() == call.paths()) return;
+  const std::string number = "call " + std::to_string(call.id);
+  for (const MessageView::Entry& entry : call.view->dictionary()) {
     if (!results.isKnown(entry.index) || results.isSuccess(entry.index)) continue;
-    const auto status = results.status(entry.index, request.event->form.failure());
-    if (!log_.refusal(call + ": not done: status=" + std::to_string(static_cast<int>(status)) + " path=\"" +
+    const auto status = results.status(entry.index, call.form->failure());
+    if (!log_.refusal(number + ": not done: status=" + std::to_string(static_cast<int>(status)) + " path=\"" +
                       escapedForLog(entry.key) + "\" why=\"" + escapedForLog(results.text(entry.index, "")) +
                       "\"")) {
       return;
@@ -258,80 +217,83 @@ void HelperService::Core::logFailures(const Request& request, const ResultTable&
   }
 }
 
-void HelperService::Core::close(Request& request) {
+void HelperService::Core::close(HelperCall& call) {
   // Others may be at work, or at their password.
-  const bool isHonoured = users_.contains(request.uid) && requests_.size() == 1;
-  if (!isHonoured) return refuse(request, "in-use");
-  log_.info(described(request) + " end");
-  isClosing_ = true;
-  answer(request, Reply::plain(true, HelperEventErrorID::Success));
+  const bool isHonoured = call.read() && users_.contains(call.uid) && calls_.size() == 1;
+  if (!isHonoured) return refuse(call, "in-use");
+  log_.info(call.described() + " end");
+  isLeaving_ = true;
+  answer(call, Reply::plain(true, HelperEventErrorID::Success));
 }
 
-void HelperService::Core::removeInstallation(Request& request) {
+void HelperService::Core::removeInstallation(HelperCall& call) {
   std::string text;
   const bool isGone = identity_.uninstall(text);
-  log_.info(described(request) + " flag=" + std::to_string(isGone) + " end");
-  isClosing_ = isClosing_ || isGone;
-  const auto held = std::move(requests_.extract(request.id).mapped());
-  try {
-    held->uninstallResult.returnResults(isGone, text);
-  } catch (const sdbus::Error& error) {
-    log_.error(described(*held) + " no answer: " + escapedForLog(error.getMessage()));
+  log_.info(call.described() + " flag=" + std::to_string(isGone) + " end");
+  isLeaving_ = isLeaving_ || isGone;
+  isRefusing_ = isRefusing_ || isGone;
+  answer(call, isGone, text);
+}
+
+void HelperService::Core::refuse(HelperCall& call, const std::string& reason) {
+  log_.refusal(call.described() + " refused: " + reason);
+  if (call.isEvent()) {
+    answer(call, refusalOf(call));
+  } else {
+    answer(call, false, std::string(kRefusedText));
   }
 }
 
-void HelperService::Core::refuse(Request& request, const std::string& reason) {
-  log_.refusal(described(request) + " refused: " + reason);
-  if (!request.isEvent()) {
-    const auto held = std::move(requests_.extract(request.id).mapped());
-    held->uninstallResult.returnResults(false, std::string(kRefusedText));
-    return;
-  }
-  const auto& event = request.event;
-  answer(request, event.has_value() ? Reply::refused(event->form, event->view) : Reply::refusedWhole());
+Reply HelperService::Core::refusalOf(HelperCall& call) {
+  const bool isListed =
+      call.heading.has_value() && budget_.take(call.uid, call.mostReplyBytes()) && call.read();
+  return isListed ? Reply::refused(*call.form, *call.view) : Reply::refusedWhole();
 }
 
-void HelperService::Core::answer(Request& request, const Reply& reply) {
-  const auto held = std::move(requests_.extract(request.id).mapped());
+void HelperService::Core::answer(HelperCall& call, const Reply& reply) {
+  const auto ended = end(call);
   try {
-    if (reply.message.isOpen()) {
-      held->eventResult.returnResults(reply.flag, reply.code, sdbus::UnixFd(reply.message.get()));
-    } else {
-      // An answer that lists no failures would tell of success.
-      held->eventResult.returnError(sdbus::Error("org.freedesktop.DBus.Error.NoMemory", "no memory"));
-    }
+    ended->eventAnswer(reply);
   } catch (const sdbus::Error& error) {
-    log_.error(described(*held) + " no answer: " + escapedForLog(error.getMessage()));
+    log_.error(ended->described() + " no answer: " + escapedForLog(error.getMessage()));
   }
+}
+
+void HelperService::Core::answer(HelperCall& call, bool flag, const std::string& text) {
+  const auto ended = end(call);
+  try {
+    ended->uninstallAnswer(flag, text);
+  } catch (const sdbus::Error& error) {
+    log_.error(ended->described() + " no answer: " + escapedForLog(error.getMessage()));
+  }
+}
+
+std::unique_ptr<HelperCall> HelperService::Core::end(const HelperCall& call) {
+  lastWork_ = Clock::now();
+  return calls_.take(call.id);
 }
 
 void HelperService::Core::callerLeft(const std::string& sender) {
-  std::vector<std::uint64_t> left;
-  for (const auto& [id, request] : requests_) {
-    if (request->sender == sender) left.push_back(id);
-  }
-  for (const std::uint64_t id : left) {
-    const Request& request = *find(id);
-    if (request.stage == Stage::Running) {
-      supervisor_.killAfter(id, configuration_.grace, Supervisor::Clock::now());
+  for (const std::uint64_t id : calls_.from(sender)) {
+    const HelperCall& call = *calls_.find(id);
+    if (call.stage == Stage::Running) {
+      supervisor_.killAfter(id, configuration_.grace, Clock::now());
       continue;
     }
-    log_.refusal(described(request) + " refused: caller-left");
-    if (request.stage == Stage::Asking) authority_.cancel(id);
-    requests_.erase(id);
+    log_.refusal(call.described() + " refused: caller-left");
+    if (call.stage == Stage::Asking) authority_.cancel(id);
+    end(call);
   }
 }
 
 void HelperService::Core::stop() {
-  isClosing_ = true;
-  std::vector<std::uint64_t> all;
-  for (const auto& [id, request] : requests_) all.push_back(id);
-  for (const std::uint64_t id : all) {
-    Request& request = *find(id);
-    if (request.stage == Stage::Running) {
+  isLeaving_ = isRefusing_ = true;
+  for (const std::uint64_t id : calls_.all()) {
+    HelperCall& call = *calls_.find(id);
+    if (call.stage == Stage::Running) {
       supervisor_.kill(id);
     } else {
-      refuse(request, "closing");
+      refuse(call, "closing");
     }
   }
 }
@@ -347,14 +309,36 @@ bool HelperService::Core::serveBus() {
   }
 }
 
+/// True if there is nothing to stay for. Gives up the name first: calls that came for it are served, later
+/// ones start the next helper.
+bool HelperService::Core::leave() {
+  if (calls_.size() > 0) return false;
+  if (!isLeaving_ && Clock::now() - lastWork_ >= configuration_.idle) {
+    log_.info("nothing to do");
+    isLeaving_ = true;
+  }
+  if (isLeaving_ && hasName_) {
+    connection_->releaseName(identity_.service);
+    hasName_ = false;
+    if (!serveBus()) return false;
+  }
+  return isLeaving_ && calls_.size() == 0;
+}
+
+/// When something is to be done though nothing happens.
+std::optional<Clock::time_point> HelperService::Core::deadline() const {
+  return calls_.size() > 0 ? supervisor_.deadline() : lastWork_ + configuration_.idle;
+}
+
 void HelperService::Core::wait(int stopSignal) {
   const sdbus::IConnection::PollData bus = connection_->getEventLoopPollData();
-  std::vector<pollfd> descriptors = {{bus.fd, bus.events, 0}, {isClosing_ ? -1 : stopSignal, POLLIN, 0}};
+  // The service manager stops a service that gave up its name: what came before is done all the same.
+  const bool mayBeStopped = hasName_ && !isRefusing_;
+  std::vector<pollfd> descriptors = {{bus.fd, bus.events, 0}, {mayBeStopped ? stopSignal : -1, POLLIN, 0}};
   for (const int descriptor : supervisor_.descriptors()) descriptors.push_back({descriptor, POLLIN, 0});
   int timeout = bus.getPollTimeout();
-  if (const auto deadline = supervisor_.deadline()) {
-    const auto left =
-        std::chrono::ceil<std::chrono::milliseconds>(*deadline - Supervisor::Clock::now()).count();
+  if (const auto until = deadline()) {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(*until - Clock::now()).count();
     const int most = static_cast<int>(std::max<std::int64_t>(left, 0));
     timeout = timeout < 0 ? most : std::min(timeout, most);
   }
@@ -363,7 +347,7 @@ void HelperService::Core::wait(int stopSignal) {
   int ready = 0;
   do {
     ready = ::poll(descriptors.data(), descriptors.size(), timeout);
-    supervisor_.serve(Supervisor::Clock::now());
+    supervisor_.serve(Clock::now());
   } while (ready > 0 && descriptors[0].revents == 0 && descriptors[1].revents == 0 &&
            supervisor_.descriptors().size() + 2 == descriptors.size());
   if (descriptors[1].revents != 0) stop();
@@ -377,14 +361,8 @@ bool HelperService::Core::run(int stopSignal) {
     return false;
   }
   log_.info("version " + identity_.version + " serves " + identity_.service);
-  for (bool hasName = true; serveBus();) {
-    if (isClosing_ && requests_.empty()) {
-      if (!hasName) return true;
-      // Calls that were on their way before are answered; later ones start the next helper.
-      connection_->releaseName(identity_.service);
-      hasName = false;
-      continue;
-    }
+  while (serveBus()) {
+    if (leave()) return true;
     wait(stopSignal);
   }
   return false;

@@ -24,25 +24,27 @@ struct HelperIdentity {
 };
 
 /// The service on the bus, with the methods of HelperWireNames. The road of each event: its memory is mapped
-/// if it is sealed and below the caps, the bus tells who sent it, its form is checked, polkit says yes or no,
-/// a worker does it. Nothing that it names is looked at before the yes. It is answered exactly once, unless
-/// its caller has left.
+/// if it is sealed and below the caps, the bus tells who sent it, its heading is read, polkit says yes or no,
+/// its form is checked, a worker does it. Nothing that it names is looked at before the yes. It is answered
+/// exactly once, unless its caller has left.
 ///
 /// A caller that leaves before the yes has sent nothing. After it, the work has the configured time to end.
-/// Each user may have kMostOfUser events under way, all together kMost; one more is refused.
+/// Each user may have a few events under way (CallList); one more is refused. A refusal lists the paths as
+/// far as the user's RefusalBudget reaches, and none of them beyond.
+///
+/// Without work for the configured time it gives up its name and ends, so that the next call is for the
+/// program that is installed by then.
 class HelperService {
  public:
-  static constexpr std::size_t kMostOfUser = 2;
-  static constexpr std::size_t kMost = 16;
-
   HelperService(std::unique_ptr<sdbus::IConnection> connection, HelperIdentity identity,
                 HelperConfiguration configuration, HelperLog& log);
   ~HelperService();
   HelperService(const HelperService&) = delete;
   HelperService& operator=(const HelperService&) = delete;
 
-  /// Takes the name and serves until somebody who may closes it, `stopSignal` becomes readable, or the bus is
-  /// gone. After a stop what runs is killed and answered. False if there is no bus or no name (any more).
+  /// Takes the name and serves until somebody who may closes it, it has been idle, `stopSignal` becomes
+  /// readable, or the bus is gone. After a stop what runs is killed and answered. False if there is no bus or
+  /// no name (any more).
   bool run(int stopSignal);
 
  private:

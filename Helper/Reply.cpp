@@ -1,5 +1,7 @@
 #include "Helper/Reply.hpp"
 
+#include <fcntl.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
@@ -155,7 +157,23 @@ std::size_t sizeOf(const Content& content) {
   return counter.size();
 }
 
+FileDescriptor sealedWithoutEntries() {
+  SealedMemory::Builder memory;
+  Pieces<SealedMemory::Builder> pieces(memory);
+  pieces.begin(0);
+  pieces.end();
+  return memory.seal();
+}
+
+/// The same memory for everybody: whoever asks for it again and again, and keeps what he gets, takes none.
+FileDescriptor withoutEntries() {
+  static FileDescriptor message;
+  if (!message.isOpen()) message = sealedWithoutEntries();
+  return FileDescriptor(::fcntl(message.get(), F_DUPFD_CLOEXEC, 0));
+}
+
 FileDescriptor sealed(Content content) {
+  if (content.entries() == 0) return withoutEntries();
   content.hasTexts = sizeOf(content) <= HelperLimits::bytesOf(HelperMessage::Kind::Reply);
   SealedMemory::Builder memory;
   writeReply(memory, content);
@@ -169,11 +187,7 @@ ResultTable nothingDone(const MessageView& event) { return ResultTable(event.dic
 Reply Reply::refusedWhole() { return plain(false, HelperEventErrorID::NoCause); }
 
 Reply Reply::plain(bool flag, HelperEventErrorID code) {
-  SealedMemory::Builder memory;
-  Pieces<SealedMemory::Builder> pieces(memory);
-  pieces.begin(0);
-  pieces.end();
-  return {flag, static_cast<std::int32_t>(code), memory.seal()};
+  return {flag, static_cast<std::int32_t>(code), withoutEntries()};
 }
 
 Reply Reply::refused(const EventForm& form, const MessageView& event) {

@@ -20,7 +20,8 @@ struct Reply {
   std::int32_t code = static_cast<std::int32_t>(HelperEventErrorID::NoCause);
   FileDescriptor message;  ///< sealed; not open if the system has no memory for it
 
-  /// Nothing of an event was done, and nothing about its paths is said.
+  /// Nothing of an event was done, and nothing about its paths is said. Takes no memory, as every reply
+  /// without entries.
   static Reply refusedWhole();
   /// Nothing of an event was done; each path gets its entry.
   static Reply refused(const EventForm& form, const MessageView& event);

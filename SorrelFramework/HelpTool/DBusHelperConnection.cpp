@@ -11,6 +11,7 @@
 #include <vector>
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
+#include "SorrelFramework/HelpTool/EventRefusal.hpp"
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
 #include "SorrelFramework/HelpTool/PollingThread.hpp"
 #include "SorrelFramework/HelpTool/SealedMemory.hpp"
@@ -22,20 +23,13 @@ constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
 constexpr std::uint64_t kNoTimeout = UINT64_MAX;
 
-/// The message of an event with what this process sees under its paths.
-std::optional<HelperMessage> eventMessage(HelperDictionary dictionary) {
-  if (dictionary.size() > HelperLimits::paths) return std::nullopt;
-  HelperMessage message{HelperMessage::Kind::Event, std::move(dictionary), {}};
+/// Sealed bytes of an event with what this process sees under its paths; not open if it is over a cap or does
+/// not fit into memory.
+FileDescriptor sealedEvent(HelperMessage& message) {
+  if (message.dictionary->size() > HelperLimits::paths) return FileDescriptor();
   message.views.reserve(message.dictionary->size());
   for (const auto& [key, value] : *message.dictionary) message.views.push_back(viewOf(key));
-  return message;
-}
-
-/// Sealed bytes of an event; not open if it is over a cap or does not fit into memory.
-FileDescriptor sealedEvent(HelperDictionary dictionary) {
-  const std::optional<HelperMessage> message = eventMessage(std::move(dictionary));
-  if (!message.has_value()) return FileDescriptor();
-  const std::optional<std::string> bytes = encodeHelperMessage(*message);
+  const std::optional<std::string> bytes = encodeHelperMessage(message);
   return bytes.has_value() ? SealedMemory::make(*bytes) : FileDescriptor();
 }
 
@@ -293,12 +287,15 @@ class DBusHelperConnection::Proxy : public HelperProtocol {
   void handleEvent(std::int32_t eventID, const HelperDictionary& eventDict, EventReply reply) override {
     link_->onThread(
         [eventID, dictionary = eventDict, reply = std::move(reply), onLoss = onLoss_](Link& link) mutable {
-          FileDescriptor memory = sealedEvent(std::move(dictionary));
+          HelperMessage message{HelperMessage::Kind::Event, std::move(dictionary), {}};
+          FileDescriptor memory = sealedEvent(message);
           if (!memory.isOpen()) {
-            reply(false, static_cast<std::int32_t>(HelperEventErrorID::NoCause), HelperDictionary());
+            reply(false, static_cast<std::int32_t>(HelperEventErrorID::NoCause),
+                  refusalOf(eventID, *message.dictionary));
             return;
           }
-          link.send(eventCall(eventID, std::move(memory), std::move(reply), onLoss));
+          link.send(eventCall(eventID, std::move(memory),
+                              completingReply(eventID, *message.dictionary, std::move(reply)), onLoss));
         });
   }
 

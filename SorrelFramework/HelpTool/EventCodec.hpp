@@ -53,10 +53,13 @@ struct HelperLimits {
   static constexpr std::size_t entries = 16'000'000;            ///< of all dictionaries of an event together
   static constexpr int depth = 2;                               ///< dictionaries in one another
 
+  /// Bytes that a reply takes for its words about a path, without its own texts and the sender's entries.
+  static constexpr std::size_t wordsBytes = 128;
+
   /// Bytes of the coded message: the reply to any event has room for a short text and its words for each
   /// path.
   [[nodiscard]] static constexpr std::size_t bytesOf(HelperMessage::Kind kind) {
-    return bytes + (kind == HelperMessage::Kind::Reply ? paths * 128 : 0);
+    return bytes + (kind == HelperMessage::Kind::Reply ? paths * wordsBytes : 0);
   }
   /// Entries of one dictionary, `depth` dictionaries below the message.
   [[nodiscard]] static constexpr std::size_t entriesOf(HelperMessage::Kind kind, int depth) {

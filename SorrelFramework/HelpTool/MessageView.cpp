@@ -65,16 +65,27 @@ class MessageView::Check {
 
   std::optional<MessageView> message() {
     MessageView view;
-    if (rest_.size() > HelperLimits::bytesOf(kind_)) return std::nullopt;
-    if (integer<std::uint8_t>() != HelperMessage::kVersion) return std::nullopt;
-    if (integer<std::uint8_t>() != static_cast<std::uint8_t>(kind_)) return std::nullopt;
-    if (!flag(view.hasDictionary_)) return std::nullopt;
+    if (!head(view.hasDictionary_)) return std::nullopt;
     if (view.hasDictionary_ && !dictionary(view.dictionary_, 1)) return std::nullopt;
     if (!views(view.dictionary_) || !rest_.empty()) return std::nullopt;
     return view;
   }
 
+  std::optional<std::size_t> count() {
+    bool hasDictionary = false;
+    if (!head(hasDictionary) || !hasDictionary) return std::nullopt;
+    const std::optional<std::uint32_t> count = integer<std::uint32_t>();
+    if (!count.has_value() || *count > HelperLimits::entriesOf(kind_, 1)) return std::nullopt;
+    return *count;
+  }
+
  private:
+  [[nodiscard]] bool head(bool& hasDictionary) {
+    return rest_.size() <= HelperLimits::bytesOf(kind_) &&
+           integer<std::uint8_t>() == HelperMessage::kVersion &&
+           integer<std::uint8_t>() == static_cast<std::uint8_t>(kind_) && flag(hasDictionary);
+  }
+
   template <class Unsigned>
   std::optional<Unsigned> integer() {
     if (rest_.size() < sizeof(Unsigned)) return std::nullopt;
@@ -153,6 +164,10 @@ class MessageView::Check {
 
 std::optional<MessageView> MessageView::of(std::string_view bytes, HelperMessage::Kind kind) {
   return Check(bytes, kind).message();
+}
+
+std::optional<std::size_t> MessageView::countOf(std::string_view bytes, HelperMessage::Kind kind) {
+  return Check(bytes, kind).count();
 }
 
 MessageView::Iterator MessageView::Dictionary::begin() const { return {*this, size_}; }

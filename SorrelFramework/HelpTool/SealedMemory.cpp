@@ -33,6 +33,12 @@ bool isOrdinaryMemory(int descriptor) {
   return ::fstatfs(descriptor, &system) == 0 && system.f_type == TMPFS_MAGIC;
 }
 
+/// Whoever reads a hole first pays for its memory; the maker is to have paid for all of it.
+bool hasHoles(const struct stat& status) {
+  constexpr blkcnt_t kBlock = 512;
+  return status.st_blocks < (status.st_size + kBlock - 1) / kBlock;
+}
+
 bool isSealed(int descriptor) {
   const int seals = ::fcntl(descriptor, F_GET_SEALS);
   return seals >= 0 && (seals & kSeals) == kSeals;
@@ -77,7 +83,7 @@ std::optional<SealedMemory> SealedMemory::map(int descriptor, std::size_t limit)
   struct stat status {};
   if (::fstat(descriptor, &status) != 0 || status.st_size <= 0) return std::nullopt;
   const auto size = static_cast<std::size_t>(status.st_size);
-  if (size > limit) return std::nullopt;
+  if (size > limit || hasHoles(status)) return std::nullopt;
   void* const start = ::mmap(nullptr, size, PROT_READ, MAP_PRIVATE, descriptor, 0);
   if (start == MAP_FAILED) return std::nullopt;
   return SealedMemory(std::string_view(static_cast<const char*>(start), size));

@@ -37,8 +37,8 @@ class SealedMemory {
   [[nodiscard]] static FileDescriptor make(std::string_view bytes);
 
   /// The content of a descriptor that came from anybody. Nothing unless it is a memfd of ordinary memory with
-  /// all four seals and 1 to `limit` bytes; nothing is mapped before all of that is known. The descriptor may
-  /// be closed afterwards.
+  /// all four seals and 1 to `limit` bytes, none of them in a hole, so that reading it takes no memory;
+  /// nothing is mapped before all of that is known. The descriptor may be closed afterwards.
   [[nodiscard]] static std::optional<SealedMemory> map(int descriptor, std::size_t limit);
 
   SealedMemory(SealedMemory&& other) noexcept : bytes_(std::exchange(other.bytes_, {})) {}

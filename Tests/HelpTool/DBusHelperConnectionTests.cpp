@@ -28,6 +28,7 @@
 #include <vector>
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
+#include "SorrelFramework/HelpTool/EventRefusal.hpp"
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
 #include "SorrelFramework/HelpTool/PollingThread.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
@@ -107,6 +108,7 @@ namespace {
 
 const std::string kName = "org.example.test-appHelper";
 constexpr std::int32_t kDelete = 0;
+constexpr std::int32_t kMaintenance = 2;
 constexpr std::int32_t kCloseHelper = 3;
 
 FileDescriptor sealedReply(const std::optional<HelperDictionary>& dictionary) {
@@ -360,9 +362,24 @@ TEST_F(DBusHelperConnectionTest, anEventOverACapIsAnsweredAtOnce) {
   const Reply reply = ask(*held, kDelete, overACap());
   EXPECT_FALSE(reply.flag);
   EXPECT_EQ(reply.code, static_cast<std::int32_t>(HelperEventErrorID::NoCause));
-  EXPECT_TRUE(reply.dictionary == HelperDictionary());
+  EXPECT_TRUE(reply.dictionary == refusalOf(kDelete, overACap()));
   EXPECT_TRUE(service->events().empty());
   EXPECT_EQ(privilege.helpTool(), held);
+}
+
+TEST_F(DBusHelperConnectionTest, aCleanThatIsRefusedAsAWholeIsOneWhosePathsFailed) {
+  startService([](const Service::Event& event, Service::Result&& result) {
+    Service::reply(std::move(result), event.id == kDelete, 3, sealedReply(HelperDictionary()));
+  });
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  const HelperDictionary notDone{{"DeleteStatus", 2}, {"DeleteDesc", "Nothing was done."}};
+  const Reply clean = ask(*held, kMaintenance, {{"OperationValue", 2}, {"/a", HelperDictionary()}});
+  EXPECT_FALSE(clean.flag);
+  EXPECT_EQ(clean.code, 3);
+  EXPECT_TRUE(clean.dictionary == (HelperDictionary{{"/a", notDone}}));
+  EXPECT_TRUE(ask(*held, kMaintenance, {{"OperationValue", 0}}).dictionary == HelperDictionary());
+  EXPECT_TRUE(ask(*held, kDelete, {{"/a", HelperDictionary()}}).dictionary == HelperDictionary());
 }
 
 TEST_F(DBusHelperConnectionTest, repliesComeInAnyOrder) {

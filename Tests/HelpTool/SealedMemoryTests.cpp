@@ -85,6 +85,24 @@ TEST(SealedMemory, theSizeHasToFit) {
   EXPECT_FALSE(isTaken(SealedMemory::make("").get()));
 }
 
+TEST(SealedMemory, memoryThatItsMakerNeverWroteIsNotTaken) {
+  constexpr std::size_t kSize = std::size_t{1} << 20;
+  const auto isTakenWithout = [](std::size_t from, std::size_t size) {
+    const FileDescriptor memory(::memfd_create("test", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    const std::string bytes(kSize, 'x');
+    EXPECT_EQ(::write(memory.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(kSize));
+    constexpr int hole = FALLOC_FL_PUNCH_HOLE | FALLOC_FL_KEEP_SIZE;
+    if (size > 0) {
+      EXPECT_EQ(::fallocate(memory.get(), hole, static_cast<off_t>(from), static_cast<off_t>(size)), 0);
+    }
+    EXPECT_EQ(::fcntl(memory.get(), F_ADD_SEALS, kSeals), 0);
+    return SealedMemory::map(memory.get(), kSize).has_value();
+  };
+  EXPECT_TRUE(isTakenWithout(0, 0));
+  EXPECT_FALSE(isTakenWithout(0, kSize));
+  EXPECT_FALSE(isTakenWithout(kSize / 2, 4096));
+}
+
 TEST(SealedMemory, leavesNoDescriptorOpen) {
   const std::size_t before = test::openDescriptors();
   { const auto memory = SealedMemory::map(SealedMemory::make("abc").get(), kLimit); }

@@ -102,6 +102,56 @@ TEST(EventForm, anEventNeedsADictionaryAndAWordAboutEachPath) {
   EXPECT_TRUE(formOf(3, kEmpty, false).has_value());
 }
 
+std::optional<EventHeading> headingOf(std::int32_t id, const HelperDictionary& dictionary) {
+  HelperMessage message{HelperMessage::Kind::Event, dictionary, {}};
+  message.views.resize(dictionary.size());
+  return EventHeading::of(id, encodeHelperMessage(message).value());
+}
+
+TEST(EventHeading, saysWhatTheFormSays) {
+  const std::vector<std::pair<int, HelperDictionary>> events = {
+      {0, {{"/a", HelperDictionary{{"0", 1}}}, {"/b", kEmpty}}},
+      {0, {}},
+      {1, {{"/a", kEmpty}}},
+      {2, {{"OperationValue", 0}}},
+      {2, {{"OperationValue", 2}, {"/a", kEmpty}, {"z", kEmpty}}},
+      {2, {{"OperationValue", 3}, {"/a", HelperDictionary{{"ToPath", "/b"}}}}},
+      {3, {}},
+  };
+  for (const auto& [id, dictionary] : events) {
+    const auto heading = headingOf(id, dictionary);
+    const auto form = formOf(id, dictionary);
+    ASSERT_TRUE(heading.has_value() && form.has_value());
+    EXPECT_EQ(heading->kind, form->kind);
+    EXPECT_EQ(heading->action, form->action());
+    EXPECT_EQ(heading->paths, form->paths);
+  }
+}
+
+TEST(EventHeading, whatCanBeNoEventHasNone) {
+  for (const int id : {-1, 4}) EXPECT_FALSE(headingOf(id, {}).has_value());
+  EXPECT_FALSE(headingOf(3, {{"/a", kEmpty}}).has_value());
+  EXPECT_FALSE(headingOf(2, {{"/a", kEmpty}}).has_value());
+  EXPECT_FALSE(EventHeading::of(0, "").has_value());
+  const HelperMessage none{HelperMessage::Kind::Event, std::nullopt, {}};
+  EXPECT_FALSE(EventHeading::of(0, encodeHelperMessage(none).value()).has_value());
+}
+
+TEST(EventHeading, anEventOfFilesIsNotReadBehindItsHead) {
+  const std::string head("\1\1\1\2\0\0\0", 7);
+  EXPECT_EQ(EventHeading::of(0, head)->paths, 2U);
+  EXPECT_EQ(EventHeading::of(1, head + "nonsense")->paths, 2U);
+  EXPECT_FALSE(EventHeading::of(2, head + "nonsense").has_value());
+}
+
+TEST(EventHeading, aLongMaintenanceEventIsNone) {
+  HelperDictionary event{{"OperationValue", 2}};
+  for (int i = 0; i < 4; ++i) event["/" + std::to_string(i) + std::string(1'000'000, 'x')] = kEmpty;
+  EXPECT_TRUE(headingOf(2, event).has_value());
+  event["/4" + std::string(1'000'000, 'x')] = kEmpty;
+  EXPECT_FALSE(headingOf(2, event).has_value());
+}
+
 TEST(EventForm, whetherAPathIsSoundIsNotItsBusiness) {
   EXPECT_TRUE(formOf(1, HelperDictionary{{"", kEmpty}, {"../x", kEmpty}, {"a", kEmpty}}).has_value());
 }

@@ -74,11 +74,35 @@ TEST_F(EventRunnerTest, aResultComesRightAfterItsActAndBeforeTheNext) {
 TEST_F(EventRunnerTest, aFolderAndWhatIsInItMayBothBeNamed) {
   const std::string inside = volume.file("folder/sub/file", "x");
   HelperDictionary event{{volume.path("folder"), HelperDictionary()}, {inside, HelperDictionary()}};
-  // The folder goes first; the sender still saw the file.
-  EXPECT_FALSE(run(HelperHanldeEventID::Delete, event).flag);
+  // The folder goes first, and the file with it; the sender still saw both.
+  EXPECT_TRUE(run(HelperHanldeEventID::Delete, event).flag);
   EXPECT_EQ(statusOf(volume.path("folder")), Status::Success);
-  EXPECT_EQ(statusOf(inside), Status::DeleteError);
+  EXPECT_EQ(statusOf(inside), Status::Success);
   EXPECT_TRUE(run(HelperHanldeEventID::Delete, event).flag) << "now both sides find nothing";
+}
+
+TEST_F(EventRunnerTest, onlyWhatWentWithItsFolderIsDoneUnseen) {
+  // In the order of bytes the two others come between the folder and what is in it.
+  const std::string inside = volume.file("folder/file", "x");
+  const std::string kept = volume.file("folder.kept/file", "x");
+  const std::string beside = volume.file("folder!", "x");
+  const std::string vanished = volume.path("folder.kept/vanished");
+  const SenderView seen = viewOf(inside);
+  volume.setOwner("folder.kept/file", kThird);
+  std::vector<SenderView> views;
+  const HelperDictionary event{{volume.path("folder"), HelperDictionary()},
+                               {beside, HelperDictionary()},
+                               {volume.path("folder.kept"), HelperDictionary()},
+                               {vanished, HelperDictionary()},
+                               {inside, HelperDictionary()}};
+  for (const auto& [path, numbers] : event) views.push_back(path == vanished ? seen : viewOf(path));
+  EXPECT_FALSE(run(HelperHanldeEventID::Delete, event, views).flag);
+  EXPECT_EQ(statusOf(volume.path("folder")), Status::Success);
+  EXPECT_EQ(statusOf(beside), Status::Success);
+  EXPECT_EQ(statusOf(inside), Status::Success);
+  EXPECT_EQ(statusOf(volume.path("folder.kept")), Status::DeleteError);
+  EXPECT_EQ(statusOf(vanished), Status::DeleteError) << "its folder is still there";
+  EXPECT_TRUE(isThere(kept));
 }
 
 TEST_F(EventRunnerTest, cleanDeletesAndMoveMovesAndTheOperationIsNoPath) {

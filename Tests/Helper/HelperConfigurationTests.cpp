@@ -21,10 +21,11 @@ HelperConfiguration parse(std::string_view text, std::string expectedFault = "")
 TEST(HelperConfiguration, eachKeyIsRead) {
   const HelperConfiguration configuration = parse(
       "# a comment\n\n  refuse = /srv/data \r\nrefuse=/a=b\nallow-file-system = fuse.sshfs\n"
-      "allow-file-system=nfs4\ngrace-seconds = 0");
+      "allow-file-system=nfs4\ngrace-seconds = 0\nidle-seconds = 3600");
   EXPECT_EQ(configuration.refusedPlaces, (Texts{"/srv/data", "/a=b"}));
   EXPECT_EQ(configuration.allowedFileSystems, (Texts{"fuse.sshfs", "nfs4"}));
   EXPECT_EQ(configuration.grace.count(), 0);
+  EXPECT_EQ(configuration.idle.count(), 3600);
 }
 
 TEST(HelperConfiguration, nothingSaidIsTheDefault) {
@@ -32,12 +33,13 @@ TEST(HelperConfiguration, nothingSaidIsTheDefault) {
   EXPECT_TRUE(configuration.refusedPlaces.empty());
   EXPECT_TRUE(configuration.allowedFileSystems.empty());
   EXPECT_EQ(configuration.grace.count(), 30);
+  EXPECT_EQ(configuration.idle.count(), 300);
 }
 
 TEST(HelperConfiguration, aSlipLiftsNoRefusalOfOtherLines) {
   for (const char* slip :
        {"refuse = relative", "refuse = /a/../b", "refuse", "grace-seconds = 3601", "grace-seconds = -1",
-        "grace-seconds = 1s", "allow-file-system =", "alow = x", "="}) {
+        "grace-seconds = 1s", "idle-seconds = 3601", "allow-file-system =", "alow = x", "="}) {
     const HelperConfiguration configuration =
         parse("refuse = /one\n" + std::string(slip) + "\nrefuse = /two\n", "line 2 makes no sense");
     EXPECT_EQ(configuration.refusedPlaces, (Texts{"/one", "/two"})) << slip;

@@ -14,7 +14,6 @@
 #include <unistd.h>
 
 #include <array>
-#include <condition_variable>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
@@ -32,7 +31,6 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kPolkitName = "org.freedesktop.PolicyKit1";
 const std::string kServices = "/usr/share/dbus-1/system-services/";
 const std::string kInstaller = SORREL_HELPER_BUNDLE "/install-helper";
 
@@ -165,97 +163,6 @@ std::future<Answer> send(HelperProtocol& helper, std::int32_t id, const HelperDi
 
 Answer take(std::future<Answer> reply) {
   return reply.wait_for(kPatience) == std::future_status::ready ? reply.get() : Answer();
-}
-
-// --- ScriptedPolkit ---
-
-struct ScriptedPolkit::State {
-  using Details = std::map<std::string, std::string>;
-  using Check = sdbus::Struct<bool, bool, Details>;
-  using Subject = sdbus::Struct<std::string, std::map<std::string, sdbus::Variant>>;
-  using Result = sdbus::Result<Check>;
-
-  void answer(const Result& result, bool isAuthorised) {
-    result.returnResults(Check(isAuthorised, false, Details()));
-  }
-  void ask(Result&& result, const Question& question) {
-    const std::lock_guard lock(mutex);
-    questions.push_back(question);
-    arrived.notify_all();
-    if (mode == Mode::Wait) {
-      waiting.push_back(std::move(result));
-    } else if (mode == Mode::Error) {
-      result.returnError(sdbus::Error("org.freedesktop.PolicyKit1.Error.Failed", "no session"));
-    } else {
-      answer(result, mode == Mode::Yes);
-    }
-  }
-
-  std::unique_ptr<sdbus::IConnection> connection;  // outlives what came over it
-  Mode mode = Mode::Yes;
-  mutable std::mutex mutex;
-  mutable std::condition_variable arrived;
-  std::vector<Question> questions;
-  std::vector<std::string> cancellations;
-  std::vector<Result> waiting;
-  std::unique_ptr<sdbus::IObject> object;
-};
-
-ScriptedPolkit::ScriptedPolkit(const std::string& address, Mode mode) : state_(std::make_unique<State>()) {
-  constexpr const char* kInterface = "org.freedesktop.PolicyKit1.Authority";
-  State& state = *state_;
-  state.mode = mode;
-  state.connection = sdbus::createSessionBusConnectionWithAddress(address);
-  state.object = sdbus::createObject(*state.connection, "/org/freedesktop/PolicyKit1/Authority");
-  state.object->registerMethod("CheckAuthorization")
-      .onInterface(kInterface)
-      .implementedAs([&state](State::Result&& result, const State::Subject& subject,
-                              const std::string& action, const State::Details& details, std::uint32_t flags,
-                              const std::string&) {
-        const auto& properties = subject.get<1>();
-        const auto name = properties.find("name");
-        state.ask(std::move(result),
-                  {subject.get<0>(), name == properties.end() ? "" : name->second.get<std::string>(), action,
-                   details, flags, state.object->getCurrentlyProcessedMessage()->getSender()});
-      });
-  state.object->registerMethod("CancelCheckAuthorization")
-      .onInterface(kInterface)
-      .implementedAs([&state](const std::string& cancellation) {
-        const std::lock_guard lock(state.mutex);
-        state.cancellations.push_back(cancellation);
-        state.arrived.notify_all();
-      });
-  state.object->finishRegistration();
-  state.connection->requestName(kPolkitName);
-  state.connection->enterEventLoopAsync();
-}
-
-ScriptedPolkit::~ScriptedPolkit() { state_->connection->leaveEventLoop(); }
-
-std::vector<ScriptedPolkit::Question> ScriptedPolkit::questions() const {
-  const std::lock_guard lock(state_->mutex);
-  return state_->questions;
-}
-
-std::vector<std::string> ScriptedPolkit::cancellations() const {
-  const std::lock_guard lock(state_->mutex);
-  return state_->cancellations;
-}
-
-bool ScriptedPolkit::waitForQuestions(std::size_t count) const {
-  std::unique_lock lock(state_->mutex);
-  return state_->arrived.wait_for(lock, kPatience, [&] { return state_->questions.size() >= count; });
-}
-
-void ScriptedPolkit::setMode(Mode mode) {
-  const std::lock_guard lock(state_->mutex);
-  state_->mode = mode;
-}
-
-void ScriptedPolkit::answerAll(bool isAuthorised) {
-  const std::lock_guard lock(state_->mutex);
-  for (const State::Result& result : state_->waiting) state_->answer(result, isAuthorised);
-  state_->waiting.clear();
 }
 
 // --- HelperMachine ---

@@ -5,20 +5,17 @@
 #include <cstdint>
 #include <functional>
 #include <future>
-#include <map>
 #include <memory>
-#include <mutex>
-#include <optional>
 #include <string>
 #include <vector>
 
 #include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
 #include "SorrelFramework/HelpTool/HelperProtocol.hpp"
+#include "Tests/Helper/ScriptedPolkit.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sdbus {
 class IConnection;
-class IObject;
 }  // namespace sdbus
 
 namespace sorrel::test {
@@ -41,33 +38,6 @@ struct Answer {
   bool flag = false;
   std::int32_t code = -1;
   HelperDictionary dictionary;
-};
-
-/// What stands in for polkit: notes who asks for what, and answers when the test says so.
-class ScriptedPolkit {
- public:
-  struct Question {
-    std::string subjectKind;
-    std::string subjectName;
-    std::string action;
-    std::map<std::string, std::string> details;
-    std::uint32_t flags = 0;
-    std::string sender;
-  };
-  enum class Mode { Yes, No, Error, Wait };
-
-  ScriptedPolkit(const std::string& address, Mode mode);
-  ~ScriptedPolkit();
-  [[nodiscard]] std::vector<Question> questions() const;
-  [[nodiscard]] bool waitForQuestions(std::size_t count) const;
-  [[nodiscard]] std::vector<std::string> cancellations() const;
-  void setMode(Mode mode);
-  /// Answers what waits.
-  void answerAll(bool isAuthorised);
-
- private:
-  struct State;
-  std::unique_ptr<State> state_;
 };
 
 /// A system bus with the helper as install-helper installs it, started by the bus on demand.

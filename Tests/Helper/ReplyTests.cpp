@@ -1,6 +1,8 @@
 #include "Helper/Reply.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <string>
 
@@ -41,6 +43,24 @@ HelperDictionary dictionaryOf(const Reply& reply) {
 }
 
 const HelperDictionary kEmpty;
+
+TEST(Reply, repliesWithoutEntriesAreTheSameMemory) {
+  const auto inodeOf = [](const Reply& reply) {
+    struct stat status {};
+    EXPECT_EQ(::fstat(reply.message.get(), &status), 0);
+    return status.st_ino;
+  };
+  const Reply whole = Reply::refusedWhole();
+  const Case closing(3, kEmpty);
+  const Case caches(2, {{"OperationValue", 0}});
+  EXPECT_TRUE(dictionaryOf(whole).empty());
+  EXPECT_EQ(inodeOf(Reply::plain(true, Error::Success)), inodeOf(whole));
+  EXPECT_EQ(inodeOf(caches.reply(true)), inodeOf(whole));
+  EXPECT_EQ(inodeOf(Reply::refused(closing.form, closing.view)), inodeOf(whole));
+  // Nothing that one receiver does to it reaches another.
+  EXPECT_NE(::pwrite(whole.message.get(), "x", 1, 0), 1);
+  EXPECT_TRUE(dictionaryOf(Reply::refusedWhole()).empty());
+}
 
 TEST(Reply, aDeleteListsAllPathsWithTheirNumbers) {
   Case example(

@@ -1,0 +1,42 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace sorrel::test {
+
+/// Its name on the bus.
+inline constexpr const char* kPolkitName = "org.freedesktop.PolicyKit1";
+
+/// What stands in for polkit: notes who asks for what, and answers when the test says so.
+class ScriptedPolkit {
+ public:
+  struct Question {
+    std::string subjectKind;
+    std::string subjectName;
+    std::string action;
+    std::map<std::string, std::string> details;
+    std::uint32_t flags = 0;
+    std::string sender;
+  };
+  enum class Mode { Yes, No, Error, Wait };
+
+  ScriptedPolkit(const std::string& address, Mode mode);
+  ~ScriptedPolkit();
+  [[nodiscard]] std::vector<Question> questions() const;
+  [[nodiscard]] bool waitForQuestions(std::size_t count) const;
+  [[nodiscard]] std::vector<std::string> cancellations() const;
+  void setMode(Mode mode);
+  /// Answers what waits.
+  void answerAll(bool isAuthorised);
+
+ private:
+  struct State;
+  std::unique_ptr<State> state_;
+};
+
+}  // namespace sorrel::test

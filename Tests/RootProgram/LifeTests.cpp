@@ -1,0 +1,228 @@
+#include <gtest/gtest.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include <filesystem>
+#include <future>
+
+#include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
+#include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "Tests/Helper/HelperServiceKit.hpp"
+
+namespace sorrel::helper {
+namespace {
+
+namespace fs = std::filesystem;
+using namespace test;
+
+using Life = HelperServiceKit;
+
+// --- how many, and until when ---
+
+TEST_F(Life, aUserHasTwoEventsUnderWay) {
+  startScripted(ScriptedPolkit::Mode::Wait);
+  const auto held = helper();
+  auto first = test::send(*held, kDelete, kNowhere);
+  auto second = test::send(*helper(), kDelete, kNowhere);
+  ASSERT_TRUE(machine->polkit().waitForQuestions(2));
+  const Answer third = machine->ask(kDelete, kNowhere);
+  EXPECT_TRUE(third.isThere);
+  EXPECT_FALSE(third.flag);
+  EXPECT_EQ(third.dictionary.size(), 1U);
+  EXPECT_TRUE(machine->waitForLog("refused: too-many"));
+  EXPECT_EQ(machine->polkit().questions().size(), 2U);
+  machine->polkit().answerAll(false);
+  EXPECT_TRUE(test::take(std::move(first)).isThere);
+  EXPECT_TRUE(test::take(std::move(second)).isThere);
+  machine->polkit().setMode(ScriptedPolkit::Mode::No);
+  EXPECT_TRUE(machine->ask(kDelete, kNowhere).isThere);
+  EXPECT_EQ(machine->polkit().questions().size(), 3U);
+}
+
+TEST_F(Life, aCloseWithoutUseIsNotHonoured) {
+  startScripted(ScriptedPolkit::Mode::No);
+  machine->ask(kDelete, kNowhere);
+  const pid_t process = machine->helper();
+  const Answer answer = machine->ask(kClose, {});
+  EXPECT_TRUE(answer.isThere);
+  EXPECT_FALSE(answer.flag);
+  EXPECT_EQ(machine->helper(), process);
+}
+
+TEST_F(Life, aCloseWhileSomethingIsUnderWayIsNotHonoured) {
+  start({});
+  machine->ask(kDelete, kNowhere);
+  machine->polkit().setMode(ScriptedPolkit::Mode::Wait);
+  auto waiting = test::send(*helper(), kDelete, kNowhere);
+  ASSERT_TRUE(machine->polkit().waitForQuestions(2));
+  const pid_t process = machine->helper();
+  const Answer answer = machine->ask(kClose, {});
+  EXPECT_TRUE(answer.isThere);
+  EXPECT_FALSE(answer.flag);
+  machine->polkit().answerAll(true);
+  EXPECT_TRUE(test::take(std::move(waiting)).isThere);
+  EXPECT_EQ(machine->helper(), process);
+}
+
+TEST_F(Life, aCloseByAUserOfItEndsItAndTheNextCallStartsAnother) {
+  start({});
+  const auto held = helper();
+  EXPECT_TRUE(test::take(test::send(*held, kDelete, kNowhere)).isThere);
+  const pid_t process = machine->helper();
+  const Answer answer = test::take(test::send(*held, kClose, {}));
+  EXPECT_TRUE(answer.isThere);
+  EXPECT_TRUE(answer.flag);
+  ASSERT_TRUE(machine->waitUntilHelperIsGone());
+  EXPECT_TRUE(test::take(test::send(*held, kDelete, kNowhere)).isThere);
+  EXPECT_NE(machine->helper(), process);
+  EXPECT_EQ(*lost, 0);
+}
+
+TEST_F(Life, aCloseByAnotherUserIsNotHonoured) {
+  start({});
+  machine->ask(kDelete, kNowhere);
+  const Answer answer = machine->askAs(test::kAlice, kClose, {});
+  EXPECT_TRUE(answer.isThere);
+  EXPECT_FALSE(answer.flag);
+  EXPECT_GT(machine->helper(), 0);
+}
+
+TEST_F(Life, withoutWorkItEndsAndTheNextCallStartsAnother) {
+  startScripted(ScriptedPolkit::Mode::Wait, "idle-seconds = 0\n");
+  const auto held = helper();
+  auto waiting = send(*held, kDelete, kNowhere);
+  ASSERT_TRUE(machine->polkit().waitForQuestions(1));
+  const pid_t process = machine->helper();
+  EXPECT_GT(process, 0) << "a question is work";
+  machine->polkit().answerAll(true);
+  EXPECT_TRUE(take(std::move(waiting)).isThere);
+  ASSERT_TRUE(machine->waitUntilHelperIsGone());
+  EXPECT_TRUE(machine->waitForLog("nothing to do"));
+  machine->polkit().setMode(ScriptedPolkit::Mode::Yes);
+  EXPECT_TRUE(take(send(*held, kDelete, kNowhere)).isThere);
+  EXPECT_EQ(*lost, 0);
+}
+
+TEST_F(Life, aStopRefusesWhatWaitsAndEndsIt) {
+  startScripted(ScriptedPolkit::Mode::Wait);
+  auto waiting = test::send(*helper(), kDelete, kNowhere);
+  ASSERT_TRUE(machine->polkit().waitForQuestions(1));
+  machine->kill(SIGTERM);
+  const Answer answer = test::take(std::move(waiting));
+  EXPECT_TRUE(answer.isThere);
+  EXPECT_FALSE(answer.flag);
+  EXPECT_TRUE(machine->waitUntilHelperIsGone());
+}
+
+TEST_F(Life, aSecondAskerGetsTheSameHelper) {
+  start({});
+  PrivilegeHelper privilege(std::make_shared<SystemHelperInstallation>(),
+                            [this](const std::string&) { return machine->connect(); });
+  Host::install(Host::linuxDesktop({}));
+  const PrivilegeHelper::Tool first = privilege.getHelperTool(kService, kSMDomainSystemLaunchd);
+  ASSERT_NE(first.helper, nullptr) << first.message.value_or("");
+  EXPECT_TRUE(test::take(test::send(*first.helper, kDelete, kNowhere)).isThere);
+  const pid_t process = machine->helper();
+  const PrivilegeHelper::Tool second = privilege.getHelperTool(kService, kSMDomainSystemLaunchd);
+  EXPECT_EQ(first.helper, second.helper);
+  EXPECT_TRUE(test::take(test::send(*second.helper, kDelete, kNowhere)).isThere);
+  EXPECT_EQ(machine->helper(), process);
+}
+
+// --- what the program is ---
+
+TEST_F(Life, nothingOfItsStarterIsLeft) {
+  start({});
+  machine->ask(kDelete, kNowhere);
+  const std::string process = "/proc/" + std::to_string(machine->helper());
+  EXPECT_EQ(fs::read_symlink(process + "/cwd"), "/");
+  EXPECT_EQ(statusOf(machine->helper(), "Umask"), "0077");
+  EXPECT_EQ(statusOf(machine->helper(), "Threads"), "1");
+  EXPECT_EQ(statusOf(machine->helper(), "Uid"), "0\t0\t0\t0");
+  EXPECT_EQ(fs::read_symlink(process + "/fd/0"), "/dev/null");
+  EXPECT_EQ(fs::read_symlink(process + "/fd/1"), "/dev/null");
+}
+
+TEST_F(Life, itKeepsNothingOfWhatIsDone) {
+  start({});
+  const auto held = helper();
+  const auto ask = [&](int times) {
+    for (int i = 0; i < times; ++i) EXPECT_TRUE(test::take(test::send(*held, kDelete, kNowhere)).isThere);
+    // A reply is on its way before the helper has put everything away; this one comes after that.
+    std::promise<void> done;
+    held->getHelperVersion([&](const std::string&) { done.set_value(); });
+    done.get_future().wait();
+    const std::string process = "/proc/" + std::to_string(machine->helper());
+    const std::string children = test::contentOf(process + "/task/" + process.substr(6) + "/children");
+    EXPECT_EQ(children, "");
+    return std::distance(fs::directory_iterator(process + "/fd"), fs::directory_iterator());
+  };
+  const auto before = ask(1);
+  EXPECT_EQ(ask(20), before);
+}
+
+TEST_F(Life, itsUsersCanNeitherSignalNorTraceIt) {
+  start({});
+  machine->ask(kDelete, kNowhere);
+  const pid_t process = machine->helper();
+  const std::string text = test::inUser(test::kAlice, [process] {
+    const bool isSafe = ::kill(process, 0) != 0 && ::kill(process, SIGTERM) != 0 &&
+                        ::access(("/proc/" + std::to_string(process) + "/mem").c_str(), R_OK) != 0;
+    return std::string(isSafe ? "safe" : "reached");
+  });
+  EXPECT_EQ(text, "safe");
+}
+
+TEST_F(Life, aPathIsOneLineOfTheLogWhateverItsBytes) {
+  start({});
+  machine->ask(kDelete, {{"/etc/nowhere/a\ncall 99: uid=0 end\x1b[2J\"\xff", HelperDictionary{{"0", 1}}}});
+  ASSERT_TRUE(machine->waitForLog("/etc/nowhere/a\\x0acall 99: uid=0 end\\x1b[2J\\x22\\xff"))
+      << machine->log();
+  EXPECT_EQ(machine->log().find("\ncall 99"), std::string::npos);
+}
+
+TEST_F(Life, aPathComesBackByteForByte) {
+  startScripted(ScriptedPolkit::Mode::No);
+  std::string path = "/nowhere/";
+  for (int byte = 1; byte < 256; ++byte) {
+    if (byte != '/') path.push_back(static_cast<char>(byte));
+  }
+  const Answer answer = machine->ask(kShred, {{path, HelperDictionary()}});
+  ASSERT_EQ(answer.dictionary.size(), 1U);
+  EXPECT_EQ(*answer.dictionary.begin()->second.asDictionary()->at("Path").asText(), path);
+}
+
+TEST_F(Life, aSlipInTheConfigurationIsReported) {
+  startScripted(ScriptedPolkit::Mode::No, "nonsense\n");
+  machine->ask(kDelete, kNowhere);
+  EXPECT_TRUE(machine->waitForLog("/helper.conf: line 1 makes no sense"));
+}
+
+// --- uninstalling ---
+
+TEST_F(Life, uninstallingIsAskedForAndRemovesTheFiles) {
+  start({});
+  const auto held = helper();
+  const auto uninstall = [&] {
+    auto done = std::make_shared<std::promise<std::pair<bool, std::string>>>();
+    held->uninstall([done](bool flag, const std::string& text) { done->set_value({flag, text}); });
+    return done->get_future().get();
+  };
+  machine->polkit().setMode(ScriptedPolkit::Mode::No);
+  EXPECT_EQ(uninstall(), std::pair(false, std::string(kRefused)));
+  EXPECT_TRUE(fs::exists("/usr/libexec/" + kService));
+  machine->polkit().setMode(ScriptedPolkit::Mode::Yes);
+  EXPECT_EQ(uninstall(), std::pair(true, std::string()));
+  EXPECT_EQ(machine->polkit().questions().back().action, kService + ".uninstall");
+  for (const char* file :
+       {"/usr/libexec/", "/usr/share/dbus-1/system-services/", "/usr/lib/systemd/system/"}) {
+    for (const char* ending : {"", ".service"}) EXPECT_FALSE(fs::exists(file + kService + ending));
+  }
+  EXPECT_FALSE(fs::exists("/usr/share/dbus-1/system.d/" + kService + ".conf"));
+  EXPECT_FALSE(fs::exists("/usr/share/polkit-1/actions/" + kService + ".policy"));
+  EXPECT_TRUE(machine->waitUntilHelperIsGone());
+}
+
+}  // namespace
+}  // namespace sorrel::helper
