@@ -29,24 +29,29 @@ std::string normalPath(std::string_view path) {
 }  // namespace
 
 FileRemover::Session::Session(RemoveFunc remove)
-    : remove_(std::move(remove)), policy_(RemovalPolicy::forUser()) {
-  protectPlacesOfHost(policy_);
+    : remove_(std::move(remove)),
+      policy_(std::make_unique<RemovalPolicy>(RemovalPolicy::forUser())),
+      remover_(std::make_unique<TreeRemover>(*policy_)) {
+  protectPlacesOfHost(*policy_);
 }
 
 std::optional<std::string> FileRemover::Session::removeItem(const URL& url) const {
   int error = fence_.error(url);
-  if (error == 0) error = remove_(normalPath(url.path()), policy_).error;
+  if (error == 0) {
+    const std::string path = normalPath(url.path());
+    error = (remove_ ? remove_(path, *policy_) : remover_->removeItem(path)).error;
+  }
   if (error == 0) return std::nullopt;
   return removalErrorText(url.lastPathComponent(), error);
 }
 
 int FileRemover::Session::refusal(const URL& url) const {
   if (const int error = fence_.error(url); error != 0) return error;
-  if (policy_.error() != 0) return policy_.error();
+  if (policy_->error() != 0) return policy_->error();
   errno = ENOENT;  // as for a path that names nothing
   const std::optional<FileStatus> item = statusOf(url.path());
   if (!item) return tellsOfNoPlace(errno) ? 0 : errno;
-  return policy_.protects({item->device, item->inode}) ? EPERM : 0;
+  return policy_->protects({item->device, item->inode}) ? EPERM : 0;
 }
 
 FileRemover& FileRemover::shard() {
@@ -57,8 +62,7 @@ FileRemover& FileRemover::shard() {
 FileRemover::Session FileRemover::begin() const {
   const std::lock_guard lock(mutex_);
   if (remove_) return Session(remove_);
-  return Session(
-      [](const std::string& path, const RemovalPolicy& policy) { return sorrel::removeItem(path, policy); });
+  return Session(nullptr);
 }
 
 void FileRemover::setRemoveForTesting(RemoveFunc remove) {

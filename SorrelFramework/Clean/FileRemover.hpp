@@ -1,6 +1,7 @@
 #pragma once
 
 #include <functional>
+#include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -20,6 +21,7 @@ class FileRemover {
   /// The removals of one clean: what must never be removed is looked up once, when it begins.
   class Session {
    public:
+    /// `remove` in place of the real removal, if it is not empty.
     explicit Session(RemoveFunc remove);
 
     /// Removes the item itself (a link, never what it leads to) with all that lies below it. Nothing on
@@ -35,7 +37,8 @@ class FileRemover {
    private:
     RemoveFunc remove_;
     CleanFence fence_;
-    RemovalPolicy policy_;
+    std::unique_ptr<RemovalPolicy> policy_;
+    std::unique_ptr<TreeRemover> remover_;
   };
 
   static FileRemover& shard();

@@ -16,6 +16,9 @@ bool isNotEmpty(int error) { return error == ENOTEMPTY || error == EEXIST; }
 
 void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdentity& item) {
   item_ = item;
+  removedEntries_ = 0;
+  error_ = 0;
+  isRefused_ = false;
   const auto identity = identityOf(parent.get());
   if (!identity) {
     error_ = errno;

@@ -6,6 +6,7 @@
 #include <sys/vfs.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <climits>
@@ -52,6 +53,34 @@ PathWalk PathWalk::toParentOf(std::string_view path, const LinkTrust& trust, con
   walk.run(std::string(path.substr(0, slash)));
   if (walk.error_ == 0 && !walk.chain_.back().isDirectory()) walk.fail(ENOTDIR);
   return walk;
+}
+
+PathWalk PathWalk::toParentOf(std::string_view path, const LinkTrust& trust, KnownWay& known) {
+  const std::string_view folder = path.substr(0, std::min(path.rfind('/'), path.size()));
+  if (!known.chain.empty() && known.folder == folder) {
+    PathWalk walk(trust, {});
+    if (walk.goKnownWay(known)) {
+      walk.leaf_ = path.substr(folder.size() + 1);
+      return walk;
+    }
+  }
+  PathWalk walk = toParentOf(path, trust, MountTrust());
+  known = {};
+  if (walk.error_ == 0 && walk.links_ == 0) known = {std::string(folder), walk.chain_};
+  return walk;
+}
+
+/// That the folder is the same one is asked of the folder; which folders stand above it can't have changed
+/// for the worse without it.
+bool PathWalk::goKnownWay(const KnownWay& known) {
+  constexpr std::uint64_t resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+  auto folder = openResolving(AT_FDCWD, known.folder.c_str(), kPathFlags | O_DIRECTORY, resolve);
+  if (!folder || !folder->isOpen()) return false;
+  const auto identity = identityOf(folder->get());
+  if (!identity || !identity->isSameAs(known.chain.back())) return false;
+  chain_ = passed_ = known.chain;
+  end_ = std::move(*folder);
+  return true;
 }
 
 PathWalk PathWalk::into(std::string_view path, const LinkTrust& trust, const MountTrust& mounts) {

@@ -26,10 +26,19 @@ class PathWalk {
   /// system that is mounted is.
   using MountTrust = std::function<bool(std::uint64_t mount)>;
   static constexpr int kMostLinks = 40;
+  /// A way without links that was gone before.
+  struct KnownWay {
+    std::string folder;
+    std::vector<ItemIdentity> chain;
+  };
 
   /// To the folder that holds the last component of `path`, which is not looked at. `path` must be absolute
   /// and normal (RemovalPolicy::isNormalPath).
   static PathWalk toParentOf(std::string_view path, const LinkTrust& trust, const MountTrust& mounts = {});
+  /// The same for one of many paths. Where `known` leads to the same folder, and that still is the one it
+  /// was, without a link on the way, one call of the system stands for all the steps; afterwards `known` is
+  /// this way.
+  static PathWalk toParentOf(std::string_view path, const LinkTrust& trust, KnownWay& known);
   /// To the item that `path` shows, through a link in the last component too. `path` must begin with "/".
   static PathWalk into(std::string_view path, const LinkTrust& trust, const MountTrust& mounts = {});
 
@@ -50,6 +59,7 @@ class PathWalk {
  private:
   PathWalk(const LinkTrust& trust, const MountTrust& mounts) : trust_(trust), mounts_(mounts) {}
   void run(std::string path);
+  bool goKnownWay(const KnownWay& known);
   bool step(const std::string& name);
   bool goToRoot();
   bool goUp();

@@ -17,19 +17,40 @@ bool isTrashName(std::string_view name) {
   return std::ranges::all_of(name.substr(ofUser.size()), [](char c) { return c >= '0' && c <= '9'; });
 }
 
+/// Of a path that is not normal, nothing is looked at, nor while a protected place is unknown.
+int errorBeforeLooking(const std::string& path, const RemovalPolicy& policy) {
+  return RemovalPolicy::isNormalPath(path) ? policy.error() : EINVAL;
+}
+
+PathWalk::LinkTrust linkTrustOf(const RemovalPolicy& policy) {
+  return [&policy](std::uint32_t owner) { return policy.trustsLinkOf(owner); };
+}
+
 }  // namespace
 
 RemovalTarget RemovalTarget::find(const std::string& path, const RemovalPolicy& policy,
                                   const std::optional<ItemNumber>& expected) {
-  // Of a path that is not normal, nothing is looked at, nor while a protected place is unknown.
-  const int error = RemovalPolicy::isNormalPath(path) ? policy.error() : EINVAL;
-  const auto trust = [&policy](std::uint32_t owner) { return policy.trustsLinkOf(owner); };
-  RemovalTarget target(PathWalk::toParentOf(error == 0 ? path : std::string(), trust, policy.mounts()));
-  if (error == 0) {
-    target.check(policy, expected);
-  } else {
-    target.refuse(error);
-  }
+  if (const int error = errorBeforeLooking(path, policy); error != 0) return refused(error);
+  return checked(PathWalk::toParentOf(path, linkTrustOf(policy), policy.mounts()), policy, expected);
+}
+
+RemovalTarget RemovalTarget::find(const std::string& path, const RemovalPolicy& policy,
+                                  PathWalk::KnownWay& known) {
+  if (policy.mounts()) return find(path, policy);
+  if (const int error = errorBeforeLooking(path, policy); error != 0) return refused(error);
+  return checked(PathWalk::toParentOf(path, linkTrustOf(policy), known), policy, std::nullopt);
+}
+
+RemovalTarget RemovalTarget::checked(PathWalk walk, const RemovalPolicy& policy,
+                                     const std::optional<ItemNumber>& expected) {
+  RemovalTarget target(std::move(walk));
+  target.check(policy, expected);
+  return target;
+}
+
+RemovalTarget RemovalTarget::refused(int error) {
+  RemovalTarget target(PathWalk::toParentOf({}, {}));
+  target.refuse(error);
   return target;
 }
 

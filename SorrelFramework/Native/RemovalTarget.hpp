@@ -20,6 +20,8 @@ class RemovalTarget {
   /// removeItem().
   static RemovalTarget find(const std::string& path, const RemovalPolicy& policy,
                             const std::optional<ItemNumber>& expected = std::nullopt);
+  /// The same for one of many paths of the user; `known` serves them all.
+  static RemovalTarget find(const std::string& path, const RemovalPolicy& policy, PathWalk::KnownWay& known);
 
   /// 0 if the item may go, else an errno.
   [[nodiscard]] int error() const noexcept { return error_; }
@@ -46,6 +48,9 @@ class RemovalTarget {
 
  private:
   explicit RemovalTarget(PathWalk walk) : walk_(std::move(walk)) {}
+  static RemovalTarget checked(PathWalk walk, const RemovalPolicy& policy,
+                               const std::optional<ItemNumber>& expected);
+  static RemovalTarget refused(int error);
   void check(const RemovalPolicy& policy, const std::optional<ItemNumber>& expected);
   void checkItem(const RemovalPolicy& policy, const std::optional<ItemNumber>& expected);
   void fail(int error) noexcept { error_ = error; }

@@ -1,31 +1,26 @@
 #include "SorrelFramework/Native/TreeRemoval.hpp"
 
-#include <optional>
-
-#include "SorrelFramework/Native/FolderRemoval.hpp"
-#include "SorrelFramework/Native/RemovalTarget.hpp"
+#include <utility>
 
 namespace sorrel {
-namespace {
 
-RemovalResult removeIf(const std::string& path, const RemovalPolicy& policy,
-                       const std::optional<ItemNumber>& expected) {
-  RemovalTarget target = RemovalTarget::find(path, policy, expected);
-  if (target.error() != 0) return {target.error(), target.isRefused(), target.isAbsent(), 0};
-  FolderRemoval removal(policy);
-  removal.run(target.takeFolder(), target.leaf(), target.identity());
-  return {removal.error(), removal.isRefused(), false, removal.removedEntries()};
+RemovalResult TreeRemover::removeItem(const std::string& path) {
+  return remove(RemovalTarget::find(path, policy_, known_));
 }
 
-}  // namespace
+RemovalResult TreeRemover::remove(RemovalTarget target) {
+  if (target.error() != 0) return {target.error(), target.isRefused(), target.isAbsent(), 0};
+  removal_.run(target.takeFolder(), target.leaf(), target.identity());
+  return {removal_.error(), removal_.isRefused(), false, removal_.removedEntries()};
+}
 
 RemovalResult removeItem(const std::string& path, const RemovalPolicy& policy) {
-  return removeIf(path, policy, std::nullopt);
+  return TreeRemover(policy).removeItem(path);
 }
 
 RemovalResult removeExpectedItem(const std::string& path, const ItemNumber& expected,
                                  const RemovalPolicy& policy) {
-  return removeIf(path, policy, expected);
+  return TreeRemover(policy).remove(RemovalTarget::find(path, policy, expected));
 }
 
 }  // namespace sorrel

@@ -3,8 +3,11 @@
 #include <cstdint>
 #include <string>
 
+#include "SorrelFramework/Native/FolderRemoval.hpp"
 #include "SorrelFramework/Native/ItemIdentity.hpp"
+#include "SorrelFramework/Native/PathWalk.hpp"
 #include "SorrelFramework/Native/RemovalPolicy.hpp"
+#include "SorrelFramework/Native/RemovalTarget.hpp"
 
 namespace sorrel {
 
@@ -45,5 +48,24 @@ RemovalResult removeItem(const std::string& path, const RemovalPolicy& policy);
 /// behalf of somebody who may see other places under the same names.
 RemovalResult removeExpectedItem(const std::string& path, const ItemNumber& expected,
                                  const RemovalPolicy& policy);
+
+/// Removals under one policy, one after the other: what they have in common is done once. Not safe on several
+/// threads at a time; `policy` must outlive it.
+class TreeRemover {
+ public:
+  explicit TreeRemover(const RemovalPolicy& policy) : policy_(policy), removal_(policy) {}
+
+  /// As the function of that name.
+  RemovalResult removeItem(const std::string& path);
+
+ private:
+  RemovalResult remove(RemovalTarget target);
+  friend RemovalResult removeExpectedItem(const std::string& path, const ItemNumber& expected,
+                                          const RemovalPolicy& policy);
+
+  const RemovalPolicy& policy_;
+  FolderRemoval removal_;
+  PathWalk::KnownWay known_;  // to the folder of the last item
+};
 
 }  // namespace sorrel

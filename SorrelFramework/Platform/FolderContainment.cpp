@@ -1,6 +1,7 @@
 #include "SorrelFramework/Platform/FolderContainment.hpp"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -11,6 +12,7 @@
 
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
 #include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/OpenResolving.hpp"
 #include "SorrelFramework/Platform/URL.hpp"
 
 namespace sorrel {
@@ -60,12 +62,23 @@ std::vector<FolderIdentity> foldersUpTo(const std::optional<FolderIdentity>& las
   return {};
 }
 
+/// Whether the names alone say so, as the system finds no link on the way to the folder of the item.
+bool isInByNames(const std::string& path, const std::string& root) {
+  if (root.empty() || !path.starts_with(root + "/")) return false;
+  const std::string folder = deletingLastPathComponent(path);
+  if ((folder + "/").find("/../") != std::string::npos) return false;
+  constexpr std::uint64_t resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
+  const auto opened = openResolving(AT_FDCWD, folder.c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC, resolve);
+  return opened && opened->isOpen();
+}
+
 }  // namespace
 
 std::vector<FolderIdentity> foldersUpFrom(const std::string& path) { return foldersUpTo(std::nullopt, path); }
 
 int containmentError(const std::string& path, const std::string& root) {
   if (!path.starts_with('/') || path.find('\0') != std::string::npos) return EXDEV;
+  if (isInByNames(path, root)) return 0;
   const FileDescriptor rootFolder = openLongFolder(root);
   if (!rootFolder.isOpen()) return errno;
   const std::optional<FileStatus> rootStatus = statusOf(rootFolder.get());

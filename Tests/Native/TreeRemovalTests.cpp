@@ -997,5 +997,90 @@ TEST(TreeRemovalProperty, onlyTheSelectionChangesAndSuccessMeansGone) {
   }
 }
 
+// Several removals by one TreeRemover
+
+class TreeRemoverTest : public testing::Test {
+ protected:
+  RemovalResult remove(const std::string& name) { return remover.removeItem(volume.path(name)); }
+
+  test::TemporaryVolume volume;
+  RemovalPolicy policy = RemovalPolicy::forUser();
+  TreeRemover remover{policy};
+};
+
+TEST_F(TreeRemoverTest, itemsOfOneFolderGoOneAfterTheOther) {
+  for (const char* const name : {"d/a", "d/b", "d/c/x", "d/stays"}) volume.file(name, "1");
+  for (const char* const name : {"d/a", "d/b", "d/c"}) {
+    EXPECT_TRUE(remove(name).isSuccess()) << name;
+    EXPECT_FALSE(isThere(volume.path(name)));
+  }
+  EXPECT_TRUE(isThere(volume.path("d/stays")));
+}
+
+TEST_F(TreeRemoverTest, eachResultIsThatOfItsOwnItem) {
+  volume.file("d/a", "1");
+  volume.file("d/c/x", "1");
+  EXPECT_EQ(remove("d/missing").error, ENOENT);
+  EXPECT_EQ(remove("d/a").removedEntries, 1U);
+  EXPECT_EQ(remove("d/missing").error, ENOENT);
+  EXPECT_EQ(remove("d/c").removedEntries, 2U);
+}
+
+TEST_F(TreeRemoverTest, folderThatTookThePlaceOfTheLastOneIsTheOneThatCounts) {
+  for (const char* const name : {"d/a", "d/b", "other/b"}) volume.file(name, "1");
+  ASSERT_TRUE(remove("d/a").isSuccess());
+  fs::rename(volume.path("d"), volume.path("moved"));
+  fs::rename(volume.path("other"), volume.path("d"));
+  EXPECT_TRUE(remove("d/b").isSuccess());
+  EXPECT_TRUE(isThere(volume.path("moved/b")));
+  EXPECT_FALSE(isThere(volume.path("d/b")));
+}
+
+TEST_F(TreeRemoverTest, linkOfAStrangerInThePlaceOfTheLastFolderIsNotFollowed) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a link away";
+  for (const char* const name : {"d/a", "precious/b"}) volume.file(name, "1");
+  ASSERT_TRUE(remove("d/a").isSuccess());
+  fs::rename(volume.path("d"), volume.path("moved"));
+  volume.link("d", "precious");
+  ASSERT_EQ(::lchown(volume.path("d").c_str(), test::kPlainUser, test::kPlainUser), 0);
+  EXPECT_EQ(remove("d/b").error, ELOOP);
+  EXPECT_TRUE(isThere(volume.path("precious/b")));
+}
+
+TEST_F(TreeRemoverTest, strangersLinkAboveTheLastFolderIsNotFollowedEither) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give a link away";
+  for (const char* const name : {"up/d/a", "up/d/b"}) volume.file(name, "1");
+  ASSERT_TRUE(remove("up/d/a").isSuccess());
+  // The same folder, by the same text, behind a link now.
+  fs::rename(volume.path("up"), volume.path("moved"));
+  volume.link("up", "moved");
+  ASSERT_EQ(::lchown(volume.path("up").c_str(), test::kPlainUser, test::kPlainUser), 0);
+  EXPECT_EQ(remove("up/d/b").error, ELOOP);
+  EXPECT_TRUE(isThere(volume.path("moved/d/b")));
+}
+
+TEST_F(TreeRemoverTest, protectedItemOfTheLastFolderIsRefused) {
+  volume.file("d/a", "1");
+  volume.file("d/home/x", "1");
+  RemovalPolicy withHome = RemovalPolicy::forUser();
+  withHome.protectSelfAndAncestors(volume.path("d/home"));
+  TreeRemover careful(withHome);
+  EXPECT_TRUE(careful.removeItem(volume.path("d/a")).isSuccess());
+  EXPECT_EQ(careful.removeItem(volume.path("d/home")).error, EPERM);
+  EXPECT_TRUE(isThere(volume.path("d/home/x")));
+}
+
+TEST_F(TreeRemoverTest, folderWithinAProtectedSubtreeIsRefusedEachTime) {
+  volume.file("sub/d/a", "1");
+  volume.file("sub/d/b", "1");
+  RemovalPolicy withSubtree = RemovalPolicy::forUser();
+  withSubtree.protectSubtree(volume.path("sub"));
+  TreeRemover careful(withSubtree);
+  for (const char* const name : {"sub/d/a", "sub/d/b"}) {
+    EXPECT_EQ(careful.removeItem(volume.path(name)).error, EPERM) << name;
+    EXPECT_TRUE(isThere(volume.path(name)));
+  }
+}
+
 }  // namespace
 }  // namespace sorrel
