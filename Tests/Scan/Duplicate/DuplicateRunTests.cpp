@@ -209,6 +209,7 @@ TEST_F(Stages, stopAtTheEndOfTheFolderHashEndsWithoutATree) {
   runWithAStopAt(3);
   expectStoppedWithoutATree();
   EXPECT_EQ(steps(), 3);
+  EXPECT_EQ(queue->count, 3);  // no file hash was begun
 }
 
 TEST_F(Stages, stopAtTheEndOfTheFileHashEndsWithoutATree) {
@@ -365,6 +366,17 @@ TEST_F(Stages, runThatSawAStopStaysStopped) {
 
 // The third stage alone.
 
+TEST_F(Stages, analysisBehindAStopReadsNothing) {
+  const auto bar = std::make_shared<PercentService>(scan.percent(), 4);
+  const test::ReplacedRead reads;
+  SuperScanService::stopScan(*feature);
+  StreamFileHashUnit::shard().scanState = static_cast<int>(ScanState::start);
+  analyse({{4, {file("a", "same"), file("b", "same")}}}, {}, bar);
+  expectStoppedWithoutATree();
+  EXPECT_EQ(bar->currentStep, 0);
+  EXPECT_TRUE(reads.notes().empty());
+}
+
 TEST_F(Stages, analysisOfNothingEndsWithSevenEmptyRows) {
   analyse({}, {});
   EXPECT_EQ(scan.treeSize, 0);
@@ -496,13 +508,11 @@ TEST_F(Stages, limitIsGivenInKibibytes) {
   EXPECT_EQ(duplicateLimit(), -1024);
 }
 
-TEST_F(Stages, limitThatDoesNotFitIsAFatalStopAlsoWithoutPaths) {
-  EXPECT_EQ(test::inChild([this] {
-              DuplicateScanService::limitSize = INT64_MAX / 1024 + 1;
-              DuplicateScanService::scanDuplicate(*feature, {}, {}, {}, {}, {}, scan.queue);
-              return std::string("lived");
-            }),
-            "ended by signal 6");
+TEST_F(Stages, limitThatDoesNotFitIsAFatalStop) {
+  DuplicateScanService::limitSize = INT64_MAX / 1024;
+  EXPECT_EQ(duplicateLimit(), INT64_MAX - 1023);
+  ++DuplicateScanService::limitSize;
+  EXPECT_EQ(test::inChild([] { return std::to_string(duplicateLimit()); }), "ended by signal 6");
 }
 
 }  // namespace
