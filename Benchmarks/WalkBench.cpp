@@ -2,10 +2,6 @@
 // usage: WalkBench TREE [ROUNDS [VARIANT]]; scripts/bench makes the tree. With a part of a variant's name
 // only that one runs, for a profiler.
 
-#include <dirent.h>
-#include <fcntl.h>
-#include <sys/stat.h>
-#include <sys/syscall.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -17,6 +13,7 @@
 #include <thread>
 #include <vector>
 
+#include "Benchmarks/BareWalk.hpp"
 #include "Benchmarks/SideBySide.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
@@ -36,54 +33,11 @@ std::string tree;
 std::size_t folderCount = 0;
 std::size_t entryCount = 0;
 
-struct Record {
-  std::uint64_t inode;
-  std::int64_t offset;
-  unsigned short length;
-  unsigned char type;
-  char name[1];
-};
-
-bool isDots(const char* name) { return name[0] == '.' && (!name[1] || (name[1] == '.' && !name[2])); }
-
-/// The least that a program can do: list each folder, ask for each file's size.
-double bareSize(int folder, char* buffer, std::size_t bytes) {
-  double sum = 0;
-  std::vector<std::string> folders;
-  for (long got; (got = ::syscall(SYS_getdents64, folder, buffer, bytes)) > 0;) {
-    for (long at = 0; at < got;) {
-      const auto* record = reinterpret_cast<const Record*>(buffer + at);
-      const char* name = buffer + at + offsetof(Record, name);
-      at += record->length;
-      if (isDots(name)) continue;
-      ++entryCount;
-      if (record->type == DT_DIR) {
-        folders.emplace_back(name);
-      } else {
-        struct statx status {};
-        if (::statx(folder, name, AT_SYMLINK_NOFOLLOW | AT_STATX_DONT_SYNC, STATX_SIZE | STATX_TYPE,
-                    &status) == 0) {
-          sum += static_cast<double>(status.stx_size);
-        }
-      }
-    }
-  }
-  folderCount += folders.size();
-  for (const std::string& name : folders) {
-    const int below = ::openat(folder, name.c_str(), O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC);
-    if (below < 0) continue;
-    sum += bareSize(below, buffer, bytes);
-    ::close(below);
-  }
-  return sum;
-}
-
 double bareLoop() {
-  folderCount = entryCount = 0;
-  std::vector<char> buffer(65536);
-  const int folder = ::open(tree.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  const double sum = bareSize(folder, buffer.data(), buffer.size());
-  ::close(folder);
+  BareWalk walk;
+  const double sum = walk.run(tree);
+  folderCount = walk.folders;
+  entryCount = walk.entries;
   return sum;
 }
 
