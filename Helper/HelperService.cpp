@@ -240,7 +240,7 @@ void HelperService::Core::refuse(HelperCall& call, const std::string& reason) {
   if (call.isEvent()) {
     answer(call, refusalOf(call));
   } else {
-    answer(call, false, std::string(kRefusedText));
+    answer(call, false, std::string(kNotAuthorisedText));
   }
 }
 

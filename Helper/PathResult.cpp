@@ -24,7 +24,7 @@ std::optional<ItemNumber> expectedBy(const SenderView& seen) {
 }  // namespace
 
 PathResult succeeded() { return {HelperEventErrorID::Success, ""}; }
-PathResult refused(HelperEventErrorID status) { return {status, std::string(kRefusedText)}; }
+PathResult refused(HelperEventErrorID status) { return {status, std::string(kRefusedItemText)}; }
 
 PathResult failed(HelperEventErrorID status, std::string_view what, int error, bool isRefused) {
   if (isRefused) return refused(status);

@@ -21,11 +21,11 @@ struct PathResult {
 };
 
 /// One text for everything that is refused: it tells nothing of what stands under the path.
-inline constexpr std::string_view kRefusedText = "This item isn’t one that may be changed this way.";
+inline constexpr std::string_view kRefusedItemText = "This item isn’t one that may be changed this way.";
 
 PathResult succeeded();
 PathResult refused(HelperEventErrorID status);
-/// `what`, ": " and the system's words for `error`; kRefusedText if the policy said no.
+/// `what`, ": " and the system's words for `error`; kRefusedItemText if the policy said no.
 PathResult failed(HelperEventErrorID status, std::string_view what, int error, bool isRefused = false);
 
 /// The item at `path` if `policy` lets it go and it is the one that the sender sees there. Another mount

@@ -21,7 +21,7 @@ constexpr std::string_view kStatus = "DeleteStatus";
 constexpr std::string_view kPath = "Path";
 
 // What the caps of a reply leave room for.
-static_assert(kRefusedText.size() <= 40 && kUnfinishedText.size() <= 40);
+static_assert(kNotAuthorisedText.size() <= 40 && kUnfinishedText.size() <= 40);
 
 /// Where a message goes when only its size matters.
 class Counter {
@@ -193,7 +193,7 @@ Reply Reply::plain(bool flag, HelperEventErrorID code) {
 Reply Reply::refused(const EventForm& form, const MessageView& event) {
   const ResultTable results = nothingDone(event);
   return {false, static_cast<std::int32_t>(HelperEventErrorID::NoCause),
-          sealed({form, event, results, false, kRefusedText, true})};
+          sealed({form, event, results, false, kNotAuthorisedText, true})};
 }
 
 Reply Reply::of(const EventForm& form, const MessageView& event, const ResultTable& results,

@@ -11,7 +11,7 @@
 namespace sorrel::helper {
 
 /// The texts that a caller gets where no other is known. They tell nothing about a path.
-inline constexpr std::string_view kRefusedText = "The operation was not authorised.";
+inline constexpr std::string_view kNotAuthorisedText = "The operation was not authorised.";
 inline constexpr std::string_view kUnfinishedText = "The operation was not finished.";
 
 /// What goes back to the caller.

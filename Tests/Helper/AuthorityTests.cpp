@@ -174,6 +174,9 @@ TEST_F(HelperServiceWithPolkit, aYesRemovesWhatIsNamedAndNothingElse) {
     statuses.push_back(*entry.asDictionary()->at("DeleteStatus").asNumber());
   }
   EXPECT_EQ(statuses, (std::vector<std::int64_t>{0, 0, 2})) << machine->log();
+  // This one was authorised: the text must not say otherwise.
+  EXPECT_EQ(*answer.dictionary.at("0000002").asDictionary()->at("DeleteDesc").asText(),
+            "This item isn’t one that may be changed this way.");
   EXPECT_FALSE(answer.flag);
   EXPECT_TRUE(machine->waitForLog("done=2 failed=1"));
   EXPECT_TRUE(machine->waitForLog("path=\"/usr/bin/true\""));

@@ -24,10 +24,10 @@ class DeleteOperationTest : public test::EventKit {
 };
 
 bool isRefusal(const PathResult& result) {
-  return result.status == HelperEventErrorID::DeleteError && result.desc == kRefusedText;
+  return result.status == HelperEventErrorID::DeleteError && result.desc == kRefusedItemText;
 }
 bool isFailure(const PathResult& result) {
-  return result.status == HelperEventErrorID::DeleteError && result.desc != kRefusedText;
+  return result.status == HelperEventErrorID::DeleteError && result.desc != kRefusedItemText;
 }
 
 TEST_F(DeleteOperationTest, filesFoldersAndLinksThemselvesGo) {
@@ -144,7 +144,7 @@ TEST_F(DeleteOperationTest, everyRefusalHasTheOneText) {
         std::string("/"), std::string("/home")}) {
     texts.push_back(deleteAsIs(path).desc);
   }
-  EXPECT_EQ(texts, std::vector<std::string>(7, std::string(kRefusedText)));
+  EXPECT_EQ(texts, std::vector<std::string>(7, std::string(kRefusedItemText)));
 }
 
 TEST_F(DeleteOperationTest, theSystemsErrorsAreTold) {
@@ -169,7 +169,7 @@ TEST_F(DeleteOperationTest, aMountInTheFolderSurvives) {
     return deleteAsIs(volume.path("folder")).desc + deleteAsIs(point).desc;
   });
   if (told == "skip") GTEST_SKIP() << "nothing can be mounted here";
-  EXPECT_EQ(told, "Couldn’t be removed: Device or resource busy" + std::string(kRefusedText));
+  EXPECT_EQ(told, "Couldn’t be removed: Device or resource busy" + std::string(kRefusedItemText));
   EXPECT_TRUE(isThere(volume.path("outside/file")));
   EXPECT_FALSE(isThere(volume.path("folder/file")));
 }

@@ -67,7 +67,7 @@ class EventKit : public testing::Test {
     return found == results.end() ? "no result" : found->second.desc;
   }
   [[nodiscard]] bool isRefused(const std::string& path) const {
-    return statusOf(path) != Status::Success && descOf(path) == helper::kRefusedText;
+    return statusOf(path) != Status::Success && descOf(path) == helper::kRefusedItemText;
   }
   static bool isThere(const std::string& path) { return viewOf(path).kind == SenderView::Kind::Present; }
 

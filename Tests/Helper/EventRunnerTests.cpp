@@ -205,7 +205,9 @@ TEST_F(EventRunnerTest, aHundredThousandPathsNeedNoMemoryOfTheirOwn) {
     const std::string bytes = encodeHelperMessage(message).value_or("");
     struct Count : ResultSink {
       std::size_t refused = 0;
-      void result(std::size_t, Status, std::string_view desc) override { refused += desc == kRefusedText; }
+      void result(std::size_t, Status, std::string_view desc) override {
+        refused += desc == kRefusedItemText;
+      }
     } count;
     rusage before{};
     ::getrusage(RUSAGE_SELF, &before);

@@ -10,8 +10,8 @@ namespace {
 TEST(PathResult, aRefusalTellsNothing) {
   const PathResult result = failed(HelperEventErrorID::MoveFail, "Couldn’t be moved", EBUSY, true);
   EXPECT_EQ(result.status, HelperEventErrorID::MoveFail);
-  EXPECT_EQ(result.desc, kRefusedText);
-  EXPECT_EQ(refused(HelperEventErrorID::DeleteError).desc, kRefusedText);
+  EXPECT_EQ(result.desc, "This item isn’t one that may be changed this way.");
+  EXPECT_EQ(refused(HelperEventErrorID::DeleteError).desc, kRefusedItemText);
 }
 
 TEST(PathResult, aFailureIsToldInTheSystemsWords) {
