@@ -192,7 +192,8 @@ class CleanScene : public Scene {
     if (!isThere(stage_.volume.path("link"))) stage_.volume.link("link", "off");
     other_.file("secret", "precious");
     taken_ = {leaf("file"), leaf("package"), leaf("link"), leaf("d/x")};
-    kept_ = {leaf("home"), leaf("Users/bob"), leaf("current"), leaf("way-out/secret"), leaf("for-helper", false)};
+    kept_ = {leaf("home"), leaf("Users/bob"), leaf("current"), leaf("way-out/secret"),
+             leaf("for-helper", false)};
     const auto folder = test::makeRecord({stage_.volume.url("d/"),
                                           NSControlStateValueMixed,
                                           2,

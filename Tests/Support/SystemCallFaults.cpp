@@ -7,6 +7,7 @@
 #include <sys/ioctl.h>
 #include <sys/prctl.h>
 #include <sys/syscall.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
 #include <array>
@@ -44,7 +45,8 @@ int askBefore(int call) {
 /// locks among them, so it keeps its counts in place.
 class Supervisor {
  public:
-  Supervisor(int listener, const CallFault& fault) : listener_(listener), fault_(fault) {}
+  Supervisor(int listener, const CallFault& fault, const std::atomic<pid_t>* program = nullptr)
+      : listener_(listener), fault_(fault), program_(program) {}
 
   /// Until the last thread has ended.
   void serve() {
@@ -60,6 +62,8 @@ class Supervisor {
     }
   }
 
+  [[nodiscard]] std::uint64_t faults() const { return faults_; }
+  [[nodiscard]] std::uint64_t calls() const { return all_; }
   [[nodiscard]] CallCounts counts() const {
     CallCounts counts;
     for (std::size_t call = 0; call < counts_.size(); ++call) {
@@ -77,41 +81,93 @@ class Supervisor {
     answer.flags = SECCOMP_USER_NOTIF_FLAG_CONTINUE;
     const auto call = static_cast<std::size_t>(request.data.nr);
     if (call < counts_.size()) ++counts_[call];
-    if (++all_ == fault_.when) {
-      if (fault_.error == CallFault::kKilled) ::kill(::getpid(), SIGKILL);
+    if (isDue(static_cast<pid_t>(request.pid))) {
+      ++faults_;
+      const bool isHere = program_ == nullptr;
+      if (fault_.error == CallFault::kKilled) {
+        ::kill(isHere ? ::getpid() : static_cast<pid_t>(request.pid), SIGKILL);
+      }
       // The descriptors are those of this thread too.
-      if (request.data.nr == SYS_close) ::close(static_cast<int>(request.data.args[0]));
+      if (isHere && request.data.nr == SYS_close) ::close(static_cast<int>(request.data.args[0]));
       answer.flags = 0;
       answer.error = -fault_.error;
     }
     ::ioctl(listener_, SECCOMP_IOCTL_NOTIF_SEND, &answer);
   }
 
+  bool isDue(pid_t process) {
+    if (program_ != nullptr) {
+      if (process == *program_) return false;
+      if (process != last_) all_ = 0;
+      last_ = process;
+    }
+    ++all_;
+    if (all_ <= fault_.when || fault_.step == 0) return all_ == fault_.when;
+    return fault_.when != 0 && (all_ - fault_.when) % fault_.step == 0;
+  }
+
   const int listener_;
   const CallFault fault_;
+  const std::atomic<pid_t>* const program_;  // whose children are watched; null to watch this process
+  pid_t last_ = -1;
   std::uint64_t all_ = 0;
+  std::uint64_t faults_ = 0;
   std::array<std::uint64_t, kMostCalls> counts_{};
 };
 
-}  // namespace
-
-std::optional<CallCounts> runWithFault(const CallFault& fault, const std::function<void()>& work) {
+/// Runs `work` on a thread whose calls, and those of whatever it starts, ask `serve` before they are made.
+template <class Serve>
+bool watch(int call, const std::function<void()>& work, const Serve& serve) {
   std::atomic<int> asking{kNotYet};
   std::thread thread([&] {
-    const int listener = askBefore(fault.call);
+    const int listener = askBefore(call);
     asking = listener;  // from here on a call may have to wait for the supervisor
     if (listener != kImpossible) work();
   });
   while (asking == kNotYet) std::this_thread::yield();
-  if (asking == kImpossible) {
-    thread.join();
-    return std::nullopt;
+  const bool isPossible = asking != kImpossible;
+  if (isPossible) {
+    const FileDescriptor listener(asking);
+    serve(listener.get());
   }
-  const FileDescriptor listener(asking);
-  Supervisor supervisor(listener.get(), fault);
-  supervisor.serve();
   thread.join();
-  return supervisor.counts();
+  return isPossible;
+}
+
+}  // namespace
+
+std::optional<CallCounts> runWithFault(const CallFault& fault, const std::function<void()>& work) {
+  std::optional<CallCounts> counts;
+  watch(fault.call, work, [&](int listener) {
+    Supervisor supervisor(listener, fault);
+    supervisor.serve();
+    counts = supervisor.counts();
+  });
+  return counts;
+}
+
+std::optional<FaultyRun> runProgramWithFault(const CallFault& fault, char* const* arguments) {
+  FaultyRun run;
+  std::atomic<pid_t> program{-1};
+  const auto start = [&] {
+    const pid_t child = ::fork();
+    if (child == 0) {
+      ::raise(SIGSTOP);  // until it is known here
+      ::execv(arguments[0], arguments);
+      ::_exit(127);
+    }
+    ::waitpid(child, &run.status, WUNTRACED);
+    program = child;
+    ::kill(child, SIGCONT);
+    ::waitpid(child, &run.status, 0);
+  };
+  const bool isPossible = watch(fault.call, start, [&](int listener) {
+    Supervisor supervisor(listener, fault, &program);
+    supervisor.serve();
+    run.faults = supervisor.faults();
+    run.calls = supervisor.calls();
+  });
+  return isPossible ? std::optional(run) : std::nullopt;
 }
 
 }  // namespace sorrel::test

@@ -16,6 +16,7 @@ struct CallFault {
   /// The errno with which it fails, without having been carried out (but for close(2), which always closes).
   /// kKilled: the process gets SIGKILL at its entry instead.
   int error = 0;
+  std::uint64_t step = 0;  ///< each `step`-th call after it ends so too; 0 for that one alone
 };
 
 /// How often the work made each of the calls that were watched.
@@ -25,5 +26,16 @@ using CallCounts = std::map<int, std::uint64_t>;
 /// and all of them must have ended by themselves soon after it. Nothing where the system can't watch calls;
 /// then the work is not run. It needs no privilege, and the faults are seen by this process alone.
 std::optional<CallCounts> runWithFault(const CallFault& fault, const std::function<void()>& work);
+
+/// A program that has ended.
+struct FaultyRun {
+  int status = 0;            ///< as of waitpid(2)
+  std::uint64_t faults = 0;  ///< that its processes met
+  std::uint64_t calls = 0;   ///< of the kind that was watched, made by the last one of them
+};
+
+/// Runs a program to its end, with that fault in the processes that it starts, not in itself. They must run
+/// one after the other; the count begins anew with each. Nothing where the system can't watch calls.
+std::optional<FaultyRun> runProgramWithFault(const CallFault& fault, char* const* arguments);
 
 }  // namespace sorrel::test
