@@ -21,6 +21,7 @@
 #include "SorrelFramework/Clean/TreeRepair.hpp"
 #include "Tests/Support/CleanCases.hpp"
 #include "Tests/Support/CleanKit.hpp"
+#include "Tests/Support/NumberFrom.hpp"
 
 namespace sorrel {
 namespace {
@@ -529,11 +530,6 @@ TEST_F(CleanServiceTest, otherEntriesLeaveTheFeatureAbsent) {
 
 using test::CleanCase;
 
-unsigned numberFrom(const char* variable, unsigned usual) {
-  const char* const text = std::getenv(variable);
-  return text == nullptr ? usual : static_cast<unsigned>(std::stoul(text));
-}
-
 void runCase(const CleanCase& sketch, const std::vector<Ref<CategoryInformation>>& tree,
              const std::shared_ptr<FinishRecord>& finish) {
   switch (sketch.entry) {
@@ -673,8 +669,8 @@ void checkCase(const CleanCase& sketch) {
 class CleanServiceProperty : public testing::TestWithParam<unsigned> {};
 
 TEST_P(CleanServiceProperty, randomCleansTakeWhatTheRulesSelectAndNothingElse) {
-  const unsigned first = numberFrom("SORREL_CLEAN_SEED", 1);
-  const unsigned count = numberFrom("SORREL_CLEAN_CASES", 2000);
+  const auto first = static_cast<unsigned>(test::numberFrom("SORREL_CLEAN_SEED", 1));
+  const auto count = static_cast<unsigned>(test::numberFrom("SORREL_CLEAN_CASES", 2000));
   for (unsigned seed = first + GetParam(); seed < first + count && !HasFailure(); seed += 4) {
     SCOPED_TRACE("SORREL_CLEAN_SEED=" + std::to_string(seed));
     checkCase(CleanCase(seed));

@@ -16,6 +16,7 @@
 #include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
 #include "Tests/Support/CleanKit.hpp"
 #include "Tests/Support/DuplicateCases.hpp"
+#include "Tests/Support/NumberFrom.hpp"
 #include "Tests/Support/ScanKit.hpp"
 
 namespace sorrel {
@@ -116,11 +117,6 @@ TEST_F(LargeAndOldRepair, cleanWithoutACategoryHasNothingToRepair) {
 
 // Duplicates
 
-unsigned numberFrom(const char* variable, unsigned usual) {
-  const char* const text = std::getenv(variable);
-  return text == nullptr ? usual : static_cast<unsigned>(std::stoul(text));
-}
-
 /// A clean in a current folder of its own, which the URL of a group's header stands for.
 class DuplicateClean : public testing::TestWithParam<unsigned> {
  protected:
@@ -203,8 +199,8 @@ class DuplicateClean : public testing::TestWithParam<unsigned> {
 // SORREL_CLEAN_CASES sets how many in all, SORREL_CLEAN_SEED the seed of the first: a failing case runs again
 // with its seed and a count of 1. In four parts, which may run beside each other.
 TEST_P(DuplicateClean, randomTicksTakeTheMembersTheySelectAndNothingElse) {
-  const unsigned first = numberFrom("SORREL_CLEAN_SEED", 1);
-  const unsigned count = numberFrom("SORREL_CLEAN_CASES", 600);
+  const auto first = static_cast<unsigned>(test::numberFrom("SORREL_CLEAN_SEED", 1));
+  const auto count = static_cast<unsigned>(test::numberFrom("SORREL_CLEAN_CASES", 600));
   for (unsigned seed = first + GetParam(); seed < first + count && !HasFailure(); seed += 4) {
     SCOPED_TRACE("SORREL_CLEAN_SEED=" + std::to_string(seed));
     check(seed);

@@ -19,6 +19,7 @@
 #include "SorrelFramework/Native/TreeRemoval.hpp"
 #include "Tests/Support/CleanKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/NumberFrom.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/SystemCallFaults.hpp"
 #include "Tests/Support/TreeRemoval.hpp"
@@ -331,8 +332,8 @@ TEST(ErrnoSweep, removalOnAnOldSystemIsTrueUnderEveryFault) {
 
 TEST(ErrnoSweep, cleanIsTrueUnderEveryFault) {
   constexpr unsigned kParts = 83;
-  const char* const text = std::getenv("SORREL_ERRNO_PARTS");
-  const unsigned parts = text == nullptr ? 1 : std::min(kParts, static_cast<unsigned>(std::stoul(text)));
+  const auto parts =
+      static_cast<unsigned>(std::min<std::uint64_t>(kParts, test::numberFrom("SORREL_ERRNO_PARTS", 1)));
   for (unsigned part = 0; part < parts && !HasFatalFailure() && !IsSkipped(); ++part) {
     expectRight(
         [part](int error, unsigned& runs) {

@@ -14,6 +14,7 @@
 
 #include "Tests/Faults/TickedTree.hpp"
 #include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/NumberFrom.hpp"
 
 namespace sorrel {
 namespace {
@@ -85,8 +86,7 @@ std::string countRemovals() {
 
 TEST(KillSweep, killedCleanLeavesEveryLeafWholeOrGoneAndTheNextOneEnds) {
   constexpr std::size_t kBatch = 10;  // for one child
-  const char* const text = std::getenv("SORREL_KILL_POINTS");
-  const std::size_t points = text == nullptr ? 10 : std::strtoul(text, nullptr, 10);
+  const std::size_t points = test::numberFrom("SORREL_KILL_POINTS", 10);
   const std::string told = test::inMemoryChild(countRemovals);
   if (told == "skip") GTEST_SKIP() << "no system calls can be watched here";
   const std::size_t removals = std::strtoul(told.c_str(), nullptr, 10);

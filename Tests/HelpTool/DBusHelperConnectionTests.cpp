@@ -35,6 +35,7 @@
 #include "SorrelFramework/HelpTool/SealedMemory.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
 #include "Tests/Support/MainLoop.hpp"
+#include "Tests/Support/ManyPaths.hpp"
 #include "Tests/Support/PrivateBus.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
@@ -326,22 +327,11 @@ TEST_F(DBusHelperConnectionTest, versionAndUninstallAreAsked) {
   EXPECT_EQ(uninstalled.get_future().get(), std::pair(true, std::string("gone")));
 }
 
-/// `count` paths of `size` bytes each.
-HelperDictionary manyPaths(std::size_t count, std::size_t size) {
-  HelperDictionary paths;
-  for (std::size_t i = 0; i < count; ++i) {
-    std::string path = "/no/such/folder/" + std::to_string(1'000'000 + i);
-    path.resize(size, 'x');
-    paths.emplace_hint(paths.end(), std::move(path), HelperDictionary{{"0", i}});
-  }
-  return paths;
-}
-
 TEST_F(DBusHelperConnectionTest, anEventMayNameVeryManyPaths) {
   startService(Service::echo);
   const auto held = helper();
   ASSERT_NE(held, nullptr);
-  const HelperDictionary paths = manyPaths(33'000, 1000);  // 33 MB
+  const HelperDictionary paths = test::manyPaths(33'000, 1000);  // 33 MB
   EXPECT_TRUE(ask(*held, kDelete, paths).dictionary == paths);
 }
 
@@ -352,7 +342,7 @@ TEST_F(DBusHelperConnectionTest, anEventMayHave200Megabytes) {
   });
   const auto held = helper();
   ASSERT_NE(held, nullptr);
-  EXPECT_TRUE(ask(*held, kDelete, manyPaths(200, 1'000'000), 5 * test::kPatience).flag);
+  EXPECT_TRUE(ask(*held, kDelete, test::manyPaths(200, 1'000'000), 5 * test::kPatience).flag);
 }
 
 TEST_F(DBusHelperConnectionTest, anEventOverACapIsAnsweredAtOnce) {

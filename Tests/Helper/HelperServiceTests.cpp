@@ -8,6 +8,7 @@
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/MessageView.hpp"
 #include "Tests/Helper/HelperServiceKit.hpp"
+#include "Tests/Support/ManyPaths.hpp"
 
 namespace sorrel::helper {
 namespace {
@@ -89,16 +90,6 @@ TEST_F(HelperServiceTest, anUnknownEventIsRefusedWithoutAQuestion) {
   EXPECT_TRUE(machine->polkit().questions().empty());
 }
 
-HelperDictionary manyPaths(std::size_t count, std::size_t size) {
-  HelperDictionary paths;
-  for (std::size_t i = 0; i < count; ++i) {
-    std::string path = "/no/such/folder/" + std::to_string(1'000'000 + i);
-    path.resize(size, 'x');
-    paths.emplace_hint(paths.end(), std::move(path), HelperDictionary{{"0", i}});
-  }
-  return paths;
-}
-
 TEST_F(HelperServiceTest, whatCanBeNoEventIsRefusedWithoutAQuestion) {
   start({});
   const std::string reply = encodeHelperMessage({HelperMessage::Kind::Reply, kNowhere, {}}).value();
@@ -135,7 +126,7 @@ TEST_F(HelperServiceTest, anEventThatTurnsOutUnsoundIsRefusedAsAWhole) {
 
 TEST_F(HelperServiceTest, aRefusalOfAHugeEventListsNoPathsAndReadsNone) {
   startScripted(ScriptedPolkit::Mode::No);
-  const Answer answer = machine->ask(kDelete, manyPaths(33'000, 1000));
+  const Answer answer = machine->ask(kDelete, test::manyPaths(33'000, 1000));
   ASSERT_TRUE(answer.isThere) << machine->log();
   EXPECT_FALSE(answer.flag);
   EXPECT_TRUE(answer.dictionary.empty());
@@ -145,7 +136,7 @@ TEST_F(HelperServiceTest, aRefusalOfAHugeEventListsNoPathsAndReadsNone) {
 
 TEST_F(HelperServiceTest, aUserWhoCollectsRefusalsRunsOutOfThem) {
   startScripted(ScriptedPolkit::Mode::No);
-  const HelperDictionary event = manyPaths(10'000, 1000);  // a third of the budget
+  const HelperDictionary event = test::manyPaths(10'000, 1000);  // a third of the budget
   EXPECT_EQ(machine->ask(kDelete, event).dictionary.size(), 10'000U);
   EXPECT_EQ(machine->ask(kDelete, event).dictionary.size(), 10'000U);
   const Answer third = machine->ask(kDelete, event);
@@ -160,7 +151,7 @@ TEST_F(HelperServiceTest, aUserWhoCollectsRefusalsRunsOutOfThem) {
 
 TEST_F(HelperServiceTest, anEventOf33MegabytesIsAnsweredPathByPath) {
   start({});
-  const Answer answer = machine->ask(kDelete, manyPaths(33'000, 1000));
+  const Answer answer = machine->ask(kDelete, test::manyPaths(33'000, 1000));
   ASSERT_TRUE(answer.isThere) << machine->log();
   ASSERT_EQ(answer.dictionary.size(), 33'000U);
   std::size_t sound = 0;

@@ -35,6 +35,7 @@
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/MainLoop.hpp"
+#include "Tests/Support/NumberFrom.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/SilentFileSystem.hpp"
@@ -855,11 +856,6 @@ TEST_F(TreeRemovalTest, dir_moved_up_while_removing) {
 
 // Trees at random. SORREL_PROPERTY_CASES sets the number of cases, SORREL_PROPERTY_SEED the first one's seed.
 
-std::uint64_t numberFrom(const char* variable, std::uint64_t otherwise) {
-  const char* text = std::getenv(variable);
-  return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);
-}
-
 /// One tree, a selection in it, and a removal of the selection.
 class RandomCase {
  public:
@@ -999,8 +995,8 @@ std::string runCases(std::uint64_t first, std::uint64_t count) {
 /// In batches, each in a child with a file system in memory of its own where that is possible.
 TEST(TreeRemovalProperty, onlyTheSelectionChangesAndSuccessMeansGone) {
   constexpr std::uint64_t batch = 500;
-  const std::uint64_t first = numberFrom("SORREL_PROPERTY_SEED", 1);
-  const std::uint64_t end = first + numberFrom("SORREL_PROPERTY_CASES", 2000);
+  const std::uint64_t first = test::numberFrom("SORREL_PROPERTY_SEED", 1);
+  const std::uint64_t end = first + test::numberFrom("SORREL_PROPERTY_CASES", 2000);
   for (std::uint64_t seed = first; seed < end; seed += batch) {
     ASSERT_EQ(test::inMemoryChild([&] { return runCases(seed, std::min(batch, end - seed)); }), "");
   }

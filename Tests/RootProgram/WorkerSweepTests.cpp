@@ -20,8 +20,9 @@
 #include <vector>
 
 #include "Helper/PathResult.hpp"
-#include "Tests/Helper/HelperKit.hpp"
+#include "Tests/Helper/HelperServiceKit.hpp"
 #include "Tests/Support/CleanKit.hpp"
+#include "Tests/Support/NumberFrom.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/SystemCallFaults.hpp"
 
@@ -33,7 +34,6 @@ using test::CallFault;
 using test::HelperMachine;
 using Names = std::vector<std::string>;
 
-constexpr std::int32_t kDelete = 0;
 /// A helper whose workers meet that fault.
 HelperMachine::Setup with(const CallFault& fault) {
   HelperMachine::Setup setup;
@@ -69,7 +69,7 @@ class WorkerEvent {
 
   /// Empty without a sound reply; nothing that the event does not name has changed.
   std::vector<Account> send() {
-    const test::Answer answer = machine_.ask(kDelete, event_);
+    const test::Answer answer = machine_.ask(test::kDelete, event_);
     EXPECT_TRUE(answer.isThere) << machine_.log();
     EXPECT_EQ(answer.dictionary.size(), event_.size());
     if (answer.dictionary.size() != event_.size()) return {};
@@ -125,21 +125,17 @@ class WorkerEvent {
   std::vector<test::TreeEntry> before_;
 };
 
-unsigned numberFrom(const char* variable, unsigned otherwise) {
-  const char* const text = std::getenv(variable);
-  return text == nullptr ? otherwise : static_cast<unsigned>(std::stoul(text));
-}
-
 std::size_t count(const std::string& text, const std::string& part) {
   std::size_t found = 0;
   for (std::size_t at = 0; (at = text.find(part, at)) != std::string::npos; ++at) ++found;
   return found;
 }
 
-class WorkerSweep : public testing::Test {
+class WorkerSweep : public test::HelperServiceKit {
  protected:
   void SetUp() override {
-    if (!test::whyNoMachine().empty()) GTEST_SKIP() << test::whyNoMachine();
+    HelperServiceKit::SetUp();
+    if (IsSkipped()) return;
     // A file system in memory that the machine has.
     folder_.emplace("TMPDIR", "/mnt");
   }
@@ -164,7 +160,7 @@ void killAt(int paths, int call, std::uint64_t when) {
     EXPECT_TRUE(account == firstLost || account->isWhole);
   }
   const pid_t helper = event.machine().helper();
-  EXPECT_TRUE(event.machine().ask(kDelete, {{"/nowhere/at/all", HelperDictionary()}}).isThere);
+  EXPECT_TRUE(event.machine().ask(test::kDelete, test::kNowhere).isThere);
   EXPECT_EQ(event.machine().helper(), helper);
   const std::string log = event.machine().log();
   EXPECT_EQ(count(log, "paths=" + std::to_string(paths) + " start"), 1U);
@@ -178,8 +174,8 @@ TEST_F(WorkerKillSweep, aWorkerKilledAnywhereGivesOneReplyThatIsTrue) {
   // Every fourth path is a folder of six items. Each result is told by one write, and one comes before them.
   constexpr unsigned kRemovals = kPaths + kPaths / 4 * 5;
   constexpr unsigned kWrites = kPaths + 1;
-  const unsigned points = std::max(numberFrom("SORREL_KILL_POINTS", 8), 2U);
-  for (unsigned i = 0; i < points && !HasFailure(); ++i) {
+  const std::uint64_t points = std::max<std::uint64_t>(test::numberFrom("SORREL_KILL_POINTS", 8), 2);
+  for (std::uint64_t i = 0; i < points && !HasFailure(); ++i) {
     const bool isRemoval = i % 2 == 0;
     const unsigned calls = isRemoval ? kRemovals : kWrites;
     killAt(kPaths, isRemoval ? SYS_unlinkat : SYS_write, 1 + i * (calls - 1) / (points - 1));
@@ -266,8 +262,8 @@ class WorkerErrnoSweep : public WorkerSweep {
 };
 
 TEST_F(WorkerErrnoSweep, aWorkerWhoseCallsFailTellsTheTruthOfEachPath) {
-  const unsigned parts = std::min<unsigned>(numberFrom("SORREL_ERRNO_PARTS", 1), kErrors.size());
-  for (unsigned part = 0; part < parts && !HasFailure(); ++part) {
+  const auto parts = std::min<std::size_t>(test::numberFrom("SORREL_ERRNO_PARTS", 1), kErrors.size());
+  for (std::size_t part = 0; part < parts && !HasFailure(); ++part) {
     for (std::size_t i = 0; i < kErrors.size(); ++i) {
       const int error = kErrors[(i + part) % kErrors.size()];
       failFromTheBeginning(kFromTheBeginning[i], error);
