@@ -54,6 +54,7 @@ class Stages : public testing::Test {
     scan.queue = queue;
   }
   ~Stages() override {
+    SuperScanService::percentService.exchange(nullptr);  // it tells a record that goes away now
     SuperScanService::scanStatus.resetForTesting();
     StreamFileHashUnit::shard().scanState = static_cast<int>(ScanState::start);
     DuplicateScanService::limitSize = 512;

@@ -42,6 +42,7 @@ class DuplicateScan : public testing::Test {
     feature = test::makeFeature(7, {{CategoryInfomationKind::Common, {}}});
   }
   ~DuplicateScan() override {
+    SuperScanService::percentService.exchange(nullptr);  // it tells a record that goes away now
     DuplicateScanService::limitSize = 512;
     DuplicateScanService::childrenCateogryDict.clear();
   }
