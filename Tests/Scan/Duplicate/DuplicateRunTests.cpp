@@ -313,6 +313,7 @@ TEST_F(Stages, newScanEndsTheOneThatHasNotSeenItsStop) {
   };
   start(scan);
   ASSERT_TRUE(second.waitUntilDone());
+  ASSERT_TRUE(test::runMainLoopUntil([this] { return queue.use_count() == 2; }));  // the old one is over
   EXPECT_EQ(scan.doneCount, 1);
   EXPECT_EQ(scan.treeSize, 0);
   EXPECT_EQ(second.doneCount, 1);
