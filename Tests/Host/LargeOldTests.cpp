@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Tests/Host/HostKit.hpp"
+#include "Tests/Support/CleanKit.hpp"
 
 namespace sorrel::hosttests {
 namespace {
@@ -41,6 +42,30 @@ class LargeOld : public testing::Test {
     return found;
   }
 
+  /// Large files that a scan of `home` finds, and beside them what it never may.
+  void fill(const std::string& home) const {
+    big(home + "backup.zip", 120 * kMiB);
+    big(home + "Movies/film.mov", 52'428'801);
+    big(home + "Movies/exact.mov", 50 * kMiB);
+    big(home + ".cache/store.bin");
+    big(home + "Game.app/Contents/data.pak");
+    big(home + "../other/film.mov");
+    volume.file(home + "letter", 7);
+    std::filesystem::create_symlink(volume.path(home + "../other/film.mov"), volume.path(home + "link.mov"));
+    std::filesystem::create_symlink(volume.path(home + "../other"), volume.path(home + "others"));
+  }
+  /// All items but the log, which each command writes.
+  [[nodiscard]] std::vector<test::TreeEntry> items() const {
+    auto entries = test::snapshotOf(volume.path());
+    std::erase_if(entries, [](const test::TreeEntry& entry) { return entry.path.ends_with(kLogName); });
+    return entries;
+  }
+  /// Puts the log in its place, which the first command would make.
+  void makeLog(const std::string& support) const {
+    volume.text(support + "org.sorrel.Sorrel/" + kLogName, "");
+  }
+
+  static constexpr const char* kLogName = "org.sorrel.SorrelFrameworkLog.txt";
   TemporaryFolder volume;
 };
 
@@ -134,6 +159,49 @@ TEST_F(LargeOld, cleanTakesWhatWasSelectedAndNothingElse) {
   const Json document = cleaned.document();
   EXPECT_EQ(titles(document.at("feature").at("categoryInfo").at(0)), Words{"film.mov"});
   EXPECT_EQ(document.at("clean").at("size"), 60 * kMiB);
+}
+
+TEST_F(LargeOld, cleanOfAllOnAVolumeTakesWhatWasFoundAndLeavesEmptyRows) {
+  fill("Users/alice/");
+  makeLog("Users/alice/Library/Application Support/");
+  const auto before = items();
+  const ProgramRun cleaned = run({"--json", "clean", "large-old", "--all", "--yes"});
+  EXPECT_EQ(cleaned.status, 0) << cleaned.err;
+  EXPECT_EQ(test::goneBetween(before, items()),
+            (Words{"Users/alice/Movies/film.mov", "Users/alice/backup.zip"}));
+  const Json document = cleaned.document();
+  EXPECT_EQ(document.at("clean").at("size"), 120 * kMiB + 52'428'801);
+  const Json& all = document.at("feature").at("categoryInfo").at(0);
+  EXPECT_EQ(all.at("size"), 0);
+  EXPECT_EQ(titles(all), Words());
+  ASSERT_EQ(all.at("childrenCateogry").size(), 12U);
+  for (const Json& row : all.at("childrenCateogry")) {
+    EXPECT_EQ(row.at("size"), 0);
+    EXPECT_EQ(titles(row), Words());
+  }
+}
+
+TEST_F(LargeOld, cleanOnTheDesktopTakesWhatWasSelectedAndNothingElse) {
+  fill("home/");
+  makeLog("home/.local/share/");
+  const RunOptions options{.environment = {"HOME=" + volume.path("home")}};
+  const auto before = items();
+  const ProgramRun dry = sorrel({"clean", "large-old", "--all", "--dry-run"}, options);
+  EXPECT_EQ(dry.status, 0) << dry.err;
+  EXPECT_EQ(items(), before);
+  const ProgramRun cleaned = sorrel({"clean", "large-old", "--select", "*.mov", "--yes"}, options);
+  EXPECT_EQ(cleaned.status, 0) << cleaned.err;
+  EXPECT_EQ(test::goneBetween(before, items()), Words{"home/Movies/film.mov"});
+  EXPECT_TRUE(cleaned.out.ends_with("1 item removed, 50.0 MiB freed\n")) << cleaned.out;
+}
+
+TEST_F(LargeOld, scanLeavesEveryItemAsItWas) {
+  fill("Users/alice/");
+  makeLog("Users/alice/Library/Application Support/");
+  const auto before = items();
+  EXPECT_EQ(titles(scan().at("feature").at("categoryInfo").at(0)).size(), 2U);
+  scan({"--tools", volume.path()});  // there are none: the home is walked
+  EXPECT_EQ(items(), before);
 }
 
 }  // namespace

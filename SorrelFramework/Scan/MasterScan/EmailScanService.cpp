@@ -32,8 +32,19 @@ CategoryPlan planFor(const CategoryInformation& category) {
   return plan;
 }
 
-/// Puts a copy of `source` in the place of `target`; true if there is something at `target` then.
+/// True if the path below the home leads through a folder of attachments. A volume or a home that itself lies
+/// in a folder of that name would make one of every message.
+bool isBelowAttachments(std::string_view path) {
+  const std::string& home = Host::current().home();
+  if (path.starts_with(home + "/")) path.remove_prefix(home.size());
+  return path.find(kAttachments) != std::string_view::npos;
+}
+
+/// Puts a copy of `source` in the place of `target`; true if there is a file at `target` then. A folder there
+/// is somebody's own and stays.
 bool renewCopy(const std::string& source, const std::string& target) {
+  bool isFolder = false;
+  if (fileExists(target, &isFolder) && isFolder) return false;
   (void)removeItem(target, RemovalPolicy::forUser());
   const auto bytes = readFileBytes(source, kPropertyListByteLimit);
   if (bytes) (void)writeFileAtomically(target, *bytes);
@@ -45,7 +56,7 @@ bool renewCopy(const std::string& source, const std::string& target) {
 bool EmailScanService::attachmentFilter(const URL& /*url*/, const ResourceValues& values,
                                         EnumerationPosition* position) {
   return values.path && position != nullptr && position->level() > kLevelsAboveAttachments &&
-         values.path->find(kAttachments) != std::string::npos && !values.isDirectory.value_or(true);
+         !values.isDirectory.value_or(true) && isBelowAttachments(*values.path);
 }
 
 void EmailScanService::scanEmailJunk(FeatureInformation& featureInfo, ProgressFunc progress,

@@ -399,6 +399,8 @@ TEST_F(LargeAndOldFileTest, pathsOutsideTheHomeAreDropped) {
   lines += volume.file("Users/bob/a.zip", 60_MiB) + "\n";
   lines += volume.file("Users/alice2/a.zip", 60_MiB) + "\n";
   lines += volume.path("Users/alice/../bob/a.zip") + "\n";
+  lines += volume.path("Users/alice/..") + "\n";
+  lines += inside + std::string(1, '\0') + ".part\n";
   lines += "/Users/alice/a.zip\n" + inside + "\na.zip\n\n";
   useToolThatPrints(lines);
   run();
@@ -480,6 +482,31 @@ TEST_F(LargeAndOldFileTest, stopWhileTheToolRunsStillEnds) {
   EXPECT_EQ(scan.doneCount, 1);
   EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::end);
   EXPECT_EQ(SuperScanService::percentService.get(), nullptr);
+}
+
+TEST_F(LargeAndOldFileTest, scanChangesNothing) {
+  big("Movies/a.mov");
+  big("Game.app/Contents/data.zip");
+  volume.file("Users/alice/less", "1");
+  volume.setModified("Users/alice/Movies/a.mov", 1'000'000'000);
+  // The log is the one thing that a scan writes.
+  const auto items = [this] {
+    auto entries = test::snapshotOf(volume.path("Users/alice"));
+    std::erase_if(entries, [](const test::TreeEntry& entry) { return entry.path.ends_with(".txt"); });
+    return entries;
+  };
+  LogService::shard().log(LogService::LogLevel::Info, "");
+  LogService::shard().flushForTesting();
+  const auto before = items();
+  for (const std::string& tools : {volume.path("no tools"), kTools}) {
+    useTools(tools);
+    scan.doneCount = 0;
+    scan.percents.clear();
+    run();
+    EXPECT_EQ(names(), Names{"Movies/a.mov"});
+    log();
+    EXPECT_EQ(items(), before) << tools;
+  }
 }
 
 // After a clean

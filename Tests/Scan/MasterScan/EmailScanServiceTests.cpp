@@ -62,6 +62,74 @@ TEST_F(EmailScan, attachmentsAreTheFilesBelowAFolderOfThatName) {
   EXPECT_EQ(scan.results.at(0).second.folderSize, 0);
 }
 
+TEST_F(EmailScan, storesOfAllVersionsAreSearchedAtAnyDepth) {
+  const Names versions = {"V2/IMAP-a@example.org/INBOX.mbox/Attachments/1/a",
+                          "V6/ID/INBOX.mbox/U/Data/Attachments/1/2/a",
+                          "V9/ID/Work.mbox/Old.mbox/U/Data/1/2/Attachments/34/2/a"};
+  for (const std::string& name : versions) volume.file(kMail + name, "1");
+  runAttachments();
+  EXPECT_EQ(names(), versions);
+}
+
+/// A place in a walk that no walk has come to.
+struct Position : EnumerationPosition {
+  explicit Position(int level) { level_ = level; }
+};
+
+ResourceValues valuesOf(const std::string& path, std::optional<bool> isDirectory = false) {
+  ResourceValues values;
+  values.path = path;
+  values.isDirectory = isDirectory;
+  return values;
+}
+
+TEST_F(EmailScan, levelsFromFourOnAreKept) {
+  const auto values = valuesOf(volume.path(kMail + "x/Attachments/a"));
+  for (const int level : {0, 1, 2, 3, 4, 5, 6, 20}) {
+    Position position(level);
+    EXPECT_EQ(EmailScanService::attachmentFilter({}, values, &position), level > 3) << level;
+  }
+  EXPECT_FALSE(EmailScanService::attachmentFilter({}, values, nullptr));
+}
+
+TEST_F(EmailScan, itemOfUnknownPathOrSortIsDropped) {
+  Position position(5);
+  const std::string path = volume.path(kMail + "x/Attachments/a");
+  EXPECT_TRUE(EmailScanService::attachmentFilter({}, valuesOf(path), &position));
+  EXPECT_FALSE(EmailScanService::attachmentFilter({}, valuesOf(path, std::nullopt), &position));
+  EXPECT_FALSE(EmailScanService::attachmentFilter({}, valuesOf(path, true), &position));
+  auto pathless = valuesOf(path);
+  pathless.path.reset();
+  EXPECT_FALSE(EmailScanService::attachmentFilter({}, pathless, &position));
+}
+
+TEST_F(EmailScan, volumeOrHomeInAFolderAttachmentsMakesNoMessageAnAttachment) {
+  Host::install(Host::macVolume(volume.path("Attachments/disk"), "alice", {"org.example.test", "", {}}));
+  const std::string mail = "Attachments/disk/" + kMail;
+  volume.file(mail + "V10/ID/INBOX.mbox/1.emlx", "1");
+  volume.file(mail + "V10/ID/INBOX.mbox/Attachments/a", "1");
+  runAttachments();
+  EXPECT_EQ(names(mail), Names{"V10/ID/INBOX.mbox/Attachments/a"});
+
+  const test::ScopedVariable home("HOME", volume.path("Attachments/home").c_str());
+  Host::install(Host::linuxDesktop({"org.example.test", "", {}}));
+  volume.file("Attachments/home/store/a/b/c/INBOX", "1");
+  volume.file("Attachments/home/store/a/b/Attachments/d", "1");
+  scan.doneCount = 0;
+  scan.percents.clear();
+  run(CategoryInfomationKind::EmailAttachment, {volume.url("Attachments/home/store/")});
+  EXPECT_EQ(names("Attachments/home/store/"), Names{"a/b/Attachments/d"});
+}
+
+TEST_F(EmailScan, scanOfAttachmentsChangesNothing) {
+  volume.file(kMail + "a/b/c/Attachments/d", "1");
+  volume.folder("Users/alice/Documents");
+  const auto before = test::snapshotOf(volume.path());
+  runAttachments();
+  EXPECT_EQ(names(), Names{"a/b/c/Attachments/d"});
+  EXPECT_EQ(test::snapshotOf(volume.path()), before);
+}
+
 TEST_F(EmailScan, fileAtLevelThreeIsDroppedAndOneAtLevelFourKept) {
   volume.file(kMail + "V10/Attachments/three", "1");
   volume.file(kMail + "V10/Box/Attachments/four", "1");
@@ -116,7 +184,8 @@ TEST_F(EmailScan, desktopWalksTheFoldersOfTheCatalogue) {
 TEST_F(EmailScan, versionFoldersAreTheKeysOfTheirIdentifiers) {
   volume.folder("Users/alice/Documents");
   persistenceInfo(kMail, {"V2", "V10"});
-  EXPECT_EQ(EmailScanService::getMailAttachmentsDirectoryId(volume.url(kMail)), (Names{"V10", "V2"}));  // the order of the file
+  // In the order of the file.
+  EXPECT_EQ(EmailScanService::getMailAttachmentsDirectoryId(volume.url(kMail)), (Names{"V10", "V2"}));
 }
 
 TEST_F(EmailScan, listIsCopiedToTheDocumentsOverAnOlderOne) {
@@ -136,6 +205,13 @@ TEST_F(EmailScan, linkInThePlaceOfTheCopyGoesAndItsTargetStays) {
   volume.link("Users/alice/Documents/PersistenceInfo.plist", target);
   EXPECT_EQ(EmailScanService::getMailAttachmentsDirectoryId(volume.url(kMail)), Names{"V10"});
   EXPECT_EQ(test::contentOf(target), "mine");
+}
+
+TEST_F(EmailScan, folderInThePlaceOfTheCopyStaysAndTheListItselfIsRead) {
+  persistenceInfo(kMail, {"V10"});
+  const std::string inside = volume.file("Users/alice/Documents/PersistenceInfo.plist/precious", "mine");
+  EXPECT_EQ(EmailScanService::getMailAttachmentsDirectoryId(volume.url(kMail)), Names{"V10"});
+  EXPECT_EQ(test::contentOf(inside), "mine");
 }
 
 TEST_F(EmailScan, withoutADocumentsFolderTheListItselfIsRead) {
