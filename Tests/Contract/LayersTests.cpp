@@ -187,6 +187,50 @@ TEST(Layers, theRootProgramReadsNoRichFormats) {
   EXPECT_TRUE(isForTheHelper("Native/TreeRemoval.hpp"));
 }
 
+/// What is wrong with a stand-in tool including `target`; "" if nothing is. The tools are programs of their
+/// own that the framework starts: they share its walk of a tree and its platform, and know no records.
+std::string toolFault(std::string_view target) {
+  static const std::vector<std::string_view> kShared = {"Scan/TreeWalk.hpp"};
+  if (target.starts_with("Tools/")) return "";
+  if (!target.starts_with(kFramework)) return "a tool must not know " + std::string(target);
+  target.remove_prefix(kFramework.size());
+  if (firstFolder(target) == "Platform" || contains(kShared, target)) return "";
+  return "a tool must not know " + std::string(target);
+}
+
+TEST(Layers, theToolsKnowThePlatformAndTheWalk) {
+  const auto sources = sourcesBelow("Tools");
+  EXPECT_GT(sources.size(), 3U);
+  for (const std::string& file : sources) {
+    for (const Include& include : includesOf(kRoot / "Tools" / file)) {
+      if (include.angled) {
+        EXPECT_EQ(thirdPartyFault(file, "Tools", include.target), "") << file;
+      } else {
+        EXPECT_EQ(toolFault(include.target), "") << file;
+      }
+    }
+  }
+}
+
+TEST(Layers, theProgramKnowsNoToolAndNoPartOfTheRootProgram) {
+  for (const std::string& file : sourcesBelow("Host")) {
+    for (const Include& include : includesOf(kRoot / "Host" / file)) {
+      if (include.angled) continue;
+      EXPECT_TRUE(include.target.starts_with("Host/") || include.target.starts_with(kFramework))
+          << file << " includes " << include.target;
+    }
+  }
+}
+
+TEST(Layers, aToolThatKnowsRecordsOrTheProgramIsAFault) {
+  EXPECT_NE(toolFault("SorrelFramework/Model/FileInfo.hpp"), "");
+  EXPECT_NE(toolFault("SorrelFramework/Scan/SuperScanService.hpp"), "");
+  EXPECT_NE(toolFault("Host/Features.hpp"), "");
+  EXPECT_EQ(toolFault("SorrelFramework/Platform/URL.hpp"), "");
+  EXPECT_EQ(toolFault("Tools/FindQuery.hpp"), "");
+  EXPECT_NE(thirdPartyFault("Tools/FindQuery.cpp", "Tools", "glib.h"), "");
+}
+
 TEST(Layers, anArrowUpIsAFault) {
   EXPECT_NE(arrowFault("Units/LogService.cpp", "Scan/SuperScanService.hpp"), "");
   EXPECT_NE(arrowFault("Platform/Host.cpp", "Units/LogService.hpp"), "");

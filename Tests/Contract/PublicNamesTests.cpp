@@ -38,8 +38,11 @@
 #include "SorrelFramework/Platform/WeftSerialQueue.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
+#include "SorrelFramework/Scan/MasterScan/EmailScanService.hpp"
+#include "SorrelFramework/Scan/MasterScan/PhotoScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/TrashBinScanService.hpp"
+#include "SorrelFramework/Scan/MasterScan/iTunesScanService.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
@@ -343,6 +346,28 @@ static_assert(std::derived_from<TrashBinScanService, SuperScanService>);
 static_assert(isOperation<TrashBinScan>(&TrashBinScanService::scanTrashBin));
 static_assert(isOperation<TrashBinScan>(&TrashBinScanService::scanProTrashBin));
 static_assert(isOperation<std::vector<std::pair<URL, std::string>>()>(&TrashBinScanService::getUSBInfo));
+
+// EmailScanService
+static_assert(std::derived_from<EmailScanService, SuperScanService>);
+static_assert(isOperation<SystemScan>(&EmailScanService::scanEmailJunk));
+static_assert(isOperation<SystemScan>(&EmailScanService::scanProEmailJunk));
+static_assert(
+    isOperation<std::vector<std::string>(const URL&)>(&EmailScanService::getMailAttachmentsDirectoryId));
+
+// iTunesScanService
+static_assert(std::derived_from<iTunesScanService, SuperScanService>);
+static_assert(isOperation<SystemScan>(&iTunesScanService::scaniTunesJunk));
+static_assert(isOperation<SystemScan>(&iTunesScanService::scanProiTunesJunk));
+
+// PhotoScanService
+static_assert(std::derived_from<PhotoScanService, SuperScanService>);
+static_assert(isOperation<SystemScan>(&PhotoScanService::scaniPhotoJunk));  // "scani"
+static_assert(isOperation<SystemScan>(&PhotoScanService::scanProiPhotoJunk));
+static_assert(isOperation<std::optional<URL>()>(&PhotoScanService::getPhotoslibraryPath));
+static_assert(PhotoScanService::osx12PhotoPath1 == "resources/media/face" &&
+              PhotoScanService::osx12PhotoPath2 == "resources/media/master" &&
+              PhotoScanService::osx12PhotoPath3 == "resources/Version" &&
+              PhotoScanService::osx11PhotoPath1 == "resources/media/moduleresources");
 
 // LargeAndOldFileService
 using LargeAndOldDone = std::function<void(FeatureInformation&, std::int64_t)>;

@@ -363,6 +363,21 @@ TEST_P(ScannerFrame, scanThatEndedOrWasStoppedMayStartAgain) {
   }
 }
 
+TEST_P(ScannerFrame, scanChangesNothingBelowItsFolders) {
+  file("one/a", "1");
+  file("one/deep/er/b", "22");
+  volume.file("one/My.app/Contents/Info.plist", "no list");
+  volume.file("one/.hidden/c", "333");
+  volume.link("one/link", "a");
+  volume.folder("one/empty");
+  const auto before = test::snapshotOf(volume.path("one"));
+  feature = makeFeature({{"one/"}, {"one/"}});
+  start();
+  ASSERT_TRUE(scan.waitUntilDone());
+  EXPECT_FALSE(records(0).empty());
+  EXPECT_EQ(test::snapshotOf(volume.path("one")), before);
+}
+
 TEST_P(ScannerFrame, missingAndUnreadableRootsAreEmptyAndKeepNothingFromEnding) {
   file("closed/hidden", "1");
   file("good/a", "1");

@@ -23,9 +23,7 @@ class StreamFileHash : public ::testing::Test {
   StreamFileHash() { unit.scanState = 0; }
   ~StreamFileHash() override { unit.scanState = 0; }
 
-  std::string fileOf(std::size_t length) const {
-    return folder.file("file", std::string(length, 'x'));
-  }
+  std::string fileOf(std::size_t length) const { return folder.file("file", std::string(length, 'x')); }
 
   StreamFileHashUnit& unit = StreamFileHashUnit::shard();
   TemporaryFolder folder;
