@@ -197,7 +197,7 @@ void HelperService::Core::finished(std::uint64_t id, const Supervisor::Ending& e
       ending.outcome.value_or(EventOutcome{false, static_cast<std::int32_t>(call->form->failure())});
   logFailures(*call, results);
   log_.info(call->described() + " done=" + std::to_string(results.successes()) + " failed=" +
-            std::to_string(call->paths() - results.successes()) + " flag=" + std::to_string(told.flag) +
+            std::to_string(call->paths() - results.successes()) + " flag=" + (told.flag ? "1" : "0") +
             " code=" + std::to_string(told.code) + " worker-memory=" + std::to_string(ending.peakMemory) +
             "KiB" + (ending.outcome.has_value() ? " end" : " killed"));
   answer(*call, Reply::of(*call->form, *call->view, results, told));
@@ -229,7 +229,7 @@ void HelperService::Core::close(HelperCall& call) {
 void HelperService::Core::removeInstallation(HelperCall& call) {
   std::string text;
   const bool isGone = identity_.uninstall(text);
-  log_.info(call.described() + " flag=" + std::to_string(isGone) + " end");
+  log_.info(call.described() + " flag=" + (isGone ? "1" : "0") + " end");
   isLeaving_ = isLeaving_ || isGone;
   isRefusing_ = isRefusing_ || isGone;
   answer(call, isGone, text);

@@ -9,13 +9,13 @@ namespace sorrel::cli {
 /// The text of a JSON object that grows field by field; a tree of a million records makes a million of them.
 class JsonObject {
  public:
-  JsonObject& text(std::string_view key, std::string_view bytes);  ///< bytes that are no UTF-8 become U+FFFD
-  JsonObject& integer(std::string_view key, std::int64_t value);
-  JsonObject& real(std::string_view key, double value);  ///< null for what is no finite number
-  JsonObject& flag(std::string_view key, bool value);
-  JsonObject& null(std::string_view key) { return raw(key, "null"); }
+  JsonObject& text(std::string_view name, std::string_view bytes);  ///< bytes that are no UTF-8 become U+FFFD
+  JsonObject& integer(std::string_view name, std::int64_t value);
+  JsonObject& real(std::string_view name, double value);  ///< null for what is no finite number
+  JsonObject& flag(std::string_view name, bool value);
+  JsonObject& null(std::string_view name) { return raw(name, "null"); }
   /// A value that is JSON already.
-  JsonObject& raw(std::string_view key, std::string_view json);
+  JsonObject& raw(std::string_view name, std::string_view json);
 
   /// Without the brace at its end, for fields that follow piece by piece.
   [[nodiscard]] const std::string& open() const noexcept { return text_; }

@@ -53,6 +53,7 @@ Place placeOf(const std::string& word) {
 
 std::vector<URL> scanPlaces(const std::vector<std::string>& words) {
   std::vector<Place> places;
+  places.reserve(words.size());
   for (const std::string& word : words) places.push_back(placeOf(word));
   if (places.empty()) places.push_back(placeOf(Host::current().home()));
 

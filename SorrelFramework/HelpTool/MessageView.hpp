@@ -74,7 +74,7 @@ class MessageView::Iterator {
   using value_type = Entry;
   using difference_type = std::ptrdiff_t;
   using pointer = const Entry*;
-  using reference = const Entry&;
+  using reference = Entry;  // of its own: the iterator's one ends with it
 
   Iterator() = default;
   [[nodiscard]] reference operator*() const noexcept { return entry_; }

@@ -34,6 +34,7 @@
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/HelpTool/SealedMemory.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
+#include "Tests/Support/Checkers.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ManyPaths.hpp"
 #include "Tests/Support/PrivateBus.hpp"
@@ -458,6 +459,7 @@ TEST_F(DBusHelperConnectionTest, aBusThatVanishesInMidCallAnswersNothing) {
   bus.stop();
   EXPECT_TRUE(waitUntilFieldsAreClear());
   EXPECT_EQ(replies, 0);
+  const test::LeaksOfOthers leaks;  // sdbus-c++ forgets a bus by an address where nobody listens
   EXPECT_EQ(helper(), nullptr);
 }
 
@@ -537,6 +539,7 @@ TEST_F(DBusHelperConnectionTest, theLastHolderMayGoWhileTheHelperDoes) {
 }
 
 TEST_F(DBusHelperConnectionTest, withoutDescriptorsThereIsNoConnection) {
+  if (test::kHasAddressChecker) GTEST_SKIP() << "the checker needs descriptors too";
   rlimit before{};
   ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
   const FileDescriptor next(::memfd_create("next", MFD_CLOEXEC));

@@ -15,6 +15,7 @@
 #include <thread>
 
 #include "Tests/Helper/EventKit.hpp"
+#include "Tests/Support/Checkers.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/SilentFileSystem.hpp"
@@ -194,6 +195,7 @@ TEST_F(EventRunnerTest, leavesNoDescriptorOpen) {
 }
 
 TEST_F(EventRunnerTest, aHundredThousandPathsNeedNoMemoryOfTheirOwn) {
+  if (test::kHasAddressChecker) GTEST_SKIP() << "memory that was freed is kept";
   // Each a path that is looked up and refused; the event itself is made before.
   const std::string told = test::inChild([&]() -> std::string {
     HelperMessage message{HelperMessage::Kind::Event, HelperDictionary(), {}};

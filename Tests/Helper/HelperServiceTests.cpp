@@ -8,6 +8,7 @@
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/MessageView.hpp"
 #include "Tests/Helper/HelperServiceKit.hpp"
+#include "Tests/Support/Checkers.hpp"
 #include "Tests/Support/ManyPaths.hpp"
 
 namespace sorrel::helper {
@@ -182,6 +183,7 @@ std::string codedPaths(std::uint32_t count) {
 }
 
 TEST_F(HelperServiceTest, manyPathsTakeLittleMemory) {
+  if (test::kHasAddressChecker) GTEST_SKIP() << "memory that was freed is kept";
   constexpr std::uint32_t kCount = 250'000;
   start({});
   const std::string event = codedPaths(kCount);
@@ -191,7 +193,7 @@ TEST_F(HelperServiceTest, manyPathsTakeLittleMemory) {
   ASSERT_EQ(view->dictionary().size(), kCount);
   std::size_t sound = 0;
   for (const MessageView::Entry& entry : view->dictionary()) {
-    const MessageView::Entry& number = *entry.below.begin();
+    const MessageView::Entry number = *entry.below.begin();
     if (number.key == "0" && number.number == static_cast<std::int64_t>(entry.index)) ++sound;
   }
   EXPECT_EQ(sound, kCount);
