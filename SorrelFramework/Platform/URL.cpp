@@ -143,8 +143,9 @@ std::string URL::absoluteString() const { return std::string(absoluteText()); }
 bool URL::isFileURL() const { return isEmptyPath() || text_.view().starts_with("file:"); }
 
 std::string URL::path() const {
-  const std::string_view coded = codedPath(absoluteText());
-  return percentDecodedBytes(withoutTrailingSlashes(coded));
+  std::string path = percentDecodedBytes(codedPath(absoluteText()));
+  path.resize(withoutTrailingSlashes(path).size());  // a slash may have been coded
+  return path;
 }
 
 std::string URL::lastPathComponent() const {

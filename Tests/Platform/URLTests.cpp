@@ -323,5 +323,11 @@ TEST(URL, joinedPathsHaveOneSlashBetweenThem) {
   EXPECT_EQ(appendingPathComponent("//a//c", "/b"), "/a/c/b");
 }
 
+TEST(URL, pathHasNoSlashAtItsEndThatWasCoded) {
+  EXPECT_EQ(URL::parse("file:///b%2f").value().path(), "/b");
+  EXPECT_EQ(URL::parse("file:///a/%2F/").value().path(), "/a");
+  EXPECT_EQ(URL::parse("file:///%2f").value().path(), "/");
+}
+
 }  // namespace
 }  // namespace sorrel
