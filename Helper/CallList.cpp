@@ -1,5 +1,6 @@
 #include "Helper/CallList.hpp"
 
+#include <algorithm>
 #include <utility>
 
 namespace sorrel::helper {
@@ -28,6 +29,12 @@ bool CallList::hasRoomFor(std::uint32_t uid) const {
     if (call->uid == uid) ++own;
   }
   return own < kMostOfUser && all < kMost;
+}
+
+bool CallList::hasRoomForCaller(const std::string& sender) const {
+  const auto own =
+      std::ranges::count_if(calls_, [&](const auto& each) { return each.second->sender == sender; });
+  return static_cast<std::size_t>(own) < kMostOfCaller;
 }
 
 std::vector<std::uint64_t> CallList::all() const {

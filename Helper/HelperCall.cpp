@@ -25,7 +25,8 @@ std::size_t HelperCall::mostReplyBytes() const {
 std::string HelperCall::described() const {
   const char* kind = isEvent() && !heading.has_value() ? "event" : nameOf(action());
   if (form.has_value()) kind = form->name();
-  return "call " + std::to_string(id) + ": uid=" + std::to_string(uid) + " sender=" + escapedForLog(sender) +
+  const std::string user = uid == kUnknownUser ? "?" : std::to_string(uid);
+  return "call " + std::to_string(id) + ": uid=" + user + " sender=" + escapedForLog(sender) +
          " kind=" + kind;
 }
 

@@ -20,9 +20,12 @@ struct HelperCall {
   using EventAnswer = std::function<void(const Reply& reply)>;
   using UninstallAnswer = std::function<void(bool flag, const std::string& text)>;
 
+  /// No user's number.
+  static constexpr std::uint32_t kUnknownUser = UINT32_MAX;
+
   std::uint64_t id = 0;
   std::string sender;
-  std::uint32_t uid = 0;
+  std::uint32_t uid = kUnknownUser;
   Stage stage = Stage::Identifying;
   std::optional<std::int32_t> eventID;  ///< none: Uninstall
   std::optional<SealedMemory> memory;   ///< of an event; none if it was not sound

@@ -20,6 +20,8 @@ struct HelperConfiguration {
   std::vector<std::string> allowedFileSystems;
   std::chrono::seconds grace{30};
   std::chrono::seconds idle{300};
+  /// How long one that gave up its name waits for those who looked it up before that. Not in the file.
+  std::chrono::milliseconds farewell{500};
 
   /// What the file says. Nothing of it if anybody but root could have written it. `fault` tells about that,
   /// or about the first line that makes no sense, and is "" otherwise.

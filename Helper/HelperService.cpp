@@ -29,6 +29,8 @@ using UninstallResult = sdbus::Result<bool, std::string>;
 
 /// How long one that was started waits for the call that it was started for.
 constexpr std::chrono::seconds kStart{2};
+/// Messages of the bus in a row: who sends without end keeps nobody else's results waiting.
+constexpr int kMostInARow = 64;
 
 void sendReply(const EventResult& result, const Reply& reply) {
   if (reply.message.isOpen()) {
@@ -76,6 +78,8 @@ class HelperService::Core {
   void stop();
   bool serveBus();
   bool leave();
+  void giveUpName();
+  [[nodiscard]] bool isGone() const { return !hasName_ && Clock::now() >= farewell_; }
   [[nodiscard]] std::optional<Clock::time_point> deadline() const;
   void wait(int stopSignal);
   void logFailures(const HelperCall& call, const ResultTable& results);
@@ -92,6 +96,7 @@ class HelperService::Core {
   bool isLeaving_ = false;         // goes when no work is left
   bool hasName_ = false;
   Clock::time_point lastWork_ = Clock::now() + kStart;  // whoever starts it is about to call
+  Clock::time_point farewell_;                          // without a name: when it goes
   Supervisor supervisor_;
   sdbus::Slot departures_;
   std::unique_ptr<sdbus::IObject> object_;
@@ -146,7 +151,10 @@ void HelperService::Core::uninstall(UninstallResult&& result) {
 void HelperService::Core::admit(std::unique_ptr<HelperCall> call) {
   const std::string sender = object_->getCurrentlyProcessedMessage()->getSender();
   call->sender = sender;
+  const bool hasRoom = calls_.hasRoomForCaller(sender);
   const std::uint64_t id = calls_.add(std::move(call));
+  if (!hasRoom) return refuse(*calls_.find(id), "too-many");
+  if (isGone()) return refuse(*calls_.find(id), "closing");
   authority_.userOf(sender, [this, id](std::optional<std::uint32_t> uid) { identified(id, uid); });
 }
 
@@ -300,7 +308,7 @@ void HelperService::Core::stop() {
 
 bool HelperService::Core::serveBus() {
   try {
-    while (connection_->processPendingRequest()) {
+    for (int i = 0; i < kMostInARow && connection_->processPendingRequest(); ++i) {
     }
     return true;
   } catch (const sdbus::Error& error) {
@@ -309,25 +317,34 @@ bool HelperService::Core::serveBus() {
   }
 }
 
-/// True if there is nothing to stay for. Gives up the name first: calls that came for it are served, later
-/// ones start the next helper.
+/// True if there is nothing to stay for. Gives up the name first, so that later calls start the next helper,
+/// and serves those that were on their way by then.
 bool HelperService::Core::leave() {
   if (calls_.size() > 0) return false;
   if (!isLeaving_ && Clock::now() - lastWork_ >= configuration_.idle) {
     log_.info("nothing to do");
     isLeaving_ = true;
   }
-  if (isLeaving_ && hasName_) {
+  if (!isLeaving_) return false;
+  if (!hasName_) return isGone();
+  giveUpName();
+  return false;
+}
+
+void HelperService::Core::giveUpName() {
+  hasName_ = false;
+  farewell_ = Clock::now() + configuration_.farewell;
+  try {
     connection_->releaseName(identity_.service);
-    hasName_ = false;
-    if (!serveBus()) return false;
+  } catch (const sdbus::Error& error) {
+    log_.error("the name is kept: " + escapedForLog(error.getMessage()));
   }
-  return isLeaving_ && calls_.size() == 0;
 }
 
 /// When something is to be done though nothing happens.
 std::optional<Clock::time_point> HelperService::Core::deadline() const {
-  return calls_.size() > 0 ? supervisor_.deadline() : lastWork_ + configuration_.idle;
+  if (calls_.size() > 0) return supervisor_.deadline();
+  return hasName_ ? lastWork_ + configuration_.idle : farewell_;
 }
 
 void HelperService::Core::wait(int stopSignal) {
@@ -343,12 +360,12 @@ void HelperService::Core::wait(int stopSignal) {
     timeout = timeout < 0 ? most : std::min(timeout, most);
   }
   // The results of a worker come one by one, a million of them at times: the bus is asked only if it has
-  // news.
+  // news, or had more than it was asked for; no time-out then.
   int ready = 0;
   do {
     ready = ::poll(descriptors.data(), descriptors.size(), timeout);
     supervisor_.serve(Clock::now());
-  } while (ready > 0 && descriptors[0].revents == 0 && descriptors[1].revents == 0 &&
+  } while (ready > 0 && timeout != 0 && descriptors[0].revents == 0 && descriptors[1].revents == 0 &&
            supervisor_.descriptors().size() + 2 == descriptors.size());
   if (descriptors[1].revents != 0) stop();
 }

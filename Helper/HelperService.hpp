@@ -29,11 +29,11 @@ struct HelperIdentity {
 /// exactly once, unless its caller has left.
 ///
 /// A caller that leaves before the yes has sent nothing. After it, the work has the configured time to end.
-/// Each user may have a few events under way (CallList); one more is refused. A refusal lists the paths as
-/// far as the user's RefusalBudget reaches, and none of them beyond.
+/// Each user and each connection may have a few events under way (CallList); one more is refused. A refusal
+/// lists the paths as far as the user's RefusalBudget reaches, and none of them beyond.
 ///
-/// Without work for the configured time it gives up its name and ends, so that the next call is for the
-/// program that is installed by then.
+/// Without work for the configured time it gives up its name and ends soon after, so that the next call is
+/// for the program that is installed by then; what was on its way to it is answered in between.
 class HelperService {
  public:
   HelperService(std::unique_ptr<sdbus::IConnection> connection, HelperIdentity identity,

@@ -8,7 +8,8 @@ namespace sorrel::helper {
 
 /// What refusals that list each path may take of this process's memory and time, for each user. Their memory
 /// is the helper's until its receiver closes it, and the receiver, whom nobody has authorised for anything,
-/// need not.
+/// need not. The next helper has a new budget: who waits for the idle end of each gets one in that time, far
+/// less than the memory that users make for themselves at will.
 class RefusalBudget {
  public:
   static constexpr std::size_t kOfUser = std::size_t{32} << 20;

@@ -5,8 +5,8 @@
 
 #include <exception>
 #include <future>
+#include <map>
 #include <optional>
-#include <set>
 #include <utility>
 #include <vector>
 
@@ -31,6 +31,15 @@ FileDescriptor sealedEvent(HelperMessage& message) {
   for (const auto& [key, value] : *message.dictionary) message.views.push_back(viewOf(key));
   const std::optional<std::string> bytes = encodeHelperMessage(message);
   return bytes.has_value() ? SealedMemory::make(*bytes) : FileDescriptor();
+}
+
+/// True if the bus itself says that there was nobody to hand the call to. Of a helper that goes with a call
+/// nobody knows whether it was done; and what a helper says about a third one says nothing of this call.
+bool wasNeverDelivered(const sdbus::MethodReply& reply, const sdbus::Error& error) {
+  const std::string& name = error.getName();
+  const bool isNobody = name == "org.freedesktop.DBus.Error.ServiceUnknown" ||
+                        name == "org.freedesktop.DBus.Error.NameHasNoOwner";
+  return isNobody && reply.getSender() == kBus;
 }
 
 std::optional<HelperMessage> replyMessage(int descriptor) {
@@ -60,6 +69,7 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     Results results;
     std::shared_ptr<const Handler> onLoss;
   };
+  using SharedCall = std::shared_ptr<const Call>;
 
   Link(std::unique_ptr<sdbus::IConnection> connection, const std::string& machServiceName, Options options)
       : names_(machServiceName),
@@ -103,21 +113,20 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
   }
 
   /// On the thread of the bus.
-  void send(const Call& call) {
-    const std::string owner = trustedOwner(call.startsHelper);
-    // What the last owner answered before it went has come in ahead of the name of this one.
-    if (owner != helperOwner_) process();
-    if (owner.empty() || !guarded([&] { sendTo(owner, call); })) lose(call.onLoss);
+  void send(const SharedCall& call, bool isRepeated = false) {
+    const std::string owner = trustedOwner(call->startsHelper);
+    if (owner.empty() || !guarded([&] { sendTo(owner, call, isRepeated); })) lose(call->onLoss);
   }
 
-  [[nodiscard]] const HelperWireNames& names() const { return names_; }
-
  private:
-  /// A call on its way. It keeps the link alive: a reply comes even if nobody holds a proxy any more.
+  /// A call on its way. It keeps the link alive: a reply comes even if nobody holds a proxy any more. It ends
+  /// with its reply or with the bus, not with the helper's name, which a helper gives up before it ends.
   struct Pending {
     std::shared_ptr<Link> link;
-    Results results;
-    std::shared_ptr<const Handler> onLoss;
+    std::unique_ptr<sdbus::IProxy> helper;
+    SharedCall call;
+    bool isRepeated = false;
+    bool isAnswered = false;  // what follows from the answer is a task of the thread
   };
 
   static void lose(const std::shared_ptr<const Handler>& onLoss) {
@@ -138,15 +147,18 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
 
   /// The unique name of the helper if its owner is who he has to be, else "".
   std::string trustedOwner(bool startsHelper) {
-    std::string owner = currentOwner();
-    if (owner.empty() && startsHelper && startHelper()) owner = currentOwner();
-    std::uint32_t uid = 0;
-    const bool isKnown = !owner.empty() && guarded([&] {
-      bus_->callMethod("GetConnectionUnixUser").onInterface(kBus).withArguments(owner).storeResultsTo(uid);
-    });
-    if (!isKnown || uid != options_.ownerUID) return "";
-    owner_ = owner;
-    return owner;
+    // A helper may end just now; the one after it stays for a while.
+    for (int look = 0; look < 2; ++look) {
+      std::string owner = currentOwner();
+      if (owner.empty() && startsHelper && startHelper()) owner = currentOwner();
+      if (owner.empty()) break;
+      const std::optional<std::uint32_t> uid = userOf(owner);
+      if (!uid.has_value()) continue;
+      if (*uid != options_.ownerUID) break;
+      owner_ = owner;
+      return owner;
+    }
+    return "";
   }
 
   std::string currentOwner() {
@@ -155,6 +167,14 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
       bus_->callMethod("GetNameOwner").onInterface(kBus).withArguments(names_.service).storeResultsTo(owner);
     });
     return owner;
+  }
+
+  std::optional<std::uint32_t> userOf(const std::string& owner) {
+    std::uint32_t uid = 0;
+    const bool isKnown = guarded([&] {
+      bus_->callMethod("GetConnectionUnixUser").onInterface(kBus).withArguments(owner).storeResultsTo(uid);
+    });
+    return isKnown ? std::optional(uid) : std::nullopt;
   }
 
   bool startHelper() {
@@ -168,37 +188,37 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     });
   }
 
-  void sendTo(const std::string& owner, const Call& call) {
-    if (helper_ == nullptr || helperOwner_ != owner) {
-      dropHelper();
-      helper_ = sdbus::createProxy(*connection_, owner, names_.objectPath);
-      helperOwner_ = owner;
-    }
-    sdbus::MethodCall message = helper_->createMethodCall(names_.interface, call.method);
-    if (call.arguments) call.arguments(message);
-    const auto pending = std::make_shared<Pending>(Pending{shared_from_this(), call.results, call.onLoss});
-    helper_->callMethod(
+  void sendTo(const std::string& owner, const SharedCall& call, bool isRepeated) {
+    auto helper = sdbus::createProxy(*connection_, owner, names_.objectPath);
+    sdbus::MethodCall message = helper->createMethodCall(names_.interface, call->method);
+    if (call->arguments) call->arguments(message);
+    const std::uint64_t number = ++lastCall_;
+    helper->callMethod(
         message,
-        [watch = std::weak_ptr(pending)](sdbus::MethodReply& reply, const sdbus::Error* error) {
-          if (const auto call_ = watch.lock()) call_->link->finish(call_, reply, error);
+        [this, number](sdbus::MethodReply& reply, const sdbus::Error* error) {
+          finish(number, reply, error);
         },
         kNoTimeout);
-    pending_.insert(pending);
+    pending_.emplace(number, Pending{shared_from_this(), std::move(helper), call, isRepeated});
   }
 
-  /// Inside the callback of sdbus-c++.
-  void finish(const std::shared_ptr<Pending>& pending, sdbus::MethodReply& reply, const sdbus::Error* error) {
-    pending_.erase(pending);
+  /// Inside the callback of sdbus-c++, where neither this object nor the call's proxy may go.
+  void finish(std::uint64_t number, sdbus::MethodReply& reply, const sdbus::Error* error) {
+    Pending& pending = pending_.at(number);
+    pending.isAnswered = true;
     std::function<void()> answer;
-    if (error == nullptr) guarded([&] { answer = pending->results(reply); });
-    onThread([answer = std::move(answer), onLoss = pending->onLoss](Link&) {
-      if (answer) {
+    if (error == nullptr) guarded([&] { answer = pending.call->results(reply); });
+    const bool goesAgain = error != nullptr && !pending.isRepeated && wasNeverDelivered(reply, *error);
+    onThread([number, call = pending.call, answer = std::move(answer), goesAgain](Link& link) {
+      link.pending_.erase(number);
+      if (goesAgain) {
+        link.send(call, true);
+      } else if (answer) {
         answer();
       } else {
-        lose(onLoss);
+        lose(call->onLoss);
       }
     });
-    // The task holds the link now; the last other holder must not go inside this callback.
   }
 
   void ownerChanged(sdbus::Message& signal) {
@@ -208,27 +228,24 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     const bool isRead = guarded([&] { signal >> name >> before >> after; });
     if (!isRead || name != names_.service || before.empty() || before != owner_) return;
     owner_.clear();
-    onThread([before](Link& link) { link.helperIsGone(before); });
-  }
-
-  void helperIsGone(const std::string& owner) {
-    if (helperOwner_ == owner) dropHelper();
-    if (onInvalidation_) onInvalidation_();
+    onThread([](Link& link) {
+      if (link.onInvalidation_) link.onInvalidation_();
+    });
   }
 
   /// Ends the calls on their way without a reply.
-  void dropHelper() {
+  void loseAll() {
     const auto lost = std::exchange(pending_, {});
-    helper_.reset();
-    helperOwner_.clear();
-    for (const auto& pending : lost) lose(pending->onLoss);
+    for (const auto& [number, pending] : lost) {
+      if (!pending.isAnswered) lose(pending.call->onLoss);
+    }
   }
 
   void busIsGone() {
     const auto self = weak_from_this().lock();  // the last call on its way may be what holds the link
     if (self == nullptr) return;
     ownerWatch_ = {};
-    dropHelper();
+    loseAll();
     bus_.reset();
     connection_.reset();
     if (onInvalidation_) onInvalidation_();
@@ -258,10 +275,9 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
   std::unique_ptr<sdbus::IConnection> connection_;
   std::unique_ptr<sdbus::IProxy> bus_;
   sdbus::Slot ownerWatch_;
-  std::unique_ptr<sdbus::IProxy> helper_;
-  std::string helperOwner_;  // whom helper_ talks to
-  std::string owner_;        // whom the bus named last
-  std::set<std::shared_ptr<Pending>> pending_;
+  std::string owner_;  // whom the bus named last
+  std::map<std::uint64_t, Pending> pending_;
+  std::uint64_t lastCall_ = 0;
   Handler onInvalidation_;
   PollingThread thread_;
 };
@@ -294,8 +310,9 @@ class DBusHelperConnection::Proxy : public HelperProtocol {
                   refusalOf(eventID, *message.dictionary));
             return;
           }
-          link.send(eventCall(eventID, std::move(memory),
-                              completingReply(eventID, *message.dictionary, std::move(reply)), onLoss));
+          link.send(std::make_shared<const Link::Call>(
+              eventCall(eventID, std::move(memory),
+                        completingReply(eventID, *message.dictionary, std::move(reply)), onLoss)));
         });
   }
 
@@ -314,7 +331,8 @@ class DBusHelperConnection::Proxy : public HelperProtocol {
 
  private:
   void send(Link::Call call) {
-    link_->onThread([call = std::move(call)](Link& link) { link.send(call); });
+    link_->onThread(
+        [call = std::make_shared<const Link::Call>(std::move(call))](Link& link) { link.send(call); });
   }
 
   static Link::Call eventCall(std::int32_t eventID, FileDescriptor memory, EventReply reply,

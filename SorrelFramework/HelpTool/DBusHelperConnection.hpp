@@ -13,8 +13,10 @@ namespace sorrel {
 ///
 /// Nothing is sent before the bus has told that the owner of the service name runs as root; it is sent to
 /// that owner and to no later one. No call has a time-out. A call is lost, and its reply never comes, if the
-/// helper or the bus goes away, answers with an error, or with anything but a sound message. An event over a
-/// cap of HelperLimits is not sent: its reply comes at once with the flag false and the code
+/// helper or the bus goes away, answers with an error, or with anything but a sound message. A helper that
+/// only gave up its name still answers. If the bus itself says that the owner was gone when the call came,
+/// the call goes to the next helper, once; after any other loss it may have been done, and never goes again.
+/// An event over a cap of HelperLimits is not sent: its reply comes at once with the flag false and the code
 /// HelperEventErrorID::NoCause. CloseHelper alone never starts a helper.
 class DBusHelperConnection : public HelperConnection {
  public:

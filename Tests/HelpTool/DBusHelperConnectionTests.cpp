@@ -54,7 +54,7 @@ class BusCalls {
     {
       const std::lock_guard lock(mutex_);
       timeouts_.push_back(timeout);
-      event.swap(beforeNext_);
+      if (before_ != nullptr && more_-- == 0) event = std::exchange(before_, nullptr);
     }
     if (event) event();
   }
@@ -63,16 +63,18 @@ class BusCalls {
     const std::lock_guard lock(mutex_);
     return std::exchange(timeouts_, {});
   }
-  /// Lets something happen at the beginning of the next call, on its thread.
-  void beforeNext(std::function<void()> event) {
+  /// Lets something happen at the beginning of a call, on its thread: of the next one, or some later.
+  void before(int more, std::function<void()> event) {
     const std::lock_guard lock(mutex_);
-    beforeNext_ = std::move(event);
+    more_ = more;
+    before_ = std::move(event);
   }
 
  private:
   std::mutex mutex_;
   std::vector<std::uint64_t> timeouts_;
-  std::function<void()> beforeNext_;
+  int more_ = 0;
+  std::function<void()> before_;
 };
 
 BusCalls& busCalls() {
@@ -112,6 +114,8 @@ const std::string kName = "org.example.test-appHelper";
 constexpr std::int32_t kDelete = 0;
 constexpr std::int32_t kMaintenance = 2;
 constexpr std::int32_t kCloseHelper = 3;
+/// What a call asks of the bus before it goes out: who owns the name, and what user that is.
+constexpr int kQuestions = 2;
 
 FileDescriptor sealedReply(const std::optional<HelperDictionary>& dictionary) {
   const HelperMessage message{HelperMessage::Kind::Reply, dictionary, {}};
@@ -155,6 +159,11 @@ class Service {
   static void echo(const Event& event, Result&& result) {
     reply(std::move(result), true, event.id, sealedReply(event.message->dictionary));
   }
+
+  /// In an answer.
+  void giveUpName() { connection_->releaseName(kName); }
+
+  std::string uniqueName() const { return connection_->getUniqueName(); }
 
   std::vector<Event> events() const {
     const std::lock_guard lock(mutex_);
@@ -251,6 +260,32 @@ class DBusHelperConnectionTest : public testing::Test {
     helper.handleEvent(id, {{"/a", HelperDictionary()}},
                        [this](bool, std::int32_t, const std::optional<HelperDictionary>&) { ++replies; });
   }
+  /// The bus knows that it is gone when this returns.
+  void endService() {
+    const std::string name = service->uniqueName();
+    service.reset();
+    const auto connection = sdbus::createSessionBusConnectionWithAddress(bus.address());
+    const auto daemon = sdbus::createProxy(*connection, "org.freedesktop.DBus", "/org/freedesktop/DBus");
+    for (bool isThere = true; isThere;) {
+      daemon->callMethod("NameHasOwner")
+          .onInterface("org.freedesktop.DBus")
+          .withArguments(name)
+          .storeResultsTo(isThere);
+    }
+  }
+  void replaceService(Service::Answer answer) {
+    endService();
+    startService(std::move(answer));
+  }
+  /// A helper whose lost calls are counted.
+  std::shared_ptr<HelperProtocol> countedHelper() {
+    counted = DBusHelperConnection::make(kName, options());
+    EXPECT_NE(counted, nullptr);
+    return counted->remoteObjectProxyWithErrorHandler([this] { ++losses; });
+  }
+  bool waitForLoss() {
+    return test::runMainLoopUntil([this] { return losses > 0; });
+  }
   bool waitUntilFieldsAreClear() {
     return test::runMainLoopUntil(
         [this] { return privilege.helpTool() == nullptr && privilege.helpConnect() == nullptr; });
@@ -268,6 +303,8 @@ class DBusHelperConnectionTest : public testing::Test {
   test::PrivateBus bus;
   std::unique_ptr<Service> service;
   std::atomic<int> replies = 0;
+  std::atomic<int> losses = 0;
+  std::shared_ptr<HelperConnection> counted;
   PrivilegeHelper privilege{
       std::make_shared<test::ScriptedInstallation>("", true),
       [this](const std::string& name) { return DBusHelperConnection::make(name, options()); }};
@@ -492,13 +529,122 @@ TEST_F(DBusHelperConnectionTest, whatTheLastHelperAnsweredCountsWhenTheNextOneIs
   });
   Service::Result unanswered = first.get_future().get();
   // Just as the connection asks who is there.
-  busCalls().beforeNext([&] {
+  busCalls().before(0, [&] {
     // Whoever answers must be gone before the service is.
     Service::reply(Service::Result(std::move(unanswered)), true, 22, sealedReply(std::nullopt));
     service.reset();
     startService(Service::echo);
   });
   EXPECT_TRUE(ask(*held, kDelete, {}).flag);
+  auto answer = code.get_future();
+  ASSERT_EQ(answer.wait_for(test::kPatience), std::future_status::ready);
+  EXPECT_EQ(answer.get(), 22);
+}
+
+// --- helpers that end ---
+
+TEST_F(DBusHelperConnectionTest, aCallThatReachedNobodyGoesToTheNextHelper) {
+  startService(Service::echo);
+  const auto held = countedHelper();
+  ASSERT_NE(held, nullptr);
+  busCalls().before(kQuestions, [&] { replaceService(Service::echo); });
+  const HelperDictionary event = {{"/a", HelperDictionary{{"0", 7}}}};
+  const Reply reply = ask(*held, kDelete, event);
+  EXPECT_TRUE(reply.flag);
+  EXPECT_TRUE(reply.dictionary == event);
+  EXPECT_EQ(service->events().size(), 1U);
+  EXPECT_EQ(losses, 0);
+}
+
+TEST_F(DBusHelperConnectionTest, aCallGoesOutTwiceAtMost) {
+  startService(Service::echo);
+  const auto held = countedHelper();
+  ASSERT_NE(held, nullptr);
+  busCalls().before(kQuestions, [&] {
+    replaceService(Service::echo);
+    busCalls().before(kQuestions, [&] { replaceService(Service::echo); });
+  });
+  askInVain(*held);
+  EXPECT_TRUE(waitForLoss());
+  EXPECT_TRUE(ask(*held, kDelete, {}).flag);  // later than any third try
+  EXPECT_EQ(service->events().size(), 1U);
+  EXPECT_EQ(replies, 0);
+  EXPECT_EQ(losses, 1);
+}
+
+TEST_F(DBusHelperConnectionTest, aCallThatMayHaveBeenDoneIsNotSentAgain) {
+  startService(keepSilent);
+  const auto held = countedHelper();
+  ASSERT_NE(held, nullptr);
+  askInVain(*held);
+  ASSERT_TRUE(service->waitForEvents(1));
+  replaceService(Service::echo);
+  EXPECT_TRUE(waitForLoss());
+  EXPECT_TRUE(ask(*held, kDelete, {}).flag);
+  EXPECT_EQ(service->events().size(), 1U);
+  EXPECT_EQ(replies, 0);
+  EXPECT_EQ(losses, 1);
+}
+
+TEST_F(DBusHelperConnectionTest, onlyTheBusKnowsThatACallReachedNobody) {
+  for (const char* name :
+       {"org.freedesktop.DBus.Error.ServiceUnknown", "org.freedesktop.DBus.Error.NameHasNoOwner"}) {
+    losses = 0;
+    startService([name](const Service::Event&, Service::Result&& result) {
+      result.returnError(sdbus::Error(name, "somebody else is not there"));
+    });
+    const auto held = countedHelper();
+    ASSERT_NE(held, nullptr);
+    askInVain(*held);
+    EXPECT_TRUE(waitForLoss());
+    EXPECT_EQ(service->events().size(), 1U) << name;
+    service.reset();
+  }
+  EXPECT_EQ(replies, 0);
+}
+
+TEST_F(DBusHelperConnectionTest, closingGoesToNoOtherHelperThatItWouldHaveToStart) {
+  const std::string mark = folder.path("started");
+  bus.addService(kName, "/usr/bin/touch " + mark + "; exit 1");
+  startService(Service::echo);
+  const auto held = countedHelper();
+  ASSERT_NE(held, nullptr);
+  busCalls().before(kQuestions, [&] { endService(); });
+  askInVain(*held, kCloseHelper);
+  EXPECT_TRUE(waitForLoss());
+  EXPECT_FALSE(std::filesystem::exists(mark));
+  EXPECT_EQ(replies, 0);
+}
+
+TEST_F(DBusHelperConnectionTest, aHelperThatGoesBeforeItsUserIsKnownIsLookedUpAgain) {
+  startService(Service::echo);
+  const auto held = countedHelper();
+  ASSERT_NE(held, nullptr);
+  busCalls().before(1, [&] { replaceService(Service::echo); });
+  EXPECT_TRUE(ask(*held, kDelete, {}).flag);
+  busCalls().before(1, [&] { replaceService(Service::echo); });
+  EXPECT_NE(counted->remoteObjectProxyWithErrorHandler([] {}), nullptr);
+  EXPECT_EQ(losses, 0);
+}
+
+TEST_F(DBusHelperConnectionTest, aHelperThatGaveUpItsNameStillAnswers) {
+  std::promise<Service::Result> waiting;
+  startService([&](const Service::Event&, Service::Result&& result) {
+    service->giveUpName();
+    waiting.set_value(std::move(result));
+  });
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  std::promise<std::int32_t> code;
+  held->handleEvent(kDelete, {}, [&](bool, std::int32_t value, const std::optional<HelperDictionary>&) {
+    code.set_value(value);
+  });
+  auto result = waiting.get_future();
+  ASSERT_TRUE(waitUntilFieldsAreClear()) << "the connection knows that the name is free";
+  const std::unique_ptr<Service> last = std::move(service);
+  startService(Service::echo);
+  EXPECT_TRUE(ask(*held, kDelete, {}).flag);
+  Service::reply(result.get(), true, 22, sealedReply(std::nullopt));
   auto answer = code.get_future();
   ASSERT_EQ(answer.wait_for(test::kPatience), std::future_status::ready);
   EXPECT_EQ(answer.get(), 22);

@@ -53,6 +53,16 @@ TEST_F(CallListTest, aUserHasTwo) {
   EXPECT_TRUE(calls.hasRoomFor(1));
 }
 
+TEST_F(CallListTest, aConnectionHasEight) {
+  for (int i = 0; i < 7; ++i) add(HelperCall::kUnknownUser, Stage::Identifying, ":1.1");
+  EXPECT_TRUE(calls.hasRoomForCaller(":1.1"));
+  const std::uint64_t last = add(1, Stage::Running, ":1.1");
+  EXPECT_FALSE(calls.hasRoomForCaller(":1.1"));
+  EXPECT_TRUE(calls.hasRoomForCaller(":1.11"));
+  calls.take(last);
+  EXPECT_TRUE(calls.hasRoomForCaller(":1.1"));
+}
+
 TEST_F(CallListTest, allTogetherHaveSixteen) {
   for (std::uint32_t i = 0; i < 15; ++i) add(i);
   EXPECT_TRUE(calls.hasRoomFor(100));

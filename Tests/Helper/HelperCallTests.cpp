@@ -49,6 +49,7 @@ TEST(HelperCall, anUnsoundFormBehindASoundHeadingIsFound) {
 TEST(HelperCall, withoutSoundMemoryThereIsNoHeading) {
   HelperCall call;
   call.eventID = 0;
+  EXPECT_EQ(call.described(), "call 0: uid=? sender= kind=event") << "nobody's, and not root's";
   EXPECT_FALSE(call.readHeading());
   EXPECT_EQ(call.mostReplyBytes(), 0U);
 }

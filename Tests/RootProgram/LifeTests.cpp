@@ -40,6 +40,33 @@ TEST_F(Life, aUserHasTwoEventsUnderWay) {
   EXPECT_EQ(machine->polkit().questions().size(), 3U);
 }
 
+TEST_F(Life, aConnectionHasEightEventsUnderWay) {
+  startScripted(ScriptedPolkit::Mode::No);
+  const auto held = helper();
+  const auto other = helper();
+  machine->kill(SIGSTOP);
+  std::vector<std::future<Answer>> answers;
+  for (int i = 0; i < 9; ++i) answers.push_back(test::send(*held, kDelete, kNowhere));
+  answers.push_back(test::send(*other, kDelete, kNowhere));
+  // The bus has taken them when it has answered what came later.
+  for (const auto& connection : connections) {
+    EXPECT_NE(connection->remoteObjectProxyWithErrorHandler([] {}), nullptr);
+  }
+  machine->kill(SIGCONT);
+  std::vector<std::size_t> listed;
+  for (auto& answer : answers) {
+    const Answer taken = test::take(std::move(answer));
+    EXPECT_TRUE(taken.isThere);
+    EXPECT_FALSE(taken.flag);
+    EXPECT_EQ(taken.code, kNoCause);
+    listed.push_back(taken.dictionary.size());
+  }
+  EXPECT_EQ(listed, (std::vector<std::size_t>{1, 1, 1, 1, 1, 1, 1, 1, 0, 1}));
+  EXPECT_TRUE(machine->waitForLog("uid=? "));
+  EXPECT_EQ(machine->polkit().questions().size(), 2U);
+  EXPECT_EQ(test::take(test::send(*held, kDelete, kNowhere)).dictionary.size(), 1U);
+}
+
 TEST_F(Life, aCloseWithoutUseIsNotHonoured) {
   startScripted(ScriptedPolkit::Mode::No);
   machine->ask(kDelete, kNowhere);
