@@ -34,6 +34,7 @@
 #include "SorrelFramework/Native/FolderRemoval.hpp"
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/LoopFileSystem.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/NumberFrom.hpp"
 #include "Tests/Support/ProcessState.hpp"
@@ -469,20 +470,16 @@ TEST_F(TreeRemovalTest, otherFileSystemInsideTargetSurvives) {
 }
 
 TEST_F(TreeRemovalTest, btrfs_subvolume_inside_survives) {
-  const std::string image = volume_.file("image");
-  ASSERT_EQ(::truncate(image.c_str(), off_t{128} << 20), 0);
-  const std::string point = volume_.folder("mount");
   const std::string told = test::inMountingChild([&]() -> std::string {
-    const std::string commands = "exec 2>/dev/null >&2; mkfs.btrfs -q " + image + " && mount -o loop " +
-                                 image + " " + point + " && mkdir -p " + point +
-                                 "/top/a && btrfs subvolume create " + point + "/top/a/sub";
-    if (std::system(commands.c_str()) != 0) return "skip";
+    const test::LoopFileSystem btrfs("btrfs", volume_.path("image"), volume_.path("mount"));
+    const std::string command =
+        "btrfs subvolume create " + volume_.folder("mount/top/a") + "/sub >/dev/null 2>&1";
+    if (!btrfs.isMounted() || std::system(command.c_str()) != 0) return "skip";
     volume_.file("mount/top/a/sub/file", "x");
     volume_.file("mount/top/other/file", "x");
     std::string result = textOf(remove("mount/top"));
-    for (const char* name : {"top/a/sub/file", "top/other"})
-      result += isThere(point + '/' + name) ? " kept" : " gone";
-    ::umount(point.c_str());
+    for (const char* name : {"mount/top/a/sub/file", "mount/top/other"})
+      result += isThere(volume_.path(name)) ? " kept" : " gone";
     return result;
   });
   if (told == "skip") GTEST_SKIP() << "no btrfs, no loop device or no right to mount";

@@ -1,0 +1,29 @@
+#pragma once
+
+#include <string>
+
+namespace sorrel::test {
+
+/// A new, empty file system in an image file, mounted for the time of its life. Only for children of
+/// inMountingChild(), whose mounts nobody else sees.
+class LoopFileSystem {
+ public:
+  /// `type` is "btrfs" or "xfs"; `options` are mount's, or "". Makes the file `image` and the folder `point`.
+  LoopFileSystem(const std::string& type, const std::string& image, std::string point,
+                 const std::string& options = "");
+  ~LoopFileSystem();
+  LoopFileSystem(const LoopFileSystem&) = delete;
+  LoopFileSystem& operator=(const LoopFileSystem&) = delete;
+
+  /// False where mkfs.TYPE, the kernel's part, a loop device or the right to mount is missing.
+  [[nodiscard]] bool isMounted() const { return isMounted_; }
+
+ private:
+  std::string point_;
+  bool isMounted_ = false;
+};
+
+/// Makes the file `to` a clone of `from`, as `cp --reflink=always` does; false where that can't be done.
+bool cloneFile(const std::string& from, const std::string& to);
+
+}  // namespace sorrel::test
