@@ -22,6 +22,8 @@ class FileReadStream {
 
   FileReadStream() noexcept = default;
   [[nodiscard]] bool isOpen() const noexcept { return file_.isOpen(); }
+  /// For questions about the file; -1 if the stream is closed.
+  [[nodiscard]] int descriptor() const noexcept { return file_.get(); }
   /// The number of bytes that were read, up to `count`; 0 at the end, -1 with errno for a failure.
   std::ptrdiff_t read(void* bytes, std::size_t count);
 

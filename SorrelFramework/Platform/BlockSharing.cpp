@@ -1,0 +1,169 @@
+#include "SorrelFramework/Platform/BlockSharing.hpp"
+
+#include <linux/fiemap.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <array>
+#include <cstddef>
+#include <limits>
+#include <new>
+
+#include "SorrelFramework/Platform/Digest.hpp"
+#include "SorrelFramework/Platform/FileReadStream.hpp"
+
+namespace sorrel {
+namespace {
+
+using Extents = std::vector<FileExtent>;
+
+/// Data with one of these has no blocks yet, unknown ones, or a part of one.
+constexpr std::uint32_t kWithoutBlocks = FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC |
+                                         FIEMAP_EXTENT_NOT_ALIGNED | FIEMAP_EXTENT_DATA_INLINE |
+                                         FIEMAP_EXTENT_DATA_TAIL;
+/// Length and place of these have nothing to do with each other: many pieces may start at one place.
+constexpr std::uint32_t kCoded = FIEMAP_EXTENT_ENCODED | FIEMAP_EXTENT_DATA_ENCRYPTED;
+/// What else than its place tells two pieces apart.
+constexpr std::uint32_t kKindOfData = kCoded | FIEMAP_EXTENT_UNWRITTEN;
+
+bool isShared(const FileExtent& extent) { return (extent.flags & FIEMAP_EXTENT_SHARED) != 0; }
+bool isCoded(const FileExtent& extent) { return (extent.flags & kCoded) != 0; }
+
+/// Room for one question to the kernel and its answer.
+class ExtentQuestion {
+ public:
+  bool ask(int file, std::uint64_t start, std::uint64_t length, std::uint32_t flags) {
+    head_ = new (buffer_.data()) fiemap{};
+    head_->fm_start = start;
+    head_->fm_length = length;
+    head_->fm_flags = flags;
+    head_->fm_extent_count = kCount;
+    return ::ioctl(file, FS_IOC_FIEMAP, head_) == 0 && head_->fm_mapped_extents <= kCount;
+  }
+  [[nodiscard]] std::size_t count() const { return head_->fm_mapped_extents; }
+  [[nodiscard]] const fiemap_extent& operator[](std::size_t index) const { return head_->fm_extents[index]; }
+
+ private:
+  static constexpr std::uint32_t kCount = 128;
+
+  alignas(fiemap) std::array<std::byte, sizeof(fiemap) + kCount * sizeof(fiemap_extent)> buffer_;
+  fiemap* head_ = nullptr;
+};
+
+/// The extents of the first `size` bytes of a file; nothing if the file system can't tell, or too many.
+std::optional<Extents> readExtents(int file, std::uint64_t size, std::uint32_t flags) {
+  Extents extents;
+  ExtentQuestion question;
+  for (std::uint64_t start = 0; start < size;) {
+    if (!question.ask(file, start, size - start, flags)) return std::nullopt;
+    if (question.count() == 0) return extents;
+    for (std::size_t i = 0; i < question.count(); ++i) {
+      const fiemap_extent& told = question[i];
+      if (extents.size() == BlockSharing::kMostExtents) return std::nullopt;
+      extents.push_back({told.fe_logical, told.fe_physical, told.fe_length, told.fe_flags});
+      if ((told.fe_flags & FIEMAP_EXTENT_LAST) != 0) return extents;
+    }
+    const std::uint64_t end = extents.back().logical + extents.back().length;
+    if (end <= start) return std::nullopt;
+    start = end;
+  }
+  return extents;
+}
+
+/// Each extent begins where the one before it ends or behind that, and has blocks.
+bool areInOrder(const Extents& extents) {
+  constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
+  std::uint64_t end = 0;
+  return std::ranges::all_of(extents, [&end](const FileExtent& extent) {
+    if ((extent.flags & kWithoutBlocks) != 0 || extent.length == 0 || extent.logical < end) return false;
+    if (extent.length > kMost - extent.logical || extent.length > kMost - extent.physical) return false;
+    end = extent.logical + extent.length;
+    return true;
+  });
+}
+
+void cutAtEnd(Extents& extents, std::uint64_t size) {
+  std::erase_if(extents, [size](const FileExtent& extent) { return extent.logical >= size; });
+  if (extents.empty()) return;
+  FileExtent& last = extents.back();
+  last.length = std::min(last.length, size - last.logical);
+}
+
+/// Blocks that a file has twice may be shared with nobody but itself.
+bool hasBlocksTwice(Extents extents) {
+  std::erase_if(extents, isCoded);
+  std::ranges::sort(extents, {}, &FileExtent::physical);
+  const auto overlap = [](const FileExtent& a, const FileExtent& b) {
+    return b.physical - a.physical < a.length;
+  };
+  return std::ranges::adjacent_find(extents, overlap) != extents.end();
+}
+
+bool continues(const FileExtent& before, const FileExtent& extent) {
+  return !isCoded(extent) && extent.flags == before.flags &&
+         extent.logical == before.logical + before.length &&
+         extent.physical == before.physical + before.length;
+}
+
+/// How a file system cuts a run of blocks into extents is not the same for all files that have it.
+Extents merged(const Extents& extents) {
+  Extents runs;
+  for (FileExtent extent : extents) {
+    extent.flags &= kKindOfData;
+    if (!runs.empty() && continues(runs.back(), extent)) {
+      runs.back().length += extent.length;
+    } else {
+      runs.push_back(extent);
+    }
+  }
+  return runs;
+}
+
+/// A digest, as the extents of all members of a large group would take much memory.
+std::string textOf(std::uint64_t device, std::uint64_t size, const Extents& runs) {
+  std::vector<std::uint64_t> numbers = {device, size};
+  for (const FileExtent& run : runs) {
+    numbers.insert(numbers.end(), {run.logical, run.physical, run.length, run.flags});
+  }
+  Digest digest(DigestKind::SHA512);
+  std::array<std::uint8_t, Digest::length(DigestKind::SHA512)> bytes{};
+  if (!digest.start() || !digest.update(numbers.data(), numbers.size() * sizeof numbers.front()) ||
+      !digest.finish(bytes.data())) {
+    return "";
+  }
+  return lowerCaseHex(bytes);
+}
+
+}  // namespace
+
+std::optional<BlockSharing> BlockSharing::of(const std::string& path) {
+  const FileReadStream stream = FileReadStream::open(path, FileReadStream::Link::Refused);
+  const int file = stream.descriptor();
+  struct stat status {};
+  if (!stream.isOpen() || ::fstat(file, &status) != 0) return std::nullopt;
+  const auto size = static_cast<std::uint64_t>(status.st_size);
+  // Unwritten data may take a file's shared blocks away from it, and never adds any.
+  std::optional<Extents> extents = readExtents(file, size, 0);
+  if (!extents || std::ranges::none_of(*extents, isShared)) return std::nullopt;
+  extents = readExtents(file, size, FIEMAP_FLAG_SYNC);
+  if (!extents) return std::nullopt;
+  return from(status.st_dev, size, *std::move(extents));
+}
+
+std::optional<BlockSharing> BlockSharing::from(std::uint64_t device, std::uint64_t size,
+                                               std::vector<FileExtent> extents) {
+  if (!areInOrder(extents)) return std::nullopt;
+  cutAtEnd(extents, size);
+  if (hasBlocksTwice(extents)) return std::nullopt;
+  BlockSharing sharing;
+  for (const FileExtent& extent : extents) {
+    (isShared(extent) ? sharing.shared_ : sharing.own_) += extent.length;
+  }
+  if (sharing.shared_ == 0) return std::nullopt;
+  if (sharing.own_ == 0) sharing.cloneText_ = textOf(device, size, merged(extents));
+  return sharing;
+}
+
+}  // namespace sorrel
