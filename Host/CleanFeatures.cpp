@@ -39,6 +39,11 @@ const CleanFeature* cleanFeature(Integer finderID) {
   return row != kCleans.end() ? row : nullptr;
 }
 
+bool holdsGroups(Integer finderID) {
+  const CleanFeature* const row = cleanFeature(finderID);
+  return row != nullptr && row->entry == CleanEntry::Groups;
+}
+
 void refuseWholeGroups(const CleanFeature& row, FeatureInformation& feature) {
   if (row.entry != CleanEntry::Groups) return;
   std::vector<std::string> names;

@@ -27,6 +27,9 @@ struct CleanFeature {
 /// The row of a feature; null if this version cannot clean it.
 const CleanFeature* cleanFeature(Integer finderID);
 
+/// Whether its first category holds groups of alike files.
+bool holdsGroups(Integer finderID);
+
 /// Of alike files one must stay: a selection that leaves no member of a group whole is wrong use, with the
 /// groups named, for a feature that has groups.
 void refuseWholeGroups(const CleanFeature& row, FeatureInformation& feature);

@@ -3,11 +3,17 @@
 #include <any>
 #include <array>
 #include <cmath>
+#include <cstddef>
 #include <cstdio>
 #include <ctime>
+#include <map>
 #include <ostream>
 #include <string>
+#include <utility>
+#include <vector>
 
+#include "Host/CleanFeatures.hpp"
+#include "Host/GroupGains.hpp"
 #include "Host/JsonObject.hpp"
 #include "Host/RecordName.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
@@ -64,7 +70,26 @@ void writeList(std::ostream& out, const Records& records, Write write) {
   out << ']';
 }
 
-void writeFile(std::ostream& out, const FileInformation& file) {
+/// Members of groups whose removal would not free their size, or of which there is more to know.
+using Gains = std::map<const FileInformation*, Gain>;
+
+Gains gainsIn(const FeatureInformation& feature) {
+  Gains gains;
+  if (!holdsGroups(feature.finderID)) return gains;
+  for (const CategoryInformation& category : feature.categoryInfo) {
+    for (const FileInformation& group : category.childrens) {
+      std::vector<Gain> ofMembers = gainsOf(group);
+      for (std::size_t i = 0; i < ofMembers.size(); ++i) {
+        if (!ofMembers[i].note.empty()) gains.emplace(&group.childrens[i], std::move(ofMembers[i]));
+      }
+    }
+  }
+  return gains;
+}
+
+void writeFiles(std::ostream& out, const Children<FileInformation>& files, const Gains& gains);
+
+void writeFile(std::ostream& out, const FileInformation& file, const Gains& gains) {
   JsonObject object;
   object.integer("finderID", file.finderID).integer("parentFinderID", file.parentFinderID);
   object.text("title", file.title).integer("size", file.size);
@@ -76,13 +101,22 @@ void writeFile(std::ostream& out, const FileInformation& file) {
   object.integer("deleteStatus", file.deleteStatus).text("deleteErrorDesc", file.deleteErrorDesc);
   object.text("hashValueString", file.hashValueString.str());
   addAttachment(object, file.attachInformation);
+  if (const auto gain = gains.find(&file); gain != gains.end()) {
+    object.integer("frees", gain->second.bytes).text("note", gain->second.note);
+  }
   out << object.open();
   out << R"(,"childrens":)";
-  writeList(out, file.childrens, writeFile);
+  writeFiles(out, file.childrens, gains);
   out << '}';
 }
 
-void writeCategory(std::ostream& out, const CategoryInformation& category) {
+void writeFiles(std::ostream& out, const Children<FileInformation>& files, const Gains& gains) {
+  writeList(out, files, [&](std::ostream& to, const FileInformation& file) { writeFile(to, file, gains); });
+}
+
+void writeCategories(std::ostream& out, const Children<CategoryInformation>& categories, const Gains& gains);
+
+void writeCategory(std::ostream& out, const CategoryInformation& category, const Gains& gains) {
   JsonObject object;
   object.integer("finderID", category.finderID).text("title", category.title);
   object.text("description", category.description).integer("kind", category.kind);
@@ -92,14 +126,20 @@ void writeCategory(std::ostream& out, const CategoryInformation& category) {
   object.raw("urls", jsonTextList(category.urls, [](const URL& url) { return url.absoluteString(); }));
   out << object.open();
   out << R"(,"childrens":)";
-  writeList(out, category.childrens, writeFile);
+  writeFiles(out, category.childrens, gains);
   out << R"(,"childrenCateogry":)";
   if (category.childrenCateogry) {
-    writeList(out, *category.childrenCateogry, writeCategory);
+    writeCategories(out, *category.childrenCateogry, gains);
   } else {
     out << "null";
   }
   out << '}';
+}
+
+void writeCategories(std::ostream& out, const Children<CategoryInformation>& categories, const Gains& gains) {
+  writeList(out, categories, [&](std::ostream& to, const CategoryInformation& category) {
+    writeCategory(to, category, gains);
+  });
 }
 
 void writeCatalogueFeature(std::ostream& out, const FeatureInformation& feature) {
@@ -108,7 +148,7 @@ void writeCatalogueFeature(std::ostream& out, const FeatureInformation& feature)
   object.text("title", feature.title).text("description", feature.description);
   out << object.open();
   out << R"(,"categoryInfo":)";
-  writeList(out, feature.categoryInfo, writeCategory);
+  writeCategories(out, feature.categoryInfo, {});
   out << '}';
 }
 
@@ -122,17 +162,18 @@ void writeModule(std::ostream& out, const Ref<ModuleInformation>& module) {
   out << '}';
 }
 
-void writeScannedFeature(std::ostream& out, const FeatureInformation& feature) {
+void writeScannedFeature(std::ostream& out, const FeatureInformation& feature, const Gains& gains) {
   JsonObject object;
   object.integer("finderID", feature.finderID).text("title", feature.title).integer("state", feature.state);
   out << object.open();
   out << R"(,"categoryInfo":)";
-  writeList(out, feature.categoryInfo, writeCategory);
+  writeCategories(out, feature.categoryInfo, gains);
   out << '}';
 }
 
 // The document of a scan up to the brace at its end.
-void writeOpenScan(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& outcome) {
+void writeOpenScan(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& outcome,
+                   const Gains& gains) {
   const CallbackCounts& counts = outcome.callbacks;
   JsonObject callbacks;
   callbacks.integer("done", counts.done).integer("singleDone", counts.singleDone);
@@ -140,7 +181,7 @@ void writeOpenScan(std::ostream& out, const FeatureInformation& feature, const S
   JsonObject rest;
   rest.integer("size", outcome.size).text("status", outcome.status).raw("callbacks", callbacks.closed());
   out << R"({"feature":)";
-  writeScannedFeature(out, feature);
+  writeScannedFeature(out, feature, gains);
   out << ',' << rest.open().substr(1);
 }
 
@@ -153,7 +194,7 @@ void writeModulesDocument(std::ostream& out, const std::vector<Ref<ModuleInforma
 }
 
 void writeScanDocument(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& outcome) {
-  writeOpenScan(out, feature, outcome);
+  writeOpenScan(out, feature, outcome, gainsIn(feature));
   out << "}\n";
 }
 
@@ -168,13 +209,13 @@ void writeCleanDocument(std::ostream& out, const FeatureInformation& feature, co
   object.raw("abnormalFiles",
              jsonTextList(clean.abnormalFiles, [](const std::string& name) { return name; }));
   object.raw("progress", progress.empty() ? "[]" : progress + ']');
-  writeOpenScan(out, feature, scan);
+  writeOpenScan(out, feature, scan, {});
   out << R"(,"clean":)" << object.open() << R"(,"records":)" << clean.records << "}}\n";
 }
 
 void writeRecords(std::ostream& out, const std::vector<Ref<FileInformation>>& records) {
   writeList(out, records,
-            [](std::ostream& to, const Ref<FileInformation>& record) { writeFile(to, *record); });
+            [](std::ostream& to, const Ref<FileInformation>& record) { writeFile(to, *record, {}); });
 }
 
 }  // namespace sorrel::cli

@@ -78,8 +78,7 @@ void writeModules(std::ostream& out, const std::vector<Ref<ModuleInformation>>& 
 }
 
 void writeScan(std::ostream& out, FeatureInformation& feature, std::int64_t size) {
-  const CleanFeature* const row = cleanFeature(feature.finderID);
-  if (row != nullptr && row->entry == CleanEntry::Groups) return writeGroups(out, feature, size);
+  if (holdsGroups(feature.finderID)) return writeGroups(out, feature, size);
   Counts counts;
   writeRow(out, 0, size, feature.title);
   for (const CategoryInformation& category : feature.categoryInfo) writeCategory(out, category, 1, counts);
