@@ -524,13 +524,23 @@ TEST(DuplicatesCommand, folderThatIsMountedTwiceIsNoCopyOfItself) {
   if (::getuid() != 0) GTEST_SKIP() << "needs root to mount";
   const DuplicatesVolume volume;
   volume.text(kHome + "Data/x/a", "12345");
+  volume.text(kHome + "Data/x/b", "1234567");
+  volume.text(kHome + "Data/copy of a", "12345");
   volume.folder("mount");
-  const std::string script = "set -e; mount --bind '" + volume.path(kHome + "Data/x") + "' '" +
-                             volume.path("mount") + "'; " + SORREL_PROGRAM + " --quiet --volume '" +
-                             volume.path() + "' clean duplicates --limit 0 '" + volume.path(kHome + "Data") +
-                             "' '" + volume.path("mount") + "' --select '*/mount*' --yes";
-  const int status = std::system(("unshare -m sh -c \"" + script + "\" >/dev/null 2>&1").c_str());
-  EXPECT_EQ(WEXITSTATUS(status), 2);
+  const std::string mount =
+      "mount --bind '" + volume.path(kHome + "Data/x") + "' '" + volume.path("mount") + "'";
+  const auto runMounted = [&](const std::string& command, const std::string& more) {
+    const std::string script = mount + " && " + SORREL_PROGRAM + " --quiet --volume '" + volume.path() +
+                               "' " + command + " duplicates --limit 0 '" + volume.path(kHome + "Data") +
+                               "' '" + volume.path("mount") + "' " + more + " >'" + volume.path("out") +
+                               "' 2>&1";
+    const int status = std::system(("unshare -m sh -c \"" + script + "\"").c_str());
+    return WEXITSTATUS(status);
+  };
+  EXPECT_EQ(runMounted("scan", "--json"), 0);
+  const Json document = Json::parse(contentOf(volume.path("out")));
+  EXPECT_EQ(volume.groupsIn(document), (Groups{{"Data/copy of a", "Data/x/a"}}));
+  EXPECT_EQ(runMounted("clean", "--select '*/mount*' --yes"), 0);  // which selects nothing
   EXPECT_EQ(contentOf(volume.path(kHome + "Data/x/a")), "12345");
 }
 

@@ -2,8 +2,10 @@
 
 #include <algorithm>
 #include <atomic>
+#include <filesystem>
 #include <iterator>
 #include <memory>
+#include <system_error>
 #include <utility>
 
 #include "SorrelFramework/Platform/CheckedMath.hpp"
@@ -20,8 +22,15 @@ struct FolderContent {
   std::vector<URL> urls;
   std::vector<std::int64_t> sizes;
   std::vector<bool> isRegular;
+  std::string links;    // NUL and the text of each link; what else is no regular file has no text
   bool isWhole = true;  // no folder was closed to the walk
 };
+
+void addLink(const URL& url, std::string& links) {
+  std::error_code error;
+  links += '\0';
+  links += std::filesystem::read_symlink(url.path(), error).native();
+}
 
 FolderContent contentOf(const URL& folder, const std::function<bool()>& isStopped) {
   FolderContent content;
@@ -35,6 +44,7 @@ FolderContent contentOf(const URL& folder, const std::function<bool()>& isStoppe
     content.urls.push_back(item->url);
     content.sizes.push_back(item->status.size);
     content.isRegular.push_back(item->status.isRegularFile());
+    if (!content.isRegular.back()) addLink(item->url, content.links);
   }
   return content;
 }
@@ -118,7 +128,7 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
          [self = shared_from_this()](const FileHashBatch& batch) { self->groupFolders(batch); });
   }
 
-  /// The folders of one size whose hashes are the same text, and their files.
+  /// The folders of one size whose hashes, and links, are the same text, and their files.
   struct Twins {
     std::vector<DuplicateInfo> records;
     std::vector<URL> files;
@@ -142,7 +152,8 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
       // What could not be read may differ: such a folder is nobody's copy, and its files stand for
       // themselves.
       if (!isWhole) continue;
-      Twins& twins = groups[folder.group][text];
+      // A link is not hashed, yet folders whose links lead elsewhere are no copies.
+      Twins& twins = groups[folder.group][text + folder.content.links];
       twins.records.push_back(std::move(groups_[folder.group][folder.index]));
       std::ranges::move(hashed, std::back_inserter(twins.files));
     }
@@ -152,8 +163,9 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
   }
 
   /// The files of folders that were read are not read again, whether or not the folder has found a twin.
+  /// Of twins of different sizes with the same hashes, which packages bring about, the largest are kept.
   void keep(const std::string& text, Twins& twins) {
-    if (twins.records.size() > 1) foldersByHash_[text] = std::move(twins.records);
+    if (twins.records.size() > 1) foldersByHash_.try_emplace(text, std::move(twins.records));
     if (twins.files.size() > 1) leftOut_.insert(twins.files.begin(), twins.files.end());
   }
 

@@ -17,6 +17,10 @@ namespace sorrel {
 /// twice because one place was to be scanned twice: it is no twin of itself.
 void sortByPath(std::vector<DuplicateInfo>& records);
 
+/// Takes out the members of a group that are one before them, reached through another mount: the only copy
+/// must not pass for two. Hard links stay. Asks the file system.
+void dropOtherMounts(std::vector<DuplicateInfo>& twins);
+
 /// The second stage. Of the folders of one size those that agree in their number of files with another one
 /// stay. The largest go first and cover the sizes of all folders below them: a size that is covered is not
 /// looked at again, whichever folders bear it.

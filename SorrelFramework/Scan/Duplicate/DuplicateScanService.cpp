@@ -16,7 +16,6 @@
 namespace sorrel {
 namespace {
 
-constexpr std::size_t kFewComponents = 4;
 constexpr std::int64_t kSteps = 4;
 
 void log(std::string text) { LogService::shard().log(LogService::LogLevel::Info, std::move(text)); }
@@ -114,10 +113,13 @@ void DuplicateScanService::scanProDuplicate(FeatureInformation& featureInfo,
   if (!scanStatus.startUnlessRunning(featureInfo.finderID)) return log("DuplicateScanService Scanning");
   StreamFileHashUnit::shard().scanState = static_cast<int>(ScanState::start);
   log("DuplicateScanService Start");
+  const auto bar = std::make_shared<PercentService>(std::move(showPercent), kSteps);
+  // Before anything that takes its time: what is left of a stopped scan must not take the new entry for its
+  // own.
+  auto run = std::make_shared<DuplicateRun>(featureInfo, done, std::move(dispatch), bar, qosClass);
   const std::int64_t limit = duplicateLimit();
   const std::vector<URL> list = duplicatePlaces(scanPaths);
 
-  const auto bar = std::make_shared<PercentService>(std::move(showPercent), kSteps);
   percentService.exchange(bar);
   bar->startTime();
   bar->progressStep();
@@ -128,7 +130,6 @@ void DuplicateScanService::scanProDuplicate(FeatureInformation& featureInfo,
     if (done) done(featureInfo, 0);
     return;
   }
-  auto run = std::make_shared<DuplicateRun>(featureInfo, std::move(done), std::move(dispatch), bar, qosClass);
   std::make_shared<DuplicateSearch>(std::move(run), limit, list.size())->start(list);
 }
 

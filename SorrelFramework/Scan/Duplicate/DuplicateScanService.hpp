@@ -19,8 +19,8 @@ namespace sorrel {
 
 /// Finds files and whole folders with the same content. Files are twins if they have the same size, above the
 /// limit, and the same MD5 of their whole content; folders, if computed size, number of files and the MD5s of
-/// all their files, one behind the other, are the same. Names, dates and places play no part, hidden items
-/// are not seen.
+/// all their files, one behind the other, are the same, and their links have the same texts. Names, dates and
+/// places play no part, hidden items are not seen. What is reached through two mounts is one member.
 ///
 /// Four stages: a walk that reads no content; a choice of folders, the largest first; the hash of the folders
 /// left, then of the files that lie in none of them; the tree of groups in the feature's first category.

@@ -9,6 +9,7 @@
 #include "SorrelFramework/Platform/Date.hpp"
 #include "SorrelFramework/Platform/Fatal.hpp"
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCategories.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateRun.hpp"
 
@@ -80,6 +81,7 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
   }
 
   void makeMembers(Group& group) {
+    dropOtherMounts(group.twins);
     for (const DuplicateInfo& twin : group.twins) {
       Ref<FileInformation> member =
           SuperScanService::getFileInformationFromUrl(twin.path, kMemberKeys, category());

@@ -1,8 +1,13 @@
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 
 #include <algorithm>
+#include <filesystem>
+
+#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
 namespace {
@@ -142,6 +147,66 @@ TEST(DuplicateFilesToHash, areNeitherLeftOutNorTheLastOfTheirSize) {
                                         file("/e", 9), file("/f", 3), file("/f", 3)}),
                                 leftOut)),
             (Names{"/b", "/c"}));
+}
+
+// Mounts.
+
+/// What is left of members below the volume, whose folder Data is mounted on View as well, and Data/sub on
+/// Sub.
+std::string leftThroughMounts(const test::TemporaryVolume& volume, const Names& names) {
+  return test::inMountingChild([&]() -> std::string {
+    const auto bind = [&volume](const std::string& from, const std::string& on) {
+      return ::mount(volume.path(from).c_str(), volume.path(on).c_str(), nullptr, MS_BIND, nullptr) == 0;
+    };
+    volume.folder("View");
+    volume.folder("Sub");
+    if (!bind("Data", "View") || !bind("Data/sub", "Sub")) return "skip";
+    std::vector<DuplicateInfo> records;
+    for (const std::string& name : names) {
+      records.push_back(name.ends_with('/') ? folder(volume.path(name), 5, 1) : file(volume.path(name), 5));
+    }
+    dropOtherMounts(records);
+    std::string left;
+    for (const std::string& path : namesOf(records)) left += path.substr(volume.path().size() + 1) + ' ';
+    return left;
+  });
+}
+
+TEST(DuplicateMounts, fileThroughAnotherMountIsNoMember) {
+  const test::TemporaryVolume volume;
+  volume.file("Data/a", "same");
+  volume.file("Data/sub/a", "same");
+  const std::string left =
+      leftThroughMounts(volume, {"Data/a", "Data/sub/a", "Sub/a", "View/a", "View/sub/a"});
+  if (left == "skip") GTEST_SKIP() << "no mounting here";
+  EXPECT_EQ(left, "Data/a Data/sub/a ");
+}
+
+TEST(DuplicateMounts, folderThroughAnotherMountIsNoMember) {
+  const test::TemporaryVolume volume;
+  volume.file("Data/sub/a", "same");
+  volume.file("Data/twin/a", "same");
+  const std::string left =
+      leftThroughMounts(volume, {"Data/sub/", "Data/twin/", "Sub/", "View/sub/", "View/twin/"});
+  if (left == "skip") GTEST_SKIP() << "no mounting here";
+  EXPECT_EQ(left, "Data/sub Data/twin ");
+}
+
+TEST(DuplicateMounts, hardLinksAreMembersAlsoOfOneNameInTwoFolders) {
+  const test::TemporaryVolume volume;
+  const std::string path = volume.file("Data/a", "same");
+  volume.folder("Data/sub");
+  std::filesystem::create_hard_link(path, volume.path("Data/b"));
+  std::filesystem::create_hard_link(path, volume.path("Data/sub/a"));
+  const std::string left = leftThroughMounts(volume, {"Data/a", "Data/b", "Data/sub/a", "Sub/a", "View/b"});
+  if (left == "skip") GTEST_SKIP() << "no mounting here";
+  EXPECT_EQ(left, "Data/a Data/b Data/sub/a ");
+}
+
+TEST(DuplicateMounts, whatIsGoneStays) {
+  std::vector<DuplicateInfo> records = {file("/none/a", 5), file("/none/a", 5), folder("/none", 5, 1)};
+  dropOtherMounts(records);
+  EXPECT_EQ(records.size(), 3U);
 }
 
 }  // namespace

@@ -3,7 +3,11 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/stat.h>
 #include <unistd.h>
+
+#include <algorithm>
+#include <cstdlib>
 
 #include "SorrelFramework/Platform/Host.hpp"
 #include "Tests/Support/ForkedChild.hpp"
@@ -71,6 +75,31 @@ TEST_F(Places, ofMountsInAShortPathOnlyVolumesAreTaken) {
   });
   if (text == "skip") GTEST_SKIP() << "no mounting here";
   EXPECT_EQ(text, "Users/alice/sub\nVolumes/Plain\nVolumes/Stick\n");
+}
+
+TEST_F(Places, onTheDesktopRootAndHomesAreShortPaths) {
+  const std::string text = test::inMountingChild([]() -> std::string {
+    if (::mount("tmpfs", "/home", "tmpfs", 0, nullptr) != 0) return "skip";
+    for (const char* const folder : {"/home/alice", "/home/alice/sub", "/home/alice/.hidden", "/home/bob"}) {
+      if (::mkdir(folder, 0755) != 0) return "skip";
+    }
+    ::setenv("HOME", "/home/alice", 1);
+    Host::install(Host::linuxDesktop({"org.example.test", "", {}}));
+    std::string found;
+    for (const char* const given : {"/home/alice/", "/home/", "/home/alice/sub/"}) {
+      for (const URL& place : duplicatePlaces({URL::fileURL(given, true)})) found += place.path() + ' ';
+      found += '\n';
+    }
+    for (const std::string& library : Names{"/home/alice/Library", "/home/bob/Library"})
+      found += librariesOfHomes().contains(library) ? "known " : "unknown ";
+    const std::vector<URL> ofRoot = duplicatePlaces({URL::fileURL("/", true)});
+    const auto has = [&](const char* path) {
+      return std::ranges::any_of(ofRoot, [path](const URL& url) { return url.path() == path; });
+    };
+    return found + (has("/etc") ? "etc " : "") + (has("/proc") ? "proc " : "") + (has("/") ? "root" : "");
+  });
+  if (text == "skip") GTEST_SKIP() << "no mounting here";
+  EXPECT_EQ(text, "/home/alice/sub \n/home/alice /home/bob \n/home/alice/sub \nknown known etc ");
 }
 
 TEST_F(Places, shortPathThatCannotBeReadAddsNothing) { EXPECT_EQ(of({"Users/none/"}), Names{}); }

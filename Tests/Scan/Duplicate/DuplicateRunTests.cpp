@@ -450,6 +450,21 @@ TEST_F(Stages, hashWithOneMemberIsNoGroup) {
   EXPECT_EQ(scan.treeSize, 0);
 }
 
+TEST_F(Stages, groupsComeTheLargestFirstAndThoseOfOneWeightByTheirPaths) {
+  DuplicatesByHash twins;
+  Groups wanted = {Names{"0", "0 copy", "0 too"}};
+  twins["0"] = {file("0", "12"), file("0 copy", "12"), file("0 too", "12")};
+  for (const char name : {'a', 'b', 'c', 'd', 'e', 'f', 'g', 'h', 'i', 'j', 'k', 'l'}) {
+    const std::string one(1, name);
+    twins[one] = {file(one, "12"), file(one + " copy", "12")};
+    wanted.push_back({one, one + " copy"});
+  }
+  twins["z"] = {file("1", "z"), file("2", "z"), file("3", "z")};
+  wanted.push_back({"1", "2", "3"});
+  organise(std::move(twins), {});
+  EXPECT_EQ(groups(), wanted);
+}
+
 TEST_F(Stages, memberThatIsGoneLeavesItsGroupSmaller) {
   DuplicateInfo gone = file("9", "same");
   gone.path = volume.url(std::string(kData) + "gone");

@@ -28,6 +28,9 @@ using Names = std::vector<std::string>;
 using Groups = std::vector<Names>;
 using Kind = DuplicateScanService::DuplicateKind;
 
+// As they are before anybody sets them.
+const Integer kDefaultLimit = DuplicateScanService::limitSize;
+
 const std::map<Integer, std::string> kTitles = {{0, "File"},    {1, "Folder"}, {2, "Document"}, {3, "Media"},
                                                 {4, "Picture"}, {5, "Other"},  {6, "Archive"}};
 
@@ -116,10 +119,7 @@ TEST_F(DuplicateScan, onlyWhatIsLargerThanTheLimitTakesPart) {
   EXPECT_EQ(groups(), (Groups{{"Data/c", "Data/d"}}));
 }
 
-TEST_F(DuplicateScan, limitIsHalfAMebibyteByDefault) {
-  DuplicateScanService::limitSize = 512;
-  EXPECT_EQ(DuplicateScanService::limitSize * 1024, 524288);
-}
+TEST_F(DuplicateScan, limitIsHalfAMebibyteByDefault) { EXPECT_EQ(kDefaultLimit * 1024, 524288); }
 
 TEST_F(DuplicateScan, noPathsAtAllEndWithFourStepsAndDoneWithZero) {
   start({});
@@ -127,6 +127,8 @@ TEST_F(DuplicateScan, noPathsAtAllEndWithFourStepsAndDoneWithZero) {
   EXPECT_EQ(scan.treeSize, 0);
   EXPECT_EQ(SuperScanService::scanStatus.get(7), ScanState::end);
   EXPECT_EQ(SuperScanService::percentService.get()->currentStep, 4);
+  ASSERT_TRUE(scan.waitUntilDone());  // the bar runs to its end by itself
+  EXPECT_EQ(scan.percents, std::vector<float>{1.0F});
   EXPECT_TRUE(logText().find("DuplicateScanService Finish-0\n") != std::string::npos);
 }
 
@@ -247,6 +249,36 @@ TEST_F(DuplicateScan, linksAndSpecialFilesTakeNoPart) {
   volume.fifo("Users/alice/Data/pipe");
   runData();
   EXPECT_TRUE(groups().empty());
+}
+
+TEST_F(DuplicateScan, foldersWhoseLinksLeadElsewhereAreNoCopiesOfEachOther) {
+  for (const std::string top : {"One/", "Two/", "Three/", "Four/"}) {
+    const bool isSame = top == "Three/" || top == "Four/";
+    volume.file("Users/alice/Data/" + top + "a", isSame ? "twins" : "same");
+    volume.link("Users/alice/Data/" + top + "link", isSame || top == "One/" ? "x" : "y");
+  }
+  runData();
+  EXPECT_EQ(groups(), (Groups{{"Data/Four/", "Data/Three/"}, {"Data/One/a", "Data/Two/a"}}));
+}
+
+TEST_F(DuplicateScan, ofTwinsOfTwoSizesWithTheSameHashesTheLargestAreFound) {
+  // A package weighs as its type says, the hashes are those of the files in it.
+  for (const std::string top : {"One/T.app/", "Two/T.app/", "Three/", "Four/"}) {
+    volume.file("Users/alice/Data/" + top + "a", "aaaa");
+    volume.file("Users/alice/Data/" + top + "b", "bbbb");
+  }
+  runData();
+  EXPECT_EQ(groups(), (Groups{{"Data/One/", "Data/Two/"}}));
+}
+
+TEST_F(DuplicateScan, filesOfTwinsAreKnownAgainWhateverBytesAreInTheirNames) {
+  for (const std::string top : {"One/", "Two/"}) {
+    for (const std::string name :
+         {"a b", "%41", "semi;colon", "\xC3\xBC", "\x75\xCC\x88", "\xFF\xFE", "#?", "back\\slash"})
+      volume.file("Users/alice/Data/" + top + "deep " + name + "/" + name, name + name);
+  }
+  runData();
+  EXPECT_EQ(groups(), (Groups{{"Data/One/", "Data/Two/"}}));
 }
 
 TEST_F(DuplicateScan, placeThatIsGivenTwiceIsNoCopyOfItself) {
@@ -464,6 +496,10 @@ TEST_F(DuplicateScan, logTellsOfTheStages) {
   const std::size_t entry = text.find("Start Duplicate FeatureInfo:7\n");
   const std::size_t began = text.find("DuplicateScanService Start\n", entry);
   EXPECT_NE(text.find("DuplicateScanService Finish\n", began), std::string::npos);
+  EXPECT_EQ(std::ranges::count(text, '\n'), 3);
+  std::size_t informed = 0;
+  for (std::size_t at = 0; (at = text.find(":Info>:", at)) != std::string::npos; ++at) ++informed;
+  EXPECT_EQ(informed, 3U);
 }
 
 TEST_F(DuplicateScan, stopWhileTheQueueRefusesEndsWithZeroAndNoTree) {
@@ -550,7 +586,26 @@ TEST_F(DuplicateScan, experimentalWalkHashesNothingAndTellsOfEachPath) {
   std::ranges::sort(scan.singles);
   EXPECT_EQ(scan.singles, (std::vector<std::pair<Integer, std::int64_t>>{{0, 4}, {1, 3}}));
   EXPECT_EQ(scan.doneCount, 0);
-  EXPECT_TRUE(logText().ends_with("MMTest Scan Done\n"));
+  const std::string text = logText();
+  EXPECT_TRUE(text.ends_with("MMTest Scan Done\n"));
+  EXPECT_EQ(std::ranges::count(text, '\n'), 1);
+}
+
+TEST_F(DuplicateScan, experimentalWalkKeepsWhatIsAboveTheLimitAndSeesNothingHidden) {
+  DuplicateScanService::limitSize = 1;
+  volume.file("Users/alice/Data/a", 1024_B);
+  volume.file("Users/alice/Data/b", 1025_B);
+  volume.file("Users/alice/Data/sub/c", 2000_B);
+  volume.file("Users/alice/Data/Kit.framework/d", 3000_B);
+  volume.file("Users/alice/Data/.e", 4000_B);
+  DuplicateScanService::scanTestAProDuplicate(*feature, {volume.url("Users/alice/Data/")}, scan.progress(),
+                                              scan.percent(), scan.singleDone(), scan.treeDone(), scan.queue);
+  ASSERT_TRUE(test::runMainLoopUntil([this] {
+    const std::lock_guard lock(scan.mutex);
+    return !scan.singles.empty();
+  }));
+  ASSERT_TRUE(test::drain(*scan.queue));
+  EXPECT_EQ(scan.singles, (std::vector<std::pair<Integer, std::int64_t>>{{0, 3025}}));
 }
 
 }  // namespace
