@@ -51,10 +51,22 @@ std::vector<std::string> reversed(std::vector<std::string> words) {
   return words;
 }
 
+/// CLI11 splits a word in square brackets, "[a,b]", where many may stand. A NUL before it, which no word of a
+/// command line holds, keeps it whole until its option takes it.
+void keepBrackets(CLI::App& parser, std::vector<std::string>& words) {
+  for (std::string& word : words) {
+    if (word.starts_with('[')) word.insert(0, 1, '\0');
+  }
+  for (CLI::Option* const option : parser.get_options()) {
+    if (option->get_items_expected_max() == 0) continue;
+    option->transform([](std::string word) { return word.substr(word.starts_with('\0') ? 1 : 0); });
+  }
+}
+
 constexpr const char* kSelect = "--select";
 
-/// Takes `--select GLOB...` and `--select=GLOB...` out of the words, which CLI11 would read otherwise: it
-/// splits a word in square brackets. A glob that begins with "-" has to stand behind the "=".
+/// Takes `--select GLOB...` and `--select=GLOB...` out of the words: CLI11 would take an option's words
+/// otherwise. A glob that begins with "-" has to stand behind the "=".
 std::vector<std::string> takeGlobs(std::vector<std::string>& words) {
   const std::string withValue = std::string(kSelect) + "=";
   const auto end = std::ranges::find(words, "--");
@@ -142,6 +154,7 @@ std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::str
   invocation.command->addArguments(parser, invocation);
   std::vector<std::string> arguments(rest.begin() + 1, rest.end());
   if (parser.get_option_no_throw(kSelect) != nullptr) invocation.clean.globs = takeGlobs(arguments);
+  keepBrackets(parser, arguments);
   if (const auto status = parse(parser, arguments)) return *status;
   refuseRepeated(program, parser);
   return invocation;

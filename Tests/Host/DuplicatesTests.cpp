@@ -290,6 +290,28 @@ TEST(DuplicatesCommand, relativePlacesLieBelowTheCurrentFolder) {
   EXPECT_EQ(volume.groupsIn(run.document()), (Groups{{"Data/one.txt", "Data/two.txt"}}));
 }
 
+TEST(DuplicatesCommand, placesInSquareBracketsAreTakenAsTheyAreCalled) {
+  const DuplicatesVolume volume;
+  for (const std::string name : {"[x]", "[a,b]", "[]", "[[x]]", "[x"}) {
+    volume.text(kHome + name + "/one", name);
+    volume.text(kHome + name + "/two", name);
+  }
+  const RunOptions home{.folder = volume.path("Users/alice")};
+  for (const std::string name : {"[x]", "[a,b]", "[]", "[[x]]", "[x"}) {
+    const ProgramRun run = volume.run("scan", {"--json", name}, home);
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(volume.groupsIn(run.document()), (Groups{{name + "/one", name + "/two"}}));
+  }
+  const ProgramRun both = volume.run("scan", {"--json", "--", "[x]", "[a,b]"}, home);
+  EXPECT_EQ(volume.groupsIn(both.document()), (Groups{{"[a,b]/one", "[a,b]/two"}, {"[x]/one", "[x]/two"}}));
+  EXPECT_EQ(volume.run("scan", {"[y]"}, home).err,
+            "sorrel: the PATH '[y]' can't be reached: No such file or directory.\n");
+  const ProgramRun one = volume.run("clean", {"[x]", "[a,b]", "--select", "*/\\[a,b]/one", "--yes"}, home);
+  EXPECT_EQ(one.status, 0) << one.err;
+  EXPECT_FALSE(fs::exists(volume.path(kHome + "[a,b]/one")));
+  EXPECT_TRUE(fs::exists(volume.path(kHome + "[x]/one")));
+}
+
 TEST(DuplicatesCommand, volumeThatIsCalledByALinkKeepsThatName) {
   const FullDuplicatesVolume volume;
   const TemporaryFolder other;

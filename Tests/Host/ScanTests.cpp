@@ -187,6 +187,17 @@ TEST(ScanCommand, optionsAreTakenBehindTheCommandToo) {
   EXPECT_EQ(run.document().at("size"), 0);
 }
 
+TEST(ScanCommand, valuesOfOptionsMayStandInSquareBrackets) {
+  const TemporaryFolder folder;
+  folder.file("[v]/Users/alice/.Trash/a", 5);
+  const RunOptions options{.folder = folder.path()};
+  EXPECT_EQ(sorrel({"scan", "trash", "--json", "--volume", "[v]"}, options).document().at("size"), 5);
+  EXPECT_EQ(sorrel({"--json", "--volume", "[v]", "scan", "trash"}, options).document().at("size"), 5);
+  EXPECT_EQ(sorrel({"scan", "trash", "--json", "--volume=[v]"}, options).document().at("size"), 5);
+  EXPECT_EQ(sorrel({"scan", "[trash]"}).err,
+            "sorrel: there is no feature '[trash]'. Did you mean 'trash'?\n");
+}
+
 TEST(ScanCommand, treeShowsSizesAndASum) {
   const Volume volume({kCaches});
   volume.file("Users/alice/Library/Caches/com.example/data", 3 * 1024 * 1024);
