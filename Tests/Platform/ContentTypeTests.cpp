@@ -6,11 +6,14 @@
 
 #include <algorithm>
 #include <set>
+#include <span>
 #include <string>
 #include <string_view>
 #include <vector>
 
 #include "SorrelFramework/Platform/ContentTypeTables.hpp"
+#include "SorrelFramework/Platform/Text.hpp"
+#include "Tests/Platform/ContentTypeTrees.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel {
@@ -91,6 +94,35 @@ TEST(ContentType, compressedFileWithoutAnIdentifierIsAnArchive) {
   EXPECT_EQ(contentTypeTree("a.zst", false), (Texts{"public.archive", "public.data", "public.item"}));
 }
 
+void expectTrees(std::span<const test::TypeTree> rows, bool isDirectory, std::set<std::string>& seen) {
+  for (const test::TypeTree& row : rows) {
+    const Texts tree = componentsSeparatedBy(row.tree, " ");
+    for (const std::string& extension : componentsSeparatedBy(row.extensions, " ")) {
+      EXPECT_EQ(contentTypeTree("a." + extension, isDirectory), tree) << extension;
+      EXPECT_EQ(contentType("a." + extension, isDirectory), tree.front()) << extension;
+      seen.insert(extension);
+    }
+  }
+}
+
+std::set<std::string> extensionsOf(std::span<const ExtensionRow> rows) {
+  std::set<std::string> all;
+  for (const ExtensionRow& row : rows) {
+    for (const std::string& extension : componentsSeparatedBy(std::string(row.extensions), " "))
+      all.insert(extension);
+  }
+  return all;
+}
+
+TEST(ContentType, everyExtensionHasTheTreeThatMacOSDeclares) {
+  std::set<std::string> files;
+  expectTrees(test::kFileTrees, false, files);
+  EXPECT_EQ(files, extensionsOf(fileExtensionRows()));
+  std::set<std::string> folders;
+  expectTrees(test::kFolderTrees, true, folders);
+  EXPECT_EQ(folders, extensionsOf(folderExtensionRows()));
+}
+
 struct WordRow {
   const char* extensions;
   const char* first;
@@ -98,15 +130,15 @@ struct WordRow {
 };
 
 TEST(ContentType, wordTestsOfTheTreesGiveTheExpectedKinds) {
-  const std::vector<WordRow> rows = {{"jpg png heic psd raw", "image", {"image"}},
-                                     {"svg", "image", {"image"}},
-                                     {"mp4 mov mkv ts", "movie", {"movie"}},
-                                     {"mp3 wav flac m4a", "audio", {}},
-                                     {"zip 7z rar tar gz jar pkg", "archive", {"archive"}},
+  const std::vector<WordRow> rows = {{"jpg png heic heif avif webp tiff gif bmp", "image", {"image"}},
+                                     {"dng cr2 nef arw raw svg ico icns psd jp2", "image", {"image"}},
+                                     {"mp4 mov mkv avi webm ts", "movie", {"movie"}},
+                                     {"mp3 wav flac m4a ogg", "audio", {}},
+                                     {"zip 7z rar tar gz tgz bz2 xz zst jar pkg", "archive", {"archive"}},
                                      {"webarchive", "archive", {"archive"}},
                                      {"dmg iso", "image", {"archive"}},
                                      {"docx odt ods", "", {"document"}},
-                                     {"pdf doc xlsx pptx txt rtf pages", "", {}}};
+                                     {"pdf doc xlsx pptx txt rtf md pages", "", {}}};
   for (const WordRow& row : rows) {
     std::string_view rest = row.extensions;
     while (!rest.empty()) {
