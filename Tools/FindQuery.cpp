@@ -2,6 +2,7 @@
 
 #include <fnmatch.h>
 
+#include <algorithm>
 #include <array>
 #include <charconv>
 #include <system_error>
@@ -59,10 +60,11 @@ struct FindQuery::Row {
 };
 
 std::optional<FindQuery> FindQuery::parse(std::string_view text) {
-  static constexpr std::array<Row, 4> kRows = {{
+  static constexpr std::array<Row, 5> kRows = {{
       {"kMDItemFSSize", ">", Attribute::Size},
       {"kMDItemFSName", "==", Attribute::Name},
       {"kMDItemContentType", "==", Attribute::ContentType},
+      {"kMDItemContentTypeTree", "==", Attribute::ContentTypeTree},
       {"kMDItemKind", "==", Attribute::Kind},
   }};
   text = withoutBlanks(text);
@@ -103,6 +105,8 @@ bool FindQuery::matches(const FoundItem& item) const {
       return fits(std::string(item.name));
     case Attribute::ContentType:
       return fits(contentType(item.name, item.isDirectory));
+    case Attribute::ContentTypeTree:
+      return std::ranges::any_of(contentTypeTree(item.name, item.isDirectory), fits);
     case Attribute::Kind:
       return fits(itemKind(item.name, item.isDirectory));
   }

@@ -17,9 +17,10 @@ struct FoundItem {
 /// A query of mdfind(1), as far as the framework asks any: one attribute and one value,
 ///
 ///   kMDItemFSSize > NUMBER
-///   kMDItemFSName == PATTERN        the last path component
-///   kMDItemContentType == PATTERN   such as com.apple.application-bundle
-///   kMDItemKind == PATTERN          see itemKind()
+///   kMDItemFSName == PATTERN            the last path component
+///   kMDItemContentType == PATTERN       such as com.apple.application-bundle
+///   kMDItemContentTypeTree == PATTERN   any type of the tree, such as public.image
+///   kMDItemKind == PATTERN              see itemKind()
 ///
 /// with or without blanks around the operator, "=" for "==", and the pattern in single or double quotes or in
 /// none. A "*" in it stands for any characters; letter case counts.
@@ -33,7 +34,7 @@ class FindQuery {
   [[nodiscard]] bool asksForSize() const { return attribute_ == Attribute::Size; }
 
  private:
-  enum class Attribute { Size, Name, ContentType, Kind };
+  enum class Attribute { Size, Name, ContentType, ContentTypeTree, Kind };
   struct Row;
 
   Attribute attribute_ = Attribute::Size;

@@ -2,6 +2,8 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+
 #include "SorrelFramework/Platform/ContentType.hpp"
 #include "SorrelFramework/Platform/DateText.hpp"
 #include "SorrelFramework/Platform/FileStatus.hpp"
@@ -10,11 +12,13 @@
 #include "SorrelFramework/Platform/URL.hpp"
 #include "SorrelFramework/Scan/TreeWalk.hpp"
 #include "Tools/ItemKind.hpp"
+#include "Tools/LastUse.hpp"
 
 namespace sorrel::tools {
 namespace {
 
 constexpr std::string_view kNull = "(null)";
+constexpr std::string_view kLastUsed = "kMDItemLastUsedDate";
 constexpr std::int64_t kBlock = 512;  // the unit of st_blocks, stat(2)
 
 std::string quoted(std::string_view text) { return '"' + std::string(text) + '"'; }
@@ -58,7 +62,7 @@ std::optional<std::vector<ItemAttribute>> itemAttributes(const std::string& path
   const std::string size = std::to_string(isFolder ? sizeOfTree(path, {}) : status->size);
   const std::string changed = dateText(status->modified);
   const std::string created = dateText(status->created);
-  return std::vector<ItemAttribute>{
+  std::vector<ItemAttribute> all = {
       {"kMDItemContentCreationDate", created},
       {"kMDItemContentModificationDate", changed},
       {"kMDItemContentType", quoted(contentType(path))},
@@ -72,6 +76,11 @@ std::optional<std::vector<ItemAttribute>> itemAttributes(const std::string& path
       {"kMDItemLogicalSize", size},
       {"kMDItemPhysicalSize", isFolder ? std::string(kNull) : allocatedSize(path)},
   };
+  if (const auto used = lastUse(path)) {
+    const auto place = std::ranges::lower_bound(all, kLastUsed, {}, &ItemAttribute::name);
+    all.insert(place, {kLastUsed, dateText(used)});
+  }
+  return all;
 }
 
 }  // namespace sorrel::tools

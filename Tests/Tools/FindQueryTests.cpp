@@ -33,6 +33,20 @@ TEST(FindQuery, applicationsAreFoundByTheirContentType) {
   }
 }
 
+TEST(FindQuery, typeTreeFitsIfAnyTypeInItDoes) {
+  for (const char* query : {"kMDItemContentTypeTree == public.image", "kMDItemContentTypeTree=*image"}) {
+    for (const char* name : {"a.jpg", "a.heic", "a.heif", "a.avif", "a.webp", "a.dng", "a.svg"}) {
+      EXPECT_TRUE(finds(query, {name, false, 0})) << query << name;
+    }
+    for (const char* name : {"a.mov", "a.pdf", "a.zip", "a", "a.heic.txt"}) {
+      EXPECT_FALSE(finds(query, {name, false, 0})) << query << name;
+    }
+    EXPECT_FALSE(finds(query, {"a.heic", true, 0})) << query;
+  }
+  EXPECT_TRUE(finds("kMDItemContentTypeTree == com.apple.package", {"Editor.app", true, 0}));
+  EXPECT_FALSE(finds("kMDItemContentTypeTree == public.imag", {"a.jpg", false, 0}));
+}
+
 TEST(FindQuery, kindIsMatchedWithItsLetterCase) {
   const std::string images = "kMDItemKind == *image*";
   EXPECT_TRUE(finds(images, {"a.jpg", false, 0}));

@@ -1,11 +1,14 @@
 #include "Tools/ItemAttributes.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <string>
 
+#include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
@@ -73,6 +76,17 @@ TEST_F(ItemAttributes, noValueHoldsTheName) {
   for (const ItemAttribute& attribute : all.value()) {
     EXPECT_EQ(attribute.value.find("kMDItem"), std::string::npos) << attribute.name;
   }
+}
+
+TEST_F(ItemAttributes, lastUseStandsAmongTheLinesOnlyIfItIsKnown) {
+  volume.folder("A.app");
+  EXPECT_EQ(value("A.app", "kMDItemLastUsedDate"), "no line");
+  volume.script("tool", "true");
+  const timespec times[] = {{4'102'444'800, 0}, {0, UTIME_OMIT}};
+  ASSERT_EQ(::utimensat(AT_FDCWD, volume.path("tool").c_str(), times, 0), 0);
+  Host::install(Host::linuxDesktop({}));
+  EXPECT_EQ(value("tool", "kMDItemLastUsedDate"), "2100-01-01 00:00:00 +0000");
+  EXPECT_TRUE(std::ranges::is_sorted(itemAttributes(volume.path("tool")).value(), {}, &ItemAttribute::name));
 }
 
 TEST_F(ItemAttributes, nothingIsKnownOfAMissingItem) {

@@ -21,6 +21,7 @@
 #include "SorrelFramework/Platform/Text.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "SorrelFramework/Units/TerminalTool.hpp"
+#include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 #include "Tests/Tools/InMemory.hpp"
 #include "Tools/TreeSearch.hpp"
@@ -229,6 +230,25 @@ TEST_F(ToolProgram, listPrintsTheAttributesThatWereNamed) {
   EXPECT_EQ(run("mdls", {"-raw", "-name", "kMDItemKind", path}).out, "Application");
   EXPECT_EQ(run("mdls", {"-name", "kMDItemKind", "-name", "kMDItemFSSize", "-raw", path}).out,
             std::string("Application\0005120", 16));
+}
+
+TEST_F(ToolProgram, listTellsOfALastUseThatIsKnownAndNamesNoneThatIsNot) {
+  const std::string path = volume.file("letter", "1");
+  const std::string word = "kMDItemLastUsedDate";
+  EXPECT_EQ(run("mdls", {path}).out.find(word), std::string::npos);
+  EXPECT_EQ(run("mdls", {"-name", word, path}).out, word + " = (null)\n");
+
+  volume.file("data/recently-used.xbel",
+              "<xbel version=\"1.0\"><bookmark href=\"file://" + path +
+                  "\" added=\"2020-01-01T00:00:00Z\" modified=\"2020-03-20T12:02:10Z\" "
+                  "visited=\"2020-03-20T12:02:10Z\"></bookmark></xbel>");
+  const test::ScopedVariable data("XDG_DATA_HOME", volume.path("data").c_str());
+  EXPECT_EQ(run("mdls", {path}).out.find(word), std::string::npos)
+      << "the volume knows nothing of the desktop";
+  Host::install(Host::linuxDesktop({}));
+  const std::string line = "kMDItemLastUsedDate            = 2020-03-20 12:02:10 +0000\n";
+  EXPECT_NE(run("mdls", {path}).out.find(line), std::string::npos) << run("mdls", {path}).out;
+  EXPECT_EQ(run("mdls", {"-raw", "-name", word, path}).out, "2020-03-20 12:02:10 +0000");
 }
 
 TEST_F(ToolProgram, sizeOfAnApplicationComesFromTheTool) {
