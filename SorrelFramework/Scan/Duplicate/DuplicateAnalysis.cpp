@@ -1,4 +1,4 @@
-// The third stage of DuplicateScanService: the hashes of folders, then of files.
+#include "SorrelFramework/Scan/Duplicate/DuplicateAnalysis.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -11,7 +11,7 @@
 #include "SorrelFramework/Platform/CheckedMath.hpp"
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
-#include "SorrelFramework/Scan/Duplicate/DuplicateRun.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateTree.hpp"
 #include "SorrelFramework/Units/FileHashBatch.hpp"
 
 namespace sorrel {

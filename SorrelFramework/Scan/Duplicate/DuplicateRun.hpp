@@ -47,13 +47,6 @@ class DuplicateRun {
   std::atomic<bool> isEnded_{false};
 };
 
-/// The third stage.
-void analyseDuplicates(const std::shared_ptr<DuplicateRun>& run, DuplicatesBySize files,
-                       DuplicatesBySize folders);
-/// The fourth stage.
-void organizeDuplicates(const std::shared_ptr<DuplicateRun>& run, DuplicatesByHash files,
-                        DuplicatesByHash folders);
-
 /// Bytes of the class variable limitSize.
 [[nodiscard]] std::int64_t duplicateLimit();
 

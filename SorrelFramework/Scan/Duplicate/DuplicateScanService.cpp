@@ -4,10 +4,12 @@
 #include <utility>
 
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateAnalysis.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCategories.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicatePlaces.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateRun.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateTree.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateWalk.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Units/LogService.hpp"

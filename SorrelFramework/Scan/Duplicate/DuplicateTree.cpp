@@ -1,4 +1,4 @@
-// The fourth stage of DuplicateScanService: from twins to the tree of groups.
+#include "SorrelFramework/Scan/Duplicate/DuplicateTree.hpp"
 
 #include <algorithm>
 #include <atomic>
@@ -11,7 +11,6 @@
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCategories.hpp"
-#include "SorrelFramework/Scan/Duplicate/DuplicateRun.hpp"
 
 namespace sorrel {
 namespace {

@@ -1,0 +1,15 @@
+#pragma once
+
+#include <memory>
+
+#include "SorrelFramework/Scan/Duplicate/DuplicateInfo.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateRun.hpp"
+
+namespace sorrel {
+
+/// The third stage, on the queue of the scan: hashes the candidates, folders first, and goes on to
+/// organizeDuplicates.
+void analyseDuplicates(const std::shared_ptr<DuplicateRun>& run, DuplicatesBySize files,
+                       DuplicatesBySize folders);
+
+}  // namespace sorrel
