@@ -2,90 +2,17 @@
 
 #include <gtest/gtest.h>
 
-#include <any>
 #include <memory>
 #include <string>
-#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "SorrelFramework/Model/CategoryInfo.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/PropertyList.hpp"
-#include "Tests/Support/TemporaryFolder.hpp"
+#include "Tests/Model/ModuleInfoKit.hpp"
 
-namespace sorrel {
+namespace sorrel::test {
 namespace {
-
-using Dictionary = PropertyList::Dictionary;
-using Array = PropertyList::Array;
-
-Dictionary category(Integer finder) {
-  return {{"finder", finder}, {"status", 1},         {"title", "category"},
-          {"image", ""},      {"description", "cd"}, {"type", "Common"}};
-}
-
-Dictionary feature(Integer finder, Array categories = {}) {
-  return {{"finder", finder},   {"status", 1},         {"image", ""},
-          {"title", "feature"}, {"description", "fd"}, {"category", std::move(categories)}};
-}
-
-Dictionary module(Integer finder, Array features = {}) {
-  return {{"finder", finder},
-          {"title", "module"},
-          {"image", ""},
-          {"description", "md"},
-          {"version", "1.0"},
-          {"type", "word"},
-          {"module", std::move(features)}};
-}
-
-Dictionary with(Dictionary dictionary, std::string key, PropertyList value) {
-  dictionary.set(std::move(key), std::move(value));
-  return dictionary;
-}
-
-Dictionary without(Dictionary dictionary, std::string_view key) {
-  dictionary.erase(key);
-  return dictionary;
-}
-
-Dictionary location(std::string_view url) { return {{"url", url}}; }
-
-/// A catalogue in a temporary folder, read for the user alice of the volume mounted at `root()`.
-class ModuleInfo : public testing::Test {
- protected:
-  ModuleInfo() {
-    GTEST_FLAG_SET(death_test_style, "threadsafe");
-    useVolume("");
-  }
-  ~ModuleInfo() override { Host::install(Host::linuxDesktop({})); }
-
-  void useVolume(const std::string& root) {
-    Host::install(Host::macVolume(root, "alice", {"org.example.test", folder_.path("Resources"), {}}));
-  }
-
-  [[nodiscard]] std::string file() const { return folder_.path("Feature.plist"); }
-
-  void write(const Dictionary& root, PropertyListFormat format = PropertyListFormat::XML) {
-    ASSERT_TRUE(writePropertyListFile(file(), root, format));
-  }
-
-  std::vector<Ref<ModuleInformation>> read(const Dictionary& root) {
-    write(root);
-    return ModuleInformation::getModule(file());
-  }
-  /// The feature of a catalogue that has only this one.
-  Ref<FeatureInformation> readFeature(const Dictionary& only) {
-    return read({{"m", module(1, {only})}}).at(0)->featureInfo.ref(0);
-  }
-  Ref<CategoryInformation> readCategory(const Dictionary& only) {
-    return readFeature(feature(1, {only}))->categoryInfo.ref(0);
-  }
-
-  test::TemporaryFolder folder_;
-};
-using ModuleInfoDeathTest = ModuleInfo;
 
 template <class Records>
 std::vector<Integer> finderIDs(const Records& records) {
@@ -433,130 +360,5 @@ TEST_F(ModuleInfo, updateModuleURLLeavesTheRootOfTheVolumeToTheReader) {
   EXPECT_EQ(ModuleInformation::updateModuleURL("file://~/a"), "file:///Users/alice/a");
 }
 
-constexpr const char* kNil = "^Unexpectedly found nil while unwrapping an Optional value\n";
-
-TEST_F(ModuleInfoDeathTest, missingFileStops) {
-  EXPECT_DEATH(ModuleInformation::getModule(folder_.path("absent.plist")),
-               std::string(kNil) + ".*absent\\.plist");
-}
-
-TEST_F(ModuleInfoDeathTest, damagedFileStops) {
-  folder_.file("Feature.plist", "<plist><dict><key>");
-  EXPECT_DEATH(ModuleInformation::getModule(file()), std::string(kNil) + ".*Feature\\.plist");
-}
-
-TEST_F(ModuleInfoDeathTest, rootThatIsNoDictionaryStops) {
-  ASSERT_TRUE(writePropertyListFile(file(), Array{module(1)}));
-  EXPECT_DEATH(ModuleInformation::getModule(file()), std::string(kNil) + ".*Feature\\.plist");
-}
-
-TEST_F(ModuleInfoDeathTest, mainBundleWithoutTheCatalogueStops) {
-  EXPECT_DEATH(ModuleInformation::getModule(), std::string(kNil) + ".*Feature\\.plist");
-}
-
-TEST_F(ModuleInfoDeathTest, moduleThatIsNoDictionaryStops) {
-  EXPECT_DEATH(read({{"odd", "text"}}), "^Could not cast value of key \"odd\" to dictionary\n");
-}
-
-TEST_F(ModuleInfoDeathTest, featureThatIsNoDictionaryStops) {
-  EXPECT_DEATH(read({{"m", module(1, {feature(1), "text"})}}),
-               "^Could not cast value of key \"module\" to array of dictionaries\n");
-}
-
-TEST_F(ModuleInfoDeathTest, numberWithAFractionIsNoInteger) {
-  EXPECT_DEATH(read({{"m", with(module(1), "finder", 1.5)}}),
-               "^Could not cast value of key \"finder\" to integer\n");
-}
-
-TEST_F(ModuleInfoDeathTest, textOfDigitsIsNoInteger) {
-  EXPECT_DEATH(read({{"m", with(module(1), "finder", "1")}}),
-               "^Could not cast value of key \"finder\" to integer\n");
-}
-
-/// One required key: its level of the tree, and what its value is.
-struct RequiredKey {
-  const char* level;
-  const char* key;
-  const char* kind;
-};
-
-// In the order in which they are read.
-constexpr RequiredKey kRequiredKeys[] = {
-    {"module", "finder", "integer"},
-    {"module", "title", "string"},
-    {"module", "image", "string"},
-    {"module", "description", "string"},
-    {"module", "version", "string"},
-    {"module", "type", "string"},
-    {"module", "module", "array of dictionaries"},
-    {"feature", "finder", "integer"},
-    {"feature", "status", "integer"},
-    {"feature", "image", "string"},
-    {"feature", "title", "string"},
-    {"feature", "description", "string"},
-    {"category", "finder", "integer"},
-    {"category", "status", "integer"},
-    {"category", "title", "string"},
-    {"category", "image", "string"},
-    {"category", "description", "string"},
-    {"category", "type", "string"},
-    {"location", "url", "string"},
-};
-
-/// What stands in the context line before the key.
-std::string placeOf(std::string_view level) {
-  std::string place = "Feature\\.plist: \"m\"";
-  if (level == "module") return place;
-  place += ", \"module\" 1";
-  if (level == "feature") return place;
-  place += ", \"category\" 0";
-  return level == "category" ? place : place + ", \"urls\" 2";
-}
-
-class ModuleInfoKeysDeathTest : public ModuleInfo, public testing::WithParamInterface<RequiredKey> {
- protected:
-  /// A whole catalogue, but for `change` on the one dictionary of the level in question.
-  template <class Change>
-  void writeChanged(Change change) {
-    const auto apply = [&](std::string_view level, Dictionary dictionary) {
-      if (level == GetParam().level) change(dictionary);
-      return dictionary;
-    };
-    const Array locations{location("file:///a"), location("file:///b"), apply("location", location("c"))};
-    const Dictionary row = apply("category", with(category(3), "urls", locations));
-    const Dictionary second = apply("feature", feature(2, {row}));
-    write({{"m", apply("module", module(1, {feature(1), second}))}});
-  }
-};
-
-TEST_P(ModuleInfoKeysDeathTest, missingKeyStopsAndIsTheFirstOneReported) {
-  const RequiredKey& missing = GetParam();
-  writeChanged([&](Dictionary& dictionary) {
-    bool from = false;  // this key, and those that are read after it
-    for (const RequiredKey& row : kRequiredKeys) {
-      if (std::string_view(row.level) != missing.level) continue;
-      from = from || std::string_view(row.key) == missing.key;
-      if (from) dictionary.erase(row.key);
-    }
-  });
-  EXPECT_DEATH(ModuleInformation::getModule(file()),
-               std::string(kNil) + "  [^\n]*" + placeOf(missing.level) + ", key \"" + missing.key + "\"\n");
-}
-
-TEST_P(ModuleInfoKeysDeathTest, mistypedKeyStopsOnTheCast) {
-  const RequiredKey& mistyped = GetParam();
-  writeChanged([&](Dictionary& dictionary) {
-    dictionary.set(mistyped.key, PropertyList(PropertyList::Data{1, 2}));
-  });
-  EXPECT_DEATH(ModuleInformation::getModule(file()), std::string("^Could not cast value of key \"") +
-                                                         mistyped.key + "\" to " + mistyped.kind +
-                                                         "\n  [^\n]*" + placeOf(mistyped.level));
-}
-
-INSTANTIATE_TEST_SUITE_P(Catalogue, ModuleInfoKeysDeathTest, testing::ValuesIn(kRequiredKeys),
-                         [](const testing::TestParamInfo<RequiredKey>& row) {
-                           return std::string(row.param.level) + "_" + row.param.key;
-                         });
-
 }  // namespace
-}  // namespace sorrel
+}  // namespace sorrel::test
