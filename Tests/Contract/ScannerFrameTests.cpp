@@ -1,12 +1,8 @@
 // What holds for every scanner that walks the categories of a feature. A new scanner is one more row of the
 // table.
 #include <gtest/gtest.h>
-#include <unistd.h>
 
 #include <algorithm>
-#include <condition_variable>
-#include <memory>
-#include <mutex>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -23,7 +19,8 @@
 #include "SorrelFramework/Scan/MasterScan/iTunesScanService.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
-#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/ActingAsPlainUser.hpp"
+#include "Tests/Support/BusyThreads.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ScanKit.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
@@ -115,51 +112,6 @@ const std::vector<Scanner> kScanners = {
      recordsHandedOver,
      ".png",
      true},
-};
-
-/// Keeps threads of the global queue busy until it goes.
-class BusyThreads {
- public:
-  explicit BusyThreads(unsigned count) : shared_(std::make_shared<Shared>()) {
-    for (unsigned i = 0; i < count; ++i) {
-      GlobalQueue::submit([shared = shared_] {
-        std::unique_lock lock(shared->mutex);
-        ++shared->busy;
-        shared->changed.notify_all();
-        shared->changed.wait(lock, [&] { return shared->released; });
-      });
-    }
-    std::unique_lock lock(shared_->mutex);
-    shared_->changed.wait(lock, [&] { return shared_->busy == count; });
-  }
-  ~BusyThreads() {
-    const std::lock_guard lock(shared_->mutex);
-    shared_->released = true;
-    shared_->changed.notify_all();
-  }
-  BusyThreads(const BusyThreads&) = delete;
-  BusyThreads& operator=(const BusyThreads&) = delete;
-
- private:
-  struct Shared {
-    std::mutex mutex;
-    std::condition_variable changed;
-    unsigned busy = 0;
-    bool released = false;
-  };
-  std::shared_ptr<Shared> shared_;
-};
-
-/// If the test runs as root, who reads everything: lets all threads of the process act as somebody else.
-class ActingAsPlainUser {
- public:
-  ActingAsPlainUser() : own_(::geteuid()) { EXPECT_EQ(::seteuid(own_ == 0 ? test::kPlainUser : own_), 0); }
-  ~ActingAsPlainUser() { EXPECT_EQ(::seteuid(own_), 0); }
-  ActingAsPlainUser(const ActingAsPlainUser&) = delete;
-  ActingAsPlainUser& operator=(const ActingAsPlainUser&) = delete;
-
- private:
-  uid_t own_;
 };
 
 class ScannerFrame : public testing::TestWithParam<Scanner> {
@@ -298,7 +250,7 @@ TEST_P(ScannerFrame, secondStartWhileTheFirstRunsCallsNothingBack) {
   feature = makeFeature({{"one/"}});
   ScanRecord second;
   {
-    const BusyThreads none(GlobalQueue::width());  // the first scan cannot end yet
+    const test::BusyThreads none(GlobalQueue::width());  // the first scan cannot end yet
     start();
     const auto bar = SuperScanService::percentService.get();
     GetParam().start(*feature, second);
@@ -321,7 +273,7 @@ TEST_P(ScannerFrame, stopKeepsWhatWasFoundLeavesTheRestAndStillEnds) {
   feature = makeFeature({{"one/"}, {"two/"}});
   // One thread walks the categories one after the other; the first to be finished is refused by the queue,
   // and that moment is the stop.
-  const BusyThreads allButOne(GlobalQueue::width() - 1);
+  const test::BusyThreads allButOne(GlobalQueue::width() - 1);
   const test::VirtualClock clock([this](std::uint64_t) { SuperScanService::stopScan(*feature); });
   scan.queue->refuseNext(1);
   start();
@@ -338,7 +290,7 @@ TEST_P(ScannerFrame, stopBeforeTheFirstItemGivesAnEmptyResult) {
   file("one/a", "1");
   feature = makeFeature({{"one/"}, {"one/"}});
   {
-    const BusyThreads all(GlobalQueue::width());
+    const test::BusyThreads all(GlobalQueue::width());
     start();
     SuperScanService::stopScan(*feature);
     EXPECT_EQ(status(), ScanState::suspend);
@@ -388,7 +340,7 @@ TEST_P(ScannerFrame, missingAndUnreadableRootsAreEmptyAndKeepNothingFromEnding) 
   volume.setMode("good/closed", 0);
   feature = makeFeature({{"missing/", "closed/", "good/", "loop/", "good/a/b/"}, {"missing/"}, {"closed/"}});
   {
-    const ActingAsPlainUser somebody;
+    const test::ActingAsPlainUser somebody;
     start();
     ASSERT_TRUE(scan.waitUntilDone());
   }

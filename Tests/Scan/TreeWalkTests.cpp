@@ -1,73 +1,16 @@
 #include "SorrelFramework/Scan/TreeWalk.hpp"
 
-#include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <algorithm>
-#include <set>
 
 #include "SorrelFramework/Scan/SuperScanService.hpp"
-#include "Tests/Support/ForkedChild.hpp"
-#include "Tests/Support/MainLoop.hpp"
-#include "Tests/Support/ProcessState.hpp"
-#include "Tests/Support/ScanKit.hpp"
-#include "Tests/Support/TemporaryVolume.hpp"
-#include "Tests/Support/VirtualClock.hpp"
+#include "Tests/Scan/TreeWalkKit.hpp"
 
-namespace sorrel {
+namespace sorrel::test {
 namespace {
-
-using test::makeFeature;
-using test::namesOf;
-using test::recordNamed;
-using test::ScanVolume;
-using Names = std::vector<std::string>;
-
-constexpr Integer kFeature = 3;
-constexpr Integer kScanID = 33;
-
-class Walk : public testing::Test {
- protected:
-  Walk() { SuperScanService::scanStatus.resetForTesting(); }
-
-  /// Walks the folder "root/" of the volume on this thread.
-  void run(EnumerationOptions options = 0, FilterFunc filter = {}, bool zeroItems = false) {
-    runAt(volume.url("root/"), options, std::move(filter), zeroItems);
-  }
-  void runAt(const URL& url, EnumerationOptions options = 0, FilterFunc filter = {}, bool zeroItems = false) {
-    SuperScanService::getListFromUrl(
-        *feature, url, NSControlStateValueOn, keys, options, kScanID, errorHandler, std::move(filter),
-        [this](const std::string& path, std::int64_t size) { progress.emplace_back(path, size); },
-        [this](ScanFilesInformation found, FileRecords foundRecords) {
-          totals = std::move(found);
-          records = std::move(foundRecords);
-          ++doneCount;
-        },
-        feature->categoryInfo[0], zeroItems);
-    test::drainMainQueue();
-  }
-  [[nodiscard]] Names names() const { return namesOf(records, volume.url("root/")); }
-  [[nodiscard]] Ref<FileInformation> record(std::string_view name) const {
-    return recordNamed(records, volume.url("root/"), name);
-  }
-  [[nodiscard]] std::int64_t sizeNow(std::string_view name) const {
-    return SuperScanService::calculateSize(volume.url("root/" + std::string(name)),
-                                           rawValue(FilesKind::Folder));
-  }
-
-  ScanVolume volume;
-  Ref<FeatureInformation> feature = makeFeature(kFeature, {{}});
-  ResourceKeys keys = kRecordKeys;
-  EnumerationErrorHandler errorHandler;
-  ScanFilesInformation totals;
-  FileRecords records;
-  std::vector<std::pair<std::string, std::int64_t>> progress;
-  int doneCount = 0;
-};
 
 TEST_F(Walk, parentsComeBeforeTheirChildrenAndChildrenByTheBytesOfTheirNames) {
   for (const char* name : {"root/b", "root/B", "root/a/z", "root/a/\xC3\xA4", "root/a.txt", "root/a/y/x"}) {
@@ -290,7 +233,7 @@ TEST_F(Walk, rootThatIsALinkToAFolderIsEntered) {
 }
 
 TEST_F(Walk, rootThatLeadsOutOfTheVolumeIsNotEntered) {
-  const test::TemporaryFolder outside;
+  const TemporaryFolder outside;
   outside.file("a", "1");
   ASSERT_EQ(::symlink(outside.path().c_str(), volume.path("root").c_str()), 0);
   run();
@@ -315,169 +258,6 @@ TEST_F(Walk, pathWithANULNamesNothing) {
   runAt(*URL::parse(volume.url("root").absoluteString() + "%00/b/"));
   EXPECT_TRUE(records.empty());
   EXPECT_EQ(doneCount, 1);
-}
-
-// What a disk may hold
-
-TEST_F(Walk, linksAreItemsAndNeverEntered) {
-  volume.file("root/folder/a", "1");
-  ASSERT_EQ(::symlink("folder", volume.path("root/link").c_str()), 0);
-  ASSERT_EQ(::symlink("..", volume.path("root/folder/up").c_str()), 0);
-  run();
-  EXPECT_EQ(names(), (Names{"folder/", "folder/a", "folder/up", "link"}));
-  EXPECT_EQ(record("link")->fileKind, rawValue(FilesKind::File));
-  EXPECT_EQ(record("link")->size, 6);
-}
-
-TEST_F(Walk, namesOfAnyBytesComeThrough) {
-  const std::vector<std::string> odd = {"line\nfeed", "\xFF\xFE",           "%20", "-rf", "a:b",
-                                        "#?;",        std::string(255, 'n')};
-  for (const std::string& name : odd) volume.file("root/" + name, "1");
-  run();
-  auto expected = odd;
-  std::sort(expected.begin(), expected.end());
-  EXPECT_EQ(names(), expected);
-  EXPECT_EQ(record("\xFF\xFE")->title, "\xEF\xBF\xBD\xEF\xBF\xBD");
-  EXPECT_EQ(record("\xFF\xFE")->url.path(), volume.path("root/\xFF\xFE"));
-}
-
-TEST_F(Walk, deepTreeNeedsFewOpenFiles) {
-  std::string path = volume.folder("root");
-  int folder = ::open(path.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-  for (int level = 0; level < 1000; ++level) {
-    ASSERT_EQ(::mkdirat(folder, "d", 0700), 0);
-    ASSERT_EQ(::mkdirat(folder, "side", 0700), 0);
-    const int file = ::openat(folder, "side/f", O_CREAT | O_WRONLY | O_CLOEXEC, 0600);
-    ASSERT_EQ(::write(file, "x", 1), 1);
-    ::close(file);
-    const int below = ::openat(folder, "d", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
-    ::close(folder);
-    folder = below;
-  }
-  ::close(folder);
-
-  rlimit before{};
-  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &before), 0);
-  const rlimit few{256, before.rlim_max};
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &few), 0);
-  run();
-  EXPECT_EQ(sizeNow(""), 1000);
-  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &before), 0);
-
-  EXPECT_EQ(totals.fileNumber, 1000);
-  EXPECT_EQ(totals.folderNumber, 2000);
-  ASSERT_EQ(records.size(), 2999U);  // the folder at the very bottom is empty
-  EXPECT_EQ(record("d/")->size, 999);
-}
-
-TEST(WalkOfADeepTree, memoryDoesNotGrowWithTheSquareOfTheDepth) {
-  constexpr long mostKiB = 600L * 1024;
-  const test::TemporaryVolume deep;
-  // One text for each level would take 1.1 GB.
-  deep.chain("root", std::string(250, 'n'), 3000);
-  const std::string told = test::inChild([&deep]() -> std::string {
-    rusage before{};
-    rusage after{};
-    int count = 0;
-    WalkRequest request;
-    request.filter = [&count](const URL&, const ResourceValues&, EnumerationPosition*) {
-      ++count;
-      return false;
-    };
-    ::getrusage(RUSAGE_SELF, &before);
-    walkTree(deep.url("root/"), request);
-    ::getrusage(RUSAGE_SELF, &after);
-    const bool isSmall = after.ru_maxrss - before.ru_maxrss < mostKiB;
-    return std::to_string(count) + (isSmall ? " items" : " items, too much memory");
-  });
-  EXPECT_EQ(told, "3000 items");
-}
-
-TEST_F(Walk, filesOpenedByAWalkAreGivenBack) {
-  for (int i = 0; i < 100; ++i) volume.file("root/" + std::to_string(i) + "/a/b/c", "1");
-  run();
-  const std::size_t before = test::openDescriptors();
-  run();
-  // Helpers that come too late touch nothing; those that helped gave back what they had before the walk
-  // ended.
-  EXPECT_EQ(test::openDescriptors(), before);
-}
-
-TEST_F(Walk, unreadableFolderIsAnEmptyItemAndTold) {
-  volume.file("root/closed/a", "1");
-  volume.file("root/open/a", "1");
-  ASSERT_EQ(::chmod(volume.path("root/closed").c_str(), 0), 0);
-  // Root reads everything: the walk runs as somebody else in a process of its own.
-  ASSERT_EQ(::chmod(volume.path().c_str(), 0755), 0);
-  const pid_t child = ::fork();
-  if (child == 0) {
-    if (::getuid() == 0 && ::setresuid(10001, 10001, 10001) != 0) ::_exit(9);
-    std::vector<URL> told;
-    WalkRequest request;
-    request.keys = kRecordKeys;
-    request.filter = [](const URL&, const ResourceValues&, EnumerationPosition*) { return true; };
-    request.errorHandler = [&](const URL& url, int error) {
-      EXPECT_EQ(error, EACCES);
-      told.push_back(url);
-      return true;
-    };
-    request.isContainZeroItem = true;
-    const WalkResult result = walkTree(volume.url("root/"), request);
-    const bool good = told == std::vector<URL>{volume.url("root/closed/")} &&
-                      namesOf(result.records, volume.url("root/")) == Names{"closed/", "open/", "open/a"} &&
-                      result.records[0]->size == 0 && !result.records[0]->canDelete;
-    ::_exit(good ? 0 : 1);
-  }
-  int status = 0;
-  ASSERT_EQ(::waitpid(child, &status, 0), child);
-  EXPECT_TRUE(WIFEXITED(status));
-  EXPECT_EQ(WEXITSTATUS(status), 0);
-  ::chmod(volume.path("root/closed").c_str(), 0700);
-}
-
-TEST_F(Walk, largeTreeIsTheSameWhateverThreadsHelp) {
-  std::set<std::string> expected;
-  for (int a = 0; a < 20; ++a) {
-    for (int b = 0; b < 20; ++b) {
-      const std::string name = "f" + std::to_string(a) + "/g" + std::to_string(b) + "/file";
-      volume.file("root/" + name, "1");
-      expected.insert(name);
-    }
-  }
-  run();
-  const Names first = names();
-  EXPECT_EQ(totals.fileNumber, 400);
-  EXPECT_EQ(totals.folderNumber, 420);
-  EXPECT_EQ(totals.folderSize, 800);
-  EXPECT_EQ(progress.size(), 820U);
-  for (const std::string& name : expected) EXPECT_EQ(std::count(first.begin(), first.end(), name), 1) << name;
-  for (int round = 0; round < 5; ++round) {
-    run();
-    EXPECT_EQ(names(), first);
-  }
-}
-
-TEST_F(Walk, folderThatIsOnlySizedIsNotTold) {
-  volume.file("root/a/x", "1");
-  int told = 0;
-  errorHandler = [&told](const URL&, int) {
-    ++told;
-    return true;
-  };
-  const auto vanishing = [&](bool isPruned) {
-    run(0, [&, isPruned](const URL& url, const ResourceValues&, EnumerationPosition* position) {
-      if (url.lastPathComponent() != "a") return true;
-      ::unlink(volume.path("root/a/x").c_str());
-      ::rmdir(volume.path("root/a").c_str());
-      if (isPruned) position->skipDescendants();
-      return true;
-    });
-  };
-  vanishing(true);
-  EXPECT_EQ(told, 0);
-  volume.file("root/a/x", "1");
-  vanishing(false);
-  EXPECT_EQ(told, 1);
 }
 
 // Stopping
@@ -526,94 +306,5 @@ TEST_F(Walk, errorHandlerMayEndTheWalk) {
   EXPECT_EQ(asked, 4);
 }
 
-// Several roots
-
-class Roots : public Walk {
- protected:
-  void runAll(const std::vector<URL>& urls) {
-    SuperScanService::getListFromUrls(
-        *feature, urls, NSControlStateValueOff, keys, 0, kScanID, scan.progress(), scan.percent(), {},
-        [this](std::map<URL, FileRecords> found, std::map<URL, ScanFilesInformation> foundTotals) {
-          allRecords = std::move(found);
-          allTotals = std::move(foundTotals);
-          places.push_back(scan.here());
-          ++scan.doneCount;
-        },
-        scan.queue, feature->categoryInfo[0]);
-  }
-  [[nodiscard]] bool wait() {
-    return test::runMainLoopUntil([this] { return scan.doneCount > 0; }) && test::drain(*scan.queue);
-  }
-
-  test::ScanRecord scan;
-  std::map<URL, FileRecords> allRecords;
-  std::map<URL, ScanFilesInformation> allTotals;
-  std::vector<test::ScanRecord::Place> places;
-};
-
-TEST_F(Roots, doneComesOnceOnTheSerialQueueWithEveryRoot) {
-  volume.file("one/a", "1");
-  volume.file("two/b", "22");
-  runAll({volume.url("one/"), volume.url("two/"), volume.url("missing/")});
-  ASSERT_TRUE(wait());
-  EXPECT_EQ(scan.doneCount, 1);
-  EXPECT_TRUE(places.at(0).onSerial);
-  EXPECT_EQ(scan.percents, std::vector<float>{1.0F});
-  ASSERT_EQ(allRecords.size(), 3U);
-  EXPECT_EQ(allRecords.at(volume.url("one/")).size(), 1U);
-  EXPECT_EQ(allTotals.at(volume.url("two/")).fileSize, 2);
-  EXPECT_TRUE(allRecords.at(volume.url("missing/")).empty());
-  EXPECT_EQ(allTotals.at(volume.url("missing/")).fileNumber, 0);
-}
-
-TEST_F(Roots, rootsThatShareAFolderNumberTheirRecordsEachFromZero) {
-  volume.file("one/first", "1");
-  volume.file("one/two/b", "22");
-  runAll({volume.url("one/"), volume.url("one/two/")});
-  ASSERT_TRUE(wait());
-  const auto inner = recordNamed(allRecords.at(volume.url("one/two/")), volume.url("one/two/"), "b");
-  const auto outer = recordNamed(allRecords.at(volume.url("one/")), volume.url("one/"), "two/b");
-  EXPECT_EQ(inner->url, outer->url);
-  EXPECT_EQ(inner->finderID, 0);
-  EXPECT_EQ(outer->finderID, 2);
-}
-
-TEST_F(Roots, taskThatTheQueueRefusesIsSubmittedAgainEveryHalfSecond) {
-  const test::VirtualClock clock;
-  volume.file("one/a", "1");
-  scan.queue->refuseNext(3);
-  runAll({volume.url("one/")});
-  ASSERT_TRUE(wait());
-  EXPECT_EQ(clock.waits(), (std::vector<std::uint64_t>{500'000, 500'000, 500'000}));
-  EXPECT_EQ(scan.doneCount, 1);
-}
-
-TEST_F(Roots, queueThatShutDownDropsTheTask) {
-  volume.file("one/a", "1");
-  scan.queue->refuseNext(1, WeftRunError::ShutDown);
-  runAll({volume.url("one/")});
-  ASSERT_TRUE(test::runMainLoopUntil([this] { return scan.queue->refused() == 1; }));
-  EXPECT_EQ(scan.queue->accepted(), 0U);
-}
-
-TEST_F(Roots, noRootsNeverCallDone) {
-  runAll({});
-  test::drainMainQueue();
-  ASSERT_TRUE(test::drain(*scan.queue));
-  EXPECT_EQ(scan.doneCount, 0);
-  EXPECT_TRUE(scan.percents.empty());
-}
-
-TEST_F(Roots, progressRunsOnTheMainQueueInTheOrderOfTheWalk) {
-  for (const char* name : {"one/c", "one/a", "one/b"}) volume.file(name, "1");
-  runAll({volume.url("one/")});
-  ASSERT_TRUE(wait());
-  test::drainMainQueue();
-  Names paths;
-  for (const auto& [path, size] : scan.progressCalls) paths.push_back(path);
-  EXPECT_EQ(paths, (Names{volume.path("one/a"), volume.path("one/b"), volume.path("one/c")}));
-  for (const auto& place : scan.progressPlaces) EXPECT_TRUE(place.onMain);
-}
-
 }  // namespace
-}  // namespace sorrel
+}  // namespace sorrel::test

@@ -1,7 +1,6 @@
 #include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -10,108 +9,17 @@
 #include <optional>
 #include <set>
 #include <string>
-#include <tuple>
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
-#include "SorrelFramework/Units/LogService.hpp"
+#include "Tests/Scan/LargeAndOldFile/LargeAndOldFileServiceKit.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ScanKit.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
-namespace sorrel {
+namespace sorrel::test {
 namespace {
-
-using test::operator""_MiB;
-using test::ByteCount;
-using Kind = LargeAndOldFileService::LargeAndFileKind;
-using Names = std::vector<std::string>;
-
-constexpr Integer kFeature = 3;
-constexpr std::int64_t kMiB = 1 << 20;
-constexpr double kDay = 86'400;
-const std::string kTools = std::string(SORREL_BINARY_DIR) + "/libexec/sorrel";
-
-/// The home of alice on a volume, and the tools that the scan finds: none, unless a test says which.
-class LargeAndOldFileTest : public testing::Test {
- protected:
-  LargeAndOldFileTest() {
-    SuperScanService::scanStatus.resetForTesting();
-    SuperScanService::percentService.exchange(nullptr);
-    useTools(volume.folder("no tools"));
-  }
-
-  void useTools(const std::string& folder) {
-    Host host = Host::macVolume(volume.path(), "alice",
-                                {std::string(test::TemporaryVolume::kBundleIdentifier), "", {}});
-    host.setToolFolder(folder);
-    Host::install(std::move(host));
-    LogService::resetForTesting();
-  }
-  /// An mdfind that notes its arguments and prints these lines.
-  void useToolThatPrints(const std::string& text) {
-    const std::string output = volume.file("output", text);
-    volume.script("tools/mdfind",
-                  "printf '%s\\n' \"$@\" >'" + volume.path("arguments") + "'; cat '" + output + "'");
-    useTools(volume.path("tools"));
-  }
-  std::string big(const std::string& name, ByteCount size = 60_MiB) {
-    return volume.file("Users/alice/" + name, size);
-  }
-  void start() {
-    LargeAndOldFileService::scanLargeAndOldFile(*feature, scan.progress(), scan.percent(), scan.singleDone(),
-                                                scan.treeDone(), scan.queue);
-  }
-  void run() {
-    start();
-    ASSERT_TRUE(scan.waitUntilDone());
-  }
-  CategoryInformation& all() { return feature->categoryInfo[0]; }
-  CategoryInformation& row(Kind kind) {
-    return (*all().childrenCateogry)[static_cast<std::size_t>(rawValue(kind))];
-  }
-  /// Paths below the home.
-  Names names(const CategoryInformation& category) {
-    return test::namesOf(category.childrens.refs(), volume.url("Users/alice/"));
-  }
-  Names names() { return names(all()); }
-  std::string log() {
-    LogService::shard().flushForTesting();
-    return test::contentOf(LogService::shard().logPath.path());
-  }
-  bool hasLogged(const std::string& text) { return log().find(":Info>:" + text + "\n") != std::string::npos; }
-
-  /// A record that no scan made.
-  Ref<FileInformation> record(const std::string& path, std::int64_t size, Date date = Date::now()) {
-    return makeRef<FileInformation>(NSControlStateValueOff, made++, Integer{1}, path, Image(), size, date,
-                                    URL::fileURL(path, false), "", true, false, std::any(),
-                                    Children<FileInformation>(), feature->categoryInfo.ref(0),
-                                    rawValue(FilesKind::File), Integer{0});
-  }
-  void add(const Ref<FileInformation>& file, double now = Date::now().secondsSince1970) {
-    LargeAndOldFileService::addToChildrenCategory(all(), *file, {now - 365 * kDay}, {now - 30 * kDay},
-                                                  {now - 7 * kDay});
-  }
-  /// The kinds of the rows that hold the record; each holds it once.
-  std::set<Kind> kindsOf(const FileInformation& file) {
-    std::set<Kind> kinds;
-    for (std::size_t i = 0; i < all().childrenCateogry->size(); ++i) {
-      for (const FileInformation& child : (*all().childrenCateogry)[i].childrens) {
-        if (&child != &file) continue;
-        EXPECT_TRUE(kinds.insert(static_cast<Kind>(i)).second);
-      }
-    }
-    return kinds;
-  }
-
-  test::TemporaryVolume volume;
-  test::ScanRecord scan;
-  Ref<FeatureInformation> feature = test::makeLargeAndOldFeature();
-  Integer made = 0;
-};
 
 using Kinds = std::set<Kind>;
 
@@ -226,9 +134,10 @@ TEST_F(LargeAndOldFileTest, sumOfSizesThatOverflowsIsFatal) {
 }
 
 TEST_F(LargeAndOldFileTest, missingRowsAreFatal) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a scan needs its queues, which a fork would not have
   const std::string text = "Unexpectedly found nil while unwrapping an Optional value";
   for (const Integer rows : {11, 0}) {
-    feature = test::makeLargeAndOldFeature(rows);
+    feature = makeLargeAndOldFeature(rows);
     EXPECT_DEATH(add(record(volume.path("a"), 1)), text);
     EXPECT_DEATH(LargeAndOldFileService::sortCategory(all()), text);
     EXPECT_DEATH(run(), text);
@@ -238,62 +147,6 @@ TEST_F(LargeAndOldFileTest, missingRowsAreFatal) {
   EXPECT_DEATH(run(), text);
   feature->categoryInfo.clear();
   EXPECT_DEATH(run(), text);
-}
-
-// The walk
-
-TEST_F(LargeAndOldFileTest, withoutTheToolTheHomeIsWalkedAndTheLogSaysSo) {
-  big("Movies/a.mov", 500_MiB);
-  run();
-  EXPECT_EQ(names(), Names{"Movies/a.mov"});
-  EXPECT_TRUE(hasLogged("LargeAndOldScanService Start"));
-  EXPECT_TRUE(hasLogged("LargeAndOldScanService Code = 2"));
-  EXPECT_FALSE(hasLogged("LargeAndOldScanService Scanning"));
-}
-
-TEST_F(LargeAndOldFileTest, walkTakesRegularFilesFromFiftyMebibytesOn) {
-  big("exact", {52'428'800});
-  big("less", {52'428'799});
-  volume.folder("Users/alice/folder");
-  volume.link("Users/alice/link", "exact");
-  volume.fifo("Users/alice/pipe");
-  volume.file("Users/bob/exact", 60_MiB);
-  run();
-  EXPECT_EQ(names(), Names{"exact"});
-}
-
-TEST_F(LargeAndOldFileTest, walkSkipsHiddenItemsAndTheInsidesOfPackages) {
-  big(".hidden.zip");
-  big(".cache/a.zip");
-  big("Game.app/Contents/data.zip");
-  big("Library/a.zip");
-  run();
-  EXPECT_EQ(names(), Names{"Library/a.zip"});
-}
-
-TEST_F(LargeAndOldFileTest, walkStopsAtTheNextItem) {
-  big("a.zip");
-  SuperScanService::scanStatus.set(kFeature, ScanState::suspend);
-  const auto bar = std::make_shared<PercentService>(scan.percent(), 3, 1.0F);
-  LargeAndOldFileService::scanProLargeAndOldFileCommon(*feature, scan.progress(), scan.percent(),
-                                                       scan.singleDone(), scan.treeDone(), scan.queue, bar);
-  ASSERT_TRUE(scan.waitUntilDone());
-  EXPECT_EQ(names(), Names());
-  EXPECT_EQ(scan.doneCount, 1);
-  EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::end);
-}
-
-TEST_F(LargeAndOldFileTest, foldersThatCannotBeReadArePassedOver) {
-  big("Closed/a.zip");
-  big("Open/a.zip");
-  volume.setMode(".", 0755);
-  volume.setMode("Users/alice/Closed", 0);
-  const uid_t own = ::geteuid();
-  ASSERT_EQ(::seteuid(own == 0 ? 10001 : own), 0);
-  run();
-  ASSERT_EQ(::seteuid(own), 0);
-  volume.setMode("Users/alice/Closed", 0700);
-  EXPECT_EQ(names(), Names{"Open/a.zip"});
 }
 
 // The records
@@ -376,137 +229,9 @@ TEST_F(LargeAndOldFileTest, secondStartWhileTheFirstRunsIsLoggedAndCallsNothingB
   EXPECT_TRUE(hasLogged("LargeAndOldScanService Scanning"));
   EXPECT_FALSE(hasLogged("LargeAndOldScanService Start"));
   EXPECT_EQ(SuperScanService::percentService.get(), nullptr);
-  test::drainMainQueue();
+  drainMainQueue();
   EXPECT_EQ(scan.doneCount, 0);
   EXPECT_TRUE(scan.percents.empty());
-}
-
-// The tool
-
-TEST_F(LargeAndOldFileTest, toolIsAskedForTheLargeFilesOfTheHome) {
-  useToolThatPrints("");
-  run();
-  EXPECT_EQ(test::contentOf(volume.path("arguments")),
-            "-onlyin\n" + volume.path("Users/alice") + "\nkMDItemFSSize > 52428800\n");
-  EXPECT_EQ(names(), Names());
-  EXPECT_EQ(scan.treeSize, 0);
-  EXPECT_FALSE(hasLogged("LargeAndOldScanService Code = 2"));
-}
-
-TEST_F(LargeAndOldFileTest, pathsOutsideTheHomeAreDropped) {
-  const std::string inside = big("a.zip");
-  std::string lines = volume.file("etc/a.zip", 60_MiB) + "\n";
-  lines += volume.file("Users/bob/a.zip", 60_MiB) + "\n";
-  lines += volume.file("Users/alice2/a.zip", 60_MiB) + "\n";
-  lines += volume.path("Users/alice/../bob/a.zip") + "\n";
-  lines += volume.path("Users/alice/..") + "\n";
-  lines += inside + std::string(1, '\0') + ".part\n";
-  lines += "/Users/alice/a.zip\n" + inside + "\na.zip\n\n";
-  useToolThatPrints(lines);
-  run();
-  EXPECT_EQ(names(), Names{"a.zip"});
-}
-
-TEST_F(LargeAndOldFileTest, linesThatAreNoRegularFileAreDropped) {
-  const std::string file = big("a.zip", 60_MiB);
-  volume.folder("Users/alice/folder");
-  volume.link("Users/alice/link", "a.zip");
-  std::string lines;
-  for (const char* name : {"/folder", "/link", "/gone.zip", "", "/"}) {
-    lines += volume.path("Users/alice") + name + "\n";
-  }
-  useToolThatPrints(lines + file);  // without a line feed at the end
-  run();
-  EXPECT_EQ(names(), Names{"a.zip"});
-}
-
-TEST_F(LargeAndOldFileTest, recordsOfTheToolAreMadeOnTheSerialQueueInTheOrderOfItsLines) {
-  useToolThatPrints(big("b.zip") + "\n" + big("a.zip") + "\n");
-  run();
-  EXPECT_EQ(names(), (Names{"b.zip", "a.zip"}));
-  EXPECT_EQ(all().childrens[1].finderID, 1);
-  EXPECT_GT(scan.queue->accepted(), 0U);
-}
-
-TEST_F(LargeAndOldFileTest, bothRoadsGiveTheSameTreeButForHiddenFiles) {
-  big("a/deep/a.zip");
-  big("a.b/b.mov", 500_MiB);
-  big("Library/Caches/c.iso", 100_MiB);
-  big("Game.app/Contents/data.zip");
-  big("plain");
-  big("exactly", {52'428'801});
-  volume.setModified("Users/alice/plain", 1'000'000'000);
-  using Row = std::tuple<std::string, Integer, std::string, double>;
-  const auto tree = [this] {
-    std::vector<Row> rows;
-    for (std::size_t i = 0; i <= 12; ++i) {
-      const CategoryInformation& category = i == 0 ? all() : (*all().childrenCateogry)[i - 1];
-      rows.emplace_back(category.title, category.size, "", 0);
-      for (const FileInformation& file : category.childrens) {
-        rows.emplace_back(file.title, file.size, file.hashValueString.str(), file.date.secondsSince1970);
-      }
-    }
-    return rows;
-  };
-  run();
-  const auto walked = tree();
-  EXPECT_EQ(all().childrens.size(), 5U);
-
-  useTools(kTools);
-  scan.doneCount = 0;
-  scan.percents.clear();
-  run();
-  EXPECT_EQ(tree(), walked);
-  EXPECT_FALSE(hasLogged("LargeAndOldScanService Code = 2\n<"));
-
-  big(".hidden.zip");
-  scan.doneCount = 0;
-  scan.percents.clear();
-  run();
-  EXPECT_EQ(names().at(0), ".hidden.zip");
-  EXPECT_EQ(all().childrens.size(), 6U);
-}
-
-TEST_F(LargeAndOldFileTest, fileOfExactlyFiftyMebibytesIsNotAskedFor) {
-  big("exact", {52'428'800});
-  useTools(kTools);
-  run();
-  EXPECT_EQ(names(), Names());
-}
-
-TEST_F(LargeAndOldFileTest, stopWhileTheToolRunsStillEnds) {
-  useToolThatPrints(big("a.zip") + "\n");
-  start();
-  SuperScanService::stopScan(*feature);
-  ASSERT_TRUE(scan.waitUntilDone());
-  EXPECT_EQ(scan.doneCount, 1);
-  EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::end);
-  EXPECT_EQ(SuperScanService::percentService.get(), nullptr);
-}
-
-TEST_F(LargeAndOldFileTest, scanChangesNothing) {
-  big("Movies/a.mov");
-  big("Game.app/Contents/data.zip");
-  volume.file("Users/alice/less", "1");
-  volume.setModified("Users/alice/Movies/a.mov", 1'000'000'000);
-  // The log is the one thing that a scan writes.
-  const auto items = [this] {
-    auto entries = test::snapshotOf(volume.path("Users/alice"));
-    std::erase_if(entries, [](const test::TreeEntry& entry) { return entry.path.ends_with(".txt"); });
-    return entries;
-  };
-  LogService::shard().log(LogService::LogLevel::Info, "");
-  LogService::shard().flushForTesting();
-  const auto before = items();
-  for (const std::string& tools : {volume.path("no tools"), kTools}) {
-    useTools(tools);
-    scan.doneCount = 0;
-    scan.percents.clear();
-    run();
-    EXPECT_EQ(names(), Names{"Movies/a.mov"});
-    log();
-    EXPECT_EQ(items(), before) << tools;
-  }
 }
 
 // After a clean
@@ -581,8 +306,8 @@ TEST_F(LargeAndOldFileTest, treeWithPayloadsIsFreedWithItsLastHandle) {
   EXPECT_EQ(counter.use_count(), 2);
   feature = nullptr;
   // The walk's own thread may still be about to let go of its handle.
-  EXPECT_TRUE(test::runMainLoopUntil([&] { return counter.use_count() == 1; }));
+  EXPECT_TRUE(runMainLoopUntil([&] { return counter.use_count() == 1; }));
 }
 
 }  // namespace
-}  // namespace sorrel
+}  // namespace sorrel::test
