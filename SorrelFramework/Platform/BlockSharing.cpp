@@ -52,8 +52,8 @@ class ExtentQuestion {
   fiemap* head_ = nullptr;
 };
 
-/// The extents of the first `size` bytes of a file; nothing if the file system can't tell, or too many.
-std::optional<Extents> readExtents(int file, std::uint64_t size, std::uint32_t flags) {
+/// The extents of the first `size` bytes of a file; nothing if the file system can't tell, or for too many.
+std::optional<Extents> readExtents(int file, std::uint64_t size, std::uint32_t flags, std::size_t most) {
   Extents extents;
   ExtentQuestion question;
   for (std::uint64_t start = 0; start < size;) {
@@ -61,7 +61,7 @@ std::optional<Extents> readExtents(int file, std::uint64_t size, std::uint32_t f
     if (question.count() == 0) return extents;
     for (std::size_t i = 0; i < question.count(); ++i) {
       const fiemap_extent& told = question[i];
-      if (extents.size() == BlockSharing::kMostExtents) return std::nullopt;
+      if (extents.size() == most) return std::nullopt;
       extents.push_back({told.fe_logical, told.fe_physical, told.fe_length, told.fe_flags});
       if ((told.fe_flags & FIEMAP_EXTENT_LAST) != 0) return extents;
     }
@@ -138,16 +138,16 @@ std::string textOf(std::uint64_t device, std::uint64_t size, const Extents& runs
 
 }  // namespace
 
-std::optional<BlockSharing> BlockSharing::of(const std::string& path) {
+std::optional<BlockSharing> BlockSharing::of(const std::string& path, std::size_t most) {
   const FileReadStream stream = FileReadStream::open(path, FileReadStream::Link::Refused);
   const int file = stream.descriptor();
   struct stat status {};
   if (!stream.isOpen() || ::fstat(file, &status) != 0) return std::nullopt;
   const auto size = static_cast<std::uint64_t>(status.st_size);
   // Unwritten data may take a file's shared blocks away from it, and never adds any.
-  std::optional<Extents> extents = readExtents(file, size, 0);
+  std::optional<Extents> extents = readExtents(file, size, 0, most);
   if (!extents || std::ranges::none_of(*extents, isShared)) return std::nullopt;
-  extents = readExtents(file, size, FIEMAP_FLAG_SYNC);
+  extents = readExtents(file, size, FIEMAP_FLAG_SYNC, most);
   if (!extents) return std::nullopt;
   return from(status.st_dev, size, *std::move(extents));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -19,14 +20,13 @@ struct FileExtent {
 /// snapshots do. btrfs and XFS can tell; for most other file systems there is never anything to tell.
 class BlockSharing {
  public:
-  /// A file of more pieces than this is not told of.
   static constexpr std::size_t kMostExtents = 16384;
 
   /// Asks the file system about a regular file; links are not followed, and no content is read. Nothing if it
   /// shares none of its blocks, or if that can't be told: the file can't be opened, its file system does not
-  /// know, or some of its data has no block of its own. Only of a file with shared blocks what the kernel
-  /// has not written yet goes to the disk before: until then it lies nowhere.
-  static std::optional<BlockSharing> of(const std::string& path);
+  /// know, it has more than `most` extents, or some of its data has no block of its own. Only of a file with
+  /// shared blocks what the kernel has not written yet goes to the disk before: until then it lies nowhere.
+  static std::optional<BlockSharing> of(const std::string& path, std::size_t most = kMostExtents);
 
   /// The same from the extents of a file of `size` bytes on `device`, in the order of the file.
   static std::optional<BlockSharing> from(std::uint64_t device, std::uint64_t size,
