@@ -152,6 +152,21 @@ TEST_F(FileHashBatches, whatWasFinishedBeforeAStopStays) {
   });
 }
 
+TEST_F(FileHashBatches, thatSawAStopStayStoppedWhenANewScanBegins) {
+  const Paths paths = filesOf(40, 2 * kChunk);
+  withEachMD5Kernel([&](const MD5Kernel& kernel) {
+    const ReplacedRead reads([&](std::size_t number) {
+      if (number == 4) unit.scanState = kSuspend;
+      return 0;
+    });
+    FileHashBatch batch(paths, 1, kernel);
+    batch.run();
+    unit.scanState = 0;
+    batch.run();
+    EXPECT_EQ(reads.notes().size(), 5U);
+  });
+}
+
 TEST_F(FileHashBatches, readNothingWhileAStopIsSet) {
   const Paths paths = filesOf(20, 100);
   unit.scanState = kSuspend;
