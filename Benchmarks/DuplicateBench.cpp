@@ -1,6 +1,7 @@
 // A scan for duplicates against the tools a user would pick instead: fdupes, jdupes, rdfind, rmlint.
 // usage: DuplicateBench SET [ROUNDS]            whole scans of a set that make_duplicates.py made
-//        DuplicateBench walk TREE LARGE [ROUNDS]  the walk alone, over two trees that make_tree.py made
+//        DuplicateBench cold SET [ROUNDS]         the same with nothing of it in memory; only root can see to
+//        that DuplicateBench walk TREE LARGE [ROUNDS]  the walk alone, over two trees that make_tree.py made
 //        DuplicateBench real FOLDER [KIB]         a tree of this machine: the groups against those of jdupes
 // Each program runs as a child of its own; `DuplicateBench scan FOLDER KIB` is the engine's, which prints its
 // groups as jdupes does, those of folders file by file.
@@ -203,12 +204,26 @@ class OutputFolder {
   std::string path_;
 };
 
-int compareScans(const std::string& set, int rounds, const std::string& self) {
+/// Lets go of all that the system keeps of the disks. False where that isn't allowed.
+bool dropCaches() {
+  ::sync();
+  std::ofstream file("/proc/sys/vm/drop_caches");
+  return static_cast<bool>(file << "3" << std::flush);
+}
+
+enum class Cache : std::uint8_t { Warm, Cold };
+
+int compareScans(const std::string& set, int rounds, const std::string& self, Cache cache) {
+  if (cache == Cache::Cold && !dropCaches()) {
+    std::printf("the page cache can't be dropped here: no cold scans\n");
+    return 0;
+  }
   const OutputFolder folder;
   std::vector<Program> programs = programsFor(set, self, folder.path());
   std::vector<Variant> variants;
   for (Program& program : programs) {
-    variants.push_back({program.name, [&program, &folder] {
+    variants.push_back({program.name, [&program, &folder, cache] {
+                          if (cache == Cache::Cold) dropCaches();
                           const ChildRun run = runChild(program.words, folder.path() + "/out");
                           program.groups = program.read(program.result);
                           program.peakKiB = std::max(program.peakKiB, run.peakKiB);
@@ -373,14 +388,16 @@ int main(int count, char** arguments) {
   Host::install(Host::linuxDesktop({"org.sorrel.DuplicateBench", "", {}}));
   const auto roundsAt = [&](std::size_t place) { return words.size() > place ? std::stoi(words[place]) : 7; };
   if (words.empty()) {
-    std::fprintf(stderr, "usage: %s SET [ROUNDS] | walk TREE LARGE [ROUNDS] | real FOLDER [KIB]\n",
-                 arguments[0]);
+    std::fprintf(
+        stderr, "usage: %s SET [ROUNDS] | cold SET [ROUNDS] | walk TREE LARGE [ROUNDS] | real FOLDER [KIB]\n",
+        arguments[0]);
     return 2;
   }
   if (words[0] == "idle") return 0;
+  if (words[0] == "cold" && words.size() > 1) return compareScans(words[1], roundsAt(2), self, Cache::Cold);
   if (words[0] == "scan" && words.size() == 3) return scan(words[1], std::stoll(words[2]));
   if (words[0] == "walk" && words.size() > 2) return compareWalks({words[1], words[2]}, roundsAt(3));
   if (words[0] == "real" && words.size() > 1)
     return compareReal(words[1], words.size() > 2 ? words[2] : "0", self);
-  return compareScans(words[0], roundsAt(1), self);
+  return compareScans(words[0], roundsAt(1), self, Cache::Warm);
 }

@@ -17,16 +17,23 @@ class FolderListing {
   /// Reads the open folder; false if the listing broke off, with the names met until then.
   bool read(FolderStream& stream, int folder);
 
+  /// For a walk that keeps only some of the names: clear, add each of them, sort. `size` stays with the name.
+  void clear() noexcept;
+  void add(const FolderStream::Entry& entry, std::int64_t size = 0);
+  void sort();
+
   [[nodiscard]] std::size_t size() const noexcept { return spans_.size(); }
   /// Ends in NUL.
   [[nodiscard]] std::string_view name(std::size_t index) const noexcept {
     return {names_.data() + spans_[index].offset, spans_[index].length};
   }
   [[nodiscard]] FolderStream::Type type(std::size_t index) const noexcept { return spans_[index].type; }
+  [[nodiscard]] std::int64_t size(std::size_t index) const noexcept { return spans_[index].size; }
 
  private:
   struct Span {
     std::size_t offset;
+    std::int64_t size;
     std::uint32_t length;
     FolderStream::Type type;
   };

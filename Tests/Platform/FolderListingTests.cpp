@@ -87,5 +87,18 @@ TEST(FolderListing, typesStayWithTheirNames) {
   EXPECT_EQ(listing.type(2), FolderStream::Type::Other);
 }
 
+TEST(FolderListing, addedNamesKeepTheirSizeWhenSorted) {
+  FolderListing listing;
+  listing.add({"old", 3, FolderStream::Type::Other}, 1);
+  listing.clear();
+  listing.add({"b", 1, FolderStream::Type::Other}, 20);
+  listing.add({"a", 1, FolderStream::Type::Directory});
+  listing.sort();
+  EXPECT_EQ(namesOf(listing), (std::vector<std::string>{"a", "b"}));
+  EXPECT_EQ(listing.size(0), 0);
+  EXPECT_EQ(listing.size(1), 20);
+  EXPECT_EQ(listing.type(0), FolderStream::Type::Directory);
+}
+
 }  // namespace
 }  // namespace sorrel

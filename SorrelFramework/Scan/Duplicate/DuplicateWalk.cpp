@@ -73,7 +73,7 @@ DuplicateInfo DuplicateWalk::folderBackTracking(const URL& url) {
     if (top().next == top().listing.size()) {
       leaveTop(result);
     } else {
-      weighNext();
+      visitNext();
     }
   }
   folders_.clear();
@@ -88,7 +88,32 @@ void DuplicateWalk::enterTop() {
   level.pathLength = path_.size();
   level.firstBelow = sizes_->folders.size();
   level.info = {0, 0, URL(), false, {}};
-  level.listing.read(stream_, folders_.top());
+  weighFiles();
+}
+
+/// The weights of files add up in any order, so that the folder is read once, and only what has to be met in
+/// the order of the names stays in the listing: folders and candidates.
+void DuplicateWalk::weighFiles() {
+  FolderListing& listing = top().listing;
+  listing.clear();
+  stream_.start(folders_.top());
+  while (const FolderStream::Entry* entry = stream_.next()) {
+    if (isStopped()) return listing.clear();
+    if (isHiddenName({entry->name, entry->length})) continue;
+    if (entry->type == FolderStream::Type::Directory) {
+      listing.add(*entry);
+      continue;
+    }
+    const auto status = statusOf(folders_.top(), entry->name);
+    if (status && status->isDirectory()) {
+      listing.add({entry->name, entry->length, FolderStream::Type::Directory});
+      continue;
+    }
+    const std::int64_t size = status ? status->size : 0;  // one that is gone by now still counts as a file
+    add({1, size, URL(), true, {}});
+    if (rules_.limit < size) listing.add(*entry, size);
+  }
+  listing.sort();
 }
 
 void DuplicateWalk::leaveTop(DuplicateInfo& result) {
@@ -112,30 +137,19 @@ void DuplicateWalk::leaveTop(DuplicateInfo& result) {
   if (isCandidate) sink_(std::move(info));
 }
 
-void DuplicateWalk::weighNext() {
+void DuplicateWalk::visitNext() {
   Level& level = top();
-  if (rules_.isStopped && rules_.isStopped()) {
+  if (isStopped()) {
     level.next = level.listing.size();
     return;
   }
   const std::size_t index = level.next++;
   const std::string_view name = level.listing.name(index);
-  if (isHiddenName(name)) return;
   path_.resize(level.pathLength);
   if (!path_.ends_with('/')) path_ += '/';
   path_ += name;
   if (level.listing.type(index) == FolderStream::Type::Directory) return weighFolder(name);
-  const auto status = statusOf(folders_.top(), name.data());
-  if (status && status->isDirectory()) return weighFolder(name);
-  weighFile(status ? status->size : 0);  // a file that is gone since its folder was read still counts as one
-}
-
-void DuplicateWalk::weighFile(std::int64_t size) {
-  DuplicateInfo info{1, size, URL(), true, {}};
-  add(info);
-  if (rules_.limit >= size) return;
-  info.path = URL::fileURL(path_, false);
-  sink_(std::move(info));
+  sink_({1, level.listing.size(index), URL::fileURL(path_, false), true, {}});
 }
 
 void DuplicateWalk::weighFolder(std::string_view name) {
@@ -156,6 +170,8 @@ void DuplicateWalk::add(const DuplicateInfo& child) {
   sum.fileSize = checkedAdd(sum.fileSize, child.fileSize);
   sum.fileNumSum = checkedAdd(sum.fileNumSum, child.fileNumSum);
 }
+
+bool DuplicateWalk::isStopped() const { return rules_.isStopped && rules_.isStopped(); }
 
 bool DuplicateWalk::isWalkedInto(std::string_view name) const {
   if (!isPlainFolderName(name)) return false;

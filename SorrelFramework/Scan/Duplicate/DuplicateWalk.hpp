@@ -56,11 +56,12 @@ class DuplicateWalk {
   [[nodiscard]] Level& top() { return *levels_[used_ - 1]; }
   void enterTop();
   void leaveTop(DuplicateInfo& result);
-  void weighNext();
-  void weighFile(std::int64_t size);
+  void weighFiles();
+  void visitNext();
   void weighFolder(std::string_view name);
   void weighClosedFolder(std::string_view name);
   void add(const DuplicateInfo& child);
+  [[nodiscard]] bool isStopped() const;
   [[nodiscard]] bool isWalkedInto(std::string_view name) const;
 
   const DuplicateWalkRules& rules_;

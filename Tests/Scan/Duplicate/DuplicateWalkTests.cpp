@@ -211,9 +211,17 @@ TEST_F(Weigh, stopLeavesTheRestUnseen) {
   volume.file("Users/alice/Data/a", 5_B);
   volume.file("Users/alice/Data/sub/b", 7_B);
   int asked = 0;
-  rules.isStopped = [&asked] { return ++asked > 1; };
+  rules.isStopped = [&asked] { return ++asked > 2; };  // once the two items of the top are listed
   EXPECT_EQ(run().fileSize, 5);
-  EXPECT_LE(asked, 3);
+  EXPECT_LE(asked, 4);
+}
+
+TEST_F(Weigh, stopAmongTheFilesOfAFolderCountsNoMoreOfThem) {
+  for (const char* name : {"a", "b", "c"}) volume.file(std::string("Users/alice/Data/") + name, 5_B);
+  int asked = 0;
+  rules.isStopped = [&asked] { return ++asked > 2; };
+  EXPECT_EQ(run().fileSize, 10);
+  EXPECT_EQ(asked, 3);
 }
 
 TEST_F(Weigh, fileAloneIsACandidateAboveTheLimitOnly) {
