@@ -20,6 +20,7 @@ TEST(DuplicateFolderInfo, characterWithoutAnASCIIValueAddsNothing) {
   EXPECT_EQ(DuplicateFolderInfo::calculateValue("\u06001a", "a"), 0);  // a sign that stands before its number
   EXPECT_EQ(DuplicateFolderInfo::calculateValue("\u00e9a", "a"), 0);
   EXPECT_EQ(DuplicateFolderInfo::calculateValue("a\u65e5b", "ab"), 0);
+  EXPECT_EQ(DuplicateFolderInfo::calculateValue("a\xff", "a"), 0);
 }
 
 TEST(DuplicateFolderInfo, endOfLineIsOneCharacter) {

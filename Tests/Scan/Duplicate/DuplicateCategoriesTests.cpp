@@ -97,6 +97,18 @@ TEST(DuplicateSortFile, fileWithoutMetadataStandsInFileAlone) {
   EXPECT_EQ(DuplicateScanService::sortFile(*file), std::vector<Integer>{0});
 }
 
+TEST(DuplicateMembers, areReadWithSevenKeys) {
+  int count = 0;
+  for (const ResourceKey key :
+       {NSURLLocalizedNameKey, NSURLFileSizeKey, NSURLEffectiveIconKey, NSURLIsDirectoryKey,
+        NSURLIsPackageKey, NSURLContentModificationDateKey, NSURLLocalizedTypeDescriptionKey}) {
+    EXPECT_TRUE(kMemberKeys.contains(key)) << count;
+    ++count;
+  }
+  EXPECT_FALSE(kMemberKeys.contains(NSURLCreationDateKey));
+  EXPECT_FALSE(kMemberKeys.contains(NSURLIsRegularFileKey));
+}
+
 TEST_F(DuplicateRepair, groupOfThreeLosesItsTickedMember) {
   FileInformation& header = addGroup(3);
   tick(header, 1, DeleteStatus::DeleteSuccess);
@@ -129,8 +141,21 @@ TEST_F(DuplicateRepair, groupThatWasDeletedAsAWholeGoesAndCountsAllItsMembers) {
   EXPECT_EQ(texts, "");
 }
 
+TEST_F(DuplicateRepair, membersThatAreOffCountForNothingInAGroupThatIsOn) {
+  FileInformation& header = addGroup(3);
+  tick(header, 0, DeleteStatus::DeleteSuccess);
+  header.childrens[1].deleteStatus = rawValue(DeleteStatus::DeleteSuccess);
+  header.childrens[2].deleteStatus = rawValue(DeleteStatus::DeleteError);
+  header.state = NSControlStateValueOn;
+  repair();
+  EXPECT_EQ(deleted, 10);
+  EXPECT_TRUE(failures.empty());
+  EXPECT_TRUE(all().childrens.empty());
+}
+
 TEST_F(DuplicateRepair, wholeGroupThatPartlyFailedKeepsAllItsMembers) {
   FileInformation& header = addGroup(3);
+  const Ref<FileInformation> group = all().childrens.ref(0);
   tick(header, 0, DeleteStatus::DeleteSuccess);
   tick(header, 1, DeleteStatus::DeleteError);
   tick(header, 2, DeleteStatus::DeleteSuccess);
@@ -139,6 +164,8 @@ TEST_F(DuplicateRepair, wholeGroupThatPartlyFailedKeepsAllItsMembers) {
   ASSERT_EQ(failures.size(), 1U);
   EXPECT_EQ(failures[0]->title, "1");
   EXPECT_EQ(texts, "no 1\n");
+  ASSERT_EQ(all().childrens.size(), 1U);
+  EXPECT_EQ(all().childrens.ref(0), group);
   EXPECT_EQ(header.childrens.size(), 3U);
   expectNumberedAndUnticked();
 }
@@ -183,6 +210,28 @@ TEST_F(DuplicateRepair, rowsAreMadeAnewWithTheirParent) {
     EXPECT_EQ(row.parentCategory.get(), &all());
     EXPECT_EQ(row.featureInfo.get(), feature.get());
   }
+}
+
+TEST_F(DuplicateRepair, sizeOfAllIsCountedAnew) {
+  all().size = 1000;
+  addGroup(2);
+  repair();
+  EXPECT_EQ(all().size, 20);
+  repair();
+  EXPECT_EQ(all().size, 20);
+}
+
+TEST_F(DuplicateRepair, groupStandsUnderTheKindsOfItsFirstMember) {
+  const test::ScanVolume volume;
+  FileInformation& header = addGroup(2);
+  header.childrens[0].url = URL::fileURL(volume.file("a.png", "x"), false);
+  header.childrens[1].url = URL::fileURL(volume.file("b.zip", "x"), false);
+  addGroup(0);
+  repair();
+  const auto countOf = [this](std::size_t row) { return (*all().childrenCateogry)[row].childrens.size(); };
+  EXPECT_EQ(countOf(0), 2U);  // the group without members too
+  EXPECT_EQ(countOf(4), 1U);
+  EXPECT_EQ(countOf(6), 0U);
 }
 
 TEST_F(DuplicateRepair, kindWithoutATitleIsAFatalStop) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <unistd.h>
 
+#include <optional>
 #include <thread>
 
 #include "Tests/Support/DuplicateKit.hpp"
@@ -44,14 +45,18 @@ TEST_F(DuplicateScan, headerStandsForItsMembers) {
   volume.file("Users/alice/Data/a.png", "12345");
   volume.file("Users/alice/Data/b.png", "12345");
   all().finderID = 3;
+  const Date before = Date::now();
   runData();
   ASSERT_EQ(all().childrens.size(), 1U);
   const FileInformation& header = all().childrens[0];
   EXPECT_EQ(header.state, NSControlStateValueOff);
   EXPECT_EQ(header.finderID, 0);
   EXPECT_EQ(header.parentFinderID, 3);
-  EXPECT_EQ(header.title, header.childrens[0].title);
+  EXPECT_EQ(header.title, "a.png");
+  EXPECT_EQ(header.icon, Image::iconOf(header.childrens[0].url));
   EXPECT_EQ(header.size, 10);
+  EXPECT_GE(header.date, before);
+  EXPECT_LE(header.date, Date::now());
   EXPECT_TRUE(header.url.isEmptyPath());
   EXPECT_TRUE(header.canDelete);
   EXPECT_FALSE(header.removeCategory);
@@ -69,6 +74,53 @@ TEST_F(DuplicateScan, headerStandsForItsMembers) {
     EXPECT_EQ(member.size, 5);
     EXPECT_EQ(member.parentCategoryInfo.get(), &all());
   }
+}
+
+TEST_F(DuplicateScan, membersPointAtTheNumberOfTheirHeader) {
+  for (const char* name : {"a", "b"}) volume.file(std::string("Users/alice/Data/") + name, "first");
+  for (const char* name : {"c", "d"}) volume.file(std::string("Users/alice/Data/") + name, "2nd");
+  runData();
+  ASSERT_EQ(all().childrens.size(), 2U);
+  for (Integer number = 0; number < 2; ++number) {
+    const FileInformation& header = all().childrens[static_cast<std::size_t>(number)];
+    EXPECT_EQ(header.finderID, number);
+    for (const FileInformation& member : header.childrens) EXPECT_EQ(member.parentFinderID, number);
+  }
+}
+
+TEST_F(DuplicateScan, membersAreMadeOfTheirOwnValues) {
+  volume.file("Users/alice/Data/a.png", "12345");
+  volume.file("Users/alice/Data/b.png", "12345");
+  volume.file("Users/alice/Data/One/x", "1234567");
+  volume.file("Users/alice/Data/Two/x", "1234567");
+  runData();
+  ASSERT_EQ(all().childrens.size(), 2U);
+  const FileInformation& folder = all().childrens[0].childrens[0];
+  EXPECT_EQ(folder.title, "One");
+  EXPECT_EQ(folder.fileKind, rawValue(FilesKind::Folder));
+  EXPECT_EQ(folder.size, 7);
+  const FileInformation& file = all().childrens[1].childrens[1];
+  EXPECT_EQ(file.title, "b.png");
+  EXPECT_EQ(file.icon, Image::iconOf(file.url));
+  EXPECT_EQ(file.fileKind, rawValue(FilesKind::File));
+  EXPECT_EQ(file.size, 5);
+}
+
+TEST_F(DuplicateScan, packagesThatWereAskedForAreMembersOfAGroupOfFolders) {
+  for (const std::string name : {"One.app", "Two.app"}) volume.file("Users/alice/Data/" + name + "/x", "1");
+  run({volume.url("Users/alice/Data/One.app/"), volume.url("Users/alice/Data/Two.app/")});
+  ASSERT_EQ(groups(), (Groups{{"Data/One.app/", "Data/Two.app/"}}));
+  EXPECT_EQ(all().childrens[0].fileKind, rawValue(FilesKind::Folder));
+  EXPECT_EQ(all().childrens[0].childrens[1].fileKind, rawValue(FilesKind::Package));
+}
+
+TEST_F(DuplicateScan, statusReadsEndWhenDoneIsCalled) {
+  volume.file("Users/alice/Data/a", "same");
+  volume.file("Users/alice/Data/b", "same");
+  std::optional<ScanState> atDone;
+  scan.onDone = [&] { atDone = SuperScanService::scanStatus.get(7); };
+  runData();
+  EXPECT_EQ(atDone, ScanState::end);
 }
 
 TEST_F(DuplicateScan, headersAreSharedByTheRowsOfTheirKinds) {
@@ -98,7 +150,10 @@ TEST_F(DuplicateScan, noGroupsLeaveSevenEmptyRows) {
     EXPECT_EQ(row.title, DuplicateScanService::childrenCateogryDict.at(kind++));
     EXPECT_EQ(row.state, NSControlStateValueOff);
     EXPECT_EQ(row.size, 0);
+    EXPECT_EQ(row.icon, Image());
     EXPECT_EQ(row.description, "");
+    EXPECT_EQ(row.levelInt, 0);
+    EXPECT_FALSE(row.needRemoveCategory);
     EXPECT_EQ(row.kind, rawValue(CategoryInfomationKind::Common));
     EXPECT_TRUE(row.urls.empty());
     EXPECT_TRUE(row.childrens.empty());

@@ -295,6 +295,24 @@ TEST_F(LargeAndOldFileTest, recordsThatStayAreSortedAsOfNow) {
   EXPECT_EQ(std::any_cast<LargeAndOldFileService::Rows>(file->attachInformation).count(6), 1U);
 }
 
+TEST_F(LargeAndOldFileTest, yearMonthAndWeekAreSpansBeforeNow) {
+  constexpr double kHour = 3'600;
+  const std::vector<std::tuple<double, Kind, Kind>> spans = {
+      {365 * kDay, Kind::OneYear, Kind::OneMonth},
+      {30 * kDay, Kind::OneMonth, Kind::OneWeek},
+      {7 * kDay, Kind::OneWeek, Kind::LastWeek},
+  };
+  const double now = Date::now().secondsSince1970;
+  for (const auto& [span, older, younger] : spans) {
+    for (const auto& [margin, kind] : {std::pair(kHour, older), std::pair(-kHour, younger)}) {
+      const auto file = record(volume.path("a"), 1, {now - span - margin});
+      add(file);
+      LargeAndOldFileService::sortCategory(all());
+      EXPECT_EQ(kindsOf(*file), (Kinds{Kind::Other, kind, Kind::Small})) << span << ' ' << margin;
+    }
+  }
+}
+
 TEST_F(LargeAndOldFileTest, treeWithPayloadsIsFreedWithItsLastHandle) {
   struct Witness {
     std::shared_ptr<int> alive;
