@@ -7,13 +7,18 @@
 namespace sorrel {
 namespace {
 
-constexpr int kAnswers[] = {ENOENT, ENOTDIR,  ELOOP,     ENAMETOOLONG, EACCES,    EPERM, ENXIO,
-                            ENODEV, ENOTCONN, EHOSTDOWN, EHOSTUNREACH, ETIMEDOUT, ESTALE};
+constexpr int kMissing[] = {ENOENT, ENOTDIR, ELOOP, ENAMETOOLONG};
+constexpr int kOutOfReach[] = {EACCES,    EPERM,        ENXIO,     ENODEV, ENOTCONN,
+                               EHOSTDOWN, EHOSTUNREACH, ETIMEDOUT, ESTALE};
 
 }  // namespace
 
 bool tellsOfNoPlace(int error) noexcept {
-  return std::find(std::begin(kAnswers), std::end(kAnswers), error) != std::end(kAnswers);
+  return std::ranges::find(kMissing, error) != std::end(kMissing) || tellsOfPlaceOutOfReach(error);
+}
+
+bool tellsOfPlaceOutOfReach(int error) noexcept {
+  return std::ranges::find(kOutOfReach, error) != std::end(kOutOfReach);
 }
 
 }  // namespace sorrel

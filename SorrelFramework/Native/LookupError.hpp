@@ -7,4 +7,8 @@ namespace sorrel {
 /// nothing of the place, and whoever wanted to keep something off it must keep off everything.
 [[nodiscard]] bool tellsOfNoPlace(int error) noexcept;
 
+/// Whether it is one of those that leave open that there is such a place: closed to this process, or on a
+/// volume that does not answer now. For another process, or a moment later, it may be there.
+[[nodiscard]] bool tellsOfPlaceOutOfReach(int error) noexcept;
+
 }  // namespace sorrel

@@ -84,14 +84,16 @@ struct RemovalPolicy::Lists {
 };
 
 /// Everything that the path leads through is kept too: without a link in its middle, the place would be as
-/// good as gone.
+/// good as gone. So is the way to a place that is out of reach, as far as it goes: the place may lie there.
 void RemovalPolicy::Lists::addPath(const std::string& path, unsigned listing,
                                    const PathWalk::MountTrust& mounts) {
   if (!path.starts_with('/')) return;
   const PathWalk walk = PathWalk::into(path, trustsAnyone, mounts);
-  if (walk.error() != 0 && !walk.isRefused()) return fail(walk.error());
+  const bool isBroken = walk.error() != 0 && !walk.isRefused();
+  if (isBroken) fail(walk.error());
+  if (isBroken && !tellsOfPlaceOutOfReach(walk.error())) return;
   for (const ItemIdentity& item : walk.passed()) add(item.number, kPlace);
-  if (walk.isRefused()) return;  // nor will a removal get there
+  if (walk.error() != 0) return;  // nor will a removal get there
   add(walk.chain().back().number, kPlace | listing);
   if (walk.chain().back().isDirectory()) addFoldersAbove(walk.end());
 }

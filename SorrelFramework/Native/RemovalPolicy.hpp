@@ -46,8 +46,9 @@ class RemovalPolicy {
   RemovalPolicy(RemovalPolicy&&) noexcept;
   RemovalPolicy& operator=(RemovalPolicy&&) noexcept;
 
-  /// Adds a place to a class; one that does not exist is passed over. For an administrator's list, for places
-  /// that only the application knows, and for tests.
+  /// Adds a place to a class; one that does not exist is passed over. Of one that is out of reach, closed to
+  /// this process or on a volume that does not answer, the way there joins the first class as far as it goes.
+  /// For an administrator's list, for places that only the application knows, and for tests.
   void protectSelfAndAncestors(const std::string& path);
   void protectSubtree(const std::string& path);
   /// Makes what lies in a place below a protected subtree removable again, though not the place itself. A

@@ -18,6 +18,13 @@ TEST(LookupError, volumesThatAreGoneAreAnAnswer) {
   }
 }
 
+TEST(LookupError, whatIsClosedOrGoneMayStillBeAPlace) {
+  for (const int error : {EACCES, EPERM, ENXIO, ENODEV, ENOTCONN, EHOSTDOWN, EHOSTUNREACH, ETIMEDOUT, ESTALE})
+    EXPECT_TRUE(tellsOfPlaceOutOfReach(error)) << error;
+  for (const int error : {ENOENT, ENOTDIR, ELOOP, ENAMETOOLONG, EIO, EMFILE, ENOMEM, 0})
+    EXPECT_FALSE(tellsOfPlaceOutOfReach(error)) << error;
+}
+
 TEST(LookupError, failuresOfTheMachineAreNone) {
   for (const int error : {EIO, EMFILE, ENFILE, ENOMEM, EINTR, EAGAIN, EBUSY, ENOTSUP, EBADF, 0}) {
     EXPECT_FALSE(tellsOfNoPlace(error)) << error;

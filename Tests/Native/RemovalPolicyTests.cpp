@@ -15,6 +15,7 @@
 #include "SorrelFramework/Native/PathWalk.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
+#include "Tests/Support/SilentFileSystem.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
@@ -211,6 +212,36 @@ TEST_F(PolicyOnScratch, placeThatDoesNotExistIsPassedOver) {
   policy_.protectSubtree("relative");
   policy_.protectSubtree("");
   EXPECT_FALSE(protects(policy_, volume_.path()));
+}
+
+TEST_F(PolicyOnScratch, keepsTheWayToAPlaceThatIsClosedToThisProcess) {
+  volume_.folder("homes/closed/home");
+  volume_.folder("homes/other");
+  volume_.setMode("", 0755);
+  volume_.setMode("homes/closed", 0);
+  const std::string told = test::inPlainChild([&]() -> std::string {
+    RemovalPolicy policy = RemovalPolicy::forUser();
+    policy.protectSelfAndAncestors(volume_.path("homes/closed/home"));
+    std::string kept = std::to_string(policy.error());
+    for (const char* name : {"", "homes", "homes/closed", "homes/other"}) {
+      kept += protects(policy, volume_.path(name)) ? " kept" : " free";
+    }
+    return kept;
+  });
+  EXPECT_EQ(told, "0 kept kept kept free");
+}
+
+TEST_F(PolicyOnScratch, keepsTheWayToAPlaceOnAFileSystemThatIsGone) {
+  volume_.folder("homes/gone");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    // Its server has ended: each question gets ENOTCONN.
+    if (!test::mountSilentFileSystem(volume_.path("homes/gone")).isOpen()) return "skip";
+    RemovalPolicy policy = RemovalPolicy::forUser();
+    policy.protectSelfAndAncestors(volume_.path("homes/gone/home"));
+    return std::to_string(policy.error()) + (protects(policy, volume_.path("homes")) ? " kept" : " free");
+  });
+  if (told == "skip") GTEST_SKIP() << "no file system can be mounted here";
+  EXPECT_EQ(told, "0 kept");
 }
 
 TEST_F(PolicyOnScratch, keepsWhatStandsAboveAPlaceOnAMountThatIsNotTrusted) {
