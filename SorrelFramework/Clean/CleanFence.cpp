@@ -42,14 +42,34 @@ CleanFence::CleanFence() : root_(Host::current().root()), currentFolders_(folder
   if (currentFolders_.empty()) currentError_ = errno;
   // Then it was removed: there is nothing to keep.
   if (currentError_ == ENOENT) currentError_ = 0;
+  if (root_.empty()) return;
+  const std::vector<FolderIdentity> upFromRoot = foldersUpFrom(root_);
+  if (!upFromRoot.empty()) rootFolder_ = upFromRoot.front();
 }
 
+int CleanFence::placeError(const URL& url) { return hasPlace(url) && !url.path().empty() ? 0 : EINVAL; }
+
 int CleanFence::error(const URL& url) const {
-  if (!hasPlace(url)) return EINVAL;
+  if (const int error = placeError(url); error != 0) return error;
   const std::string path = url.path();
-  if (path.empty()) return EINVAL;
   const int outside = root_.empty() ? 0 : outsideError(path);
   return outside != 0 ? outside : currentFolderError(path);
+}
+
+int CleanFence::error(const std::string& path, const RemovalTarget& found) const {
+  const int outside = root_.empty() ? 0 : outsideError(path, found);
+  if (outside != 0 || !found.identity().isDirectory()) return outside;
+  return errorOfFolder({found.identity().number.device, found.identity().number.inode});
+}
+
+int CleanFence::outsideError(const std::string& path, const RemovalTarget& found) const {
+  // A way that met no link went where its names say.
+  if (!found.isBehindLink() && path.starts_with(root_ + "/")) return 0;
+  if (const int error = outsideError(path); error != 0) return error;
+  const auto isRoot = [this](const ItemIdentity& folder) {
+    return rootFolder_ == FolderIdentity{folder.number.device, folder.number.inode};
+  };
+  return std::ranges::any_of(found.chain(), isRoot) ? 0 : EACCES;
 }
 
 /// Of an item that can't be reached from here, because a folder above it is gone or is the helper's business,
@@ -72,9 +92,11 @@ int CleanFence::currentFolderError(const std::string& path) const {
   errno = ENOENT;  // as for a path that names nothing
   const std::optional<FileStatus> item = statusOf(path);
   if (!item) return tellsOfNoPlace(errno) ? 0 : errno;
-  if (!item->isDirectory()) return 0;
+  return item->isDirectory() ? errorOfFolder({item->device, item->inode}) : 0;
+}
+
+int CleanFence::errorOfFolder(const FolderIdentity& folder) const {
   if (currentError_ != 0) return currentError_;
-  const FolderIdentity folder{item->device, item->inode};
   return std::ranges::find(currentFolders_, folder) == currentFolders_.end() ? 0 : EBUSY;
 }
 

@@ -1,8 +1,10 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <vector>
 
+#include "SorrelFramework/Native/RemovalTarget.hpp"
 #include "SorrelFramework/Platform/FolderContainment.hpp"
 #include "SorrelFramework/Platform/URL.hpp"
 
@@ -21,12 +23,20 @@ class CleanFence {
 
   /// 0 if the item may be removed as far as the fence goes, else an errno for removalErrorText().
   [[nodiscard]] int error(const URL& url) const;
+  /// Only as far as the URL itself tells: EINVAL for a record without a place.
+  [[nodiscard]] static int placeError(const URL& url);
+  /// The rest, for the item that was found at `path` and may go as far as the removal's policy is concerned:
+  /// the answer holds for that item and the way that led to it, whatever stands under the path by now.
+  [[nodiscard]] int error(const std::string& path, const RemovalTarget& found) const;
 
  private:
   [[nodiscard]] int outsideError(const std::string& path) const;
+  [[nodiscard]] int outsideError(const std::string& path, const RemovalTarget& found) const;
   [[nodiscard]] int currentFolderError(const std::string& path) const;
+  [[nodiscard]] int errorOfFolder(const FolderIdentity& folder) const;
 
   std::string root_;  ///< of the macOS volume; "" for this machine
+  std::optional<FolderIdentity> rootFolder_;
   std::vector<FolderIdentity> currentFolders_;
   int currentError_ = 0;  ///< why these are not known
 };

@@ -36,13 +36,23 @@ FileRemover::Session::Session(RemoveFunc remove)
 }
 
 std::optional<std::string> FileRemover::Session::removeItem(const URL& url) const {
-  int error = fence_.error(url);
-  if (error == 0) {
-    const std::string path = normalPath(url.path());
-    error = (remove_ ? remove_(path, *policy_) : remover_->removeItem(path)).error;
-  }
+  const int error = remove_ ? errorOfReplacedRemoval(url) : errorOfRemoval(url);
   if (error == 0) return std::nullopt;
   return removalErrorText(url.lastPathComponent(), error);
+}
+
+/// The fence is asked of the item that is held, and not of a path that may lead elsewhere a moment later.
+int FileRemover::Session::errorOfRemoval(const URL& url) const {
+  if (const int error = CleanFence::placeError(url); error != 0) return error;
+  const std::string path = normalPath(url.path());
+  RemovalTarget item = remover_->find(path);
+  const int refusal = item.error() == 0 ? fence_.error(path, item) : fence_.error(url);
+  return refusal != 0 ? refusal : remover_->remove(std::move(item)).error;
+}
+
+int FileRemover::Session::errorOfReplacedRemoval(const URL& url) const {
+  const int refusal = fence_.error(url);
+  return refusal != 0 ? refusal : remove_(normalPath(url.path()), *policy_).error;
 }
 
 int FileRemover::Session::refusal(const URL& url) const {

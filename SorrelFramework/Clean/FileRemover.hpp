@@ -35,6 +35,9 @@ class FileRemover {
     [[nodiscard]] int refusal(const URL& url) const;
 
    private:
+    [[nodiscard]] int errorOfRemoval(const URL& url) const;
+    [[nodiscard]] int errorOfReplacedRemoval(const URL& url) const;
+
     RemoveFunc remove_;
     CleanFence fence_;
     std::unique_ptr<RemovalPolicy> policy_;

@@ -19,13 +19,8 @@ void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdent
   removedEntries_ = 0;
   error_ = 0;
   isRefused_ = false;
-  const auto identity = identityOf(parent.get());
-  if (!identity) {
-    error_ = errno;
-    return;
-  }
   levels_.clear();
-  levels_.push_back({std::move(parent), {}, *identity, {}, {}});
+  levels_.push_back({std::move(parent), {}, {}, {}, {}});
   here().isRead = true;
   here().pending.push_back(std::move(name));
   while (!isAtItem() || !here().pending.empty()) {
@@ -74,6 +69,7 @@ void FolderRemoval::handle(const char* name, FolderStream::Type type) {
 }
 
 void FolderRemoval::enter(const std::string& name) {
+  if (isAtItem() && item_.isDirectory() && enterItem(name)) return;
   const auto identity = identityOf(here().folder.get(), name.c_str());
   if (!identity) return failByName(errno);
   if (!identity->isDirectory()) return removeOther(name, *identity);
@@ -90,6 +86,16 @@ void FolderRemoval::enter(const std::string& name) {
   if (!opened->isSameAs(*identity)) return fail(ESTALE);
   levels_.push_back({std::move(folder), name, *identity, {}, {}});
   closeFarthest();
+}
+
+/// The item was looked at a moment ago: what opens under its name, past no link and no mount point, is it or
+/// is not. False if it can't be told so; then nothing has happened.
+bool FolderRemoval::enterItem(const std::string& name) {
+  FileDescriptor folder = openFolderIn(here().folder.get(), name.c_str());
+  const auto opened = folder.isOpen() ? identityOf(folder.get()) : std::nullopt;
+  if (!opened || !mayTouch(*opened)) return opened.has_value();
+  levels_.push_back({std::move(folder), name, *opened, {}, {}});
+  return true;
 }
 
 /// Called right after `identity` was taken.

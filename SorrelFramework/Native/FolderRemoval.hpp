@@ -40,8 +40,8 @@ class FolderRemoval {
  private:
   struct Level {
     FileDescriptor folder;
-    std::string name;  // in the folder above
-    ItemIdentity identity;
+    std::string name;                             // in the folder above
+    ItemIdentity identity;                        // of the bottom, which stays open, none is needed
     std::vector<std::string> pending;             // folders that were read and not yet entered
     std::unordered_set<std::uint64_t> remaining;  // inodes of folders that could not be removed
     int readings = 1;
@@ -57,6 +57,7 @@ class FolderRemoval {
   void readOn();
   void handle(const char* name, FolderStream::Type type);
   void enter(const std::string& name);
+  bool enterItem(const std::string& name);
   void removeOther(const std::string& name, const ItemIdentity& identity);
   void removeUnreadable(const std::string& name, const ItemIdentity& identity);
   void take(const std::string& name, int flags);

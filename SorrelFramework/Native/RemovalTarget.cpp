@@ -1,10 +1,13 @@
 #include "SorrelFramework/Native/RemovalTarget.hpp"
 
 #include <fcntl.h>
+#include <linux/openat2.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <string_view>
+
+#include "SorrelFramework/Platform/OpenResolving.hpp"
 
 namespace sorrel {
 namespace {
@@ -20,6 +23,20 @@ bool isTrashName(std::string_view name) {
 /// Of a path that is not normal, nothing is looked at, nor while a protected place is unknown.
 int errorBeforeLooking(const std::string& path, const RemovalPolicy& policy) {
   return RemovalPolicy::isNormalPath(path) ? policy.error() : EINVAL;
+}
+
+/// Opens what stands under `name` in the folder of the mount `mount`; a link itself. EXDEV if something is
+/// mounted there, which is not asked: it may never answer.
+FileDescriptor openOnMount(int folder, const char* name, std::uint64_t mount) {
+  constexpr int flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
+  constexpr std::uint64_t resolve = RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
+  if (auto item = openResolving(folder, name, flags, resolve)) return std::move(*item);
+  FileDescriptor item(::openat(folder, name, flags));
+  if (!item.isOpen()) return item;
+  const std::optional<std::uint64_t> found = mountOf(item.get());
+  if (found == mount) return item;
+  if (found) errno = EXDEV;
+  return {};
 }
 
 PathWalk::LinkTrust linkTrustOf(const RemovalPolicy& policy) {
@@ -58,8 +75,9 @@ void RemovalTarget::check(const RemovalPolicy& policy, const std::optional<ItemN
   if (walk_.isRefused()) return refuse(policy.trustsWay(walk_.passed(), nullptr) ? walk_.error() : EPERM);
   if (policy.protectsWhatLiesIn(walk_.chain())) return refuse(EPERM);
   if (walk_.error() == 0) {
-    item_ = FileDescriptor(::openat(walk_.end(), walk_.leaf().c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    item_ = openOnMount(walk_.end(), walk_.leaf().c_str(), walk_.chain().back().mount);
     if (item_.isOpen()) return checkItem(policy, expected);
+    if (errno == EXDEV) return refuse(EBUSY);
   }
   const int error = walk_.error() != 0 ? walk_.error() : errno;
   // What stands in the way of others is not told either.
@@ -69,13 +87,10 @@ void RemovalTarget::check(const RemovalPolicy& policy, const std::optional<ItemN
 }
 
 void RemovalTarget::checkItem(const RemovalPolicy& policy, const std::optional<ItemNumber>& expected) {
-  const std::optional<std::uint64_t> mount = mountOf(item_.get());
-  if (!mount) return fail(errno);
-  // Before anything else is asked: a file system that is mounted there may never answer.
-  if (*mount != walk_.chain().back().mount) return refuse(EBUSY);
   const auto identity = identityOf(item_.get());
   if (!identity) return fail(errno);
   identity_ = *identity;
+  if (identity_.mount != walk_.chain().back().mount) return refuse(EBUSY);
   if (!policy.trustsWay(walk_.passed(), &identity_)) return refuse(EPERM);
   if (identity_.isMountRoot) return refuse(EBUSY);
   if (policy.protects(identity_.number)) return refuse(EPERM);

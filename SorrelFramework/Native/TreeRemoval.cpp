@@ -4,8 +4,10 @@
 
 namespace sorrel {
 
-RemovalResult TreeRemover::removeItem(const std::string& path) {
-  return remove(RemovalTarget::find(path, policy_, known_));
+RemovalResult TreeRemover::removeItem(const std::string& path) { return remove(find(path)); }
+
+RemovalTarget TreeRemover::find(const std::string& path) {
+  return RemovalTarget::find(path, policy_, known_);
 }
 
 RemovalResult TreeRemover::remove(RemovalTarget target) {

@@ -58,11 +58,14 @@ class TreeRemover {
   /// As the function of that name.
   RemovalResult removeItem(const std::string& path);
 
- private:
-  RemovalResult remove(RemovalTarget target);
-  friend RemovalResult removeExpectedItem(const std::string& path, const ItemNumber& expected,
-                                          const RemovalPolicy& policy);
+  // The same in two steps, for who has something to ask of the very item that would go.
 
+  /// Removes nothing.
+  RemovalTarget find(const std::string& path);
+  /// Removes what was found, if it still is where it was; of what may not go, the result says why.
+  RemovalResult remove(RemovalTarget target);
+
+ private:
   const RemovalPolicy& policy_;
   FolderRemoval removal_;
   PathWalk::KnownWay known_;  // to the folder of the last item

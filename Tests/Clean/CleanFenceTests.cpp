@@ -6,6 +6,8 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <functional>
 #include <string>
 
 #include "SorrelFramework/Platform/Host.hpp"
@@ -22,6 +24,16 @@ class CleanFenceTest : public testing::Test {
 
   [[nodiscard]] int error(const std::string& path) const {
     return CleanFence().error(URL::fileURL(path, false));
+  }
+
+  /// The item that a removal finds at `path`, after which `meanwhile` happens, and what the fence says of it.
+  [[nodiscard]] int errorOfFound(
+      const std::string& path, const std::function<void()>& meanwhile = [] {}) const {
+    const RemovalPolicy policy = RemovalPolicy::forUser();
+    const RemovalTarget found = RemovalTarget::find(path, policy);
+    EXPECT_EQ(found.error(), 0) << path;
+    meanwhile();
+    return CleanFence().error(path, found);
   }
 
   test::TemporaryVolume volume_;
@@ -64,6 +76,76 @@ TEST_F(CleanFenceTest, refusesWhatLiesOutsideTheVolume) {
   EXPECT_EQ(error(volume_.path()), EACCES);
   EXPECT_EQ(error("/"), EACCES);
   EXPECT_EQ(error(volume_.path("../" + outside.substr(outside.find("sorrel-test")))), EACCES);
+}
+
+TEST_F(CleanFenceTest, refusesWhatWasFoundOutsideTheVolume) {
+  const std::string outside = other_.file("d/a");
+  volume_.link("out", other_.path("d"));
+  volume_.link("in", "real");
+  volume_.file("real/a");
+  EXPECT_EQ(errorOfFound(outside), EACCES);
+  EXPECT_EQ(errorOfFound(volume_.path("out/a")), EACCES);
+  EXPECT_EQ(errorOfFound(volume_.path()), EACCES);
+  EXPECT_EQ(errorOfFound(volume_.path("out")), 0);
+  EXPECT_EQ(errorOfFound(volume_.path("in/a")), 0);
+  EXPECT_EQ(errorOfFound(volume_.path("real/a")), 0);
+  EXPECT_EQ(errorOfFound(volume_.path("real")), 0);
+}
+
+TEST_F(CleanFenceTest, onlyAVolumeHasAnOutsideForWhatWasFound) {
+  Host::install(Host::linuxDesktop({}));
+  EXPECT_EQ(errorOfFound(other_.file("a")), 0);
+}
+
+TEST_F(CleanFenceTest, goesByTheWayToWhatWasFoundAndNotByWhereThePathLeadsNow) {
+  other_.file("d/a");
+  volume_.link("way", other_.path("d"));
+  const std::string path = volume_.path("way/a");
+  const std::string way = volume_.path("way");
+  EXPECT_EQ(errorOfFound(path,
+                         [&] {
+                           ASSERT_EQ(::unlink(way.c_str()), 0);
+                           volume_.file("way/a");
+                         }),
+            EACCES);
+  EXPECT_EQ(errorOfFound(path,
+                         [&] {
+                           ASSERT_EQ(::rename(way.c_str(), volume_.path("moved").c_str()), 0);
+                           volume_.link("way", other_.path("d"));
+                         }),
+            0);
+}
+
+TEST_F(CleanFenceTest, volumeThatIsNamedByALinkHasTheSameInside) {
+  const std::string alias = other_.path("alias");
+  ASSERT_EQ(::symlink(volume_.path().c_str(), alias.c_str()), 0);
+  Host::install(Host::macVolume(alias, "alice", {}));
+  volume_.file("d/a");
+  volume_.link("out", other_.path());
+  other_.file("a");
+  EXPECT_EQ(errorOfFound(alias + "/d/a"), 0);
+  EXPECT_EQ(errorOfFound(volume_.path("d/a")), 0);
+  EXPECT_EQ(errorOfFound(alias + "/out/a"), EACCES);
+  EXPECT_EQ(errorOfFound(other_.path("a")), EACCES);
+}
+
+TEST_F(CleanFenceTest, refusesTheCurrentFolderAndThoseAboveAsTheyWereFound) {
+  volume_.folder("a/b/c");
+  volume_.file("a/file");
+  volume_.link("alias", volume_.path("a"));
+  const RemovalPolicy policy = RemovalPolicy::forUser();
+  const std::string answer = test::inChild([&] {
+    if (::chdir(volume_.path("a/b").c_str()) != 0) return std::string("no chdir");
+    const CleanFence fence;
+    std::string errors;
+    for (const char* name : {"a", "a/b", "alias/b", "a/b/c", "a/file", "alias"}) {
+      const std::string path = volume_.path(name);
+      errors += std::to_string(fence.error(path, RemovalTarget::find(path, policy))) + " ";
+    }
+    return errors;
+  });
+  const std::string busy = std::to_string(EBUSY) + " ";
+  EXPECT_EQ(answer, busy + busy + busy + "0 0 0 ");
 }
 
 TEST_F(CleanFenceTest, letsALinkPassThatLeadsOutsideItself) {

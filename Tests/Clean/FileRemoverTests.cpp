@@ -1,13 +1,17 @@
 #include "SorrelFramework/Clean/FileRemover.hpp"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <filesystem>
 #include <optional>
 #include <string>
 
+#include "SorrelFramework/Platform/RemovalErrorText.hpp"
 #include "Tests/Support/CleanKit.hpp"
+#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel {
 namespace {
@@ -35,6 +39,34 @@ TEST_F(FileRemoverTest, whatTheFenceRefusesIsNotTried) {
   EXPECT_EQ(session.removeItem(URL::fileURL("/usr/bin/env", false)),
             "“env” couldn’t be removed because you don’t have permission to access it.");
   EXPECT_TRUE(stage_.tried.empty());
+}
+
+TEST_F(FileRemoverTest, whatTheFenceRefusesStays) {
+  const test::TemporaryFolder other;
+  const std::string outside = other.file("d/a");
+  stage_.volume.link("out", other.path("d"));
+  stage_.volume.folder("d");
+  const FileRemover::Session session = FileRemover::shard().begin();
+  for (const std::string& path : {outside, stage_.volume.path("out/a"), other.path("absent")}) {
+    EXPECT_EQ(session.removeItem(URL::fileURL(path, false)),
+              "“" + std::filesystem::path(path).filename().string() +
+                  "” couldn’t be removed because you don’t have permission to access it.");
+  }
+  EXPECT_NE(session.removeItem(*URL::parse(stage_.volume.url("d").absoluteString() + "#1")), std::nullopt);
+  EXPECT_NE(session.removeItem(URL()), std::nullopt);
+  EXPECT_TRUE(std::filesystem::exists(outside));
+  EXPECT_TRUE(std::filesystem::exists(stage_.volume.path("d")));
+}
+
+TEST_F(FileRemoverTest, currentFolderIsBusyRatherThanProtected) {
+  const std::string folder = stage_.volume.folder("d/current");
+  const std::string told = test::inChild([&]() -> std::string {
+    if (::chdir(folder.c_str()) != 0) return "no chdir";
+    const FileRemover::Session session = FileRemover::shard().begin();
+    return session.removeItem(stage_.volume.url("d/")).value_or("gone");
+  });
+  EXPECT_EQ(told, removalErrorText("d", EBUSY));
+  EXPECT_TRUE(std::filesystem::exists(folder));
 }
 
 TEST_F(FileRemoverTest, errorOfTheRemovalGivesTheText) {
