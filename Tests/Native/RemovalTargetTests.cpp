@@ -3,14 +3,19 @@
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/mount.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
+#include <csignal>
+#include <filesystem>
 #include <functional>
 #include <string>
+#include <vector>
 
 #include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/RemovalKit.hpp"
 #include "Tests/Support/SilentFileSystem.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
@@ -137,6 +142,203 @@ TEST_F(RemovalTargetTest, aListedPlaceInAFileSystemThatMayNotBeEnteredIsNotAsked
   });
   if (told == "skip") GTEST_SKIP() << "no file system can be mounted here";
   EXPECT_EQ(told, "done");
+}
+
+// What a removal does with the answer.
+
+namespace fs = std::filesystem;
+
+using test::isThere;
+using test::textOf;
+
+class RefusedRemoval : public test::RemovalStage {};
+
+TEST_F(RefusedRemoval, fenceEndsAProcessThatRemoves) {
+  const std::string file = volume_.file("file", "x");
+  EXPECT_EQ(behindFence(file), "ended by signal " + std::to_string(SIGSYS));
+  EXPECT_TRUE(isThere(file));
+  EXPECT_EQ(behindFence(volume_.folder("folder")), "ended by signal " + std::to_string(SIGSYS));
+}
+
+TEST_F(RefusedRemoval, refuses_root_by_every_alias) {
+  volume_.link("link", "/");
+  const std::string bind = volume_.folder("bind");
+  const std::string work = volume_.folder("work/current");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    const bool isBound = ::mount("/", bind.c_str(), nullptr, MS_BIND, nullptr) == 0;
+    if (::chdir(work.c_str()) != 0) return "no current folder";
+    const RemovalPolicy policy = RemovalPolicy::forUser();
+    if (!test::raiseFence()) return "no fence";
+    std::vector<std::string> aliases = {"",
+                                        "/",
+                                        "//",
+                                        "/.",
+                                        "/..",
+                                        "/../",
+                                        "///",
+                                        "/./",
+                                        ".",
+                                        "..",
+                                        "./",
+                                        "../",
+                                        "tmp",
+                                        "/tmp/..",
+                                        work + "/.",
+                                        work + "/..",
+                                        work,
+                                        volume_.path("work"),
+                                        volume_.path("link") + "/",
+                                        volume_.path("link") + work,
+                                        bind + work};
+    if (isBound) aliases.push_back(bind);
+    std::string wrong;
+    for (const std::string& alias : aliases) {
+      if (!removeItem(alias, policy).isRefused) wrong += alias + '\n';
+    }
+    return wrong + (isBound ? "" : "unbound");
+  });
+  if (told == "skip" || told == "unbound") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, "");
+}
+
+TEST_F(RefusedRemoval, refusesAHomeAndItsParentsAndTakesWhatLiesInIt) {
+  volume_.file("homes/carol/cache/file", "x");
+  volume_.link("alias", "homes");
+  policy_.protectSelfAndAncestors(volume_.path("homes/carol"));
+  const std::string refused = std::to_string(EPERM) + " refused";
+  EXPECT_EQ(behindFence(volume_.path("homes/carol")), refused);
+  EXPECT_EQ(behindFence(volume_.path("homes")), refused);
+  EXPECT_EQ(behindFence(volume_.path()), refused);
+  EXPECT_EQ(behindFence(volume_.path("alias/carol")), refused);
+  EXPECT_TRUE(remove("homes/carol/cache").isSuccess());
+  EXPECT_FALSE(isThere(volume_.path("homes/carol/cache")));
+}
+
+TEST_F(RefusedRemoval, refusesAHomeBehindABindMount) {
+  volume_.file("homes/carol/file", "x");
+  const std::string bind = volume_.folder("bind");
+  policy_.protectSelfAndAncestors(volume_.path("homes/carol"));
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    if (::mount(volume_.path("homes").c_str(), bind.c_str(), nullptr, MS_BIND, nullptr) != 0) return "skip";
+    return test::raiseFence() ? textOf(removeItem(bind + "/carol", policy_)) : "no fence";
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, std::to_string(EPERM) + " refused");
+}
+
+TEST_F(RefusedRemoval, refusesEverythingInAProtectedSubtreeButTheException) {
+  volume_.file("system/bin/program", "x");
+  volume_.file("system/local/own/file", "x");
+  volume_.link("alias", "system/bin");
+  policy_.protectSubtree(volume_.path("system"));
+  policy_.allowSubtree(volume_.path("system/local"));
+  const std::string refused = std::to_string(EPERM) + " refused";
+  for (const char* name :
+       {"system", "system/bin", "system/bin/program", "system/bin/none", "alias/program", "system/local"}) {
+    EXPECT_EQ(behindFence(volume_.path(name)), refused) << name;
+  }
+  EXPECT_TRUE(remove("system/local/own").isSuccess());
+  EXPECT_TRUE(remove("alias").isSuccess());
+  EXPECT_TRUE(isThere(volume_.path("system/bin/program")));
+}
+
+TEST_F(RefusedRemoval, refusesEverythingWhileAProtectedPlaceIsUnknown) {
+  const std::string file = volume_.file("file", "x");
+  const std::string told = test::inChild([&]() -> std::string {
+    rlimit limit{};
+    ::getrlimit(RLIMIT_NOFILE, &limit);
+    const rlimit none{0, limit.rlim_max};
+    if (::setrlimit(RLIMIT_NOFILE, &none) != 0) return "no limit";
+    const RemovalPolicy policy = RemovalPolicy::forUser();
+    if (::setrlimit(RLIMIT_NOFILE, &limit) != 0) return "no limit";
+    return textOf(removeItem(file, policy));
+  });
+  EXPECT_EQ(told, std::to_string(EMFILE) + " refused");
+  EXPECT_TRUE(isThere(file));
+}
+
+TEST_F(RefusedRemoval, protectedPlaceThatWasMovedIntoTheTreeStays) {
+  volume_.file("place/file", "x");
+  volume_.file("single", "x");
+  volume_.file("top/other", "x");
+  policy_.protectSelfAndAncestors(volume_.path("place"));
+  policy_.protectSelfAndAncestors(volume_.path("single"));
+  fs::rename(volume_.path("place"), volume_.path("top/place"));
+  fs::rename(volume_.path("single"), volume_.path("top/single"));
+  EXPECT_EQ(textOf(remove("top")), std::to_string(EPERM) + " refused");
+  EXPECT_TRUE(isThere(volume_.path("top/place/file")));
+  EXPECT_TRUE(isThere(volume_.path("top/single")));
+  EXPECT_FALSE(isThere(volume_.path("top/other")));
+}
+
+TEST_F(RefusedRemoval, refusesALinkAboveTheItemThatSomebodyElseOwns) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give links away";
+  volume_.file("real/file", "x");
+  volume_.link("link", "real");
+  volume_.setOwner("link", test::kPlainUser);
+  EXPECT_EQ(behindFence(volume_.path("link/file")), std::to_string(ELOOP) + " refused");
+  EXPECT_TRUE(remove("link").isSuccess());
+}
+
+TEST_F(RefusedRemoval, helperTakesOnlyWhatRootOrTheCallerOwns) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  const RemovalPolicy policy = RemovalPolicy::forHelper(test::kPlainUser);
+  volume_.file("mine", "x");
+  volume_.file("roots", "x");
+  volume_.file("foreign", "x");
+  volume_.file("folder/foreign", "x");
+  volume_.file("folder/mine", "x");
+  volume_.file("theirs/mine", "x");
+  volume_.file("sticky/mine", "x");
+  volume_.file("sticky/roots", "x");
+  for (const char* name : {"mine", "folder/mine", "theirs/mine", "sticky/mine"}) {
+    volume_.setOwner(name, test::kPlainUser);
+  }
+  for (const char* name : {"foreign", "folder/foreign", "theirs", "sticky"}) {
+    volume_.setOwner(name, test::kPlainUser + 1);
+  }
+  volume_.setMode("sticky", 01777);
+  const auto told = [&](const char* name) { return textOf(removeItem(volume_.path(name), policy)); };
+  const std::string refused = std::to_string(EPERM) + " refused";
+  EXPECT_EQ(told("mine"), "0");
+  EXPECT_EQ(told("roots"), "0");
+  EXPECT_EQ(told("foreign"), refused);
+  EXPECT_EQ(told("theirs/mine"), refused);
+  EXPECT_EQ(told("theirs/none"), refused);
+  EXPECT_EQ(told("sticky/mine"), "0");
+  EXPECT_EQ(told("sticky/roots"), refused);
+  EXPECT_EQ(told("sticky/none"), refused);
+  EXPECT_EQ(told("folder"), refused);
+  EXPECT_TRUE(isThere(volume_.path("folder/foreign")));
+  EXPECT_FALSE(isThere(volume_.path("folder/mine")));
+  EXPECT_TRUE(isThere(volume_.path("foreign")));
+}
+
+TEST_F(RefusedRemoval, helperTellsNothingOfWhatLiesOnAForbiddenWay) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  RemovalPolicy policy = RemovalPolicy::forHelper(test::kPlainUser);
+  volume_.file("theirs/folder/file", "x");
+  volume_.setOwner("theirs", test::kPlainUser + 1);
+  volume_.link("theirs/link", "folder");
+  volume_.setOwner("theirs/link", test::kPlainUser + 1);
+  volume_.folder("system");
+  policy.protectSubtree(volume_.path("system"));
+  const std::string refused = std::to_string(EPERM) + " refused";
+  for (const char* name : {"theirs/none/file", "theirs/folder/file", "theirs/folder/file/file",
+                           "theirs/link/file", "system/none/file"}) {
+    EXPECT_EQ(textOf(removeItem(volume_.path(name), policy)), refused) << name;
+  }
+  EXPECT_EQ(textOf(removeItem(volume_.path("none/file"), policy)), std::to_string(ENOENT) + " absent");
+}
+
+TEST_F(RefusedRemoval, helperFollowsNoLinkOfTheCaller) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give links away";
+  volume_.file("real/file", "x");
+  volume_.link("link", "real");
+  volume_.setOwner("link", test::kPlainUser);
+  const RemovalPolicy policy = RemovalPolicy::forHelper(test::kPlainUser);
+  EXPECT_EQ(textOf(removeItem(volume_.path("link/file"), policy)), std::to_string(ELOOP) + " refused");
+  EXPECT_TRUE(isThere(volume_.path("real/file")));
 }
 
 }  // namespace

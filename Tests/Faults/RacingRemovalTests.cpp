@@ -1,0 +1,233 @@
+// Removals while somebody else is at work in the same place.
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/mount.h>
+#include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <cstdlib>
+#include <functional>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/MainLoop.hpp"
+#include "Tests/Support/RemovalKit.hpp"
+
+namespace sorrel {
+namespace {
+
+using test::isThere;
+using test::numberOf;
+
+/// Swaps two names as fast as it can while it lives.
+class Swapper {
+ public:
+  /// Comes back when the swapping has begun.
+  Swapper(std::string a, std::string b)
+      : thread_([this, one = std::move(a), two = std::move(b)] {
+          while (!isDone_) {
+            ::syscall(SYS_renameat2, AT_FDCWD, one.c_str(), AT_FDCWD, two.c_str(), 2U /* RENAME_EXCHANGE */);
+            hasBegun_ = true;
+          }
+        }) {
+    while (!hasBegun_) std::this_thread::yield();
+  }
+  ~Swapper() {
+    isDone_ = true;
+    thread_.join();
+  }
+  Swapper(const Swapper&) = delete;
+  Swapper& operator=(const Swapper&) = delete;
+
+ private:
+  std::atomic<bool> isDone_{false};
+  std::atomic<bool> hasBegun_{false};
+  std::thread thread_;
+};
+
+constexpr int kRounds = 100;
+
+class RacingRemoval : public test::RemovalStage {
+ protected:
+  RacingRemoval() {
+    for (const char* name : {"a", "b/c", "d/item", "item", "f/item/g"}) {
+      volume_.file(std::string("canary/") + name, "precious");
+    }
+    before_ = test::snapshotOf(volume_.path("canary"));
+  }
+  void expectCanaries() const { EXPECT_EQ(test::snapshotOf(volume_.path("canary")), before_); }
+  /// Some rounds, and on until the race has been won and lost: who wins is up to the machine and its load.
+  /// Each round answers whether its removal came through.
+  static void race(const std::function<bool()>& round) {
+    const auto end = std::chrono::steady_clock::now() + test::kPatience;
+    int won = 0;
+    int lost = 0;
+    while (won + lost < kRounds || ((won == 0 || lost == 0) && std::chrono::steady_clock::now() < end)) {
+      ++(round() ? won : lost);
+    }
+    EXPECT_GT(won, 0);
+    EXPECT_GT(lost, 0);
+  }
+
+  std::vector<test::TreeEntry> before_;
+};
+
+TEST_F(RacingRemoval, swap_leaf_while_removing) {
+  volume_.folder("work");
+  const std::string item = volume_.path("work/item");
+  const std::string link = volume_.path("work/link");
+  {
+    const Swapper swapper(item, link);
+    race([&] {
+      volume_.folder("fill/x/y");
+      ::symlink("../canary", link.c_str());
+      // A folder never takes the place of a link, so this can't land among the canaries.
+      ::rename(volume_.path("fill").c_str(), item.c_str());
+      return remove("work/item").isSuccess();
+    });
+  }
+  expectCanaries();
+}
+
+TEST_F(RacingRemoval, swap_folder_in_the_tree_while_removing) {
+  volume_.folder("work");
+  const std::string item = volume_.path("work/item");
+  const std::string aside = volume_.path("aside");
+  {
+    const Swapper swapper(item + "/sub", aside);
+    race([&] {
+      volume_.folder("fill/sub/x/y");
+      ::symlink("canary", aside.c_str());
+      ::rename(volume_.path("fill").c_str(), item.c_str());
+      return remove("work/item").isSuccess();
+    });
+  }
+  expectCanaries();
+}
+
+/// A folder above the item is swapped for a link of somebody else to the canaries, which have an item too.
+TEST_F(RacingRemoval, swap_parent_while_removing) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give links away";
+  const std::string parent = volume_.folder("work/parent");
+  volume_.link("work/link", "../canary");
+  volume_.setOwner("work/link", test::kPlainUser);
+  const FileDescriptor real(::open(parent.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  {
+    const Swapper swapper(parent, volume_.path("work/link"));
+    race([&] {
+      ::mkdirat(real.get(), "item", 0700);
+      ::mkdirat(real.get(), "item/x", 0700);
+      return remove("work/parent/item").isSuccess();
+    });
+  }
+  expectCanaries();
+}
+
+/// The item is swapped for another folder, which nobody named.
+TEST_F(RacingRemoval, swap_root_while_removing) {
+  for (int round = 0; round < kRounds; ++round) {
+    volume_.folder("work/item/x/y");
+    const std::string item = volume_.path("work/item");
+    const ItemNumber expected = numberOf(item);
+    {
+      const Swapper swapper(item, volume_.path("canary"));
+      static_cast<void>(removeExpectedItem(item, expected, policy_));
+    }
+    // Put the canaries back where they were, if the last swap left them elsewhere.
+    if (!isThere(volume_.path("canary/a")) && isThere(item + "/a")) {
+      ASSERT_EQ(::syscall(SYS_renameat2, AT_FDCWD, item.c_str(), AT_FDCWD, volume_.path("canary").c_str(),
+                          isThere(volume_.path("canary")) ? 2U : 0U),
+                0);
+    }
+  }
+  expectCanaries();
+}
+
+/// Swapped once, in the middle of the removal, for an empty folder, which the last step could take by
+/// mistake.
+TEST_F(RacingRemoval, swap_root_with_an_empty_folder_while_removing) {
+  const std::string item = volume_.path("work/item");
+  int swapped = 0;
+  for (int round = 0; round < kRounds && swapped < 5; ++round) {
+    for (int i = 0; i < 1000; ++i) volume_.file("work/item/" + std::to_string(i), "");
+    const std::string other = volume_.folder("empty");
+    const ItemNumber empty = numberOf(other);
+    const ItemNumber expected = numberOf(item);
+    bool isSwapped = false;
+    std::thread swapper([&] {
+      const auto hasBegun = [&] {
+        for (int i = 0; i < 8; ++i) {
+          if (!isThere(item + '/' + std::to_string(i))) return true;
+        }
+        return false;
+      };
+      while (!hasBegun()) {
+      }
+      isSwapped = ::syscall(SYS_renameat2, AT_FDCWD, item.c_str(), AT_FDCWD, other.c_str(),
+                            2U /* RENAME_EXCHANGE */) == 0;
+    });
+    const RemovalResult result = removeExpectedItem(item, expected, policy_);
+    swapper.join();
+    if (isSwapped) {
+      ++swapped;
+      EXPECT_EQ(result.error, ESTALE);
+      ASSERT_TRUE(isThere(item));
+      EXPECT_EQ(numberOf(item), empty);
+    }
+    for (const char* name : {"work/item", "empty"}) static_cast<void>(remove(name));
+  }
+  EXPECT_EQ(swapped, 5);
+}
+
+/// Moves a folder out of a tree that is removed, to a place among the canaries: whoever climbed up from there
+/// by ".." would stand among them. "" if they are as they were.
+std::string moveUpWhileRemoving(const RemovalPolicy& policy) {
+  constexpr int depth = 120;
+  const test::TemporaryVolume volume;
+  volume.file("canary/a/file", "precious");
+  const auto before = test::snapshotOf(volume.path("canary/a"));
+  int moved = 0;
+  for (int round = 0; round < 2000 && moved < 10; ++round) {
+    const std::string bottom = volume.chain("work/item", "d", depth);
+    std::string middle = volume.path("work/item");
+    for (int i = 0; i < depth / 2; ++i) middle += "/d";
+    std::thread mover([&] {
+      // Now the removal is on its way back, and the folders far up are closed.
+      while (isThere(bottom)) {
+      }
+      ::rename(middle.c_str(), volume.path("canary/moved").c_str());
+    });
+    static_cast<void>(removeItem(volume.path("work/item"), policy));
+    mover.join();
+    if (removeItem(volume.path("canary/moved"), policy).isSuccess()) ++moved;
+    if (!isThere(volume.path("work"))) return "more than the item is gone";
+    static_cast<void>(removeItem(volume.path("work"), policy));
+  }
+  if (moved == 0) return "was never moved";
+  return test::snapshotOf(volume.path("canary/a")) == before ? "" : "canaries changed";
+}
+
+/// In a file system of its own, with all others read-only: a mistake here would climb up to "/".
+TEST_F(RacingRemoval, dir_moved_up_while_removing) {
+  const std::string point = volume_.folder("memory");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    if (::mount("tmpfs", point.c_str(), "tmpfs", 0, nullptr) != 0 ||
+        ::mount(nullptr, "/", nullptr, MS_REMOUNT | MS_BIND | MS_RDONLY, nullptr) != 0) {
+      return "skip";
+    }
+    ::setenv("TMPDIR", point.c_str(), 1);
+    return moveUpWhileRemoving(policy_);
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, "");
+}
+}  // namespace
+}  // namespace sorrel
