@@ -82,6 +82,15 @@ TEST_F(DuplicateScan, ofTwinsOfTwoSizesWithTheSameHashesTheLargestAreFound) {
   EXPECT_EQ(groups(), (Groups{{"Data/One/", "Data/Two/"}}));
 }
 
+TEST_F(DuplicateScan, folderWithoutATwinHidesNoSmallerTwinsWithItsHashes) {
+  for (const std::string top : {"One/T.app/", "Two/T.app/", "Three/", "Four/"}) {
+    volume.file("Users/alice/Data/" + top + "a", "aaaa");
+    volume.file("Users/alice/Data/" + top + "b", top == "Two/T.app/" ? "cccc" : "bbbb");
+  }
+  runData();
+  EXPECT_EQ(groups(), (Groups{{"Data/Four/", "Data/Three/"}}));
+}
+
 TEST_F(DuplicateScan, filesOfTwinsAreKnownAgainWhateverBytesAreInTheirNames) {
   for (const std::string top : {"One/", "Two/"}) {
     for (const std::string name :

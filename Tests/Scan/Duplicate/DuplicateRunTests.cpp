@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
 #include <future>
 #include <optional>
 
@@ -118,6 +120,39 @@ TEST_F(DuplicateStages, manyPlacesThatAreStoppedEndOnce) {
   ASSERT_TRUE(scan.waitUntilDone());
   // The last of the places has let go of the scan.
   ASSERT_TRUE(test::runMainLoopUntil([this] { return queue.use_count() == 2; }));
+  expectStoppedWithoutATree();
+}
+
+/// Stops at the first submission, and holds the second one back until the stop was told.
+class WaitingQueue : public test::RecordingQueue {
+ public:
+  void submit(Task task, Failure failure) override {
+    const int number = ++count;
+    if (number == 1) stop();
+    if (number == 2)
+      isTold = told.get_future().wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+    test::RecordingQueue::submit(std::move(task), std::move(failure));
+  }
+  std::function<void()> stop;
+  std::promise<void> told;
+  std::atomic<int> count{0};
+  bool isTold = false;
+};
+
+TEST_F(DuplicateStages, stopIsToldWhileOtherPlacesAreWalked) {
+  const auto waiting = std::make_shared<WaitingQueue>();
+  waiting->stop = [this] { stop(); };
+  scan.queue = waiting;
+  scan.onDone = [&waiting] { waiting->told.set_value(); };
+  std::vector<URL> places;
+  for (const std::string place : {"One/", "Two/"}) {
+    volume.folder(std::string(kData) + place);
+    places.push_back(volume.url(std::string(kData) + place));
+  }
+  DuplicateFixture::start(scan, places);
+  ASSERT_TRUE(scan.waitUntilDone());
+  ASSERT_TRUE(test::runMainLoopUntil([&] { return waiting.use_count() == 2; }));  // the last place has let go
+  EXPECT_TRUE(waiting->isTold);
   expectStoppedWithoutATree();
 }
 
