@@ -130,7 +130,7 @@ class WaitingQueue : public test::RecordingQueue {
     const int number = ++count;
     if (number == 1) stop();
     if (number == 2)
-      isTold = told.get_future().wait_for(std::chrono::seconds(20)) == std::future_status::ready;
+      isTold = told.get_future().wait_for(std::chrono::seconds(10)) == std::future_status::ready;
     test::RecordingQueue::submit(std::move(task), std::move(failure));
   }
   std::function<void()> stop;
