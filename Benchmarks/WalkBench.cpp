@@ -93,57 +93,79 @@ double residentBytes() {
   return static_cast<double>(resident) * static_cast<double>(::sysconf(_SC_PAGESIZE));
 }
 
-/// A whole scan as an application runs it: main loop, callbacks and records included. With `stopAt`, it is
-/// stopped after that many items.
-ScanOutcome scan(CategoryInfomationKind kind, std::size_t stopAt = 0) {
-  using Clock = std::chrono::steady_clock;
-  const double before = residentBytes();
-  const auto feature = featureOver(kind);
-  auto queue = std::make_shared<sorrel::WeftSerialQueue>(sorrel::WeftQOS::Default);
-  ScanOutcome outcome;
-  const Clock::time_point started = Clock::now();
-  std::atomic<bool> isDone{false};
-  Clock::time_point stopped;
-  Clock::time_point finished;
-  sorrel::CategoryResults results;
-  sorrel::SystemScanService::scanSystemJunk(
-      *feature,
-      [&](const std::string& /*path*/, std::int64_t /*size*/) {
-        if (++outcome.progress == stopAt) {
-          stopped = Clock::now();
-          sorrel::SuperScanService::stopScan(*feature);
-        }
-      },
-      [](float /*share*/) {}, [](Integer /*index*/, std::int64_t /*size*/) {},
-      [&](sorrel::CategoryResults found) {
-        results = std::move(found);
-        finished = Clock::now();
-        isDone = true;
-        sorrel::MainQueue::post([] {});
-      },
-      queue);
-  sorrel::MainQueue::runUntil([&] { return isDone.load(); }, std::chrono::minutes(2));
-  // The scan's last blocks of progress were posted before its end was told: one round of the queue delivers
-  // them.
-  bool isDelivered = false;
-  sorrel::MainQueue::post([&] { isDelivered = true; });
-  sorrel::MainQueue::runUntil([&] { return isDelivered; }, std::chrono::minutes(2));
-  outcome.seconds = std::chrono::duration<double>(Clock::now() - started).count();
+/// A whole scan as an application runs it: main loop, callbacks and records included.
+class WholeScan {
+ public:
+  /// With `stopAt`, it is stopped after that many items.
+  explicit WholeScan(CategoryInfomationKind kind, std::size_t stopAt = 0)
+      : feature_(featureOver(kind)), stopAt_(stopAt) {}
 
-  const auto& records = results.at(0).first;
-  outcome.records = records.size();
-  outcome.bytesPerRecord = (residentBytes() - before) / static_cast<double>(records.size());
-  const std::string top = sorrel::URL::fileURL(tree, true).absoluteString();
-  for (const auto& record : records) {
-    const std::string_view below = record->url.relativeText().substr(top.size());
-    if (below.find('/') >= below.size() - 1) outcome.bytesOfTopItems += static_cast<double>(record->size);
+  ScanOutcome run() {
+    const double before = residentBytes();
+    const Clock::time_point started = Clock::now();
+    start();
+    waitForEverything();
+    outcome_.seconds = std::chrono::duration<double>(Clock::now() - started).count();
+    outcome_.stopSeconds = std::chrono::duration<double>(finished_ - stopped_).count();
+    describeRecords(before);
+    return outcome_;
   }
-  outcome.stopSeconds = std::chrono::duration<double>(finished - stopped).count();
-  return outcome;
-}
+
+ private:
+  using Clock = std::chrono::steady_clock;
+
+  void start() {
+    sorrel::SystemScanService::scanSystemJunk(
+        *feature_, [this](const std::string& /*path*/, std::int64_t /*size*/) { countItem(); },
+        [](float /*share*/) {}, [](Integer /*index*/, std::int64_t /*size*/) {},
+        [this](sorrel::CategoryResults found) {
+          results_ = std::move(found);
+          finished_ = Clock::now();
+          isDone_ = true;
+          sorrel::MainQueue::post([] {});
+        },
+        queue_);
+  }
+
+  void countItem() {
+    if (++outcome_.progress != stopAt_) return;
+    stopped_ = Clock::now();
+    sorrel::SuperScanService::stopScan(*feature_);
+  }
+
+  void waitForEverything() {
+    sorrel::MainQueue::runUntil([this] { return isDone_.load(); }, std::chrono::minutes(2));
+    // The scan's last blocks of progress were posted before its end was told: one round of the queue delivers
+    // them.
+    bool isDelivered = false;
+    sorrel::MainQueue::post([&] { isDelivered = true; });
+    sorrel::MainQueue::runUntil([&] { return isDelivered; }, std::chrono::minutes(2));
+  }
+
+  void describeRecords(double residentBefore) {
+    const auto& records = results_.at(0).first;
+    outcome_.records = records.size();
+    outcome_.bytesPerRecord = (residentBytes() - residentBefore) / static_cast<double>(records.size());
+    const std::string top = sorrel::URL::fileURL(tree, true).absoluteString();
+    for (const auto& record : records) {
+      const std::string_view below = record->url.relativeText().substr(top.size());
+      if (below.find('/') >= below.size() - 1) outcome_.bytesOfTopItems += static_cast<double>(record->size);
+    }
+  }
+
+  sorrel::Ref<sorrel::FeatureInformation> feature_;
+  std::shared_ptr<sorrel::WeftSerialQueue> queue_ =
+      std::make_shared<sorrel::WeftSerialQueue>(sorrel::WeftQOS::Default);
+  std::size_t stopAt_;
+  ScanOutcome outcome_;
+  std::atomic<bool> isDone_{false};
+  Clock::time_point stopped_;
+  Clock::time_point finished_;
+  sorrel::CategoryResults results_;
+};
 
 Outcome timed(CategoryInfomationKind kind) {
-  const ScanOutcome outcome = scan(kind);
+  const ScanOutcome outcome = WholeScan(kind).run();
   return {outcome.bytesOfTopItems, outcome.seconds};
 }
 
@@ -173,6 +195,40 @@ int profile(std::string_view name, int rounds) {
   return 2;
 }
 
+/// The longest of several scans that are stopped in their course, from the stop to the end.
+double slowestStop() {
+  double slowest = 0;
+  for (const std::size_t stopAt : {1, 1000, 50000, 200000}) {
+    slowest = std::max(slowest, WholeScan(CategoryInfomationKind::Common, stopAt).run().stopSeconds);
+  }
+  for (int i = 0; i < 3; ++i) {
+    slowest = std::max(slowest, WholeScan(CategoryInfomationKind::SystemCache, 1).run().stopSeconds);
+  }
+  return slowest;
+}
+
+/// Holds the measured variants against each other and against their bounds; the program's exit status.
+int judge(const std::vector<Variant>& variants, double wanted, const ScanOutcome& common) {
+  const double slowest = slowestStop();
+  std::printf("\n");
+  Verdict verdict;
+  const auto median = [&](std::size_t i) { return variants[i].median(); };
+  verdict.same("calculateSize finds what the bare loop finds", variants[3].found, wanted);
+  verdict.same("du -sb finds what the bare loop finds", variants[1].found, wanted);
+  verdict.same("both categories give the items at the top the same sizes", variants[4].found,
+               variants[5].found);
+  verdict.same("one progress call and one record or empty item each", static_cast<double>(common.progress),
+               static_cast<double>(entryCount));
+  verdict.atMost("calculateSize / bare loop", median(3) / median(0), 1.1);
+  verdict.atMost("calculateSize / du -sb", median(3) / median(1), 1.0);
+  verdict.atMost("scanSystemJunk SystemCache / du -sb", median(4) / median(1), 0.6);
+  verdict.atMost("scanSystemJunk SystemCache / gdu", median(4) / median(2), 0.6);
+  verdict.atMost("scanSystemJunk Common / SystemCache", median(5) / median(4), 2.0);
+  verdict.atMost("memory of a record in a Common scan", common.bytesPerRecord, 700, "B");
+  verdict.atMost("a stop takes effect within", slowest * 1e3, 50, "ms");
+  return verdict.exitStatus();
+}
+
 }  // namespace
 
 int main(int count, char** arguments) {
@@ -187,7 +243,7 @@ int main(int count, char** arguments) {
   if (count > 3) return profile(arguments[3], rounds);
 
   // Memory first, in a process that has not grown yet.
-  const ScanOutcome common = scan(CategoryInfomationKind::Common);
+  const ScanOutcome common = WholeScan(CategoryInfomationKind::Common).run();
   const double wanted = bareLoop();
 
   std::vector<Variant> variants = allVariants();
@@ -196,30 +252,5 @@ int main(int count, char** arguments) {
   std::printf("%zu entries, %zu folders, %u threads\n\n", entryCount, folderCount + 1,
               std::thread::hardware_concurrency());
   print(variants, static_cast<double>(entryCount));
-  const double cacheFound = variants[4].found;
-
-  double slowestStop = 0;
-  for (const std::size_t stopAt : {1, 1000, 50000, 200000}) {
-    slowestStop = std::max(slowestStop, scan(CategoryInfomationKind::Common, stopAt).stopSeconds);
-  }
-  for (int i = 0; i < 3; ++i) {
-    slowestStop = std::max(slowestStop, scan(CategoryInfomationKind::SystemCache, 1).stopSeconds);
-  }
-
-  std::printf("\n");
-  Verdict verdict;
-  const auto median = [&](std::size_t i) { return variants[i].median(); };
-  verdict.same("calculateSize finds what the bare loop finds", variants[3].found, wanted);
-  verdict.same("du -sb finds what the bare loop finds", variants[1].found, wanted);
-  verdict.same("both categories give the items at the top the same sizes", cacheFound, variants[5].found);
-  verdict.same("one progress call and one record or empty item each", static_cast<double>(common.progress),
-               static_cast<double>(entryCount));
-  verdict.atMost("calculateSize / bare loop", median(3) / median(0), 1.1);
-  verdict.atMost("calculateSize / du -sb", median(3) / median(1), 1.0);
-  verdict.atMost("scanSystemJunk SystemCache / du -sb", median(4) / median(1), 0.6);
-  verdict.atMost("scanSystemJunk SystemCache / gdu", median(4) / median(2), 0.6);
-  verdict.atMost("scanSystemJunk Common / SystemCache", median(5) / median(4), 2.0);
-  verdict.atMost("memory of a record in a Common scan", common.bytesPerRecord, 700, "B");
-  verdict.atMost("a stop takes effect within", slowestStop * 1e3, 50, "ms");
-  return verdict.exitStatus();
+  return judge(variants, wanted, common);
 }
