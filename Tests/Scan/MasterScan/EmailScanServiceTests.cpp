@@ -6,9 +6,8 @@
 
 #include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/PropertyList.hpp"
-#include "Tests/Support/ScanKit.hpp"
+#include "Tests/Scan/MasterScan/JunkScanKit.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
-#include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
 namespace {
@@ -17,23 +16,13 @@ using Names = std::vector<std::string>;
 
 const std::string kMail = "Users/alice/Library/Mail/";
 
-class EmailScan : public testing::Test {
+class EmailScan : public test::JunkScanFixture {
  protected:
-  EmailScan() {
-    SuperScanService::scanStatus.resetForTesting();
-    volume.install();
-  }
-
   void run(CategoryInfomationKind kind, const std::vector<URL>& urls) {
-    feature = test::makeFeature(4, {{kind, urls}});
-    EmailScanService::scanEmailJunk(*feature, scan.progress(), scan.percent(), scan.singleDone(), scan.done(),
-                                    scan.queue);
-    ASSERT_TRUE(scan.waitUntilDone());
+    runScan(EmailScanService::scanEmailJunk, 4, {kind, urls});
   }
   void runAttachments() { run(CategoryInfomationKind::EmailAttachment, {volume.url("elsewhere/")}); }
-  [[nodiscard]] Names names(const std::string& root = kMail) const {
-    return test::namesOf(scan.results.at(0).first, volume.url(root));
-  }
+  [[nodiscard]] Names names(const std::string& root = kMail) const { return namesBelow(root); }
   /// The list beside a mail store, with the names of its version folders.
   void persistenceInfo(const std::string& folder, const Names& versions) const {
     PropertyList::Dictionary identifiers;
@@ -44,10 +33,6 @@ class EmailScan : public testing::Test {
     volume.folder(folder);
     EXPECT_TRUE(writePropertyListFile(volume.path(folder + "PersistenceInfo.plist"), std::move(list)));
   }
-
-  test::TemporaryVolume volume;
-  test::ScanRecord scan;
-  Ref<FeatureInformation> feature;
 };
 
 TEST_F(EmailScan, attachmentsAreTheFilesBelowAFolderOfThatName) {

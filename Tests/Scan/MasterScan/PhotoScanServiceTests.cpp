@@ -3,9 +3,8 @@
 #include <gtest/gtest.h>
 
 #include "SorrelFramework/Platform/Host.hpp"
-#include "Tests/Support/ScanKit.hpp"
+#include "Tests/Scan/MasterScan/JunkScanKit.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
-#include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
 namespace {
@@ -15,26 +14,12 @@ using Names = std::vector<std::string>;
 const std::string kPictures = "Users/alice/Pictures/";
 const std::string kLibrary = kPictures + "Photos Library.photoslibrary/";
 
-class PhotoScan : public testing::Test {
+class PhotoScan : public test::JunkScanFixture {
  protected:
-  PhotoScan() {
-    SuperScanService::scanStatus.resetForTesting();
-    volume.install();
-  }
-
   void run(const std::vector<URL>& urls = {}) {
-    feature = test::makeFeature(6, {{CategoryInfomationKind::Common, urls}});
-    PhotoScanService::scaniPhotoJunk(*feature, scan.progress(), scan.percent(), scan.singleDone(),
-                                     scan.done(), scan.queue);
-    ASSERT_TRUE(scan.waitUntilDone());
+    runScan(PhotoScanService::scaniPhotoJunk, 6, {CategoryInfomationKind::Common, urls});
   }
-  [[nodiscard]] Names names(const std::string& root = kLibrary) const {
-    return test::namesOf(scan.results.at(0).first, volume.url(root));
-  }
-
-  test::TemporaryVolume volume;
-  test::ScanRecord scan;
-  Ref<FeatureInformation> feature;
+  [[nodiscard]] Names names(const std::string& root = kLibrary) const { return namesBelow(root); }
 };
 
 TEST_F(PhotoScan, picturesOfTheThreeFoldersAtAnyDepthAreRecords) {

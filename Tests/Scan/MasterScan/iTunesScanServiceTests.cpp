@@ -4,9 +4,8 @@
 
 #include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/PropertyList.hpp"
-#include "Tests/Support/ScanKit.hpp"
+#include "Tests/Scan/MasterScan/JunkScanKit.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
-#include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
 namespace {
@@ -15,33 +14,21 @@ using Names = std::vector<std::string>;
 
 const std::string kBackups = "Users/alice/Library/Application Support/MobileSync/Backup/";
 
-class BackupScan : public testing::Test {
+class BackupScan : public test::JunkScanFixture {
  protected:
-  BackupScan() {
-    SuperScanService::scanStatus.resetForTesting();
-    volume.install();
-  }
-
   void info(const std::string& backup, PropertyList::Dictionary list) const {
     volume.folder(backup);
     ASSERT_TRUE(writePropertyListFile(volume.path(backup + "/Info.plist"), std::move(list),
                                       PropertyListFormat::Binary));
   }
   void run(const std::string& folder) {
-    feature = test::makeFeature(5, {{CategoryInfomationKind::Common, {volume.url(folder)}}});
-    iTunesScanService::scaniTunesJunk(*feature, scan.progress(), scan.percent(), scan.singleDone(),
-                                      scan.done(), scan.queue);
-    ASSERT_TRUE(scan.waitUntilDone());
+    runScan(iTunesScanService::scaniTunesJunk, 5, {CategoryInfomationKind::Common, {volume.url(folder)}});
   }
   [[nodiscard]] Names titles() const {
     Names found;
     for (const auto& record : scan.results.at(0).first) found.push_back(record->title);
     return found;
   }
-
-  test::TemporaryVolume volume;
-  test::ScanRecord scan;
-  Ref<FeatureInformation> feature;
 };
 
 TEST_F(BackupScan, backupBearsTheNameOfItsDevice) {
