@@ -5,7 +5,6 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
-#include <optional>
 #include <string>
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"

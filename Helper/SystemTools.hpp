@@ -2,7 +2,6 @@
 
 #include <array>
 #include <memory>
-#include <string>
 
 namespace sorrel::helper {
 

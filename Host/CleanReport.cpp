@@ -3,7 +3,6 @@
 #include <algorithm>
 #include <iomanip>
 #include <ostream>
-#include <string_view>
 
 #include "Host/RecordName.hpp"
 #include "Host/SafeText.hpp"

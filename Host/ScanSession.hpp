@@ -1,7 +1,5 @@
 #pragma once
 
-#include <functional>
-
 #include "Host/JsonDocument.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/Ref.hpp"

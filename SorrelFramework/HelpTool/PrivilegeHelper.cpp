@@ -4,7 +4,6 @@
 
 #include <cstdint>
 #include <mutex>
-#include <string_view>
 #include <utility>
 
 #include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"

@@ -190,11 +190,6 @@ PropertyList::Array* PropertyList::findArray(std::string_view key) noexcept {
   return const_cast<Array*>(std::as_const(*this).findArray(key));
 }
 
-const PropertyListDictionary* PropertyList::findDictionary(std::string_view key) const noexcept {
-  const PropertyList* value = find(key);
-  return value == nullptr ? nullptr : value->asDictionary();
-}
-
 bool PropertyList::equalsHere(const PropertyList& other) const {
   if (value_.index() != other.value_.index()) return false;
   if (const auto* real = std::get_if<double>(&value_))

@@ -89,7 +89,6 @@ class PropertyList {
   [[nodiscard]] const std::string* findString(std::string_view key) const noexcept;
   [[nodiscard]] const Array* findArray(std::string_view key) const noexcept;
   [[nodiscard]] Array* findArray(std::string_view key) noexcept;
-  [[nodiscard]] const Dictionary* findDictionary(std::string_view key) const noexcept;
 
   /// Same kinds and values all the way down. The order of a dictionary's keys does not count; NaN equals NaN.
   friend bool operator==(const PropertyList& a, const PropertyList& b);

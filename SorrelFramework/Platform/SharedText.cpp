@@ -1,7 +1,6 @@
 #include "SorrelFramework/Platform/SharedText.hpp"
 
 #include <atomic>
-#include <cstdlib>
 #include <cstring>
 #include <new>
 

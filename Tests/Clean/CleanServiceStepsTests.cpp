@@ -279,8 +279,8 @@ TEST_F(CleanServiceStepsTest, progressComesBeforeAndAfterTheDeletionsAndBeforeTh
   const auto all = category(kOn, {leaf("own"), leaf("foreign", kOn, 1, false)});
   Names seen;
   finish_->onProgress = [&](float) {
-    seen.push_back(std::to_string(std::filesystem::exists(path("own"))) +
-                   std::to_string(std::filesystem::exists(path("foreign"))) +
+    seen.push_back(std::to_string(static_cast<int>(std::filesystem::exists(path("own")))) +
+                   std::to_string(static_cast<int>(std::filesystem::exists(path("foreign")))) +
                    std::to_string(all->childrens.size()));
   };
   clean({all});

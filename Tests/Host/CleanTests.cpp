@@ -233,45 +233,58 @@ TEST(CleanCommand, aFolderThatIsListedWithItsFilesIsReportedAsItWent) {
   EXPECT_EQ(run.err, "");
 }
 
-TEST(CleanCommand, randomSelectionsTakeWhatIsMatchedAndNothingElse) {
-  std::size_t taken = 0;
-  for (unsigned seed = 0; seed < 16; ++seed) {
-    std::mt19937 random(seed);
-    const auto pick = [&random](int count) {
-      return std::uniform_int_distribution<int>(0, count - 1)(random);
-    };
-    const Volume volume({{1,
-                          {{0, "SystemCache", {"file://~/Library/Caches/"}},
-                           {1, "SystemCache", {"file:///Library/Caches/", "file://~/Library/Logs/"}}}}});
+/// Random files in three folders of caches and logs, and random globs for them.
+class RandomSelection {
+ public:
+  explicit RandomSelection(unsigned seed) : random_(seed) {
     const Words folders = {kCacheFolder, "Library/Caches/", "Users/alice/Library/Logs/"};
-    Words tops;  // what becomes a record
     for (int i = 0; i < 12; ++i) {
       const std::string name = folders[static_cast<std::size_t>(pick(3))] + static_cast<char>('a' + pick(5));
-      if (std::ranges::find(tops, name) != tops.end()) continue;
-      tops.push_back(name);
+      if (std::ranges::find(tops_, name) != tops_.end()) continue;
+      tops_.push_back(name);
       volume.file(pick(2) == 0 ? name : name + "/" + static_cast<char>('a' + pick(5)), 1);
     }
     const Words pieces = {"*/Caches/[ab]", "*/[!a-c]", "/*/Users/*c", "*e", volume.path(kCacheFolder) + "?",
                           "*/a/*",         "[a-e]"};
-    Words globs;
     for (int i = pick(2); i >= 0; --i) globs.push_back(pieces[static_cast<std::size_t>(pick(7))]);
-    const auto isTaken = [&](const std::string& path) {
-      return std::ranges::any_of(tops, [&](const std::string& top) {
-        const bool isPart = path == top || path.starts_with(top + "/");
-        return isPart && std::ranges::any_of(globs, [&](const std::string& glob) {
-                 return ::fnmatch(glob.c_str(), volume.path(top).c_str(), 0) == 0;
-               });
-      });
-    };
-    const auto before = volume.items();
+  }
+
+  /// Whether it is, or lies in, an item of a folder that a glob fits.
+  [[nodiscard]] bool takes(const std::string& name) const {
+    return std::ranges::any_of(tops_, [&](const std::string& top) {
+      const bool isPart = name == top || name.starts_with(top + "/");
+      return isPart && std::ranges::any_of(globs, [&](const std::string& glob) {
+               return ::fnmatch(glob.c_str(), volume.path(top).c_str(), 0) == 0;
+             });
+    });
+  }
+
+  const Volume volume{{{1,
+                        {{0, "SystemCache", {"file://~/Library/Caches/"}},
+                         {1, "SystemCache", {"file:///Library/Caches/", "file://~/Library/Logs/"}}}}}};
+  Words globs;
+
+ private:
+  int pick(int count) { return std::uniform_int_distribution<int>(0, count - 1)(random_); }
+
+  std::mt19937 random_;
+  Words tops_;  // what becomes a record
+};
+
+TEST(CleanCommand, randomSelectionsTakeWhatIsMatchedAndNothingElse) {
+  std::size_t taken = 0;
+  for (unsigned seed = 0; seed < 16; ++seed) {
+    const RandomSelection selection(seed);
+    const auto before = selection.volume.items();
     Words expected;
     for (const test::TreeEntry& entry : before) {
-      if (isTaken(entry.path)) expected.push_back(entry.path);
+      if (selection.takes(entry.path)) expected.push_back(entry.path);
     }
     Words words = {"1", "--quiet", "--yes", "--select"};
-    words.insert(words.end(), globs.begin(), globs.end());
-    EXPECT_EQ(volume.clean(words).status, 0) << seed;
-    EXPECT_EQ(goneBetween(before, volume.items()), expected) << seed << testing::PrintToString(globs);
+    words.insert(words.end(), selection.globs.begin(), selection.globs.end());
+    EXPECT_EQ(selection.volume.clean(words).status, 0) << seed;
+    EXPECT_EQ(goneBetween(before, selection.volume.items()), expected)
+        << seed << testing::PrintToString(selection.globs);
     taken += expected.size();
   }
   EXPECT_GT(taken, 20U);

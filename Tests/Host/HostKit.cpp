@@ -25,6 +25,7 @@ namespace fs = std::filesystem;
 
 std::vector<char*> pointers(std::vector<std::string>& words) {
   std::vector<char*> list;
+  list.reserve(words.size() + 1);
   for (std::string& word : words) list.push_back(word.data());
   list.push_back(nullptr);
   return list;

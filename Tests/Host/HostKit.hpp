@@ -26,9 +26,9 @@ class TemporaryFolder {
     return path_ + "/" + std::string(relative);
   }
 
-  /// Makes a file of `size` bytes, or with `text`, and the folders above it. Gives its absolute path.
+  /// Makes a file of `size` bytes, or with `content`, and the folders above it. Gives its absolute path.
   std::string file(std::string_view relative, std::size_t size) const;
-  std::string text(std::string_view relative, std::string_view text) const;
+  std::string text(std::string_view relative, std::string_view content) const;
   std::string folder(std::string_view relative) const;
 
  private:

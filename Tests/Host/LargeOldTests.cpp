@@ -22,7 +22,7 @@ class LargeOld : public testing::Test {
 
   /// A file that takes no room on the disk.
   std::string big(const std::string& name, std::int64_t size = 60 * kMiB) const {
-    const std::string path = volume.file(name, 0);
+    std::string path = volume.file(name, 0);
     std::filesystem::resize_file(path, static_cast<std::uintmax_t>(size));
     return path;
   }

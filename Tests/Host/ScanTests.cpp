@@ -200,7 +200,7 @@ TEST(ScanCommand, valuesOfOptionsMayStandInSquareBrackets) {
 
 TEST(ScanCommand, treeShowsSizesAndASum) {
   const Volume volume({kCaches});
-  volume.file("Users/alice/Library/Caches/com.example/data", 3 * 1024 * 1024);
+  volume.file("Users/alice/Library/Caches/com.example/data", std::size_t{3} << 20);
   volume.file("Users/alice/Library/Caches/note", 512);
 
   const ProgramRun run = volume.scan("system-junk", {});

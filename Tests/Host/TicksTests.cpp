@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
-#include <functional>
 #include <random>
 #include <set>
 #include <string>
@@ -41,12 +40,12 @@ class TicksTest : public testing::Test {
   }
   /// A record without a file: a group, or a trace.
   Ref<FileInformation> titled(const std::string& title, const Records& childrens = {}) {
-    const auto record = makeRecord({URL(), kOff, 1, true, childrens, made_++});
+    auto record = makeRecord({URL(), kOff, 1, true, childrens, made_++});
     record->title = title;
     return record;
   }
   Ref<CategoryInformation> add(const std::string& title, const Records& records) {
-    const auto category = makeCategory(stage_.feature, kOff, records);
+    auto category = makeCategory(stage_.feature, kOff, records);
     category->title = title;
     stage_.feature->categoryInfo.push_back(category);
     return category;

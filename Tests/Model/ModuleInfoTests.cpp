@@ -23,12 +23,14 @@ std::vector<Integer> finderIDs(const Records& records) {
 
 std::vector<Integer> finderIDs(const std::vector<Ref<ModuleInformation>>& modules) {
   std::vector<Integer> found;
+  found.reserve(modules.size());
   for (const Ref<ModuleInformation>& record : modules) found.push_back(record->finderID);
   return found;
 }
 
 std::vector<std::string> texts(const std::vector<URL>& urls) {
   std::vector<std::string> found;
+  found.reserve(urls.size());
   for (const URL& url : urls) found.push_back(url.absoluteString());
   return found;
 }

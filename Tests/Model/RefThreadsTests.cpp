@@ -21,12 +21,14 @@ TEST(RefThreads, handlesDroppedOnManyThreadsFreeTheTreeOnce) {
   for (int round = 0; round < kRounds; ++round) {
     Chain chain;
     std::vector<Ref<Node>> handles;
+    handles.reserve(kThreads);
     for (int i = 0; i < kThreads; ++i) handles.push_back(i % 2 == 0 ? chain.leaf : chain.middle);
     chain.root = nullptr;
     chain.middle = nullptr;
     chain.leaf = nullptr;
     std::latch start(kThreads);
     std::vector<std::thread> threads;
+    threads.reserve(kThreads);
     for (Ref<Node>& handle : handles) {
       threads.emplace_back([&start, held = std::move(handle)]() mutable {
         start.arrive_and_wait();
@@ -47,6 +49,7 @@ TEST(RefThreads, handlesTakenAndDroppedOnManyThreadsKeepTheCount) {
   std::latch start(kThreads);
   std::atomic<int> wrong{0};
   std::vector<std::thread> threads;
+  threads.reserve(kThreads);
   for (int i = 0; i < kThreads; ++i) {
     threads.emplace_back([&] {
       start.arrive_and_wait();
