@@ -18,8 +18,6 @@ constexpr std::string_view kCache = "/Cache";
 constexpr std::string_view kLibrary = "Library";
 constexpr std::string_view kFolderType = "public.folder";
 constexpr std::int64_t kWeightOfTypeByte = 1024;
-/// Of a folder that went away since the one above it was read.
-DuplicateInfo goneFolder() { return {1, 1, URL(), false, {}}; }
 
 /// Two packages of one type weigh the same, whatever they hold.
 std::int64_t weightOfType(std::string_view type) {
@@ -87,7 +85,7 @@ void DuplicateWalk::enterTop() {
   level.next = 0;
   level.pathLength = path_.size();
   level.firstBelow = sizes_->folders.size();
-  level.info = {0, 0, URL(), false, {}};
+  level.weight = {};
   weighFiles();
 }
 
@@ -110,7 +108,7 @@ void DuplicateWalk::weighFiles() {
       continue;
     }
     const std::int64_t size = status ? status->size : 0;  // one that is gone by now still counts as a file
-    add({1, size, URL(), true, {}});
+    add({1, size});
     if (rules_.limit < size) listing.add(*entry, size);
   }
   listing.sort();
@@ -119,20 +117,21 @@ void DuplicateWalk::weighFiles() {
 void DuplicateWalk::leaveTop(DuplicateInfo& result) {
   Level& level = top();
   path_.resize(level.pathLength);
-  DuplicateInfo info = std::move(level.info);
-  info.sizeList = SubfolderSizes(sizes_, level.firstBelow, sizes_->folders.size());
+  const Weight weight = level.weight;
   const std::size_t first = level.firstBelow;
+  const SubfolderSizes below(sizes_, first, sizes_->folders.size());
   --used_;
   const bool isBack = folders_.pop();
   if (used_ > 0) {
-    sizes_->folders.push_back({info.fileSize, first});
-    add(info);
+    sizes_->folders.push_back({weight.bytes, first});
+    add(weight);
     // A folder that was moved away while the walk was below it is not found again: what is left of it is
     // passed over.
     if (!isBack) top().next = top().listing.size();
   }
-  const bool isCandidate = rules_.limit < info.fileSize;
-  if (isCandidate || used_ == 0) info.path = URL::fileURL(path_, true);
+  const bool isCandidate = rules_.limit < weight.bytes;
+  if (!isCandidate && used_ > 0) return;
+  DuplicateInfo info{weight.files, weight.bytes, URL::fileURL(path_, true), false, below};
   if (used_ == 0) result = info;
   if (isCandidate) sink_(std::move(info));
 }
@@ -155,20 +154,20 @@ void DuplicateWalk::visitNext() {
 void DuplicateWalk::weighFolder(std::string_view name) {
   if (!isWalkedInto(name)) return weighClosedFolder(name);
   if (folders_.push(name.data())) return enterTop();
-  if (errno == ENOENT) return add(goneFolder());
+  if (errno == ENOENT) return add(kGoneFolder);
   sizes_->folders.push_back({0, sizes_->folders.size()});
 }
 
 void DuplicateWalk::weighClosedFolder(std::string_view name) {
   const auto entries = countEntries(stream_, folders_.top(), name.data());
-  if (!entries && errno == ENOENT) return add(goneFolder());
-  add({entries.value_or(1), weightOfType(contentType(name, true)), URL(), false, {}});
+  if (!entries && errno == ENOENT) return add(kGoneFolder);
+  add({entries.value_or(1), weightOfType(contentType(name, true))});
 }
 
-void DuplicateWalk::add(const DuplicateInfo& child) {
-  DuplicateInfo& sum = top().info;
-  sum.fileSize = checkedAdd(sum.fileSize, child.fileSize);
-  sum.fileNumSum = checkedAdd(sum.fileNumSum, child.fileNumSum);
+void DuplicateWalk::add(Weight weight) {
+  Weight& sum = top().weight;
+  sum.bytes = checkedAdd(sum.bytes, weight.bytes);
+  sum.files = checkedAdd(sum.files, weight.files);
 }
 
 bool DuplicateWalk::isStopped() const { return rules_.isStopped && rules_.isStopped(); }

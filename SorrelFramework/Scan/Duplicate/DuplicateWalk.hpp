@@ -46,12 +46,19 @@ class DuplicateWalk {
   DuplicateInfo folderBackTracking(const URL& url);
 
  private:
+  /// What an item adds to the folder that holds it.
+  struct Weight {
+    Integer files = 0;
+    Integer bytes = 0;  // computed, for a folder
+  };
+  /// Of a folder that went away since the one above it was read.
+  static constexpr Weight kGoneFolder{1, 1};
   struct Level {
     FolderListing listing;
     std::size_t next = 0;
     std::size_t pathLength = 0;
     std::size_t firstBelow = 0;  // in sizes_
-    DuplicateInfo info;
+    Weight weight;
   };
   [[nodiscard]] Level& top() { return *levels_[used_ - 1]; }
   void enterTop();
@@ -60,7 +67,7 @@ class DuplicateWalk {
   void visitNext();
   void weighFolder(std::string_view name);
   void weighClosedFolder(std::string_view name);
-  void add(const DuplicateInfo& child);
+  void add(Weight weight);
   [[nodiscard]] bool isStopped() const;
   [[nodiscard]] bool isWalkedInto(std::string_view name) const;
 
