@@ -573,12 +573,18 @@ TEST_F(DBusHelperConnectionTest, aCallGoesOutTwiceAtMost) {
 }
 
 TEST_F(DBusHelperConnectionTest, aCallThatMayHaveBeenDoneIsNotSentAgain) {
-  startService(keepSilent);
+  std::promise<void> isFree;
+  startService([&](const Service::Event&, Service::Result&&) {
+    service->giveUpName();
+    isFree.set_value();
+  });
   const auto held = countedHelper();
   ASSERT_NE(held, nullptr);
   askInVain(*held);
-  ASSERT_TRUE(service->waitForEvents(1));
-  replaceService(Service::echo);
+  isFree.get_future().wait();
+  std::unique_ptr<Service> last = std::move(service);
+  startService(Service::echo);
+  last.reset();
   EXPECT_TRUE(waitForLoss());
   EXPECT_TRUE(ask(*held, kDelete, {}).flag);
   EXPECT_EQ(service->events().size(), 1U);
