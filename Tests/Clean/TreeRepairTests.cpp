@@ -13,6 +13,7 @@
 #include "SorrelFramework/Clean/CleanServiceType.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
+#include "SorrelFramework/Units/LogService.hpp"
 #include "Tests/Support/CleanKit.hpp"
 #include "Tests/Support/DuplicateCases.hpp"
 #include "Tests/Support/NumberFrom.hpp"
@@ -136,6 +137,7 @@ class DuplicateClean : public testing::TestWithParam<unsigned> {
     DuplicateScanService::scanDuplicate(feature, {stage.volume.url("Users/alice/Data/")}, nullptr,
                                         record.percent(), nullptr, record.treeDone(), record.queue);
     ASSERT_TRUE(record.waitUntilDone());
+    LogService::shard().flushForTesting();  // the log lies in the volume too
   }
 
   /// What a repair must leave: numbers without gaps, no ticks, at least two members, sums that add up.

@@ -370,7 +370,7 @@ TEST_F(DBusHelperConnectionTest, anEventMayNameVeryManyPaths) {
   const auto held = helper();
   ASSERT_NE(held, nullptr);
   const HelperDictionary paths = test::manyPaths(33'000, 1000);  // 33 MB
-  EXPECT_TRUE(ask(*held, kDelete, paths).dictionary == paths);
+  EXPECT_TRUE(ask(*held, kDelete, paths, 5 * test::kPatience).dictionary == paths);
 }
 
 TEST_F(DBusHelperConnectionTest, anEventMayHave200Megabytes) {

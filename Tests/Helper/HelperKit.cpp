@@ -164,7 +164,7 @@ std::future<Answer> send(HelperProtocol& helper, std::int32_t id, const HelperDi
 }
 
 Answer take(std::future<Answer> reply) {
-  return reply.wait_for(kPatience) == std::future_status::ready ? reply.get() : Answer();
+  return reply.wait_for(5 * kPatience) == std::future_status::ready ? reply.get() : Answer();
 }
 
 // --- HelperMachine ---

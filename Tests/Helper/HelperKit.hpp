@@ -106,7 +106,7 @@ std::string inUser(std::uint32_t uid, const std::function<std::string()>& work);
 
 /// Sends one event over `connection`; the future gets the reply.
 std::future<Answer> send(HelperProtocol& helper, std::int32_t id, const HelperDictionary& event);
-/// The reply, or one that is not there after kPatience.
+/// The reply, or one that is not there after five times kPatience: some are large.
 Answer take(std::future<Answer> reply);
 
 }  // namespace sorrel::test

@@ -94,9 +94,13 @@ void ScriptedPolkit::setMode(Mode mode) {
 }
 
 void ScriptedPolkit::answerAll(bool isAuthorised) {
-  const std::lock_guard lock(state_->mutex);
-  for (const State::Result& result : state_->waiting) state_->answer(result, isAuthorised);
-  state_->waiting.clear();
+  std::vector<State::Result> waiting;
+  {
+    const std::lock_guard lock(state_->mutex);
+    waiting.swap(state_->waiting);
+  }
+  // Without the lock: an answer takes that of the connection, under which questions come in.
+  for (const State::Result& result : waiting) state_->answer(result, isAuthorised);
 }
 
 }  // namespace sorrel::test

@@ -14,6 +14,16 @@ inline constexpr bool kHasAddressChecker = true;
 inline constexpr bool kHasAddressChecker = false;
 #endif
 
+/// True in a program that the thread checker watches. It remembers who touched which memory.
+#ifdef __SANITIZE_THREAD__
+inline constexpr bool kHasThreadChecker = true;
+#else
+inline constexpr bool kHasThreadChecker = false;
+#endif
+
+/// True if what a program takes of memory says nothing about it.
+inline constexpr bool kIsMemoryDistorted = kHasAddressChecker || kHasThreadChecker;
+
 /// While it lives, this thread's memory may leak: for calls into libraries that forget some.
 class LeaksOfOthers {
  public:
