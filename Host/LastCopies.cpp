@@ -11,6 +11,7 @@
 #include <tuple>
 
 #include "Host/RecordName.hpp"
+#include "Host/StoredPlaces.hpp"
 #include "Host/Ticks.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
@@ -43,11 +44,28 @@ class Takings {
     for (const Ref<FileInformation>& record : tickedRecords(CleanEntry::Groups, feature)) {
       const std::string path = pathOf(record->url);
       paths_.insert(path);
+      paths_.insert(places_.of(path));
       if (auto entry = entryAt(path)) entries_.insert(*std::move(entry));
     }
   }
 
+  /// Also if another mount, or a link, leads to what is taken.
   [[nodiscard]] bool touches(const std::string& path) const {
+    return touchesText(path) || touchesText(places_.of(path));
+  }
+
+  [[nodiscard]] bool leaves(const FileInformation& member) const {
+    const std::string path = pathOf(member.url);
+    if (touches(path)) return false;
+    std::error_code error;
+    // A folder that was scanned through a link to it.
+    if (touches(fs::canonical(path, error).native())) return false;
+    const auto entry = entryAt(path);
+    return entry && !entries_.contains(*entry);
+  }
+
+ private:
+  [[nodiscard]] bool touchesText(const std::string& path) const {
     for (std::string above = path; !above.empty(); above.resize(above.rfind('/'))) {
       if (paths_.contains(above)) return true;
       if (above.find('/') == std::string::npos) break;
@@ -56,15 +74,8 @@ class Takings {
     return below != paths_.end() && below->starts_with(path + '/');
   }
 
-  [[nodiscard]] bool leaves(const FileInformation& member) const {
-    const std::string path = pathOf(member.url);
-    if (touches(path)) return false;
-    const auto entry = entryAt(path);
-    return entry && !entries_.contains(*entry);
-  }
-
- private:
-  std::set<std::string> paths_;
+  StoredPlaces places_ = StoredPlaces::ofThisMoment();
+  std::set<std::string> paths_;  // and where they are stored
   std::set<Entry> entries_;
 };
 

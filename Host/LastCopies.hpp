@@ -11,7 +11,8 @@ namespace sorrel::cli {
 
 /// Groups of alike files, ticked, before they are cleaned: the groups of the first category of which nothing
 /// would be left as it is. A member stays if it is there and none of the ticked ones is the same entry of the
-/// disk, above it, or in it. Another hard link to a ticked file is a member that stays.
+/// disk, above it, or in it, whichever mounts and links lead there. Another hard link to a ticked file is a
+/// member that stays.
 FileRecords groupsWithoutACopyLeft(FeatureInformation& feature);
 
 /// The present. Every change that is made behind the call bears a later time, and none that was made before

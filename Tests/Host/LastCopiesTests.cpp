@@ -2,6 +2,7 @@
 #include "Host/LastCopies.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,6 +15,7 @@
 #include "Host/CommandError.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "Tests/Support/CleanKit.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 
 namespace sorrel::cli {
 namespace {
@@ -146,6 +148,43 @@ TEST_F(LastCopies, sameEntryByAnotherPathGoesWithIt) {
   group("files", {"+one/a", "two/a"});
   group("folders", {"one/f", "+two/f"});
   EXPECT_EQ(lost(), Names({"files", "folders"}));
+}
+
+TEST_F(LastCopies, memberInAFolderThatGoesByAnotherPathIsNoCopy) {
+  makeFiles({"a", "one/f/b", "one/f/x", "two/x"});
+  stage_.volume.link("way", "one");
+  group("folders", {"+one/f", "two"});
+  group("files", {"+a", "way/f/b"});
+  EXPECT_EQ(lost(), Names{"files"});
+}
+
+TEST_F(LastCopies, folderThatLosesAFileByAnotherPathIsNoCopy) {
+  makeFiles({"one/f/x", "two/x", "y", "z"});
+  stage_.volume.link("way", "one");
+  stage_.volume.link("root", "one/f");
+  group("folders", {"way/f", "+two"});
+  group("roots", {"root", "+z"});
+  group("files", {"+one/f/x", "y"});
+  EXPECT_EQ(lost(), Names({"folders", "roots"}));
+}
+
+TEST_F(LastCopies, sameItemBehindAnotherMountIsNoCopy) {
+  makeFiles({"Data/sub/a", "Data/sub/b", "b", "c", "View/other"});
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    const std::string from = stage_.volume.path("Data/sub");
+    if (::mount(from.c_str(), stage_.volume.path("View").c_str(), nullptr, MS_BIND, nullptr) != 0) {
+      return "skip";
+    }
+    group("above", {"View/a", "+c"});
+    group("itself", {"View/b", "+b"});
+    group("left", {"View/a", "b", "c"});
+    group("folders", {"+Data", "Other"});
+    std::string names;
+    for (const std::string& name : lost()) names += name + " ";
+    return names;
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, "above itself left folders ");
 }
 
 // Changes since the scan
