@@ -1,6 +1,7 @@
 #include "SorrelFramework/Clean/CleanFence.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -114,6 +115,75 @@ TEST_F(CleanFenceTest, goesByTheWayToWhatWasFoundAndNotByWhereThePathLeadsNow) {
                            volume_.link("way", other_.path("d"));
                          }),
             0);
+}
+
+TEST_F(CleanFenceTest, goesByWhereAPathWithLinksLeadsNowAsWell) {
+  volume_.file("real/a");
+  other_.file("a");
+  const std::string way = volume_.link("way", "real");
+  EXPECT_EQ(errorOfFound(volume_.path("way/a"),
+                         [&] {
+                           ASSERT_EQ(::unlink(way.c_str()), 0);
+                           volume_.link("way", other_.path());
+                         }),
+            EACCES);
+}
+
+TEST_F(CleanFenceTest, knowsTheVolumeFromItsNeighboursWhoseNamesBeginAlike) {
+  Host::install(Host::macVolume(volume_.folder("one"), "alice", {}));
+  volume_.file("one/a");
+  volume_.file("one 2/a");
+  volume_.folder("on");
+  EXPECT_EQ(errorOfFound(volume_.path("one/a")), 0);
+  EXPECT_EQ(errorOfFound(volume_.path("one 2/a")), EACCES);
+  EXPECT_EQ(errorOfFound(volume_.path("one 2")), EACCES);
+  EXPECT_EQ(errorOfFound(volume_.path("on")), EACCES);
+}
+
+TEST_F(CleanFenceTest, aWayThatLeavesTheVolumeAndComesBackCountsFromTheVolumeOn) {
+  volume_.file("d/a");
+  volume_.link("loop", "/");
+  volume_.link("d/up", "../..");
+  const std::string name = volume_.path().substr(volume_.path().rfind('/'));
+  for (const std::string& root : {volume_.path("loop") + volume_.path(), volume_.path("d/up") + name}) {
+    EXPECT_EQ(errorOfFound(root + "/d/a"), 0) << root;
+    EXPECT_EQ(errorOfFound(root), EACCES) << root;
+    EXPECT_EQ(errorOfFound(volume_.path("loop") + other_.file("a")), EACCES);
+  }
+}
+
+TEST_F(CleanFenceTest, volumeThatIsMountedHasTheSameInside) {
+  volume_.folder("mounted");
+  volume_.folder("bound");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    const std::string root = volume_.path("mounted");
+    if (::mount("tmpfs", root.c_str(), "tmpfs", 0, nullptr) != 0) return "skip";
+    volume_.file("mounted/d/a");
+    volume_.file("bound/a");
+    volume_.link("mounted/in", "d");
+    volume_.link("mounted/out", volume_.path("bound"));
+    volume_.link("alias", "mounted");
+    Host::install(Host::macVolume(root, "alice", {}));
+    std::string errors;
+    for (const char* name : {"mounted/d/a", "mounted/in/a", "alias/in/a", "mounted/out/a", "bound/a"})
+      errors += std::to_string(errorOfFound(volume_.path(name))) + " ";
+    return errors;
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  const std::string outside = std::to_string(EACCES) + " ";
+  EXPECT_EQ(told, "0 0 0 " + outside + outside);
+}
+
+TEST_F(CleanFenceTest, aVolumeThatIsGoneLetsNothingPassBehindALink) {
+  volume_.file("root/d/a");
+  volume_.link("root/in", "d");
+  Host::install(Host::macVolume(volume_.path("root"), "alice", {}));
+  const RemovalPolicy policy = RemovalPolicy::forUser();
+  const std::string path = volume_.path("root/in/a");
+  ASSERT_EQ(::rename(volume_.path("root").c_str(), volume_.path("aside").c_str()), 0);
+  const CleanFence fence;
+  ASSERT_EQ(::rename(volume_.path("aside").c_str(), volume_.path("root").c_str()), 0);
+  EXPECT_EQ(fence.error(path, RemovalTarget::find(path, policy)), EACCES);
 }
 
 TEST_F(CleanFenceTest, volumeThatIsNamedByALinkHasTheSameInside) {

@@ -17,6 +17,8 @@
 #include <utility>
 #include <vector>
 
+#include "SorrelFramework/Clean/FileRemover.hpp"
+#include "Tests/Support/CleanKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/RemovalKit.hpp"
@@ -156,7 +158,8 @@ TEST_F(RacingRemoval, swap_root_while_removing) {
 TEST_F(RacingRemoval, swap_root_with_an_empty_folder_while_removing) {
   const std::string item = volume_.path("work/item");
   int swapped = 0;
-  for (int round = 0; round < kRounds && swapped < 5; ++round) {
+  const auto end = std::chrono::steady_clock::now() + test::kPatience;
+  while (swapped < 5 && std::chrono::steady_clock::now() < end) {
     for (int i = 0; i < 1000; ++i) volume_.file("work/item/" + std::to_string(i), "");
     const std::string other = volume_.folder("empty");
     const ItemNumber empty = numberOf(other);
@@ -229,5 +232,74 @@ TEST_F(RacingRemoval, dir_moved_up_while_removing) {
   if (told == "skip") GTEST_SKIP() << "no right to mount";
   EXPECT_EQ(told, "");
 }
+
+/// Mounts the canaries on the item and takes them off again, as fast as it can, until `isDone`.
+void keepMounting(const std::string& canaries, const std::string& item, const std::atomic<bool>& isDone) {
+  while (!isDone) {
+    if (::mount(canaries.c_str(), item.c_str(), nullptr, MS_BIND, nullptr) == 0)
+      ::umount2(item.c_str(), MNT_DETACH | UMOUNT_NOFOLLOW);
+  }
+}
+
+TEST_F(RacingRemoval, bind_mount_appears_on_the_root_while_removing) {
+  const std::string item = volume_.path("work/item");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    volume_.folder("work/item");
+    if (::mount(volume_.path("canary").c_str(), item.c_str(), nullptr, MS_BIND, nullptr) != 0) return "skip";
+    ::umount(item.c_str());
+    std::atomic<bool> isDone{false};
+    std::thread mounter([&] { keepMounting(volume_.path("canary"), item, isDone); });
+    int won = 0;
+    for (int round = 0; round < 5 * kRounds; ++round) {
+      for (const char* below : {"", "/x", "/x/y"}) ::mkdir((item + below).c_str(), 0700);
+      if (remove("work/item").isSuccess()) ++won;
+    }
+    isDone = true;
+    mounter.join();
+    // Into a folder that is mounted at that moment, the rounds put something of their own.
+    static_cast<void>(remove("canary/x"));
+    return won > 0 ? "" : "nothing was ever removed";
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, "");
+  for (const test::TreeEntry& canary : before_) {
+    EXPECT_TRUE(isThere(volume_.path("canary/" + canary.path))) << canary.path;
+  }
+}
+
+/// The user's own clean of a volume, in which a folder above the item is swapped for a link out of it.
+class RacingClean : public RacingRemoval {
+ protected:
+  RacingClean() { stage_.volume.file("work/item", ""); }
+
+  void raceAgainst(const std::string& parent, const std::string& link, const std::string& real) {
+    const FileRemover::Session session = FileRemover::shard().begin();
+    const FileDescriptor folder(::open(stage_.volume.path(real).c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    const Swapper swapper(stage_.volume.path(parent), stage_.volume.path(link));
+    race([&] {
+      ::mkdirat(folder.get(), "item", 0700);
+      ::mkdirat(folder.get(), "item/x", 0700);
+      return !session.removeItem(stage_.volume.url(parent + "/item")).has_value();
+    });
+  }
+
+  test::CleanStage stage_;
+};
+
+TEST_F(RacingClean, swap_parent_for_a_link_out_of_the_volume_while_cleaning) {
+  stage_.volume.folder("work/parent");
+  stage_.volume.link("work/link", volume_.path("canary"));
+  raceAgainst("work/parent", "work/link", "work/parent");
+  expectCanaries();
+}
+
+TEST_F(RacingClean, swap_link_above_for_one_out_of_the_volume_while_cleaning) {
+  stage_.volume.folder("work/real");
+  stage_.volume.link("work/parent", "real");
+  stage_.volume.link("work/link", volume_.path("canary"));
+  raceAgainst("work/parent", "work/link", "work/real");
+  expectCanaries();
+}
+
 }  // namespace
 }  // namespace sorrel

@@ -11,6 +11,7 @@
 #include <cstdlib>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "Tests/Support/ForkedChild.hpp"
@@ -93,6 +94,81 @@ TEST_F(FolderRemovalTest, leavesWhatWasMountedOnTheItemMeanwhile) {
   if (told == "skip") GTEST_SKIP() << "no right to mount";
   EXPECT_EQ(told, std::to_string(ESTALE));
   EXPECT_TRUE(isThere("precious/file"));
+}
+
+TEST_F(FolderRemovalTest, leavesWhatIsNoFolderInThePlaceOfAFolderAndTheReverse) {
+  volume_.folder("meant");
+  volume_.file("file", "x");
+  volume_.fifo("pipe");
+  volume_.file("full/file", "x");
+  for (const char* name : {"file", "pipe"}) {
+    removal_.run(top(), name, identity("meant"));
+    EXPECT_EQ(removal_.error(), ESTALE) << name;
+    EXPECT_TRUE(isThere(name));
+  }
+  removal_.run(top(), "full", identity("file"));
+  EXPECT_EQ(removal_.error(), ESTALE);
+  EXPECT_TRUE(isThere("full/file"));
+}
+
+/// The device, the inode and the type are those of the item.
+TEST_F(FolderRemovalTest, leavesTheItemItselfIfItWasMountedOnItself) {
+  volume_.file("folder/file", "x");
+  for (const int missing : {0, ENOSYS, EPERM}) {
+    const std::string told = test::inMountingChild([&]() -> std::string {
+      const ItemIdentity meant = identity("folder");
+      const std::string folder = volume_.path("folder");
+      if (::mount(folder.c_str(), folder.c_str(), nullptr, MS_BIND, nullptr) != 0) return "skip";
+      if (missing != 0 && !test::takeAwayOpenat2(missing)) return "no filter";
+      removal_.run(top(), "folder", meant);
+      return std::to_string(removal_.error());
+    });
+    if (told == "skip") GTEST_SKIP() << "no right to mount";
+    EXPECT_EQ(told, std::to_string(ESTALE)) << missing;
+    EXPECT_TRUE(isThere("folder/file"));
+  }
+}
+
+TEST_F(FolderRemovalTest, aFileSystemMountedOnTheItemMeanwhileThatNeverAnswersIsNotAsked) {
+  volume_.folder("folder");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    const ItemIdentity meant = identity("folder");
+    const FileDescriptor server = test::mountSilentFileSystem(volume_.path("folder"));
+    if (!server.isOpen()) return "skip";
+    removal_.run(top(), "folder", meant);
+    return std::to_string(removal_.error());
+  });
+  if (told == "skip") GTEST_SKIP() << "no file system can be mounted here";
+  EXPECT_EQ(told, std::to_string(ESTALE));
+}
+
+TEST_F(FolderRemovalTest, leavesAFolderThatCannotBeReadInThePlaceOfTheItem) {
+  volume_.folder("meant");
+  volume_.folder("closed");
+  for (const char* name : {"", "closed"}) {
+    if (::geteuid() == 0) volume_.setOwner(name, test::kPlainUser);
+  }
+  volume_.setMode("closed", 0);
+  const std::string told = test::inPlainChild([&] {
+    removal_.run(top(), "closed", identity("meant"));
+    return std::to_string(removal_.error());
+  });
+  EXPECT_EQ(told, std::to_string(ESTALE));
+  EXPECT_TRUE(isThere("closed"));
+}
+
+TEST_F(FolderRemovalTest, anItemInAFolderThatWasMovedGoesFromThere) {
+  volume_.file("work/item/file", "x");
+  volume_.file("work/other", "x");
+  const ItemIdentity item = identity("work/item");
+  FileDescriptor parent(::open(volume_.path("work").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  ASSERT_EQ(::rename(volume_.path("work").c_str(), volume_.path("moved").c_str()), 0);
+  volume_.file("work/item/file", "precious");
+  removal_.run(std::move(parent), "item", item);
+  EXPECT_EQ(removal_.error(), 0);
+  EXPECT_FALSE(isThere("moved/item"));
+  EXPECT_TRUE(isThere("moved/other"));
+  EXPECT_TRUE(isThere("work/item/file"));
 }
 
 TEST_F(FolderRemovalTest, itemThatCannotBeReadGoesIfItIsEmpty) {

@@ -135,6 +135,42 @@ TEST_F(RemovalTargetTest, aFileSystemThatMayNotBeEnteredIsNotAsked) {
   EXPECT_EQ(told, refused(EPERM) + ", " + refused(EBUSY));
 }
 
+TEST_F(RemovalTargetTest, aMountedFileSystemIsNotAskedWhereTheSystemDoesNotHaveOpenat2Either) {
+  for (const int error : {ENOSYS, EPERM}) {
+    const std::string told = besideSilence(volume_, [&](const RemovalPolicy& policy) -> std::string {
+      if (!test::takeAwayOpenat2(error)) return "no filter";
+      return textOf(RemovalTarget::find(volume_.path("top/silent"), policy));
+    });
+    if (told == "skip") GTEST_SKIP() << "no file system can be mounted here";
+    EXPECT_EQ(told, refused(EBUSY)) << error;
+  }
+}
+
+TEST_F(RemovalTargetTest, whatIsMountedIsRefusedAlsoInItsOwnFileSystemAndOnAFile) {
+  volume_.folder("folder");
+  volume_.folder("itself");
+  volume_.file("file", "x");
+  volume_.file("precious/file", "x");
+  const auto told = [&](int missing) {
+    return test::inMountingChild([&]() -> std::string {
+      const auto bind = [&](const char* from, const char* on) {
+        return ::mount(volume_.path(from).c_str(), volume_.path(on).c_str(), nullptr, MS_BIND, nullptr) == 0;
+      };
+      if (!bind("precious", "folder") || !bind("precious/file", "file") || !bind("itself", "itself"))
+        return "skip";
+      if (missing != 0 && !test::takeAwayOpenat2(missing)) return "no filter";
+      std::string texts;
+      for (const char* name : {"folder", "file", "itself", "folder/file"})
+        texts += textOf(RemovalTarget::find(volume_.path(name), policy_)) + ", ";
+      return texts;
+    });
+  };
+  if (told(0) == "skip") GTEST_SKIP() << "no right to mount";
+  const std::string busy = refused(EBUSY) + ", ";
+  for (const int missing : {0, ENOSYS, EPERM})
+    EXPECT_EQ(told(missing), busy + busy + busy + "0, ") << missing;
+}
+
 TEST_F(RemovalTargetTest, aListedPlaceInAFileSystemThatMayNotBeEnteredIsNotAsked) {
   const std::string told = besideSilence(volume_, [&](RemovalPolicy policy) {
     policy.protectSubtree(volume_.path("top/silent/place"));
@@ -165,7 +201,7 @@ TEST_F(RefusedRemoval, refuses_root_by_every_alias) {
   const std::string bind = volume_.folder("bind");
   const std::string work = volume_.folder("work/current");
   const std::string told = test::inMountingChild([&]() -> std::string {
-    const bool isBound = ::mount("/", bind.c_str(), nullptr, MS_BIND, nullptr) == 0;
+    const bool isBound = ::mount("/", bind.c_str(), nullptr, MS_BIND | MS_REC, nullptr) == 0;
     if (::chdir(work.c_str()) != 0) return "no current folder";
     const RemovalPolicy policy = RemovalPolicy::forUser();
     if (!test::raiseFence()) return "no fence";
