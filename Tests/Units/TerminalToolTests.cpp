@@ -2,8 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
+#include <atomic>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdint>
 #include <fstream>
 #include <memory>
@@ -257,7 +259,10 @@ TEST_F(TerminalTool, stoppedScanEndsEndlessOutput) {
   std::jthread caller([&] {
     TerminalUtilsClass(kFeature).realTimeRunTerminal("/usr/bin/yes", {}, queue_, result.on(queue_));
   });
-  ASSERT_TRUE(test::runMainLoopUntil([&] { return queue_->accepted() >= 3; }));
+  ASSERT_TRUE(test::runMainLoopUntil([&] { return queue_->accepted() >= 1; }));
+  std::atomic<bool> isBehindTheFirstPiece{false};
+  queue_->submit([&] { isBehindTheFirstPiece = true; }, {});
+  ASSERT_TRUE(test::runMainLoopUntil([&] { return isBehindTheFirstPiece.load(); }));
   scanStatusTable().set(kFeature, ScanState::suspend);
   caller.join();
   ASSERT_TRUE(test::drain(*queue_));
