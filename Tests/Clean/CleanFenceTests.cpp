@@ -218,6 +218,22 @@ TEST_F(CleanFenceTest, refusesTheCurrentFolderAndThoseAboveAsTheyWereFound) {
   EXPECT_EQ(answer, busy + busy + busy + "0 0 0 ");
 }
 
+TEST_F(CleanFenceTest, unknownCurrentFolderHoldsUpFoldersAlone) {
+  volume_.folder("d");
+  volume_.file("a");
+  volume_.setMode("", 0755);
+  const std::string current = volume_.folder("current");
+  if (::geteuid() == 0) volume_.setOwner("current", test::kPlainUser);
+  const std::string told = test::inPlainChild([&]() -> std::string {
+    if (::chdir(current.c_str()) != 0 || ::chmod(current.c_str(), 0) != 0) return "no folder";
+    const std::string errors = std::to_string(errorOfFound(volume_.path("d"))) + " " +
+                               std::to_string(errorOfFound(volume_.path("a")));
+    ::chmod(current.c_str(), 0700);
+    return errors;
+  });
+  EXPECT_EQ(told, std::to_string(EACCES) + " 0");
+}
+
 TEST_F(CleanFenceTest, letsALinkPassThatLeadsOutsideItself) {
   EXPECT_EQ(error(volume_.link("out", other_.path())), 0);
 }
