@@ -14,7 +14,7 @@
 #include "SorrelFramework/HelpTool/EventRefusal.hpp"
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
 #include "SorrelFramework/HelpTool/PollingThread.hpp"
-#include "SorrelFramework/HelpTool/SealedMemory.hpp"
+#include "SorrelFramework/HelpTool/SealedMessage.hpp"
 
 namespace sorrel {
 namespace {
@@ -29,8 +29,7 @@ FileDescriptor sealedEvent(HelperMessage& message) {
   if (message.dictionary->size() > HelperLimits::paths) return FileDescriptor();
   message.views.reserve(message.dictionary->size());
   for (const auto& [key, value] : *message.dictionary) message.views.push_back(viewOf(key));
-  const std::optional<std::string> bytes = encodeHelperMessage(message);
-  return bytes.has_value() ? SealedMemory::make(*bytes) : FileDescriptor();
+  return SealedMessage::seal(message);
 }
 
 /// True if the bus itself says that there was nobody to hand the call to. Of a helper that goes with a call
@@ -40,13 +39,6 @@ bool wasNeverDelivered(const sdbus::MethodReply& reply, const sdbus::Error& erro
   const bool isNobody = name == "org.freedesktop.DBus.Error.ServiceUnknown" ||
                         name == "org.freedesktop.DBus.Error.NameHasNoOwner";
   return isNobody && reply.getSender() == kBus;
-}
-
-std::optional<HelperMessage> replyMessage(int descriptor) {
-  const std::optional<SealedMemory> memory =
-      SealedMemory::map(descriptor, HelperLimits::bytesOf(HelperMessage::Kind::Reply));
-  if (!memory.has_value()) return std::nullopt;
-  return decodeHelperMessage(memory->bytes(), HelperMessage::Kind::Reply);
 }
 
 }  // namespace
@@ -358,7 +350,7 @@ class DBusHelperConnection::Proxy : public HelperProtocol {
 
   static void deliver(const EventReply& reply, const std::shared_ptr<const Handler>& onLoss, bool flag,
                       std::int32_t code, int descriptor) {
-    std::optional<HelperMessage> message = replyMessage(descriptor);
+    const std::optional<HelperMessage> message = SealedMessage::open(descriptor, HelperMessage::Kind::Reply);
     if (message.has_value()) {
       reply(flag, code, message->dictionary);
     } else if (*onLoss) {
