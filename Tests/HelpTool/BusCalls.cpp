@@ -1,0 +1,37 @@
+#include "Tests/HelpTool/BusCalls.hpp"
+
+#include <dlfcn.h>
+
+namespace sorrel::test {
+namespace {
+
+/// The library's own function, behind the one of this file.
+template <class Function>
+Function* next(const char* name) {
+  return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
+}
+
+}  // namespace
+
+BusCalls& busCalls() {
+  static BusCalls instance;
+  return instance;
+}
+
+}  // namespace sorrel::test
+
+// Stand before those of libsystemd: every call passes here on its way to the bus. The signatures are those of
+// <systemd/sd-bus.h>, with what only passes through as void.
+extern "C" [[gnu::visibility("default")]] int sd_bus_call(void* bus, void* message, std::uint64_t timeout,
+                                                          void* error, void** reply) {
+  sorrel::test::busCalls().note(timeout);
+  return sorrel::test::next<decltype(sd_bus_call)>("sd_bus_call")(bus, message, timeout, error, reply);
+}
+
+extern "C" [[gnu::visibility("default")]] int sd_bus_call_async(void* bus, void** slot, void* message,
+                                                                void* callback, void* userData,
+                                                                std::uint64_t timeout) {
+  sorrel::test::busCalls().note(timeout);
+  return sorrel::test::next<decltype(sd_bus_call_async)>("sd_bus_call_async")(bus, slot, message, callback,
+                                                                              userData, timeout);
+}
