@@ -17,17 +17,10 @@ inline const std::string kCacheFolder = "Users/alice/Library/Caches/";
 inline const std::string kLog =
     "Users/alice/Library/Application Support/org.sorrel.Sorrel/org.sorrel.SorrelFrameworkLog.txt";
 
-/// A volume with a catalogue of its own, and its log, which each command writes, in place.
-struct Volume : TemporaryFolder {
-  explicit Volume(const std::vector<FeatureRow>& features) {
-    file_ = text("test.plist", catalogue(features));
-    text(kLog, "");
-  }
-  ProgramRun clean(const Words& more, const RunOptions& options = {}) const {
-    Words words = {"--volume", path(), "--catalogue", file_, "clean"};
-    words.insert(words.end(), more.begin(), more.end());
-    return sorrel(words, options);
-  }
+/// A volume with its log, which each command writes, in place.
+struct LoggedVolume : TemporaryFolder {
+  LoggedVolume() { text(kLog, ""); }
+
   [[nodiscard]] std::vector<test::TreeEntry> items() const {
     auto entries = test::snapshotOf(path());
     std::erase_if(entries, [](const test::TreeEntry& entry) { return entry.path == kLog; });
@@ -38,6 +31,18 @@ struct Volume : TemporaryFolder {
     auto lines = snapshot(path());
     std::erase_if(lines, [this](const std::string& line) { return line.starts_with(path(kLog)); });
     return lines;
+  }
+};
+
+/// One with a catalogue of its own.
+struct Volume : LoggedVolume {
+  explicit Volume(const std::vector<FeatureRow>& features) {
+    file_ = text("test.plist", catalogue(features));
+  }
+  ProgramRun clean(const Words& more, const RunOptions& options = {}) const {
+    Words words = {"--volume", path(), "--catalogue", file_, "clean"};
+    words.insert(words.end(), more.begin(), more.end());
+    return sorrel(words, options);
   }
 
  private:

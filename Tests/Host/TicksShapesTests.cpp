@@ -1,0 +1,115 @@
+// What a clean of each shape of tree makes of the ticks.
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "Host/CleanFeatures.hpp"
+#include "Host/CleanSession.hpp"
+#include "Host/CommandError.hpp"
+#include "Host/StopSwitch.hpp"
+#include "Tests/Host/TicksKit.hpp"
+#include "Tests/Support/CleanKit.hpp"
+
+namespace sorrel::cli {
+namespace {
+
+using test::kDeleteSuccess;
+
+TEST_F(TicksTest, groupsThemselvesAreNeverSelected) {
+  const auto first = titled("first", {file("a"), file("b")});
+  const auto empty = titled("empty");
+  add("Duplicates", {first, empty});
+  tickAll(feature());
+  EXPECT_EQ(selected(CleanEntry::Groups), Names({"a", "b"}));
+}
+
+TEST_F(TicksTest, flatTreesTakeTheRecordsOfTheFirstCategory) {
+  add("All", {file("a"), file("d/", {file("d/b"), file("d/c")})});
+  add("Other", {file("e")});
+  select({path("a"), path("d/b"), path("e")});
+  EXPECT_EQ(selected(CleanEntry::Flat), Names({"a"}));
+}
+
+TEST_F(TicksTest, aSelectionOfEveryCopyIsRefusedWithTheGroupsNamed) {
+  add("Duplicates",
+      {titled("one", {realFile("a"), realFile("b")}), titled("two", {realFile("c"), realFile("d")}),
+       titled("three", {realFile("e"), realFile("f")}), titled("none")});
+  const CleanFeature& duplicates = *cleanFeature(7);
+  select({path("[abce]"), path("f"), "none"});
+  try {
+    refuseWholeGroups(duplicates, feature());
+    FAIL() << "not refused";
+  } catch (const CommandError& error) {
+    EXPECT_EQ(error.status(), ExitStatus::WrongUse);
+    EXPECT_STREQ(error.what(),
+                 "nothing was removed, as every copy would have gone of 'one', 'three'; --even-last-copy "
+                 "allows that.");
+  }
+  select({path("[ace]")});
+  EXPECT_NO_THROW(refuseWholeGroups(duplicates, feature()));
+  tickAll(feature());
+  EXPECT_NO_THROW(refuseWholeGroups(*cleanFeature(2), feature()));
+}
+
+TEST_F(TicksTest, eachFeatureIsCleanedByItsEntry) {
+  struct Row {
+    Integer finderID;
+    CleanEntry entry;
+    CleanServiceType type;
+  };
+  for (const Row& row : {Row{1, CleanEntry::Categories, CleanServiceType::Common},
+                         Row{2, CleanEntry::Categories, CleanServiceType::Common},
+                         Row{3, CleanEntry::Flat, CleanServiceType::LargeAndOldFile},
+                         Row{4, CleanEntry::Categories, CleanServiceType::Common},
+                         Row{5, CleanEntry::Categories, CleanServiceType::Common},
+                         Row{6, CleanEntry::Categories, CleanServiceType::Common},
+                         Row{7, CleanEntry::Groups, CleanServiceType::Duplicate},
+                         Row{8, CleanEntry::Groups, CleanServiceType::Similar}}) {
+    const CleanFeature* const found = cleanFeature(row.finderID);
+    ASSERT_NE(found, nullptr) << row.finderID;
+    EXPECT_EQ(found->entry, row.entry) << row.finderID;
+    EXPECT_EQ(found->type, row.type) << row.finderID;
+  }
+  for (const Integer other : {0, 9, 10, 11, 12, 13}) EXPECT_EQ(cleanFeature(other), nullptr) << other;
+}
+
+TEST_F(TicksTest, whatIsSelectedIsWhatEachEntryRemoves) {
+  const test::UnrepairedLargeFiles unrepaired;
+  for (const Integer finderID : {2, 3, 7}) {
+    feature().categoryInfo.clear();
+    const CleanFeature& row = *cleanFeature(finderID);
+    add("All", {titled("one", {realFile("a"), realFile("b")}), realFile("c"), realFile("d")});
+    select({path("[ac]")});
+    Names expected;
+    for (const auto& leaf : leavesOf(tickedRecords(row.entry, feature()))) {
+      expected.push_back(leaf->url.path().substr(path("").size()));
+    }
+    const auto before = test::snapshotOf(stage_.volume.path());
+    StopSwitch stop;
+    FileRecords handed;
+    const auto result =
+        runClean(row, stage_.feature, stop, [&handed](const FileRecords& records) { handed = records; });
+    ASSERT_TRUE(result);
+    EXPECT_EQ(test::goneBetween(before, test::snapshotOf(stage_.volume.path())), expected) << finderID;
+    EXPECT_FALSE(expected.empty()) << finderID;
+    Names told;
+    for (const auto& leaf : leavesOf(handed)) {
+      EXPECT_EQ(leaf->deleteStatus, kDeleteSuccess);
+      told.push_back(leaf->title);
+    }
+    EXPECT_EQ(told, expected) << finderID;
+  }
+}
+
+TEST_F(TicksTest, aCleanThatWasStoppedBeforeItBeganRemovesNothing) {
+  add("All", {realFile("a")});
+  tickAll(feature());
+  const auto before = test::snapshotOf(stage_.volume.path());
+  StopSwitch stop;
+  stop.pull();
+  EXPECT_FALSE(runClean(*cleanFeature(2), stage_.feature, stop, [](const FileRecords&) { FAIL(); }));
+  EXPECT_EQ(test::snapshotOf(stage_.volume.path()), before);
+}
+
+}  // namespace
+}  // namespace sorrel::cli
