@@ -1,7 +1,7 @@
 // A scan for duplicates against the tools a user would pick instead: fdupes, jdupes, rdfind, rmlint.
-// usage: DuplicateBench SET [ROUNDS]            whole scans of a set that make_duplicates.py made
-//        DuplicateBench cold SET [ROUNDS]         the same with nothing of it in memory; only root can see to
-//        that DuplicateBench walk TREE LARGE [ROUNDS]  the walk alone, over two trees that make_tree.py made
+// usage: DuplicateBench SET [ROUNDS]              whole scans of a set that make_duplicates.py made
+//        DuplicateBench cold SET [ROUNDS]         the same with nothing of it in memory; for root
+//        DuplicateBench walk TREE LARGE [ROUNDS]  the walk alone, over two trees that make_tree.py made
 //        DuplicateBench real FOLDER [KIB]         a tree of this machine: the groups against those of jdupes
 // Each program runs as a child of its own; `DuplicateBench scan FOLDER KIB` is the engine's, which prints its
 // groups as jdupes does, those of folders file by file.
@@ -11,17 +11,14 @@
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
 #include <map>
-#include <nlohmann/json.hpp>
 #include <random>
-#include <set>
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include "Benchmarks/BareWalk.hpp"
 #include "Benchmarks/ChildRun.hpp"
+#include "Benchmarks/PeerScans.hpp"
 #include "Benchmarks/SideBySide.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
 #include "SorrelFramework/Platform/ContentType.hpp"
@@ -36,8 +33,6 @@ namespace {
 using namespace sorrel;
 using namespace sorrel::bench;
 namespace fs = std::filesystem;
-using Group = std::set<std::string>;
-using Groups = std::set<Group>;
 
 // The engine, in a process of its own
 
@@ -90,100 +85,6 @@ int scan(const std::string& folder, Integer limit) {
     std::cout << '\n';
   }
   return 0;
-}
-
-// What each program printed
-
-std::string contentOf(const std::string& path) {
-  std::ifstream file(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(file), {}};
-}
-
-/// A path a line, an empty line behind each group.
-Groups groupsOfLines(const std::string& path) {
-  Groups groups;
-  Group group;
-  std::ifstream file(path);
-  for (std::string line; std::getline(file, line);) {
-    if (!line.empty()) {
-      group.insert(line);
-    } else if (group.size() > 1) {
-      groups.insert(std::exchange(group, {}));
-    }
-  }
-  if (group.size() > 1) groups.insert(group);
-  return groups;
-}
-
-Groups groupsOf(const std::map<std::string, Group>& named) {
-  Groups groups;
-  for (const auto& [name, group] : named) {
-    if (group.size() > 1) groups.insert(group);
-  }
-  return groups;
-}
-
-/// Seven words and the path; the second one is the number of the group, negative behind its first file.
-Groups groupsOfRdfind(const std::string& path) {
-  std::map<std::string, Group> named;
-  std::ifstream file(path);
-  for (std::string line; std::getline(file, line);) {
-    if (line.starts_with('#')) continue;
-    std::istringstream words(line);
-    std::string word;
-    std::string number;
-    words >> word >> number;
-    for (int i = 0; i < 5; ++i) words >> word;
-    std::string name;
-    std::getline(words.ignore(1), name);
-    named[number.starts_with('-') ? number.substr(1) : number].insert(name);
-  }
-  return groupsOf(named);
-}
-
-Groups groupsOfRmlint(const std::string& path) {
-  std::map<std::string, Group> named;
-  const auto document = nlohmann::json::parse(contentOf(path), nullptr, false);
-  if (!document.is_array()) return {};
-  for (const auto& entry : document) {
-    if (entry.value("type", "") == "duplicate_file")
-      named[entry.at("checksum")].insert(entry.at("path").get<std::string>());
-  }
-  return groupsOf(named);
-}
-
-struct Program {
-  std::string name;
-  std::vector<std::string> words;
-  std::string result;  ///< the file it leaves its groups in
-  Groups (*read)(const std::string& path);
-  double peakKiB = 0;
-  Groups groups{};
-};
-
-constexpr Integer kLimit = 512;
-
-std::vector<Program> programsFor(const std::string& set, const std::string& self, const std::string& place) {
-  const std::string least = std::to_string(kLimit * 1024 + 1);
-  const std::string out = place + "/out";
-  return {
-      {"DuplicateScanService", {self, "scan", set, std::to_string(kLimit)}, out, groupsOfLines},
-      {"fdupes -r -q -G", {"fdupes", "-r", "-q", "-A", "-G", least, set}, out, groupsOfLines},
-      {"rdfind -checksum md5",
-       {"rdfind", "-dryrun", "true", "-minsize", least, "-checksum", "md5", "-outputname", place + "/rdfind",
-        set},
-       place + "/rdfind",
-       groupsOfRdfind},
-      {"rmlint -T df -a md5",
-       {"rmlint", "-T", "df", "--size", least, "-a", "md5", "-o", "json:" + place + "/rmlint", set},
-       place + "/rmlint",
-       groupsOfRmlint},
-      {"rmlint -T df (blake2b)",
-       {"rmlint", "-T", "df", "--size", least, "-o", "json:" + place + "/rmlint", set},
-       place + "/rmlint",
-       groupsOfRmlint},
-      {"jdupes -r -q", {"jdupes", "-r", "-q", "-A", "-X", "size+=:" + least, set}, out, groupsOfLines},
-  };
 }
 
 /// A folder for what the programs print.
