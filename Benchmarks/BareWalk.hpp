@@ -39,7 +39,7 @@ class BareWalk {
   };
 
   static bool isDots(const char* name) {
-    return name[0] == '.' && (!name[1] || (name[1] == '.' && !name[2]));
+    return name[0] == '.' && (name[1] == '\0' || (name[1] == '.' && name[2] == '\0'));
   }
 
   double sizeOf(int folder, std::vector<char>& buffer) {

@@ -32,7 +32,8 @@ using namespace sorrel::bench;
 constexpr int kFolders = 10'000;
 constexpr int kFilesInEach = 10;
 constexpr int kFoldersInOne = 100;
-constexpr double kEntries = kFolders * (kFilesInEach + 1) + kFolders / kFoldersInOne + 1;
+constexpr int kTopFolders = kFolders / kFoldersInOne;
+constexpr double kEntries = kFolders * (kFilesInEach + 1) + kTopFolders + 1;
 
 std::string tree;
 std::string canary;

@@ -66,7 +66,7 @@ double calculateSize() {
 Ref<FeatureInformation> featureOver(CategoryInfomationKind kind) {
   const auto module = sorrel::makeRef<sorrel::ModuleInformation>(
       Integer{1}, "Module", "", sorrel::Image(), "", "", sorrel::Children<FeatureInformation>());
-  const auto feature =
+  auto feature =
       sorrel::makeRef<FeatureInformation>(Integer{1}, Integer{0}, sorrel::Image(), "Feature", "",
                                           sorrel::Children<CategoryInformation>(), module, std::any());
   module->featureInfo.push_back(feature);

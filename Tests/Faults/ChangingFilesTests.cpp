@@ -65,7 +65,7 @@ class ChangingFiles : public testing::Test {
   static void write(const std::string& path, int flags, std::size_t count, char byte) {
     const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC | flags, 0600);
     if (file < 0) return;
-    static_cast<void>(!::write(file, std::string(count, byte).data(), count));
+    static_cast<void>(::write(file, std::string(count, byte).data(), count) == 0);
     ::close(file);
   }
   /// Does something to a file: it grows, shrinks, changes, vanishes, becomes a folder, a pipe, or a link.

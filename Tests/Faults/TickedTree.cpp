@@ -43,9 +43,10 @@ std::vector<std::string> namesIn(const std::string& folder) {
 
 Ref<FileInformation> makeFolderRecord(const std::string& path, const std::string& name, Integer finderID) {
   std::vector<Ref<FileInformation>> leaves;
+  const std::string inside = path + '/';
   for (const std::string& leaf : namesIn(path)) {
     const bool isFolder = leaf.find(kPackage) != std::string::npos;
-    leaves.push_back(makeRecord({URL::fileURL(path + '/' + leaf, isFolder),
+    leaves.push_back(makeRecord({URL::fileURL(inside + leaf, isFolder),
                                  stateOf(leaf),
                                  1,
                                  leaf.find(kHelper) == std::string::npos,
@@ -75,12 +76,13 @@ void makeFiles(const TemporaryVolume& volume) {
 std::vector<Ref<CategoryInformation>> makeRecords(const std::string& root,
                                                   const Ref<FeatureInformation>& feature) {
   std::vector<Ref<CategoryInformation>> categorys;
-  for (const std::string& category : namesIn(root + "/work")) {
+  const std::string work = root + "/work/";
+  for (const std::string& category : namesIn(work)) {
     if (category == "beside") continue;
-    const std::string top = root + "/work/" + category;
+    const std::string top = work + category + '/';
     std::vector<Ref<FileInformation>> records;
     for (const std::string& folder : namesIn(top)) {
-      const auto record = makeFolderRecord(top + '/' + folder, folder, static_cast<Integer>(records.size()));
+      const auto record = makeFolderRecord(top + folder, folder, static_cast<Integer>(records.size()));
       if (!record->childrens.empty()) records.push_back(record);
     }
     categorys.push_back(makeCategory(feature, stateOf(category), records));

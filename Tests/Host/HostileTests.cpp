@@ -212,7 +212,8 @@ TEST(HostileVolume, itMayBeReachedByALink) {
 TEST(HostileVolume, aUserMayHaveAnyName) {
   const TemporaryFolder volume;
   for (const std::string user : {"al\nice", "%41", "-x", "a b#", "\xc3\xb6"}) {
-    volume.file("Users/" + user + "/.Trash/" + user, 1);
+    const std::string trash = "Users/" + user + "/.Trash/";
+    volume.file(trash + user, 1);
     const ProgramRun run = sorrel({"--volume", volume.path(), "--user=" + user, "--json", "scan", "trash"});
     ASSERT_EQ(run.status, 0) << run.err;
     const Json document = run.document();

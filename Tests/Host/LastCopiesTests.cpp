@@ -40,7 +40,7 @@ class LastCopies : public testing::Test {
           test::makeRecord({stage_.volume.url(member.substr(isTicked ? 1 : 0)), isTicked ? kOn : kOff}));
     }
     const Integer state = ticked == 0 ? kOff : ticked == members.size() ? kOn : kMixed;
-    const auto header = test::makeRecord({URL(), state, 0, true, records});
+    auto header = test::makeRecord({URL(), state, 0, true, records});
     header->title = title;
     all_->childrens.push_back(header);
     return header;

@@ -17,6 +17,7 @@ namespace {
 template <class Records>
 std::vector<Integer> finderIDs(const Records& records) {
   std::vector<Integer> found;
+  found.reserve(records.size());
   for (const auto& record : records) found.push_back(record.finderID);
   return found;
 }

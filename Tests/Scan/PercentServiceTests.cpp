@@ -215,6 +215,7 @@ TEST_F(PercentServiceTest, stepsCountFromManyThreads) {
   const auto service = make(10'000);
   {
     std::vector<std::jthread> threads;
+    threads.reserve(4);
     for (int t = 0; t < 4; ++t) {
       threads.emplace_back([&] {
         for (int i = 0; i < 1'000; ++i) service->progressStep();

@@ -46,6 +46,7 @@ TEST(WalkTeam, membersDoEachPieceOnceAndEndTogether) {
     }
   };
   std::vector<std::thread> helpers;
+  helpers.reserve(3);
   for (int i = 0; i < 3; ++i) {
     helpers.emplace_back([&] {
       if (team.join()) work(team.next());

@@ -12,8 +12,8 @@ constexpr int kDeepest = 2;
 }  // namespace
 
 std::string DuplicateCase::anyContent() {
-  const auto length = static_cast<std::size_t>(1 + pick(3));
-  return std::string(length, static_cast<char>('a' + pick(2)));
+  const int length = 1 + pick(3);
+  return std::string(static_cast<std::size_t>(length), static_cast<char>('a' + pick(2)));
 }
 
 void DuplicateCase::makeFolder(const TemporaryVolume& volume, const std::string& name, int depth) {

@@ -82,7 +82,7 @@ std::string inMountingChild(const std::function<std::string()>& work) {
 
 std::string inMemoryChild(const std::function<std::string()>& work) {
   const TemporaryFolder folder;
-  const std::string told = inMountingChild([&]() -> std::string {
+  std::string told = inMountingChild([&]() -> std::string {
     if (::mount("tmpfs", folder.path().c_str(), "tmpfs", 0, nullptr) != 0) return "skip";
     ::setenv("TMPDIR", folder.path().c_str(), 1);
     return work();

@@ -76,9 +76,10 @@ TEST_F(ToolProgram, findPrintsOnePathALine) {
   volume.file("Users/alice/b c", "1");
   volume.file("Users/alice/a/a", "1");
   const std::string home = volume.path("Users/alice");
+  const std::string lines = home + "/a/a\n" + home + "/b c\n";
   for (const std::string& folder : {home, home + "/", home + "//"}) {
     const Run found = run("mdfind", {"-onlyin", folder, "kMDItemFSSize > 0"});
-    EXPECT_EQ(found.out, home + "/a/a\n" + home + "/b c\n");
+    EXPECT_EQ(found.out, lines);
     EXPECT_EQ(found.status, 0);
   }
 }
