@@ -61,9 +61,9 @@ struct HelperLimits {
   [[nodiscard]] static constexpr std::size_t bytesOf(HelperMessage::Kind kind) {
     return bytes + (kind == HelperMessage::Kind::Reply ? paths * wordsBytes : 0);
   }
-  /// Entries of one dictionary, `depth` dictionaries below the message.
-  [[nodiscard]] static constexpr std::size_t entriesOf(HelperMessage::Kind kind, int depth) {
-    if (depth == 1) return paths;
+  /// Entries of one dictionary, `level` dictionaries below the message.
+  [[nodiscard]] static constexpr std::size_t entriesOf(HelperMessage::Kind kind, int level) {
+    if (level == 1) return paths;
     return numbersOfPath + (kind == HelperMessage::Kind::Reply ? wordsOfReply : 0);
   }
   /// Entries of all dictionaries together: the reply to any event has room for its words beside the numbers.

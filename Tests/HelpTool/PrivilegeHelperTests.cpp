@@ -249,6 +249,7 @@ TEST_F(PrivilegeHelperTest, manyThreadsGetAHelperWhileOthersLoseIt) {
                         [this](const std::string&) { return std::make_shared<ScriptedConnection>(helper); });
   std::vector<std::thread> threads;
   std::vector<int> found(4);
+  threads.reserve(found.size());
   for (int& count : found) {
     threads.emplace_back([&other, &count, this] {
       for (int i = 0; i < 200; ++i) {

@@ -208,7 +208,7 @@ TEST_F(EventRunnerTest, aHundredThousandPathsNeedNoMemoryOfTheirOwn) {
     struct Count : ResultSink {
       std::size_t refused = 0;
       void result(std::size_t, Status, std::string_view desc) override {
-        refused += desc == kRefusedItemText;
+        refused += desc == kRefusedItemText ? 1 : 0;
       }
     } count;
     rusage before{};

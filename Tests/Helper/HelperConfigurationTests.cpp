@@ -11,9 +11,9 @@ namespace {
 
 using Texts = std::vector<std::string>;
 
-HelperConfiguration parse(std::string_view text, std::string expectedFault = "") {
+HelperConfiguration parse(std::string_view text, const std::string& expectedFault = "") {
   std::string fault;
-  const HelperConfiguration configuration = HelperConfiguration::parse(text, fault);
+  HelperConfiguration configuration = HelperConfiguration::parse(text, fault);
   EXPECT_EQ(fault, expectedFault) << text;
   return configuration;
 }

@@ -62,7 +62,7 @@ class HelperServiceKit : public testing::Test {
     return proxy;
   }
   std::string rootsFile(const std::string& name) {
-    const std::string file = machine->folder().file(name, "content");
+    std::string file = machine->folder().file(name, "content");
     ::chmod(file.c_str(), 0600);
     return file;
   }

@@ -78,12 +78,13 @@ TEST_F(MoveOperationTest, anExtensionIsSwitchedOffAndOnAgain) {
 TEST_F(MoveOperationTest, everyRowOfTheTableMovesBothWays) {
   const std::vector<std::pair<std::string, std::string>> rows = {
       {"Spotlight", "a.mdimporter"}, {"PreferencePanes", "a.prefPane"}, {"Internet Plug-Ins", "a.plugin"}};
-  for (const auto& [folder, leaf] : rows) {
+  for (const auto& row : rows) {
+    const std::string place = "Library/" + row.first;
+    const std::string on = place + "/" + row.second;
+    const std::string off = place + " Disabled/" + row.second;
     expectOnVolume("moved moved", [&] {
-      ::mkdir(at("Library/" + folder).c_str(), 0755);
-      ::chmod(at("Library/" + folder).c_str(), 0755);
-      const std::string on = "Library/" + folder + "/" + leaf;
-      const std::string off = "Library/" + folder + " Disabled/" + leaf;
+      ::mkdir(at(place).c_str(), 0755);
+      ::chmod(at(place).c_str(), 0755);
       static_cast<void>(make(on));
       const std::string first = move(on, off);
       return first + " " + move(off, on);
@@ -148,9 +149,9 @@ TEST_F(MoveOperationTest, onlyAPairOfTheTableIsMovedBetween) {
       {kItem, "sub/Library/Spotlight Disabled/Notes.mdimporter"},
       {"Library/Spotlight/Notes.mdimporter/Contents", kOff},
       {"Library/Spotlight", kOff}};
-  for (const auto& [source, target] : pairs) {
-    SCOPED_TRACE(target);
-    expectRefused([&] { return move(source, target); });
+  for (const auto& pair : pairs) {
+    SCOPED_TRACE(pair.second);
+    expectRefused([&] { return move(pair.first, pair.second); });
   }
   for (const std::string& target : {std::string(), std::string("relative.mdimporter"), std::string("/"),
                                     std::string("Library/Spotlight Disabled/Notes.mdimporter")}) {

@@ -65,7 +65,7 @@ class SupervisorTest : public testing::Test {
                                   {"/c", HelperDictionary()},
                                   {"/d", HelperDictionary()}};
   const std::string bytes = encodeHelperMessage({HelperMessage::Kind::Event, event, {}}).value();
-  const HelperConfiguration configuration;
+  const HelperConfiguration configuration{};
   const EventJob job{HelperHanldeEventID::Delete, 10001,
                      MessageView::of(bytes, HelperMessage::Kind::Event).value(), configuration};
 };

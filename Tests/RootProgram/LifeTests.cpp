@@ -46,6 +46,7 @@ TEST_F(Life, aConnectionHasEightEventsUnderWay) {
   const auto other = helper();
   machine->kill(SIGSTOP);
   std::vector<std::future<Answer>> answers;
+  answers.reserve(10);
   for (int i = 0; i < 9; ++i) answers.push_back(test::send(*held, kDelete, kNowhere));
   answers.push_back(test::send(*other, kDelete, kNowhere));
   // The bus has taken them when it has answered what came later.
