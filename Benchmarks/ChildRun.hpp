@@ -22,6 +22,7 @@ struct ChildRun {
 /// Runs a program, found in PATH, with its standard output in `output`.
 inline ChildRun runChild(std::vector<std::string> words, const std::string& output) {
   std::vector<char*> list;
+  list.reserve(words.size() + 1);
   for (std::string& word : words) list.push_back(word.data());
   list.push_back(nullptr);
   const auto start = std::chrono::steady_clock::now();

@@ -39,8 +39,8 @@ namespace fs = std::filesystem;
 Ref<FeatureInformation> makeFeature() {
   const auto module =
       makeRef<ModuleInformation>(Integer{1}, "Module", "", Image(), "", "", Children<FeatureInformation>());
-  const auto feature = makeRef<FeatureInformation>(Integer{7}, Integer{0}, Image(), "Duplicates", "",
-                                                   Children<CategoryInformation>(), module, std::any());
+  auto feature = makeRef<FeatureInformation>(Integer{7}, Integer{0}, Image(), "Duplicates", "",
+                                             Children<CategoryInformation>(), module, std::any());
   module->featureInfo.push_back(feature);
   feature->categoryInfo.push_back(makeRef<CategoryInformation>(
       Integer{0}, Integer{0}, "All", Image(), std::int64_t{0}, "", rawValue(CategoryInfomationKind::Common),
@@ -114,6 +114,22 @@ bool dropCaches() {
 
 enum class Cache : std::uint8_t { Warm, Cold };
 
+/// A scan by each of the programs, which keep what came of it.
+std::vector<Variant> scansOf(std::vector<Program>& programs, const std::string& place, Cache cache) {
+  std::vector<Variant> variants;
+  variants.reserve(programs.size());
+  for (Program& program : programs) {
+    variants.push_back({program.name, [&program, place, cache] {
+                          if (cache == Cache::Cold) dropCaches();
+                          const ChildRun run = runChild(program.words, place + "/out");
+                          program.groups = program.read(program.result);
+                          program.peakKiB = std::max(program.peakKiB, run.peakKiB);
+                          return Outcome(static_cast<double>(program.groups.size()), run.seconds);
+                        }});
+  }
+  return variants;
+}
+
 int compareScans(const std::string& set, int rounds, const std::string& self, Cache cache) {
   if (cache == Cache::Cold && !dropCaches()) {
     std::printf("the page cache can't be dropped here: no cold scans\n");
@@ -121,16 +137,7 @@ int compareScans(const std::string& set, int rounds, const std::string& self, Ca
   }
   const OutputFolder folder;
   std::vector<Program> programs = programsFor(set, self, folder.path());
-  std::vector<Variant> variants;
-  for (Program& program : programs) {
-    variants.push_back({program.name, [&program, &folder, cache] {
-                          if (cache == Cache::Cold) dropCaches();
-                          const ChildRun run = runChild(program.words, folder.path() + "/out");
-                          program.groups = program.read(program.result);
-                          program.peakKiB = std::max(program.peakKiB, run.peakKiB);
-                          return Outcome(static_cast<double>(program.groups.size()), run.seconds);
-                        }});
-  }
+  std::vector<Variant> variants = scansOf(programs, folder.path(), cache);
   measure(variants, rounds);
   double files = 0;
   for (const Group& group : programs[0].groups) files += static_cast<double>(group.size());
