@@ -36,9 +36,8 @@ TEST_F(DuplicateScan, foldersWithOtherContentOfTheSameSizesAreNoTwins) {
 
 TEST_F(DuplicateScan, foldersOfSmallFilesAreTwinsIfTheirSumIsAboveTheLimit) {
   DuplicateScanService::limitSize = 1;
-  for (const std::string top : {"One/", "Two/"}) {
-    for (const std::string file : {"a", "b", "c"})
-      volume.file("Users/alice/Data/" + top + file, std::string(400, file[0]));
+  for (const std::string top : {"Users/alice/Data/One/", "Users/alice/Data/Two/"}) {
+    for (const std::string file : {"a", "b", "c"}) volume.file(top + file, std::string(400, file[0]));
   }
   runData();
   EXPECT_EQ(groups(), (Groups{{"Data/One/", "Data/Two/"}}));
@@ -92,10 +91,13 @@ TEST_F(DuplicateScan, folderWithoutATwinHidesNoSmallerTwinsWithItsHashes) {
 }
 
 TEST_F(DuplicateScan, filesOfTwinsAreKnownAgainWhateverBytesAreInTheirNames) {
-  for (const std::string top : {"One/", "Two/"}) {
+  for (const std::string top : {"Users/alice/Data/One/deep ", "Users/alice/Data/Two/deep "}) {
     for (const std::string name :
-         {"a b", "%41", "semi;colon", "\xC3\xBC", "\x75\xCC\x88", "\xFF\xFE", "#?", "back\\slash"})
-      volume.file("Users/alice/Data/" + top + "deep " + name + "/" + name, name + name);
+         {"a b", "%41", "semi;colon", "\xC3\xBC", "\x75\xCC\x88", "\xFF\xFE", "#?", "back\\slash"}) {
+      std::string below = name + "/";
+      below += name;
+      volume.file(top + below, name + name);
+    }
   }
   runData();
   EXPECT_EQ(groups(), (Groups{{"Data/One/", "Data/Two/"}}));

@@ -43,7 +43,7 @@ class DuplicateRepair : public testing::Test {
   }
   /// A group of `count` members of 10 bytes.
   FileInformation& addGroup(int count, FilesKind kind = FilesKind::File) {
-    const auto header = record("header", 10 * count, kind);
+    const auto header = record("header", std::int64_t{10} * count, kind);
     for (int i = 0; i < count; ++i) header->childrens.push_back(record(std::to_string(i), 10, kind));
     all().childrens.push_back(header);
     return *header;

@@ -19,7 +19,7 @@ using Groups = test::DuplicateGroups;
 using test::DuplicateScan;
 using test::ScanRecord;
 using test::TemporaryVolume;
-using test::operator""_B;
+using test::operator""_B;  // NOLINT(misc-unused-using-decls): clang-tidy overlooks literals
 
 // As it is before anybody sets it.
 const Integer kDefaultLimit = DuplicateScanService::limitSize;

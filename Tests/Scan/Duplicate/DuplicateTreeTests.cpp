@@ -16,7 +16,7 @@ using Names = std::vector<std::string>;
 using Groups = test::DuplicateGroups;
 using test::DuplicateScan;
 using test::DuplicateStages;
-using test::operator""_B;
+using test::operator""_B;  // NOLINT(misc-unused-using-decls): clang-tidy overlooks literals
 
 const CategoryInformation& row(const CategoryInformation& all, DuplicateScanService::DuplicateKind kind) {
   return (*all.childrenCateogry)[static_cast<std::size_t>(rawValue(kind))];

@@ -15,14 +15,14 @@
 namespace sorrel {
 namespace {
 
-using test::operator""_B;
+using test::operator""_B;  // NOLINT(misc-unused-using-decls): clang-tidy overlooks literals
 using Names = std::vector<std::string>;
 using Sizes = std::unordered_set<std::int64_t>;
 
 // The values of the bytes of a type's text, times 1024.
-constexpr std::int64_t kApplicationWeight = 2792 * 1024;  // com.apple.application-bundle
-constexpr std::int64_t kFrameworkWeight = 1915 * 1024;    // com.apple.framework
-constexpr std::int64_t kFolderWeight = 1321 * 1024;       // public.folder
+constexpr std::int64_t kApplicationWeight = std::int64_t{2792} * 1024;  // com.apple.application-bundle
+constexpr std::int64_t kFrameworkWeight = std::int64_t{1915} * 1024;    // com.apple.framework
+constexpr std::int64_t kFolderWeight = std::int64_t{1321} * 1024;       // public.folder
 
 class Weigh : public testing::Test {
  protected:
@@ -163,7 +163,7 @@ TEST_F(Weigh, folderThatCannotBeReadWeighsNothingAndItsSizeIsKnown) {
   const std::string text = test::inPlainChild([this] {
     const DuplicateInfo info = run();
     return std::to_string(info.fileSize) + ' ' + std::to_string(info.fileNumSum) + ' ' +
-           std::to_string(info.sizeList.contains(0));
+           (info.sizeList.contains(0) ? "1" : "0");
   });
   volume.setMode("Users/alice/Data/closed", 0755);
   EXPECT_EQ(text, "7 1 1");

@@ -115,7 +115,8 @@ TEST_F(LargeAndOldFileTest, sizeOfAllIsTheSumOverEachGroup) {
   int i = 0;
   for (const char* name : {"a.zip", "b.png", "c.mov", "d.mp3", "e", "f.zip"}) {
     ++i;
-    add(record(volume.file(name), i * 100 * kMiB, {Date::now().secondsSince1970 - i * i * 20 * kDay}));
+    add(record(volume.file(name), std::int64_t{100} * i * kMiB,
+               {Date::now().secondsSince1970 - i * i * 20 * kDay}));
   }
   const auto sum = [this](Kind first, Kind last) {
     std::int64_t total = 0;

@@ -14,7 +14,6 @@ namespace {
 
 using test::makeFeature;
 using test::namesOf;
-using test::recordNamed;
 using test::ScanRecord;
 using test::ScanVolume;
 using Names = std::vector<std::string>;
