@@ -29,7 +29,7 @@
 namespace sorrel::tools {
 namespace {
 
-using test::operator""_KiB;
+using test::operator""_KiB;  // NOLINT(misc-unused-using-decls): clang-tidy overlooks literals
 using Names = std::vector<std::string>;
 const std::string kFolder = std::string(SORREL_BINARY_DIR) + "/libexec/sorrel/";
 
