@@ -71,6 +71,18 @@ TEST(FileHash, readsTheWholeFileInChunksOf4096Bytes) {
   for (const auto& note : reads.notes()) EXPECT_EQ(note.asked, 4096U);
 }
 
+TEST(FileHash, readsOnBehindAReadThatGaveLessThanAChunk) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("file", std::string(100, 'x'));
+  RecordingDigest digest;
+  const ReplacedRead reads([&](std::size_t number) {
+    if (number == 1) folder.file("file", std::string(300, 'x'));
+    return 0;
+  });
+  EXPECT_EQ(FileHash::hashOfFileAtPath(path, digest.context()), "a0a1a2");
+  EXPECT_EQ(digest.steps, (Steps{"init", "100", "200", "final"}));
+}
+
 TEST(FileHash, anEmptyFileRunsNoUpdate) {
   const TemporaryFolder folder;
   RecordingDigest digest;

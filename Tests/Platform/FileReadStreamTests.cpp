@@ -1,19 +1,26 @@
 #include "SorrelFramework/Platform/FileReadStream.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 #include <sys/un.h>
 #include <unistd.h>
 
 #include <array>
+#include <atomic>
 #include <cerrno>
+#include <cstdio>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <thread>
+#include <utility>
 
 #include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/SystemCallFaults.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel::test {
@@ -103,6 +110,69 @@ TEST(FileReadStream, tellsOfAReadError) {
   char byte = 0;
   EXPECT_EQ(stream.read(&byte, 1), -1);
   EXPECT_EQ(errno, EIO);
+}
+
+TEST(FileReadStream, readThatASignalBrokeOffIsMadeAgain) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("file", "content");
+  std::string text;
+  const auto calls = runWithFault({SYS_read, 1, EINTR},
+                                  [&] { text = firstBytes(FileReadStream::open(path, Link::Refused)); });
+  if (!calls) GTEST_SKIP() << "calls can't be watched here";
+  EXPECT_EQ(text, "content");
+}
+
+TEST(FileReadStream, fileThatCannotBeLookedAtOnceItIsOpenIsClosed) {
+  const TemporaryFolder folder;
+  const std::string path = folder.file("file", "content");
+  bool isOpen = true;
+  const auto calls = runWithFault({SYS_newfstatat, 2, EIO},
+                                  [&] { isOpen = FileReadStream::open(path, Link::Refused).isOpen(); });
+  if (!calls) GTEST_SKIP() << "calls can't be watched here";
+  EXPECT_FALSE(isOpen);
+}
+
+TEST(FileReadStream, isNotHandedToProgramsThatAreStartedMeanwhile) {
+  const TemporaryFolder folder;
+  const FileReadStream stream = FileReadStream::open(folder.file("file"), Link::Refused);
+  EXPECT_EQ(::fcntl(stream.descriptor(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
+}
+
+/// Another thread puts `other` in the place of the file "file" and back, over and over; what is opened
+/// meanwhile is that file and its bytes.
+void expectTheFileAlone(const TemporaryFolder& folder, const std::string& other) {
+  const std::string file = folder.file("file", "content");
+  std::atomic<bool> isOver{false};
+  std::atomic<int> swaps{0};
+  std::thread swapper([&] {
+    while (!isOver) {
+      ::renameat2(AT_FDCWD, file.c_str(), AT_FDCWD, other.c_str(), RENAME_EXCHANGE);
+      ++swaps;
+    }
+  });
+  for (int met = 0; met < 20000 || swaps < 20000; ++met) {
+    FileReadStream stream = FileReadStream::open(file, Link::Refused);
+    if (!stream.isOpen()) continue;
+    const std::string bytes = firstBytes(std::move(stream));
+    if (bytes == "content") continue;
+    ADD_FAILURE() << bytes;
+    break;
+  }
+  isOver = true;
+  swapper.join();
+}
+
+TEST(FileReadStream, linkThatTakesThePlaceOfTheFileIsNotFollowed) {
+  const TemporaryFolder folder;
+  folder.file("elsewhere", "secret");
+  std::filesystem::create_symlink(folder.path("elsewhere"), folder.path("other"));
+  expectTheFileAlone(folder, folder.path("other"));
+}
+
+TEST(FileReadStream, fifoThatTakesThePlaceOfTheFileNeitherBlocksNorIsRead) {
+  const TemporaryFolder folder;
+  ASSERT_EQ(::mkfifo(folder.path("other").c_str(), 0600), 0);
+  expectTheFileAlone(folder, folder.path("other"));
 }
 
 TEST(FileReadStream, aClosedStreamCannotBeRead) {

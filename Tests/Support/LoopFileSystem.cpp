@@ -22,11 +22,12 @@ bool runs(const std::string& command) { return std::system((command + " >/dev/nu
 }  // namespace
 
 LoopFileSystem::LoopFileSystem(const std::string& type, const std::string& image, std::string point,
-                               const std::string& options)
+                               const std::string& options, const std::string& makeOptions)
     : point_(std::move(point)) {
   std::filesystem::create_directories(point_);
   const FileDescriptor file(::open(image.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600));
-  isMounted_ = ::ftruncate(file.get(), kImageBytes) == 0 && runs("mkfs." + type + " -q " + image) &&
+  isMounted_ = ::ftruncate(file.get(), kImageBytes) == 0 &&
+               runs("mkfs." + type + " -q " + makeOptions + ' ' + image) &&
                runs("mount -t " + type + " -o loop" + (options.empty() ? "" : "," + options) + ' ' + image +
                     ' ' + point_);
 }

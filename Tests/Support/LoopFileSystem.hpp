@@ -8,9 +8,10 @@ namespace sorrel::test {
 /// inMountingChild(), whose mounts nobody else sees.
 class LoopFileSystem {
  public:
-  /// `type` is "btrfs" or "xfs"; `options` are mount's, or "". Makes the file `image` and the folder `point`.
+  /// `type` is "btrfs", "xfs" or "ext2"; `options` are mount's, `makeOptions` those of mkfs.TYPE, or "".
+  /// Makes the file `image` and the folder `point`.
   LoopFileSystem(const std::string& type, const std::string& image, std::string point,
-                 const std::string& options = "");
+                 const std::string& options = "", const std::string& makeOptions = "");
   ~LoopFileSystem();
   LoopFileSystem(const LoopFileSystem&) = delete;
   LoopFileSystem& operator=(const LoopFileSystem&) = delete;

@@ -3,8 +3,10 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <random>
 #include <set>
@@ -16,6 +18,7 @@
 #include "Tests/Support/EachMD5Kernel.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ReplacedRead.hpp"
+#include "Tests/Support/SystemCallFaults.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel::test {
@@ -225,6 +228,65 @@ TEST_F(FileHashBatches, oneThreadTakesItsShareOfAFewFilesAtATime) {
     for (std::size_t i = 0; i < 6; ++i) filesOfTheFirstReads.insert(reads.notes()[i].file);
     EXPECT_EQ(filesOfTheFirstReads.size(), kernel.lanes == 1 ? 1U : 3U);
     EXPECT_EQ(batch.hashes(), wanted);
+  });
+}
+
+TEST_F(FileHashBatches, filesAreSharedOutSoThatTheFirstThreadsTakeOneMore) {
+  const Paths paths = filesOf(5, 3 * kChunk);
+  withEachMD5Kernel([&](const MD5Kernel& kernel) {
+    const ReplacedRead reads;
+    FileHashBatch(paths, 2, kernel).run();
+    std::set<int> filesOfTheFirstReads;
+    for (std::size_t i = 0; i < 3; ++i) filesOfTheFirstReads.insert(reads.notes()[i].file);
+    EXPECT_EQ(filesOfTheFirstReads.size(), kernel.lanes == 1 ? 1U : 3U);
+  });
+}
+
+TEST_F(FileHashBatches, oneThreadReadsAFileInEachLaneInTurn) {
+  withEachMD5Kernel([&](const MD5Kernel& kernel) {
+    const Paths paths = filesOf(kernel.lanes, 3 * kChunk);
+    const ReplacedRead reads;
+    hashesOf(paths, kernel);
+    std::set<int> filesOfTheFirstReads;
+    for (std::size_t i = 0; i < kernel.lanes; ++i) filesOfTheFirstReads.insert(reads.notes()[i].file);
+    EXPECT_EQ(filesOfTheFirstReads.size(), kernel.lanes);
+  });
+}
+
+TEST_F(FileHashBatches, filesBehindAnotherLotThatCannotBeReadAreHashed) {
+  const Paths paths = filesOf(40, 100);
+  const Hashes wanted = oneByOne(paths);
+  withEachMD5Kernel([&](const MD5Kernel& kernel) {
+    const ReplacedRead reads([&](std::size_t number) { return number < kernel.lanes ? -1 : 0; });
+    const Hashes hashes = hashesOf(paths, kernel);
+    for (std::size_t i = 0; i < paths.size(); ++i) {
+      EXPECT_EQ(hashes[i], i < kernel.lanes ? std::nullopt : wanted[i]) << i;
+    }
+  });
+}
+
+TEST_F(FileHashBatches, thatAreToHaveNoThreadHaveOne) {
+  const Paths paths = filesOf(3, 100);
+  FileHashBatch batch(paths, 0);
+  batch.run();
+  EXPECT_EQ(batch.hashes(), oneByOne(paths));
+}
+
+TEST_F(FileHashBatches, fileThatFindsNoDescriptorWaitsForTheOthersOrDropsOutAlone) {
+  const Paths paths = filesOf(6, 2 * kChunk);
+  const Hashes wanted = oneByOne(paths);
+  withEachMD5Kernel([&](const MD5Kernel& kernel) {
+    if (kernel.lanes == 1) return;
+    for (const int error : {EMFILE, ENFILE}) {
+      for (const std::uint64_t when : {1, 3}) {
+        Hashes hashes;
+        const auto calls = runWithFault({SYS_openat, when, error}, [&] { hashes = hashesOf(paths, kernel); });
+        if (!calls) GTEST_SKIP() << "calls can't be watched here";
+        Hashes expected = wanted;
+        if (when == 1) expected[0] = std::nullopt;  // there is nothing to wait for
+        EXPECT_EQ(hashes, expected) << error << ' ' << when;
+      }
+    }
   });
 }
 

@@ -4,6 +4,7 @@
 
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 #include "Tests/Support/DuplicateKit.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ReplacedRead.hpp"
 
 namespace sorrel {
@@ -69,6 +70,16 @@ TEST_F(DuplicateScan, foldersWhoseLinksLeadElsewhereAreNoCopiesOfEachOther) {
   }
   runData();
   EXPECT_EQ(groups(), (Groups{{"Data/Four/", "Data/Three/"}, {"Data/One/a", "Data/Two/a"}}));
+}
+
+TEST_F(DuplicateScan, textsOfLinksAreComparedOneByOne) {
+  for (const std::string top : {"One/", "Two/"}) {
+    volume.file("Users/alice/Data/" + top + "a", "same");
+    volume.link("Users/alice/Data/" + top + "b", top == "One/" ? "xy" : "x");
+    volume.link("Users/alice/Data/" + top + "c", top == "One/" ? "z" : "yz");
+  }
+  runData();
+  EXPECT_EQ(groups(), (Groups{{"Data/One/a", "Data/Two/a"}}));
 }
 
 TEST_F(DuplicateScan, ofTwinsOfTwoSizesWithTheSameHashesTheLargestAreFound) {
@@ -184,6 +195,18 @@ TEST_F(DuplicateScan, folderHashIsTheHashesOfItsFilesInOrder) {
             (std::vector<URL>{volume.url("Users/alice/Data/a.app/x"), volume.url("Users/alice/Data/b")}));
   EXPECT_EQ(total, 3);
   EXPECT_EQ(sized.size(), 2U);
+}
+
+TEST_F(DuplicateScan, folderHashGoesOnBehindAFolderThatCannotBeRead) {
+  volume.file("Users/alice/Data/closed/a", "abc");
+  volume.file("Users/alice/Data/z", "");
+  volume.setMode(".", 0755);
+  volume.setMode("Users/alice/Data/closed", 0);
+  const std::string text = test::inPlainChild([this] {
+    return std::get<0>(DuplicateScanService::getMD5FromFolderPath(volume.url("Users/alice/Data/")));
+  });
+  volume.setMode("Users/alice/Data/closed", 0755);
+  EXPECT_EQ(text, "d41d8cd98f00b204e9800998ecf8427e");
 }
 
 // The stage alone.

@@ -95,6 +95,11 @@ TEST(DuplicateCandidates, coveredSizeHidesAnyFoldersThatBearIt) {
             (Names{"/a", "/b", "/e", "/f"}));
 }
 
+TEST(DuplicateCandidates, eachMemberOfAGroupCovers) {
+  EXPECT_EQ(candidates({folder("/a", 9, 2), folder("/b", 9, 2, {5}), folder("/c", 5, 1), folder("/d", 5, 1)}),
+            (Names{"/a", "/b"}));
+}
+
 TEST(DuplicateCandidates, folderThatIsNoCandidateCoversNothing) {
   // The two of size 9 differ in number, the one of size 8 is alone, that of size 7 is covered itself.
   EXPECT_EQ(candidates({folder("/a", 9, 2, {5}), folder("/b", 9, 3, {5}), folder("/c", 8, 2, {5}),
@@ -128,6 +133,8 @@ TEST(DuplicateTopmost, sizeOfAFolderBelowAnyCandidateIsDropped) {
   EXPECT_EQ(topmost({folder("/a", 9, 1), folder("/b", 9, 1), folder("/c", 5, 1, {9}), folder("/d", 5, 1)}),
             (std::vector<Names>{Names{"/c", "/d"}}));
   EXPECT_EQ(topmost({folder("/a", 5, 1, {5}), folder("/a/b", 5, 1)}), std::vector<Names>{});
+  EXPECT_EQ(topmost({folder("/a", 9, 1), folder("/b", 9, 1), folder("/c", 5, 1), folder("/d", 5, 1, {9})}),
+            (std::vector<Names>{Names{"/c", "/d"}}));
 }
 
 TEST(DuplicateTopmost, sizeBelowTheLimitIsDropped) {
@@ -201,6 +208,15 @@ TEST(DuplicateMounts, hardLinksAreMembersAlsoOfOneNameInTwoFolders) {
   const std::string left = leftThroughMounts(volume, {"Data/a", "Data/b", "Data/sub/a", "Sub/a", "View/b"});
   if (left == "skip") GTEST_SKIP() << "no mounting here";
   EXPECT_EQ(left, "Data/a Data/b Data/sub/a ");
+}
+
+TEST(DuplicateMounts, folderByALinkIsTheFolder) {
+  const test::TemporaryVolume volume;
+  volume.file("Data/a", "same");
+  volume.link("Link", "Data");
+  std::vector<DuplicateInfo> records = {folder(volume.path("Data"), 5, 1), folder(volume.path("Link"), 5, 1)};
+  dropOtherMounts(records);
+  EXPECT_EQ(namesOf(records), Names{volume.path("Data")});
 }
 
 TEST(DuplicateMounts, whatIsGoneStays) {

@@ -122,6 +122,13 @@ TEST_F(Places, placeBelowTheEndOfALinkIsLeftOut) {
   EXPECT_EQ(of({"Users/alice/Data/", "Users/alice/Link/sub/deep/a"}), Names{"Users/alice/Data"});
 }
 
+TEST_F(Places, placeInAnotherIsLeftOutWithItIfALinkLeadsToBoth) {
+  volume.file("Users/alice/Data/sub/deep/a");
+  volume.link("Users/alice/Link", "Data");
+  EXPECT_EQ(of({"Users/alice/Data/sub/deep/", "Users/alice/Data/sub/", "Users/alice/Link/"}),
+            Names{"Users/alice/Link"});
+}
+
 TEST_F(Places, placeInAnotherIsKeptAsItMayLieWhereThatOneIsNotEntered) {
   volume.file("Users/alice/Data/Caches/sub/a");
   const Names both = {"Users/alice/Data", "Users/alice/Data/Caches/sub"};

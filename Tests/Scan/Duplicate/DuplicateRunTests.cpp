@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
 #include <chrono>
 #include <future>
@@ -44,6 +45,18 @@ TEST_F(DuplicateStages, candidatesThatAreAllDroppedStillTakeTheStepOfTheFolderHa
   analyse({}, {{4, {folder("One", "aaaa", {4}), folder("Two", "aaaa")}}}, bar);
   EXPECT_TRUE(groups().empty());
   EXPECT_EQ(bar->currentStep, 3);
+}
+
+TEST_F(DuplicateStages, barMovesWhileTheScanRuns) {
+  twinFiles();
+  std::promise<void> hasMoved;
+  queue->number = 1;
+  queue->act = [moved = hasMoved.get_future().share()] { moved.wait(); };
+  start(scan);
+  EXPECT_TRUE(test::runMainLoopUntil([this] { return !scan.percents.empty(); }));
+  hasMoved.set_value();
+  ASSERT_TRUE(scan.waitUntilDone());
+  EXPECT_FLOAT_EQ(scan.percents.front(), 0.2F / 4.0F);
 }
 
 // Stops. The queue gets the candidates, the end of the walk, the hashes of folders, those of files.
@@ -203,11 +216,36 @@ TEST_F(DuplicateStages, runThatIsReplacedLeavesTheEntryToTheNewOne) {
   EXPECT_TRUE(old->endsByStop());
   EXPECT_TRUE(old->endsByStop());
   EXPECT_EQ(ended, 1);
+  const std::string text = logText();
+  EXPECT_TRUE(text.ends_with(":Info>:DuplicateScanService stopDuplicate Supend\n"));
+  EXPECT_EQ(std::ranges::count(text, '\n'), 1);
   EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::start);
   EXPECT_FALSE(next->endsByStop());
   next->finish(5);
   EXPECT_EQ(ended, 101);
   EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::end);
+}
+
+TEST_F(DuplicateStages, entryReadsEndWhenAStoppedRunTellsIt) {
+  std::optional<ScanState> atDone;
+  const auto done = [&atDone](FeatureInformation&, std::int64_t) {
+    atDone = SuperScanService::scanStatus.get(kFeature);
+  };
+  DuplicateRun run(*feature, done, scan.queue, nullptr, WeftQOS::Default);
+  SuperScanService::scanStatus.set(kFeature, ScanState::suspend);
+  EXPECT_TRUE(run.endsByStop());
+  EXPECT_EQ(atDone, ScanState::end);
+}
+
+TEST_F(DuplicateStages, runThatIsReplacedAtItsVeryEndIsDoneAndLeavesTheEntryToTheNewOne) {
+  std::int64_t told = 0;
+  const auto done = [&told](FeatureInformation&, std::int64_t size) { told = size; };
+  SuperScanService::scanStatus.set(kFeature, ScanState::start);
+  DuplicateRun old(*feature, done, scan.queue, nullptr, WeftQOS::Default);
+  const DuplicateRun next(*feature, {}, scan.queue, nullptr, WeftQOS::Default);
+  old.finish(5);
+  EXPECT_EQ(told, 5);
+  EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::start);
 }
 
 TEST_F(DuplicateStages, runOfAnotherFeatureReplacesNothing) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <optional>
 #include <thread>
 
 #include "SorrelFramework/Platform/Host.hpp"
@@ -56,14 +57,18 @@ TEST_F(DuplicateScan, onlyWhatIsLargerThanTheLimitTakesPart) {
 TEST_F(DuplicateScan, limitIsHalfAMebibyteByDefault) { EXPECT_EQ(kDefaultLimit * 1024, 524288); }
 
 TEST_F(DuplicateScan, noPathsAtAllEndWithFourStepsAndDoneWithZero) {
+  std::optional<ScanState> atDone;
+  scan.onDone = [&atDone] { atDone = SuperScanService::scanStatus.get(7); };
   start(scan, {});
   EXPECT_EQ(scan.doneCount, 1);
+  EXPECT_EQ(atDone, ScanState::end);
+  EXPECT_TRUE(scan.percents.empty());
   EXPECT_EQ(scan.treeSize, 0);
   EXPECT_EQ(SuperScanService::scanStatus.get(7), ScanState::end);
   EXPECT_EQ(SuperScanService::percentService.get()->currentStep, 4);
   ASSERT_TRUE(scan.waitUntilDone());  // the bar runs to its end by itself
   EXPECT_EQ(scan.percents, std::vector<float>{1.0F});
-  EXPECT_TRUE(logText().find("DuplicateScanService Finish-0\n") != std::string::npos);
+  EXPECT_TRUE(logText().ends_with("DuplicateScanService Finish-0\n"));
 }
 
 TEST_F(DuplicateScan, hiddenItemsAreNeitherSeenNorHashed) {
@@ -207,6 +212,7 @@ TEST_F(DuplicateScan, scanAfterAStopFindsEverything) {
   volume.file("Users/alice/Data/b", "same");
   SuperScanService::stopScan(*feature);
   runData();
+  EXPECT_EQ(StreamFileHashUnit::shard().scanState, static_cast<int>(ScanState::start));
   EXPECT_EQ(groups().size(), 1U);
 }
 

@@ -6,6 +6,8 @@
 #include <optional>
 #include <thread>
 
+#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "Tests/Support/BusyThreads.hpp"
 #include "Tests/Support/DuplicateKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 
@@ -185,6 +187,27 @@ TEST_F(DuplicateStages, stopBeforeTheTreeLeavesTheOldOne) {
   EXPECT_EQ(scan.treeSize, 0);
   EXPECT_EQ(groups().size(), 1U);
   EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::end);
+}
+
+TEST_F(DuplicateStages, stopBeforeMembersAreMadeLeavesNoGroup) {
+  {
+    const test::BusyThreads all(GlobalQueue::width());
+    DuplicateScanService::organizeDataForDuplicate({{"one", {file("a", "same"), file("b", "same")}}}, {},
+                                                   *feature, {}, {}, {}, scan.treeDone(), scan.queue,
+                                                   nullptr);
+    SuperScanService::stopScan(*feature);
+  }
+  waitForDone();
+  EXPECT_TRUE(groups().empty());
+  EXPECT_EQ(scan.treeSize, 0);
+}
+
+TEST_F(DuplicateStages, memberThatIsReachedTwiceIsOne) {
+  volume.link("Users/alice/Link", "Data");
+  DuplicateInfo again = file("a", "same");
+  again.path = volume.url("Users/alice/Link/a");
+  organise({{"one", {file("a", "same"), again}}, {"two", {file("b", "1"), file("c", "1")}}}, {});
+  EXPECT_EQ(groups(), Groups{Names({"b", "c"})});
 }
 
 TEST_F(DuplicateStages, stopWhileTheTreeIsBuiltLeavesWholeGroupsAndTheirBytes) {

@@ -10,6 +10,7 @@
 
 #include "SorrelFramework/Platform/Host.hpp"
 #include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/LoopFileSystem.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
@@ -204,7 +205,79 @@ TEST_F(Weigh, missingRootIsAnEmptyFolder) {
   const DuplicateInfo info = run("Users/alice/None/");
   EXPECT_EQ(info.fileSize, 0);
   EXPECT_EQ(info.fileNumSum, 0);
+  EXPECT_FALSE(info.fileOrPath);
+  EXPECT_EQ(info.path, volume.url("Users/alice/None/"));
   EXPECT_TRUE(found.empty());
+}
+
+TEST_F(Weigh, rootThatIsNoCandidateIsStillWeighed) {
+  rules.limit = 12;
+  volume.file("Users/alice/Data/a", 5_B);
+  volume.file("Users/alice/Data/sub/b", 7_B);
+  const DuplicateInfo info = run();
+  EXPECT_EQ(info.fileSize, 12);
+  EXPECT_EQ(info.fileNumSum, 2);
+  EXPECT_EQ(info.sizeList.values(), Sizes{7});
+  EXPECT_TRUE(found.empty());
+}
+
+TEST_F(Weigh, pathsBelowTheRootOfAllFoldersHaveOneSlash) {
+  volume.file("a", 5_B);
+  volume.file("sub/b", 7_B);
+  const std::string text = test::inMountingChild([this]() -> std::string {
+    if (::chroot(volume.path().c_str()) != 0) return "skip";
+    std::string paths;
+    DuplicateWalk walk(rules, [&](const DuplicateInfo& info) { paths += info.path.path() + ' '; });
+    walk.folderBackTracking(URL::fileURL("/", true));
+    return paths;
+  });
+  if (text == "skip") GTEST_SKIP() << "no other root here";
+  EXPECT_EQ(text, "/a /sub/b /sub / ");
+}
+
+TEST_F(Weigh, fileSystemThatDoesNotSayWhatItsNamesAreIsWalkedAlike) {
+  const std::string text = test::inMountingChild([this]() -> std::string {
+    const test::LoopFileSystem disk("ext2", volume.path("image"), volume.path("Users/alice/Disk"), "",
+                                    "-O ^filetype");
+    if (!disk.isMounted()) return "skip";
+    volume.file("Users/alice/Disk/Data/a", 5_B);
+    volume.file("Users/alice/Disk/Data/sub/b", 7_B);
+    volume.file("Users/alice/Disk/Data/.hidden/c", 100_B);
+    volume.link("Users/alice/Disk/Data/link", "sub");
+    const DuplicateInfo info = run("Users/alice/Disk/Data/");
+    std::string told = std::to_string(info.fileSize) + ' ' + std::to_string(info.fileNumSum);
+    for (const std::string& name : names()) told += ' ' + name;
+    return told;
+  });
+  if (text == "skip") GTEST_SKIP() << "no ext2, no loop device or no right to mount";
+  EXPECT_EQ(text, "15 3 Disk/Data/a Disk/Data/link Disk/Data/sub/b Disk/Data/sub Disk/Data");
+}
+
+TEST_F(Weigh, restOfAFolderThatIsNotFoundAgainIsPassedOver) {
+  // Deeper than folders are kept open.
+  constexpr int kDeep = 40;
+  constexpr int kMoved = 3;
+  std::string moved = "Users/alice/Data";
+  for (int i = 0; i < kMoved; ++i) moved += "/folder";
+  volume.chain("Users/alice/Data", "folder", kDeep);
+  std::string deepest = moved;
+  for (int i = kMoved; i < kDeep; ++i) deepest += "/folder";
+  volume.file(deepest + "/a", 5_B);
+  volume.file(moved + "/z", 7_B);
+  volume.file("Users/alice/Data/z", 11_B);
+  DuplicateWalk walk(rules, [&](const DuplicateInfo& info) {
+    found.push_back(info);
+    if (!info.path.path().ends_with("/a")) return;
+    std::filesystem::rename(volume.path(moved + "/folder"), volume.path("Users/alice/below"));
+    std::filesystem::rename(volume.path(moved), volume.path("Users/alice/moved"));
+  });
+  const DuplicateInfo info = walk.folderBackTracking(volume.url("Users/alice/Data/"));
+  EXPECT_EQ(info.fileSize, 23);
+  EXPECT_EQ(info.fileNumSum, 3);
+  const Names all = names();
+  EXPECT_EQ(std::ranges::count(all, moved.substr(std::string("Users/alice/").size()) + "/z"), 0);
+  EXPECT_EQ(std::ranges::count(all, "Data/z"), 1);
+  EXPECT_EQ(all.back(), "Data");
 }
 
 TEST_F(Weigh, stopLeavesTheRestUnseen) {
@@ -214,6 +287,7 @@ TEST_F(Weigh, stopLeavesTheRestUnseen) {
   rules.isStopped = [&asked] { return ++asked > 2; };  // once the two items of the top are listed
   EXPECT_EQ(run().fileSize, 5);
   EXPECT_LE(asked, 4);
+  EXPECT_EQ(names(), Names{"Data"});
 }
 
 TEST_F(Weigh, stopAmongTheFilesOfAFolderCountsNoMoreOfThem) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <fstream>
 #include <map>
 #include <optional>
 #include <set>
@@ -222,6 +223,18 @@ TEST_F(LargeAndOldFileTest, barHasThreeStepsAndEndsAtOne) {
   EXPECT_EQ(bar->currentStep, 2);
   EXPECT_EQ(std::ranges::count(scan.percents, 1.0F), 1);
   for (const auto& place : scan.percentPlaces) EXPECT_TRUE(place.onMain);
+}
+
+TEST_F(LargeAndOldFileTest, barMovesWhileTheToolRuns) {
+  const std::string go = volume.fifo("go");
+  volume.script("tools/mdfind", "cat '" + go + "'");
+  useTools(volume.path("tools"));
+  start();
+  SuperScanService::percentService.get()->progressStep();
+  EXPECT_TRUE(runMainLoopUntil([this] { return !scan.percents.empty(); }));
+  EXPECT_EQ(scan.percents, std::vector<float>{1.0F / 3.0F});
+  std::ofstream(go) << '\n';
+  ASSERT_TRUE(scan.waitUntilDone());
 }
 
 TEST_F(LargeAndOldFileTest, secondStartWhileTheFirstRunsIsLoggedAndCallsNothingBack) {
