@@ -265,5 +265,18 @@ TEST_F(TreeRemoverTest, folderWithinAProtectedSubtreeIsRefusedEachTime) {
   }
 }
 
+TEST_F(TreeRemoverTest, protectedSubtreeInThePlaceOfTheLastFolderIsRefused) {
+  volume.file("d/a", "1");
+  volume.file("sub/b", "1");
+  RemovalPolicy withSubtree = RemovalPolicy::forUser();
+  withSubtree.protectSubtree(volume.path("sub"));
+  TreeRemover careful(withSubtree);
+  EXPECT_TRUE(careful.removeItem(volume.path("d/a")).isSuccess());
+  std::filesystem::rename(volume.path("d"), volume.path("moved"));
+  std::filesystem::rename(volume.path("sub"), volume.path("d"));
+  EXPECT_EQ(careful.removeItem(volume.path("d/b")).error, EPERM);
+  EXPECT_TRUE(isThere(volume.path("d/b")));
+}
+
 }  // namespace
 }  // namespace sorrel
