@@ -95,7 +95,7 @@ TEST_F(AuthorityTest, aPasswordMayTakeAnyTime) {
   fs::remove(trace);
   HelperMachine::Setup setup;
   setup.mode = ScriptedPolkit::Mode::Wait;
-  setup.tracer = "/usr/bin/strace -f -qq -e trace=poll,ppoll -o " + trace;
+  setup.tracer = kTracer + " -qq -e trace=poll,ppoll -o " + trace;
   start(setup);
   auto waiting = send(*helper(), kDelete, kNowhere);
   ASSERT_TRUE(machine->polkit().waitForQuestions(1));
@@ -114,7 +114,7 @@ TEST_F(AuthorityTest, aCallerThatSeesAnotherFileUnderTheNameLosesNone) {
   const std::string told = inMountingChild([&]() -> std::string {
     if (::mount("tmpfs", place.c_str(), "tmpfs", 0, nullptr) != 0) return "skip";
     std::ofstream(file) << "the caller's own";
-    const Answer answer = machine->ask(kDelete, {{file, HelperDictionary{{"0", 1}}}});
+    const Answer answer = machine->askRaw(kDelete, codedEvent({{file, HelperDictionary{{"0", 1}}}}));
     if (!answer.isThere || answer.flag || answer.dictionary.size() != 1) return "no answer";
     const auto* entry = answer.dictionary.begin()->second.asDictionary();
     if (*entry->at("DeleteStatus").asNumber() != 2) return "done";
@@ -246,7 +246,7 @@ TEST_F(AuthorityTest, nothingIsLookedAtBeforeTheYes) {
   HelperMachine::Setup setup;
   setup.mode = ScriptedPolkit::Mode::No;
   const std::string trace = "/mnt/trace";
-  setup.tracer = "/usr/bin/strace -f -o " + trace + " -s 4096";
+  setup.tracer = kTracer + " -o " + trace + " -s 4096";
   start(setup);
   const std::string file = rootsFile("secret-name");
   EXPECT_FALSE(machine->ask(kDelete, {{file, HelperDictionary{{"0", 1}}}}).flag);

@@ -154,6 +154,12 @@ std::string inUser(std::uint32_t uid, const std::function<std::string()>& work) 
   return inChild([&] { return becomeUser(uid) ? work() : std::string("still privileged"); });
 }
 
+std::string codedEvent(const HelperDictionary& event) {
+  HelperMessage message{HelperMessage::Kind::Event, event, {}};
+  for (const auto& [key, value] : event) message.views.push_back(viewOf(key));
+  return encodeHelperMessage(message).value_or("");
+}
+
 std::future<Answer> send(HelperProtocol& helper, std::int32_t id, const HelperDictionary& event) {
   const auto promise = std::make_shared<std::promise<Answer>>();
   helper.handleEvent(
@@ -241,7 +247,7 @@ Answer HelperMachine::ask(std::int32_t id, const HelperDictionary& event) const 
 }
 
 Answer HelperMachine::askAs(std::uint32_t uid, std::int32_t id, const HelperDictionary& event) const {
-  return unpacked(inUser(uid, [&] { return packed(ask(id, event)); }));
+  return unpacked(inUser(uid, [&] { return packed(askRaw(id, codedEvent(event))); }));
 }
 
 std::string HelperMachine::askForBytes(std::int32_t id, const std::string& message, bool isSealed,

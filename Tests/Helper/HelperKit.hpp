@@ -63,10 +63,12 @@ class HelperMachine {
   [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
 
   [[nodiscard]] std::shared_ptr<HelperConnection> connect() const;
-  /// Sends one event on a connection of its own and waits for the reply; as `uid` in a child process.
+  /// Sends one event on a connection of its own and waits for the reply.
   Answer ask(std::int32_t id, const HelperDictionary& event) const;
+  /// The same as `uid`, in a child process.
   Answer askAs(std::uint32_t uid, std::int32_t id, const HelperDictionary& event) const;
-  /// Calls HandleEvent with these bytes, sealed or not, and whatever follows from them.
+  /// Calls HandleEvent with these bytes, sealed or not, and whatever follows from them. Starts no thread, so
+  /// that a child process of this one, which has some, may do it.
   Answer askRaw(std::int32_t id, const std::string& message, bool isSealed = true) const;
   /// The bytes of the reply's message; "" without a sound reply.
   std::string askForBytes(std::int32_t id, const std::string& message, bool isSealed = true,
@@ -104,6 +106,8 @@ class LeavingCaller {
 /// inChild() as that user.
 std::string inUser(std::uint32_t uid, const std::function<std::string()>& work);
 
+/// The bytes of an event, with the views that this process has of its paths.
+std::string codedEvent(const HelperDictionary& event);
 /// Sends one event over `connection`; the future gets the reply.
 std::future<Answer> send(HelperProtocol& helper, std::int32_t id, const HelperDictionary& event);
 /// The reply, or one that is not there after five times kPatience: some are large.

@@ -40,7 +40,7 @@ TEST_F(Unit, itMakesNoSystemCallThatItsUnitForbids) {
   const std::string trace = "/mnt/trace";
   fs::remove(trace);
   HelperMachine::Setup setup;
-  setup.tracer = "/usr/bin/strace -f -qq -e signal=none -o " + trace;
+  setup.tracer = kTracer + " -qq -e signal=none -o " + trace;
   start(setup);
   const std::string folder = machine->folder().folder("folder/below");
   for (const std::int32_t kind : {kDelete, kShred}) {

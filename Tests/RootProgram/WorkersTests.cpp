@@ -17,7 +17,7 @@ using Workers = HelperServiceKit;
 /// Starts a helper whose workers' removals are tampered with, as strace -e inject=unlinkat has it.
 HelperMachine::Setup withInjection(const std::string& injection) {
   HelperMachine::Setup setup;
-  setup.tracer = "/usr/bin/strace -f -o /dev/null -e trace=unlinkat -e inject=unlinkat:" + injection;
+  setup.tracer = kTracer + " -o /dev/null -e trace=unlinkat -e inject=unlinkat:" + injection;
   return setup;
 }
 
