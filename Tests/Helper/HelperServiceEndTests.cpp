@@ -31,12 +31,30 @@ struct Moments {
   std::function<void()> whenItWaitsWithoutName;
   std::function<void(int descriptor)> beforeEachMessage;
   bool isNameGivenUp = false;
+  std::recursive_mutex mutex;  // held while something happens, which may call the bus itself
+
+  /// From here on nothing does: the thread ends later than what the moments refer to.
+  void forget() {
+    const std::lock_guard lock(mutex);
+    for (const auto moment :
+         {&Moments::whenItHasItsName, &Moments::beforeTheNameIsGivenUp, &Moments::whenItWaitsWithoutName}) {
+      this->*moment = nullptr;
+    }
+    beforeEachMessage = nullptr;
+  }
 };
 thread_local Moments* moments = nullptr;
 
 void happen(std::function<void()> Moments::*moment) {
   if (moments == nullptr) return;
+  const std::lock_guard lock(moments->mutex);
   if (const auto event = std::exchange(moments->*moment, nullptr)) event();
+}
+
+void happenBeforeMessage(int descriptor) {
+  if (moments == nullptr) return;
+  const std::lock_guard lock(moments->mutex);
+  if (moments->beforeEachMessage) moments->beforeEachMessage(descriptor);
 }
 
 /// The library's own function, behind the one of this file.
@@ -66,11 +84,8 @@ extern "C" [[gnu::visibility("default")]] int sd_bus_get_events(void* bus) {
 }
 
 extern "C" [[gnu::visibility("default")]] int sd_bus_process(void* bus, void** message) {
-  using sorrel::helper::moments;
   sorrel::helper::happen(&sorrel::helper::Moments::whenItHasItsName);
-  if (moments != nullptr && moments->beforeEachMessage) {
-    moments->beforeEachMessage(sorrel::helper::next<int(void*)>("sd_bus_get_fd")(bus));
-  }
+  sorrel::helper::happenBeforeMessage(sorrel::helper::next<int(void*)>("sd_bus_get_fd")(bus));
   return sorrel::helper::next<decltype(sd_bus_process)>("sd_bus_process")(bus, message);
 }
 
@@ -157,6 +172,7 @@ class EarlyCaller {
 class HelperServiceEnd : public testing::Test {
  protected:
   void TearDown() override {
+    own.forget();
     caller.reset();
     other.reset();
     polkit.reset();
@@ -173,8 +189,7 @@ class HelperServiceEnd : public testing::Test {
     service = std::make_unique<HelperService>(
         std::move(connection), HelperIdentity{kOwnName, "1.2.3", [](std::string&) { return false; }},
         configuration, log);
-    std::promise<void> hasName;
-    own.whenItHasItsName = [&] { hasName.set_value(); };
+    own.whenItHasItsName = [this] { hasName.set_value(); };
     thread = std::thread([&] {
       moments = &own;
       hasEnded.set_value(service->run(-1));
@@ -189,9 +204,9 @@ class HelperServiceEnd : public testing::Test {
     return answer.wait_for(test::kPatience) == std::future_status::ready ? answer.get() : "nothing";
   }
   using Answers = std::vector<std::future<std::string>>;
-  /// What was asked for at the moment; nothing if it never came.
-  static Answers askedAt(std::promise<Answers>& moment) {
-    auto asked = moment.get_future();
+  /// What was asked for at the last moment; nothing if it never came.
+  Answers askedLast() {
+    auto asked = last.get_future();
     return asked.wait_for(test::kPatience) == std::future_status::ready ? asked.get() : Answers();
   }
 
@@ -200,19 +215,19 @@ class HelperServiceEnd : public testing::Test {
   Moments own;
   std::unique_ptr<ScriptedPolkit> polkit;
   std::unique_ptr<HelperService> service;
+  std::promise<void> hasName;
   std::promise<bool> hasEnded;
   std::thread thread;
   std::unique_ptr<EarlyCaller> caller;
   std::promise<void> hasCaller;
-  // Moments come until the thread has ended, which is after the test's own body.
-  std::mutex mutex;  // held while the other one is at work
+  // Moments come until they are forgotten, which is after the test's own body.
+  std::promise<Answers> last;
   bool isFlooding = false;
   std::unique_ptr<EarlyCaller> other;
 };
 
 TEST_F(HelperServiceEnd, whatCameBeforeTheNameWasGivenUpIsAnswered) {
-  std::promise<Answers> last;
-  own.beforeTheNameIsGivenUp = [&] {
+  own.beforeTheNameIsGivenUp = [this] {
     hasCaller.get_future().wait();
     Answers answers;
     answers.push_back(caller->askForVersion());
@@ -221,25 +236,24 @@ TEST_F(HelperServiceEnd, whatCameBeforeTheNameWasGivenUpIsAnswered) {
   start(ScriptedPolkit::Mode::No, std::chrono::seconds(0), std::chrono::milliseconds(0));
   auto first = caller->askForVersion();
   EXPECT_EQ(answerOf(first), "1.2.3");
-  Answers answers = askedAt(last);
+  Answers answers = askedLast();
   ASSERT_EQ(answers.size(), 1U);
   EXPECT_EQ(answerOf(answers[0]), "1.2.3");
   EXPECT_TRUE(hasEnded.get_future().get());
 }
 
 TEST_F(HelperServiceEnd, whoLookedItUpBeforeIsServedForAWhile) {
-  std::promise<Answers> last;
-  own.whenItWaitsWithoutName = [&] {
+  own.whenItWaitsWithoutName = [this] {
     Answers answers;
     answers.push_back(caller->askForVersion());
     answers.push_back(caller->askToDelete());
     last.set_value(std::move(answers));
   };
-  own.beforeTheNameIsGivenUp = [&] { hasCaller.get_future().wait(); };
+  own.beforeTheNameIsGivenUp = [this] { hasCaller.get_future().wait(); };
   start(ScriptedPolkit::Mode::No, std::chrono::seconds(0), 5 * test::kPatience);
   auto first = caller->askForVersion();
   EXPECT_EQ(answerOf(first), "1.2.3");
-  Answers answers = askedAt(last);
+  Answers answers = askedLast();
   ASSERT_EQ(answers.size(), 2U);
   EXPECT_EQ(answerOf(answers[0]), "1.2.3");
   EXPECT_EQ(answerOf(answers[1]), "not done " + std::to_string(kNoCause));
@@ -247,8 +261,7 @@ TEST_F(HelperServiceEnd, whoLookedItUpBeforeIsServedForAWhile) {
 }
 
 TEST_F(HelperServiceEnd, whoComesAfterTheFarewellIsToldSo) {
-  std::promise<Answers> last;
-  own.beforeTheNameIsGivenUp = [&] {
+  own.beforeTheNameIsGivenUp = [this] {
     hasCaller.get_future().wait();
     Answers answers;
     answers.push_back(caller->askToDelete());
@@ -257,7 +270,7 @@ TEST_F(HelperServiceEnd, whoComesAfterTheFarewellIsToldSo) {
   start(ScriptedPolkit::Mode::Yes, std::chrono::seconds(0), std::chrono::milliseconds(0));
   auto first = caller->askForVersion();
   EXPECT_EQ(answerOf(first), "1.2.3");
-  Answers answers = askedAt(last);
+  Answers answers = askedLast();
   ASSERT_EQ(answers.size(), 1U);
   EXPECT_EQ(answerOf(answers[0]), "not done " + std::to_string(kNoCause));
   EXPECT_TRUE(hasEnded.get_future().get());
@@ -266,7 +279,6 @@ TEST_F(HelperServiceEnd, whoComesAfterTheFarewellIsToldSo) {
 
 TEST_F(HelperServiceEnd, whoNeverStopsKeepsNobodyWaiting) {
   own.beforeEachMessage = [this](int descriptor) {
-    const std::lock_guard lock(mutex);
     if (!isFlooding) return;
     other->tell();
     pollfd arrival{descriptor, POLLIN, 0};
@@ -275,7 +287,7 @@ TEST_F(HelperServiceEnd, whoNeverStopsKeepsNobodyWaiting) {
   start(ScriptedPolkit::Mode::Yes, std::chrono::seconds(300), std::chrono::milliseconds(0));
   other = std::make_unique<EarlyCaller>(bus.address());
   const auto flood = [&](bool isOn) {
-    const std::lock_guard lock(mutex);
+    const std::lock_guard lock(own.mutex);
     isFlooding = isOn;
   };
   flood(true);

@@ -149,7 +149,7 @@ class WaitingQueue : public test::RecordingQueue {
   std::function<void()> stop;
   std::promise<void> told;
   std::atomic<int> count{0};
-  bool isTold = false;
+  std::atomic<bool> isTold = false;
 };
 
 TEST_F(DuplicateStages, stopIsToldWhileOtherPlacesAreWalked) {
