@@ -184,6 +184,7 @@ std::string mimeType(std::string_view path, bool isDirectory) {
 }
 
 std::string localizedTypeDescription(std::string_view path, bool isDirectory) {
+  settleMimeFolders();  // nothing is guessed about a folder
   const std::string mime = mimeType(path, isDirectory);
   const GText type(g_content_type_from_mime_type(mime.c_str()));
   const GText text(g_content_type_get_description(type ? type.get() : mime.c_str()));
