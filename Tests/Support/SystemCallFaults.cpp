@@ -24,6 +24,10 @@ constexpr int kNotYet = -1;
 constexpr int kImpossible = -2;
 constexpr std::size_t kMostCalls = 1024;
 
+/// Of what the two sides tell each other: each value stands for itself. For any other order the thread
+/// checker takes a lock, and wakes whoever waits for that by a call that has to ask first.
+constexpr auto kOrder = std::memory_order_relaxed;
+
 /// Lets this thread, and those that it starts, ask before each `call` (before every call if it is negative).
 /// The descriptor where they ask; kImpossible if the system refuses.
 int askBefore(int call) {
@@ -97,7 +101,7 @@ class Supervisor {
 
   bool isDue(pid_t process) {
     if (program_ != nullptr) {
-      if (process == *program_) return false;
+      if (process == program_->load(kOrder)) return false;
       if (process != last_) all_ = 0;
       last_ = process;
     }
@@ -121,13 +125,14 @@ bool watch(int call, const std::function<void()>& work, const Serve& serve) {
   std::atomic<int> asking{kNotYet};
   std::thread thread([&] {
     const int listener = askBefore(call);
-    asking = listener;  // from here on a call may have to wait for the supervisor
+    asking.store(listener, kOrder);  // from here on a call may have to wait for the supervisor
     if (listener != kImpossible) work();
   });
-  while (asking == kNotYet) std::this_thread::yield();
-  const bool isPossible = asking != kImpossible;
+  int told = kNotYet;
+  while ((told = asking.load(kOrder)) == kNotYet) std::this_thread::yield();
+  const bool isPossible = told != kImpossible;
   if (isPossible) {
-    const FileDescriptor listener(asking);
+    const FileDescriptor listener(told);
     serve(listener.get());
   }
   thread.join();
@@ -157,7 +162,7 @@ std::optional<FaultyRun> runProgramWithFault(const CallFault& fault, char* const
       ::_exit(127);
     }
     ::waitpid(child, &run.status, WUNTRACED);
-    program = child;
+    program.store(child, kOrder);
     ::kill(child, SIGCONT);
     ::waitpid(child, &run.status, 0);
   };
