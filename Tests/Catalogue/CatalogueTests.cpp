@@ -1,5 +1,6 @@
 // Holds the catalogues that the program comes with against the promises of a catalogue.
 #include <gtest/gtest.h>
+#include <TestPlaces.hpp>
 
 #include <cstdlib>
 #include <optional>

@@ -1,6 +1,7 @@
 // The folder tree is the architecture: these tests read every #include of the framework and of the
 // command-line program and hold them against the tables below.
 #include <gtest/gtest.h>
+#include <TestPlaces.hpp>
 
 #include <algorithm>
 #include <filesystem>

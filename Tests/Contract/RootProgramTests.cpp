@@ -1,6 +1,7 @@
 // What the root program is made of, read from the program and the files that are installed with it.
 #include <gtest/gtest.h>
 #include <unistd.h>
+#include <TestPlaces.hpp>
 
 #include <regex>
 #include <set>

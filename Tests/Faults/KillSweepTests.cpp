@@ -5,6 +5,7 @@
 #include <spawn.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <TestPlaces.hpp>
 
 #include <algorithm>
 #include <csignal>

@@ -14,6 +14,7 @@
 #include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <TestPlaces.hpp>
 
 #include <array>
 #include <cstdlib>

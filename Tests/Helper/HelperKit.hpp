@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <TestPlaces.hpp>
 
 #include <cstdint>
 #include <functional>

@@ -1,6 +1,7 @@
 #include "Helper/HelperService.hpp"
 
 #include <gtest/gtest.h>
+#include <TestPlaces.hpp>
 
 #include <cstdlib>
 #include <future>

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <TestPlaces.hpp>
 
 #include <filesystem>
 

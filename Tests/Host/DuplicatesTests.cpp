@@ -2,6 +2,7 @@
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
+#include <TestPlaces.hpp>
 
 #include <algorithm>
 #include <cstdlib>

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <TestPlaces.hpp>
 
 #include <algorithm>
 #include <array>

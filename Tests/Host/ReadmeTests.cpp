@@ -1,6 +1,7 @@
 // The output that README.md shows is what a newcomer gets.
 #include <gtest/gtest.h>
 #include <unistd.h>
+#include <TestPlaces.hpp>
 
 #include <algorithm>
 #include <cstdlib>

@@ -4,6 +4,7 @@
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
+#include <TestPlaces.hpp>
 
 #include <algorithm>
 #include <array>

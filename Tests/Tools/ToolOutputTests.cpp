@@ -6,6 +6,7 @@
 #include <sys/stat.h>
 #include <sys/wait.h>
 #include <unistd.h>
+#include <TestPlaces.hpp>
 
 #include <array>
 #include <csignal>
