@@ -4,6 +4,7 @@
 #include <vector>
 
 #include "Helper/DeleteOperation.hpp"
+#include "Helper/EventForm.hpp"
 #include "Helper/FileSystemFence.hpp"
 #include "Helper/MoveOperation.hpp"
 #include "Helper/PathResult.hpp"
@@ -137,9 +138,20 @@ EventOutcome runMaintenance(const EventJob& job, ResultSink& sink) {
   return {};
 }
 
+EventOutcome refuseAll(const EventJob& job, ResultSink& sink) {
+  const auto form = EventForm::of(static_cast<std::int32_t>(job.kind), job.event);
+  if (!form) return {};
+  const std::string text = std::string(kFaultyConfigurationText) + job.configuration.fault;
+  for (const MessageView::Entry& entry : job.event.dictionary()) {
+    if (isPathEntry(entry)) sink.result(entry.index, form->failure(), text);
+  }
+  return {};
+}
+
 }  // namespace
 
 EventOutcome runEvent(const EventJob& job, ResultSink& sink) {
+  if (!job.configuration.fault.empty()) return refuseAll(job, sink);
   switch (job.kind) {
     case HelperHanldeEventID::Delete:
       return runPaths(job, sink, runDelete);

@@ -31,6 +31,9 @@ class ResultSink {
 };
 inline constexpr std::size_t kMostResultText = 512;
 
+/// What every path gets, with the fault after it, while the configuration has one.
+inline constexpr std::string_view kFaultyConfigurationText = "The helper’s configuration can’t be used: ";
+
 /// What the caller gets beside the results. A path without a result counts as failed.
 struct EventOutcome {
   bool flag = false;

@@ -7,6 +7,7 @@
 #include <array>
 #include <cerrno>
 #include <charconv>
+#include <utility>
 
 #include "SorrelFramework/Native/RemovalPolicy.hpp"
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
@@ -16,6 +17,9 @@ namespace {
 
 constexpr std::size_t kMostBytes = std::size_t{64} << 10;
 constexpr int kMostSeconds = 3600;
+
+bool isBlank(char byte) { return byte == ' ' || byte == '\t'; }
+bool isControl(char byte) { return static_cast<unsigned char>(byte) < ' ' || byte == '\x7f'; }
 
 std::string_view trimmed(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r";
@@ -33,15 +37,35 @@ bool setSeconds(std::string_view value, std::chrono::seconds& place) {
   return true;
 }
 
+/// The value of "refuse" as a path, "" if it is none. A quoted path, an escape or a comment after the path
+/// would name a place that does not exist, and so protect nothing.
+std::string refusedPlace(std::string_view value) {
+  constexpr std::string_view kNeverPlain = "\"\\";
+  if (value.find_first_of(kNeverPlain) != std::string_view::npos || value.ends_with('\'')) return {};
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    if (isControl(value[i])) return {};
+    if (value[i] == '#' && i > 0 && isBlank(value[i - 1])) return {};
+  }
+  while (value.ends_with('/')) value.remove_suffix(1);
+  return RemovalPolicy::isNormalPath(value) ? std::string(value) : std::string();
+}
+
+/// "ext4", "fuse.sshfs"
+bool isTypeName(std::string_view value) {
+  constexpr std::string_view kLetters = "abcdefghijklmnopqrstuvwxyzABCDEFGHIJKLMNOPQRSTUVWXYZ0123456789._-";
+  return !value.empty() && value.find_first_not_of(kLetters) == std::string_view::npos;
+}
+
 bool setValue(std::string_view key, std::string_view value, HelperConfiguration& configuration) {
   if (key == "grace-seconds") return setSeconds(value, configuration.grace);
   if (key == "idle-seconds") return setSeconds(value, configuration.idle);
-  if (key == "allow-file-system" && !value.empty()) {
+  if (key == "allow-file-system" && isTypeName(value)) {
     configuration.allowedFileSystems.emplace_back(value);
     return true;
   }
-  if (key != "refuse" || !RemovalPolicy::isNormalPath(value)) return false;
-  configuration.refusedPlaces.emplace_back(value);
+  std::string place = key == "refuse" ? refusedPlace(value) : std::string();
+  if (place.empty()) return false;
+  configuration.refusedPlaces.push_back(std::move(place));
   return true;
 }
 
@@ -51,9 +75,9 @@ bool setLine(std::string_view words, HelperConfiguration& configuration) {
   return setValue(trimmed(words.substr(0, equals)), trimmed(words.substr(equals + 1)), configuration);
 }
 
-bool isRootsAlone(int descriptor) {
+bool isRootsAlone(int descriptor, mode_t type) {
   struct stat status {};
-  return ::fstat(descriptor, &status) == 0 && S_ISREG(status.st_mode) && status.st_uid == 0 &&
+  return ::fstat(descriptor, &status) == 0 && (status.st_mode & S_IFMT) == type && status.st_uid == 0 &&
          (status.st_mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
@@ -69,37 +93,45 @@ bool readAll(int descriptor, std::string& text) {
   }
 }
 
+HelperConfiguration unusable(const char* fault) {
+  HelperConfiguration configuration;
+  configuration.fault = fault;
+  return configuration;
+}
+
+HelperConfiguration readIn(int folder, const char* name) {
+  // O_NONBLOCK: a FIFO in its place must not keep the helper from starting.
+  const FileDescriptor file(::openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+  if (!file.isOpen()) return errno == ENOENT ? HelperConfiguration() : unusable("cannot be opened");
+  if (!isRootsAlone(file.get(), S_IFREG)) return unusable("others than root may write it");
+  std::string text;
+  if (!readAll(file.get(), text)) return unusable("cannot be read whole");
+  return HelperConfiguration::parse(text);
+}
+
 }  // namespace
 
-HelperConfiguration HelperConfiguration::parse(std::string_view text, std::string& fault) {
+HelperConfiguration HelperConfiguration::parse(std::string_view text) {
   HelperConfiguration configuration;
   for (int line = 1; !text.empty(); ++line) {
     const std::size_t end = text.find('\n');
     const std::string_view words = trimmed(text.substr(0, end));
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
     if (words.empty() || words.front() == '#' || setLine(words, configuration)) continue;
-    if (fault.empty()) fault = "line " + std::to_string(line) + " makes no sense";
+    if (configuration.fault.empty()) configuration.fault = "line " + std::to_string(line) + " makes no sense";
   }
   return configuration;
 }
 
-HelperConfiguration HelperConfiguration::read(const std::string& file, std::string& fault) {
-  fault.clear();
-  // O_NONBLOCK: a FIFO in its place must not keep the helper from starting.
-  const FileDescriptor descriptor(::open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
-  if (!descriptor.isOpen()) {
-    if (errno != ENOENT && errno != ENOTDIR) fault = "cannot be opened";
-    return {};
-  }
-  std::string text;
-  if (!isRootsAlone(descriptor.get())) {
-    fault = "not written by root alone";
-  } else if (!readAll(descriptor.get(), text)) {
-    fault = "cannot be read";
-  } else {
-    return parse(text, fault);
-  }
-  return {};
+HelperConfiguration HelperConfiguration::read(const std::string& file) {
+  const std::size_t slash = file.rfind('/');
+  if (slash == std::string::npos) return unusable("cannot be opened");
+  constexpr int flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  const FileDescriptor folder(::open(file.substr(0, slash).c_str(), flags));
+  if (!folder.isOpen()) return errno == ENOENT ? HelperConfiguration() : unusable("cannot be opened");
+  // Another user could take the file away, and with it all that it refuses.
+  if (!isRootsAlone(folder.get(), S_IFDIR)) return unusable("others than root may write its folder");
+  return readIn(folder.get(), file.c_str() + slash + 1);
 }
 
 }  // namespace sorrel::helper

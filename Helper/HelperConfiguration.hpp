@@ -7,14 +7,20 @@
 
 namespace sorrel::helper {
 
-/// What the administrator adds to the rules of the helper, /etc/NAME/helper.conf. It can only be stricter
-/// about places: nothing lifts what is built in.
+/// What the administrator adds to the rules of the helper, /etc/NAME/helper.conf. It can only make the rules
+/// about places stricter: nothing lifts what is built in.
 ///
-/// Lines "key = value"; empty ones and those that begin with "#" are passed over:
-///   refuse = /absolute/path       neither the place, nor what lies in it, nor what is above it; repeatable
+/// Lines "key = value"; empty lines and lines that begin with "#" are skipped:
+///   refuse = /absolute/path       neither the place, nor what lies in it, nor what is above it; repeatable.
+///   A
+///                                 slash at the end changes nothing. The path is written plainly: quotes,
+///                                 backslashes, and a comment after it are faults
 ///   allow-file-system = TYPE      works on this type too, as /proc/self/mountinfo calls it; repeatable
 ///   grace-seconds = 0...3600      how long work goes on after its caller has left; 30 by default
 ///   idle-seconds = 0...3600       how long the helper stays without work; 300 by default
+///
+/// A file that exists and cannot be used whole makes the helper refuse every event: the line that was not
+/// understood may have been the one that protects something.
 struct HelperConfiguration {
   std::vector<std::string> refusedPlaces;
   std::vector<std::string> allowedFileSystems;
@@ -22,13 +28,15 @@ struct HelperConfiguration {
   std::chrono::seconds idle{300};
   /// How long one that gave up its name waits for those who looked it up before that. Not in the file.
   std::chrono::milliseconds farewell{500};
+  /// Why the file cannot be used; "" if it can, or if there is none. With a fault no event may be carried
+  /// out. It names no path, so that it can be shown to any caller.
+  std::string fault;
 
-  /// What the file says. Nothing of it if anybody but root could have written it. `fault` tells about that,
-  /// or about the first line that makes no sense, and is "" otherwise.
-  static HelperConfiguration read(const std::string& file, std::string& fault);
-  /// What the text of such a file says. Lines that make no sense are passed over: a slip in one of them must
-  /// not lift the refusals of the others.
-  static HelperConfiguration parse(std::string_view text, std::string& fault);
+  /// Reads the file. Only root may be able to write it and the folder that it lies in, and neither may be a
+  /// link. No file is no fault.
+  static HelperConfiguration read(const std::string& file);
+  /// Reads the text of such a file.
+  static HelperConfiguration parse(std::string_view text);
 };
 
 }  // namespace sorrel::helper

@@ -70,10 +70,9 @@ int main(int count, char**) {
   std::unique_ptr<sdbus::IConnection> bus = systemBus(log);
   const int stop = stopSignal();
   if (bus == nullptr || stop < 0 || !leaveEveryInheritance()) return EXIT_FAILURE;
-  std::string fault;
   const std::string file = "/etc/" + std::string(kService) + "/helper.conf";
-  HelperConfiguration configuration = HelperConfiguration::read(file, fault);
-  if (!fault.empty()) log.error(file + ": " + fault);
+  HelperConfiguration configuration = HelperConfiguration::read(file);
+  if (!configuration.fault.empty()) log.error(file + ": " + configuration.fault + ": all events are refused");
   HelperService service(std::move(bus), {kService, SORREL_VERSION, removeInstallation},
                         std::move(configuration), log);
   return service.run(stop) ? EXIT_SUCCESS : EXIT_FAILURE;

@@ -150,6 +150,24 @@ TEST_F(EventRunnerTest, placesThatTheAdministratorRefusesStay) {
   EXPECT_EQ(test::contentOf(inside), "x");
 }
 
+TEST_F(EventRunnerTest, aFaultyConfigurationRefusesEveryEventAndSaysWhy) {
+  const std::string file = volume.file("file", "x");
+  configuration.fault = "line 3 makes no sense";
+  const std::string text = std::string(kFaultyConfigurationText) + "line 3 makes no sense";
+  EXPECT_FALSE(removeAll({file}).flag);
+  EXPECT_EQ(statusOf(file), Status::DeleteError);
+  EXPECT_EQ(descOf(file), text);
+  EXPECT_FALSE(shredAll({file}).flag);
+  EXPECT_EQ(statusOf(file), Status::ShreadFail);
+  EXPECT_FALSE(maintain(HelperOperationID::Clean, {{file, HelperDictionary()}}).flag);
+  EXPECT_EQ(descOf(file), text);
+  EXPECT_FALSE(maintain(HelperOperationID::Move, {{file, HelperDictionary{{"ToPath", "/x"}}}}).flag);
+  EXPECT_EQ(statusOf(file), Status::MoveFail);
+  EXPECT_EQ(descOf(file), text);
+  EXPECT_FALSE(maintain(HelperOperationID::CleanDNS, {}).flag);
+  EXPECT_EQ(test::contentOf(file), "x");
+}
+
 TEST_F(EventRunnerTest, aFileSystemThatNeverAnswersIsRefusedWithoutAQuestion) {
   const std::string file = volume.file("file", "x");
   const std::string inside = volume.path("silent/file");

@@ -221,10 +221,15 @@ TEST_F(Life, aPathComesBackByteForByte) {
   EXPECT_EQ(*answer.dictionary.begin()->second.asDictionary()->at("Path").asText(), path);
 }
 
-TEST_F(Life, aSlipInTheConfigurationIsReported) {
-  startScripted(ScriptedPolkit::Mode::No, "nonsense\n");
-  machine->ask(kDelete, kNowhere);
-  EXPECT_TRUE(machine->waitForLog("/helper.conf: line 1 makes no sense"));
+TEST_F(Life, aFaultyConfigurationRefusesEveryEventAndSaysWhy) {
+  startScripted(ScriptedPolkit::Mode::Yes, "refuse = \"/srv/data\"\n");
+  const std::string file = rootsFile("file");
+  const Answer answer = machine->ask(kDelete, {{file, HelperDictionary{{"0", 0}}}});
+  EXPECT_TRUE(answer.isThere);
+  EXPECT_FALSE(answer.flag);
+  EXPECT_EQ(::access(file.c_str(), F_OK), 0);
+  EXPECT_TRUE(machine->waitForLog("/helper.conf: line 1 makes no sense: all events are refused"))
+      << machine->log();
 }
 
 // --- uninstalling ---
