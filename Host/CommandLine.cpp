@@ -18,14 +18,23 @@ namespace {
 // An empty word is a script's unset variable: `--volume "$volume"` must not turn to this machine.
 std::string refuseEmpty(const std::string& word) { return word.empty() ? "may not be empty" : ""; }
 
+/// The identifier becomes the name of a folder and of the helper's service.
+std::string refuseOddIdentifier(const std::string& word) {
+  constexpr const char* kAlphanumeric = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789";
+  const bool isOdd = word.find_first_of(kAlphanumeric) != 0 ||
+                     word.find_first_not_of(kAlphanumeric + std::string(".-")) != std::string::npos;
+  return isOdd ? "is a letter or digit, then letters, digits, '.' and '-'" : "";
+}
+
 void addGlobalOptions(CLI::App& parser, GlobalOptions& options) {
   const auto add = [&parser](const char* name, std::string& value, const char* what, const char* about) {
-    parser.add_option(name, value, about)->type_name(what)->check(refuseEmpty);
+    return parser.add_option(name, value, about)->type_name(what)->check(refuseEmpty);
   };
   add("--catalogue", options.catalogue, "FILE", "Read the modules from this property list");
   add("--volume", options.volume, "DIR", "Work on the macOS volume whose root is this folder");
   add("--user", options.user, "NAME", "Whose home on the volume");
-  add("--bundle-id", options.bundleID, "ID", "The identifier that the log's folder is called by");
+  add("--bundle-id", options.bundleID, "ID", "The identifier that the log's folder is called by")
+      ->check(refuseOddIdentifier);
   add("--tools", options.toolFolder, "DIR", "Where stand-ins for system tools lie");
   parser.add_flag("--json", options.json, "Print one JSON document and nothing else");
   parser.add_flag("--quiet", options.quiet, "Show no progress");

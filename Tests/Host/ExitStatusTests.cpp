@@ -42,6 +42,15 @@ TEST(ExitStatus, wrongUseIsTwoAndLeavesStandardOutputEmpty) {
       {"--volume", folder.path(), "--user", "ann/../zoe", "modules"},
       {"--user", "somebody else", "modules"},
       {"--tools", folder.path("missing"), "modules"},
+      {"--bundle-id", "../up", "modules"},
+      {"--bundle-id", "a/b", "modules"},
+      {"--bundle-id", ".a", "modules"},
+      {"--bundle-id", "-a", "modules"},
+      {"--bundle-id", "a_b", "modules"},
+      {"--bundle-id", "a b", "modules"},
+      {"--bundle-id", "\u00e4", "modules"},
+      {"--bundle-id", "a\n", "modules"},
+      {"modules", "--bundle-id", "[a]"},
   };
   for (Words words : cases) {
     for (const bool json : {false, true}) {
@@ -51,6 +60,12 @@ TEST(ExitStatus, wrongUseIsTwoAndLeavesStandardOutputEmpty) {
       EXPECT_EQ(run.out, "") << testing::PrintToString(words);
       EXPECT_TRUE(run.err.starts_with("sorrel: ")) << run.err;
     }
+  }
+}
+
+TEST(ExitStatus, aBundleIdentifierTakesLettersDigitsDotsAndHyphens) {
+  for (const char* const name : {"a", "7", "org.Example-2.x", "a.", "a--b"}) {
+    EXPECT_EQ(sorrel({"--bundle-id", name, "modules"}).status, 0) << name;
   }
 }
 
