@@ -122,10 +122,35 @@ TEST(JunkScanners, photoFeatureWithoutCategoriesIsRefused) {
   EXPECT_NE(run.err.find("has no categories"), std::string::npos) << run.err;
 }
 
-TEST(JunkScanners, desktopFindsMailBackupsAndThumbnails) {
+TEST(JunkScanners, desktopLeavesAMailFolderCalledAttachmentsAlone) {
   const TemporaryFolder home;
-  home.file(".thunderbird/p.default/ImapMail/x/Attachments/a.pdf", 3);
-  home.file(".thunderbird/p.default/ImapMail/x/INBOX", 9);
+  // Folders as mail programs keep them, one file for each message.
+  const Words messages = {
+      home.file(".thunderbird/p.default/Mail/Local Folders/Attachments/cur/1.eml", 3),
+      home.file(".local/share/evolution/mail/local/folders/Attachments/cur/1", 3),
+      home.file(".var/app/org.gnome.Evolution/data/evolution/mail/local/.Attachments/Attachments/cur/1", 3)};
+  home.file(".cache/evolution/mail/account/folders.db", 4);
+  const RunOptions options{.environment = {"HOME=" + home.path()}};
+  const ProgramRun run = sorrel({"--json", "clean", "mail", "--all", "--yes"}, options);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.document().at("size"), 4);
+  for (const std::string& message : messages) EXPECT_EQ(contentOf(message), "xxx") << message;
+}
+
+TEST(JunkScanners, desktopCleanOfPhotoJunkCountsAndRemovesTheLibraryOnce) {
+  const TemporaryFolder home;
+  home.file("Pictures/L.photoslibrary/resources/media/face/a.jpg", 7);
+  home.file(".cache/thumbnails/normal/0a.png", 5);
+  const RunOptions options{.environment = {"HOME=" + home.path()}};
+  const ProgramRun run = sorrel({"--json", "clean", "photo-junk", "--all", "--yes"}, options);
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.document().at("size"), 12);
+  EXPECT_EQ(run.document().at("clean").at("size"), 12);
+  EXPECT_EQ(contentOf(home.path("Pictures/L.photoslibrary/resources/media/face/a.jpg")), "");
+}
+
+TEST(JunkScanners, desktopFindsMailCachesBackupsAndThumbnails) {
+  const TemporaryFolder home;
   home.file(".cache/evolution/mail/account/folders.db", 4);
   backup(home, ".local/share/MobileSync/Backup/00008030-001A", "Alice's phone");
   home.file(".local/share/MobileSync/Backup/00008030-001A/Manifest.db", 1);
@@ -135,7 +160,7 @@ TEST(JunkScanners, desktopFindsMailBackupsAndThumbnails) {
   const auto found = [&](const char* feature) {
     return titles(sorrel({"--json", "scan", feature}, options).document());
   };
-  EXPECT_EQ(found("mail"), (Words{"a.pdf", "account"}));
+  EXPECT_EQ(found("mail"), Words{"account"});
   EXPECT_EQ(found("itunes"), Words{"Alice's phone"});
   EXPECT_EQ(found("photo-junk"), (Words{"t.jpg", "0a.png"}));
 }

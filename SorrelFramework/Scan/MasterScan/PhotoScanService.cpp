@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstddef>
 #include <string>
 #include <utility>
 #include <vector>
@@ -16,23 +17,52 @@ constexpr std::array kDerived = {PhotoScanService::osx12PhotoPath1, PhotoScanSer
 constexpr std::array<std::string_view, 3> kPictures = {".png", ".jpg", ".jpeg"};
 constexpr std::string_view kLibrary = "photoslibrary";
 
-std::vector<URL> rootsOf(const CategoryInformation& category) {
-  std::vector<URL> roots;
+std::vector<URL> foldersOfTheLibrary() {
+  std::vector<URL> folders;
   if (const auto library = PhotoScanService::getPhotoslibraryPath()) {
     for (const std::string_view folder : kDerived)
-      roots.push_back(library->appendingPathComponent(folder, true));
+      folders.push_back(library->appendingPathComponent(folder, true));
   }
-  if (Host::current().layout() == Host::Layout::LinuxDesktop)
-    roots.insert(roots.end(), category.urls.begin(), category.urls.end());
+  return folders;
+}
+
+bool liesBelow(const std::string& path, std::string folder) {
+  if (!folder.ends_with('/')) folder += '/';
+  return path.size() > folder.size() && path.starts_with(folder);
+}
+
+/// The roots of one category on the desktop: its own folders, and the library in the first category. A folder
+/// that two categories name, or that lies in another one, is walked once: twice, its bytes would count twice,
+/// and a clean would miss the second time what it had removed itself.
+std::vector<URL> desktopRoots(const FeatureInformation& feature, const CategoryInformation& category) {
+  std::vector<URL> all = foldersOfTheLibrary();
+  const bool isFirst = &category == &*feature.categoryInfo.begin();
+  std::size_t begin = 0;
+  std::size_t end = 0;
+  for (const CategoryInformation& other : feature.categoryInfo) {
+    if (&other == &category && !isFirst) begin = all.size();
+    all.insert(all.end(), other.urls.begin(), other.urls.end());
+    if (&other == &category) end = all.size();
+  }
+  std::vector<URL> roots;
+  for (std::size_t i = begin; i < end; ++i) {
+    bool isWalkedElsewhere = false;
+    for (std::size_t j = 0; j < all.size() && !isWalkedElsewhere; ++j) {
+      const bool isSame = all[i].path() == all[j].path();
+      isWalkedElsewhere = isSame ? j < i : liesBelow(all[i].path(), all[j].path());
+    }
+    if (!isWalkedElsewhere) roots.push_back(all[i]);
+  }
   return roots;
 }
 
-CategoryPlan planFor(const CategoryInformation& category) {
+CategoryPlan planFor(const FeatureInformation& feature, const CategoryInformation& category) {
   CategoryPlan plan;
   plan.keys = kRecordKeys | NSURLIsRegularFileKey | NSURLIsHiddenKey | NSURLPathKey;
   plan.options = NSDirectoryEnumerationSkipsHiddenFiles;
   plan.filter = PhotoScanService::pictureFilter;
-  plan.roots = rootsOf(category);
+  const bool isDesktop = Host::current().layout() == Host::Layout::LinuxDesktop;
+  plan.roots = isDesktop ? desktopRoots(feature, category) : foldersOfTheLibrary();
   return plan;
 }
 
@@ -68,7 +98,10 @@ void PhotoScanService::scanProiPhotoJunk(FeatureInformation& featureInfo, Progre
                                          std::function<void(CategoryResults)> done,
                                          std::shared_ptr<WeftSerialQueue> dispatch) {
   runJunkScan(featureInfo, std::move(progress), std::move(showPercent), std::move(singleDone),
-              std::move(done), std::move(dispatch), planFor);
+              std::move(done), std::move(dispatch),
+              [feature = Ref<FeatureInformation>(featureInfo)](const CategoryInformation& category) {
+                return planFor(*feature, category);
+              });
 }
 
 }  // namespace sorrel

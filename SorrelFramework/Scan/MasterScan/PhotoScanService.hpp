@@ -11,7 +11,8 @@
 namespace sorrel {
 
 /// Measures the pictures that a photo library has made from its originals: on a macOS volume in the user's
-/// Photos library, on the desktop also in the folders that the catalogue names for its photo managers.
+/// Photos library, on the desktop also in the folders that the catalogue names for its photo managers. On a
+/// volume each category lists the library; on the desktop the first one does, and no folder is listed twice.
 class PhotoScanService : public SuperScanService {
  public:
   // Folders of derived pictures in a library.

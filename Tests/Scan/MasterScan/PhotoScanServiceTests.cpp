@@ -19,6 +19,16 @@ class PhotoScan : public test::JunkScanFixture {
   void run(const std::vector<URL>& urls = {}) {
     runScan(PhotoScanService::scaniPhotoJunk, 6, {CategoryInfomationKind::Common, urls});
   }
+  /// A scan of several categories; each is given by its urls.
+  void runCategories(const std::vector<std::vector<URL>>& categories) {
+    std::vector<test::CategorySketch> sketches;
+    for (const std::vector<URL>& urls : categories)
+      sketches.push_back({CategoryInfomationKind::Common, urls});
+    feature = test::makeFeature(6, sketches);
+    PhotoScanService::scaniPhotoJunk(*feature, scan.progress(), scan.percent(), scan.singleDone(),
+                                     scan.done(), scan.queue);
+    ASSERT_TRUE(scan.waitUntilDone());
+  }
   [[nodiscard]] Names names(const std::string& root = kLibrary) const { return namesBelow(root); }
 };
 
@@ -86,6 +96,39 @@ TEST_F(PhotoScan, desktopAlsoWalksTheFoldersOfTheCatalogue) {
   run({volume.url("home/.cache/thumbnails/")});
   EXPECT_EQ(names("home/"), (Names{".cache/thumbnails/normal/0a.png",
                                    "Pictures/L.photoslibrary/resources/media/face/a.jpg"}));
+}
+
+TEST_F(PhotoScan, desktopListsTheLibraryInTheFirstCategoryOnly) {
+  const test::ScopedVariable home("HOME", volume.path("home").c_str());
+  Host::install(Host::linuxDesktop({"org.example.test", "", {}}));
+  volume.file("home/Pictures/L.photoslibrary/resources/media/face/a.jpg", "22");
+  volume.file("home/.cache/thumbnails/0a.png", "1");
+  runCategories({{}, {volume.url("home/.cache/thumbnails/")}});
+  EXPECT_EQ(names("home/"), Names{"Pictures/L.photoslibrary/resources/media/face/a.jpg"});
+  EXPECT_EQ(test::namesOf(scan.results.at(1).first, volume.url("home/")), Names{".cache/thumbnails/0a.png"});
+  EXPECT_EQ(scan.results.at(1).second.fileSize, 1);
+}
+
+TEST_F(PhotoScan, desktopWalksAFolderThatSeveralCategoriesNameOnce) {
+  const test::ScopedVariable home("HOME", volume.path("home").c_str());
+  Host::install(Host::linuxDesktop({"org.example.test", "", {}}));
+  volume.file("home/a/one/1.png", "1");
+  volume.file("home/a/two/2.png", "1");
+  volume.file("home/ab/3.png", "1");
+  runCategories({{volume.url("home/a/one/"), volume.url("home/a/one/")},
+                 {volume.url("home/a/"), volume.url("home/ab/")},
+                 {volume.url("home/ab")}});
+  EXPECT_EQ(names("home/"), Names{});
+  EXPECT_EQ(test::namesOf(scan.results.at(1).first, volume.url("home/")),
+            (Names{"a/one/1.png", "a/two/2.png", "ab/3.png"}));
+  EXPECT_TRUE(scan.results.at(2).first.empty());
+}
+
+TEST_F(PhotoScan, volumeListsTheLibraryInEachCategory) {
+  volume.file(kLibrary + "resources/media/face/a.jpg", "22");
+  runCategories({{}, {}});
+  EXPECT_EQ(scan.results.at(0).second.fileSize, 2);
+  EXPECT_EQ(scan.results.at(1).second.fileSize, 2);
 }
 
 TEST_F(PhotoScan, scanChangesNothing) {
