@@ -24,6 +24,8 @@ DuplicateFixture::DuplicateFixture() {
 DuplicateFixture::~DuplicateFixture() {
   SuperScanService::percentService.exchange(nullptr);  // it tells a record that goes away now
   DuplicateScanService::limitSize = 512;
+  DuplicateScanService::findsEveryEqualPair = false;
+  DuplicateScanService::ignoresFoldersWithoutHashes = false;
   DuplicateScanService::childrenCateogryDict.clear();
 }
 

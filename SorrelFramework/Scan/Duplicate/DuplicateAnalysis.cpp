@@ -5,6 +5,7 @@
 #include <filesystem>
 #include <iterator>
 #include <memory>
+#include <optional>
 #include <system_error>
 #include <utility>
 
@@ -95,12 +96,11 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
     auto records = std::make_shared<std::vector<DuplicateInfo>>(filesToHash(std::move(files_), leftOut_));
     std::vector<std::string> paths;
     paths.reserve(records->size());
-    for (const DuplicateInfo& record : *records) paths.push_back(record.path.path());
+    for (const DuplicateInfo& record : *records) {
+      if (!hashesInTwins_.contains(record.path)) paths.push_back(record.path.path());
+    }
     hash(run_, std::move(paths), [self = shared_from_this(), records](const FileHashBatch& batch) {
-      for (std::size_t i = 0; i < records->size(); ++i) {
-        if (const auto& text = batch.hashes()[i])
-          self->filesByHash_[*text].push_back(std::move((*records)[i]));
-      }
+      self->groupFiles(*records, batch);
       self->organize();
     });
   }
@@ -128,10 +128,15 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
          [self = shared_from_this()](const FileHashBatch& batch) { self->groupFolders(batch); });
   }
 
+  struct HashedFile {
+    URL url;
+    std::size_t index;  // in the batch
+  };
+
   /// The folders of one size whose hashes, and links, are the same text, and their files.
   struct Twins {
     std::vector<DuplicateInfo> records;
-    std::vector<URL> files;
+    std::vector<HashedFile> files;
   };
 
   void groupFolders(const FileHashBatch& batch) {
@@ -139,34 +144,64 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
     std::size_t at = 0;
     for (Folder& folder : folders_) {
       std::string text;
-      std::vector<URL> hashed;
+      std::vector<HashedFile> hashed;
       bool isWhole = folder.content.isWhole;
       for (std::size_t i = 0; i < folder.content.urls.size(); ++i, ++at) {
         if (const auto& one = batch.hashes()[at]) {
           text += *one;
-          hashed.push_back(std::move(folder.content.urls[i]));
+          hashed.push_back({std::move(folder.content.urls[i]), at});
         } else {
           isWhole = isWhole && !folder.content.isRegular[i];
         }
       }
-      // What could not be read may differ: such a folder is nobody's copy, and its files stand for
-      // themselves.
+      // What could not be read may differ: such a folder has no twin, and its files are hashed as files.
       if (!isWhole) continue;
+      if (ignoresFoldersWithoutHashes_ && hashed.empty()) continue;
       // A link is not hashed, yet folders whose links lead elsewhere are no copies.
       Twins& twins = groups[folder.group][text + folder.content.links];
       twins.records.push_back(std::move(groups_[folder.group][folder.index]));
       std::ranges::move(hashed, std::back_inserter(twins.files));
     }
     for (auto& group : groups)
-      std::ranges::for_each(group, [this](auto& entry) { keep(entry.first, entry.second); });
+      std::ranges::for_each(group, [&](auto& entry) {
+        if (findsEveryEqualPair_) {
+          keepTwins(entry.first, entry.second, batch);
+        } else {
+          keep(entry.first, entry.second);
+        }
+      });
     foldersFinished();
   }
 
-  /// The files of folders that were read are not read again, whether or not the folder has found a twin.
-  /// Of twins of different sizes with the same hashes, which packages bring about, the largest are kept.
+  /// Leaves out the files of every folder that was read, whether or not it has a twin. Of twins of different
+  /// sizes with the same hashes, which packages bring about, the largest are kept.
   void keep(const std::string& text, Twins& twins) {
     if (twins.records.size() > 1) foldersByHash_.try_emplace(text, std::move(twins.records));
-    if (twins.files.size() > 1) leftOut_.insert(twins.files.begin(), twins.files.end());
+    if (twins.files.size() <= 1) return;
+    for (HashedFile& file : twins.files) leftOut_.insert(std::move(file.url));
+  }
+
+  /// Keeps the same twins, and the hashes of their files alone: all other files are read as files.
+  void keepTwins(const std::string& text, Twins& twins, const FileHashBatch& batch) {
+    dropOtherMounts(twins.records);  // a folder that is mounted twice would have no group in the end
+    if (twins.records.size() < 2) return;
+    if (!foldersByHash_.try_emplace(text, std::move(twins.records)).second) return;
+    for (HashedFile& file : twins.files)
+      hashesInTwins_.emplace(std::move(file.url), *batch.hashes()[file.index]);
+  }
+
+  /// A group of which every member lies in a twin folder is covered by the group of that folder.
+  void groupFiles(std::vector<DuplicateInfo>& records, const FileHashBatch& batch) {
+    std::size_t at = 0;
+    for (DuplicateInfo& record : records) {
+      const auto known = hashesInTwins_.find(record.path);
+      const auto text = known != hashesInTwins_.end() ? known->second : batch.hashes()[at++];
+      if (text) filesByHash_[*text].push_back(std::move(record));
+    }
+    std::erase_if(filesByHash_, [this](const auto& group) {
+      return std::ranges::all_of(
+          group.second, [this](const DuplicateInfo& file) { return hashesInTwins_.contains(file.path); });
+    });
   }
 
   void foldersFinished() {
@@ -183,7 +218,10 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
   std::vector<std::vector<DuplicateInfo>> groups_;
   std::vector<Folder> folders_;
   std::atomic<std::size_t> left_{0};
+  const bool findsEveryEqualPair_ = DuplicateScanService::findsEveryEqualPair;
+  const bool ignoresFoldersWithoutHashes_ = DuplicateScanService::ignoresFoldersWithoutHashes;
   std::unordered_set<URL> leftOut_;
+  std::unordered_map<URL, std::optional<std::string>> hashesInTwins_;  // of the files of twin folders
   DuplicatesByHash filesByHash_;
   DuplicatesByHash foldersByHash_;
 };

@@ -94,6 +94,8 @@ class DuplicateSearch : public std::enable_shared_from_this<DuplicateSearch> {
 }  // namespace
 
 Integer DuplicateScanService::limitSize = 512;
+bool DuplicateScanService::findsEveryEqualPair = false;
+bool DuplicateScanService::ignoresFoldersWithoutHashes = false;
 std::map<Integer, std::string> DuplicateScanService::childrenCateogryDict;
 
 void DuplicateScanService::scanDuplicate(FeatureInformation& featureInfo, const std::vector<URL>& scanPaths,

@@ -41,6 +41,14 @@ class DuplicateScanService : public SuperScanService {
 
   /// KiB; only what is larger takes part. Set it while no scan runs.
   static Integer limitSize;
+  /// False: the files of every folder that was hashed are no candidates for groups of files, whether or not
+  /// the folder has a twin. True: only those of folders that have one are left out, and even these are
+  /// members of the group of an equal file that lies in no such folder. So every pair of equal files above
+  /// the limit is in one group, or in two folders of one group. Set it while no scan runs.
+  static bool findsEveryEqualPair;
+  /// False: folders without a file that could be hashed are twins if their computed sizes are equal. True:
+  /// such folders have no twin. Set it while no scan runs.
+  static bool ignoresFoldersWithoutHashes;
   /// Titles of the child categories by DuplicateKind, for scans and for the repair after a clean. The
   /// application fills in all seven before the first scan: a kind without a title is a fatal stop.
   static std::map<Integer, std::string> childrenCateogryDict;

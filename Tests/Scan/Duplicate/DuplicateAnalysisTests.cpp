@@ -209,6 +209,83 @@ TEST_F(DuplicateScan, folderHashGoesOnBehindAFolderThatCannotBeRead) {
   EXPECT_EQ(text, "d41d8cd98f00b204e9800998ecf8427e");
 }
 
+// The switches.
+
+/// Five photos and a text, below "work" and "backup"; the texts differ.
+void makeAlmostTwins(const test::TemporaryVolume& volume) {
+  for (const std::string top : {"backup/", "work/"}) {
+    for (const std::string photo : {"1", "2", "3", "4", "5"}) {
+      volume.file("Users/alice/Data/" + top + photo + ".jpg", "photo " + photo);
+    }
+    volume.file("Users/alice/Data/" + top + "text", top == "work/" ? "rev 2" : "rev 1");
+  }
+}
+
+TEST_F(DuplicateScan, filesOfFoldersThatDifferAreNotFoundByDefault) {
+  makeAlmostTwins(volume);
+  runData();
+  EXPECT_TRUE(groups().empty());
+}
+
+TEST_F(DuplicateScan, filesOfFoldersThatDifferAreFoundWithTheSwitch) {
+  DuplicateScanService::findsEveryEqualPair = true;
+  makeAlmostTwins(volume);
+  runData();
+  Groups expected;
+  for (const std::string photo : {"1.jpg", "2.jpg", "3.jpg", "4.jpg", "5.jpg"}) {
+    expected.push_back({"Data/backup/" + photo, "Data/work/" + photo});
+  }
+  EXPECT_EQ(groups(), expected);
+}
+
+TEST_F(DuplicateScan, filesOfTwinFoldersAreNoGroupsWithTheSwitch) {
+  DuplicateScanService::findsEveryEqualPair = true;
+  for (const std::string top : {"One/", "Two/"}) {
+    volume.file("Users/alice/Data/" + top + "a", "same");
+    volume.file("Users/alice/Data/" + top + "b", "same");
+  }
+  runData();
+  EXPECT_EQ(groups(), (Groups{{"Data/One/", "Data/Two/"}}));
+}
+
+TEST_F(DuplicateScan, copyOutsideOfTwinFoldersIsFoundWithTheSwitchOnly) {
+  for (const std::string top : {"One/", "Two/"}) {
+    volume.file("Users/alice/Data/" + top + "a", "aaaa");
+    volume.file("Users/alice/Data/" + top + "b", "bbbb");
+  }
+  volume.file("Users/alice/Data/a", "aaaa");
+  runData();
+  EXPECT_EQ(groups(), (Groups{{"Data/One/", "Data/Two/"}}));
+  DuplicateScanService::findsEveryEqualPair = true;
+  scan.doneCount = 0;
+  runData();
+  EXPECT_EQ(groups(), (Groups{{"Data/One/", "Data/Two/"}, {"Data/One/a", "Data/Two/a", "Data/a"}}));
+}
+
+TEST_F(DuplicateScan, filesOfTwinsThatAnotherSizeHidesAreFoundWithTheSwitch) {
+  DuplicateScanService::findsEveryEqualPair = true;
+  for (const std::string top : {"One/T.app/", "Two/T.app/", "Three/", "Four/"}) {
+    volume.file("Users/alice/Data/" + top + "a", "aaaa");
+    volume.file("Users/alice/Data/" + top + "b", "bbbb");
+  }
+  runData();
+  EXPECT_EQ(
+      groups(),
+      (Groups{{"Data/One/", "Data/Two/"}, {"Data/Four/a", "Data/Three/a"}, {"Data/Four/b", "Data/Three/b"}}));
+}
+
+TEST_F(DuplicateScan, foldersWithoutAHashAreTwinsByDefaultOnly) {
+  for (const std::string top : {"One/", "Two/"}) {
+    volume.file("Users/alice/Data/" + top + "Tool.app/.content", top);
+  }
+  runData();
+  EXPECT_EQ(groups(), (Groups{{"Data/One/", "Data/Two/"}}));
+  DuplicateScanService::ignoresFoldersWithoutHashes = true;
+  scan.doneCount = 0;
+  runData();
+  EXPECT_TRUE(groups().empty());
+}
+
 // The stage alone.
 
 TEST_F(DuplicateStages, analysisBehindAStopReadsNothing) {
