@@ -36,6 +36,8 @@ void addGlobalOptions(CLI::App& parser, GlobalOptions& options) {
   add("--bundle-id", options.bundleID, "ID", "The identifier that the log's folder is called by")
       ->check(refuseOddIdentifier);
   add("--tools", options.toolFolder, "DIR", "Where stand-ins for system tools lie");
+  parser.add_flag("--engine-defaults", options.engineDefaults,
+                  "Leave the library's switches off, which docs/cautions.md lists");
   parser.add_flag("--json", options.json, "Print one JSON document and nothing else");
   parser.add_flag("--quiet", options.quiet, "Show no progress");
 }

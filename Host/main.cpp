@@ -8,6 +8,7 @@
 #include "Host/CommandError.hpp"
 #include "Host/CommandLine.hpp"
 #include "Host/Commands.hpp"
+#include "Host/EngineSwitches.hpp"
 #include "Host/ExitStatus.hpp"
 #include "Host/InterruptWatch.hpp"
 #include "Host/Output.hpp"
@@ -33,6 +34,7 @@ ExitStatus run(const std::vector<std::string>& words, sorrel::cli::InterruptWatc
     const auto parsed = sorrel::cli::parseCommandLine(words);
     if (const auto* const status = std::get_if<ExitStatus>(&parsed)) return *status;
     const auto& invocation = std::get<Invocation>(parsed);
+    sorrel::cli::setEngineSwitches(invocation.options);
     return invocation.command->run(invocation, interrupts);
   } catch (const CommandError& error) {
     std::cerr << "sorrel: " << sorrel::cli::printable(error.what()) << '\n';

@@ -122,6 +122,16 @@ TEST(DuplicatesCommand, volumeThatIsCalledByALinkKeepsThatName) {
   }
 }
 
+TEST(DuplicatesCommand, filesOfFoldersThatDifferAreFoundUnlessTheEngineKeepsItsDefaults) {
+  const DuplicatesVolume volume;
+  for (const std::string top : {"Data/backup/", "Data/work/"}) {
+    for (const std::string photo : {"1", "2"}) volume.text(kHome + top + photo, "photo " + photo);
+    volume.text(kHome + top + "text", top == "Data/work/" ? "rev 2" : "rev 1");
+  }
+  EXPECT_EQ(volume.groups(), (Groups{{"Data/backup/1", "Data/work/1"}, {"Data/backup/2", "Data/work/2"}}));
+  EXPECT_EQ(volume.groups({"--engine-defaults"}), Groups());
+}
+
 TEST(DuplicatesCommand, sizeLimitIsHalfAMebibyteUnlessGiven) {
   const DuplicatesVolume volume;
   for (const char* const name : {"Data/a", "Data/b"}) volume.file(kHome + name, 524289);

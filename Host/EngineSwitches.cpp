@@ -1,0 +1,26 @@
+#include "Host/EngineSwitches.hpp"
+
+#include <array>
+
+#include "Host/CommandLine.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
+
+namespace sorrel::cli {
+namespace {
+
+constexpr std::array kSwitches = {
+    EngineSwitch{"DuplicateScanService::findsEveryEqualPair", &DuplicateScanService::findsEveryEqualPair},
+    EngineSwitch{"DuplicateScanService::ignoresFoldersWithoutHashes",
+                 &DuplicateScanService::ignoresFoldersWithoutHashes},
+};
+
+}  // namespace
+
+std::span<const EngineSwitch> engineSwitches() { return kSwitches; }
+
+void setEngineSwitches(const GlobalOptions& options) {
+  if (options.engineDefaults) return;
+  for (const EngineSwitch& engineSwitch : kSwitches) *engineSwitch.value = true;
+}
+
+}  // namespace sorrel::cli
