@@ -356,14 +356,15 @@ TEST_P(ScannerFrame, missingAndUnreadableRootsAreEmptyAndKeepNothingFromEnding) 
 TEST_P(ScannerFrame, refusalsOfTheQueueAreRetriedAndLoseNothing) {
   file("one/a", "1");
   file("two/b", "1");
-  feature = makeFeature({{"one/", "two/"}, {"two/"}});
+  file("three/c", "1");
+  feature = makeFeature({{"one/", "two/"}, {"three/"}});
   const test::VirtualClock clock;
   scan.queue->refuseNext(5);
   start();
   ASSERT_TRUE(scan.waitUntilDone());
   EXPECT_EQ(scan.doneCount, 1);
   EXPECT_EQ(titles(0), named({"a", "b"}));
-  EXPECT_EQ(titles(1), named({"b"}));
+  EXPECT_EQ(titles(1), named({"c"}));
   EXPECT_EQ(clock.waits(), std::vector<std::uint64_t>(5, 500'000));
 }
 
