@@ -9,12 +9,13 @@
 #include <map>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "Host/CleanFeatures.hpp"
 #include "Host/GroupGains.hpp"
-#include "Host/JsonObject.hpp"
+#include "Host/JsonWriter.hpp"
 #include "Host/RecordName.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
@@ -28,10 +29,10 @@ namespace {
 constexpr double kFirstSecond = -62135596800.0;
 constexpr double kEndSecond = 253402300800.0;
 
-void addDate(JsonObject& object, Date date) {
+void writeDate(JsonWriter& out, Date date) {
   const double seconds = std::floor(date.secondsSince1970);
   if (!(seconds >= kFirstSecond && seconds < kEndSecond)) {
-    object.null("date");
+    out.null("date");
     return;
   }
   const auto whole = static_cast<std::time_t>(seconds);
@@ -41,36 +42,32 @@ void addDate(JsonObject& object, Date date) {
   const int length =
       std::snprintf(buffer.data(), buffer.size(), "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900,
                     parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
-  object.text("date", {buffer.data(), static_cast<std::size_t>(length)});
+  out.text("date", {buffer.data(), static_cast<std::size_t>(length)});
 }
 
-void addAttachment(JsonObject& object, const std::any& payload) {
+void writeAttachment(JsonWriter& out, const std::any& payload) {
+  out.key("attachment");
   if (const auto* const words = std::any_cast<std::string>(&payload)) {
-    object.text("attachment", *words);
+    out.text(*words);
   } else if (const auto* const number = std::any_cast<std::int64_t>(&payload)) {
-    object.integer("attachment", *number);
+    out.integer(*number);
   } else if (const auto* const small = std::any_cast<int>(&payload)) {
-    object.integer("attachment", *small);
+    out.integer(*small);
   } else if (const auto* const real = std::any_cast<double>(&payload)) {
-    object.real("attachment", *real);
+    out.real(*real);
   } else {
-    object.null("attachment");
+    out.null();
   }
 }
 
-template <class Records, class Write>
-void writeList(std::ostream& out, const Records& records, Write write) {
-  out << '[';
-  bool first = true;
-  for (const auto& record : records) {
-    if (!first) out << ',';
-    first = false;
-    write(out, record);
-  }
-  out << ']';
+template <class Items, class Write>
+void writeList(JsonWriter& out, std::string_view name, const Items& items, Write write) {
+  out.key(name).beginList();
+  for (const auto& item : items) write(out, item);
+  out.endList();
 }
 
-/// Members of groups whose removal would not free their size, or of which there is more to know.
+/// Members of groups whose removal would not free their size, or that have a note.
 using Gains = std::map<const FileInformation*, Gain>;
 
 Gains gainsIn(const FeatureInformation& feature) {
@@ -87,135 +84,126 @@ Gains gainsIn(const FeatureInformation& feature) {
   return gains;
 }
 
-void writeFiles(std::ostream& out, const Children<FileInformation>& files, const Gains& gains);
-
-void writeFile(std::ostream& out, const FileInformation& file, const Gains& gains) {
-  JsonObject object;
-  object.integer("finderID", file.finderID).integer("parentFinderID", file.parentFinderID);
-  object.text("title", file.title).integer("size", file.size);
-  addDate(object, file.date);
-  object.real("dateSeconds", file.date.secondsSince1970);
-  object.text("url", file.url.absoluteString()).text("path", pathOf(file.url));
-  object.flag("canDelete", file.canDelete).flag("removeCategory", file.removeCategory);
-  object.integer("fileKind", file.fileKind).integer("levelInt", file.levelInt).integer("state", file.state);
-  object.integer("deleteStatus", file.deleteStatus).text("deleteErrorDesc", file.deleteErrorDesc);
-  object.text("hashValueString", file.hashValueString.str());
-  addAttachment(object, file.attachInformation);
+void writeFile(JsonWriter& out, const FileInformation& file, const Gains& gains) {
+  out.beginObject();
+  out.integer("finderID", file.finderID).integer("parentFinderID", file.parentFinderID);
+  out.text("title", file.title).integer("size", file.size);
+  writeDate(out, file.date);
+  out.real("dateSeconds", file.date.secondsSince1970);
+  out.text("url", file.url.absoluteString()).text("path", pathOf(file.url));
+  out.flag("canDelete", file.canDelete).flag("removeCategory", file.removeCategory);
+  out.integer("fileKind", file.fileKind).integer("levelInt", file.levelInt).integer("state", file.state);
+  out.integer("deleteStatus", file.deleteStatus).text("deleteErrorDesc", file.deleteErrorDesc);
+  out.text("hashValueString", file.hashValueString.str());
+  writeAttachment(out, file.attachInformation);
   if (const auto gain = gains.find(&file); gain != gains.end()) {
-    object.integer("frees", gain->second.bytes).text("note", gain->second.note);
+    out.integer("frees", gain->second.bytes).text("note", gain->second.note);
   }
-  out << object.open();
-  out << R"(,"childrens":)";
-  writeFiles(out, file.childrens, gains);
-  out << '}';
+  writeList(out, "childrens", file.childrens,
+            [&gains](JsonWriter& to, const FileInformation& child) { writeFile(to, child, gains); });
+  out.endObject();
 }
 
-void writeFiles(std::ostream& out, const Children<FileInformation>& files, const Gains& gains) {
-  writeList(out, files, [&](std::ostream& to, const FileInformation& file) { writeFile(to, file, gains); });
-}
-
-void writeCategories(std::ostream& out, const Children<CategoryInformation>& categories, const Gains& gains);
-
-void writeCategory(std::ostream& out, const CategoryInformation& category, const Gains& gains) {
-  JsonObject object;
-  object.integer("finderID", category.finderID).text("title", category.title);
-  object.text("description", category.description).integer("kind", category.kind);
-  object.integer("size", category.size).integer("state", category.state);
-  object.integer("levelInt", category.levelInt).flag("needRemoveCategory", category.needRemoveCategory);
-  object.text("hashValueString", category.hashValueString);
-  object.raw("urls", jsonTextList(category.urls, [](const URL& url) { return url.absoluteString(); }));
-  out << object.open();
-  out << R"(,"childrens":)";
-  writeFiles(out, category.childrens, gains);
-  out << R"(,"childrenCateogry":)";
+void writeCategory(JsonWriter& out, const CategoryInformation& category, const Gains& gains) {
+  out.beginObject();
+  out.integer("finderID", category.finderID).text("title", category.title);
+  out.text("description", category.description).integer("kind", category.kind);
+  out.integer("size", category.size).integer("state", category.state);
+  out.integer("levelInt", category.levelInt).flag("needRemoveCategory", category.needRemoveCategory);
+  out.text("hashValueString", category.hashValueString);
+  writeList(out, "urls", category.urls,
+            [](JsonWriter& to, const URL& url) { to.text(url.absoluteString()); });
+  writeList(out, "childrens", category.childrens,
+            [&gains](JsonWriter& to, const FileInformation& file) { writeFile(to, file, gains); });
   if (category.childrenCateogry) {
-    writeCategories(out, *category.childrenCateogry, gains);
+    writeList(
+        out, "childrenCateogry", *category.childrenCateogry,
+        [&gains](JsonWriter& to, const CategoryInformation& child) { writeCategory(to, child, gains); });
   } else {
-    out << "null";
+    out.null("childrenCateogry");
   }
-  out << '}';
+  out.endObject();
 }
 
-void writeCategories(std::ostream& out, const Children<CategoryInformation>& categories, const Gains& gains) {
-  writeList(out, categories, [&](std::ostream& to, const CategoryInformation& category) {
-    writeCategory(to, category, gains);
-  });
+void writeCategories(JsonWriter& out, const FeatureInformation& feature, const Gains& gains) {
+  writeList(
+      out, "categoryInfo", feature.categoryInfo,
+      [&gains](JsonWriter& to, const CategoryInformation& category) { writeCategory(to, category, gains); });
 }
 
-void writeCatalogueFeature(std::ostream& out, const FeatureInformation& feature) {
-  JsonObject object;
-  object.integer("finderID", feature.finderID).integer("state", feature.state);
-  object.text("title", feature.title).text("description", feature.description);
-  out << object.open();
-  out << R"(,"categoryInfo":)";
-  writeCategories(out, feature.categoryInfo, {});
-  out << '}';
+void writeCatalogueFeature(JsonWriter& out, const FeatureInformation& feature) {
+  out.beginObject();
+  out.integer("finderID", feature.finderID).integer("state", feature.state);
+  out.text("title", feature.title).text("description", feature.description);
+  writeCategories(out, feature, {});
+  out.endObject();
 }
 
-void writeModule(std::ostream& out, const Ref<ModuleInformation>& module) {
-  JsonObject object;
-  object.integer("finderID", module->finderID).text("title", module->title).text("type", module->type);
-  object.text("description", module->description).text("version", module->version);
-  out << object.open();
-  out << R"(,"featureInfo":)";
-  writeList(out, module->featureInfo, writeCatalogueFeature);
-  out << '}';
+void writeModule(JsonWriter& out, const Ref<ModuleInformation>& module) {
+  out.beginObject();
+  out.integer("finderID", module->finderID).text("title", module->title).text("type", module->type);
+  out.text("description", module->description).text("version", module->version);
+  writeList(out, "featureInfo", module->featureInfo, writeCatalogueFeature);
+  out.endObject();
 }
 
-void writeScannedFeature(std::ostream& out, const FeatureInformation& feature, const Gains& gains) {
-  JsonObject object;
-  object.integer("finderID", feature.finderID).text("title", feature.title).integer("state", feature.state);
-  out << object.open();
-  out << R"(,"categoryInfo":)";
-  writeCategories(out, feature.categoryInfo, gains);
-  out << '}';
-}
-
-// The document of a scan up to the brace at its end.
-void writeOpenScan(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& outcome,
-                   const Gains& gains) {
+/// The fields of the document of a scan.
+void writeScan(JsonWriter& out, const FeatureInformation& feature, const ScanOutcome& outcome,
+               const Gains& gains) {
+  out.key("feature").beginObject();
+  out.integer("finderID", feature.finderID).text("title", feature.title).integer("state", feature.state);
+  writeCategories(out, feature, gains);
+  out.endObject();
+  out.integer("size", outcome.size).text("status", outcome.status);
   const CallbackCounts& counts = outcome.callbacks;
-  JsonObject callbacks;
-  callbacks.integer("done", counts.done).integer("singleDone", counts.singleDone);
-  callbacks.integer("progress", counts.progress).real("lastPercent", counts.lastPercent);
-  JsonObject rest;
-  rest.integer("size", outcome.size).text("status", outcome.status).raw("callbacks", callbacks.closed());
-  out << R"({"feature":)";
-  writeScannedFeature(out, feature, gains);
-  out << ',' << rest.open().substr(1);
+  out.key("callbacks").beginObject();
+  out.integer("done", counts.done).integer("singleDone", counts.singleDone);
+  out.integer("progress", counts.progress).real("lastPercent", counts.lastPercent);
+  out.endObject();
+}
+
+/// Hands `write` the writer of a document that is an object, and ends the line.
+template <class Write>
+void writeDocument(std::ostream& out, Write write) {
+  {
+    JsonWriter writer(out);
+    writer.beginObject();
+    write(writer);
+    writer.endObject();
+  }
+  out << '\n';
 }
 
 }  // namespace
 
 void writeModulesDocument(std::ostream& out, const std::vector<Ref<ModuleInformation>>& modules) {
-  out << R"({"modules":)";
-  writeList(out, modules, writeModule);
-  out << "}\n";
+  writeDocument(out, [&](JsonWriter& writer) { writeList(writer, "modules", modules, writeModule); });
 }
 
 void writeScanDocument(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& outcome) {
-  writeOpenScan(out, feature, outcome, gainsIn(feature));
-  out << "}\n";
+  writeDocument(out, [&](JsonWriter& writer) { writeScan(writer, feature, outcome, gainsIn(feature)); });
 }
 
 void writeCleanDocument(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& scan,
                         const CleanOutcome& clean) {
-  std::string progress;
-  for (const float percent : clean.progress) {
-    progress.append(progress.empty() ? "[" : ",").append(jsonReal(static_cast<double>(percent)));
-  }
-  JsonObject object;
-  object.integer("size", clean.size).integer("status", clean.status).text("desc", clean.desc);
-  object.raw("abnormalFiles",
-             jsonTextList(clean.abnormalFiles, [](const std::string& name) { return name; }));
-  object.raw("progress", progress.empty() ? "[]" : progress + ']');
-  writeOpenScan(out, feature, scan, {});
-  out << R"(,"clean":)" << object.open() << R"(,"records":)" << clean.records << "}}\n";
+  writeDocument(out, [&](JsonWriter& writer) {
+    writeScan(writer, feature, scan, {});
+    writer.key("clean").beginObject();
+    writer.integer("size", clean.size).integer("status", clean.status).text("desc", clean.desc);
+    writeList(writer, "abnormalFiles", clean.abnormalFiles,
+              [](JsonWriter& to, const std::string& name) { to.text(name); });
+    writeList(writer, "progress", clean.progress,
+              [](JsonWriter& to, float percent) { to.real(static_cast<double>(percent)); });
+    writer.json("records", clean.records);
+    writer.endObject();
+  });
 }
 
 void writeRecords(std::ostream& out, const std::vector<Ref<FileInformation>>& records) {
-  writeList(out, records,
-            [](std::ostream& to, const Ref<FileInformation>& record) { writeFile(to, *record, {}); });
+  JsonWriter writer(out);
+  writer.beginList();
+  for (const Ref<FileInformation>& record : records) writeFile(writer, *record, {});
+  writer.endList();
 }
 
 }  // namespace sorrel::cli
