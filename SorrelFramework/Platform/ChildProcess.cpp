@@ -315,6 +315,12 @@ void ChildProcess::keepLimits(Reading& reading) {
 
 void ChildProcess::interrupt() { sendSignal(SIGINT); }
 
+void ChildProcess::kill() {
+  const std::lock_guard lock(mutex_);
+  // The child leads its group; a process that it started would keep the output open.
+  if (pid_ > 0) ::kill(-pid_, SIGKILL);
+}
+
 void ChildProcess::sendSignal(int signal) {
   const std::lock_guard lock(mutex_);
   if (pid_ > 0) ::kill(pid_, signal);

@@ -62,6 +62,10 @@ class ChildProcess {
   /// Sends SIGINT to the child; nothing once it has ended. Any thread.
   void interrupt();
 
+  /// Sends SIGKILL to the child and the processes of its group; what the child has printed is still read.
+  /// Nothing once the child has ended. Any thread.
+  void kill();
+
  private:
   struct Reading;
 

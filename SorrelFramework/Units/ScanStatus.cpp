@@ -2,6 +2,7 @@
 
 #include <map>
 #include <mutex>
+#include <utility>
 
 namespace sorrel {
 namespace {
@@ -31,6 +32,7 @@ std::optional<ScanState> ScanStatusTable::get(std::int64_t finderID) const {
 
 void ScanStatusTable::set(std::int64_t finderID, ScanState state) {
   cell(finderID).store(static_cast<int>(state));
+  if (state == ScanState::suspend) SuspendWatch::runActions(finderID);
 }
 
 bool ScanStatusTable::startUnlessRunning(std::int64_t finderID) {
@@ -38,13 +40,44 @@ bool ScanStatusTable::startUnlessRunning(std::int64_t finderID) {
 }
 
 bool ScanStatusTable::suspendUnlessSuspended(std::int64_t finderID) {
-  return cell(finderID).exchange(static_cast<int>(ScanState::suspend)) !=
-         static_cast<int>(ScanState::suspend);
+  const int before = cell(finderID).exchange(static_cast<int>(ScanState::suspend));
+  if (before == static_cast<int>(ScanState::suspend)) return false;
+  SuspendWatch::runActions(finderID);
+  return true;
 }
 
 void ScanStatusTable::resetForTesting() {
   const std::lock_guard lock(shared().mutex);
   for (auto& [finderID, cell] : shared().cells) cell.store(kNoEntry);
+}
+
+struct SuspendWatch::Shared {
+  std::mutex mutex;  // held while an action runs
+  std::list<Entry> entries;
+};
+
+SuspendWatch::Shared& SuspendWatch::shared() {
+  static Shared& watches = *new Shared;  // as the cells
+  return watches;
+}
+
+SuspendWatch::SuspendWatch(std::int64_t finderID, std::function<void()> action) {
+  const std::lock_guard lock(shared().mutex);
+  entry_ = shared().entries.insert(shared().entries.end(), {finderID, std::move(action)});
+  // A stop that came before the entry was made has found nothing to run.
+  if (ScanStatusTable::isSuspended(scanStatusTable().cell(finderID))) entry_->action();
+}
+
+SuspendWatch::~SuspendWatch() {
+  const std::lock_guard lock(shared().mutex);
+  shared().entries.erase(entry_);
+}
+
+void SuspendWatch::runActions(std::int64_t finderID) {
+  const std::lock_guard lock(shared().mutex);
+  for (const Entry& entry : shared().entries) {
+    if (entry.finderID == finderID) entry.action();
+  }
 }
 
 ScanStatusTable& scanStatusTable() {

@@ -2,6 +2,8 @@
 
 #include <atomic>
 #include <cstdint>
+#include <functional>
+#include <list>
 #include <optional>
 
 namespace sorrel {
@@ -31,6 +33,31 @@ class ScanStatusTable {
   }
 
   void resetForTesting();
+};
+
+/// While it lives, a stop of the feature's scan runs `action`: when the entry becomes `suspend`, or at once
+/// if it reads that already. For work that looks at no entry while it waits, such as a child process. The
+/// action runs on the thread that stops the scan, perhaps more than once; it must be short and make no
+/// SuspendWatch.
+class SuspendWatch {
+ public:
+  SuspendWatch(std::int64_t finderID, std::function<void()> action);
+  /// Waits for an action that runs at this moment.
+  ~SuspendWatch();
+  SuspendWatch(const SuspendWatch&) = delete;
+  SuspendWatch& operator=(const SuspendWatch&) = delete;
+
+ private:
+  friend class ScanStatusTable;
+  struct Entry {
+    std::int64_t finderID;
+    std::function<void()> action;
+  };
+  struct Shared;
+  static Shared& shared();
+  static void runActions(std::int64_t finderID);
+
+  std::list<Entry>::iterator entry_;
 };
 
 /// The one table of the process; SuperScanService::scanStatus is another name for it.

@@ -1,13 +1,16 @@
 #include "SorrelFramework/Units/TerminalTool.hpp"
 
+#include <atomic>
 #include <deque>
 #include <mutex>
+#include <optional>
 #include <string_view>
 #include <utility>
 
 #include "SorrelFramework/Platform/ChildProcess.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/ScanStatus.hpp"
 
 namespace sorrel {
@@ -57,21 +60,58 @@ class Output {
   std::string text_;
 };
 
+std::size_t outputLimit = ChildLimits{}.output;
+
+ChildLimits limits() {
+  ChildLimits chosen;
+  chosen.output = outputLimit;
+  return chosen;
+}
+
+/// A line that was cut may be the path of another file.
+void keepWholeLines(std::string& text) { text.resize(text.rfind('\n') + 1); }
+
+void logCutOutput(const std::string& launchPath) {
+  LogService::shard().log(
+      LogService::LogLevel::Info,
+      "TerminalUtils output cut at " + std::to_string(outputLimit) + " bytes: " + launchPath);
+}
+
+enum class Stop {
+  Ignored,   ///< the tool runs to its end
+  AtOutput,  ///< the next piece of output is dropped and interrupts the tool
+  AtOnce,    ///< the tool is killed
+};
+
+/// `finderID` is the feature whose stop counts.
 void collectOnQueue(const std::string& launchPath, const std::vector<std::string>& arguments,
                     const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish,
-                    const ScanStatusTable::Cell* cell) {
-  const auto child = std::make_shared<ChildProcess>(Host::current().tool(launchPath), arguments);
+                    Stop stop = Stop::Ignored, std::int64_t finderID = 0) {
+  const auto child = std::make_shared<ChildProcess>(Host::current().tool(launchPath), arguments, limits());
+  const auto* const cell = stop == Stop::AtOutput ? &scanStatusTable().cell(finderID) : nullptr;
   const auto output = std::make_shared<Output>(child, cell);
-  child->run([&](std::string_view piece) {
+  std::atomic<bool> isKilled = false;
+  std::optional<SuspendWatch> watch;
+  if (stop == Stop::AtOnce) {
+    watch.emplace(finderID, [&] {
+      isKilled = true;
+      child->kill();
+    });
+  }
+  const ChildProcess::Ending ending = child->run([&](std::string_view piece) {
     output->add(piece);
     submitWithRetry(thread, [output] { output->lookAtPiece(); });
     return true;
   });
+  watch.reset();
   const bool started = child->startError() == 0;
-  submitWithRetry(thread, [output, started, finish = std::move(finish)] {
+  if (ending.outputCut) logCutOutput(launchPath);
+  const bool isPart = ending.outputCut || isKilled;
+  submitWithRetry(thread, [output, started, isPart, finish = std::move(finish)] {
     while (output->lookAtPiece()) {
     }
     std::string text = output->takeText();
+    if (isPart) keepWholeLines(text);
     if (finish) finish(started && isValidUTF8(text) ? std::move(text) : std::string());
   });
 }
@@ -80,12 +120,16 @@ void collectOnQueue(const std::string& launchPath, const std::vector<std::string
 
 std::string TerminalUtils::runTerminal(const std::string& launchPath,
                                        const std::vector<std::string>& arguments) {
-  ChildProcess child(Host::current().tool(launchPath), arguments);
+  ChildProcess child(Host::current().tool(launchPath), arguments, limits());
   std::string output;
-  child.run([&output](std::string_view piece) {
+  const ChildProcess::Ending ending = child.run([&output](std::string_view piece) {
     output.append(piece);
     return true;
   });
+  if (ending.outputCut) {
+    logCutOutput(launchPath);
+    keepWholeLines(output);
+  }
   return child.startError() == 0 && isValidUTF8(output) ? output : std::string(kNoText);
 }
 
@@ -93,8 +137,10 @@ void TerminalUtils::realTimeRunTerminal(const std::string& launchPath,
                                         const std::vector<std::string>& arguments,
                                         const std::shared_ptr<WeftSerialQueue>& thread,
                                         TerminalFinish finish) {
-  collectOnQueue(launchPath, arguments, thread, std::move(finish), nullptr);
+  collectOnQueue(launchPath, arguments, thread, std::move(finish));
 }
+
+void TerminalUtils::setOutputLimitForTesting(std::size_t bytes) { outputLimit = bytes; }
 
 TerminalUtilsClass::TerminalUtilsClass(std::int64_t index) : featureIndex(index) {}
 
@@ -107,7 +153,14 @@ void TerminalUtilsClass::realTimeRunTerminal(const std::string& launchPath,
                                              const std::vector<std::string>& arguments,
                                              const std::shared_ptr<WeftSerialQueue>& thread,
                                              TerminalFinish finish) const {
-  collectOnQueue(launchPath, arguments, thread, std::move(finish), &scanStatusTable().cell(featureIndex));
+  collectOnQueue(launchPath, arguments, thread, std::move(finish), Stop::AtOutput, featureIndex);
+}
+
+void TerminalUtilsClass::runUntilStopped(const std::string& launchPath,
+                                         const std::vector<std::string>& arguments,
+                                         const std::shared_ptr<WeftSerialQueue>& thread,
+                                         TerminalFinish finish) const {
+  collectOnQueue(launchPath, arguments, thread, std::move(finish), Stop::AtOnce, featureIndex);
 }
 
 }  // namespace sorrel

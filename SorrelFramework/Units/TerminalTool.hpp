@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -15,8 +16,9 @@ using TerminalFinish = std::function<void(std::string)>;
 
 /// Runs the tools of the system as child processes. `launchPath` is the path that the system gives the tool;
 /// the machine may keep a stand-in elsewhere. Only standard output is looked at, not the exit status. A tool
-/// that cannot be started counts as one whose output is no text. All calls block until the tool has exited:
-/// never call them on the main queue.
+/// that cannot be started counts as one whose output is no text. Of more than 256 MiB of output the whole
+/// lines before that count, the tool is ended, and the log says so. All calls block until the tool has
+/// exited: never call them on the main queue.
 class TerminalUtils {
  public:
   TerminalUtils() = delete;
@@ -29,6 +31,9 @@ class TerminalUtils {
   /// them; a queue that was shut down never calls `finish`.
   static void realTimeRunTerminal(const std::string& launchPath, const std::vector<std::string>& arguments,
                                   const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish);
+
+  /// Another limit than 256 MiB; nothing restores it. Not while a tool runs.
+  static void setOutputLimitForTesting(std::size_t bytes);
 };
 
 /// The same for the scan of one feature: stopping that scan interrupts the tool.
@@ -43,6 +48,11 @@ class TerminalUtilsClass {
   /// not interrupted.
   void realTimeRunTerminal(const std::string& launchPath, const std::vector<std::string>& arguments,
                            const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish) const;
+
+  /// As TerminalUtils::realTimeRunTerminal; but a stop of the scan kills the tool at once, whatever it does.
+  /// `finish` then gets the whole lines that it had printed.
+  void runUntilStopped(const std::string& launchPath, const std::vector<std::string>& arguments,
+                       const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish) const;
 
   std::int64_t featureIndex;  ///< finderID of the feature that the runner serves
 };

@@ -1,8 +1,11 @@
 // `sorrel scan large-old` and `sorrel clean large-old`, from outside.
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
+#include <csignal>
 #include <cstdint>
 #include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
@@ -78,7 +81,7 @@ TEST_F(LargeOld, documentHoldsAllAndItsTwelveRows) {
   EXPECT_EQ(document.at("size"), 720 * kMiB);
   EXPECT_EQ(document.at("status"), "end");
   EXPECT_EQ(document.at("callbacks"),
-            (Json{{"done", 1}, {"singleDone", 0}, {"progress", 0}, {"lastPercent", 1.0}}));
+            (Json{{"done", 1}, {"singleDone", 0}, {"progress", 2}, {"lastPercent", 1.0}}));
   ASSERT_EQ(document.at("feature").at("categoryInfo").size(), 1U);
   const Json& all = document.at("feature").at("categoryInfo").at(0);
   EXPECT_EQ(all.at("title"), "All");
@@ -126,6 +129,27 @@ TEST_F(LargeOld, textTreeShowsTheRowsBelowAll) {
         "   60.0 MiB        backup.zip\n", "        0 B      Huge\n"}) {
     EXPECT_NE(scanned.out.find(line), std::string::npos) << line << scanned.out;
   }
+}
+
+TEST_F(LargeOld, anInterruptEndsTheToolAtOnce) {
+  const std::string found = big("Users/alice/backup.zip");
+  const std::string pipe = volume.path("tools/pipe");
+  const std::string tool =
+      volume.text("tools/mdfind", "#!/bin/sh\ntrap '' INT\necho '" + found + "'\necho $$ >'" + pipe +
+                                      "'\nexec /bin/sleep 1000\n");
+  std::filesystem::permissions(tool, std::filesystem::perms::all);
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  pid_t child = 0;
+  const ProgramRun scanned =
+      sorrel({"--json", "--volume", volume.path(), "--tools", volume.path("tools"), "scan", "large-old"},
+             {.meanwhile = [&](int process) {
+               std::ifstream(pipe) >> child;  // returns once the tool has printed
+               ::kill(process, SIGINT);
+             }});
+  EXPECT_EQ(scanned.status, 130) << scanned.err;
+  EXPECT_EQ(titles(scanned.document().at("feature").at("categoryInfo").at(0)), Words{"backup.zip"});
+  ASSERT_GT(child, 0);
+  EXPECT_EQ(::kill(child, 0), -1);
 }
 
 TEST_F(LargeOld, namesThatTheToolCannotTellAreCountedOnStandardError) {

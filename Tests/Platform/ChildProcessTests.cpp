@@ -304,6 +304,27 @@ TEST_F(ChildProcessTest, interruptComesFromAnyThread) {
   EXPECT_EQ(child.run([](std::string_view) { return true; }).signal, SIGINT);
 }
 
+TEST_F(ChildProcessTest, killEndsAChildThatIgnoresInterruptsAndWhatItStarted) {
+  const std::string path = folder_.script("tool", "trap '' INT; /bin/sleep 1000 & echo ready; wait");
+  ChildLimits limits;
+  limits.drain = std::chrono::hours(1);  // what keeps the output open would be waited for
+  ChildProcess child(path, {}, limits);
+  std::string output;
+  const ChildProcess::Ending ending = child.run([&](std::string_view piece) {
+    output += piece;
+    child.kill();
+    return true;
+  });
+  EXPECT_EQ(ending.signal, SIGKILL);
+  EXPECT_EQ(output, "ready\n");
+}
+
+TEST_F(ChildProcessTest, killOfAnEndedChildDoesNothing) {
+  ChildProcess child(folder_.script("tool", "exit 3"), {});
+  EXPECT_EQ(child.run([](std::string_view) { return true; }).exitStatus, 3);
+  child.kill();
+}
+
 TEST_F(ChildProcessTest, interruptOfAnEndedChildDoesNothing) {
   ChildProcess child("/bin/true", {});
   EXPECT_EQ(child.run([](std::string_view) { return true; }).exitStatus, 0);

@@ -102,5 +102,47 @@ TEST_F(ScanStatus, resetForgetsEveryFeatureAndKeepsTheCells) {
   EXPECT_FALSE(ScanStatusTable::isSuspended(cell));
 }
 
+TEST_F(ScanStatus, watchRunsWhenItsFeatureIsSuspended) {
+  int stops = 0;
+  const SuspendWatch watch(3, [&] { ++stops; });
+  table_.set(3, ScanState::start);
+  table_.set(4, ScanState::suspend);
+  EXPECT_EQ(stops, 0);
+  table_.set(3, ScanState::suspend);
+  EXPECT_EQ(stops, 1);
+  table_.set(3, ScanState::start);
+  EXPECT_TRUE(table_.suspendUnlessSuspended(3));
+  EXPECT_EQ(stops, 2);
+  EXPECT_FALSE(table_.suspendUnlessSuspended(3));
+  EXPECT_EQ(stops, 2);
+}
+
+TEST_F(ScanStatus, watchOfASuspendedFeatureRunsAtOnce) {
+  table_.set(3, ScanState::suspend);
+  int stops = 0;
+  const SuspendWatch watch(3, [&] { ++stops; });
+  EXPECT_EQ(stops, 1);
+}
+
+TEST_F(ScanStatus, watchThatHasEndedRunsNoMore) {
+  int stops = 0;
+  {
+    const SuspendWatch watch(3, [&] { ++stops; });
+  }
+  table_.set(3, ScanState::suspend);
+  EXPECT_EQ(stops, 0);
+}
+
+TEST_F(ScanStatus, watchMissesNoStopFromAnotherThread) {
+  for (int round = 0; round < 200; ++round) {
+    table_.set(3, ScanState::start);
+    std::atomic<int> stops = 0;
+    std::jthread other([this] { table_.set(3, ScanState::suspend); });
+    const SuspendWatch watch(3, [&] { ++stops; });
+    other.join();
+    EXPECT_GE(stops.load(), 1);
+  }
+}
+
 }  // namespace
 }  // namespace sorrel

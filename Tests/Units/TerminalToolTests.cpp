@@ -15,7 +15,9 @@
 #include <utility>
 #include <vector>
 
+#include "SorrelFramework/Platform/ChildProcess.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/ScanStatus.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ProcessState.hpp"
@@ -291,6 +293,72 @@ TEST_F(TerminalTool, classLevelFormLooksAtNoScan) {
   scanStatusTable().set(kFeature, ScanState::suspend);
   EXPECT_EQ(TerminalUtilsClass(kFeature).runTerminal(tool("echo text"), {}), "text\n");
   EXPECT_EQ(finished(tool("echo text")), Texts{"text\n"});
+}
+
+TEST_F(TerminalTool, stopKillsAToolThatPrintsNothingMoreAndKeepsItsWholeLines) {
+  scanStatusTable().set(kFeature, ScanState::start);
+  const std::string path = tool("trap '' INT; printf 'one\\ntwo'; exec /bin/sleep 1000");
+  Finished result;
+  std::jthread caller(
+      [&] { TerminalUtilsClass(kFeature).runUntilStopped(path, {}, queue_, result.on(queue_)); });
+  ASSERT_TRUE(test::runMainLoopUntil([&] { return queue_->accepted() >= 1; }));
+  scanStatusTable().set(kFeature, ScanState::suspend);
+  caller.join();
+  ASSERT_TRUE(test::drain(*queue_));
+  EXPECT_EQ(result.texts(), Texts{"one\n"});
+}
+
+TEST_F(TerminalTool, stopBeforeTheToolStartsEndsItToo) {
+  scanStatusTable().set(kFeature, ScanState::suspend);
+  Finished result;
+  TerminalUtilsClass(kFeature).runUntilStopped("/bin/sleep", {"1000"}, queue_, result.on(queue_));
+  ASSERT_TRUE(test::drain(*queue_));
+  EXPECT_EQ(result.texts(), Texts{""});
+}
+
+TEST_F(TerminalTool, toolThatRunsUntilAStopGivesItsWholeOutputWithoutOne) {
+  scanStatusTable().set(kFeature + 1, ScanState::suspend);
+  Finished result;
+  TerminalUtilsClass(kFeature).runUntilStopped(tool("printf 'one\\ntwo'"), {}, queue_, result.on(queue_));
+  ASSERT_TRUE(test::drain(*queue_));
+  EXPECT_EQ(result.texts(), Texts{"one\ntwo"});
+}
+
+/// With a log, and a limit of ten bytes.
+class CutOutput : public TerminalTool {
+ protected:
+  CutOutput() {
+    Host::install(Host::macVolume(folder_.folder("volume"), "alice", {"org.example.test", "", {}}));
+    LogService::resetForTesting();
+    TerminalUtils::setOutputLimitForTesting(10);
+  }
+  ~CutOutput() override {
+    TerminalUtils::setOutputLimitForTesting(ChildLimits{}.output);
+    LogService::resetForTesting();
+  }
+  static bool isLogged(const std::string& path) {
+    LogService::shard().flushForTesting();
+    return test::contentOf(LogService::shard().logPath.path())
+               .find(":Info>:TerminalUtils output cut at 10 bytes: " + path + "\n") != std::string::npos;
+  }
+};
+
+TEST_F(CutOutput, isToldInTheLogAndEndsWithAWholeLine) {
+  const std::string path = tool("printf 'first\\nsecond\\n'");
+  EXPECT_EQ(TerminalUtils::runTerminal(path, {}), "first\n");
+  EXPECT_TRUE(isLogged(path));
+}
+
+TEST_F(CutOutput, ofAToolThatIsReadAsItRunsIsToldToo) {
+  const std::string path = tool("printf 'first\\nsecond\\n'");
+  EXPECT_EQ(finished(path), Texts{"first\n"});
+  EXPECT_TRUE(isLogged(path));
+}
+
+TEST_F(CutOutput, isNotToldOfOutputThatJustFits) {
+  const std::string path = tool("printf '123456789\\n'");
+  EXPECT_EQ(finished(path), Texts{"123456789\n"});
+  EXPECT_FALSE(isLogged(path));
 }
 
 TEST_F(TerminalTool, manyToolsAtOnceOnOneQueue) {

@@ -16,6 +16,7 @@
 #include "SorrelFramework/Platform/Text.hpp"
 #include "SorrelFramework/Scan/ItemProcedure.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
+#include "SorrelFramework/Scan/ProgressPost.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/TerminalTool.hpp"
 
@@ -109,6 +110,8 @@ struct LargeFileScan {
   AgeLimits limits = limitsOfNow();
   Integer count = 0;
   std::int64_t size = 0;
+  std::shared_ptr<ProgressPost> post =
+      std::make_shared<ProgressPost>(std::make_shared<const ProgressFunc>(progress));
 
   [[nodiscard]] Ref<CategoryInformation> all() const {
     if (feature->categoryInfo.empty()) {
@@ -124,6 +127,8 @@ struct LargeFileScan {
                    rawValue(FilesKind::File), values.fileSize.value_or(SuperScanService::defaultSize), true);
     LargeAndOldFileService::addToChildrenCategory(*all, *record, limits.year, limits.month, limits.week);
     size = checkedAdd(size, record->size);
+    post->add(url, record->size);
+    post->tick();
   }
 };
 using Scan = std::shared_ptr<LargeFileScan>;
@@ -132,6 +137,7 @@ void log(std::string text) { LogService::shard().log(LogService::LogLevel::Info,
 
 /// The end of both roads.
 void finish(const Scan& scan) {
+  scan->post->flush();
   scan->bar->progressStep();
   MainQueue::post([scan] {
     SuperScanService::scanStatus.set(scan->feature->finderID, ScanState::end);
@@ -182,9 +188,10 @@ void askTool(const Scan& scan) {
     walkHomeInstead(scan);
     return;
   }
-  TerminalUtils::realTimeRunTerminal(
-      kFindTool, {"-onlyin", host.home(), "kMDItemFSSize > " + std::to_string(kEntrySize)}, scan->dispatch,
-      [scan](const std::string& output) { takeFoundPaths(scan, output); });
+  // A large home takes the tool long, and it prints nothing until its end.
+  TerminalUtilsClass(scan->feature->finderID)
+      .runUntilStopped(kFindTool, {"-onlyin", host.home(), "kMDItemFSSize > " + std::to_string(kEntrySize)},
+                       scan->dispatch, [scan](const std::string& output) { takeFoundPaths(scan, output); });
 }
 
 void walkHome(const Scan& scan) {

@@ -48,11 +48,13 @@ class LargeAndOldFileService : public SuperScanService {
   static constexpr std::int64_t AverageSize = 104'857'600;  ///< bytes; from here on a file is Average
 
   /// Starts the scan and returns. Fills "All" and its rows and then calls `done` with the feature and all
-  /// bytes, once, on the main queue; `showPercent` runs on the main queue up to 1.0. `progress` and
-  /// `singleDone` are never called. No callback is made if the feature's scan runs already.
+  /// bytes, once, on the main queue; `showPercent` runs on the main queue up to 1.0, and `progress` with the
+  /// path and size of each record before `done`. `singleDone` is never called. No callback is made if the
+  /// feature's scan runs already.
   ///
   /// Asks mdfind for the files of more than 50 MiB; the records are then made on `dispatch`. Where there is
-  /// no such tool it walks the home instead, and takes files of 50 MiB too, but no hidden ones.
+  /// no such tool it walks the home instead, and takes files of 50 MiB too, but no hidden ones. A stop ends
+  /// the tool at once; what it had printed becomes records.
   static void scanLargeAndOldFile(FeatureInformation& featureInfo, ProgressFunc progress,
                                   PercentFunc showPercent, SingleDoneFunc singleDone, DoneFunc done,
                                   std::shared_ptr<WeftSerialQueue> dispatch);

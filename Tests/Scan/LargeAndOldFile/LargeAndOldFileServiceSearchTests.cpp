@@ -5,14 +5,17 @@
 #include <TestPlaces.hpp>
 
 #include <algorithm>
+#include <filesystem>
 #include <string>
 #include <tuple>
+#include <utility>
 #include <vector>
 
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "Tests/Scan/LargeAndOldFile/LargeAndOldFileServiceKit.hpp"
 #include "Tests/Support/ActingAsPlainUser.hpp"
+#include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel::test {
@@ -178,6 +181,40 @@ TEST_F(LargeAndOldFileSearchTest, stopWhileTheToolRunsStillEnds) {
   EXPECT_EQ(scan.doneCount, 1);
   EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::end);
   EXPECT_EQ(SuperScanService::percentService.get(), nullptr);
+}
+
+TEST_F(LargeAndOldFileSearchTest, stopEndsAToolThatWouldRunForLongAndKeepsWhatItPrinted) {
+  const std::string found = big("a.zip");
+  const std::string cut = big("b.zip");
+  const std::string mark = volume.path("printed");
+  volume.script("tools/mdfind", "trap '' INT; printf '%s\\n%s' '" + found + "' '" + cut + "'; : >'" + mark +
+                                    "'; exec /bin/sleep 1000");
+  useTools(volume.path("tools"));
+  start();
+  ASSERT_TRUE(runMainLoopUntil([&] { return std::filesystem::exists(mark); }));
+  SuperScanService::stopScan(*feature);
+  ASSERT_TRUE(scan.waitUntilDone());
+  EXPECT_EQ(names(), Names{"a.zip"});
+}
+
+TEST_F(LargeAndOldFileSearchTest, progressRunsForEachRecordOnTheMainQueueBeforeTheEnd) {
+  const std::string film = big("b.mov", 70_MiB);
+  const std::string archive = big("a.zip");
+  for (const bool hasTool : {true, false}) {
+    if (hasTool) useToolThatPrints(film + "\n" + archive + "\n/missing\n");
+    if (!hasTool) useTools(volume.path("no tools"));
+    scan.doneCount = 0;
+    scan.percents.clear();
+    scan.progressCalls.clear();
+    std::size_t atDone = 0;
+    scan.onDone = [&] { atDone = scan.progressCalls.size(); };
+    run();
+    std::ranges::sort(scan.progressCalls);
+    EXPECT_EQ(scan.progressCalls,
+              (std::vector<std::pair<std::string, std::int64_t>>{{archive, 60 * kMiB}, {film, 70 * kMiB}}));
+    EXPECT_EQ(atDone, 2U) << hasTool;
+  }
+  for (const auto& place : scan.progressPlaces) EXPECT_TRUE(place.onMain);
 }
 
 TEST_F(LargeAndOldFileSearchTest, scanChangesNothing) {
