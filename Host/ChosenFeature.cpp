@@ -41,14 +41,16 @@ const ScanFeature& scannerFor(const Invocation& invocation) {
   const auto refuse = [number](const std::string& what) {
     throw CommandError(ExitStatus::WrongUse, "'" + featureName(number) + "' takes no " + what + ".");
   };
-  if (!row->takesPaths && !invocation.paths.empty()) refuse("PATH");
+  if (row->placesInHome == nullptr && !invocation.paths.empty()) refuse("PATH");
   if (!row->takesLimit && invocation.limit) refuse("--limit");
   return *row;
 }
 
 ScanScope scopeFor(const ScanFeature& row, const Invocation& invocation) {
   ScanScope scope;
-  if (row.takesPaths) scope.places = scanPlaces(invocation.paths);
+  if (row.placesInHome != nullptr) {
+    scope.places = invocation.paths.empty() ? row.placesInHome(homePlace()) : scanPlaces(invocation.paths);
+  }
   if (invocation.limit) scope.limit = static_cast<Integer>(*invocation.limit);
   return scope;
 }

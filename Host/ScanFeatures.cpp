@@ -120,7 +120,7 @@ constexpr std::array<ScanFeature, 7> kScanners = {{
     {4, true, nullptr, startJunk<EmailScanService::scanEmailJunk>},
     {5, true, nullptr, startJunk<iTunesScanService::scaniTunesJunk>},
     {6, false, refuseWithoutCategories, startJunk<PhotoScanService::scaniPhotoJunk>},
-    {7, false, refuseWithoutCategories, startDuplicates, true, true},
+    {7, false, refuseWithoutCategories, startDuplicates, DuplicateScanService::placesInHome, true},
 }};
 static_assert(std::ranges::is_sorted(kScanners, {}, &ScanFeature::finderID));
 

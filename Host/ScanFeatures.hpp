@@ -40,7 +40,8 @@ struct ScanFeature {
   void (*addCategories)(
       FeatureInformation& feature);  ///< what the application adds to the catalogue, or null
   void (*start)(const ScanJob& job);
-  bool takesPaths = false;  ///< ScanScope::places
+  /// For a feature that takes ScanScope::places: those of a user who named none. Else null.
+  std::vector<URL> (*placesInHome)(const URL& home) = nullptr;
   bool takesLimit = false;  ///< ScanScope::limit
 };
 

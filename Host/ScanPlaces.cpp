@@ -55,7 +55,6 @@ std::vector<URL> scanPlaces(const std::vector<std::string>& words) {
   std::vector<Place> places;
   places.reserve(words.size());
   for (const std::string& word : words) places.push_back(placeOf(word));
-  if (places.empty()) places.push_back(placeOf(Host::current().home()));
 
   std::vector<URL> urls;
   std::set<std::pair<std::uint64_t, std::uint64_t>> known;  // by device and inode: a folder mounted twice
@@ -68,6 +67,11 @@ std::vector<URL> scanPlaces(const std::vector<std::string>& words) {
     if (std::ranges::find(urls, url) == urls.end()) urls.push_back(url);
   }
   return urls;
+}
+
+URL homePlace() {
+  const Place home = placeOf(Host::current().home());
+  return URL::fileURL(home.path, home.status.isDirectory());
 }
 
 }  // namespace sorrel::cli

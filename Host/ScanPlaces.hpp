@@ -7,9 +7,13 @@
 
 namespace sorrel::cli {
 
-/// Where a scan looks that takes PATHs: `words` without links and "..", each place once, and none that lies
-/// in another one; without any, the home. A PATH that can't be reached, and one that is neither a folder nor
-/// a file, are wrong use. After installHost().
+/// The paths of a scan that takes PATHs: `words` without links and "..", each place once, and none that lies
+/// in another one. A PATH that can't be reached, and one that is neither a folder nor a file, are wrong use.
+/// After installHost().
 std::vector<URL> scanPlaces(const std::vector<std::string>& words);
+
+/// The folder with the files of the user, under the name that the user gave the volume. One that can't be
+/// reached is wrong use. After installHost().
+URL homePlace();
 
 }  // namespace sorrel::cli

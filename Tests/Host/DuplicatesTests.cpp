@@ -163,6 +163,20 @@ TEST(DuplicatesCommand, homeOfThisMachineIsScannedByDefault) {
   EXPECT_EQ(groups.at(0).at("childrens").at(1).at("path"), home.path("Pictures/a"));
 }
 
+TEST(DuplicatesCommand, libraryAndPackagesOfTheHomeAreNotScannedByDefault) {
+  const DuplicatesVolume volume;
+  for (const char* const name : {"Data/a", "b", "Library/c", "Tool.app/d"}) volume.text(kHome + name, "same");
+  for (const char* const name : {"Data/1", "Library/22", "Tool.app/333"}) volume.text(kHome + name, name);
+  EXPECT_EQ(volume.groups(), (Groups{{"Data/a", "b"}}));
+  EXPECT_EQ(volume.groups({volume.path(kHome)}), (Groups{{"Data/a", "Library/c", "Tool.app/d", "b"}}));
+}
+
+TEST(DuplicatesCommand, homeThatCannotBeReachedIsWrongUse) {
+  const ProgramRun run = sorrel({"scan", "duplicates"}, {.environment = {"HOME=/nonexistent"}});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_EQ(run.err, "sorrel: the PATH '/nonexistent' can't be reached: No such file or directory.\n");
+}
+
 TEST(DuplicatesCommand, wrongUseIsTwoAndSaysWhy) {
   const FullDuplicatesVolume volume;
   const auto before = volume.items();

@@ -13,14 +13,14 @@
 #include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/MountedVolumes.hpp"
 #include "SorrelFramework/Platform/ScanRoot.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateWalk.hpp"
 
 namespace sorrel {
 namespace {
 
-constexpr EnumerationOptions kDirectChildren = NSDirectoryEnumerationSkipsHiddenFiles |
-                                               NSDirectoryEnumerationSkipsPackageDescendants |
-                                               NSDirectoryEnumerationSkipsSubdirectoryDescendants;
 constexpr std::size_t kFewComponents = 4;
+constexpr std::string_view kLibrary = "Library";
 
 bool isLocalVolume(const URL& folder) {
   return std::ranges::any_of(localVolumeURLs(),
@@ -39,6 +39,22 @@ void addDirectChildren(const URL& folder, std::vector<URL>& list) {
     if (identity && identity->isMountRoot && !isLocalVolume(child->url)) continue;
     list.push_back(child->url);
   }
+}
+
+bool hasFewComponents(const URL& path) {
+  const URL inLayout = URL::fileURL(Host::current().layoutPath(path.path()), true);
+  return inLayout.pathComponents().size() < kFewComponents;
+}
+
+/// Adds a file, or a folder that is no package. duplicatePlaces() replaces a folder with few components by
+/// its children, packages included, so such a folder is replaced here, without them.
+void addUnlessPackage(const URL& place, std::vector<URL>& list) {
+  const bool isFolder = place.relativeText().ends_with('/');
+  if (isFolder && !isPlainFolderName(place.lastPathComponent())) return;
+  if (!isFolder || !hasFewComponents(place)) return list.push_back(place);
+  std::vector<URL> children;
+  addDirectChildren(place, children);
+  for (const URL& child : children) addUnlessPackage(child, list);
 }
 
 /// Where a walk of the folder really goes; "" if that can't be told.
@@ -109,7 +125,7 @@ std::unordered_set<std::string> librariesOfHomes() {
   std::unordered_set<std::string> libraries;
   DirectoryEnumerator homes(URL::fileURL(Host::current().homesFolder(), true), kDirectChildren);
   while (const auto* home = homes.next()) {
-    libraries.insert(appendingPathComponent(home->url.path(), "Library"));
+    libraries.insert(appendingPathComponent(home->url.path(), kLibrary));
   }
   return libraries;
 }
@@ -117,14 +133,23 @@ std::unordered_set<std::string> librariesOfHomes() {
 std::vector<URL> duplicatePlaces(const std::vector<URL>& scanPaths) {
   std::vector<URL> list;
   for (const URL& path : scanPaths) {
-    const URL inLayout = URL::fileURL(Host::current().layoutPath(path.path()), true);
-    if (inLayout.pathComponents().size() < kFewComponents) {
+    if (hasFewComponents(path)) {
       addDirectChildren(path, list);
     } else {
       list.push_back(path);
     }
   }
   return Places(std::move(list)).withoutDetours();
+}
+
+std::vector<URL> DuplicateScanService::placesInHome(const URL& home) {
+  std::vector<URL> children;
+  addDirectChildren(home, children);
+  std::vector<URL> list;
+  for (const URL& child : children) {
+    if (child.lastPathComponent() != kLibrary) addUnlessPackage(child, list);
+  }
+  return list;
 }
 
 }  // namespace sorrel

@@ -69,6 +69,12 @@ class DuplicateScanService : public SuperScanService {
                                DoneFunc done, std::shared_ptr<WeftSerialQueue> dispatch,
                                WeftQOS qosClass = WeftQOS::Background);
 
+  /// Paths to scan for a user who chose none: what lies directly in the home and is not hidden, except links,
+  /// packages, the folder Library and mounts that are not local volumes. The path of the home itself would
+  /// stand for its packages and its Library too. An entry with fewer than four components is replaced by its
+  /// own entries, except packages.
+  static std::vector<URL> placesInHome(const URL& home);
+
   /// Ends a stopped scan: nothing is built, `done` gets 0.
   static void stopDuplicate(FeatureInformation& featureInfo, const DoneFunc& done);
 

@@ -10,6 +10,7 @@
 #include <cstdlib>
 
 #include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
@@ -28,6 +29,13 @@ class Places : public testing::Test {
     for (const std::string& name : names) urls.push_back(volume.url(name));
     Names places;
     for (const URL& url : duplicatePlaces(urls))
+      places.push_back(url.path().substr(volume.path().size() + 1));
+    return places;
+  }
+
+  [[nodiscard]] Names ofHome(const std::string& home) const {
+    Names places;
+    for (const URL& url : DuplicateScanService::placesInHome(volume.url(home)))
       places.push_back(url.path().substr(volume.path().size() + 1));
     return places;
   }
@@ -101,6 +109,22 @@ TEST_F(Places, onTheDesktopRootAndHomesAreShortPaths) {
   if (text == "skip") GTEST_SKIP() << "no mounting here";
   EXPECT_EQ(text, "/home/alice/sub \n/home/alice /home/bob \n/home/alice/sub \nknown known etc ");
 }
+
+TEST_F(Places, homeStandsForItsVisibleItemsWithoutLibraryAndPackages) {
+  for (const char* const name : {"Data/a", "Data/Library/a", "Library/a", "Tool.app/a", ".hidden/a", "file"})
+    volume.file(std::string("Users/alice/") + name);
+  volume.link("Users/alice/link", "Data");
+  volume.fifo("Users/alice/pipe");
+  EXPECT_EQ(ofHome("Users/alice/"), (Names{"Users/alice/Data", "Users/alice/file"}));
+}
+
+TEST_F(Places, entryOfAShortHomeStandsForItsItemsWithoutPackages) {
+  for (const char* const name : {"alice/Data/a", "alice/Tool.app/a", "alice/file", "Tool.app/a"})
+    volume.file(std::string("Users/") + name);
+  EXPECT_EQ(ofHome("Users/"), (Names{"Users/alice/Data", "Users/alice/file"}));
+}
+
+TEST_F(Places, homeThatCannotBeReadHasNone) { EXPECT_EQ(ofHome("Users/none/"), Names{}); }
 
 TEST_F(Places, shortPathThatCannotBeReadAddsNothing) { EXPECT_EQ(of({"Users/none/"}), Names{}); }
 
