@@ -97,7 +97,8 @@ CleanOutcome outcomeOf(const CleanResult& result, std::string records) {
 }
 
 void tellOfMissingHelper(const std::vector<CleanItem>& items) {
-  const bool isWanted = std::ranges::any_of(items, &CleanItem::isLeft);
+  const bool isWanted =
+      std::ranges::any_of(items, [](const CleanItem& item) { return item.isLeft && !item.isRefused; });
   if (!isWanted || PrivilegeHelper::shard().helpTool() != nullptr) return;
   std::cerr << "sorrel: there is no privileged helper to remove what you may not remove yourself\n";
 }

@@ -2,11 +2,13 @@
 
 #include <algorithm>
 #include <iomanip>
+#include <optional>
 #include <ostream>
 
 #include "Host/RecordName.hpp"
 #include "Host/SafeText.hpp"
 #include "Host/Ticks.hpp"
+#include "SorrelFramework/Clean/FileRemover.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Platform/CheckedMath.hpp"
 #include "SorrelFramework/Platform/FileStatus.hpp"
@@ -32,11 +34,15 @@ std::string count(std::size_t number) { return std::to_string(number) + (number 
 
 std::vector<CleanItem> cleanItems(const FileRecords& records) {
   std::vector<CleanItem> items;
+  std::optional<FileRemover::Session> removal;  // made only if something is left
   for (const Ref<FileInformation>& leaf : leavesOf(records)) {
     const bool isGone = leaf->deleteStatus == rawValue(DeleteStatus::DeleteSuccess);
     const std::string path = pathOf(leaf->url);
     const bool isLeft = !isGone && (path.empty() || statusOf(path).has_value());
-    items.push_back({nameOf(*leaf), leaf->size, isGone, isLeft, isGone ? "" : whyNot(*leaf, isLeft)});
+    if (isLeft && !removal) removal = FileRemover::shard().begin();
+    const bool isRefused = isLeft && removal->refusal(leaf->url) != 0;
+    items.push_back(
+        {nameOf(*leaf), leaf->size, isGone, isLeft, isRefused, isGone ? "" : whyNot(*leaf, isLeft)});
   }
   return items;
 }

@@ -13,9 +13,10 @@ namespace sorrel::cli {
 struct CleanItem {
   std::string name;
   std::int64_t size = 0;
-  bool isGone = false;  ///< it was removed
-  bool isLeft = false;  ///< it was not, and still lies there
-  std::string why;      ///< it was not removed
+  bool isGone = false;     ///< it was removed
+  bool isLeft = false;     ///< it was not, and still lies there
+  bool isRefused = false;  ///< it was not, and no helper may remove it either
+  std::string why;         ///< it was not removed
 };
 
 /// The leaves at and below these records with what their deletion left on them.

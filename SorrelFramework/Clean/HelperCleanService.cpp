@@ -65,14 +65,22 @@ void HelperCleanService::allFinish() {
                                  abnormalFiles, errorStatus, errorDesc);
     return;
   }
-  const auto allCategory = cleanCategorys.empty() ? Ref<CategoryInformation>() : cleanCategorys.front();
-  TreeRepairResult repaired = treeRepair(cleanType)(allCategory, featureInformation);
+  TreeRepairResult repaired = repairTree();
   if (repaired.categorys) cleanCategorys = *std::move(repaired.categorys);
   if (!repaired.abnormalFiles.empty()) {
     errorStatus = rawValue(DeleteStatus::DeleteError);
     errorDesc = repaired.desc;
   }
   finishService->cleanFinished(cleanCategorys, repaired.size, repaired.abnormalFiles, errorStatus, errorDesc);
+}
+
+/// Repairs the tree of a finder. Without a repair for the type the tree stays as it is, but the listener
+/// still hears what was deleted and what was not.
+TreeRepairResult HelperCleanService::repairTree() {
+  const TreeRepairFunc repair = treeRepair(cleanType);
+  if (!repair) return tallyWithoutRepair();
+  return repair(cleanCategorys.empty() ? Ref<CategoryInformation>() : cleanCategorys.front(),
+                featureInformation);
 }
 
 void HelperCleanService::commonFinish() {
@@ -83,22 +91,38 @@ void HelperCleanService::commonFinish() {
 void HelperCleanService::deleteHelperFile() {
   if (helperDelete.empty() && commonDeleteAbnormal.empty()) return endHelperHalf();
   markLeavesOf(helperDelete);
-  if (!fetchHelper()) return;
+  if (hasLeafForHelper() && !fetchHelper()) return;
 
   HelperDictionary eventDict;
   auto fileDict = std::make_shared<FileDict>();
+  // Refusals are decided anew: the user may have been asked for a password for minutes.
   const FileRemover::Session removal = FileRemover::shard().begin();
   for (const RecordSet* records : {&commonDeleteAbnormal, &helperDelete}) {
     for (const Ref<FileInformation>& record : *records) {
       addToEventDict(*record, removal, eventDict, *fileDict);
     }
   }
+  if (eventDict.empty()) return endHelperHalf();
   privilegeHelper->handleEvent(static_cast<std::int32_t>(HelperHanldeEventID::Delete), eventDict,
                                [self = shared_from_this(), fileDict](
                                    bool, std::int32_t, const std::optional<HelperDictionary>& dictionary) {
                                  if (dictionary) self->takeReply(*dictionary, *fileDict);
                                  self->endHelperHalf();
                                });
+}
+
+/// False if this process refuses every leaf: then the helper is not fetched, and the user not asked.
+bool HelperCleanService::hasLeafForHelper() const {
+  const FileRemover::Session removal = FileRemover::shard().begin();
+  const auto mayGo = [&removal](FileInformation& leaf) -> Integer {
+    return removal.refusal(leaf.url) == 0 ? 1 : 0;
+  };
+  for (const RecordSet* records : {&commonDeleteAbnormal, &helperDelete}) {
+    for (const Ref<FileInformation>& record : *records) {
+      if (sumOfLeaves(*record, mayGo) > 0) return true;
+    }
+  }
+  return false;
 }
 
 PrivilegeHelper::Tool HelperCleanService::askForHelper(const std::string& machServiceName) {

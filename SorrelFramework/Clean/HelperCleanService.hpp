@@ -10,6 +10,7 @@
 #include "SorrelFramework/Clean/CleanServiceType.hpp"
 #include "SorrelFramework/Clean/FileRemover.hpp"
 #include "SorrelFramework/Clean/RecordSet.hpp"
+#include "SorrelFramework/Clean/TreeRepair.hpp"
 #include "SorrelFramework/HelpTool/HelperProtocol.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
@@ -51,13 +52,14 @@ class HelperCleanService : public std::enable_shared_from_this<HelperCleanServic
   /// At the second call with cleanFinshCount at 2: reports 0.75, repairs the tree and calls cleanFinished.
   /// A Common clean reports the sum of the two tallies, always the joined texts of the failed records, and
   /// leaves errorStatus alone. The other types report the repair's own size; only if records failed, the
-  /// status is DeleteError and the text the repair's.
+  /// status is DeleteError and the text the repair's. A type without a repair leaves the tree alone and
+  /// reports the sum of the tallies, the failed leaves, and why there was no helper or else their texts.
   virtual void allFinish();
   /// Ends the half of the user's process.
   virtual void commonFinish();
   /// Sends what the user's process failed to delete, or may not delete, to the helper in one event; with
-  /// nothing to send the helper is not asked for. Leaves that it does not tell about count as failed. Returns
-  /// at once; the reply ends this half.
+  /// nothing to send, or nothing but what this process refuses to touch, the helper is not asked for. Leaves
+  /// that it does not tell about count as failed. Returns at once; the reply ends this half.
   virtual void deleteHelperFile();
   /// The repair for Common: takes the deleted records out of the tree, and emptied categories that ask for
   /// it, numbers what is left, sums the sizes anew and clears all ticks. Answers the leaves that were
@@ -73,6 +75,9 @@ class HelperCleanService : public std::enable_shared_from_this<HelperCleanServic
   /// The leaves that an event names, by their running numbers.
   using FileDict = std::vector<Ref<FileInformation>>;
 
+  TreeRepairResult repairTree();
+  [[nodiscard]] TreeRepairResult tallyWithoutRepair() const;
+  [[nodiscard]] bool hasLeafForHelper() const;
   bool fetchHelper();
   void updateErrorInfo(Integer status, std::string desc);
   static void addToEventDict(FileInformation& file, const FileRemover::Session& removal,

@@ -1,4 +1,4 @@
-// The repair of the tree after a Common clean.
+// The repair of the tree after a Common clean, and what is reported where a tree has no repair.
 
 #include <algorithm>
 #include <cstddef>
@@ -122,6 +122,16 @@ std::int64_t updateChildrenInfo(Files& files, Integer parentFinderID) {
 }
 
 }  // namespace
+
+TreeRepairResult HelperCleanService::tallyWithoutRepair() const {
+  FailedLeaves failed;
+  for (const RecordSet* records : {&commonDeleteAbnormal, &helperDelete}) {
+    for (const Ref<FileInformation>& record : *records) getNodeDeleteStatus(*record, failed);
+  }
+  // Why there is no helper says more than the leaves that were left to it.
+  std::string desc = errorDesc.empty() ? std::move(failed.text) : errorDesc;
+  return {checkedAdd(commonDeleteSize, helperDeleteSize), failed.records.records(), std::move(desc), {}};
+}
 
 std::pair<FileRecords, std::string> HelperCleanService::sortCategory(
     HelperCleanService& helpToolCleanService) {

@@ -52,11 +52,7 @@ RepairTable& table() {
 
 }  // namespace
 
-TreeRepairFunc treeRepair(CleanServiceType type) {
-  TreeRepairFunc repair = table().get(type);
-  if (repair) return repair;
-  return [](const Ref<CategoryInformation>&, const Ref<FeatureInformation>&) { return TreeRepairResult(); };
-}
+TreeRepairFunc treeRepair(CleanServiceType type) { return table().get(type); }
 
 TreeRepairFunc registerTreeRepair(CleanServiceType type, TreeRepairFunc repair) {
   return table().exchange(type, std::move(repair));

@@ -28,9 +28,8 @@ struct TreeRepairResult {
 using TreeRepairFunc = std::function<TreeRepairResult(const Ref<CategoryInformation>& allCategory,
                                                       const Ref<FeatureInformation>& featureInfo)>;
 
-/// The repair that follows a clean of that type. A type without one (Common, which HelperCleanService repairs
-/// itself, and any whose finder is not part of the framework) gives the neutral empty result and leaves the
-/// tree alone.
+/// The repair that follows a clean of that type; empty for a type without one: Common, which
+/// HelperCleanService repairs itself, and any whose finder is not part of the framework.
 [[nodiscard]] TreeRepairFunc treeRepair(CleanServiceType type);
 
 /// Sets the repair of a type and gives back the one before; an empty function takes it away. Any thread.

@@ -195,6 +195,20 @@ TEST_F(HelperCleanServiceTest, recordOfARelativeOrOutsidePlaceIsNotSent) {
   EXPECT_EQ(inside->deleteStatus, kDeleteSuccess);
 }
 
+TEST_F(HelperCleanServiceTest, refusedRecordsAloneDoNotAskForTheHelper) {
+  const auto helper = helperThat(ScriptedHelper::deleting(HelperEventErrorID::Success));
+  const auto home = leaf("Users/alice/");
+  const auto header = makeRecord({URL(), kOn, 1, false});
+  run({makeRecord({stage_.volume.url("d/"), kOn, 0, false, {home}}), header});
+  EXPECT_EQ(stage_.helperNames, Names());
+  EXPECT_TRUE(helper->events().empty());
+  EXPECT_EQ(finish().abnormalFiles, (Records{home, header}));
+  EXPECT_EQ(finish().status, kStatusNone);
+  EXPECT_EQ(finish().desc, home->deleteErrorDesc + "," + header->deleteErrorDesc + ",");
+  for (const auto& record : {home, header}) EXPECT_EQ(record->deleteStatus, kDeleteError);
+  EXPECT_EQ(finish_->percents, std::vector<float>{0.75F});
+}
+
 TEST_F(HelperCleanServiceTest, placesThatAreProtectedHereAreNotSent) {
   stage_.volume.file("Users/alice/.Trash/a", "x");
   stage_.volume.link("Homes", "Users");
@@ -292,15 +306,40 @@ TEST_P(OtherTypes, keepTheMessageIfNoRecordFailed) {
   EXPECT_EQ(finish().desc, "message");
 }
 
-TEST_P(OtherTypes, endWithoutARepairToo) {
+TEST_P(OtherTypes, withoutARepairTellTheTalliesAndTheFailures) {
   const ScopedRepair repair(GetParam(), nullptr);
-  const auto all = category(kOn, {leafWith(kOn, kDeleteError)});
+  const auto gone = leafWith(kOn, kDeleteSuccess, 7);
+  const auto own = leafWith(kOn, kDeleteError, 3, "own");
+  const auto foreign = leafWith(kOn, kDeleteing, 2);
+  const auto parent = folder(kOn, {leafWith(kOn, kDeleteSuccess), own});
+  const auto all = category(kOn, {gone, parent, foreign});
   const auto service = makeService({all}, GetParam());
+  service->commonDelete.insert(gone);
+  service->commonDeleteAbnormal.insert(parent);
+  service->helperDelete.insert(foreign);
+  service->commonDeleteSize = 7;
+  service->helperDeleteSize = 30;
   service->cleanFinshCount = 2;
   service->allFinish();
-  EXPECT_EQ(finish().size, 0);
-  EXPECT_TRUE(finish().abnormalFiles.empty());
+  EXPECT_EQ(finish().size, 37);
+  EXPECT_EQ(finish().abnormalFiles, (Records{own, foreign}));
+  EXPECT_EQ(finish().status, kDeleteError);
+  EXPECT_EQ(finish().desc, "own,,");
   EXPECT_EQ(finish().allCategorys, Categorys{all});
+  EXPECT_EQ(all->childrens.size(), 3U);
+  EXPECT_EQ(all->state, kOn);
+}
+
+TEST_P(OtherTypes, withoutARepairAndWithoutFailuresKeepTheStatus) {
+  const ScopedRepair repair(GetParam(), nullptr);
+  const auto service = makeService({category(kOn, {})}, GetParam());
+  service->commonDeleteSize = 7;
+  service->cleanFinshCount = 2;
+  service->allFinish();
+  EXPECT_EQ(finish().size, 7);
+  EXPECT_TRUE(finish().abnormalFiles.empty());
+  EXPECT_EQ(finish().status, kStatusNone);
+  EXPECT_EQ(finish().desc, "");
 }
 
 std::string nameOfType(const testing::TestParamInfo<CleanServiceType>& type) {

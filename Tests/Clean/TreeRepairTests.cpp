@@ -24,12 +24,11 @@ namespace {
 
 using Names = std::vector<std::string>;
 
-TEST(TreeRepair, commonHasNoneOfItsOwnHere) {
-  const TreeRepairResult result = treeRepair(CleanServiceType::Common)({}, {});
-  EXPECT_EQ(result.size, 0);
-  EXPECT_TRUE(result.abnormalFiles.empty());
-  EXPECT_EQ(result.desc, "");
-  EXPECT_FALSE(result.categorys.has_value());
+TEST(TreeRepair, commonAndFindersThatAreNotThereHaveNone) {
+  EXPECT_FALSE(treeRepair(CleanServiceType::Common));
+  const auto before = registerTreeRepair(CleanServiceType::Similar, nullptr);
+  EXPECT_FALSE(treeRepair(CleanServiceType::Similar));
+  registerTreeRepair(CleanServiceType::Similar, before);
 }
 
 TEST(TreeRepair, registeredRepairTakesThePlaceOfTheOneBefore) {
@@ -42,7 +41,7 @@ TEST(TreeRepair, registeredRepairTakesThePlaceOfTheOneBefore) {
   EXPECT_EQ(first({}, {}).size, 1);
   EXPECT_EQ(treeRepair(CleanServiceType::Similar)({}, {}).size, 2);
   registerTreeRepair(CleanServiceType::Similar, nullptr);
-  EXPECT_EQ(treeRepair(CleanServiceType::Similar)({}, {}).size, 0);
+  EXPECT_FALSE(treeRepair(CleanServiceType::Similar));
   registerTreeRepair(CleanServiceType::Similar, std::move(original));
 }
 

@@ -101,6 +101,23 @@ TEST_F(CleanHelper, aCleanThatNeedsNoHelperAsksForNone) {
   EXPECT_FALSE(exists("asked"));
 }
 
+TEST_F(CleanHelper, aCleanOfProtectedPlacesAloneAsksForNone) {
+  pretendHelper();
+  const std::string file =
+      volume_.text("homes.plist", catalogue({{1, {{0, "SystemCache", {"file:///Users/"}}}}}));
+  giveAway();
+  fs::permissions(place_.path(), fs::perms::all);
+  Words words = {"--volume",    volume_.path(), "--tools", volume_.path("tools"),
+                 "--catalogue", file,           "clean",   "1",
+                 "--select",    "*/alice",      "--yes"};
+  const ProgramRun run = sorrel(words, {.environment = {bus_.variable()}, .user = kUser});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "");
+  EXPECT_TRUE(exists(kTrash + "mine"));
+  EXPECT_FALSE(bus_.isCalled(0));
+  EXPECT_FALSE(exists("asked"));
+}
+
 TEST_F(CleanHelper, withoutAHelperWhatOnlyItMayRemoveStaysAndIsTold) {
   volume_.file(kTrash + "roots", 20);
   volume_.file(kTrash + "locked/file", 5);
