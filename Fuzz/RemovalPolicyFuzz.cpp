@@ -76,6 +76,12 @@ class Model {
                "/srv",
                "/mnt",
                "/media",
+               "/tmp",
+               "/var/tmp",
+               "/var/log",
+               "/var/spool",
+               "/var/cache",
+               "/var/mail",
                fs::current_path().string(),
                scratch.path("home")};
     subtrees_ = {"/usr",
@@ -92,9 +98,16 @@ class Model {
                  "/dev",
                  "/run",
                  "/var/lib",
+                 "/efi",
+                 "/nix",
+                 "/gnu",
+                 "/sysroot",
+                 "/ostree",
+                 "/snap",
+                 "/var/spool/cron",
                  scratch.path("kept"),
                  scratch.path("kept/open/shut")};
-    exceptions_ = {"/run/media", "/usr/local", scratch.path("kept/open")};
+    exceptions_ = {"/run/media", "/usr/local", "/var", "/home", scratch.path("kept/open")};
     while (const passwd* user = ::getpwent()) selves_.emplace_back(user->pw_dir);
     ::endpwent();
   }
@@ -110,6 +123,7 @@ class Model {
 
   /// `item` lies in the real folder `folder`.
   [[nodiscard]] bool protects(const std::string& folder, const std::string& item) const {
+    if (folder == "/") return true;
     std::size_t subtree = longest(subtrees_, folder);
     if (subtree > 0 && subtree >= longest(exceptions_, folder)) return true;
     for (const auto* list : {&selves_, &subtrees_, &exceptions_}) {

@@ -133,7 +133,7 @@ PathResult movePath(std::string_view source, std::string_view target, const Send
   const std::optional<ExtensionPath> to = parse(target);
   if (!from || !to || !isPair(*from, *to)) return refused(kFailure);
   const RemovalTarget item = findSeen(source, seen, policy);
-  if (item.error() != 0) return failed(kFailure, kWhat, item.error(), item.isRefused());
+  if (item.error() != 0) return failed(kFailure, kWhat, item);
   if (!isSafeWay(item)) return refused(kFailure);
 
   const FileDescriptor beside = openBeside(item, *to);

@@ -5,6 +5,7 @@
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/HelperProtocol.hpp"
+#include "SorrelFramework/Native/FolderRemoval.hpp"
 #include "SorrelFramework/Native/ItemIdentity.hpp"
 #include "SorrelFramework/Native/RemovalPolicy.hpp"
 #include "SorrelFramework/Native/RemovalTarget.hpp"
@@ -19,13 +20,17 @@ struct PathResult {
   [[nodiscard]] bool isSuccess() const noexcept { return status == HelperEventErrorID::Success; }
 };
 
-/// One text for everything that is refused: it tells nothing of what stands under the path.
+/// One text for everything that is refused: it says nothing about the item.
 inline constexpr std::string_view kRefusedItemText = "This item isn’t one that may be changed this way.";
 
 PathResult succeeded();
 PathResult refused(HelperEventErrorID status);
-/// `what`, ": " and the system's words for `error`; kRefusedItemText if the policy said no.
-PathResult failed(HelperEventErrorID status, std::string_view what, int error, bool isRefused = false);
+/// `what`, ": " and the system's words for `error`.
+PathResult failed(HelperEventErrorID status, std::string_view what, int error);
+/// Why a target may not be removed, or a removal has failed: as failed(), or as refused() if the policy said
+/// no; with the name of the owner where that is why.
+PathResult failed(HelperEventErrorID status, std::string_view what, const RemovalTarget& target);
+PathResult failed(HelperEventErrorID status, std::string_view what, const FolderRemoval& removal);
 
 /// The item at `path` if `policy` lets it go and it is the one that the sender sees there. Another mount
 /// namespace shows other things under the same names, so the sender's word can only cause refusals.

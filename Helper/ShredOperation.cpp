@@ -17,9 +17,8 @@ constexpr std::string_view kNotRemoved = "Couldn’t be removed";
 
 /// The refusal of a policy is no failure of the overwriting.
 PathResult notFound(const RemovalTarget& target) {
-  const bool isRefused = target.isRefused();
-  const auto status = isRefused ? HelperEventErrorID::DeleteError : HelperEventErrorID::ShreadFail;
-  return failed(status, kNotOverwritten, target.error(), isRefused);
+  const auto status = target.isRefused() ? HelperEventErrorID::DeleteError : HelperEventErrorID::ShreadFail;
+  return failed(status, kNotOverwritten, target);
 }
 
 /// Opens the very item that was checked, whatever stands under its name now: opening a FIFO or a device that

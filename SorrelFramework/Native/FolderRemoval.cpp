@@ -19,6 +19,7 @@ void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdent
   removedEntries_ = 0;
   error_ = 0;
   isRefused_ = false;
+  stranger_.reset();
   levels_.clear();
   levels_.push_back({std::move(parent), {}, {}, {}, {}});
   here().isRead = true;
@@ -38,6 +39,7 @@ void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdent
     // Whatever failed on the way did not stay.
     error_ = 0;
     isRefused_ = false;
+    stranger_.reset();
   }
 }
 
@@ -202,6 +204,7 @@ bool FolderRemoval::mayTouch(const ItemIdentity& identity) {
     fail(EXDEV);
   } else if (policy_.protects(identity.number) || !policy_.trustsItemOf(identity.uid)) {
     if (error_ == 0) isRefused_ = true;
+    if (error_ == 0 && !policy_.protects(identity.number)) stranger_ = identity.uid;
     fail(EPERM);
   } else {
     return true;

@@ -2,6 +2,7 @@
 
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 #include <unordered_set>
 #include <vector>
@@ -35,6 +36,8 @@ class FolderRemoval {
   /// 0 if the item is gone, else the first failure.
   [[nodiscard]] int error() const noexcept { return error_; }
   [[nodiscard]] bool isRefused() const noexcept { return isRefused_; }
+  /// The owner of what was refused first, if that is neither root nor the caller.
+  [[nodiscard]] std::optional<std::uint32_t> stranger() const noexcept { return stranger_; }
   [[nodiscard]] std::uint64_t removedEntries() const noexcept { return removedEntries_; }
 
  private:
@@ -79,6 +82,7 @@ class FolderRemoval {
   std::uint64_t removedEntries_ = 0;
   int error_ = 0;
   bool isRefused_ = false;
+  std::optional<std::uint32_t> stranger_;
 };
 
 }  // namespace sorrel

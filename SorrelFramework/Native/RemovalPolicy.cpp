@@ -8,10 +8,13 @@
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
+#include <optional>
+#include <set>
 #include <unordered_map>
 #include <utility>
 
 #include "SorrelFramework/Native/LookupError.hpp"
+#include "SorrelFramework/Native/MountOrigins.hpp"
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
 
 namespace sorrel {
@@ -19,10 +22,18 @@ namespace {
 
 constexpr std::size_t kLongestPath = std::size_t{1} << 20U;
 
-constexpr const char* kSelfAndAncestors[] = {"/", "/home", "/root", "/var", "/opt", "/srv", "/mnt", "/media"};
-constexpr const char* kSubtrees[] = {"/usr",    "/etc",  "/boot", "/bin", "/lib", "/lib32", "/lib64",
-                                     "/libx32", "/sbin", "/proc", "/sys", "/dev", "/run",   "/var/lib"};
-constexpr const char* kExceptions[] = {"/run/media", "/usr/local"};
+constexpr const char* kTop = "/";
+constexpr const char* kSelfAndAncestors[] = {kTop,       "/home",      "/root",      "/var",     "/opt",
+                                             "/srv",     "/mnt",       "/media",     "/tmp",     "/var/tmp",
+                                             "/var/log", "/var/spool", "/var/cache", "/var/mail"};
+constexpr const char* kSubtrees[] = {"/usr",    "/etc",     "/boot",          "/bin",  "/lib", "/lib32",
+                                     "/lib64",  "/libx32",  "/sbin",          "/proc", "/sys", "/dev",
+                                     "/run",    "/var/lib", "/efi",           "/nix",  "/gnu", "/sysroot",
+                                     "/ostree", "/snap",    "/var/spool/cron"};
+/// Its own home is where a user who is root cleans.
+constexpr const char* kSubtreeForHelper = "/root";
+// On a system that is an image, /var and /home are folders of /sysroot.
+constexpr const char* kExceptions[] = {"/run/media", "/usr/local", "/var", "/home"};
 constexpr const char* kTrash = "/.local/share/Trash";
 constexpr const char* kOwnProgram = "/proc/self/exe";
 
@@ -53,25 +64,34 @@ std::vector<std::string> listedHomes(int& error) {
   return homes;
 }
 
-/// Asked for by itself: a directory service may know a user and not list him. "" if nobody knows him.
-std::string homeOf(std::uint32_t uid, int& error) {
+/// Asked for by itself: a directory service may know a user and not list him. Nothing if no service knows
+/// him.
+std::optional<std::string> homeOf(std::uint32_t uid, int& error) {
   std::vector<char> buffer(std::size_t{1} << 16U);
   passwd entry{};
   passwd* found = nullptr;
   const int failure = ::getpwuid_r(uid, &entry, buffer.data(), buffer.size(), &found);
   if (isDoubt(failure)) error = failure;
-  return failure != 0 || found == nullptr ? std::string() : found->pw_dir;
+  if (failure != 0 || found == nullptr) return std::nullopt;
+  return found->pw_dir;
 }
 
 }  // namespace
 
 struct RemovalPolicy::Lists {
+  Lists(bool isStrict, const PathWalk::MountTrust& mounts) : isStrict_(isStrict), origins_(mounts) {}
+
   /// Listings of a place; of what lies above a place, kPlace.
   std::unordered_map<ItemNumber, unsigned, ItemNumberHash> places;
+  std::optional<ItemNumber> top;
   /// The first failure that leaves a place unknown.
   int error = 0;
 
-  void add(const ItemNumber& number, unsigned listing) { places[number] |= listing; }
+  void add(const ItemNumber& number, unsigned listing) {
+    places[number] |= listing;
+    hasSubtree_ = hasSubtree_ || (listing & kSubtree) != 0;
+    shownFromSubtree_.clear();
+  }
   [[nodiscard]] unsigned of(const ItemNumber& number) const {
     const auto found = places.find(number);
     return found == places.end() ? 0 : found->second;
@@ -81,7 +101,56 @@ struct RemovalPolicy::Lists {
   void fail(int failure) {
     if (error == 0 && !tellsOfNoPlace(failure)) error = failure;
   }
+  bool isInSubtree(const std::vector<ItemIdentity>& chain);
+
+ private:
+  bool decide(const std::vector<ItemIdentity>& chain);
+  bool isShownFromSubtree(const ItemIdentity& shown);
+  bool findOutOrigin(const ItemIdentity& shown);
+
+  bool isStrict_;
+  bool hasSubtree_ = false;
+  std::mutex mutex_;  // for what follows
+  MountOrigins origins_;
+  std::unordered_map<std::uint64_t, bool> shownFromSubtree_;  // by mount
+  std::set<std::uint64_t> underWay_;
 };
+
+bool RemovalPolicy::Lists::isInSubtree(const std::vector<ItemIdentity>& chain) {
+  if (!hasSubtree_) return false;
+  const std::lock_guard<std::mutex> lock(mutex_);
+  if (origins_.refresh()) shownFromSubtree_.clear();
+  return decide(chain);
+}
+
+/// The deepest listing decides. Above the folder that a mount shows, there are two ways up.
+bool RemovalPolicy::Lists::decide(const std::vector<ItemIdentity>& chain) {
+  for (std::size_t i = chain.size(); i-- > 0;) {
+    const unsigned listing = of(chain[i].number) & (kSubtree | kException);
+    if (listing != 0) return (listing & kSubtree) != 0;
+    if (i > 0 && chain[i].mount != chain[i - 1].mount && isShownFromSubtree(chain[i])) return true;
+  }
+  return false;
+}
+
+bool RemovalPolicy::Lists::isShownFromSubtree(const ItemIdentity& shown) {
+  if (const auto known = shownFromSubtree_.find(shown.mount); known != shownFromSubtree_.end()) {
+    return known->second;
+  }
+  // Two mounts may each lead to the other; the first of them goes on to ask the rest.
+  if (!underWay_.insert(shown.mount).second) return false;
+  const bool isProtected = findOutOrigin(shown);
+  underWay_.erase(shown.mount);
+  // What was found out on behalf of another mount may lack that mount's part.
+  if (underWay_.empty()) shownFromSubtree_[shown.mount] = isProtected;
+  return isProtected;
+}
+
+bool RemovalPolicy::Lists::findOutOrigin(const ItemIdentity& shown) {
+  const MountOrigins::Origin origin = origins_.of(shown);
+  if (!origin.isKnown && (isStrict_ || !origins_.hasTable())) return true;
+  return std::ranges::any_of(origin.chains, [this](const auto& chain) { return decide(chain); });
+}
 
 /// Everything that the path leads through is kept too: without a link in its middle, the place would be as
 /// good as gone. So is the way to a place that is out of reach, as far as it goes: the place may lie there.
@@ -114,7 +183,10 @@ void RemovalPolicy::Lists::addFoldersAbove(int item) {
 }
 
 RemovalPolicy::RemovalPolicy(Actor actor, std::uint32_t caller, MountTrust mounts)
-    : actor_(actor), caller_(caller), mounts_(std::move(mounts)), lists_(std::make_unique<Lists>()) {}
+    : actor_(actor),
+      caller_(caller),
+      mounts_(std::move(mounts)),
+      lists_(std::make_unique<Lists>(actor == Actor::Helper, mounts_)) {}
 
 RemovalPolicy::~RemovalPolicy() = default;
 RemovalPolicy::RemovalPolicy(RemovalPolicy&&) noexcept = default;
@@ -137,6 +209,11 @@ RemovalPolicy RemovalPolicy::forHelper(std::uint32_t caller, MountTrust mounts) 
 }
 
 void RemovalPolicy::listBuiltIn(bool withSubtrees) {
+  if (const auto top = identityOf(AT_FDCWD, kTop)) {
+    lists_->top = top->number;
+  } else {
+    lists_->fail(errno);
+  }
   for (const char* path : kSelfAndAncestors) protectSelfAndAncestors(path);
   listHomes();
   const FileDescriptor current(::open(".", O_PATH | O_DIRECTORY | O_CLOEXEC));
@@ -148,13 +225,19 @@ void RemovalPolicy::listBuiltIn(bool withSubtrees) {
   }
   if (!withSubtrees) return;
   for (const char* path : kSubtrees) protectSubtree(path);
+  if (actor_ == Actor::Helper) protectSubtree(kSubtreeForHelper);
   for (const char* path : kExceptions) allowSubtree(path);
 }
 
 void RemovalPolicy::listHomes() {
   int error = 0;
   std::vector<std::string> homes = listedHomes(error);
-  homes.push_back(homeOf(caller_, error));
+  if (const auto own = homeOf(caller_, error)) {
+    homes.push_back(*own);
+  } else if (actor_ == Actor::Helper && error == 0) {
+    // The caller has one, or the system would not have authorised the call. No service can say where.
+    error = ESRCH;
+  }
   if (error != 0) lists_->fail(error);
   if (const char* home = std::getenv("HOME")) homes.emplace_back(home);
   for (const std::string& home : homes) {
@@ -193,26 +276,15 @@ bool RemovalPolicy::trustsItemOf(std::uint32_t owner) const noexcept {
   return actor_ == Actor::User || owner == 0 || owner == caller_;
 }
 
-bool RemovalPolicy::trustsWay(const std::vector<ItemIdentity>& passed, const ItemIdentity* item) const {
-  if (actor_ == Actor::User) return true;
-  for (std::size_t i = 0; i < passed.size(); ++i) {
-    if (trustsItemOf(passed[i].uid)) continue;
-    // In a sticky folder nobody but the owner of an entry can put another in its place.
-    const ItemIdentity* next = i + 1 < passed.size() ? &passed[i + 1] : item;
-    if (!passed[i].isSticky() || item == nullptr || next->uid != caller_ || item->uid != caller_)
-      return false;
-  }
-  return item == nullptr || trustsItemOf(item->uid);
+bool RemovalPolicy::trustsWay(const std::vector<ItemIdentity>& passed) const {
+  return std::ranges::all_of(passed, [this](const ItemIdentity& item) { return trustsItemOf(item.uid); });
 }
 
+bool RemovalPolicy::protectsEntriesOf(const ItemNumber& folder) const { return lists_->top == folder; }
 bool RemovalPolicy::protects(const ItemNumber& item) const { return lists_->of(item) != 0; }
 
 bool RemovalPolicy::protectsWhatLiesIn(const std::vector<ItemIdentity>& chain) const {
-  const auto decides = [this](const ItemIdentity& item) {
-    return (lists_->of(item.number) & (kSubtree | kException)) != 0;
-  };
-  const auto deepest = std::find_if(chain.rbegin(), chain.rend(), decides);
-  return deepest != chain.rend() && (lists_->of(deepest->number) & kSubtree) != 0;
+  return lists_->isInSubtree(chain);
 }
 
 }  // namespace sorrel

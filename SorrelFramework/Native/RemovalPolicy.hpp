@@ -14,13 +14,14 @@ namespace sorrel {
 /// What must never be removed, whoever asks and by whatever name. Places are known by device and inode of the
 /// opened object, so an alias (a link, a bind mount, another spelling) changes nothing. Two classes:
 ///
-/// - *self and ancestors*: the place and everything above it may not be removed, what lies in it may: "/",
-///   /home, each home of the password file and its trash folder, /root, /var, /opt, /srv, /mnt, /media, the
-///   current folder. Mount roots and the trash folders in them belong to this class too; they are known when
-///   they are met.
-/// - *whole subtree*: the same, and nothing in it may be removed either: /usr, /etc, /boot, /bin, /lib*,
-/// /sbin,
-///   /proc, /sys, /dev, /run, /var/lib. /run/media and /usr/local are exceptions: what lies in them may go,
+/// - *self and ancestors*: the place and everything above it may not be removed, what lies in it may: "/" and
+///   every entry of it, each home of the password file and its trash folder, /var, /var/tmp, /var/log,
+///   /var/spool, /var/cache, /var/mail, the current folder. Mount roots and the trash folders in them belong
+///   to this class too; they are known when they are met.
+/// - *whole subtree*: the same, and nothing in it may be removed either: /usr, /etc, /boot, /efi, /bin,
+/// /lib*,
+///   /sbin, /proc, /sys, /dev, /run, /nix, /gnu, /sysroot, /ostree, /snap, /var/lib, /var/spool/cron, and
+///   /root for a helper. /run/media, /usr/local, /var and /home are exceptions: what lies in them may go,
 ///   they themselves may not.
 ///
 /// Whether a place counts as lying in a subtree is decided by the deepest place above it that is listed as a
@@ -32,8 +33,8 @@ class RemovalPolicy {
  public:
   /// Who removes. `User`: the process's own rights; links above the item are followed if root or the user
   /// owns them. `Helper`: as root for the user `caller`; such links are followed only if root owns them, the
-  /// whole-subtree class holds, every component must belong to root or the caller (a sticky folder aside),
-  /// and so must the item and all that lies in it.
+  /// whole-subtree class holds, every component must belong to root or the caller, and so must the item and
+  /// all that lies in it. A caller whose home no user database knows may remove nothing.
   enum class Actor { User, Helper };
   using MountTrust = PathWalk::MountTrust;
 
@@ -74,12 +75,16 @@ class RemovalPolicy {
   [[nodiscard]] bool trustsLinkOf(std::uint32_t owner) const noexcept;
   /// Whether something of the user `owner` may be removed. Always true for a user, whose rights decide.
   [[nodiscard]] bool trustsItemOf(std::uint32_t owner) const noexcept;
-  /// Whether nobody but root and the caller can have led the way `passed` to `item` (null: there is nothing
-  /// at its end). Always true for a user.
-  [[nodiscard]] bool trustsWay(const std::vector<ItemIdentity>& passed, const ItemIdentity* item) const;
+  /// Whether everything that was passed on the way to an item belongs to root or the caller: the owner of a
+  /// folder decides what a path through it leads to. Always true for a user.
+  [[nodiscard]] bool trustsWay(const std::vector<ItemIdentity>& passed) const;
+  /// Whether no entry of this folder may be removed: it is "/".
+  [[nodiscard]] bool protectsEntriesOf(const ItemNumber& folder) const;
   /// Whether the item is a listed place, of any class, or lies above one.
   [[nodiscard]] bool protects(const ItemNumber& item) const;
-  /// Whether things in the last folder of `chain`, which begins with "/", lie in a protected subtree.
+  /// Whether things in the last folder of `chain`, which begins with "/", lie in a protected subtree. Where
+  /// the chain enters a mount that shows a folder of another place too, what lies above that place counts as
+  /// well; if that can't be found out, a helper's policy takes it as protected.
   [[nodiscard]] bool protectsWhatLiesIn(const std::vector<ItemIdentity>& chain) const;
 
  private:

@@ -72,7 +72,7 @@ RemovalTarget RemovalTarget::refused(int error) {
 }
 
 void RemovalTarget::check(const RemovalPolicy& policy, const std::optional<ItemNumber>& expected) {
-  if (walk_.isRefused()) return refuse(policy.trustsWay(walk_.passed(), nullptr) ? walk_.error() : EPERM);
+  if (walk_.isRefused()) return refuse(policy.trustsWay(walk_.passed()) ? walk_.error() : EPERM);
   if (policy.protectsWhatLiesIn(walk_.chain())) return refuse(EPERM);
   if (walk_.error() == 0) {
     item_ = openOnMount(walk_.end(), walk_.leaf().c_str(), walk_.chain().back().mount);
@@ -81,7 +81,7 @@ void RemovalTarget::check(const RemovalPolicy& policy, const std::optional<ItemN
   }
   const int error = walk_.error() != 0 ? walk_.error() : errno;
   // What stands in the way of others is not told either.
-  if (!policy.trustsWay(walk_.passed(), nullptr)) return refuse(EPERM);
+  if (!policy.trustsWay(walk_.passed())) return refuse(EPERM);
   isAbsent_ = error == ENOENT;
   fail(error);
 }
@@ -91,9 +91,14 @@ void RemovalTarget::checkItem(const RemovalPolicy& policy, const std::optional<I
   if (!identity) return fail(errno);
   identity_ = *identity;
   if (identity_.mount != walk_.chain().back().mount) return refuse(EBUSY);
-  if (!policy.trustsWay(walk_.passed(), &identity_)) return refuse(EPERM);
+  if (!policy.trustsWay(walk_.passed())) return refuse(EPERM);
+  if (!policy.trustsItemOf(identity_.uid)) {
+    stranger_ = identity_.uid;
+    return refuse(EPERM);
+  }
   if (identity_.isMountRoot) return refuse(EBUSY);
   if (policy.protects(identity_.number)) return refuse(EPERM);
+  if (policy.protectsEntriesOf(walk_.chain().back().number)) return refuse(EPERM);
   if (walk_.chain().back().isMountRoot && isTrashName(walk_.leaf())) return refuse(EPERM);
   if (expected && *expected != identity_.number) return refuse(ESTALE);
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <utility>
@@ -27,6 +28,8 @@ class RemovalTarget {
   [[nodiscard]] int error() const noexcept { return error_; }
   /// True if the policy said no.
   [[nodiscard]] bool isRefused() const noexcept { return isRefused_; }
+  /// The owner of an item that was refused because neither root nor the caller owns it.
+  [[nodiscard]] std::optional<std::uint32_t> stranger() const noexcept { return stranger_; }
   /// True if there is no such item, in a place where the policy would let one go; `error` is ENOENT.
   [[nodiscard]] bool isAbsent() const noexcept { return isAbsent_; }
 
@@ -62,6 +65,7 @@ class RemovalTarget {
   int error_ = 0;
   bool isRefused_ = false;
   bool isAbsent_ = false;
+  std::optional<std::uint32_t> stranger_;
 };
 
 }  // namespace sorrel

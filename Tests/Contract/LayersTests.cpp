@@ -165,7 +165,7 @@ bool isForTheHelper(std::string_view target) {
   static const std::vector<std::string_view> kShared = {
       "HelpTool/EventCodec.hpp",   "HelpTool/HelperProtocol.hpp", "HelpTool/HelperWireNames.hpp",
       "HelpTool/MessageView.hpp",  "HelpTool/SealedMemory.hpp",   "Platform/FileDescriptor.hpp",
-      "Platform/FolderStream.hpp", "Platform/OpenResolving.hpp"};
+      "Platform/FolderStream.hpp", "Platform/MountTable.hpp",     "Platform/OpenResolving.hpp"};
   return firstFolder(target) == "Native" || contains(kShared, target);
 }
 

@@ -13,6 +13,7 @@
 #include "Helper/EventRunner.hpp"
 #include "Helper/PathResult.hpp"
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
+#include "Tests/Support/RemovalKit.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel::test {
@@ -21,7 +22,7 @@ namespace sorrel::test {
 /// only: the tests give files to other users.
 class EventKit : public testing::Test {
  protected:
-  static constexpr unsigned kCaller = 10001;
+  static constexpr unsigned kCaller = kKnownUser;
   static constexpr unsigned kThird = 10003;
   using Status = HelperEventErrorID;
 
@@ -67,7 +68,7 @@ class EventKit : public testing::Test {
     return found == results.end() ? "no result" : found->second.desc;
   }
   [[nodiscard]] bool isRefused(const std::string& path) const {
-    return statusOf(path) != Status::Success && descOf(path) == helper::kRefusedItemText;
+    return statusOf(path) != Status::Success && descOf(path).starts_with(helper::kRefusedItemText);
   }
   static bool isThere(const std::string& path) { return viewOf(path).kind == SenderView::Kind::Present; }
 

@@ -302,7 +302,7 @@ class RandomTree {
     if (error || viewOf(path).kind != Seen::Absent) return;
     make(path);
     if (viewOf(path).kind != Seen::Present) return;
-    constexpr unsigned kOwners[] = {0, 0, 10001, 10001, 10003};
+    constexpr unsigned kOwners[] = {0, 0, test::kKnownUser, test::kKnownUser, 10003};
     ASSERT_EQ(::lchown(path.c_str(), kOwners[below(5)], 0), 0);
     items_.push_back(path);
   }

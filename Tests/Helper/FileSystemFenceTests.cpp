@@ -4,7 +4,6 @@
 #include <gtest/gtest.h>
 #include <sys/mount.h>
 
-#include <map>
 #include <memory>
 #include <string>
 #include <utility>
@@ -43,22 +42,6 @@ class ScriptedSource : public MountSource {
 
 FileSystemFence fenceOf(Script& script, std::vector<std::string> allowed = {}) {
   return FileSystemFence(std::move(allowed), std::make_unique<ScriptedSource>(script));
-}
-
-TEST(FileSystemFence, readsTheTypesOutOfAMountTable) {
-  const auto types = FileSystemFence::typesIn(
-      "36 35 98:0 /mnt1 /mnt2 rw,noatime master:1 - ext3 /dev/root rw,errors=continue\n"
-      "37 35 0:30 / /with\\040blank rw - tmpfs tmpfs rw\n"
-      "38 35 0:31 / /three rw shared:1 master:2 propagate_from:3 - fuse.sshfs me@host:/-\\040x rw\n"
-      "not a line\n"
-      "39 35 0:31 / /short rw\n"
-      "40 35 0:31 / /no-type rw - \n"
-      "\n"
-      "-1 35 0:31 / /negative rw - ext4 x rw\n"
-      "41 35 0:32 / /last rw - xfs /dev/x rw");
-  const std::map<std::uint64_t, std::string> expected = {
-      {36, "ext3"}, {37, "tmpfs"}, {38, "fuse.sshfs"}, {41, "xfs"}};
-  EXPECT_EQ(types, expected);
 }
 
 TEST(FileSystemFence, localTypesMayBeEntered) {

@@ -23,7 +23,7 @@ class MoveOperationTest : public test::EventKit {
   static std::string textOf(const PathResult& result) {
     if (result.isSuccess()) return "moved";
     if (result.status != HelperEventErrorID::MoveFail) return "another status";
-    return result.desc == kRefusedItemText ? "refused" : result.desc;
+    return result.desc.starts_with(kRefusedItemText) ? "refused" : result.desc;
   }
   [[nodiscard]] std::string at(const std::string& name) const { return volume.path("volume/" + name); }
   [[nodiscard]] std::string make(const std::string& name) const {

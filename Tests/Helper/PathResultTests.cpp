@@ -1,17 +1,41 @@
 #include "Helper/PathResult.hpp"
 
 #include <gtest/gtest.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include <cerrno>
+#include <string>
+
+#include "Helper/DeleteOperation.hpp"
+#include "Tests/Support/RemovalKit.hpp"
+#include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel::helper {
 namespace {
 
-TEST(PathResult, aRefusalTellsNothing) {
-  const PathResult result = failed(HelperEventErrorID::MoveFail, "Couldn’t be moved", EBUSY, true);
+TEST(PathResult, aRefusalSaysNothingAboutTheItem) {
+  const RemovalTarget target = RemovalTarget::find("/", RemovalPolicy::forUser());
+  const PathResult result = failed(HelperEventErrorID::MoveFail, "Couldn’t be moved", target);
   EXPECT_EQ(result.status, HelperEventErrorID::MoveFail);
   EXPECT_EQ(result.desc, "This item isn’t one that may be changed this way.");
   EXPECT_EQ(refused(HelperEventErrorID::DeleteError).desc, kRefusedItemText);
+}
+
+TEST(PathResult, aRefusalOfAThirdUsersItemNamesTheUser) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  const test::TemporaryVolume volume;
+  const std::string file = volume.file("folder/file", "x");
+  const RemovalPolicy policy = RemovalPolicy::forHelper(test::kKnownUser);
+  const auto textOf = [&](const std::string& path) {
+    return deletePath(path, viewOf(path), policy).desc.substr(kRefusedItemText.size());
+  };
+  volume.setOwner("folder/file", 1);
+  const std::string name = ::getpwuid(1)->pw_name;
+  EXPECT_EQ(textOf(file), " It belongs to " + name + ".");
+  EXPECT_EQ(textOf(volume.path("folder")), " Something in it belongs to " + name + ".");
+  volume.setOwner("folder/file", 2'000'000'001);
+  EXPECT_EQ(textOf(file), " It belongs to user 2000000001.");
 }
 
 TEST(PathResult, aFailureIsToldInTheSystemsWords) {

@@ -9,11 +9,15 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <filesystem>
+#include <fstream>
 #include <string>
 #include <vector>
 
 #include "SorrelFramework/Native/PathWalk.hpp"
+#include "SorrelFramework/Native/RemovalTarget.hpp"
 #include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/RemovalKit.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/SilentFileSystem.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
@@ -23,7 +27,7 @@ namespace {
 
 using Actor = RemovalPolicy::Actor;
 
-constexpr std::uint32_t kAlice = 10001;
+constexpr std::uint32_t kAlice = test::kKnownUser;
 constexpr std::uint32_t kBob = 10002;
 
 bool everybody(std::uint32_t /*owner*/) { return true; }
@@ -88,7 +92,8 @@ TEST(RemovalPolicy, knowsNormalPaths) {
 
 TEST(RemovalPolicy, keepsSystemPlacesAndHomesForEveryActor) {
   for (const RemovalPolicy& policy : {RemovalPolicy::forUser(), RemovalPolicy::forHelper(kAlice)}) {
-    for (const char* path : {"/", "/home", "/root", "/var", "/opt", "/srv", "/mnt", "/media"}) {
+    for (const char* path : {"/", "/home", "/root", "/var", "/opt", "/srv", "/mnt", "/media", "/tmp",
+                             "/var/tmp", "/var/log", "/var/spool", "/var/cache", "/var/mail"}) {
       if (::access(path, F_OK) == 0) {
         EXPECT_TRUE(protects(policy, path)) << path;
       }
@@ -96,10 +101,77 @@ TEST(RemovalPolicy, keepsSystemPlacesAndHomesForEveryActor) {
     EXPECT_TRUE(protects(policy, ::getpwuid(0)->pw_dir));
     EXPECT_TRUE(protects(policy, ".")) << "the current folder";
     EXPECT_TRUE(protects(policy, "..")) << "what lies above the current folder";
+    EXPECT_TRUE(policy.protectsEntriesOf(identityOf(AT_FDCWD, "/")->number));
+    EXPECT_FALSE(policy.protectsEntriesOf(identityOf(AT_FDCWD, "/var")->number));
   }
 }
 
-TEST(RemovalPolicy, helperKeepsWholeSubtrees) {
+/// Makes an empty "/" with these folders in it the root of this process, which may mount.
+bool enterRootWith(const std::string& point, const std::vector<std::string>& folders) {
+  if (::mount("root", point.c_str(), "tmpfs", 0, "mode=755") != 0 || ::chroot(point.c_str()) != 0 ||
+      ::chdir("/") != 0) {
+    return false;
+  }
+  for (const std::string& folder : folders) std::filesystem::create_directories(folder);
+  std::ofstream("/etc/passwd") << "root:x:0:0::/root:/bin/sh\nuser:x:" << kAlice << ":1::/home/user:\n";
+  return true;
+}
+
+// On a root of its own, since few machines have all of these places.
+class EverySystemPlace : public testing::TestWithParam<const char*> {};
+
+TEST_P(EverySystemPlace, isKeptWholeByTheHelper) {
+  const test::TemporaryVolume volume;
+  const std::string place = GetParam();
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    if (!enterRootWith(volume.path(), {"/etc", "/other/x", place + "/in"})) return "skip";
+    std::ofstream(place + "/in/file") << 'x';
+    const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
+    std::string answers = std::to_string(policy.error());
+    for (const std::string& path : {place, place + "/in", place + "/in/file", place + "/none"}) {
+      answers += RemovalTarget::find(path, policy).isRefused() ? " refused" : " free";
+    }
+    return answers + (RemovalTarget::find("/other/x", policy).error() == 0 ? " free" : " refused");
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, "0 refused refused refused refused free");
+}
+INSTANTIATE_TEST_SUITE_P(RemovalPolicy, EverySystemPlace,
+                         testing::Values("/usr", "/etc", "/boot", "/efi", "/bin", "/lib", "/lib32", "/lib64",
+                                         "/libx32", "/sbin", "/proc", "/sys", "/dev", "/run", "/var/lib",
+                                         "/nix", "/gnu", "/sysroot", "/ostree", "/snap", "/root",
+                                         "/var/spool/cron"));
+
+class EverySharedPlace : public testing::TestWithParam<const char*> {};
+
+TEST_P(EverySharedPlace, isKeptItselfAndWhatLiesInItMayGo) {
+  const test::TemporaryVolume volume;
+  const std::string place = GetParam();
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    if (!enterRootWith(volume.path(), {"/etc", place + "/in"})) return "skip";
+    const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
+    std::string answers;
+    for (const std::string& path : {place, place + "/in"}) {
+      answers += RemovalTarget::find(path, policy).isRefused() ? " refused" : " free";
+    }
+    return answers;
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, " refused free");
+}
+INSTANTIATE_TEST_SUITE_P(RemovalPolicy, EverySharedPlace,
+                         testing::Values("/home", "/opt", "/srv", "/mnt", "/media", "/tmp", "/var",
+                                         "/var/tmp", "/var/log", "/var/spool", "/var/cache", "/var/mail",
+                                         "/run/media", "/usr/local", "/home/user",
+                                         "/home/user/.local/share/Trash", "/anything-else"));
+
+TEST(RemovalPolicy, aUserWhoIsRootCleansItsOwnHome) {
+  if (::geteuid() != 0 || ::access("/root", F_OK) != 0) GTEST_SKIP() << "no root, or without a home";
+  EXPECT_FALSE(protectsWhatLiesIn(RemovalPolicy::forUser(), "/root"));
+  EXPECT_TRUE(protectsWhatLiesIn(RemovalPolicy::forHelper(kAlice), "/root"));
+}
+
+TEST(RemovalPolicy, helperKeepsWhatLiesInSystemPlacesOfThisMachine) {
   const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
   for (const char* path :
        {"/usr", "/usr/bin", "/etc", "/bin", "/sbin", "/lib", "/proc", "/dev", "/var/lib"}) {
@@ -276,8 +348,7 @@ TEST(RemovalPolicy, userFollowsLinksOfRootAndItsOwn) {
   EXPECT_TRUE(policy.trustsLinkOf(::geteuid()));
   EXPECT_FALSE(policy.trustsLinkOf(kBob));
   EXPECT_TRUE(policy.trustsItemOf(kBob));
-  const ItemIdentity item = folderOf(kBob);
-  EXPECT_TRUE(policy.trustsWay({folderOf(0), folderOf(kBob)}, &item));
+  EXPECT_TRUE(policy.trustsWay({folderOf(0), folderOf(kBob)}));
 }
 
 TEST(RemovalPolicy, helperFollowsLinksOfRootOnly) {
@@ -291,29 +362,48 @@ TEST(RemovalPolicy, helperFollowsLinksOfRootOnly) {
 
 TEST(RemovalPolicy, helperWantsItemsOfRootOrTheCaller) {
   const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
-  const std::vector<ItemIdentity> way = {folderOf(0), folderOf(kAlice)};
-  for (const auto& [owner, isTrusted] : {std::pair{0U, true}, {kAlice, true}, {kBob, false}}) {
-    const ItemIdentity item = folderOf(owner);
-    EXPECT_EQ(policy.trustsItemOf(owner), isTrusted);
-    EXPECT_EQ(policy.trustsWay(way, &item), isTrusted);
-  }
-  EXPECT_TRUE(policy.trustsWay(way, nullptr));
+  EXPECT_TRUE(policy.trustsItemOf(0));
+  EXPECT_TRUE(policy.trustsItemOf(kAlice));
+  EXPECT_FALSE(policy.trustsItemOf(kBob));
 }
 
 TEST(RemovalPolicy, helperWantsAWayOfRootAndTheCaller) {
   const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
-  const ItemIdentity mine = folderOf(kAlice);
-  const ItemIdentity roots = folderOf(0);
-  EXPECT_FALSE(policy.trustsWay({folderOf(0), folderOf(kBob)}, &mine));
-  EXPECT_FALSE(policy.trustsWay({folderOf(0), folderOf(kBob), folderOf(kAlice)}, &mine));
-  EXPECT_FALSE(policy.trustsWay({folderOf(0), folderOf(kBob)}, nullptr));
+  EXPECT_TRUE(policy.trustsWay({folderOf(0), folderOf(kAlice)}));
+  EXPECT_FALSE(policy.trustsWay({folderOf(0), folderOf(kBob)}));
+  EXPECT_FALSE(policy.trustsWay({folderOf(0), folderOf(kBob), folderOf(kAlice)}));
+}
 
-  const ItemIdentity sticky = folderOf(kBob, 01777);
-  EXPECT_TRUE(policy.trustsWay({folderOf(0), sticky}, &mine));
-  EXPECT_TRUE(policy.trustsWay({folderOf(0), sticky, folderOf(kAlice)}, &mine));
-  EXPECT_FALSE(policy.trustsWay({folderOf(0), sticky}, &roots));
-  EXPECT_FALSE(policy.trustsWay({folderOf(0), sticky, folderOf(0)}, &mine));
-  EXPECT_FALSE(policy.trustsWay({folderOf(0), sticky}, nullptr));
+TEST(RemovalPolicy, helperTrustsAStickyFolderOfRootOnly) {
+  const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
+  EXPECT_TRUE(policy.trustsWay({folderOf(0), folderOf(0, 01777), folderOf(kAlice)}));
+  // The owner of a sticky folder may rename every entry of it.
+  EXPECT_FALSE(policy.trustsWay({folderOf(0), folderOf(kBob, 01777), folderOf(kAlice)}));
+}
+
+TEST(RemovalPolicy, helperRemovesNothingForACallerWhoseHomeIsUnknown) {
+  constexpr std::uint32_t kUnknown = 2'000'000'001;
+  ASSERT_EQ(::getpwuid(kUnknown), nullptr);
+  EXPECT_EQ(RemovalPolicy::forHelper(kUnknown).error(), ESRCH);
+  EXPECT_EQ(RemovalPolicy::forHelper(kAlice).error(), 0);
+}
+
+TEST(RemovalPolicy, helperKeepsTheHomeOfTheCaller) {
+  // One whom a directory service knows and does not list: found by number alone.
+  const test::TemporaryVolume volume;
+  const std::string home = volume.folder("homes/home");
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    const std::string users = volume.file(
+        "passwd", "root:x:0:0::/root:/bin/sh\nuser:x:" + std::to_string(kAlice) + ":1::" + home + ":\n");
+    if (::mount(users.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) != 0) return "skip";
+    const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
+    std::string kept;
+    for (const std::string& path : {home, volume.path("homes")})
+      kept += protects(policy, path) ? "kept " : "free ";
+    return kept;
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, "kept kept ");
 }
 
 TEST(RemovalPolicy, movesWithItsLists) {

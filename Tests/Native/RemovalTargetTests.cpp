@@ -22,7 +22,7 @@
 namespace sorrel {
 namespace {
 
-constexpr unsigned kCaller = 10001;
+constexpr unsigned kCaller = test::kKnownUser;
 constexpr unsigned kThird = 10003;
 
 std::string textOf(const RemovalTarget& target) {
@@ -91,6 +91,27 @@ TEST_F(RemovalTargetTest, whatLiesInAThirdUsersFolderIsNotTold) {
   const RemovalPolicy helper = RemovalPolicy::forHelper(kCaller);
   for (const char* name : {"theirs/file", "theirs/none", "theirs/none/below", "theirs/file/below"}) {
     EXPECT_EQ(textOf(RemovalTarget::find(volume_.path(name), helper)), refused(EPERM)) << name;
+  }
+}
+
+TEST_F(RemovalTargetTest, theOwnerOfAThirdUsersItemIsKnownWhereTheWayIsOpen) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  volume_.file("foreign", "x");
+  volume_.file("theirs/foreign", "x");
+  volume_.file("mine", "x");
+  for (const char* name : {"foreign", "theirs/foreign", "theirs"}) volume_.setOwner(name, kThird);
+  const RemovalPolicy helper = RemovalPolicy::forHelper(kCaller);
+  const auto strangerOf = [&](const char* name) {
+    return RemovalTarget::find(volume_.path(name), helper).stranger();
+  };
+  EXPECT_EQ(strangerOf("foreign"), std::optional<std::uint32_t>(kThird));
+  EXPECT_EQ(strangerOf("theirs/foreign"), std::nullopt);
+  EXPECT_EQ(strangerOf("mine"), std::nullopt);
+}
+
+TEST_F(RemovalTargetTest, anEntryOfTheTopStays) {
+  for (const auto& entry : std::filesystem::directory_iterator("/")) {
+    EXPECT_TRUE(RemovalTarget::find(entry.path(), policy_).isRefused()) << entry.path();
   }
 }
 
@@ -318,22 +339,23 @@ TEST_F(RefusedRemoval, refusesALinkAboveTheItemThatSomebodyElseOwns) {
 
 TEST_F(RefusedRemoval, helperTakesOnlyWhatRootOrTheCallerOwns) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
-  const RemovalPolicy policy = RemovalPolicy::forHelper(test::kPlainUser);
+  const RemovalPolicy policy = RemovalPolicy::forHelper(kCaller);
   volume_.file("mine", "x");
   volume_.file("roots", "x");
   volume_.file("foreign", "x");
   volume_.file("folder/foreign", "x");
   volume_.file("folder/mine", "x");
   volume_.file("theirs/mine", "x");
-  volume_.file("sticky/mine", "x");
-  volume_.file("sticky/roots", "x");
-  for (const char* name : {"mine", "folder/mine", "theirs/mine", "sticky/mine"}) {
-    volume_.setOwner(name, test::kPlainUser);
+  for (const char* name : {"sticky/mine", "sticky/roots", "shared/mine", "shared/roots", "shared/foreign"}) {
+    volume_.file(name, "x");
   }
-  for (const char* name : {"foreign", "folder/foreign", "theirs", "sticky"}) {
-    volume_.setOwner(name, test::kPlainUser + 1);
+  for (const char* name : {"mine", "folder/mine", "theirs/mine", "sticky/mine", "shared/mine"}) {
+    volume_.setOwner(name, kCaller);
   }
-  volume_.setMode("sticky", 01777);
+  for (const char* name : {"foreign", "folder/foreign", "theirs", "sticky", "shared/foreign"}) {
+    volume_.setOwner(name, kThird);
+  }
+  for (const char* name : {"sticky", "shared"}) volume_.setMode(name, 01777);
   const auto told = [&](const char* name) { return textOf(removeItem(volume_.path(name), policy)); };
   const std::string refused = std::to_string(EPERM) + " refused";
   EXPECT_EQ(told("mine"), "0");
@@ -341,8 +363,11 @@ TEST_F(RefusedRemoval, helperTakesOnlyWhatRootOrTheCallerOwns) {
   EXPECT_EQ(told("foreign"), refused);
   EXPECT_EQ(told("theirs/mine"), refused);
   EXPECT_EQ(told("theirs/none"), refused);
-  EXPECT_EQ(told("sticky/mine"), "0");
+  EXPECT_EQ(told("sticky/mine"), refused) << "its owner may put another item there";
   EXPECT_EQ(told("sticky/roots"), refused);
+  EXPECT_EQ(told("shared/mine"), "0");
+  EXPECT_EQ(told("shared/roots"), "0");
+  EXPECT_EQ(told("shared/foreign"), refused);
   EXPECT_EQ(told("sticky/none"), refused);
   EXPECT_EQ(told("folder"), refused);
   EXPECT_TRUE(isThere(volume_.path("folder/foreign")));
@@ -352,11 +377,11 @@ TEST_F(RefusedRemoval, helperTakesOnlyWhatRootOrTheCallerOwns) {
 
 TEST_F(RefusedRemoval, helperTellsNothingOfWhatLiesOnAForbiddenWay) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
-  RemovalPolicy policy = RemovalPolicy::forHelper(test::kPlainUser);
+  RemovalPolicy policy = RemovalPolicy::forHelper(kCaller);
   volume_.file("theirs/folder/file", "x");
-  volume_.setOwner("theirs", test::kPlainUser + 1);
+  volume_.setOwner("theirs", kThird);
   volume_.link("theirs/link", "folder");
-  volume_.setOwner("theirs/link", test::kPlainUser + 1);
+  volume_.setOwner("theirs/link", kThird);
   volume_.folder("system");
   policy.protectSubtree(volume_.path("system"));
   const std::string refused = std::to_string(EPERM) + " refused";
@@ -371,8 +396,8 @@ TEST_F(RefusedRemoval, helperFollowsNoLinkOfTheCaller) {
   if (::geteuid() != 0) GTEST_SKIP() << "only root can give links away";
   volume_.file("real/file", "x");
   volume_.link("link", "real");
-  volume_.setOwner("link", test::kPlainUser);
-  const RemovalPolicy policy = RemovalPolicy::forHelper(test::kPlainUser);
+  volume_.setOwner("link", kCaller);
+  const RemovalPolicy policy = RemovalPolicy::forHelper(kCaller);
   EXPECT_EQ(textOf(removeItem(volume_.path("link/file"), policy)), std::to_string(ELOOP) + " refused");
   EXPECT_TRUE(isThere(volume_.path("real/file")));
 }

@@ -10,6 +10,9 @@
 
 namespace sorrel::test {
 
+/// A user without rights whom every system knows: "nobody".
+inline constexpr unsigned kKnownUser = 65534;
+
 /// Whether there is something at `path`, be it a broken link.
 bool isThere(const std::string& path);
 /// "0" for a success, else the error, and what more there is to it: "1 refused", "2 absent".

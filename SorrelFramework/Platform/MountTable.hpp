@@ -1,0 +1,56 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace sorrel {
+
+/// One line of /proc/self/mountinfo, proc(5).
+struct Mount {
+  std::uint64_t number = 0;
+  std::string device;  ///< "major:minor" of the file system
+  std::string root;    ///< the folder of that file system that is mounted, "/" for all of it
+  std::string point;   ///< where it is mounted
+  std::string type;    ///< as mount(8) calls it
+
+  friend bool operator==(const Mount&, const Mount&) = default;
+};
+
+/// The lines of a mount table, in their order; a line that cannot be read is skipped.
+[[nodiscard]] std::vector<Mount> mountsIn(std::string_view mountTable);
+
+/// Where the mount table comes from.
+class MountSource {
+ public:
+  virtual ~MountSource() = default;
+  /// False if the table is the same as at the last read().
+  virtual bool hasChanged() = 0;
+  /// The text of /proc/self/mountinfo.
+  virtual std::string read() = 0;
+
+  static std::unique_ptr<MountSource> ofThisProcess();
+};
+
+/// The mounts of this process, kept up to date. Reads the table alone: no file system is asked for anything.
+/// Opened and read at the first question.
+class MountTable {
+ public:
+  explicit MountTable(std::unique_ptr<MountSource> source = nullptr) : source_(std::move(source)) {}
+
+  /// Reads the table again if it has changed. True if it was read.
+  bool refresh();
+  /// As of the last refresh().
+  [[nodiscard]] const std::vector<Mount>& mounts() const noexcept { return mounts_; }
+  /// The mount of this number as of the last refresh(); null if there is none.
+  [[nodiscard]] const Mount* find(std::uint64_t number) const;
+
+ private:
+  std::unique_ptr<MountSource> source_;
+  std::vector<Mount> mounts_;
+  bool isRead_ = false;
+};
+
+}  // namespace sorrel
