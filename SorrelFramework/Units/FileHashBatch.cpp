@@ -90,8 +90,9 @@ class FileHashBatch::Worker {
   std::optional<std::size_t> waiting_;  // begun, but for want of descriptors not open yet
 };
 
-FileHashBatch::FileHashBatch(std::vector<std::string> paths, std::size_t workers, const MD5Kernel& kernel)
-    : paths_(std::move(paths)), hashes_(paths_.size()), kernel_(kernel) {
+FileHashBatch::FileHashBatch(std::vector<std::string> paths, std::size_t workers, const MD5Kernel& kernel,
+                             std::function<bool()> isStopped)
+    : paths_(std::move(paths)), hashes_(paths_.size()), kernel_(kernel), stopTest_(std::move(isStopped)) {
   const std::size_t threads = std::max<std::size_t>(workers, 1);
   const std::size_t each = (paths_.size() + threads - 1) / threads;
   share_ = std::min(each, kernel.lanes);
@@ -109,7 +110,7 @@ void FileHashBatch::run() {
 void FileHashBatch::runOneByOne() {
   while (const auto index = next()) {
     if (isStopped()) return;
-    hashes_[*index] = StreamFileHashUnit::shard().hashFile(paths_[*index]);
+    hashes_[*index] = StreamFileHashUnit::hashFile(paths_[*index], [this] { return isStopped(); });
   }
 }
 
@@ -119,7 +120,8 @@ std::optional<std::size_t> FileHashBatch::next() {
 }
 
 bool FileHashBatch::isStopped() {
-  if (StreamFileHashUnit::shard().isSuspended()) isStopped_.store(true, std::memory_order_relaxed);
+  if (StreamFileHashUnit::shard().isSuspended() || (stopTest_ && stopTest_()))
+    isStopped_.store(true, std::memory_order_relaxed);
   return isStopped_.load(std::memory_order_relaxed);
 }
 

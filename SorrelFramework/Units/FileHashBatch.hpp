@@ -2,6 +2,7 @@
 
 #include <atomic>
 #include <cstddef>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -13,7 +14,7 @@ namespace sorrel {
 /// StreamFileHashUnit::hashFile for many files, several times as fast: each thread reads up to 16 of them in
 /// turn, a chunk of 16384 bytes of each, and digests these chunks side by side (AVX-512 or AVX2). The results
 /// are those of hashFile on each path. A stop is seen before each chunk of any file; whatever has no digest
-/// by then gets none.
+/// by then gets none, even if scanState is set back.
 ///
 ///     auto batch = std::make_shared<FileHashBatch>(paths, workers);
 ///     for each worker: GlobalQueue::submit([batch] { batch->run(); ...count the worker on the queue... });
@@ -22,9 +23,10 @@ class FileHashBatch {
  public:
   /// `workers` is the number of threads that will call run(): each takes its share of a few files, so that no
   /// thread is idle. Files are begun in the order of the paths; the longest first keeps all threads busy to
-  /// the end. `kernel` must be supported by this processor.
+  /// the end. `kernel` must be supported by this processor. `isStopped` stops this batch alone, on whichever
+  /// thread runs it; scanState, which a new scan sets back, stops them all.
   explicit FileHashBatch(std::vector<std::string> paths, std::size_t workers = 1,
-                         const MD5Kernel& kernel = bestMD5Kernel());
+                         const MD5Kernel& kernel = bestMD5Kernel(), std::function<bool()> isStopped = {});
 
   /// Hashes files until every one of the batch is begun and those begun here are finished. Several threads
   /// may run at once, they take the files from one list. It holds up to 16 files open and 16 KiB for each,
@@ -40,13 +42,14 @@ class FileHashBatch {
   class Worker;
 
   [[nodiscard]] std::optional<std::size_t> next();
-  /// Sticky: asks scanState until it was `suspend` once.
+  /// Sticky: once stopped, a batch stays stopped.
   [[nodiscard]] bool isStopped();
   void runOneByOne();
 
   std::vector<std::string> paths_;
   std::vector<std::optional<std::string>> hashes_;
   const MD5Kernel& kernel_;
+  std::function<bool()> stopTest_;
   std::size_t share_;  // the most files that one run() holds open
   std::atomic<std::size_t> begun_{0};
   std::atomic<bool> isStopped_{false};

@@ -15,6 +15,11 @@ StreamFileHashUnit& StreamFileHashUnit::shard() {
 }
 
 std::optional<std::string> StreamFileHashUnit::hashFile(const std::string& path) const {
+  return hashFile(path, [this] { return isSuspended(); });
+}
+
+std::optional<std::string> StreamFileHashUnit::hashFile(const std::string& path,
+                                                        const std::function<bool()>& isStopped) {
   FileReadStream stream = FileReadStream::open(path, FileReadStream::Link::Refused);
   if (!stream.isOpen()) return std::nullopt;
   Digest digest(DigestKind::MD5);
@@ -22,7 +27,7 @@ std::optional<std::string> StreamFileHashUnit::hashFile(const std::string& path)
   std::array<std::uint8_t, 16384> chunk{};
   bool hasMoreData = true;
   while (hasMoreData) {
-    if (isSuspended()) return std::nullopt;
+    if (isStopped()) return std::nullopt;
     const std::ptrdiff_t count = stream.read(chunk.data(), chunk.size());
     if (count < 0) break;
     if (count == 0) {

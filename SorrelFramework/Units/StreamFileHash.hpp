@@ -1,6 +1,7 @@
 #pragma once
 
 #include <atomic>
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -20,6 +21,10 @@ class StreamFileHashUnit {
   /// hash vouches for bytes that lie at this path, so that a folder of links is no copy of the folder they
   /// lead to. Any thread, many at once.
   [[nodiscard]] std::optional<std::string> hashFile(const std::string& path) const;
+
+  /// The same; `isStopped` takes the place of the test of scanState.
+  [[nodiscard]] static std::optional<std::string> hashFile(const std::string& path,
+                                                           const std::function<bool()>& isStopped);
 
   /// Raw ScanState; `suspend` breaks a hash at its next chunk.
   std::atomic<int> scanState{static_cast<int>(ScanState::start)};

@@ -155,6 +155,26 @@ TEST_F(FileHashBatches, whatWasFinishedBeforeAStopStays) {
   });
 }
 
+TEST_F(FileHashBatches, ownTestStopsOneBatchBeforeTheNextChunkOfAnyFile) {
+  for (const std::size_t count : {1U, 20U}) {
+    const Paths paths = filesOf(count, 4 * kChunk);
+    withEachMD5Kernel([&](const MD5Kernel& kernel) {
+      std::size_t tests = 0;
+      FileHashBatch stopped(paths, 1, kernel, [&tests] { return ++tests == 4; });  // true once
+      FileHashBatch other(paths, 1, kernel);
+      {
+        const ReplacedRead reads;
+        stopped.run();
+        stopped.run();
+        EXPECT_LE(reads.notes().size(), 3U);
+      }
+      EXPECT_EQ(stopped.hashes(), Hashes(count));
+      other.run();
+      EXPECT_EQ(other.hashes(), oneByOne(paths));
+    });
+  }
+}
+
 TEST_F(FileHashBatches, thatSawAStopStayStoppedWhenANewScanBegins) {
   const Paths paths = filesOf(40, 2 * kChunk);
   withEachMD5Kernel([&](const MD5Kernel& kernel) {
