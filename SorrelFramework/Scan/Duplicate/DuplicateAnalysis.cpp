@@ -61,7 +61,8 @@ std::vector<std::string> pathsOf(const std::vector<URL>& urls) {
 void hash(const std::shared_ptr<DuplicateRun>& run, std::vector<std::string> paths,
           std::function<void(const FileHashBatch&)> done) {
   const unsigned workers = GlobalQueue::width();
-  const auto batch = std::make_shared<FileHashBatch>(std::move(paths), workers);
+  const auto batch = std::make_shared<FileHashBatch>(std::move(paths), workers, bestMD5Kernel(),
+                                                     [run] { return run->isStopped(); });
   const auto left = std::make_shared<std::atomic<unsigned>>(workers);
   for (unsigned i = 0; i < workers; ++i) {
     GlobalQueue::submit(

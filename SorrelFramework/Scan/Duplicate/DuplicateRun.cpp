@@ -11,15 +11,13 @@
 #include "SorrelFramework/Units/LogService.hpp"
 
 namespace sorrel {
-namespace {
 
-/// Number of the newest scan of a feature; it lives as long as the process.
-std::atomic<std::uint64_t>& newestOf(Integer finderID) {
-  static std::mutex& mutex = *new std::mutex;
-  static auto& numbers = *new std::map<Integer, std::atomic<std::uint64_t>>;
-  const std::lock_guard lock(mutex);
-  return numbers[finderID];
-}
+struct DuplicateRun::Owner {
+  std::mutex mutex;  // of the entry and the tree
+  std::atomic<std::uint64_t> newest{0};
+};
+
+namespace {
 
 void log(std::string_view text) { LogService::shard().log(LogService::LogLevel::Info, std::string(text)); }
 
@@ -33,11 +31,33 @@ DuplicateRun::DuplicateRun(FeatureInformation& featureInfo, DuplicateScanService
       dispatch_(std::move(dispatch)),
       percentService_(std::move(percentService)),
       qosClass_(qosClass),
-      status_(SuperScanService::scanStatus.cell(featureInfo.finderID)) {
-  auto& newest = newestOf(featureInfo.finderID);
-  number_ = ++newest;
-  newest_ = &newest;
+      status_(SuperScanService::scanStatus.cell(featureInfo.finderID)),
+      owner_(ownerOf(featureInfo.finderID)),
+      number_(++owner_.newest) {}
+
+std::shared_ptr<DuplicateRun> DuplicateRun::begin(FeatureInformation& featureInfo,
+                                                  DuplicateScanService::DoneFunc done,
+                                                  std::shared_ptr<WeftSerialQueue> dispatch,
+                                                  std::shared_ptr<PercentService> percentService,
+                                                  WeftQOS qosClass) {
+  const std::lock_guard lock(ownerOf(featureInfo.finderID).mutex);
+  if (SuperScanService::scanStatus.get(featureInfo.finderID) == ScanState::start) return nullptr;
+  // The number first: the scan before this one must not find an entry that is no longer suspended while it
+  // still has the newest number.
+  auto run = std::make_shared<DuplicateRun>(featureInfo, std::move(done), std::move(dispatch),
+                                            std::move(percentService), qosClass);
+  SuperScanService::scanStatus.set(featureInfo.finderID, ScanState::start);
+  return run;
 }
+
+DuplicateRun::Owner& DuplicateRun::ownerOf(Integer finderID) {
+  static std::mutex& mutex = *new std::mutex;
+  static auto& owners = *new std::map<Integer, Owner>;
+  const std::lock_guard lock(mutex);
+  return owners[finderID];
+}
+
+bool DuplicateRun::isReplaced() const { return owner_.newest != number_; }
 
 void DuplicateRun::step() const {
   if (percentService_) percentService_->progressStep();
@@ -57,12 +77,16 @@ bool DuplicateRun::isStopped() {
 bool DuplicateRun::endsByStop() {
   if (!isStopped()) return false;
   if (isEnded_.exchange(true)) return true;
-  if (!isReplaced()) {
-    DuplicateScanService::stopDuplicate(*feature_, done_);
-  } else {
-    log(DuplicateScanService::kStopLog);
-    if (done_) done_(*feature_, 0);
-  }
+  log(DuplicateScanService::kStopLog);
+  leaveEntry();
+  if (done_) done_(*feature_, 0);
+  return true;
+}
+
+bool DuplicateRun::changeTree(const std::function<void()>& change) {
+  const std::lock_guard lock(owner_.mutex);
+  if (isReplaced()) return false;
+  change();
   return true;
 }
 
@@ -70,8 +94,13 @@ void DuplicateRun::finish(std::int64_t size) {
   step();
   if (percentService_) percentService_->stopTime();
   log("DuplicateScanService Finish");
-  if (!isReplaced()) SuperScanService::scanStatus.set(feature_->finderID, ScanState::end);
+  leaveEntry();
   if (done_) done_(*feature_, size);
+}
+
+void DuplicateRun::leaveEntry() {
+  const std::lock_guard lock(owner_.mutex);
+  if (!isReplaced()) SuperScanService::scanStatus.set(feature_->finderID, ScanState::end);
 }
 
 std::int64_t duplicateLimit() {

@@ -114,13 +114,11 @@ void DuplicateScanService::scanProDuplicate(FeatureInformation& featureInfo,
                                             DoneFunc done, std::shared_ptr<WeftSerialQueue> dispatch,
                                             WeftQOS qosClass) {
   // NOLINTEND(performance-unnecessary-value-param)
-  if (!scanStatus.startUnlessRunning(featureInfo.finderID)) return log("DuplicateScanService Scanning");
+  const auto bar = std::make_shared<PercentService>(std::move(showPercent), kSteps);
+  auto run = DuplicateRun::begin(featureInfo, done, std::move(dispatch), bar, qosClass);
+  if (!run) return log("DuplicateScanService Scanning");
   StreamFileHashUnit::shard().scanState = static_cast<int>(ScanState::start);
   log("DuplicateScanService Start");
-  const auto bar = std::make_shared<PercentService>(std::move(showPercent), kSteps);
-  // Before anything that takes its time: what is left of a stopped scan must not take the new entry for its
-  // own.
-  auto run = std::make_shared<DuplicateRun>(featureInfo, done, std::move(dispatch), bar, qosClass);
   const std::int64_t limit = duplicateLimit();
   const std::vector<URL> list = duplicatePlaces(scanPaths);
 
@@ -130,7 +128,7 @@ void DuplicateScanService::scanProDuplicate(FeatureInformation& featureInfo,
   if (list.empty()) {
     for (int i = 0; i < 3; ++i) bar->progressStep();
     log("DuplicateScanService Finish-0");
-    scanStatus.set(featureInfo.finderID, ScanState::end);
+    run->leaveEntry();
     if (done) done(featureInfo, 0);
     return;
   }

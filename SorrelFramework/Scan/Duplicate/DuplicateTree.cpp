@@ -3,7 +3,9 @@
 #include <algorithm>
 #include <atomic>
 #include <memory>
+#include <tuple>
 #include <utility>
+#include <vector>
 
 #include "SorrelFramework/Platform/CheckedMath.hpp"
 #include "SorrelFramework/Platform/Date.hpp"
@@ -45,7 +47,7 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
   }
 
   void start() {
-    clear();
+    if (!run_->changeTree([this] { clear(); })) return leaveTree();
     left_ = (groups_.size() + kBatch - 1) / kBatch;
     if (left_ == 0) return submitWithRetry(queue_, [self = shared_from_this()] { self->build(); });
     for (std::size_t first = 0; first < groups_.size(); first += kBatch) {
@@ -82,9 +84,11 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
   void makeMembers(Group& group) {
     dropOtherMounts(group.twins);
     for (const DuplicateInfo& twin : group.twins) {
-      Ref<FileInformation> member =
-          SuperScanService::getFileInformationFromUrl(twin.path, kMemberKeys, category());
-      if (member) group.members.push_back(std::move(member));
+      // Without the category, whose children may belong to a newer scan: the member is numbered in its group.
+      Ref<FileInformation> member = SuperScanService::getFileInformationFromUrl(twin.path, kMemberKeys);
+      if (!member) continue;
+      member->parentCategoryInfo = Ref<CategoryInformation>(category());
+      group.members.push_back(std::move(member));
     }
     if (group.kind == FilesKind::File && !group.members.empty())
       group.kinds = DuplicateScanService::sortFile(*group.members.front());
@@ -92,16 +96,24 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
 
   /// On the queue, when all members are there.
   void build() {
-    if (run_->isReplaced() && run_->endsByStop()) return;  // the tree is another scan's
     for (Group& group : groups_) {
-      if (group.members.size() > 1) addGroup(group);
+      if (group.members.size() > 1) addHeader(group);
       group = {};
     }
+    const auto fill = [this] {
+      for (const auto& [header, kinds] : headers_) {
+        addToChildCategories(category(), header, kinds);
+        category().childrens.push_back(header);
+      }
+    };
+    if (!run_->changeTree(fill)) return leaveTree();
     run_->finish(total_);
   }
 
-  void addGroup(const Group& group) {
-    CategoryInformation& category = this->category();
+  /// The tree belongs to a newer scan, which has stopped this one.
+  void leaveTree() { std::ignore = run_->endsByStop(); }
+
+  void addHeader(Group& group) {
     const Ref<FileInformation> header = makeHeader(group);
     Integer index = 0;
     for (const Ref<FileInformation>& member : group.members) {
@@ -112,14 +124,13 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
       header->childrens.push_back(member);
     }
     total_ = checkedAdd(total_, header->size);
-    addToChildCategories(category, header, group.kind == FilesKind::File ? group.kinds : kindsOf(*header));
-    category.childrens.push_back(header);
+    headers_.emplace_back(header, group.kind == FilesKind::File ? std::move(group.kinds) : kindsOf(*header));
   }
 
   Ref<FileInformation> makeHeader(const Group& group) {
     CategoryInformation& category = this->category();
     const FileInformation& first = *group.members.front();
-    return makeRef<FileInformation>(NSControlStateValueOff, static_cast<Integer>(category.childrens.size()),
+    return makeRef<FileInformation>(NSControlStateValueOff, static_cast<Integer>(headers_.size()),
                                     category.finderID, first.title, first.icon, 0, Date::now(), URL(), "",
                                     true, false, std::any{}, Children<FileInformation>{},
                                     Ref<CategoryInformation>(category), rawValue(group.kind), 0);
@@ -129,6 +140,8 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
   std::shared_ptr<WeftSerialQueue> queue_;
   std::vector<Group> groups_;
   std::size_t left_ = 0;  // batches; changes on the queue alone
+  std::vector<std::pair<Ref<FileInformation>, std::vector<Integer>>>
+      headers_;  // with the rows they belong to
   std::int64_t total_ = 0;
 };
 
