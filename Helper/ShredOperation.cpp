@@ -21,20 +21,9 @@ PathResult notFound(const RemovalTarget& target) {
   return failed(status, kNotOverwritten, target);
 }
 
-/// Opens the very item that was checked, whatever stands under its name now: opening a FIFO or a device that
-/// somebody put there would already do something.
-FileDescriptor openForWriting(int item) {
-  const std::string name = "/proc/self/fd/" + std::to_string(item);
-  return FileDescriptor(::open(name.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
-}
-
 int overwrite(const RemovalTarget& target) {
-  const FileDescriptor file = openForWriting(target.item());
-  if (!file.isOpen()) return errno;
-  const auto identity = identityOf(file.get());
-  if (!identity) return errno;
-  if (!identity->isSameAs(target.identity())) return ESTALE;
-  return FileShredder(file.get()).run();
+  const FileDescriptor file = FileOverwriter::open(target.item(), target.identity());
+  return file.isOpen() ? FileShredder(file.get()).run() : errno;
 }
 
 int removeName(const RemovalTarget& target, int flags) {

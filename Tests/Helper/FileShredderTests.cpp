@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mount.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -128,6 +130,32 @@ TEST_F(FileShredderTest, aShortWriteIsAFailure) {
     return std::to_string(FileShredder(file.get()).run());
   });
   EXPECT_EQ(told, std::to_string(EIO));
+}
+
+TEST_F(FileShredderTest, aSparseFileFillsNoDisk) {
+  const std::string told = test::inMountingChild([&]() -> std::string {
+    const std::string disk = folder_.path();
+    if (::mount("disk", disk.c_str(), "tmpfs", 0, "size=16m") != 0) return "skip";
+    const std::string path = folder_.file("sparse", std::string(kOddSize, 's'));
+    const FileDescriptor file(::open(path.c_str(), O_RDWR | O_CLOEXEC));
+    constexpr off_t kSize = off_t{8} << 30;
+    if (::pwrite(file.get(), "end", 3, kSize - 3) != 3) return "no sparse files";
+    std::vector<fsblkcnt_t> room;
+    const auto measure = [&](int) {
+      struct statvfs status {};
+      if (::statvfs(disk.c_str(), &status) == 0) room.push_back(status.f_bfree);
+      return 0;
+    };
+    measure(0);
+    if (const int error = FileShredder(file.get(), measure).run()) return "error " + std::to_string(error);
+    std::string end(3, '?');
+    if (::pread(file.get(), end.data(), 3, kSize - 3) != 3 || !isAll(end, '\0')) return "end kept";
+    struct stat status {};
+    if (::fstat(file.get(), &status) != 0 || status.st_size != kSize) return "size changed";
+    return std::set<fsblkcnt_t>(room.begin(), room.end()).size() == 1 ? "no more room taken" : "grown";
+  });
+  if (told == "skip") GTEST_SKIP() << "nothing can be mounted here";
+  EXPECT_EQ(told, "no more room taken");
 }
 
 TEST_F(FileShredderTest, onlyRegularFilesThatMayBeWritten) {

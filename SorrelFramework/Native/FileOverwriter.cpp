@@ -1,0 +1,106 @@
+#include "SorrelFramework/Native/FileOverwriter.hpp"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace sorrel {
+namespace {
+
+struct Range {
+  std::size_t begin;
+  std::size_t end;
+};
+
+/// The next data of the file at or after `from`, cut at `size`; empty if there is none. Nothing, with errno,
+/// on failure. A file system without holes reports the whole file.
+std::optional<Range> nextData(int file, std::size_t from, std::size_t size) {
+  const off_t begin = ::lseek(file, static_cast<off_t>(from), SEEK_DATA);
+  if (begin < 0 && errno == ENXIO) return Range{size, size};
+  if (begin < 0 && errno == EINVAL) return Range{from, size};
+  if (begin < 0) return std::nullopt;
+  const off_t end = ::lseek(file, begin, SEEK_HOLE);
+  // The file was cut in between.
+  if (end < 0 && errno == ENXIO) return Range{size, size};
+  if (end < 0) return std::nullopt;
+  return Range{std::min(static_cast<std::size_t>(begin), size),
+               std::min(static_cast<std::size_t>(end), size)};
+}
+
+}  // namespace
+
+FileDescriptor FileOverwriter::open(int item, const ItemIdentity& expected) {
+  if ((expected.mode & S_IFMT) != S_IFREG) {
+    errno = EINVAL;
+    return {};
+  }
+  const std::string name = "/proc/self/fd/" + std::to_string(item);
+  FileDescriptor file(::open(name.c_str(), O_RDWR | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  if (!file.isOpen()) return file;
+  const auto identity = identityOf(file.get());
+  if (identity && identity->isSameAs(expected)) return file;
+  if (identity) errno = ESTALE;
+  return {};
+}
+
+/// Also asks whether the file may be written over, which a new name can change at any time.
+int FileOverwriter::measure() {
+  struct stat status {};
+  if (::fstat(file_, &status) != 0) return errno;
+  if (!S_ISREG(status.st_mode)) return EINVAL;
+  if (status.st_nlink != 1) return EMLINK;
+  if (!isMeasured_) size_ = static_cast<std::size_t>(status.st_size);
+  isMeasured_ = true;
+  return 0;
+}
+
+int FileOverwriter::write(const Fill& fill) {
+  if (const int error = measure()) return error;
+  const int error = forEachBlock([&](Block block, std::size_t offset) {
+    fill(block);
+    const ssize_t written = ::pwrite(file_, block.data(), block.size(), static_cast<off_t>(offset));
+    if (written < 0) return errno;
+    return static_cast<std::size_t>(written) == block.size() ? 0 : EIO;
+  });
+  if (error != 0) return error;
+  return sync_(file_) == 0 ? 0 : errno;
+}
+
+int FileOverwriter::verify(unsigned char byte) {
+  struct stat status {};
+  if (::fstat(file_, &status) != 0) return errno;
+  if (static_cast<std::size_t>(status.st_size) < size_) return EIO;
+  // From the disk, as far as the system drops what it has in memory.
+  static_cast<void>(::posix_fadvise(file_, 0, 0, POSIX_FADV_DONTNEED));
+  return forEachBlock([&](Block block, std::size_t offset) {
+    const ssize_t got = ::pread(file_, block.data(), block.size(), static_cast<off_t>(offset));
+    if (got < 0) return errno;
+    if (static_cast<std::size_t>(got) != block.size()) return EIO;
+    return std::ranges::all_of(block, [byte](unsigned char each) { return each == byte; }) ? 0 : EIO;
+  });
+}
+
+int FileOverwriter::forEachBlock(const Step& step) {
+  std::vector<unsigned char> buffer(std::min(kBlock, size_));
+  for (std::size_t at = 0; at < size_;) {
+    const auto data = nextData(file_, at, size_);
+    if (!data) return errno;
+    if (const int error = inRange(data->begin, data->end, buffer, step)) return error;
+    at = data->end;
+  }
+  return 0;
+}
+
+int FileOverwriter::inRange(std::size_t begin, std::size_t end, Block buffer, const Step& step) {
+  for (std::size_t at = begin; at < end; at += buffer.size()) {
+    if (const int error = step(buffer.first(std::min(buffer.size(), end - at)), at)) return error;
+  }
+  return 0;
+}
+
+}  // namespace sorrel

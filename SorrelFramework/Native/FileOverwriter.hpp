@@ -1,0 +1,55 @@
+#pragma once
+
+#include <unistd.h>
+
+#include <cstddef>
+#include <functional>
+#include <span>
+#include <utility>
+
+#include "SorrelFramework/Native/ItemIdentity.hpp"
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+
+namespace sorrel {
+
+/// Writes over what an open regular file holds, in place: a block at a time, within the size that the file
+/// has at the first pass, and only where the file has data. Holes and unwritten extents stay as they are, so
+/// that the file takes no more room than before. On file systems that write elsewhere (copy on write, flash)
+/// the old content may stay on the device.
+class FileOverwriter {
+ public:
+  static constexpr std::size_t kBlock = std::size_t{1} << 20;
+  using Block = std::span<unsigned char>;
+  /// Fills a block with what is to be written.
+  using Fill = std::function<void(Block block)>;
+  /// Brings an open file to the disk; 0 or -1 with errno. For tests.
+  using Sync = std::function<int(int file)>;
+
+  /// Opens the very item that `item` (O_PATH) holds for reading and writing, whatever has its name by now:
+  /// opening a FIFO or a device could already do something. Sets errno on failure: EINVAL for what is no
+  /// regular file, ESTALE for another item than `expected`.
+  static FileDescriptor open(int item, const ItemIdentity& expected);
+
+  /// `file` is open for reading and writing.
+  explicit FileOverwriter(int file, Sync sync = ::fsync) : file_(file), sync_(std::move(sync)) {}
+
+  /// One pass over all data, brought to the disk. 0 or an errno: EMLINK for a file that has other names,
+  /// whose content is not ours to destroy; EIO for a short write.
+  [[nodiscard]] int write(const Fill& fill);
+  /// 0 if all data reads back as `byte`, else EIO or the errno of a failure.
+  [[nodiscard]] int verify(unsigned char byte);
+
+ private:
+  /// What is done with a block of data: 0 or an errno.
+  using Step = std::function<int(Block block, std::size_t offset)>;
+  int measure();
+  int forEachBlock(const Step& step);
+  int inRange(std::size_t begin, std::size_t end, Block buffer, const Step& step);
+
+  int file_;
+  Sync sync_;
+  std::size_t size_ = 0;
+  bool isMeasured_ = false;
+};
+
+}  // namespace sorrel
