@@ -36,8 +36,8 @@ constexpr auto kRows = std::to_array<Row>({
      "clean-dns"},
     {Kind::Maintenance, Operation::RebuildSpotlight, false, Below::Nothing, Action::Maintenance,
      Error::NoCause, "rebuild-index"},
-    {Kind::Maintenance, Operation::Clean, true, Below::Nothing, Action::Maintenance, Error::DeleteError,
-     "clean"},
+    // A list of paths is a deletion, by whatever event it comes.
+    {Kind::Maintenance, Operation::Clean, true, Below::Nothing, Action::Delete, Error::DeleteError, "clean"},
     {Kind::Maintenance, Operation::Move, true, Below::Target, Action::Move, Error::MoveFail, "move"},
     {Kind::CloseHelper, kNoOperation, false, Below::Nothing, Action::Maintenance, Error::NoCause, "close"},
 });

@@ -48,8 +48,18 @@ TEST_F(AuthorityTest, eachKindHasItsAction) {
   for (const auto& question : machine->polkit().questions()) {
     actions.push_back(question.action.substr(kService.size()));
   }
-  EXPECT_EQ(actions, (std::vector<std::string>{".delete", ".shred", ".maintenance", ".maintenance",
-                                               ".maintenance", ".move"}));
+  EXPECT_EQ(actions, (std::vector<std::string>{".delete", ".shred", ".maintenance", ".maintenance", ".delete",
+                                               ".move"}));
+}
+
+TEST_F(AuthorityTest, aMaintenanceEventWithPathsAsksForADeletionWithTheirNumber) {
+  startScripted(ScriptedPolkit::Mode::No);
+  machine->ask(kMaintenance,
+               {{"OperationValue", 2}, {"/none/a", HelperDictionary()}, {"/none/b", HelperDictionary()}});
+  const auto questions = machine->polkit().questions();
+  ASSERT_EQ(questions.size(), 1U);
+  EXPECT_EQ(questions[0].action, kService + ".delete");
+  EXPECT_EQ(questions[0].details, (std::map<std::string, std::string>{{"count", "2"}}));
 }
 
 TEST_F(AuthorityTest, anErrorOfPolkitIsARefusal) {

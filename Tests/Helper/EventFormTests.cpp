@@ -35,7 +35,7 @@ TEST(EventForm, eachKindHasItsActionFailureAndName) {
       {1, {{"/a", kEmpty}}, 1, Action::Shred, Error::ShreadFail, "shred"},
       {2, {{"OperationValue", 0}}, 0, Action::Maintenance, Error::NoCause, "clean-dns"},
       {2, {{"OperationValue", 1}}, 0, Action::Maintenance, Error::NoCause, "rebuild-index"},
-      {2, {{"OperationValue", 2}, {"/a", kEmpty}}, 1, Action::Maintenance, Error::DeleteError, "clean"},
+      {2, {{"OperationValue", 2}, {"/a", kEmpty}}, 1, Action::Delete, Error::DeleteError, "clean"},
       {2, {{"OperationValue", 3}, {"/a", target}}, 1, Action::Move, Error::MoveFail, "move"},
       {3, {}, 0, Action::Maintenance, Error::NoCause, "close"},
   };
