@@ -1,11 +1,11 @@
 #include "Helper/EventRunner.hpp"
 
-#include <algorithm>
 #include <vector>
 
 #include "Helper/DeleteOperation.hpp"
 #include "Helper/EventForm.hpp"
 #include "Helper/FileSystemFence.hpp"
+#include "Helper/GonePaths.hpp"
 #include "Helper/MoveOperation.hpp"
 #include "Helper/PathResult.hpp"
 #include "Helper/ShredOperation.hpp"
@@ -34,21 +34,6 @@ class Results {
  private:
   ResultSink& sink_;
   bool isSuccess_ = true;
-};
-
-/// The paths that are gone, in ascending byte order as they come; knows what lay below them.
-class GonePaths {
- public:
-  void add(std::string_view path) { paths_.push_back(path); }
-  /// For a path behind all that were added: all of one's beginnings stand together.
-  [[nodiscard]] bool holds(std::string_view path) {
-    while (!paths_.empty() && !path.starts_with(paths_.back())) paths_.pop_back();
-    return std::ranges::any_of(
-        paths_, [&](std::string_view gone) { return gone.size() < path.size() && path[gone.size()] == '/'; });
-  }
-
- private:
-  std::vector<std::string_view> paths_;
 };
 
 void runDelete(const MessageView& event, const RemovalPolicy& policy, Results& results) {

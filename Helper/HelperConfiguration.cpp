@@ -59,6 +59,10 @@ bool isTypeName(std::string_view value) {
 bool setValue(std::string_view key, std::string_view value, HelperConfiguration& configuration) {
   if (key == "grace-seconds") return setSeconds(value, configuration.grace);
   if (key == "idle-seconds") return setSeconds(value, configuration.idle);
+  if (key == "log-paths" && (value == "yes" || value == "no")) {
+    configuration.logsPaths = value == "yes";
+    return true;
+  }
   if (key == "allow-file-system" && isTypeName(value)) {
     configuration.allowedFileSystems.emplace_back(value);
     return true;

@@ -16,6 +16,7 @@ namespace sorrel::helper {
 ///                                 slash at the end changes nothing. The path is written plainly: quotes,
 ///                                 backslashes, and a comment after it are faults
 ///   allow-file-system = TYPE      works on this type too, as /proc/self/mountinfo calls it; repeatable
+///   log-paths = yes | no          whether the journal names what was removed; yes by default
 ///   grace-seconds = 0...3600      how long work goes on after its caller has left; 30 by default
 ///   idle-seconds = 0...3600       how long the helper stays without work; 300 by default
 ///
@@ -24,6 +25,7 @@ namespace sorrel::helper {
 struct HelperConfiguration {
   std::vector<std::string> refusedPlaces;
   std::vector<std::string> allowedFileSystems;
+  bool logsPaths = true;
   std::chrono::seconds grace{30};
   std::chrono::seconds idle{300};
   /// How long one that gave up its name waits for those who looked it up before that. Not in the file.

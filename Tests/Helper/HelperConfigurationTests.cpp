@@ -77,6 +77,8 @@ TEST(HelperConfiguration, aLineThatMakesNoSenseIsAFaultOfTheWhole) {
                            "grace-seconds =",
                            "idle-seconds = 3601",
                            "idle-seconds = 30 # half",
+                           "log-paths = maybe",
+                           "log-paths =",
                            "alow = x",
                            "="}) {
     const HelperConfiguration configuration =
