@@ -17,6 +17,7 @@
 #include "Host/CleanSession.hpp"
 #include "Host/CommandError.hpp"
 #include "Host/CommandLine.hpp"
+#include "Host/CoveredTicks.hpp"
 #include "Host/Features.hpp"
 #include "Host/Globs.hpp"
 #include "Host/HostSetup.hpp"
@@ -83,6 +84,7 @@ ExitStatus showPlan(const Invocation& invocation, const CleanFeature& row, Featu
   if (invocation.options.json) {
     writeScanDocument(std::cout, feature, scan);
   } else {
+    if (row.entry == CleanEntry::Groups) untickCovered(feature);
     writePlan(std::cout, cleanItems(tickedRecords(row.entry, feature)));
   }
   finishOutput();
@@ -105,6 +107,7 @@ void tellOfMissingHelper(const std::vector<CleanItem>& items) {
 
 ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
                        const Ref<FeatureInformation>& feature, const ScanOutcome& scan, StopSwitch& stop) {
+  const FileRecords covered = row.entry == CleanEntry::Groups ? untickCovered(*feature) : FileRecords();
   std::ostringstream records;
   std::vector<CleanItem> items;
   const auto onDeleted = [&](const FileRecords& handed) {
@@ -113,6 +116,7 @@ ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
   };
   const auto result = runClean(row, feature, stop, onDeleted);
   if (!result) return showStopped(invocation, *feature, scan);
+  removeCoveredThatAreGone(*feature, covered);
   if (invocation.options.json) {
     writeCleanDocument(std::cout, *feature, scan, outcomeOf(*result, std::move(records).str()));
   } else {

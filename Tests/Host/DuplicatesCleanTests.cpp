@@ -1,6 +1,8 @@
 // `sorrel clean duplicates`, from outside.
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <filesystem>
 #include <string>
 #include <vector>
 
@@ -11,6 +13,7 @@
 namespace sorrel::hosttests {
 namespace {
 
+namespace fs = std::filesystem;
 using test::goneBetween;
 
 TEST(DuplicatesCommand, selectedMembersGoAndNothingElse) {
@@ -101,6 +104,55 @@ TEST(DuplicatesCommand, interruptEndsWithAnEmptyTreeAndRemovesNothing) {
   EXPECT_EQ(run.document().at("feature").at("finderID"), 7);
   run = volume.clean({"--select", "*/Data/*", "--yes"}, {.interrupted = true});
   EXPECT_EQ(run.status, 130) << run.err;
+  EXPECT_EQ(goneBetween(before, volume.items()), Words());
+}
+
+/// Twin folders, and one more copy of a file of theirs.
+struct CoveredVolume : DuplicatesVolume {
+  CoveredVolume() {
+    for (const std::string top : {"Data/One/", "Data/Two/"}) {
+      text(kHome + top + "a", "aaaa");
+      text(kHome + top + "b", "bbbbb");
+    }
+    text(kHome + "Data/a", "aaaa");
+  }
+};
+
+TEST(DuplicatesCommand, fileThatGoesWithItsFolderIsRemovedAndCountedOnce) {
+  const CoveredVolume volume;
+  const ProgramRun plan = volume.clean({"--select", "*/One*", "--dry-run"});
+  EXPECT_NE(plan.out.find("1 item, 9 B would go"), std::string::npos) << plan.out;
+  const ProgramRun run = volume.clean({"--select", "*/One*", "--yes", "--json"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  const Json document = run.document();
+  EXPECT_EQ(document.at("clean").at("size"), 9);
+  ASSERT_EQ(document.at("clean").at("records").size(), 1U);
+  EXPECT_EQ(document.at("clean").at("records").at(0).at("path"), volume.path(kHome + "Data/One"));
+  EXPECT_EQ(volume.groupsIn(document), (Groups{{"Data/Two/a", "Data/a"}}));
+  EXPECT_FALSE(fs::exists(volume.path(kHome + "Data/One")));
+  EXPECT_TRUE(fs::exists(volume.path(kHome + "Data/Two/a")));
+}
+
+TEST(DuplicatesCommand, planAsADocumentTicksAFileThatGoesWithItsFolder) {
+  const CoveredVolume volume;
+  const Json document = volume.clean({"--select", "*/One*", "--dry-run", "--json"}).document();
+  Words ticked;
+  for (const Json& group : DuplicatesVolume::all(document).at("childrens")) {
+    for (const Json& member : group.at("childrens")) {
+      if (member.at("state") == 1)
+        ticked.push_back(fs::path(member.at("path").get<std::string>()).filename());
+    }
+  }
+  std::ranges::sort(ticked);
+  EXPECT_EQ(ticked, Words({"One", "a"}));
+}
+
+TEST(DuplicatesCommand, lastCopyOfAFileGoesWithNoFolder) {
+  const CoveredVolume volume;
+  const auto before = volume.items();
+  // No copy of "a" would be left, though a twin of the folder is.
+  const ProgramRun run = volume.clean({"--select", "*/One", "*/Two/a", "*/Data/a", "--yes"});
+  EXPECT_EQ(run.status, 2) << run.out;
   EXPECT_EQ(goneBetween(before, volume.items()), Words());
 }
 

@@ -43,8 +43,9 @@ class DuplicateScanService : public SuperScanService {
   static Integer limitSize;
   /// False: the files of every folder that was hashed are no candidates for groups of files, whether or not
   /// the folder has a twin. True: only those of folders that have one are left out, and even these are
-  /// members of the group of an equal file that lies in no such folder. So every pair of equal files above
-  /// the limit is in one group, or in two folders of one group. Set it while no scan runs.
+  /// members of the group of an equal file that lies in no such folder. So of every pair of equal files
+  /// above the limit both are in one group, or both lie in folders that have a twin. Set it while no scan
+  /// runs.
   static bool findsEveryEqualPair;
   /// False: folders without a file that could be hashed are twins if their computed sizes are equal. True:
   /// such folders have no twin. Set it while no scan runs.
