@@ -36,16 +36,15 @@ void checkReply(const EventForm& form, const Reply& reply, std::size_t expected)
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   if (size == 0) return 0;
   const std::string_view bytes = fuzz::textOf(data + 1, size - 1);
-  const auto heading = EventHeading::of(static_cast<std::int8_t>(data[0]), bytes);
   const auto event = MessageView::of(bytes, HelperMessage::Kind::Event);
   if (!event.has_value()) return 0;
   const auto form = EventForm::of(static_cast<std::int8_t>(data[0]), *event);
   if (!form.has_value()) return 0;
-  require(heading.has_value() || bytes.size() > EventHeading::kMostMaintenanceBytes,
-          "an event has a heading");
-  require(!heading.has_value() || (heading->action == form->action() && heading->paths == form->paths),
-          "a heading says what the form says");
-  checkReply(*form, Reply::refused(*form, *event), form->paths);
+  const auto operation = form->operation.has_value() ? static_cast<std::int32_t>(*form->operation) : -1;
+  const auto announced = EventForm::announced(static_cast<std::int8_t>(data[0]), operation,
+                                              static_cast<std::uint32_t>(form->paths));
+  require(announced == form, "an event can be announced");
+  checkReply(*form, Reply::of(*form, *event, ResultTable(event->dictionary().size()), {}), form->paths);
   ResultTable results(event->dictionary().size());
   for (const MessageView::Entry& entry : event->dictionary()) {
     if (entry.index % 2 == 0) results.set(entry.index, HelperEventErrorID::DeleteError, entry.key);

@@ -5,6 +5,8 @@
 #include <map>
 #include <utility>
 
+#include "SorrelFramework/HelpTool/HelperWireNames.hpp"
+
 namespace sorrel::helper {
 namespace {
 
@@ -51,7 +53,7 @@ void Authority::check(const std::string& sender, Action action, std::size_t coun
       .withArguments(subject, service_ + "." + nameOf(action), details, kMayAskTheUser, cancellationOf(id))
       .uponReplyInvoke([answer = std::move(answer)](const sdbus::Error* error, const CheckResult& result) {
         const bool isYes = error == nullptr && result.get<0>();
-        answer(isYes, error != nullptr ? "no-authority" : isYes ? "authorised" : "not-authorised");
+        answer(isYes, error != nullptr ? HelperRefusal::noAuthority : HelperRefusal::notAuthorised);
       });
 }
 

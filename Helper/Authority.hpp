@@ -32,8 +32,8 @@ class Authority {
   /// The user of the connection with this unique name, as the bus knows it; nothing if it is gone.
   void userOf(const std::string& sender, UserAnswer answer);
   /// Asks polkit about that connection; the user may be asked for a password, for as long as it takes.
-  /// Whatever is not a clear yes is a no, with one word for the log about it. `count` is told to the user;
-  /// nothing else of the event is. `id` is for cancel().
+  /// Whatever is not a clear yes is a no, with a word of HelperRefusal as the reason. `count` is shown to the
+  /// user; nothing else of the event is. `id` is for cancel().
   void check(const std::string& sender, Action action, std::size_t count, std::uint64_t id,
              CheckAnswer answer);
   /// Takes the question back from the user. The answer comes all the same.

@@ -4,11 +4,24 @@
 #include <utility>
 
 namespace sorrel::helper {
+namespace {
 
-std::uint64_t CallList::add(std::unique_ptr<HelperCall> call) {
+using Stage = HelperCall::Stage;
+
+bool isIdentified(const HelperCall& call) { return call.stage != Stage::Identifying; }
+
+}  // namespace
+
+template <class Condition>
+std::size_t CallList::count(Condition condition) const {
+  const auto matching =
+      std::ranges::count_if(calls_, [&](const auto& each) { return condition(*each.second); });
+  return static_cast<std::size_t>(matching);
+}
+
+HelperCall& CallList::add(std::unique_ptr<HelperCall> call) {
   call->id = ++lastID_;
-  calls_.emplace(lastID_, std::move(call));
-  return lastID_;
+  return *calls_.emplace(lastID_, std::move(call)).first->second;
 }
 
 HelperCall* CallList::find(std::uint64_t id) const {
@@ -20,21 +33,34 @@ std::unique_ptr<HelperCall> CallList::take(std::uint64_t id) {
   return std::move(calls_.extract(id).mapped());
 }
 
-bool CallList::hasRoomFor(std::uint32_t uid) const {
-  std::size_t all = 0;
-  std::size_t own = 0;
-  for (const auto& [id, call] : calls_) {
-    if (call->stage == HelperCall::Stage::Identifying) continue;
-    ++all;
-    if (call->uid == uid) ++own;
-  }
-  return own < kMostOfUser && all < kMost;
+bool CallList::canIdentify(const std::string& sender) const {
+  const auto isOwn = [&](const HelperCall& call) { return !isIdentified(call) && call.sender == sender; };
+  return count(std::not_fn(isIdentified)) < kMostUnidentified && count(isOwn) == 0;
 }
 
-bool CallList::hasRoomForCaller(const std::string& sender) const {
-  const auto own =
-      std::ranges::count_if(calls_, [&](const auto& each) { return each.second->sender == sender; });
-  return static_cast<std::size_t>(own) < kMostOfCaller;
+bool CallList::hasCallOf(std::uint32_t uid) const {
+  return count([&](const HelperCall& call) { return isIdentified(call) && call.uid == uid; }) > 0;
+}
+
+bool CallList::isFull() const { return count(isIdentified) >= kMost; }
+bool CallList::hasWork() const { return count(isIdentified) > 0; }
+bool CallList::hasAuthorisedWork() const { return count(std::mem_fn(&HelperCall::isAuthorised)) > 0; }
+
+std::size_t CallList::mostReplyBytes() const {
+  std::size_t sum = 0;
+  for (const auto& [id, call] : calls_) sum += call->isAuthorised() ? call->mostReplyBytes() : 0;
+  return sum;
+}
+
+std::optional<HelperCall::Clock::time_point> CallList::firstDeadline() const {
+  std::optional<HelperCall::Clock::time_point> first;
+  for (const auto& [id, call] : calls_) {
+    if (call->stage == Stage::Filling &&
+        call->fillDeadline < first.value_or(HelperCall::Clock::time_point::max())) {
+      first = call->fillDeadline;
+    }
+  }
+  return first;
 }
 
 std::vector<std::uint64_t> CallList::all() const {

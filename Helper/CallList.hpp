@@ -4,6 +4,7 @@
 #include <cstdint>
 #include <map>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -11,29 +12,40 @@
 
 namespace sorrel::helper {
 
-/// The calls that are under way, by number. Each user may have kMostOfUser beyond the question who they are,
-/// all together kMost; each connection kMostOfCaller, that question included.
+/// The calls that are under way, by number. Callers that are not identified yet may have one call each and
+/// kMostUnidentified together; identified users one each and kMost together.
 class CallList {
  public:
-  static constexpr std::size_t kMostOfUser = 2;
   static constexpr std::size_t kMost = 16;
-  static constexpr std::size_t kMostOfCaller = 8;
+  static constexpr std::size_t kMostUnidentified = 1024;
 
-  /// Gives the call its number; answers that.
-  std::uint64_t add(std::unique_ptr<HelperCall> call);
+  /// Gives the call its number and returns it.
+  HelperCall& add(std::unique_ptr<HelperCall> call);
   /// Null if it is not under way any more.
   [[nodiscard]] HelperCall* find(std::uint64_t id) const;
   /// Takes one off the list that is on it.
   std::unique_ptr<HelperCall> take(std::uint64_t id);
 
-  [[nodiscard]] std::size_t size() const noexcept { return calls_.size(); }
-  [[nodiscard]] bool hasRoomFor(std::uint32_t uid) const;
-  [[nodiscard]] bool hasRoomForCaller(const std::string& sender) const;
+  [[nodiscard]] bool canIdentify(const std::string& sender) const;
+  /// Whether an identified user has an event under way.
+  [[nodiscard]] bool hasCallOf(std::uint32_t uid) const;
+  [[nodiscard]] bool isFull() const;
+  /// Whether anything is under way for an identified, or for an authorised, caller.
+  [[nodiscard]] bool hasWork() const;
+  [[nodiscard]] bool hasAuthorisedWork() const;
+  /// The most that the replies to all authorised events can take.
+  [[nodiscard]] std::size_t mostReplyBytes() const;
+  /// When the first ticket expires.
+  [[nodiscard]] std::optional<HelperCall::Clock::time_point> firstDeadline() const;
+
   /// The numbers of all calls, or of those of one connection.
   [[nodiscard]] std::vector<std::uint64_t> all() const;
   [[nodiscard]] std::vector<std::uint64_t> from(const std::string& sender) const;
 
  private:
+  template <class Condition>
+  [[nodiscard]] std::size_t count(Condition condition) const;
+
   std::map<std::uint64_t, std::unique_ptr<HelperCall>> calls_;
   std::uint64_t lastID_ = 0;
 };

@@ -4,6 +4,8 @@
 #include <array>
 #include <string_view>
 
+#include "SorrelFramework/HelpTool/HelperWireNames.hpp"
+
 namespace sorrel::helper {
 namespace {
 
@@ -39,7 +41,6 @@ constexpr auto kRows = std::to_array<Row>({
     // A list of paths is a deletion, by whatever event it comes.
     {Kind::Maintenance, Operation::Clean, true, Below::Nothing, Action::Delete, Error::DeleteError, "clean"},
     {Kind::Maintenance, Operation::Move, true, Below::Target, Action::Move, Error::MoveFail, "move"},
-    {Kind::CloseHelper, kNoOperation, false, Below::Nothing, Action::Maintenance, Error::NoCause, "close"},
 });
 
 const Row* rowOf(Kind kind, std::optional<Operation> operation) {
@@ -118,20 +119,13 @@ std::optional<EventForm> EventForm::of(std::int32_t eventID, const MessageView& 
   return form;
 }
 
-std::optional<EventHeading> EventHeading::of(std::int32_t eventID, std::string_view message) {
-  const auto count = MessageView::countOf(message, HelperMessage::Kind::Event);
-  if (!isKnown(eventID) || !count.has_value()) return std::nullopt;
-  const Kind kind = static_cast<Kind>(eventID);
-  if (kind != Kind::Maintenance) {
-    const Row* const row = rowOf(kind, kNoOperation);
-    if (!row->hasPaths && *count > 0) return std::nullopt;
-    return EventHeading{kind, row->action, *count};
-  }
-  if (message.size() > kMostMaintenanceBytes) return std::nullopt;
-  const auto view = MessageView::of(message, HelperMessage::Kind::Event);
-  const auto form = view.has_value() ? EventForm::of(eventID, *view) : std::nullopt;
-  if (!form.has_value()) return std::nullopt;
-  return EventHeading{kind, form->action(), form->paths};
+std::optional<EventForm> EventForm::announced(std::int32_t eventID, std::int32_t operation,
+                                              std::uint32_t paths) {
+  if (!isKnown(eventID) || paths > HelperLimits::paths) return std::nullopt;
+  EventForm form{static_cast<Kind>(eventID), std::nullopt, paths};
+  if (operation != HelperWireNames::noOperation) form.operation = static_cast<Operation>(operation);
+  const Row* const row = rowOf(form.kind, form.operation);
+  return row == nullptr || (paths > 0 && !row->hasPaths) ? std::nullopt : std::optional(form);
 }
 
 Action EventForm::action() const { return rowOf(kind, operation)->action; }

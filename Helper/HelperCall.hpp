@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
@@ -7,47 +8,50 @@
 #include <string>
 
 #include "Helper/EventForm.hpp"
+#include "Helper/HelperLog.hpp"
 #include "Helper/Reply.hpp"
 #include "SorrelFramework/HelpTool/MessageView.hpp"
 #include "SorrelFramework/HelpTool/SealedMemory.hpp"
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
 
 namespace sorrel::helper {
 
-/// A call of HandleEvent or Uninstall that is under way. What it brought is read step by step, no further
-/// than its caller is trusted by then.
+/// An event, or a call of Uninstall, that is under way.
 struct HelperCall {
-  enum class Stage { Identifying, Asking, Running };
-  using EventAnswer = std::function<void(const Reply& reply)>;
-  using UninstallAnswer = std::function<void(bool flag, const std::string& text)>;
+  enum class Stage {
+    Identifying,  ///< the bus is asked for the user of the caller
+    Asking,       ///< polkit is asked
+    Filling,      ///< the caller fills the memory that it got
+    Running,      ///< a worker process is at work
+  };
+  using Clock = std::chrono::steady_clock;
 
-  /// No user's number.
-  static constexpr std::uint32_t kUnknownUser = UINT32_MAX;
-
-  std::uint64_t id = 0;
+  std::uint64_t id = 0;  ///< the ticket of an event
   std::string sender;
   std::uint32_t uid = kUnknownUser;
   Stage stage = Stage::Identifying;
-  std::optional<std::int32_t> eventID;  ///< none: Uninstall
-  std::optional<SealedMemory> memory;   ///< of an event; none if it was not sound
-  EventAnswer eventAnswer;
-  UninstallAnswer uninstallAnswer;
+  std::optional<EventForm> form;  ///< as announced; none for Uninstall
+  std::size_t bytes = 0;          ///< of an event's message, as announced
 
-  // Of an event, the views once they were read; they lie in the memory.
-  std::optional<EventHeading> heading;
-  std::optional<EventForm> form;
-  std::optional<MessageView> view;
+  /// The answers to the method call that waits for one now. `refuse` is empty while none waits.
+  std::function<void(const std::string& reason)> refuse;
+  std::function<void(std::uint64_t ticket, const FileDescriptor& memory)> begun;
+  std::function<void(const Reply& reply)> finished;
+  std::function<void(bool flag, const std::string& text)> uninstalled;
 
-  [[nodiscard]] bool isEvent() const { return eventID.has_value(); }
-  /// Reads the heading. False if this can be no event.
-  [[nodiscard]] bool readHeading();
-  /// Reads the whole event, behind its heading. False if its form is not sound.
+  FileDescriptor file;  ///< what the caller fills
+  Clock::time_point fillDeadline;
+  std::optional<SealedMemory> memory;  ///< the event, sealed
+  std::optional<MessageView> view;     ///< lies in the memory
+
+  [[nodiscard]] bool isEvent() const { return form.has_value(); }
+  [[nodiscard]] bool isAuthorised() const { return stage >= Stage::Filling; }
+  /// Seals and reads what the caller has filled in. False unless it is an event of the announced form.
   [[nodiscard]] bool read();
-
-  [[nodiscard]] Action action() const { return heading.has_value() ? heading->action : Action::Uninstall; }
-  /// As the heading claims, and never more than that.
-  [[nodiscard]] std::size_t paths() const { return heading.has_value() ? heading->paths : 0; }
-  /// Of a reply with an entry for each path, at most.
-  [[nodiscard]] std::size_t mostReplyBytes() const;
+  [[nodiscard]] Action action() const { return isEvent() ? form->action() : Action::Uninstall; }
+  [[nodiscard]] std::size_t paths() const { return isEvent() ? form->paths : 0; }
+  /// Of the reply, at most.
+  [[nodiscard]] std::size_t mostReplyBytes() const { return bytes + paths() * HelperLimits::wordsBytes; }
   /// For a log: the call, who made it and what it is.
   [[nodiscard]] std::string described() const;
 };

@@ -57,7 +57,6 @@ bool isTypeName(std::string_view value) {
 }
 
 bool setValue(std::string_view key, std::string_view value, HelperConfiguration& configuration) {
-  if (key == "grace-seconds") return setSeconds(value, configuration.grace);
   if (key == "idle-seconds") return setSeconds(value, configuration.idle);
   if (key == "log-paths" && (value == "yes" || value == "no")) {
     configuration.logsPaths = value == "yes";

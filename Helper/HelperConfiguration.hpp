@@ -17,7 +17,6 @@ namespace sorrel::helper {
 ///                                 backslashes, and a comment after it are faults
 ///   allow-file-system = TYPE      works on this type too, as /proc/self/mountinfo calls it; repeatable
 ///   log-paths = yes | no          whether the journal names what was removed; yes by default
-///   grace-seconds = 0...3600      how long work goes on after its caller has left; 30 by default
 ///   idle-seconds = 0...3600       how long the helper stays without work; 300 by default
 ///
 /// A file that exists and cannot be used whole makes the helper refuse every event: the line that was not
@@ -26,10 +25,7 @@ struct HelperConfiguration {
   std::vector<std::string> refusedPlaces;
   std::vector<std::string> allowedFileSystems;
   bool logsPaths = true;
-  std::chrono::seconds grace{30};
   std::chrono::seconds idle{300};
-  /// How long one that gave up its name waits for those who looked it up before that. Not in the file.
-  std::chrono::milliseconds farewell{500};
   /// Why the file cannot be used; "" if it can, or if there is none. With a fault no event may be carried
   /// out. It names no path, so that it can be shown to any caller.
   std::string fault;

@@ -42,15 +42,30 @@ HelperLog::HelperLog(const char* name) : isJournal_(std::getenv("JOURNAL_STREAM"
   if (!isJournal_) ::openlog(name, LOG_PID | LOG_PERROR | LOG_NDELAY, LOG_AUTHPRIV);
 }
 
+HelperLog::~HelperLog() {
+  for (const auto& [uid, limit] : limits_) reportHeldBack(uid);
+}
+
 void HelperLog::info(const std::string& line) { write(LOG_INFO, line); }
 void HelperLog::error(const std::string& line) { write(LOG_ERR, line); }
 
-bool HelperLog::refusal(const std::string& line) {
-  if (!refusals_.admits(RateLimit::Clock::now())) return false;
-  const std::size_t heldBack = refusals_.takeHeldBack();
-  if (heldBack > 0) write(LOG_WARNING, std::to_string(heldBack) + " more refusals were not logged");
-  write(LOG_WARNING, line);
-  return true;
+void HelperLog::limited(std::uint32_t uid, const std::function<std::string()>& line) {
+  if (!limitOf(uid).admits(RateLimit::Clock::now())) return;
+  reportHeldBack(uid);
+  write(LOG_WARNING, line());
+}
+
+void HelperLog::reportHeldBack(std::uint32_t uid) {
+  const std::size_t heldBack = limitOf(uid).takeHeldBack();
+  if (heldBack == 0) return;
+  const std::string user = uid == kUnknownUser ? "?" : std::to_string(uid);
+  write(LOG_WARNING, std::to_string(heldBack) + " more lines for uid=" + user + " were not logged");
+}
+
+RateLimit& HelperLog::limitOf(std::uint32_t uid) {
+  const bool isNew = !limits_.contains(uid);
+  const std::uint32_t key = isNew && limits_.size() >= kMostUsers ? kUnknownUser : uid;
+  return limits_.try_emplace(key, kMostOfUser, std::chrono::seconds(10)).first->second;
 }
 
 void HelperLog::write(int priority, const std::string& line) {

@@ -2,6 +2,9 @@
 
 #include <chrono>
 #include <cstddef>
+#include <cstdint>
+#include <functional>
+#include <map>
 #include <string>
 #include <string_view>
 
@@ -11,6 +14,9 @@ namespace sorrel::helper {
 /// which nobody can pretend the end of a field. Cut after kMostEscaped bytes of input, with "..." behind it.
 inline constexpr std::size_t kMostEscaped = 1024;
 [[nodiscard]] std::string escapedForLog(std::string_view text);
+
+/// The number of no user, for callers that are not known yet.
+inline constexpr std::uint32_t kUnknownUser = UINT32_MAX;
 
 /// Lets a burst through, then as much in each interval.
 class RateLimit {
@@ -38,19 +44,29 @@ class HelperLog {
   /// `name` must stay. To be made before the environment is cleared.
   explicit HelperLog(const char* name);
 
-  void info(const std::string& line);
-  /// Of which somebody outside may cause any number: kept to kRefusals in ten seconds. False if it was held
-  /// back.
-  bool refusal(const std::string& line);
-  void error(const std::string& line);
+  /// Tells what was held back and not reported yet.
+  ~HelperLog();
+  HelperLog(const HelperLog&) = delete;
+  HelperLog& operator=(const HelperLog&) = delete;
 
-  static constexpr std::size_t kRefusals = 50;
+  void info(const std::string& line);
+  void error(const std::string& line);
+  /// A line that user `uid` can cause at will: at most kMostOfUser of them in ten seconds. `line` is only
+  /// called for a line that is written.
+  void limited(std::uint32_t uid, const std::function<std::string()>& line);
+  /// Writes how many lines of that user were held back since the last time.
+  void reportHeldBack(std::uint32_t uid);
+
+  static constexpr std::size_t kMostOfUser = 50;
+  /// Users beyond these share one limit.
+  static constexpr std::size_t kMostUsers = 64;
 
  private:
+  RateLimit& limitOf(std::uint32_t uid);
   void write(int priority, const std::string& line);
 
   bool isJournal_;
-  RateLimit refusals_{kRefusals, std::chrono::seconds(10)};
+  std::map<std::uint32_t, RateLimit> limits_;
 };
 
 }  // namespace sorrel::helper

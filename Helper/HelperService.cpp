@@ -4,39 +4,48 @@
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <algorithm>
+#include <array>
+#include <map>
 #include <optional>
-#include <set>
+#include <string_view>
 #include <utility>
 #include <vector>
 
 #include "Helper/Authority.hpp"
 #include "Helper/CallList.hpp"
 #include "Helper/HelperCall.hpp"
-#include "Helper/RefusalBudget.hpp"
 #include "Helper/Reply.hpp"
 #include "Helper/Supervisor.hpp"
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
-#include "SorrelFramework/HelpTool/SealedMemory.hpp"
 
 namespace sorrel::helper {
 namespace {
 
-using Clock = Supervisor::Clock;
+using Clock = HelperCall::Clock;
 using Stage = HelperCall::Stage;
-using EventResult = sdbus::Result<bool, std::int32_t, sdbus::UnixFd>;
+using BeginResult = sdbus::Result<std::uint64_t, sdbus::UnixFd>;
+using RunResult = sdbus::Result<bool, std::int32_t, sdbus::UnixFd>;
 using UninstallResult = sdbus::Result<bool, std::string>;
 
-/// How long one that was started waits for the call that it was started for.
+/// Grace period after start-up before the idle time counts: the call that started the helper is on its way.
 constexpr std::chrono::seconds kStart{2};
-/// Messages of the bus in a row: who sends without end keeps nobody else's results waiting.
+/// Messages that are handled in a row before the workers' results are read.
 constexpr int kMostInARow = 64;
 
-void sendReply(const EventResult& result, const Reply& reply) {
-  if (reply.message.isOpen()) {
-    result.returnResults(reply.flag, reply.code, sdbus::UnixFd(reply.message.get()));
-  } else {
-    // An answer that lists no failures would tell of success.
+/// Errors after which the connection still works.
+bool isShortage(const sdbus::Error& error) {
+  constexpr std::array kShortages = {"org.freedesktop.DBus.Error.NoMemory", "System.Error.ENOBUFS",
+                                     "System.Error.EMFILE", "System.Error.ENFILE", "System.Error.EXFULL"};
+  return std::ranges::find(kShortages, std::string_view(error.getName())) != kShortages.end();
+}
+
+/// Without descriptors or memory for the results the caller gets an error, which is an answer too.
+template <class Result, class... Values>
+void returnAll(const Result& result, Values&&... values) {
+  try {
+    result.returnResults(std::forward<Values>(values)...);
+  } catch (const sdbus::Error&) {
     result.returnError(sdbus::Error("org.freedesktop.DBus.Error.NoMemory", "no memory"));
   }
 }
@@ -58,28 +67,36 @@ class HelperService::Core {
   bool run(int stopSignal);
 
  private:
+  struct Caller {
+    std::uint32_t uid = kUnknownUser;
+    bool isAuthorised = false;  ///< polkit has said yes to a call of this connection
+  };
+
+  void offerMethods();
   void offer();
-  void handleEvent(EventResult&& result, std::int32_t eventID, int descriptor);
+  template <class Result>
+  std::function<void(const std::string&)> refusalBy(const std::shared_ptr<Result>& back) const;
+  void begin(BeginResult&& result, const std::optional<EventForm>& form, std::uint64_t bytes);
+  void runEvent(RunResult&& result, std::uint64_t ticket);
   void uninstall(UninstallResult&& result);
+  bool close();
   void admit(std::unique_ptr<HelperCall> call);
   void identified(std::uint64_t id, std::optional<std::uint32_t> uid);
-  void ask(HelperCall& call);
   void decided(std::uint64_t id, bool isAuthorised, const std::string& reason);
+  void handOutMemory(HelperCall& call);
   void startWork(HelperCall& call);
   void finished(std::uint64_t id, const Supervisor::Ending& ending);
-  void close(HelperCall& call);
   void removeInstallation(HelperCall& call);
   void refuse(HelperCall& call, const std::string& reason);
-  Reply refusalOf(HelperCall& call);
-  void answer(HelperCall& call, const Reply& reply);
-  void answer(HelperCall& call, bool flag, const std::string& text);
-  std::unique_ptr<HelperCall> end(const HelperCall& call);
-  void callerLeft(const std::string& sender);
+  template <class Answer>
+  void answer(const HelperCall& call, const Answer& send);
+  void endCalls(const std::vector<std::uint64_t>& ids, const char* reason);
+  void dropUnusedTickets();
   void stop();
   bool serveBus();
   bool leave();
-  void giveUpName();
-  [[nodiscard]] bool isGone() const { return !hasName_ && Clock::now() >= farewell_; }
+  [[nodiscard]] std::string sender() const { return object_->getCurrentlyProcessedMessage()->getSender(); }
+  [[nodiscard]] const char* refusalOfAll();
   [[nodiscard]] std::optional<Clock::time_point> deadline() const;
   void wait(int stopSignal);
   void logFailures(const HelperCall& call, const ResultTable& results);
@@ -90,101 +107,178 @@ class HelperService::Core {
   HelperLog& log_;
   std::unique_ptr<sdbus::IConnection> connection_;  // outlives what came over it
   CallList calls_;
-  RefusalBudget budget_;
-  std::set<std::uint32_t> users_;  // for whom something was authorised
-  bool isRefusing_ = false;        // takes no more work
-  bool isLeaving_ = false;         // goes when no work is left
-  bool hasName_ = false;
-  Clock::time_point lastWork_ = Clock::now() + kStart;  // whoever starts it is about to call
-  Clock::time_point farewell_;                          // without a name: when it goes
+  std::map<std::string, Caller> callers_;  // by unique name; erased when the connection leaves the bus
+  bool isStopping_ = false;                // takes no more work
+  bool isLeaving_ = false;                 // ends when no authorised work is left
+  std::size_t repliedBytes_ = 0;           // their receivers may still hold this much of our memory
+  Clock::time_point lastWork_ = Clock::now() + kStart;
   Supervisor supervisor_;
   sdbus::Slot departures_;
   std::unique_ptr<sdbus::IObject> object_;
   Authority authority_;
 };
 
-void HelperService::Core::offer() {
+void HelperService::Core::offerMethods() {
   object_->registerMethod(HelperWireNames::getHelperVersion)
       .onInterface(names_.interface)
-      .implementedAs([this] {
-        lastWork_ = Clock::now();
-        return identity_.version;
-      });
-  object_->registerMethod(HelperWireNames::handleEvent)
+      .implementedAs([this] { return identity_.version; });
+  object_->registerMethod(HelperWireNames::begin)
       .onInterface(names_.interface)
-      .implementedAs([this](EventResult&& result, std::int32_t eventID, const sdbus::UnixFd& message) {
-        handleEvent(std::move(result), eventID, message.get());
+      .implementedAs([this](BeginResult&& result, std::int32_t event, std::int32_t operation,
+                            std::uint32_t paths, std::uint64_t bytes) {
+        begin(std::move(result), EventForm::announced(event, operation, paths), bytes);
       });
+  object_->registerMethod(HelperWireNames::run)
+      .onInterface(names_.interface)
+      .implementedAs(
+          [this](RunResult&& result, std::uint64_t ticket) { runEvent(std::move(result), ticket); });
+  object_->registerMethod(HelperWireNames::stop).onInterface(names_.interface).implementedAs([this] {
+    endCalls(calls_.from(sender()), HelperRefusal::stopped);
+  });
+  object_->registerMethod(HelperWireNames::closeHelper).onInterface(names_.interface).implementedAs([this] {
+    return close();
+  });
   object_->registerMethod(HelperWireNames::uninstall)
       .onInterface(names_.interface)
       .implementedAs([this](UninstallResult&& result) { uninstall(std::move(result)); });
   object_->finishRegistration();
-  // Before any call can come: the bus tells of a departure after the last call of who departs.
+}
+
+void HelperService::Core::offer() {
+  offerMethods();
+  // Before any call can come: the bus reports a departure after the last call of the connection.
   departures_ = connection_->addMatch(
       "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
       "member='NameOwnerChanged',arg2=''",
       [this](sdbus::Message& signal) {
         std::string name;
         signal >> name;
-        callerLeft(name);
+        callers_.erase(name);
+        endCalls(calls_.from(name), HelperRefusal::callerLeft);
       });
   connection_->requestName(identity_.service);
-  hasName_ = true;
 }
 
-void HelperService::Core::handleEvent(EventResult&& result, std::int32_t eventID, int descriptor) {
+template <class Result>
+std::function<void(const std::string&)> HelperService::Core::refusalBy(
+    const std::shared_ptr<Result>& back) const {
+  return [back, name = names_.refusalName()](const std::string& reason) {
+    back->returnError(sdbus::Error(name, reason));
+  };
+}
+
+void HelperService::Core::begin(BeginResult&& result, const std::optional<EventForm>& form,
+                                std::uint64_t bytes) {
+  const auto back = std::make_shared<BeginResult>(std::move(result));
+  if (!form.has_value() || bytes == 0 || bytes > HelperLimits::bytes) {
+    back->returnError(sdbus::Error(names_.refusalName(), HelperRefusal::unsound));
+    return;
+  }
   auto call = std::make_unique<HelperCall>();
-  call->eventID = eventID;
-  const auto back = std::make_shared<EventResult>(std::move(result));
-  call->eventAnswer = [back](const Reply& reply) { sendReply(*back, reply); };
-  call->memory = SealedMemory::map(descriptor, HelperLimits::bytes);
+  call->form = form;
+  call->bytes = bytes;
+  call->refuse = refusalBy(back);
+  call->begun = [back](std::uint64_t ticket, const FileDescriptor& memory) {
+    returnAll(*back, ticket, sdbus::UnixFd(memory.get()));
+  };
   admit(std::move(call));
 }
 
 void HelperService::Core::uninstall(UninstallResult&& result) {
-  auto call = std::make_unique<HelperCall>();
   const auto back = std::make_shared<UninstallResult>(std::move(result));
-  call->uninstallAnswer = [back](bool flag, const std::string& text) { back->returnResults(flag, text); };
+  auto call = std::make_unique<HelperCall>();
+  call->refuse = refusalBy(back);
+  call->uninstalled = [back](bool flag, const std::string& text) { returnAll(*back, flag, text); };
   admit(std::move(call));
 }
 
+/// The reason why no call is taken any more; null while calls are.
+const char* HelperService::Core::refusalOfAll() {
+  const bool isFree = !isLeaving_ && !calls_.hasAuthorisedWork();
+  if (isFree && identity_.isReplaced && identity_.isReplaced()) {
+    log_.info("another program was installed");
+    isLeaving_ = true;
+  }
+  if (isStopping_) return HelperRefusal::stopped;
+  return isLeaving_ ? HelperRefusal::closing : nullptr;
+}
+
 void HelperService::Core::admit(std::unique_ptr<HelperCall> call) {
-  const std::string sender = object_->getCurrentlyProcessedMessage()->getSender();
-  call->sender = sender;
-  const bool hasRoom = calls_.hasRoomForCaller(sender);
-  const std::uint64_t id = calls_.add(std::move(call));
-  if (!hasRoom) return refuse(*calls_.find(id), "too-many");
-  if (isGone()) return refuse(*calls_.find(id), "closing");
-  authority_.userOf(sender, [this, id](std::optional<std::uint32_t> uid) { identified(id, uid); });
+  call->sender = sender();
+  const auto known = callers_.find(call->sender);
+  const char* reason = refusalOfAll();
+  if (reason == nullptr && known == callers_.end() && !calls_.canIdentify(call->sender)) {
+    reason = HelperRefusal::busy;
+  }
+  HelperCall& added = calls_.add(std::move(call));
+  if (reason != nullptr) return refuse(added, reason);
+  if (known != callers_.end()) return identified(added.id, known->second.uid);
+  authority_.userOf(added.sender, [this, id = added.id](std::optional<std::uint32_t> uid) {
+    if (const HelperCall* asked = calls_.find(id); asked != nullptr && uid.has_value()) {
+      callers_[asked->sender].uid = *uid;
+    }
+    identified(id, uid);
+  });
 }
 
 void HelperService::Core::identified(std::uint64_t id, std::optional<std::uint32_t> uid) {
   HelperCall* const call = calls_.find(id);
   if (call == nullptr) return;
-  if (!uid.has_value()) return refuse(*call, "unknown-caller");
+  if (!uid.has_value()) return refuse(*call, HelperRefusal::unknownCaller);
   call->uid = *uid;
-  if (call->isEvent() && !call->readHeading()) return refuse(*call, "unsound-message");
-  if (call->isEvent() && call->heading->kind == HelperHanldeEventID::CloseHelper) return close(*call);
-  if (isRefusing_) return refuse(*call, "closing");
-  if (!calls_.hasRoomFor(*uid)) return refuse(*call, "too-many");
-  ask(*call);
-}
-
-void HelperService::Core::ask(HelperCall& call) {
-  call.stage = Stage::Asking;
-  authority_.check(call.sender, call.action(), call.paths(), call.id,
-                   [this, id = call.id](bool isAuthorised, const std::string& reason) {
-                     decided(id, isAuthorised, reason);
-                   });
+  if (const char* reason = refusalOfAll()) return refuse(*call, reason);
+  if (calls_.hasCallOf(*uid)) return refuse(*call, HelperRefusal::tooMany);
+  if (calls_.isFull()) return refuse(*call, HelperRefusal::busy);
+  call->stage = Stage::Asking;
+  authority_.check(
+      call->sender, call->action(), call->paths(), id,
+      [this, id](bool isAuthorised, const std::string& reason) { decided(id, isAuthorised, reason); });
 }
 
 void HelperService::Core::decided(std::uint64_t id, bool isAuthorised, const std::string& reason) {
   HelperCall* const call = calls_.find(id);
   if (call == nullptr) return;
   if (!isAuthorised) return refuse(*call, reason);
-  users_.insert(call->uid);
+  lastWork_ = Clock::now();
+  callers_[call->sender] = {call->uid, true};
   if (!call->isEvent()) return removeInstallation(*call);
-  if (!call->read()) return refuse(*call, "unsound-message");
+  handOutMemory(*call);
+}
+
+void HelperService::Core::handOutMemory(HelperCall& call) {
+  const std::size_t promised = repliedBytes_ + calls_.mostReplyBytes();
+  if (promised + call.mostReplyBytes() > HelperLimits::bytesOf(HelperMessage::Kind::Reply)) {
+    // Replies that callers keep count against this process; the next helper begins without any.
+    isLeaving_ = isLeaving_ || !calls_.hasAuthorisedWork();
+    return refuse(call, isLeaving_ ? HelperRefusal::closing : HelperRefusal::busy);
+  }
+  call.file = SealedMemory::forFilling(call.bytes);
+  if (!call.file.isOpen()) return refuse(call, HelperRefusal::noMemory);
+  call.stage = Stage::Filling;
+  call.fillDeadline = Clock::now() + kFill;
+  call.refuse = nullptr;
+  try {
+    call.begun(call.id, call.file);
+  } catch (const sdbus::Error& error) {
+    log_.error(call.described() + " no answer: " + escapedForLog(error.getMessage()));
+    calls_.take(call.id);
+  }
+}
+
+void HelperService::Core::runEvent(RunResult&& result, std::uint64_t ticket) {
+  const auto back = std::make_shared<RunResult>(std::move(result));
+  HelperCall* const call = calls_.find(ticket);
+  if (call == nullptr || call->sender != sender() || call->stage != Stage::Filling) {
+    back->returnError(sdbus::Error(names_.refusalName(), HelperRefusal::noTicket));
+    return;
+  }
+  call->refuse = refusalBy(back);
+  call->finished = [back](const Reply& reply) {
+    // A reply without its list of failures would tell of success.
+    if (!reply.message.isOpen()) throw sdbus::Error("org.freedesktop.DBus.Error.NoMemory", "no memory");
+    returnAll(*back, reply.flag, reply.code, sdbus::UnixFd(reply.message.get()));
+  };
+  if (!call->read()) return refuse(*call, HelperRefusal::unsound);
   startWork(*call);
 }
 
@@ -192,7 +286,7 @@ void HelperService::Core::startWork(HelperCall& call) {
   const EventJob job{call.form->kind, call.uid, *call.view, configuration_};
   const bool isStarted = supervisor_.start(
       call.id, job, [this, id = call.id](const Supervisor::Ending& ending) { finished(id, ending); });
-  if (!isStarted) return refuse(call, "no-process");
+  if (!isStarted) return refuse(call, HelperRefusal::noProcess);
   call.stage = Stage::Running;
   log_.info(call.described() + " paths=" + std::to_string(call.paths()) + " start");
 }
@@ -208,150 +302,130 @@ void HelperService::Core::finished(std::uint64_t id, const Supervisor::Ending& e
             std::to_string(call->paths() - results.successes()) + " flag=" + (told.flag ? "1" : "0") +
             " code=" + std::to_string(told.code) + " worker-memory=" + std::to_string(ending.peakMemory) +
             "KiB" + (ending.outcome.has_value() ? " end" : " killed"));
-  answer(*call, Reply::of(*call->form, *call->view, results, told));
+  const Reply reply = Reply::of(*call->form, *call->view, results, told);
+  repliedBytes_ += reply.bytes;
+  lastWork_ = Clock::now();
+  answer(*call, [&](const HelperCall& ended) { ended.finished(reply); });
 }
 
 void HelperService::Core::logFailures(const HelperCall& call, const ResultTable& results) {
   if (results.successes() == call.paths()) return;
-  const std::string number = "call " + std::to_string(call.id);
   for (const MessageView::Entry& entry : call.view->dictionary()) {
     if (!results.isKnown(entry.index) || results.isSuccess(entry.index)) continue;
-    const auto status = results.status(entry.index, call.form->failure());
-    if (!log_.refusal(number + ": not done: status=" + std::to_string(static_cast<int>(status)) + " path=\"" +
-                      escapedForLog(entry.key) + "\" why=\"" + escapedForLog(results.text(entry.index, "")) +
-                      "\"")) {
-      return;
-    }
+    log_.limited(call.uid, [&] {
+      const auto status = results.status(entry.index, call.form->failure());
+      return "call " + std::to_string(call.id) +
+             ": not done: status=" + std::to_string(static_cast<int>(status)) + " path=\"" +
+             escapedForLog(entry.key) + "\" why=\"" + escapedForLog(results.text(entry.index, "")) + "\"";
+    });
   }
+  log_.reportHeldBack(call.uid);
 }
 
-void HelperService::Core::close(HelperCall& call) {
-  // Others may be at work, or at their password.
-  const bool isHonoured = call.read() && users_.contains(call.uid) && calls_.size() == 1;
-  if (!isHonoured) return refuse(call, "in-use");
-  log_.info(call.described() + " end");
+bool HelperService::Core::close() {
+  const auto caller = callers_.find(sender());
+  const bool isHonoured =
+      caller != callers_.end() && caller->second.isAuthorised && !calls_.hasWork() && !isStopping_;
+  if (!isHonoured) return false;
+  log_.info("closed by uid=" + std::to_string(caller->second.uid));
   isLeaving_ = true;
-  answer(call, Reply::plain(true, HelperEventErrorID::Success));
+  return true;
 }
 
 void HelperService::Core::removeInstallation(HelperCall& call) {
   std::string text;
   const bool isGone = identity_.uninstall(text);
   log_.info(call.described() + " flag=" + (isGone ? "1" : "0") + " end");
-  isLeaving_ = isLeaving_ || isGone;
-  isRefusing_ = isRefusing_ || isGone;
-  answer(call, isGone, text);
+  if (isGone) isLeaving_ = isStopping_ = true;
+  answer(call, [&](const HelperCall& ended) { ended.uninstalled(isGone, text); });
 }
 
 void HelperService::Core::refuse(HelperCall& call, const std::string& reason) {
-  log_.refusal(call.described() + " refused: " + reason);
-  if (call.isEvent()) {
-    answer(call, refusalOf(call));
-  } else {
-    answer(call, false, std::string(kNotAuthorisedText));
-  }
+  log_.limited(call.uid, [&] { return call.described() + " refused: " + reason; });
+  answer(call, [&](const HelperCall& ended) {
+    if (ended.refuse) ended.refuse(reason);
+  });
 }
 
-Reply HelperService::Core::refusalOf(HelperCall& call) {
-  const bool isListed =
-      call.heading.has_value() && budget_.take(call.uid, call.mostReplyBytes()) && call.read();
-  return isListed ? Reply::refused(*call.form, *call.view) : Reply::refusedWhole();
-}
-
-void HelperService::Core::answer(HelperCall& call, const Reply& reply) {
-  const auto ended = end(call);
+/// The call is off the list before its caller can make another.
+template <class Answer>
+void HelperService::Core::answer(const HelperCall& call, const Answer& send) {
+  const auto ended = calls_.take(call.id);
   try {
-    ended->eventAnswer(reply);
+    send(*ended);
   } catch (const sdbus::Error& error) {
     log_.error(ended->described() + " no answer: " + escapedForLog(error.getMessage()));
+    if (ended->finished && ended->refuse) ended->refuse(HelperRefusal::noMemory);
   }
 }
 
-void HelperService::Core::answer(HelperCall& call, bool flag, const std::string& text) {
-  const auto ended = end(call);
-  try {
-    ended->uninstallAnswer(flag, text);
-  } catch (const sdbus::Error& error) {
-    log_.error(ended->described() + " no answer: " + escapedForLog(error.getMessage()));
-  }
-}
-
-std::unique_ptr<HelperCall> HelperService::Core::end(const HelperCall& call) {
-  lastWork_ = Clock::now();
-  return calls_.take(call.id);
-}
-
-void HelperService::Core::callerLeft(const std::string& sender) {
-  for (const std::uint64_t id : calls_.from(sender)) {
-    const HelperCall& call = *calls_.find(id);
+void HelperService::Core::endCalls(const std::vector<std::uint64_t>& ids, const char* reason) {
+  for (const std::uint64_t id : ids) {
+    HelperCall& call = *calls_.find(id);
     if (call.stage == Stage::Running) {
-      supervisor_.killAfter(id, configuration_.grace, Clock::now());
+      supervisor_.kill(id);  // finished() answers
       continue;
     }
-    log_.refusal(call.described() + " refused: caller-left");
     if (call.stage == Stage::Asking) authority_.cancel(id);
-    end(call);
+    refuse(call, reason);
+  }
+}
+
+void HelperService::Core::dropUnusedTickets() {
+  const Clock::time_point now = Clock::now();
+  for (const std::uint64_t id : calls_.all()) {
+    HelperCall& call = *calls_.find(id);
+    if (call.stage == Stage::Filling && call.fillDeadline <= now) refuse(call, "unused-ticket");
   }
 }
 
 void HelperService::Core::stop() {
-  isLeaving_ = isRefusing_ = true;
-  for (const std::uint64_t id : calls_.all()) {
-    HelperCall& call = *calls_.find(id);
-    if (call.stage == Stage::Running) {
-      supervisor_.kill(id);
-    } else {
-      refuse(call, "closing");
-    }
-  }
+  isLeaving_ = isStopping_ = true;
+  endCalls(calls_.all(), HelperRefusal::stopped);
 }
 
+/// False once the bus is gone. A flood of messages does not keep the workers' results waiting.
 bool HelperService::Core::serveBus() {
   try {
-    for (int i = 0; i < kMostInARow && connection_->processPendingRequest(); ++i) {
+    const auto isDone = [this] { return isLeaving_ && !calls_.hasAuthorisedWork(); };
+    for (int i = 0; i < kMostInARow && !isDone() && connection_->processPendingRequest(); ++i) {
     }
     return true;
   } catch (const sdbus::Error& error) {
-    log_.error("the bus is gone: " + escapedForLog(error.getMessage()));
-    return false;
+    log_.error("the bus: " + escapedForLog(error.getMessage()));
+    return isShortage(error);
   }
 }
 
-/// True if there is nothing to stay for. Gives up the name first, so that later calls start the next helper,
-/// and serves those that were on their way by then.
+/// True at the end of the service. Gives up the name first, so that later calls start the next helper, and
+/// answers the calls that were delivered before that.
 bool HelperService::Core::leave() {
-  if (calls_.size() > 0) return false;
-  if (!isLeaving_ && Clock::now() - lastWork_ >= configuration_.idle) {
+  if (calls_.hasAuthorisedWork()) return false;
+  if (!isLeaving_ && !calls_.hasWork() && Clock::now() - lastWork_ >= configuration_.idle) {
     log_.info("nothing to do");
     isLeaving_ = true;
   }
   if (!isLeaving_) return false;
-  if (!hasName_) return isGone();
-  giveUpName();
-  return false;
-}
-
-void HelperService::Core::giveUpName() {
-  hasName_ = false;
-  farewell_ = Clock::now() + configuration_.farewell;
+  endCalls(calls_.all(), isStopping_ ? HelperRefusal::stopped : HelperRefusal::closing);
   try {
     connection_->releaseName(identity_.service);
+    while (connection_->processPendingRequest()) {
+    }
   } catch (const sdbus::Error& error) {
     log_.error("the name is kept: " + escapedForLog(error.getMessage()));
   }
+  return true;
 }
 
 /// When something is to be done though nothing happens.
 std::optional<Clock::time_point> HelperService::Core::deadline() const {
-  if (calls_.size() > 0) return supervisor_.deadline();
-  return hasName_ ? lastWork_ + configuration_.idle : farewell_;
+  if (calls_.hasWork()) return calls_.firstDeadline();
+  return lastWork_ + configuration_.idle;
 }
 
 void HelperService::Core::wait(int stopSignal) {
   const sdbus::IConnection::PollData bus = connection_->getEventLoopPollData();
-  // The service manager stops a service that gave up its name: what came before is done all the same.
-  const bool mayBeStopped = hasName_ && !isRefusing_;
-  std::vector<pollfd> descriptors = {{bus.fd, bus.events, 0}, {mayBeStopped ? stopSignal : -1, POLLIN, 0}};
+  std::vector<pollfd> descriptors = {{bus.fd, bus.events, 0}, {isStopping_ ? -1 : stopSignal, POLLIN, 0}};
   for (const int descriptor : supervisor_.descriptors()) descriptors.push_back({descriptor, POLLIN, 0});
   int timeout = bus.getPollTimeout();
   if (const auto until = deadline()) {
@@ -359,14 +433,15 @@ void HelperService::Core::wait(int stopSignal) {
     const int most = static_cast<int>(std::max<std::int64_t>(left, 0));
     timeout = timeout < 0 ? most : std::min(timeout, most);
   }
-  // The results of a worker come one by one, a million of them at times: the bus is asked only if it has
-  // news, or had more than it was asked for; no time-out then.
+  // The results of a worker come one by one, sometimes a million of them: the bus is only asked if it has
+  // news, or had more than it was asked for; there is no time-out then.
   int ready = 0;
   do {
     ready = ::poll(descriptors.data(), descriptors.size(), timeout);
-    supervisor_.serve(Clock::now());
+    supervisor_.serve();
   } while (ready > 0 && timeout != 0 && descriptors[0].revents == 0 && descriptors[1].revents == 0 &&
            supervisor_.descriptors().size() + 2 == descriptors.size());
+  dropUnusedTickets();
   if (descriptors[1].revents != 0) stop();
 }
 

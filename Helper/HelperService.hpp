@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <memory>
@@ -21,19 +22,22 @@ struct HelperIdentity {
   std::string version;
   /// Removes what the installation put on the machine; false, with a text, if something is left.
   std::function<bool(std::string& text)> uninstall;
+  /// Whether another program has taken the place of this one on the disk; may be empty.
+  std::function<bool()> isReplaced;
 };
 
-/// The service on the bus, with the methods of HelperWireNames. The road of each event: its memory is mapped
-/// if it is sealed and below the caps, the bus tells who sent it, its heading is read, polkit says yes or no,
-/// its form is checked, a worker does it. Nothing that it names is looked at before the yes. It is answered
-/// exactly once, unless its caller has left.
+/// The service on the bus, with the methods of HelperWireNames. An event takes two calls. Begin announces its
+/// kind and size: the bus tells who the caller is, polkit says yes or no, and after the yes the caller gets
+/// memory of this process. Run seals that memory, checks every byte of it and forks a worker. Nothing of an
+/// event is in this process before the yes.
 ///
-/// A caller that leaves before the yes has sent nothing. After it, the work has the configured time to end.
-/// Each user and each connection may have a few events under way (CallList); one more is refused. A refusal
-/// lists the paths as far as the user's RefusalBudget reaches, and none of them beyond.
+/// A user has one event under way. An event ends at once when its caller leaves or calls Stop; a ticket that
+/// is not used in kFill expires. Every call is answered exactly once.
 ///
-/// Without work for the configured time it gives up its name and ends soon after, so that the next call is
-/// for the program that is installed by then; what was on its way to it is answered in between.
+/// Without authorised work for the configured time the service gives up its name and ends, so that the next
+/// call starts the program that is installed by then; it ends sooner if that is another one. Calls that were
+/// delivered before the name was free are refused with HelperRefusal::closing, which sends their callers to
+/// the next helper.
 class HelperService {
  public:
   HelperService(std::unique_ptr<sdbus::IConnection> connection, HelperIdentity identity,
@@ -42,10 +46,13 @@ class HelperService {
   HelperService(const HelperService&) = delete;
   HelperService& operator=(const HelperService&) = delete;
 
-  /// Takes the name and serves until somebody who may closes it, it has been idle, `stopSignal` becomes
-  /// readable, or the bus is gone. After a stop what runs is killed and answered. False if there is no bus or
-  /// no name (any more).
+  /// Takes the name and serves until the helper is closed, has been idle, `stopSignal` becomes readable, or
+  /// the bus is gone. After a stop, running workers are killed and their events answered. False if there is
+  /// no bus or no name (any more).
   bool run(int stopSignal);
+
+  /// How long a caller may take to fill the memory that it got.
+  static constexpr std::chrono::seconds kFill{60};
 
  private:
   class Core;

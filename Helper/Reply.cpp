@@ -19,8 +19,8 @@ constexpr std::string_view kDesc = "DeleteDesc";
 constexpr std::string_view kStatus = "DeleteStatus";
 constexpr std::string_view kPath = "Path";
 
-// What the caps of a reply leave room for.
-static_assert(kNotAuthorisedText.size() <= 40 && kUnfinishedText.size() <= 40);
+// The caps of a reply leave room for this much.
+static_assert(kUnfinishedText.size() <= 40);
 
 /// Where a message goes when only its size matters.
 class Counter {
@@ -101,7 +101,6 @@ struct Content {
   const MessageView& event;
   const ResultTable& results;
   bool flag;
-  std::string_view otherwise;  // the text of a path that has none
   bool hasTexts;
 
   [[nodiscard]] bool isDelete() const { return form.kind == HelperHanldeEventID::Delete; }
@@ -118,7 +117,7 @@ struct Content {
   }
   [[nodiscard]] std::string_view text(std::size_t index) const {
     if (results.isSuccess(index)) return {};
-    return hasTexts ? results.text(index, otherwise) : otherwise;
+    return hasTexts ? results.text(index, kUnfinishedText) : kUnfinishedText;
   }
 };
 
@@ -164,43 +163,30 @@ FileDescriptor sealedWithoutEntries() {
   return memory.seal();
 }
 
-/// The same memory for everybody: whoever asks for it again and again, and keeps what he gets, takes none.
+/// The same memory for every caller: keeping many replies takes no memory of the helper.
 FileDescriptor withoutEntries() {
   static FileDescriptor message;
   if (!message.isOpen()) message = sealedWithoutEntries();
   return FileDescriptor(::fcntl(message.get(), F_DUPFD_CLOEXEC, 0));
 }
 
-FileDescriptor sealed(Content content) {
-  if (content.entries() == 0) return withoutEntries();
-  content.hasTexts = sizeOf(content) <= HelperLimits::bytesOf(HelperMessage::Kind::Reply);
-  SealedMemory::Builder memory;
-  writeReply(memory, content);
-  return memory.seal();
-}
-
-ResultTable nothingDone(const MessageView& event) { return ResultTable(event.dictionary().size()); }
-
 }  // namespace
-
-Reply Reply::refusedWhole() { return plain(false, HelperEventErrorID::NoCause); }
-
-Reply Reply::plain(bool flag, HelperEventErrorID code) {
-  return {flag, static_cast<std::int32_t>(code), withoutEntries()};
-}
-
-Reply Reply::refused(const EventForm& form, const MessageView& event) {
-  const ResultTable results = nothingDone(event);
-  return {false, static_cast<std::int32_t>(HelperEventErrorID::NoCause),
-          sealed({form, event, results, false, kNotAuthorisedText, true})};
-}
 
 Reply Reply::of(const EventForm& form, const MessageView& event, const ResultTable& results,
                 const EventOutcome& outcome) {
   // What the worker says of the whole never covers a path that is not known to be done.
   const bool flag = outcome.flag && results.successes() == form.paths;
   const std::int32_t code = outcome.flag && !flag ? static_cast<std::int32_t>(form.failure()) : outcome.code;
-  return {flag, code, sealed({form, event, results, flag, kUnfinishedText, true})};
+  Content content{form, event, results, flag, true};
+  if (content.entries() == 0) return {flag, code, withoutEntries()};
+  std::size_t bytes = sizeOf(content);
+  if (bytes > HelperLimits::bytesOf(HelperMessage::Kind::Reply)) {
+    content.hasTexts = false;
+    bytes = sizeOf(content);
+  }
+  SealedMemory::Builder memory;
+  writeReply(memory, content);
+  return {flag, code, memory.seal(), bytes};
 }
 
 }  // namespace sorrel::helper

@@ -51,7 +51,6 @@ struct Supervisor::Worker {
   ResultTable results;
   ResultPipeReader reader;
   Done done;
-  std::optional<Clock::time_point> deadline;
 };
 
 Supervisor::Supervisor(Run run) : run_(std::move(run)) {}
@@ -103,11 +102,6 @@ void Supervisor::kill(std::uint64_t id) {
   if (worker > 0) ::kill(worker, SIGKILL);
 }
 
-void Supervisor::killAfter(std::uint64_t id, std::chrono::seconds grace, Clock::time_point now) {
-  const auto found = workers_.find(id);
-  if (found != workers_.end()) found->second->deadline = now + grace;
-}
-
 pid_t Supervisor::process(std::uint64_t id) const {
   const auto found = workers_.find(id);
   return found == workers_.end() ? -1 : found->second->process;
@@ -119,27 +113,10 @@ std::vector<int> Supervisor::descriptors() const {
   return all;
 }
 
-std::optional<Supervisor::Clock::time_point> Supervisor::deadline() const {
-  std::optional<Clock::time_point> first;
-  for (const auto& [id, worker] : workers_) {
-    if (worker->deadline.has_value() && (!first.has_value() || *worker->deadline < *first)) {
-      first = worker->deadline;
-    }
-  }
-  return first;
-}
-
-void Supervisor::serve(Clock::time_point now) {
+void Supervisor::serve() {
   std::vector<std::uint64_t> ids;
   for (const auto& [id, worker] : workers_) ids.push_back(id);
-  for (const std::uint64_t id : ids) {
-    const auto& deadline = workers_.at(id)->deadline;
-    if (deadline.has_value() && *deadline <= now) {
-      workers_.at(id)->deadline.reset();
-      kill(id);
-    }
-    read(id);
-  }
+  for (const std::uint64_t id : ids) read(id);
 }
 
 /// One piece, so that a busy worker does not keep the others waiting.

@@ -2,7 +2,6 @@
 
 #include <sys/types.h>
 
-#include <chrono>
 #include <cstdint>
 #include <functional>
 #include <map>
@@ -22,7 +21,6 @@ namespace sorrel::helper {
 /// are forked from it and go on as this program.
 class Supervisor {
  public:
-  using Clock = std::chrono::steady_clock;
   using Run = std::function<EventOutcome(const EventJob&, ResultSink&)>;
   /// How the work on an event ended.
   struct Ending {
@@ -45,18 +43,14 @@ class Supervisor {
   [[nodiscard]] bool start(std::uint64_t id, const EventJob& job, Done done);
   /// Ends the worker; `done` comes all the same.
   void kill(std::uint64_t id);
-  /// kill() after a time, unless it is done by then.
-  void killAfter(std::uint64_t id, std::chrono::seconds grace, Clock::time_point now);
 
   [[nodiscard]] std::size_t running() const noexcept { return workers_.size(); }
   /// The process of a worker; -1 if it is done.
   [[nodiscard]] pid_t process(std::uint64_t id) const;
   /// What to wait for: readable descriptors.
   [[nodiscard]] std::vector<int> descriptors() const;
-  /// When killAfter() wants serve() called at the latest.
-  [[nodiscard]] std::optional<Clock::time_point> deadline() const;
   /// Takes what has come; to be called after a wait. Never blocks on a worker that is alive.
-  void serve(Clock::time_point now);
+  void serve();
 
  private:
   struct Worker;

@@ -1,20 +1,23 @@
 #include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
 
-#include <fcntl.h>
 #include <sdbus-c++/sdbus-c++.h>
 
+#include <algorithm>
+#include <array>
+#include <atomic>
 #include <exception>
 #include <future>
 #include <map>
 #include <optional>
+#include <set>
+#include <string_view>
 #include <utility>
-#include <vector>
 
-#include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/EventRefusal.hpp"
+#include "SorrelFramework/HelpTool/HelperEvent.hpp"
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
 #include "SorrelFramework/HelpTool/PollingThread.hpp"
-#include "SorrelFramework/HelpTool/SealedMessage.hpp"
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
 
 namespace sorrel {
 namespace {
@@ -23,22 +26,18 @@ constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
 constexpr std::uint64_t kNoTimeout = UINT64_MAX;
 
-/// Sealed bytes of an event with what this process sees under its paths; not open if it is over a cap or does
-/// not fit into memory.
-FileDescriptor sealedEvent(HelperMessage& message) {
-  if (message.dictionary->size() > HelperLimits::paths) return FileDescriptor();
-  message.views.reserve(message.dictionary->size());
-  for (const auto& [key, value] : *message.dictionary) message.views.push_back(viewOf(key));
-  return SealedMessage::seal(message);
-}
+/// How often a call is sent at most while it is certain that no helper has done it.
+constexpr int kTries = 5;
 
-/// True if the bus itself says that there was nobody to hand the call to. Of a helper that goes with a call
-/// nobody knows whether it was done; and what a helper says about a third one says nothing of this call.
+/// True if the bus itself says that it did not deliver the call: the owner is gone, or it has given up the
+/// name and with it the policy that lets calls through (AccessDenied). An error that the helper sends says
+/// nothing of the kind.
 bool wasNeverDelivered(const sdbus::MethodReply& reply, const sdbus::Error& error) {
-  const std::string& name = error.getName();
-  const bool isNobody = name == "org.freedesktop.DBus.Error.ServiceUnknown" ||
-                        name == "org.freedesktop.DBus.Error.NameHasNoOwner";
-  return isNobody && reply.getSender() == kBus;
+  constexpr std::array kNames = {"org.freedesktop.DBus.Error.ServiceUnknown",
+                                 "org.freedesktop.DBus.Error.NameHasNoOwner",
+                                 "org.freedesktop.DBus.Error.AccessDenied"};
+  const bool isKnown = std::ranges::find(kNames, std::string_view(error.getName())) != kNames.end();
+  return isKnown && reply.getSender() == kBus;
 }
 
 }  // namespace
@@ -54,14 +53,25 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
   /// after that. No answer: the reply is not sound.
   using Results = std::function<std::function<void()>(sdbus::MethodReply&)>;
 
+  /// Why a call has no results.
+  struct Failure {
+    bool wasNeverDelivered = false;
+    std::string refusal;  ///< a word of HelperRefusal; "" if the helper has not refused it
+    [[nodiscard]] bool goesToNextHelper() const {
+      return wasNeverDelivered || refusal == HelperRefusal::closing;
+    }
+  };
+
   struct Call {
     const char* method = nullptr;
     bool startsHelper = true;
     Arguments arguments;
     Results results;
-    std::shared_ptr<const Handler> onLoss;
+    std::function<void(Link&, const Failure&)> failed;
+    int tries = kTries;
   };
-  using SharedCall = std::shared_ptr<const Call>;
+  using SharedCall = std::shared_ptr<Call>;
+  using SharedEvent = std::shared_ptr<HelperEvent>;
 
   Link(std::unique_ptr<sdbus::IConnection> connection, const std::string& machServiceName, Options options)
       : names_(machServiceName),
@@ -104,10 +114,32 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     return answer->get_future().get();
   }
 
-  /// On the thread of the bus.
-  void send(const SharedCall& call, bool isRepeated = false) {
+  /// On the thread of the bus: to whoever owns the name now, and again if it reached no helper.
+  void send(const SharedCall& call) {
     const std::string owner = trustedOwner(call->startsHelper);
-    if (owner.empty() || !guarded([&] { sendTo(owner, call, isRepeated); })) lose(call->onLoss);
+    if (owner.empty()) return call->failed(*this, {});
+    sendTo(owner, call, [this, call](const Failure& failure) {
+      if (failure.goesToNextHelper() && --call->tries > 0) return send(call);
+      call->failed(*this, failure);
+    });
+  }
+
+  /// On the thread of the bus: from Begin to the reply.
+  void sendEvent(const SharedEvent& event) {
+    if (!event->encode()) return event->refuse("");
+    events_.insert(event);
+    ++eventsUnderWay_;
+    begin(event);
+  }
+
+  /// Any thread. True if there were events to stop.
+  bool stopEvents() {
+    if (eventsUnderWay_ == 0) return false;
+    onThread([](Link& link) {
+      for (const SharedEvent& event : link.events_) event->stop();
+      if (!link.owner_.empty()) link.sendStop(link.owner_);
+    });
+    return true;
   }
 
  private:
@@ -117,12 +149,66 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     std::shared_ptr<Link> link;
     std::unique_ptr<sdbus::IProxy> helper;
     SharedCall call;
-    bool isRepeated = false;
+    std::function<void(const Failure&)> failed;
     bool isAnswered = false;  // what follows from the answer is a task of the thread
   };
 
-  static void lose(const std::shared_ptr<const Handler>& onLoss) {
-    if (onLoss != nullptr && *onLoss) (*onLoss)();
+  void begin(const SharedEvent& event) {
+    auto call = std::make_shared<Call>();
+    call->method = HelperWireNames::begin;
+    call->arguments = [event](sdbus::MethodCall& message) {
+      message << event->eventID() << event->operation() << event->paths() << event->bytes();
+    };
+    call->results = [this, event](sdbus::MethodReply& reply) {
+      std::uint64_t ticket = 0;
+      sdbus::UnixFd memory;
+      reply >> ticket >> memory;
+      const auto held = std::make_shared<FileDescriptor>(memory.release());
+      return [this, event, ticket, held, owner = reply.getSender()] { run(event, owner, ticket, *held); };
+    };
+    call->failed = [event](Link& link, const Failure& failure) { link.endWithout(event, failure); };
+    send(call);
+  }
+
+  void run(const SharedEvent& event, const std::string& owner, std::uint64_t ticket,
+           const FileDescriptor& memory) {
+    if (event->isStopped() || !event->fill(memory.get())) {
+      sendStop(owner);
+      return endWithout(event, {false, HelperRefusal::stopped});
+    }
+    auto call = std::make_shared<Call>();
+    call->method = HelperWireNames::run;
+    call->arguments = [ticket](sdbus::MethodCall& message) { message << ticket; };
+    call->results = [this, event](sdbus::MethodReply& reply) {
+      bool flag = false;
+      std::int32_t code = 0;
+      sdbus::UnixFd descriptor;
+      reply >> flag >> code >> descriptor;
+      const auto held = std::make_shared<FileDescriptor>(descriptor.release());
+      return [this, event, flag, code, held] {
+        end(event);
+        event->deliver(flag, code, held->get());
+      };
+    };
+    sendTo(owner, call, [this, event, call](const Failure& failure) {
+      const bool isAgain = failure.wasNeverDelivered && !event->isStopped() && event->takeTry();
+      isAgain ? begin(event) : endWithout(event, failure);
+    });
+  }
+
+  void sendStop(const std::string& owner) {
+    auto call = std::make_shared<Call>();
+    call->method = HelperWireNames::stop;
+    call->results = [](sdbus::MethodReply&) { return [] {}; };
+    sendTo(owner, call, [](const Failure&) {});
+  }
+
+  void end(const SharedEvent& event) { eventsUnderWay_ -= events_.erase(event); }
+
+  void endWithout(const SharedEvent& event, const Failure& failure) {
+    end(event);
+    if (!failure.refusal.empty()) return event->refuse(failure.refusal);
+    event->lose(repliesToLostEvents);
   }
 
   /// True unless the bus said no. An exception of sdbus-c++ goes no further.
@@ -180,18 +266,26 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     });
   }
 
-  void sendTo(const std::string& owner, const SharedCall& call, bool isRepeated) {
-    auto helper = sdbus::createProxy(*connection_, owner, names_.objectPath);
-    sdbus::MethodCall message = helper->createMethodCall(names_.interface, call->method);
-    if (call->arguments) call->arguments(message);
+  void sendTo(const std::string& owner, const SharedCall& call, std::function<void(const Failure&)> failed) {
     const std::uint64_t number = ++lastCall_;
-    helper->callMethod(
-        message,
-        [this, number](sdbus::MethodReply& reply, const sdbus::Error* error) {
-          finish(number, reply, error);
-        },
-        kNoTimeout);
-    pending_.emplace(number, Pending{shared_from_this(), std::move(helper), call, isRepeated});
+    const bool isSent = guarded([&] {
+      auto helper = sdbus::createProxy(*connection_, owner, names_.objectPath);
+      sdbus::MethodCall message = helper->createMethodCall(names_.interface, call->method);
+      if (call->arguments) call->arguments(message);
+      helper->callMethod(
+          message,
+          [this, number](sdbus::MethodReply& reply, const sdbus::Error* error) {
+            finish(number, reply, error);
+          },
+          kNoTimeout);
+      pending_.emplace(number, Pending{shared_from_this(), std::move(helper), call, failed});
+    });
+    if (!isSent) failed({});
+  }
+
+  [[nodiscard]] Failure failureOf(const sdbus::MethodReply& reply, const sdbus::Error& error) const {
+    const bool isRefusal = error.getName() == names_.refusalName() && reply.getSender() != kBus;
+    return {wasNeverDelivered(reply, error), isRefusal ? error.getMessage() : ""};
   }
 
   /// Inside the callback of sdbus-c++, where neither this object nor the call's proxy may go.
@@ -200,15 +294,13 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     pending.isAnswered = true;
     std::function<void()> answer;
     if (error == nullptr) guarded([&] { answer = pending.call->results(reply); });
-    const bool goesAgain = error != nullptr && !pending.isRepeated && wasNeverDelivered(reply, *error);
-    onThread([number, call = pending.call, answer = std::move(answer), goesAgain](Link& link) {
-      link.pending_.erase(number);
-      if (goesAgain) {
-        link.send(call, true);
-      } else if (answer) {
+    Failure failure = error == nullptr ? Failure() : failureOf(reply, *error);
+    onThread([number, answer = std::move(answer), failure = std::move(failure)](Link& link) {
+      const Pending ended = std::move(link.pending_.extract(number).mapped());
+      if (answer) {
         answer();
       } else {
-        lose(call->onLoss);
+        ended.failed(failure);
       }
     });
   }
@@ -229,7 +321,7 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
   void loseAll() {
     const auto lost = std::exchange(pending_, {});
     for (const auto& [number, pending] : lost) {
-      if (!pending.isAnswered) lose(pending.call->onLoss);
+      if (!pending.isAnswered) pending.failed({});
     }
   }
 
@@ -269,6 +361,8 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
   sdbus::Slot ownerWatch_;
   std::string owner_;  // whom the bus named last
   std::map<std::uint64_t, Pending> pending_;
+  std::set<SharedEvent> events_;
+  std::atomic<std::size_t> eventsUnderWay_ = 0;
   std::uint64_t lastCall_ = 0;
   Handler onInvalidation_;
   PollingThread thread_;
@@ -281,81 +375,52 @@ class DBusHelperConnection::Proxy : public HelperProtocol {
       : link_(std::move(link)), onLoss_(std::make_shared<const Handler>(std::move(onLoss))) {}
 
   void getHelperVersion(VersionReply reply) override {
-    send({HelperWireNames::getHelperVersion,
-          true,
-          {},
-          [reply](sdbus::MethodReply& results) {
-            std::string version;
-            results >> version;
-            return [reply, version] { reply(version); };
-          },
-          onLoss_});
+    send(HelperWireNames::getHelperVersion, true, [reply](sdbus::MethodReply& results) {
+      std::string version;
+      results >> version;
+      return [reply, version] { reply(version); };
+    });
   }
 
   void handleEvent(std::int32_t eventID, const HelperDictionary& eventDict, EventReply reply) override {
-    link_->onThread(
-        [eventID, dictionary = eventDict, reply = std::move(reply), onLoss = onLoss_](Link& link) mutable {
-          HelperMessage message{HelperMessage::Kind::Event, std::move(dictionary), {}};
-          FileDescriptor memory = sealedEvent(message);
-          if (!memory.isOpen()) {
-            reply(false, static_cast<std::int32_t>(HelperEventErrorID::NoCause),
-                  refusalOf(eventID, *message.dictionary));
-            return;
-          }
-          link.send(std::make_shared<const Link::Call>(
-              eventCall(eventID, std::move(memory),
-                        completingReply(eventID, *message.dictionary, std::move(reply)), onLoss)));
-        });
+    if (eventID == static_cast<std::int32_t>(HelperHanldeEventID::CloseHelper))
+      return close(std::move(reply));
+    auto event = std::make_shared<HelperEvent>(eventID, eventDict, std::move(reply), onLoss_);
+    link_->onThread([event = std::move(event)](Link& link) { link.sendEvent(event); });
   }
 
   void uninstall(UninstallReply reply) override {
-    send({HelperWireNames::uninstall,
-          true,
-          {},
-          [reply](sdbus::MethodReply& results) {
-            bool flag = false;
-            std::string text;
-            results >> flag >> text;
-            return [reply, flag, text] { reply(flag, text); };
-          },
-          onLoss_});
+    const auto refused = [reply](const std::string& reason) { reply(false, refusalText(reason)); };
+    const auto results = [reply](sdbus::MethodReply& words) {
+      bool flag = false;
+      std::string text;
+      words >> flag >> text;
+      return [reply, flag, text] { reply(flag, text); };
+    };
+    send(HelperWireNames::uninstall, true, results, refused);
   }
 
  private:
-  void send(Link::Call call) {
-    link_->onThread(
-        [call = std::make_shared<const Link::Call>(std::move(call))](Link& link) { link.send(call); });
-  }
-
-  static Link::Call eventCall(std::int32_t eventID, FileDescriptor memory, EventReply reply,
-                              std::shared_ptr<const Handler> onLoss) {
-    const auto held = std::make_shared<FileDescriptor>(std::move(memory));
-    Link::Call call;
-    call.method = HelperWireNames::handleEvent;
-    call.startsHelper = eventID != static_cast<std::int32_t>(HelperHanldeEventID::CloseHelper);
-    call.arguments = [eventID, held](sdbus::MethodCall& message) {
-      message << eventID << sdbus::UnixFd(held->get());
-    };
-    call.results = [reply = std::move(reply), onLoss](sdbus::MethodReply& results) {
+  void close(EventReply reply) {
+    send(HelperWireNames::closeHelper, false, [reply = std::move(reply)](sdbus::MethodReply& results) {
       bool flag = false;
-      std::int32_t code = 0;
-      sdbus::UnixFd descriptor;
-      results >> flag >> code >> descriptor;
-      const auto received = std::make_shared<FileDescriptor>(descriptor.release());
-      return [=] { deliver(reply, onLoss, flag, code, received->get()); };
-    };
-    call.onLoss = std::move(onLoss);
-    return call;
+      results >> flag;
+      const auto code = flag ? HelperEventErrorID::Success : HelperEventErrorID::NoCause;
+      return [reply, flag, code] { reply(flag, static_cast<std::int32_t>(code), HelperDictionary()); };
+    });
   }
 
-  static void deliver(const EventReply& reply, const std::shared_ptr<const Handler>& onLoss, bool flag,
-                      std::int32_t code, int descriptor) {
-    const std::optional<HelperMessage> message = SealedMessage::open(descriptor, HelperMessage::Kind::Reply);
-    if (message.has_value()) {
-      reply(flag, code, message->dictionary);
-    } else if (*onLoss) {
-      (*onLoss)();
-    }
+  void send(const char* method, bool startsHelper, Link::Results results,
+            std::function<void(const std::string&)> refused = {}) {
+    auto call = std::make_shared<Link::Call>();
+    call->method = method;
+    call->startsHelper = startsHelper;
+    call->results = std::move(results);
+    call->failed = [refused = std::move(refused), onLoss = onLoss_](Link&, const Link::Failure& failure) {
+      if (refused && !failure.refusal.empty()) return refused(failure.refusal);
+      if (*onLoss) (*onLoss)();
+    };
+    link_->onThread([call = std::move(call)](Link& link) { link.send(call); });
   }
 
   std::shared_ptr<Link> link_;
@@ -388,6 +453,8 @@ void DBusHelperConnection::setInvalidationHandler(Handler handler) {
 }
 
 void DBusHelperConnection::resume() { link_->watchOwner(); }
+
+bool DBusHelperConnection::stopEvents() { return link_->stopEvents(); }
 
 std::shared_ptr<HelperProtocol> DBusHelperConnection::remoteObjectProxyWithErrorHandler(Handler handler) {
   if (!link_->hasHelper()) return nullptr;

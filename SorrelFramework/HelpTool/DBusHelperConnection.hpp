@@ -9,21 +9,25 @@
 namespace sorrel {
 
 /// The privileged helper as a service of the system bus, which starts it on demand. Names and forms are those
-/// of HelperWireNames and EventCodec; beside each path travels what this process sees there.
+/// of HelperWireNames and EventCodec; with each path goes what this process sees there.
 ///
-/// Nothing is sent before the bus has told that the owner of the service name runs as root; it is sent to
+/// Nothing is sent before the bus has reported that the owner of the service name runs as root; it is sent to
 /// that owner and to no later one. No call has a time-out. A call is lost, and its reply never comes, if the
-/// helper or the bus goes away, answers with an error, or with anything but a sound message. A helper that
-/// only gave up its name still answers. If the bus itself says that the owner was gone when the call came,
-/// the call goes to the next helper, once; after any other loss it may have been done, and never goes again.
-/// An event over a cap of HelperLimits is not sent: its reply comes at once with the flag false and the code
-/// HelperEventErrorID::NoCause. CloseHelper alone never starts a helper.
+/// helper or the bus goes away, answers with an unknown error, or with anything but a sound message. If the
+/// bus itself says that it did not deliver the call, or the helper refuses it because it is ending, the call
+/// goes to the next helper; after any other loss it may have been done, and is never sent again. The reply to
+/// an event that the helper refused, or that is over a cap of HelperLimits, has the flag false, the code
+/// HelperEventErrorID::NoCause and an entry for each path. CloseHelper alone never starts a helper.
 class DBusHelperConnection : public HelperConnection {
  public:
   struct Options {
     std::string busAddress;      ///< "" for the system bus
     std::uint32_t ownerUID = 0;  ///< who the helper has to be
   };
+
+  /// Also replies to events that are lost: with failures, except for paths of a Delete that are gone from the
+  /// disk. Off by default: the reply to a lost event never comes.
+  static inline bool repliesToLostEvents = false;
 
   /// Nothing if the name is none that a bus takes, or if there is no bus.
   [[nodiscard]] static std::shared_ptr<HelperConnection> make(const std::string& machServiceName,
@@ -35,6 +39,7 @@ class DBusHelperConnection : public HelperConnection {
   void resume() override;
   /// Starts the helper if it does not run; nothing if it can't be started, or is not run by root.
   [[nodiscard]] std::shared_ptr<HelperProtocol> remoteObjectProxyWithErrorHandler(Handler handler) override;
+  bool stopEvents() override;
 
  private:
   class Link;

@@ -1,13 +1,15 @@
 #include "SorrelFramework/HelpTool/EventRefusal.hpp"
 
+#include <algorithm>
 #include <optional>
 #include <utility>
+
+#include "SorrelFramework/HelpTool/HelperWireNames.hpp"
 
 namespace sorrel {
 namespace {
 
 constexpr const char* kOperation = "OperationValue";
-constexpr const char* kNothingDone = "Nothing was done.";
 
 std::optional<HelperEventErrorID> failureOf(std::int32_t eventID, const HelperDictionary& event) {
   if (eventID == static_cast<std::int32_t>(HelperHanldeEventID::Delete)) {
@@ -32,9 +34,29 @@ HelperDictionary numbersOf(const HelperValue& value) {
   return numbers;
 }
 
+/// The key of the helper's reply for the path with this index: of one width, so that texts sort as numbers.
+std::string numberKey(std::size_t index) {
+  constexpr std::size_t kDigits = 7;
+  const std::string digits = std::to_string(index);
+  return std::string(kDigits - std::min(kDigits, digits.size()), '0') + digits;
+}
+
+bool hasGone(const std::string& path, const SenderView& before) {
+  return before.kind == SenderView::Kind::Present && viewOf(path).kind == SenderView::Kind::Absent;
+}
+
 }  // namespace
 
-HelperDictionary refusalOf(std::int32_t eventID, const HelperDictionary& event) {
+std::string refusalText(std::string_view reason) {
+  if (reason == HelperRefusal::notAuthorised) return "The operation was not authorised.";
+  if (reason == HelperRefusal::noAuthority) return "The system can’t authorise the operation now.";
+  if (reason == HelperRefusal::tooMany) return "The privileged helper is at work for you already.";
+  if (reason == HelperRefusal::busy) return "The privileged helper is busy.";
+  if (reason == HelperRefusal::stopped) return "The operation was stopped.";
+  return "Nothing was done.";
+}
+
+HelperDictionary refusalOf(std::int32_t eventID, const HelperDictionary& event, const std::string& text) {
   HelperDictionary refusal;
   const std::optional<HelperEventErrorID> failure = failureOf(eventID, event);
   if (!failure.has_value()) return refusal;
@@ -44,22 +66,24 @@ HelperDictionary refusalOf(std::int32_t eventID, const HelperDictionary& event) 
     if (failure == HelperEventErrorID::DeleteError) entry = numbersOf(value);
     if (failure == HelperEventErrorID::ShreadFail) entry["Path"] = path;
     entry["DeleteStatus"] = *failure;
-    entry["DeleteDesc"] = kNothingDone;
+    entry["DeleteDesc"] = text;
     refusal.emplace_hint(refusal.end(), path, std::move(entry));
   }
   return refusal;
 }
 
-HelperProtocol::EventReply completingReply(std::int32_t eventID, const HelperDictionary& event,
-                                           HelperProtocol::EventReply reply) {
-  if (eventID != static_cast<std::int32_t>(HelperHanldeEventID::Maintenance)) return reply;
-  HelperDictionary refusal = refusalOf(eventID, event);
-  if (refusal.empty()) return reply;
-  return [reply = std::move(reply), refusal = std::move(refusal)](
-             bool flag, std::int32_t code, const std::optional<HelperDictionary>& dictionary) {
-    const bool namesNone = !dictionary.has_value() || dictionary->empty();
-    reply(flag, code, !flag && namesNone ? refusal : dictionary);
-  };
+void settleByDisk(const HelperDictionary& event, const std::vector<SenderView>& views,
+                  HelperDictionary& reply) {
+  std::size_t index = 0;
+  for (const auto& [path, numbers] : event) {
+    const SenderView before = index < views.size() ? views[index] : SenderView();
+    auto entry = reply.find(numberKey(index++));
+    if (entry == reply.end()) entry = reply.find(path);
+    HelperDictionary* const words = entry == reply.end() ? nullptr : entry->second.asDictionary();
+    if (words == nullptr || !hasGone(path, before)) continue;
+    (*words)["DeleteStatus"] = HelperEventErrorID::Success;
+    (*words)["DeleteDesc"] = "";
+  }
 }
 
 }  // namespace sorrel

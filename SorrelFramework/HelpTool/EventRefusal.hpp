@@ -1,19 +1,27 @@
 #pragma once
 
 #include <cstdint>
+#include <string>
+#include <string_view>
+#include <vector>
 
+#include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/HelperProtocol.hpp"
 
 namespace sorrel {
 
-/// The dictionary of the reply to an event of which nothing was done, in the form that HelperProtocol states:
-/// each path of the event with the status of its kind and one text. Empty for an event that names no paths.
-[[nodiscard]] HelperDictionary refusalOf(std::int32_t eventID, const HelperDictionary& event);
+/// What the user reads about a path when the helper refused its event; `reason` is a word of HelperRefusal.
+[[nodiscard]] std::string refusalText(std::string_view reason);
 
-/// `reply`, behind a look at what it gets. A helper that refuses an event as a whole names no paths; but of
-/// the event Maintenance the paths that failed are all that its sender reads, and none would mean that none
-/// did. Such a reply gets the entries of refusalOf().
-[[nodiscard]] HelperProtocol::EventReply completingReply(std::int32_t eventID, const HelperDictionary& event,
-                                                         HelperProtocol::EventReply reply);
+/// The dictionary of the reply to an event of which nothing was done, in the form that HelperProtocol states:
+/// each path of the event with the status of its kind and `text`. Empty for an event that names no paths.
+[[nodiscard]] HelperDictionary refusalOf(std::int32_t eventID, const HelperDictionary& event,
+                                         const std::string& text);
+
+/// Corrects the reply to a Delete that may have ended before the helper could report it: a path counts as
+/// deleted if the sender saw an item there before (`views`, one for each key of the event) and sees none now.
+/// The keys of the reply are the event's paths, or their running numbers as the helper writes them.
+void settleByDisk(const HelperDictionary& event, const std::vector<SenderView>& views,
+                  HelperDictionary& reply);
 
 }  // namespace sorrel

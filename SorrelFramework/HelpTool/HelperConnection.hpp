@@ -25,6 +25,9 @@ class HelperConnection {
   /// lost; the reply of such a call never comes. May block while the helper starts.
   [[nodiscard]] virtual std::shared_ptr<HelperProtocol> remoteObjectProxyWithErrorHandler(
       Handler handler) = 0;
+  /// Has the helper end every event of this connection at once. Their replies still come. False if none is
+  /// under way.
+  virtual bool stopEvents() { return false; }
 };
 
 /// Makes the connection to the helper of a service name; nothing if there is no way to connect at all.

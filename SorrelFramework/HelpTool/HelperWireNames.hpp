@@ -6,13 +6,41 @@
 
 namespace sorrel {
 
-/// The names under which the two programs meet on the system bus; all follow from the service name. The
-/// methods: GetHelperVersion() -> s; HandleEvent(i event, h message) -> (b flag, i code, h message), both
-/// messages sealed memory in the form of EventCodec; Uninstall() -> (b flag, s text).
+/// Why the helper refused a call; nothing was done then.
+struct HelperRefusal {
+  static constexpr const char* notAuthorised = "not-authorised";
+  static constexpr const char* noAuthority = "no-authority";      ///< polkit does not answer
+  static constexpr const char* unknownCaller = "unknown-caller";  ///< the bus does not know it any more
+  static constexpr const char* tooMany = "too-many";              ///< this user has an event under way
+  static constexpr const char* busy = "busy";                     ///< the helper has no room
+  static constexpr const char* closing = "closing";               ///< the next helper takes the call
+  static constexpr const char* stopped = "stopped";               ///< by the caller, or with the helper
+  static constexpr const char* unsound = "unsound-message";
+  static constexpr const char* noTicket = "no-ticket";
+  static constexpr const char* noMemory = "no-memory";
+  static constexpr const char* noProcess = "no-process";
+  static constexpr const char* callerLeft = "caller-left";
+};
+
+/// The names under which the two programs meet on the system bus; all follow from the service name.
+///
+///   Begin(i event, i operation, u paths, t bytes) -> (t ticket, h memory)  asks polkit; the caller fills
+///   memory Run(t ticket) -> (b flag, i code, h message)                           does what the memory holds
+///   Stop()                       ends every event of this connection; each of them still gets its reply
+///   CloseHelper() -> (b flag)    ends the helper, if the connection has used it and nothing is under way
+///   GetHelperVersion() -> (s version), Uninstall() -> (b flag, s text)
+///
+/// No method takes a descriptor, and the bus policy lets none through to the helper. A refusal is the error
+/// refusalName(), with one of the words of HelperRefusal as its message.
 struct HelperWireNames {
   static constexpr const char* getHelperVersion = "GetHelperVersion";
-  static constexpr const char* handleEvent = "HandleEvent";
+  static constexpr const char* begin = "Begin";
+  static constexpr const char* run = "Run";
+  static constexpr const char* stop = "Stop";
+  static constexpr const char* closeHelper = "CloseHelper";
   static constexpr const char* uninstall = "Uninstall";
+  /// The operation of an event that has none.
+  static constexpr int noOperation = -1;
 
   std::string service;     ///< the name on the bus
   std::string interface;   ///< the same with "_" for what an interface name must not hold
@@ -24,6 +52,8 @@ struct HelperWireNames {
     std::ranges::replace(objectPath, '-', '_');
     std::ranges::replace(objectPath, '.', '/');
   }
+
+  [[nodiscard]] std::string refusalName() const { return interface + ".Error.Refused"; }
 
   /// True if the bus takes the name: two or more parts with dots between them, each of letters, digits, "-"
   /// and "_" and without a digit at its beginning; at most 255 bytes.

@@ -71,14 +71,6 @@ class MessageView::Check {
     return view;
   }
 
-  std::optional<std::size_t> count() {
-    bool hasDictionary = false;
-    if (!head(hasDictionary) || !hasDictionary) return std::nullopt;
-    const std::optional<std::uint32_t> count = integer<std::uint32_t>();
-    if (!count.has_value() || *count > HelperLimits::entriesOf(kind_, 1)) return std::nullopt;
-    return *count;
-  }
-
  private:
   [[nodiscard]] bool head(bool& hasDictionary) {
     return rest_.size() <= HelperLimits::bytesOf(kind_) &&
@@ -164,10 +156,6 @@ class MessageView::Check {
 
 std::optional<MessageView> MessageView::of(std::string_view bytes, HelperMessage::Kind kind) {
   return Check(bytes, kind).message();
-}
-
-std::optional<std::size_t> MessageView::countOf(std::string_view bytes, HelperMessage::Kind kind) {
-  return Check(bytes, kind).count();
 }
 
 MessageView::Iterator MessageView::Dictionary::begin() const { return {*this, size_}; }

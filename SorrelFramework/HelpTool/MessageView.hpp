@@ -40,10 +40,6 @@ class MessageView {
   /// anybody.
   [[nodiscard]] static std::optional<MessageView> of(std::string_view bytes, HelperMessage::Kind kind);
 
-  /// How many entries the dictionary has if that is such a message, read from its head alone; nothing if it
-  /// is none or has no dictionary.
-  [[nodiscard]] static std::optional<std::size_t> countOf(std::string_view bytes, HelperMessage::Kind kind);
-
   [[nodiscard]] bool hasDictionary() const noexcept { return hasDictionary_; }
   /// The top; empty if none is given.
   [[nodiscard]] const Dictionary& dictionary() const noexcept { return dictionary_; }

@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <atomic>
 #include <cstdint>
 #include <mutex>
 #include <utility>
@@ -41,6 +42,7 @@ struct PrivilegeHelper::Fields {
   mutable std::mutex mutex;
   std::shared_ptr<HelperConnection> connect;
   std::shared_ptr<HelperProtocol> tool;
+  std::atomic<int> lostCalls = 0;
 
   template <class Type>
   std::shared_ptr<Type> get(std::shared_ptr<Type> Fields::*field) const {
@@ -105,6 +107,7 @@ PrivilegeHelper::Tool PrivilegeHelper::getHelperTool(const std::string& machServ
   if (connection == nullptr) return {nullptr, kNoConnection};
   std::shared_ptr<HelperProtocol> proxy =
       connection->remoteObjectProxyWithErrorHandler([watch = std::weak_ptr(fields_)] {
+        if (const auto fields = watch.lock()) ++fields->lostCalls;
         MainQueue::post([watch] {
           if (const auto fields = watch.lock()) fields->clearToolThenConnect();
         });
@@ -152,6 +155,13 @@ void PrivilegeHelper::closeHelper() {
   tool->handleEvent(static_cast<std::int32_t>(HelperHanldeEventID::CloseHelper), {},
                     [](bool, std::int32_t, const std::optional<HelperDictionary>&) {});
 }
+
+bool PrivilegeHelper::stopEvents() {
+  const std::shared_ptr<HelperConnection> connection = helpConnect();
+  return connection != nullptr && connection->stopEvents();
+}
+
+int PrivilegeHelper::lostCalls() const { return fields_->lostCalls; }
 
 std::shared_ptr<HelperConnection> PrivilegeHelper::helpConnect() const {
   return fields_->get(&Fields::connect);

@@ -43,6 +43,12 @@ class PrivilegeHelper {
   /// Asks the helper to end. Nothing without a helper; the fields stay until the connection tells.
   void closeHelper();
 
+  /// Has the helper end every event of this process at once; their replies still come. False if none is under
+  /// way.
+  bool stopEvents();
+  /// Calls that were lost with a helper since the object was made.
+  [[nodiscard]] int lostCalls() const;
+
   /// The fields; null while absent.
   [[nodiscard]] std::shared_ptr<HelperConnection> helpConnect() const;
   [[nodiscard]] std::shared_ptr<HelperProtocol> helpTool() const;

@@ -78,6 +78,20 @@ FileDescriptor SealedMemory::make(std::string_view bytes) {
   return builder.seal();
 }
 
+FileDescriptor SealedMemory::forFilling(std::size_t size) {
+  FileDescriptor memory(::memfd_create("sorrel-message", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+  if (!memory.isOpen() || ::ftruncate(memory.get(), static_cast<off_t>(size)) != 0) return FileDescriptor();
+  // Without GROW the caller could hide holes: blocks beyond the end count as well.
+  const bool isFixed = ::fcntl(memory.get(), F_ADD_SEALS, F_SEAL_SHRINK | F_SEAL_GROW) == 0;
+  return isFixed ? std::move(memory) : FileDescriptor();
+}
+
+std::optional<SealedMemory> SealedMemory::sealFilled(const FileDescriptor& memory) {
+  // Fails while the memory is mapped for writing anywhere.
+  if (::fcntl(memory.get(), F_ADD_SEALS, kSeals) != 0) return std::nullopt;
+  return map(memory.get(), SIZE_MAX);
+}
+
 std::optional<SealedMemory> SealedMemory::map(int descriptor, std::size_t limit) {
   if (!isSealed(descriptor) || !isOrdinaryMemory(descriptor)) return std::nullopt;
   struct stat status {};

@@ -36,6 +36,13 @@ class SealedMemory {
   /// Makes one of `bytes`; none open if the system has no memory for it.
   [[nodiscard]] static FileDescriptor make(std::string_view bytes);
 
+  /// Memory of `size` bytes, all zero, for another process to fill: its size can't change any more. None open
+  /// if the system has no memory for it.
+  [[nodiscard]] static FileDescriptor forFilling(std::size_t size);
+  /// Seals what another process has filled and maps it. Nothing while that process can still write to it, nor
+  /// if it left a part out, whose memory this process would have to pay for.
+  [[nodiscard]] static std::optional<SealedMemory> sealFilled(const FileDescriptor& memory);
+
   /// The content of a descriptor that came from anybody. Nothing unless it is a memfd of ordinary memory with
   /// all four seals and 1 to `limit` bytes, none of them in a hole, so that reading it takes no memory;
   /// nothing is mapped before all of that is known. The descriptor may be closed afterwards.

@@ -107,19 +107,66 @@ TEST_F(DBusHelperConnectionTest, aCallThatReachedNobodyGoesToTheNextHelper) {
   EXPECT_EQ(losses, 0);
 }
 
-TEST_F(DBusHelperConnectionTest, aCallGoesOutTwiceAtMost) {
+TEST_F(DBusHelperConnectionTest, aCallGoesOutFiveTimesAtMost) {
   startService(WireService::echo);
   const auto held = countedHelper();
   ASSERT_NE(held, nullptr);
-  busCalls().before(kQuestions, [&] {
+  std::atomic<int> tries = 0;
+  std::function<void()> replaceAgain = [&] {
     replaceService(WireService::echo);
-    busCalls().before(kQuestions, [&] { replaceService(WireService::echo); });
-  });
+    if (++tries < 5) busCalls().before(kQuestions, replaceAgain);
+  };
+  busCalls().before(kQuestions, replaceAgain);
   askInVain(*held);
   EXPECT_TRUE(waitForLoss());
-  EXPECT_TRUE(ask(*held, kDelete, {}).flag);  // later than any third try
+  EXPECT_TRUE(ask(*held, kDelete, {}).flag);  // later than any sixth try
+  EXPECT_EQ(tries, 5);
   EXPECT_EQ(service->events().size(), 1U);
   EXPECT_EQ(replies, 0);
+  EXPECT_EQ(losses, 1);
+}
+
+TEST_F(DBusHelperConnectionTest, anEventWhoseHelperGoesBeforeItRunsBeginsAgain) {
+  startService(WireService::echo);
+  const auto held = countedHelper();
+  ASSERT_NE(held, nullptr);
+  busCalls().before(kQuestions + 1, [&] { replaceService(WireService::echo); });
+  EXPECT_TRUE(ask(*held, kDelete, {}).flag);
+  EXPECT_EQ(service->events().size(), 1U);
+  EXPECT_EQ(losses, 0);
+}
+
+TEST_F(DBusHelperConnectionTest, aHelperThatIsEndingSendsItsCallersToTheNext) {
+  startService(WireService::echo);
+  service->refuseWith("closing");
+  const auto held = countedHelper();
+  ASSERT_NE(held, nullptr);
+  // Begin of the first try, then the questions of the second.
+  busCalls().before(kQuestions + 1, [&] { replaceService(WireService::echo); });
+  EXPECT_TRUE(ask(*held, kDelete, {}).flag);
+  EXPECT_EQ(losses, 0);
+}
+
+TEST_F(DBusHelperConnectionTest, aLostEventIsRepliedToFromTheDiskIfThatIsSwitchedOn) {
+  startService(keepSilent);
+  const auto held = countedHelper();
+  ASSERT_NE(held, nullptr);
+  DBusHelperConnection::repliesToLostEvents = true;
+  const std::string gone = folder.file("gone");
+  const std::string left = folder.file("left");
+  auto reply = std::async(std::launch::async, [&] {
+    return ask(*held, kDelete, {{gone, HelperDictionary{{"0", 1}}}, {left, HelperDictionary{{"0", 2}}}});
+  });
+  ASSERT_TRUE(service->waitForEvents(1));
+  std::filesystem::remove(gone);
+  service.reset();
+  const Reply got = reply.get();
+  DBusHelperConnection::repliesToLostEvents = false;
+  EXPECT_FALSE(got.flag);
+  const HelperDictionary deleted{{"0", 1}, {"DeleteStatus", 0}, {"DeleteDesc", ""}};
+  const HelperDictionary failed{
+      {"0", 2}, {"DeleteStatus", 2}, {"DeleteDesc", "The privileged helper ended before it had finished."}};
+  EXPECT_TRUE(got.dictionary == (HelperDictionary{{gone, deleted}, {left, failed}}));
   EXPECT_EQ(losses, 1);
 }
 
@@ -145,7 +192,8 @@ TEST_F(DBusHelperConnectionTest, aCallThatMayHaveBeenDoneIsNotSentAgain) {
 
 TEST_F(DBusHelperConnectionTest, onlyTheBusKnowsThatACallReachedNobody) {
   for (const char* name :
-       {"org.freedesktop.DBus.Error.ServiceUnknown", "org.freedesktop.DBus.Error.NameHasNoOwner"}) {
+       {"org.freedesktop.DBus.Error.ServiceUnknown", "org.freedesktop.DBus.Error.NameHasNoOwner",
+        "org.freedesktop.DBus.Error.AccessDenied"}) {
     losses = 0;
     startService([name](const WireService::Event&, WireService::Result&& result) {
       result.returnError(sdbus::Error(name, "somebody else is not there"));

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <filesystem>
 #include <future>
 #include <mutex>
 #include <optional>
@@ -114,24 +115,53 @@ TEST_F(DBusHelperConnectionTest, anEventOverACapIsAnsweredAtOnce) {
   const Reply reply = ask(*held, kDelete, overACap());
   EXPECT_FALSE(reply.flag);
   EXPECT_EQ(reply.code, static_cast<std::int32_t>(HelperEventErrorID::NoCause));
-  EXPECT_TRUE(reply.dictionary == refusalOf(kDelete, overACap()));
+  EXPECT_TRUE(reply.dictionary == refusalOf(kDelete, overACap(), "Nothing was done."));
   EXPECT_TRUE(service->events().empty());
   EXPECT_EQ(privilege.helpTool(), held);
 }
 
-TEST_F(DBusHelperConnectionTest, aCleanThatIsRefusedAsAWholeIsOneWhosePathsFailed) {
-  startService([](const WireService::Event& event, WireService::Result&& result) {
-    WireService::reply(std::move(result), event.id == kDelete, 3, sealedReply(HelperDictionary()));
-  });
+TEST_F(DBusHelperConnectionTest, aRefusedEventIsOneWhosePathsFailed) {
+  startService(WireService::echo);
+  service->refuseWith("not-authorised");
   const auto held = helper();
   ASSERT_NE(held, nullptr);
-  const HelperDictionary notDone{{"DeleteStatus", 2}, {"DeleteDesc", "Nothing was done."}};
-  const Reply clean = ask(*held, kMaintenance, {{"OperationValue", 2}, {"/a", HelperDictionary()}});
-  EXPECT_FALSE(clean.flag);
-  EXPECT_EQ(clean.code, 3);
-  EXPECT_TRUE(clean.dictionary == (HelperDictionary{{"/a", notDone}}));
-  EXPECT_TRUE(ask(*held, kMaintenance, {{"OperationValue", 0}}).dictionary == HelperDictionary());
-  EXPECT_TRUE(ask(*held, kDelete, {{"/a", HelperDictionary()}}).dictionary == HelperDictionary());
+  const std::vector<std::pair<std::int32_t, HelperDictionary>> events = {
+      {kDelete, {{"/a", HelperDictionary{{"0", 7}}}}},
+      {kMaintenance, {{"OperationValue", 2}, {"/a", HelperDictionary()}}},
+      {kMaintenance, {{"OperationValue", 0}}}};
+  for (const auto& [id, event] : events) {
+    const Reply reply = ask(*held, id, event);
+    EXPECT_FALSE(reply.flag);
+    EXPECT_EQ(reply.code, static_cast<std::int32_t>(HelperEventErrorID::NoCause));
+    EXPECT_TRUE(reply.dictionary == refusalOf(id, event, "The operation was not authorised."));
+  }
+  EXPECT_TRUE(service->events().empty());
+  EXPECT_EQ(privilege.helpTool(), held) << "a refusal is no loss";
+}
+
+TEST_F(DBusHelperConnectionTest, stopReachesTheHelperOnlyWithAnEventUnderWay) {
+  std::promise<WireService::Result> waiting;
+  startService(
+      [&](const WireService::Event&, WireService::Result&& result) { waiting.set_value(std::move(result)); });
+  const auto held = helper();
+  ASSERT_NE(held, nullptr);
+  EXPECT_FALSE(privilege.stopEvents());
+  const std::string file = folder.file("a");
+  std::promise<std::int64_t> status;
+  held->handleEvent(kDelete, {{file, HelperDictionary()}},
+                    [&](bool, std::int32_t, const std::optional<HelperDictionary>& answer) {
+                      const auto* entry = answer->begin()->second.asDictionary();
+                      status.set_value(*entry->at("DeleteStatus").asNumber());
+                    });
+  auto result = waiting.get_future();
+  ASSERT_EQ(result.wait_for(kPatience), std::future_status::ready);
+  EXPECT_TRUE(privilege.stopEvents());
+  EXPECT_TRUE(runMainLoopUntil([this] { return service->stops() == 1; }));
+  std::filesystem::remove(file);
+  WireService::reply(result.get(), false, 2,
+                     sealedReply(HelperDictionary{{"0000000", HelperDictionary{{"DeleteStatus", 2}}}}));
+  EXPECT_EQ(status.get_future().get(), 0) << "the file is gone from the disk";
+  EXPECT_FALSE(privilege.stopEvents());
 }
 
 TEST_F(DBusHelperConnectionTest, repliesComeInAnyOrder) {

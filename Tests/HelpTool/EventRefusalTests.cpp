@@ -1,6 +1,11 @@
 #include "SorrelFramework/HelpTool/EventRefusal.hpp"
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <string>
+
+#include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel {
 namespace {
@@ -9,7 +14,7 @@ constexpr const char* kText = "Nothing was done.";
 const HelperDictionary kEmpty;
 
 bool gives(std::int32_t id, const HelperDictionary& event, const HelperDictionary& expected) {
-  return refusalOf(id, event) == expected;
+  return refusalOf(id, event, kText) == expected;
 }
 
 TEST(EventRefusal, aDeleteGetsItsNumbersBack) {
@@ -40,30 +45,49 @@ TEST(EventRefusal, whatNamesNoPathsHasNoEntries) {
   EXPECT_TRUE(gives(9, {{"/a", kEmpty}}, kEmpty));
 }
 
-/// What `reply` becomes on its way to the sender of an event.
-HelperDictionary completed(std::int32_t id, const HelperDictionary& event, bool flag,
-                           const std::optional<HelperDictionary>& reply) {
-  HelperDictionary got{{"not called", 0}};
-  completingReply(id, event, [&](bool, std::int32_t, const std::optional<HelperDictionary>& dictionary) {
-    got = dictionary.value_or(HelperDictionary{{"none", 0}});
-  })(flag, 0, reply);
-  return got;
+TEST(EventRefusal, eachReasonHasItsText) {
+  EXPECT_EQ(refusalText("not-authorised"), "The operation was not authorised.");
+  EXPECT_EQ(refusalText("no-authority"), "The system can’t authorise the operation now.");
+  EXPECT_EQ(refusalText("too-many"), "The privileged helper is at work for you already.");
+  EXPECT_EQ(refusalText("busy"), "The privileged helper is busy.");
+  EXPECT_EQ(refusalText("stopped"), "The operation was stopped.");
+  for (const char* other : {"", "no-ticket", "anything"}) EXPECT_EQ(refusalText(other), kText);
 }
 
-TEST(EventRefusal, aFailedCleanThatNamesNoPathsNamesAll) {
-  const HelperDictionary event{{"OperationValue", 2}, {"/a", kEmpty}, {"/b", kEmpty}};
-  EXPECT_TRUE(completed(2, event, false, kEmpty) == refusalOf(2, event));
-  EXPECT_TRUE(completed(2, event, false, std::nullopt) == refusalOf(2, event));
+class SettledReply : public testing::Test {
+ protected:
+  /// The status of a file of which the reply says `status`, after it was removed or not.
+  std::int64_t statusOf(bool isThereBefore, bool isThereNow, const std::string& key, int status = 2) {
+    const std::string file = folder.path("file");
+    if (isThereBefore) folder.file("file");
+    const HelperDictionary event{{file, kEmpty}};
+    const std::vector<SenderView> views{viewOf(file)};
+    if (!isThereNow) ::unlink(file.c_str());
+    HelperDictionary reply{{key.empty() ? file : key, HelperDictionary{{"0", 7}, {"DeleteStatus", status}}}};
+    settleByDisk(event, views, reply);
+    const HelperDictionary& entry = *reply.begin()->second.asDictionary();
+    EXPECT_EQ(*entry.at("0").asNumber(), 7);
+    return *entry.at("DeleteStatus").asNumber();
+  }
+  test::TemporaryFolder folder;
+};
+
+TEST_F(SettledReply, aPathThatIsGoneIsDeletedWhateverTheReplySays) {
+  EXPECT_EQ(statusOf(true, false, ""), 0);
+  EXPECT_EQ(statusOf(true, false, "0000000"), 0) << "the helper's replies have numbers for keys";
 }
 
-TEST(EventRefusal, everyOtherReplyStaysAsItIs) {
-  const HelperDictionary clean{{"OperationValue", 2}, {"/a", kEmpty}};
-  const HelperDictionary named{{"/a", kEmpty}};
-  EXPECT_TRUE(completed(2, clean, true, kEmpty).empty());
-  EXPECT_TRUE(completed(2, clean, false, named) == named);
-  EXPECT_TRUE(completed(0, named, false, kEmpty).empty());
-  EXPECT_TRUE(completed(1, named, false, kEmpty).empty());
-  EXPECT_TRUE(completed(2, {{"OperationValue", 1}}, false, std::nullopt).contains("none"));
+TEST_F(SettledReply, aPathThatIsThereIsAsTheReplySays) {
+  EXPECT_EQ(statusOf(true, true, ""), 2);
+  EXPECT_EQ(statusOf(true, true, "", 0), 0);
+}
+
+TEST_F(SettledReply, aPathThatWasNeverThereWasNotDeleted) { EXPECT_EQ(statusOf(false, false, ""), 2); }
+
+TEST_F(SettledReply, aPathThatTheReplyOmitsStaysOut) {
+  HelperDictionary reply;
+  settleByDisk({{folder.path("none"), kEmpty}}, {{SenderView::Kind::Present, 1, 1}}, reply);
+  EXPECT_TRUE(reply.empty());
 }
 
 }  // namespace

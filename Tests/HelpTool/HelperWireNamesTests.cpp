@@ -12,6 +12,7 @@ TEST(HelperWireNames, followFromTheServiceName) {
   EXPECT_EQ(names.service, "org.my-company.appHelper");
   EXPECT_EQ(names.interface, "org.my_company.appHelper");
   EXPECT_EQ(names.objectPath, "/org/my_company/appHelper");
+  EXPECT_EQ(names.refusalName(), "org.my_company.appHelper.Error.Refused");
   EXPECT_TRUE(names.isValid());
 }
 

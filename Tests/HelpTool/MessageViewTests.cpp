@@ -104,20 +104,6 @@ TEST(MessageView, entriesOfADictionaryCanBeCopiedAsTheyAre) {
   EXPECT_NE(bytes.find(numbers), std::string::npos);
 }
 
-TEST(MessageView, theHeadTellsTheCountWithoutTheRest) {
-  constexpr auto kEvent = HelperMessage::Kind::Event;
-  const std::string head("\1\1\1\x80\x84\x1e\0", 7);  // 2,000,000
-  EXPECT_EQ(MessageView::countOf(head, kEvent), 2'000'000U);
-  EXPECT_EQ(MessageView::countOf(head + "nonsense", kEvent), 2'000'000U);
-  EXPECT_FALSE(MessageView::countOf(head, HelperMessage::Kind::Reply).has_value());
-  for (std::size_t size = 0; size < head.size(); ++size) {
-    EXPECT_FALSE(MessageView::countOf(head.substr(0, size), kEvent).has_value()) << size;
-  }
-  for (const char* other : {"\2\1\1\1\0\0\0", "\1\1\0\1\0\0\0", "\1\1\2\1\0\0\0", "\1\1\1\x81\x84\x1e\0"}) {
-    EXPECT_FALSE(MessageView::countOf(std::string(other, 7), kEvent).has_value());
-  }
-}
-
 TEST(MessageView, anyCutOfAMessageIsNone) {
   const std::string bytes = coded(sample());
   for (std::size_t size = 0; size < bytes.size(); ++size) {

@@ -103,6 +103,50 @@ TEST(SealedMemory, memoryThatItsMakerNeverWroteIsNotTaken) {
   EXPECT_FALSE(isTakenWithout(kSize / 2, 4096));
 }
 
+TEST(SealedMemory, whatAnotherProcessFilledIsSealedAndRead) {
+  const FileDescriptor memory = SealedMemory::forFilling(3);
+  ASSERT_TRUE(memory.isOpen());
+  EXPECT_NE(::fcntl(memory.get(), F_GETFD) & FD_CLOEXEC, 0);
+  EXPECT_EQ(::pwrite(memory.get(), "abc", 3, 0), 3);
+  EXPECT_EQ(::pwrite(memory.get(), "d", 1, 3), -1) << "it has the size that was asked for";
+  EXPECT_EQ(::ftruncate(memory.get(), 2), -1);
+  const auto sealed = SealedMemory::sealFilled(memory);
+  ASSERT_TRUE(sealed.has_value());
+  EXPECT_EQ(sealed->bytes(), "abc");
+  EXPECT_EQ(::pwrite(memory.get(), "x", 1, 0), -1);
+  EXPECT_EQ(::fcntl(memory.get(), F_GET_SEALS) & kSeals, kSeals);
+}
+
+TEST(SealedMemory, isNotSealedWhileItCanBeWrittenThroughAMapping) {
+  const FileDescriptor memory = SealedMemory::forFilling(3);
+  EXPECT_EQ(::pwrite(memory.get(), "abc", 3, 0), 3);
+  void* const window = ::mmap(nullptr, 3, PROT_READ | PROT_WRITE, MAP_SHARED, memory.get(), 0);
+  ASSERT_NE(window, MAP_FAILED);
+  EXPECT_FALSE(SealedMemory::sealFilled(memory).has_value());
+  ::munmap(window, 3);
+  EXPECT_TRUE(SealedMemory::sealFilled(memory).has_value());
+}
+
+TEST(SealedMemory, sealsThatTheFillerSetsHideNothing) {
+  constexpr int kFuture = 0x0010;  // F_SEAL_FUTURE_WRITE
+  for (const int seals : {F_SEAL_SEAL, kFuture, kFuture | F_SEAL_SEAL}) {
+    const FileDescriptor memory = SealedMemory::forFilling(3);
+    EXPECT_EQ(::pwrite(memory.get(), "abc", 3, 0), 3);
+    void* const window = ::mmap(nullptr, 3, PROT_READ | PROT_WRITE, MAP_SHARED, memory.get(), 0);
+    ASSERT_NE(window, MAP_FAILED);
+    ASSERT_EQ(::fcntl(memory.get(), F_ADD_SEALS, seals), 0);
+    EXPECT_FALSE(SealedMemory::sealFilled(memory).has_value()) << seals;
+    ::munmap(window, 3);
+  }
+}
+
+TEST(SealedMemory, blocksBehindItsEndMakeUpForNoHole) {
+  constexpr off_t kSize = off_t{1} << 20;
+  const FileDescriptor memory = SealedMemory::forFilling(kSize);
+  EXPECT_EQ(::fallocate(memory.get(), FALLOC_FL_KEEP_SIZE, kSize, kSize), -1);
+  EXPECT_FALSE(SealedMemory::sealFilled(memory).has_value());
+}
+
 TEST(SealedMemory, leavesNoDescriptorOpen) {
   const std::size_t before = test::openDescriptors();
   { const auto memory = SealedMemory::map(SealedMemory::make("abc").get(), kLimit); }

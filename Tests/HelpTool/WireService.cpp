@@ -4,24 +4,33 @@
 #include <utility>
 
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
-#include "SorrelFramework/HelpTool/SealedMessage.hpp"
+#include "SorrelFramework/HelpTool/SealedMemory.hpp"
 #include "Tests/Support/MainLoop.hpp"
 
 namespace sorrel::test {
 
 FileDescriptor sealedReply(const std::optional<HelperDictionary>& dictionary) {
-  return SealedMessage::seal({HelperMessage::Kind::Reply, dictionary, {}});
+  return SealedMemory::make(encodeHelperMessage({HelperMessage::Kind::Reply, dictionary, {}}).value());
 }
 
 WireService::WireService(const std::string& address, Answer answer)
     : answer_(std::move(answer)), connection_(sdbus::createSessionBusConnectionWithAddress(address)) {
   const HelperWireNames names(kWireService);
   object_ = sdbus::createObject(*connection_, names.objectPath);
-  object_->registerMethod(HelperWireNames::handleEvent)
+  object_->registerMethod(HelperWireNames::begin)
       .onInterface(names.interface)
-      .implementedAs([this](Result&& result, std::int32_t id, const sdbus::UnixFd& memory) {
-        handle(id, memory.get(), std::move(result));
-      });
+      .implementedAs([this](BeginResult&& result, std::int32_t id, std::int32_t, std::uint32_t,
+                            std::uint64_t bytes) { begin(std::move(result), id, bytes); });
+  object_->registerMethod(HelperWireNames::run)
+      .onInterface(names.interface)
+      .implementedAs([this](Result&& result, std::uint64_t ticket) { run(std::move(result), ticket); });
+  object_->registerMethod(HelperWireNames::stop).onInterface(names.interface).implementedAs([this] {
+    ++stops_;
+  });
+  object_->registerMethod(HelperWireNames::closeHelper).onInterface(names.interface).implementedAs([this] {
+    ++closes_;
+    return true;
+  });
   object_->registerMethod(HelperWireNames::getHelperVersion).onInterface(names.interface).implementedAs([] {
     return std::string("1.2.3");
   });
@@ -68,10 +77,32 @@ void WireService::process() const {
   }
 }
 
-void WireService::handle(std::int32_t id, int memory, Result&& result) {
-  const Event event{id, SealedMessage::open(memory, HelperMessage::Kind::Event)};
+void WireService::refuseWith(const std::string& reason) {
+  const std::lock_guard lock(mutex_);
+  refusal_ = reason;
+}
+
+void WireService::begin(BeginResult&& result, std::int32_t id, std::uint64_t bytes) {
+  const std::lock_guard lock(mutex_);
+  if (!refusal_.empty()) {
+    result.returnError(sdbus::Error(HelperWireNames(kWireService).refusalName(), refusal_));
+    return;
+  }
+  FileDescriptor memory = SealedMemory::forFilling(bytes);
+  const int descriptor = memory.get();
+  const std::uint64_t ticket = begun_.size() + 1;
+  begun_.emplace(ticket, std::pair(id, std::move(memory)));
+  result.returnResults(ticket, sdbus::UnixFd(descriptor));
+}
+
+void WireService::run(Result&& result, std::uint64_t ticket) {
+  Event event;
   {
     const std::lock_guard lock(mutex_);
+    event.id = begun_.at(ticket).first;
+    const auto memory = SealedMemory::sealFilled(begun_.at(ticket).second);
+    begun_.at(ticket).second = FileDescriptor();
+    if (memory.has_value()) event.message = decodeHelperMessage(memory->bytes(), HelperMessage::Kind::Event);
     events_.push_back(event);
     arrived_.notify_all();
   }

@@ -2,14 +2,17 @@
 
 #include <sdbus-c++/sdbus-c++.h>
 
+#include <atomic>
 #include <condition_variable>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <optional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
@@ -20,12 +23,13 @@ namespace sorrel::test {
 
 inline const std::string kWireService = "org.example.test-appHelper";
 
-/// A reply's memory with a message of this dictionary.
+/// The memory of a reply with this dictionary.
 FileDescriptor sealedReply(const std::optional<HelperDictionary>& dictionary);
 
-/// The helper's end of the wire, without a helper behind it.
+/// Speaks to callers as a helper does, and does nothing.
 class WireService {
  public:
+  using BeginResult = sdbus::Result<std::uint64_t, sdbus::UnixFd>;
   using Result = sdbus::Result<bool, std::int32_t, sdbus::UnixFd>;
   struct Event {
     std::int32_t id = 0;
@@ -39,6 +43,12 @@ class WireService {
   /// Sends the event's dictionary back.
   static void echo(const Event& event, Result&& result);
 
+  /// From now on Begin is refused with this word; "" for no more.
+  void refuseWith(const std::string& reason);
+  /// Calls of Stop and of CloseHelper so far.
+  [[nodiscard]] int stops() const { return stops_; }
+  [[nodiscard]] int closes() const { return closes_; }
+
   /// In an answer.
   void giveUpName() { connection_->releaseName(kWireService); }
 
@@ -50,12 +60,17 @@ class WireService {
  private:
   PollingThread::Wait wait() const;
   void process() const;
-  void handle(std::int32_t id, int memory, Result&& result);
+  void begin(BeginResult&& result, std::int32_t id, std::uint64_t bytes);
+  void run(Result&& result, std::uint64_t ticket);
 
   const Answer answer_;
   mutable std::mutex mutex_;
   mutable std::condition_variable arrived_;
   std::vector<Event> events_;
+  std::string refusal_;
+  std::map<std::uint64_t, std::pair<std::int32_t, FileDescriptor>> begun_;  // by ticket
+  std::atomic<int> stops_ = 0;
+  std::atomic<int> closes_ = 0;
   std::unique_ptr<sdbus::IConnection> connection_;
   std::unique_ptr<sdbus::IObject> object_;
   // In place of the loop of sdbus-c++, which ends the process when the bus goes.

@@ -16,7 +16,7 @@ class CallListTest : public testing::Test {
     call->uid = uid;
     call->stage = stage;
     call->sender = sender;
-    return calls.add(std::move(call));
+    return calls.add(std::move(call)).id;
   }
 
   CallList calls;
@@ -41,36 +41,65 @@ TEST_F(CallListTest, aConnectionsCallsAreFoundByItsName) {
   EXPECT_TRUE(calls.from(":1.2").empty());
 }
 
-TEST_F(CallListTest, aUserHasTwo) {
+TEST_F(CallListTest, anIdentifiedUserHasOne) {
   add(1, Stage::Identifying);
-  add(1, Stage::Identifying);
-  add(1, Stage::Asking);
-  EXPECT_TRUE(calls.hasRoomFor(1)) << "who is not known yet takes no place";
-  const std::uint64_t second = add(1, Stage::Running);
-  EXPECT_FALSE(calls.hasRoomFor(1));
-  EXPECT_TRUE(calls.hasRoomFor(2));
-  calls.take(second);
-  EXPECT_TRUE(calls.hasRoomFor(1));
+  EXPECT_FALSE(calls.hasCallOf(1));
+  for (const Stage stage : {Stage::Asking, Stage::Filling, Stage::Running}) {
+    const std::uint64_t call = add(1, stage);
+    EXPECT_TRUE(calls.hasCallOf(1));
+    EXPECT_FALSE(calls.hasCallOf(2));
+    calls.take(call);
+  }
+  EXPECT_FALSE(calls.hasCallOf(1));
 }
 
-TEST_F(CallListTest, aConnectionHasEight) {
-  for (int i = 0; i < 7; ++i) add(HelperCall::kUnknownUser, Stage::Identifying, ":1.1");
-  EXPECT_TRUE(calls.hasRoomForCaller(":1.1"));
-  const std::uint64_t last = add(1, Stage::Running, ":1.1");
-  EXPECT_FALSE(calls.hasRoomForCaller(":1.1"));
-  EXPECT_TRUE(calls.hasRoomForCaller(":1.11"));
-  calls.take(last);
-  EXPECT_TRUE(calls.hasRoomForCaller(":1.1"));
+TEST_F(CallListTest, aConnectionHasOneThatIsNotIdentified) {
+  EXPECT_TRUE(calls.canIdentify(":1.1"));
+  const std::uint64_t call = add(kUnknownUser, Stage::Identifying, ":1.1");
+  EXPECT_FALSE(calls.canIdentify(":1.1"));
+  EXPECT_TRUE(calls.canIdentify(":1.11"));
+  calls.find(call)->stage = Stage::Asking;
+  EXPECT_TRUE(calls.canIdentify(":1.1"));
+}
+
+TEST_F(CallListTest, callsThatAreNotIdentifiedHaveALimitOfTheirOwn) {
+  for (std::size_t i = 0; i < CallList::kMostUnidentified; ++i) {
+    EXPECT_TRUE(calls.canIdentify(":1.1")) << i;
+    add(kUnknownUser, Stage::Identifying, ":2." + std::to_string(i));
+  }
+  EXPECT_FALSE(calls.canIdentify(":1.1"));
+  EXPECT_FALSE(calls.isFull()) << "identified users are not held up";
+  EXPECT_FALSE(calls.hasWork());
 }
 
 TEST_F(CallListTest, allTogetherHaveSixteen) {
   for (std::uint32_t i = 0; i < 15; ++i) add(i);
-  EXPECT_TRUE(calls.hasRoomFor(100));
+  EXPECT_FALSE(calls.isFull());
   const std::uint64_t last = add(15);
-  EXPECT_FALSE(calls.hasRoomFor(100));
-  EXPECT_FALSE(calls.hasRoomFor(0));
+  EXPECT_TRUE(calls.isFull());
   calls.take(last);
-  EXPECT_TRUE(calls.hasRoomFor(100));
+  EXPECT_FALSE(calls.isFull());
+}
+
+TEST_F(CallListTest, aQuestionIsWorkThatIsNotAuthorised) {
+  const std::uint64_t call = add(1, Stage::Asking);
+  calls.find(call)->bytes = 5;
+  EXPECT_TRUE(calls.hasWork());
+  EXPECT_FALSE(calls.hasAuthorisedWork());
+  EXPECT_EQ(calls.mostReplyBytes(), 0U);
+  calls.find(call)->stage = Stage::Filling;
+  EXPECT_TRUE(calls.hasAuthorisedWork());
+  EXPECT_EQ(calls.mostReplyBytes(), 5U);
+}
+
+TEST_F(CallListTest, theFirstTicketThatExpiresCounts) {
+  EXPECT_FALSE(calls.firstDeadline().has_value());
+  const HelperCall::Clock::time_point now = HelperCall::Clock::now();
+  for (const int second : {7, 5, 6}) {
+    calls.find(add(1, Stage::Filling))->fillDeadline = now + std::chrono::seconds(second);
+  }
+  calls.find(add(1, Stage::Running))->fillDeadline = now;
+  EXPECT_EQ(calls.firstDeadline(), now + std::chrono::seconds(5));
 }
 
 }  // namespace

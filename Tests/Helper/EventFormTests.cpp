@@ -37,7 +37,6 @@ TEST(EventForm, eachKindHasItsActionFailureAndName) {
       {2, {{"OperationValue", 1}}, 0, Action::Maintenance, Error::NoCause, "rebuild-index"},
       {2, {{"OperationValue", 2}, {"/a", kEmpty}}, 1, Action::Delete, Error::DeleteError, "clean"},
       {2, {{"OperationValue", 3}, {"/a", target}}, 1, Action::Move, Error::MoveFail, "move"},
-      {3, {}, 0, Action::Maintenance, Error::NoCause, "close"},
   };
   for (const auto& [id, dictionary, paths, action, failure, name] : rows) {
     const auto form = formOf(id, dictionary);
@@ -88,8 +87,8 @@ TEST(EventForm, whatIsBesideTheStatedFormIsNone) {
       {2, {{"OperationValue", 3}, {"/a", HelperDictionary{{"ToPath", 1}}}}},
       {2, {{"OperationValue", 3}, {"/a", HelperDictionary{{"Elsewhere", "/b"}}}}},
       {2, {{"OperationValue", 3}, {"/a", HelperDictionary{{"ToPath", "/b"}, {"x", 1}}}}},
-      // CloseHelper
-      {3, {{"/a", kEmpty}}},
+      // CloseHelper is a method of its own
+      {3, {}},
   };
   for (std::size_t i = 0; i < events.size(); ++i) {
     EXPECT_FALSE(formOf(events[i].first, events[i].second).has_value()) << i;
@@ -97,59 +96,34 @@ TEST(EventForm, whatIsBesideTheStatedFormIsNone) {
 }
 
 TEST(EventForm, anEventNeedsADictionaryAndAWordAboutEachPath) {
-  for (int id = 0; id < 4; ++id) EXPECT_FALSE(formOf(id, std::nullopt).has_value()) << id;
+  for (int id = 0; id < 3; ++id) EXPECT_FALSE(formOf(id, std::nullopt).has_value()) << id;
   EXPECT_FALSE(formOf(0, HelperDictionary{{"/a", kEmpty}}, false).has_value());
-  EXPECT_TRUE(formOf(3, kEmpty, false).has_value());
+  EXPECT_TRUE(formOf(0, kEmpty, false).has_value());
 }
 
-std::optional<EventHeading> headingOf(std::int32_t id, const HelperDictionary& dictionary) {
-  HelperMessage message{HelperMessage::Kind::Event, dictionary, {}};
-  message.views.resize(dictionary.size());
-  return EventHeading::of(id, encodeHelperMessage(message).value());
-}
-
-TEST(EventHeading, saysWhatTheFormSays) {
-  const std::vector<std::pair<int, HelperDictionary>> events = {
-      {0, {{"/a", HelperDictionary{{"0", 1}}}, {"/b", kEmpty}}},
-      {0, {}},
-      {1, {{"/a", kEmpty}}},
-      {2, {{"OperationValue", 0}}},
-      {2, {{"OperationValue", 2}, {"/a", kEmpty}, {"z", kEmpty}}},
-      {2, {{"OperationValue", 3}, {"/a", HelperDictionary{{"ToPath", "/b"}}}}},
-      {3, {}},
+TEST(EventForm, theAnnouncedFormIsTheOneOfTheEvent) {
+  const std::vector<std::tuple<int, int, int, HelperDictionary>> events = {
+      {0, -1, 2, {{"/a", HelperDictionary{{"0", 1}}}, {"/b", kEmpty}}},
+      {0, -1, 0, {}},
+      {1, -1, 1, {{"/a", kEmpty}}},
+      {2, 0, 0, {{"OperationValue", 0}}},
+      {2, 2, 2, {{"OperationValue", 2}, {"/a", kEmpty}, {"z", kEmpty}}},
+      {2, 3, 1, {{"OperationValue", 3}, {"/a", HelperDictionary{{"ToPath", "/b"}}}}},
   };
-  for (const auto& [id, dictionary] : events) {
-    const auto heading = headingOf(id, dictionary);
-    const auto form = formOf(id, dictionary);
-    ASSERT_TRUE(heading.has_value() && form.has_value());
-    EXPECT_EQ(heading->kind, form->kind);
-    EXPECT_EQ(heading->action, form->action());
-    EXPECT_EQ(heading->paths, form->paths);
+  for (const auto& [id, operation, paths, dictionary] : events) {
+    const auto announced = EventForm::announced(id, operation, static_cast<std::uint32_t>(paths));
+    ASSERT_TRUE(announced.has_value()) << id << operation;
+    EXPECT_TRUE(announced == formOf(id, dictionary)) << id << operation;
   }
 }
 
-TEST(EventHeading, whatCanBeNoEventHasNone) {
-  for (const int id : {-1, 4}) EXPECT_FALSE(headingOf(id, {}).has_value());
-  EXPECT_FALSE(headingOf(3, {{"/a", kEmpty}}).has_value());
-  EXPECT_FALSE(headingOf(2, {{"/a", kEmpty}}).has_value());
-  EXPECT_FALSE(EventHeading::of(0, "").has_value());
-  const HelperMessage none{HelperMessage::Kind::Event, std::nullopt, {}};
-  EXPECT_FALSE(EventHeading::of(0, encodeHelperMessage(none).value()).has_value());
-}
-
-TEST(EventHeading, anEventOfFilesIsNotReadBehindItsHead) {
-  const std::string head("\1\1\1\2\0\0\0", 7);
-  EXPECT_EQ(EventHeading::of(0, head)->paths, 2U);
-  EXPECT_EQ(EventHeading::of(1, head + "nonsense")->paths, 2U);
-  EXPECT_FALSE(EventHeading::of(2, head + "nonsense").has_value());
-}
-
-TEST(EventHeading, aLongMaintenanceEventIsNone) {
-  HelperDictionary event{{"OperationValue", 2}};
-  for (int i = 0; i < 4; ++i) event["/" + std::to_string(i) + std::string(1'000'000, 'x')] = kEmpty;
-  EXPECT_TRUE(headingOf(2, event).has_value());
-  event["/4" + std::string(1'000'000, 'x')] = kEmpty;
-  EXPECT_FALSE(headingOf(2, event).has_value());
+TEST(EventForm, noOtherFormCanBeAnnounced) {
+  for (const int id : {-1, 3, 4, INT32_MAX, INT32_MIN}) EXPECT_FALSE(EventForm::announced(id, -1, 0));
+  for (const int operation : {-1, -2, 4, 256}) EXPECT_FALSE(EventForm::announced(2, operation, 1));
+  EXPECT_FALSE(EventForm::announced(0, 2, 1)) << "a Delete has no operation";
+  EXPECT_FALSE(EventForm::announced(2, 0, 1)) << "nor this one a path";
+  EXPECT_TRUE(EventForm::announced(0, -1, HelperLimits::paths));
+  EXPECT_FALSE(EventForm::announced(0, -1, HelperLimits::paths + 1));
 }
 
 TEST(EventForm, whetherAPathIsSoundIsNotItsBusiness) {

@@ -1,21 +1,13 @@
 #include "Helper/HelperCall.hpp"
 
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 
 namespace sorrel::helper {
 namespace {
-
-HelperCall callWith(std::int32_t id, const std::string& bytes) {
-  HelperCall call;
-  call.id = 7;
-  call.uid = 12;
-  call.sender = ":1.3";
-  call.eventID = id;
-  call.memory = SealedMemory::map(SealedMemory::make(bytes).get(), HelperLimits::bytes);
-  return call;
-}
 
 std::string coded(const HelperDictionary& event, bool hasViews = true) {
   HelperMessage message{HelperMessage::Kind::Event, event, {}};
@@ -23,52 +15,62 @@ std::string coded(const HelperDictionary& event, bool hasViews = true) {
   return encodeHelperMessage(message).value();
 }
 
+/// A call that announced so many paths, with `bytes` in its memory.
+HelperCall callWith(std::int32_t event, std::uint32_t paths, const std::string& bytes) {
+  HelperCall call;
+  call.id = 7;
+  call.uid = 12;
+  call.sender = ":1.3";
+  call.form = EventForm::announced(event, -1, paths);
+  call.bytes = bytes.size();
+  call.file = SealedMemory::forFilling(bytes.size());
+  EXPECT_EQ(::pwrite(call.file.get(), bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
+  return call;
+}
+
 const HelperDictionary kTwo = {{"/a", HelperDictionary()}, {"/b", HelperDictionary()}};
 
-TEST(HelperCall, isReadStepByStep) {
-  HelperCall call = callWith(1, coded(kTwo));
-  EXPECT_EQ(call.described(), "call 7: uid=12 sender=:1.3 kind=event");
-  EXPECT_FALSE(call.read()) << "not before its heading";
-  ASSERT_TRUE(call.readHeading());
+TEST(HelperCall, readsWhatItsCallerFilledIn) {
+  HelperCall call = callWith(1, 2, coded(kTwo));
   EXPECT_EQ(call.action(), Action::Shred);
-  EXPECT_EQ(call.paths(), 2U);
-  EXPECT_FALSE(call.form.has_value());
-  ASSERT_TRUE(call.read());
-  EXPECT_EQ(call.form->paths, 2U);
-  EXPECT_EQ(call.view->dictionary().size(), 2U);
   EXPECT_EQ(call.described(), "call 7: uid=12 sender=:1.3 kind=shred");
+  ASSERT_TRUE(call.read());
+  EXPECT_EQ(call.view->dictionary().size(), 2U);
 }
 
-TEST(HelperCall, anUnsoundFormBehindASoundHeadingIsFound) {
-  HelperCall call = callWith(0, coded(kTwo, false));
-  ASSERT_TRUE(call.readHeading());
+TEST(HelperCall, readsNothingButTheAnnouncedForm) {
+  EXPECT_TRUE(callWith(0, 2, coded(kTwo)).read());
+  EXPECT_FALSE(callWith(0, 1, coded(kTwo)).read()) << "the user was asked about one";
+  EXPECT_FALSE(callWith(0, 3, coded(kTwo)).read());
+  EXPECT_FALSE(callWith(0, 2, coded(kTwo, false)).read());
+  EXPECT_FALSE(callWith(0, 2, "nonsense").read());
+}
+
+TEST(HelperCall, readsNoMemoryThatCanStillBeWritten) {
+  HelperCall call = callWith(1, 2, coded(kTwo));
+  void* const window = ::mmap(nullptr, 1, PROT_READ | PROT_WRITE, MAP_SHARED, call.file.get(), 0);
+  ASSERT_NE(window, MAP_FAILED);
   EXPECT_FALSE(call.read());
-  EXPECT_FALSE(call.form.has_value());
+  ::munmap(window, 1);
 }
 
-TEST(HelperCall, withoutSoundMemoryThereIsNoHeading) {
+TEST(HelperCall, ofAnUnknownCallerIsNotRoots) {
   HelperCall call;
-  call.eventID = 0;
-  EXPECT_EQ(call.described(), "call 0: uid=? sender= kind=event") << "nobody's, and not root's";
-  EXPECT_FALSE(call.readHeading());
-  EXPECT_EQ(call.mostReplyBytes(), 0U);
-}
-
-TEST(HelperCall, uninstallHasNeither) {
-  HelperCall call;
-  EXPECT_FALSE(call.readHeading());
-  EXPECT_FALSE(call.read());
+  EXPECT_EQ(call.described(), "call 0: uid=? sender= kind=uninstall");
   EXPECT_EQ(call.action(), Action::Uninstall);
-  EXPECT_NE(call.described().find("kind=uninstall"), std::string::npos);
+  EXPECT_EQ(call.mostReplyBytes(), 0U);
 }
 
 TEST(HelperCall, theReplyNeedsRoomForItsWordsBesideTheEvent) {
   const std::string bytes = coded(kTwo);
-  HelperCall call = callWith(1, bytes);
-  ASSERT_TRUE(call.readHeading() && call.read());
+  HelperCall call = callWith(1, 2, bytes);
+  ASSERT_TRUE(call.read());
   EXPECT_EQ(call.mostReplyBytes(), bytes.size() + 2 * HelperLimits::wordsBytes);
-  const Reply reply = Reply::refused(*call.form, *call.view);
-  EXPECT_TRUE(SealedMemory::map(reply.message.get(), call.mostReplyBytes()).has_value());
+  const Reply reply = Reply::of(*call.form, *call.view, ResultTable(2), EventOutcome());
+  EXPECT_LE(reply.bytes, call.mostReplyBytes());
+  const auto memory = SealedMemory::map(reply.message.get(), call.mostReplyBytes());
+  ASSERT_TRUE(memory.has_value());
+  EXPECT_EQ(memory->bytes().size(), reply.bytes);
 }
 
 }  // namespace

@@ -20,10 +20,9 @@ HelperConfiguration parse(std::string_view text) {
 TEST(HelperConfiguration, eachKeyIsRead) {
   const HelperConfiguration configuration = parse(
       "# a comment\n\n  refuse = /srv/data \r\nrefuse=/a=b\nallow-file-system = fuse.sshfs\n"
-      "allow-file-system=nfs4\ngrace-seconds = 0\nidle-seconds = 3600");
+      "allow-file-system=nfs4\nidle-seconds = 3600");
   EXPECT_EQ(configuration.refusedPlaces, (Texts{"/srv/data", "/a=b"}));
   EXPECT_EQ(configuration.allowedFileSystems, (Texts{"fuse.sshfs", "nfs4"}));
-  EXPECT_EQ(configuration.grace.count(), 0);
   EXPECT_EQ(configuration.idle.count(), 3600);
 }
 
@@ -31,7 +30,6 @@ TEST(HelperConfiguration, nothingSaidIsTheDefault) {
   const HelperConfiguration configuration = parse("");
   EXPECT_TRUE(configuration.refusedPlaces.empty());
   EXPECT_TRUE(configuration.allowedFileSystems.empty());
-  EXPECT_EQ(configuration.grace.count(), 30);
   EXPECT_EQ(configuration.idle.count(), 300);
 }
 
@@ -70,11 +68,11 @@ TEST(HelperConfiguration, aLineThatMakesNoSenseIsAFaultOfTheWhole) {
                            "allow-file-system =",
                            "allow-file-system = nfs4 # ours",
                            "allow-file-system = nfs4, cifs",
-                           "grace-seconds = x",
-                           "grace-seconds = 3601",
-                           "grace-seconds = -1",
-                           "grace-seconds = 1s",
-                           "grace-seconds =",
+                           "idle-seconds = x",
+                           "grace-seconds = 30",
+                           "idle-seconds = -1",
+                           "idle-seconds = 1s",
+                           "idle-seconds =",
                            "idle-seconds = 3601",
                            "idle-seconds = 30 # half",
                            "log-paths = maybe",
@@ -84,7 +82,7 @@ TEST(HelperConfiguration, aLineThatMakesNoSenseIsAFaultOfTheWhole) {
     const HelperConfiguration configuration =
         HelperConfiguration::parse("refuse = /one\n" + std::string(slip) + "\nrefuse = /two\nnonsense\n");
     EXPECT_EQ(configuration.fault, "line 2 makes no sense") << slip;
-    EXPECT_EQ(configuration.grace.count(), 30) << slip;
+    EXPECT_EQ(configuration.idle.count(), 300) << slip;
   }
   EXPECT_EQ(HelperConfiguration::parse(std::string_view("refuse = /a\0b\n", 14)).fault,
             "line 1 makes no sense");

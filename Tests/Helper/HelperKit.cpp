@@ -7,7 +7,6 @@
 #include <sched.h>
 #include <sdbus-c++/sdbus-c++.h>
 #include <signal.h>
-#include <sys/mman.h>
 #include <sys/mount.h>
 #include <sys/prctl.h>
 #include <sys/stat.h>
@@ -23,9 +22,8 @@
 #include <utility>
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
-#include "SorrelFramework/HelpTool/HelperWireNames.hpp"
-#include "SorrelFramework/HelpTool/SealedMemory.hpp"
 #include "SorrelFramework/Platform/ChildProcess.hpp"
+#include "Tests/Helper/RawCaller.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/MainLoop.hpp"
 
@@ -118,30 +116,24 @@ std::string readLine(int descriptor) {
 }
 
 std::string packed(const Answer& answer) {
-  if (!answer.isThere) return "";
+  if (!answer.isThere) return answer.refusal.empty() ? "" : "-" + answer.refusal;
   const HelperMessage message{HelperMessage::Kind::Reply, answer.dictionary, {}};
   return (answer.flag ? "1" : "0") + std::to_string(answer.code) + "\n" +
          encodeHelperMessage(message).value();
 }
 
 Answer unpacked(const std::string& text) {
+  if (text.starts_with('-')) return {false, false, -1, {}, text.substr(1)};
   const std::size_t end = text.find('\n');
   if (end == std::string::npos) return {};
   const auto message =
       decodeHelperMessage(std::string_view(text).substr(end + 1), HelperMessage::Kind::Reply);
   if (!message.has_value()) return {};
-  return {true, text[0] == '1', std::atoi(text.c_str() + 1), *message->dictionary};
+  return {true, text[0] == '1', std::atoi(text.c_str() + 1), *message->dictionary, ""};
 }
 
 bool becomeUser(std::uint32_t uid) {
   return ::setgroups(0, nullptr) == 0 && ::setresgid(uid, uid, uid) == 0 && ::setresuid(uid, uid, uid) == 0;
-}
-
-FileDescriptor memoryOf(const std::string& bytes, bool isSealed) {
-  if (isSealed) return SealedMemory::make(bytes);
-  FileDescriptor memory(::memfd_create("unsealed", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-  EXPECT_EQ(::write(memory.get(), bytes.data(), bytes.size()), static_cast<ssize_t>(bytes.size()));
-  return memory;
 }
 
 }  // namespace
@@ -165,7 +157,7 @@ std::future<Answer> send(HelperProtocol& helper, std::int32_t id, const HelperDi
   const auto promise = std::make_shared<std::promise<Answer>>();
   helper.handleEvent(
       id, event, [promise](bool flag, std::int32_t code, const std::optional<HelperDictionary>& dictionary) {
-        promise->set_value({true, flag, code, dictionary.value_or(HelperDictionary())});
+        promise->set_value({true, flag, code, dictionary.value_or(HelperDictionary()), ""});
       });
   return promise->get_future();
 }
@@ -251,32 +243,10 @@ Answer HelperMachine::askAs(std::uint32_t uid, std::int32_t id, const HelperDict
   return unpacked(inUser(uid, [&] { return packed(askRaw(id, codedEvent(event))); }));
 }
 
-std::string HelperMachine::askForBytes(std::int32_t id, const std::string& message, bool isSealed,
-                                       Answer* answer) const {
-  const HelperWireNames names(kService);
-  const auto connection = sdbus::createSessionBusConnectionWithAddress(address_);
-  const auto proxy = sdbus::createProxy(*connection, kService, names.objectPath);
-  const FileDescriptor memory = memoryOf(message, isSealed);
-  bool flag = false;
-  std::int32_t code = 0;
-  sdbus::UnixFd reply;
-  proxy->callMethod(HelperWireNames::handleEvent)
-      .onInterface(names.interface)
-      .withTimeout(5 * kPatience)
-      .withArguments(id, sdbus::UnixFd(memory.get()))
-      .storeResultsTo(flag, code, reply);
-  if (answer != nullptr) *answer = {true, flag, code, {}};
-  const auto mapped = SealedMemory::map(reply.get(), HelperLimits::bytesOf(HelperMessage::Kind::Reply));
-  return mapped.has_value() ? std::string(mapped->bytes()) : "";
-}
-
-Answer HelperMachine::askRaw(std::int32_t id, const std::string& message, bool isSealed) const {
-  Answer answer;
-  const std::string bytes = askForBytes(id, message, isSealed, &answer);
-  const auto read = decodeHelperMessage(bytes, HelperMessage::Kind::Reply);
-  answer.isThere = answer.isThere && read.has_value();
-  if (read.has_value()) answer.dictionary = read->dictionary.value_or(HelperDictionary());
-  return answer;
+Answer HelperMachine::askRaw(std::int32_t id, const std::string& message) const {
+  RawCaller caller(address_);
+  const RawCaller::Ticket ticket = caller.fill(id, message);
+  return ticket.refusal.empty() ? caller.run(ticket.number) : Answer{false, false, -1, {}, ticket.refusal};
 }
 
 std::string HelperMachine::log() const { return contentOf(folder_.path("log")); }
@@ -309,24 +279,5 @@ void HelperMachine::kill(int signal) const {
 bool HelperMachine::waitUntilHelperIsGone() const {
   return runMainLoopUntil([this] { return helper() < 0; });
 }
-
-LeavingCaller::LeavingCaller(const HelperMachine& machine, std::int32_t id, const std::string& message)
-    : connection_(sdbus::createSessionBusConnectionWithAddress(machine.address())) {
-  const HelperWireNames names(kService);
-  const auto proxy = sdbus::createProxy(*connection_, kService, names.objectPath);
-  const FileDescriptor memory = SealedMemory::make(message);
-  sdbus::MethodCall call = proxy->createMethodCall(names.interface, HelperWireNames::handleEvent);
-  call << id << sdbus::UnixFd(memory.get());
-  proxy->callMethod(
-      call, [](sdbus::MethodReply&, const sdbus::Error*) {}, UINT64_MAX);
-  // The call has left this process once the bus has answered something later.
-  std::string owner;
-  sdbus::createProxy(*connection_, "org.freedesktop.DBus", "/org/freedesktop/DBus")
-      ->callMethod("GetId")
-      .onInterface("org.freedesktop.DBus")
-      .storeResultsTo(owner);
-}
-
-LeavingCaller::~LeavingCaller() = default;
 
 }  // namespace sorrel::test

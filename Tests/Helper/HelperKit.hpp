@@ -15,10 +15,6 @@
 #include "Tests/Helper/ScriptedPolkit.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
-namespace sdbus {
-class IConnection;
-}  // namespace sdbus
-
 namespace sorrel::test {
 
 inline const std::string kService = SORREL_HELPER_SERVICE;
@@ -39,6 +35,7 @@ struct Answer {
   bool flag = false;
   std::int32_t code = -1;
   HelperDictionary dictionary;
+  std::string refusal;  ///< of a RawCaller: why there is none
 };
 
 /// A system bus with the helper as install-helper installs it, started by the bus on demand.
@@ -68,12 +65,8 @@ class HelperMachine {
   Answer ask(std::int32_t id, const HelperDictionary& event) const;
   /// The same as `uid`, in a child process.
   Answer askAs(std::uint32_t uid, std::int32_t id, const HelperDictionary& event) const;
-  /// Calls HandleEvent with these bytes, sealed or not, and whatever follows from them. Starts no thread, so
-  /// that a child process of this one, which has some, may do it.
-  Answer askRaw(std::int32_t id, const std::string& message, bool isSealed = true) const;
-  /// The bytes of the reply's message; "" without a sound reply.
-  std::string askForBytes(std::int32_t id, const std::string& message, bool isSealed = true,
-                          Answer* answer = nullptr) const;
+  /// Has the helper run an event of these bytes, on a RawCaller.
+  Answer askRaw(std::int32_t id, const std::string& message) const;
 
   /// What the bus and the helper have written to their standard error.
   [[nodiscard]] std::string log() const;
@@ -92,16 +85,6 @@ class HelperMachine {
   std::string address_;
   pid_t daemon_ = -1;
   std::unique_ptr<ScriptedPolkit> polkit_;
-};
-
-/// Has sent one event, and leaves the bus with the object.
-class LeavingCaller {
- public:
-  LeavingCaller(const HelperMachine& machine, std::int32_t id, const std::string& message);
-  ~LeavingCaller();
-
- private:
-  std::unique_ptr<sdbus::IConnection> connection_;
 };
 
 /// inChild() as that user.

@@ -2,6 +2,12 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
+#include <sstream>
+#include <vector>
+
+#include "Tests/Support/ScopedVariable.hpp"
+
 namespace sorrel::helper {
 namespace {
 
@@ -31,6 +37,54 @@ TEST(RateLimit, letsABurstThroughInEachInterval) {
   EXPECT_EQ(limit.takeHeldBack(), 0U);
   EXPECT_TRUE(limit.admits(start + seconds(19)));
   EXPECT_FALSE(limit.admits(start + seconds(19)));
+}
+
+/// What `work` makes a log write, line by line.
+std::vector<std::string> linesOf(const std::function<void(HelperLog&)>& work) {
+  const test::ScopedVariable journal("JOURNAL_STREAM", "1:1");
+  testing::internal::CaptureStderr();
+  {
+    HelperLog log("helper");
+    work(log);
+  }
+  std::istringstream text(testing::internal::GetCapturedStderr());
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(text, line);) lines.push_back(line.substr(line.find('>') + 1));
+  return lines;
+}
+
+void write(HelperLog& log, std::uint32_t uid, int lines) {
+  for (int i = 0; i < lines; ++i) log.limited(uid, [uid] { return "user " + std::to_string(uid); });
+}
+
+TEST(HelperLog, everyLineThatIsHeldBackIsCounted) {
+  const auto lines = linesOf([](HelperLog& log) {
+    write(log, 7, 300);
+    log.reportHeldBack(7);
+    log.reportHeldBack(7);
+    write(log, 7, 2);
+  });
+  ASSERT_EQ(lines.size(), HelperLog::kMostOfUser + 2);
+  EXPECT_EQ(lines[HelperLog::kMostOfUser], "250 more lines for uid=7 were not logged");
+  EXPECT_EQ(lines.back(), "2 more lines for uid=7 were not logged") << "at the end of the log";
+}
+
+TEST(HelperLog, oneUsersFloodCostsAnotherNoLine) {
+  const auto lines = linesOf([](HelperLog& log) {
+    write(log, 7, 1000);
+    write(log, 8, 1);
+    log.limited(kUnknownUser, [] { return "unknown"; });
+  });
+  EXPECT_NE(std::ranges::find(lines, "user 8"), lines.end());
+  EXPECT_NE(std::ranges::find(lines, "unknown"), lines.end());
+}
+
+TEST(HelperLog, manyUsersShareTheLastLimit) {
+  const auto lines = linesOf([](HelperLog& log) {
+    for (std::uint32_t uid = 0; uid < 1000; ++uid) write(log, uid, 1);
+  });
+  EXPECT_EQ(std::ranges::count_if(lines, [](const auto& line) { return line.starts_with("user "); }),
+            static_cast<std::ptrdiff_t>(HelperLog::kMostUsers + HelperLog::kMostOfUser));
 }
 
 }  // namespace

@@ -3,7 +3,9 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sdbus-c++/sdbus-c++.h>
+#include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -16,7 +18,6 @@
 
 #include "Helper/HelperService.hpp"
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
-#include "SorrelFramework/HelpTool/SealedMemory.hpp"
 #include "Tests/Helper/HelperServiceKit.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/PrivateBus.hpp"
@@ -28,16 +29,13 @@ namespace {
 struct Moments {
   std::function<void()> whenItHasItsName;
   std::function<void()> beforeTheNameIsGivenUp;
-  std::function<void()> whenItWaitsWithoutName;
   std::function<void(int descriptor)> beforeEachMessage;
-  bool isNameGivenUp = false;
   std::recursive_mutex mutex;  // held while something happens, which may call the bus itself
 
   /// From here on nothing does: the thread ends later than what the moments refer to.
   void forget() {
     const std::lock_guard lock(mutex);
-    for (const auto moment :
-         {&Moments::whenItHasItsName, &Moments::beforeTheNameIsGivenUp, &Moments::whenItWaitsWithoutName}) {
+    for (const auto moment : {&Moments::whenItHasItsName, &Moments::beforeTheNameIsGivenUp}) {
       this->*moment = nullptr;
     }
     beforeEachMessage = nullptr;
@@ -69,18 +67,8 @@ Function* next(const char* name) {
 // Stand before those of libsystemd, with the signatures of <systemd/sd-bus.h> and what only passes through as
 // void.
 extern "C" [[gnu::visibility("default")]] int sd_bus_release_name(void* bus, const char* name) {
-  using sorrel::helper::moments;
   sorrel::helper::happen(&sorrel::helper::Moments::beforeTheNameIsGivenUp);
-  if (moments != nullptr) moments->isNameGivenUp = true;
   return sorrel::helper::next<decltype(sd_bus_release_name)>("sd_bus_release_name")(bus, name);
-}
-
-extern "C" [[gnu::visibility("default")]] int sd_bus_get_events(void* bus) {
-  using sorrel::helper::moments;
-  if (moments != nullptr && moments->isNameGivenUp) {
-    sorrel::helper::happen(&sorrel::helper::Moments::whenItWaitsWithoutName);
-  }
-  return sorrel::helper::next<decltype(sd_bus_get_events)>("sd_bus_get_events")(bus);
 }
 
 extern "C" [[gnu::visibility("default")]] int sd_bus_process(void* bus, void** message) {
@@ -122,16 +110,27 @@ class EarlyCaller {
           return version;
         });
   }
-  std::future<std::string> askToDelete() {
-    const FileDescriptor memory = SealedMemory::make(codedEvent(kNowhere));
+  /// "ticket", with the event already in the helper's memory, or the refusal.
+  std::future<std::string> begin() {
+    const std::string message = codedEvent(kNowhere);
     return send(
-        HelperWireNames::handleEvent, [&](auto& call) { call << kDelete << sdbus::UnixFd(memory.get()); },
-        [](sdbus::MethodReply& reply) {
-          bool flag = false;
-          std::int32_t code = 0;
-          reply >> flag >> code;
-          return (flag ? "done " : "not done ") + std::to_string(code);
+        HelperWireNames::begin,
+        [&](auto& call) {
+          call << kDelete << HelperWireNames::noOperation << std::uint32_t{1}
+               << std::uint64_t{message.size()};
+        },
+        [this, message](sdbus::MethodReply& reply) {
+          sdbus::UnixFd memory;
+          reply >> ticket_ >> memory;
+          const auto size = static_cast<ssize_t>(message.size());
+          return std::string(::pwrite(memory.get(), message.data(), message.size(), 0) == size ? "ticket"
+                                                                                               : "");
         });
+  }
+  std::future<std::string> run() {
+    return send(
+        HelperWireNames::run, [&](auto& call) { call << ticket_; },
+        [](sdbus::MethodReply&) { return std::string("answered"); });
   }
   /// Wants no answer.
   void tell() {
@@ -155,7 +154,7 @@ class EarlyCaller {
     service_->callMethod(
         call,
         [promise, result = std::move(result)](sdbus::MethodReply& reply, const sdbus::Error* error) {
-          promise->set_value(error == nullptr ? result(reply) : "");
+          promise->set_value(error == nullptr ? result(reply) : error->getMessage());
         },
         UINT64_MAX);
     waitForBus();
@@ -163,6 +162,7 @@ class EarlyCaller {
   }
 
   const HelperWireNames names_{kOwnName};
+  std::uint64_t ticket_ = 0;
   std::unique_ptr<sdbus::IConnection> connection_;
   std::unique_ptr<sdbus::IProxy> bus_;
   std::unique_ptr<sdbus::IProxy> service_;
@@ -180,15 +180,16 @@ class HelperServiceEnd : public testing::Test {
     if (thread.joinable()) thread.join();
   }
 
-  void start(ScriptedPolkit::Mode mode, std::chrono::seconds idle, std::chrono::milliseconds farewell) {
+  void start(ScriptedPolkit::Mode mode, std::chrono::seconds idle) {
     polkit = std::make_unique<ScriptedPolkit>(bus.address(), mode);
     HelperConfiguration configuration;
     configuration.idle = idle;
-    configuration.farewell = farewell;
     auto connection = sdbus::createSessionBusConnectionWithAddress(bus.address());
-    service = std::make_unique<HelperService>(
-        std::move(connection), HelperIdentity{kOwnName, "1.2.3", [](std::string&) { return false; }},
-        configuration, log);
+    service =
+        std::make_unique<HelperService>(std::move(connection),
+                                        HelperIdentity{kOwnName, "1.2.3", [](std::string&) { return false; },
+                                                       [this] { return isReplaced.load(); }},
+                                        configuration, log);
     own.whenItHasItsName = [this] { hasName.set_value(); };
     thread = std::thread([&] {
       moments = &own;
@@ -198,6 +199,19 @@ class HelperServiceEnd : public testing::Test {
     hasName.get_future().wait();
     caller = std::make_unique<EarlyCaller>(bus.address());
     hasCaller.set_value();
+  }
+
+  /// On the service's thread: one more call is there before it looks.
+  void keepFlooding(int descriptor) {
+    if (!isFlooding) return;
+    other->tell();
+    pollfd arrival{descriptor, POLLIN, 0};
+    ::poll(&arrival, 1, static_cast<int>(test::kPatience.count()));
+  }
+  void flood(bool isOn) {
+    if (other == nullptr) other = std::make_unique<EarlyCaller>(bus.address());
+    const std::lock_guard lock(own.mutex);
+    isFlooding = isOn;
   }
 
   static std::string answerOf(std::future<std::string>& answer) {
@@ -223,77 +237,74 @@ class HelperServiceEnd : public testing::Test {
   // Moments come until they are forgotten, which is after the test's own body.
   std::promise<Answers> last;
   bool isFlooding = false;
+  std::atomic<bool> isReplaced = false;
   std::unique_ptr<EarlyCaller> other;
 };
 
-TEST_F(HelperServiceEnd, whatCameBeforeTheNameWasGivenUpIsAnswered) {
+TEST_F(HelperServiceEnd, callsFromBeforeTheNameWasGivenUpAreAnswered) {
   own.beforeTheNameIsGivenUp = [this] {
     hasCaller.get_future().wait();
     Answers answers;
     answers.push_back(caller->askForVersion());
+    answers.push_back(caller->begin());
     last.set_value(std::move(answers));
   };
-  start(ScriptedPolkit::Mode::No, std::chrono::seconds(0), std::chrono::milliseconds(0));
-  auto first = caller->askForVersion();
-  EXPECT_EQ(answerOf(first), "1.2.3");
-  Answers answers = askedLast();
-  ASSERT_EQ(answers.size(), 1U);
-  EXPECT_EQ(answerOf(answers[0]), "1.2.3");
-  EXPECT_TRUE(hasEnded.get_future().get());
-}
-
-TEST_F(HelperServiceEnd, whoLookedItUpBeforeIsServedForAWhile) {
-  own.whenItWaitsWithoutName = [this] {
-    Answers answers;
-    answers.push_back(caller->askForVersion());
-    answers.push_back(caller->askToDelete());
-    last.set_value(std::move(answers));
-  };
-  own.beforeTheNameIsGivenUp = [this] { hasCaller.get_future().wait(); };
-  start(ScriptedPolkit::Mode::No, std::chrono::seconds(0), 5 * test::kPatience);
-  auto first = caller->askForVersion();
-  EXPECT_EQ(answerOf(first), "1.2.3");
+  start(ScriptedPolkit::Mode::Yes, std::chrono::seconds(0));
   Answers answers = askedLast();
   ASSERT_EQ(answers.size(), 2U);
   EXPECT_EQ(answerOf(answers[0]), "1.2.3");
-  EXPECT_EQ(answerOf(answers[1]), "not done " + std::to_string(kNoCause));
-  EXPECT_EQ(polkit->questions().size(), 1U) << "refused by whoever has to say so";
-}
-
-TEST_F(HelperServiceEnd, whoComesAfterTheFarewellIsToldSo) {
-  own.beforeTheNameIsGivenUp = [this] {
-    hasCaller.get_future().wait();
-    Answers answers;
-    answers.push_back(caller->askToDelete());
-    last.set_value(std::move(answers));
-  };
-  start(ScriptedPolkit::Mode::Yes, std::chrono::seconds(0), std::chrono::milliseconds(0));
-  auto first = caller->askForVersion();
-  EXPECT_EQ(answerOf(first), "1.2.3");
-  Answers answers = askedLast();
-  ASSERT_EQ(answers.size(), 1U);
-  EXPECT_EQ(answerOf(answers[0]), "not done " + std::to_string(kNoCause));
+  EXPECT_EQ(answerOf(answers[1]), "closing") << "which sends the caller to the next helper";
   EXPECT_TRUE(hasEnded.get_future().get());
   EXPECT_TRUE(polkit->questions().empty());
 }
 
-TEST_F(HelperServiceEnd, whoNeverStopsKeepsNobodyWaiting) {
-  own.beforeEachMessage = [this](int descriptor) {
-    if (!isFlooding) return;
-    other->tell();
-    pollfd arrival{descriptor, POLLIN, 0};
-    ::poll(&arrival, 1, static_cast<int>(test::kPatience.count()));
-  };
-  start(ScriptedPolkit::Mode::Yes, std::chrono::seconds(300), std::chrono::milliseconds(0));
-  other = std::make_unique<EarlyCaller>(bus.address());
-  const auto flood = [&](bool isOn) {
-    const std::lock_guard lock(own.mutex);
-    isFlooding = isOn;
-  };
+TEST_F(HelperServiceEnd, aFloodOfCallsKeepsNoResultWaiting) {
+  own.beforeEachMessage = [this](int descriptor) { keepFlooding(descriptor); };
+  start(ScriptedPolkit::Mode::Yes, std::chrono::seconds(300));
+  auto ticket = caller->begin();
+  ASSERT_EQ(answerOf(ticket), "ticket");
   flood(true);
-  auto answer = caller->askToDelete();
-  EXPECT_NE(answerOf(answer), "nothing") << "a worker's result waits for its turn";
+  auto answer = caller->run();
+  EXPECT_EQ(answerOf(answer), "answered");
   flood(false);
+}
+
+TEST_F(HelperServiceEnd, callsThatNeedNoRightKeepItFromEndingNoLonger) {
+  own.beforeEachMessage = [this](int descriptor) { keepFlooding(descriptor); };
+  own.beforeTheNameIsGivenUp = [this] { isFlooding = false; };
+  start(ScriptedPolkit::Mode::No, std::chrono::seconds(1));
+  flood(true);
+  auto end = hasEnded.get_future();
+  EXPECT_EQ(end.wait_for(test::kPatience), std::future_status::ready);
+}
+
+TEST_F(HelperServiceEnd, theNextCallEndsAReplacedHelper) {
+  start(ScriptedPolkit::Mode::Yes, std::chrono::seconds(300));
+  isReplaced = true;
+  auto answer = caller->begin();
+  EXPECT_EQ(answerOf(answer), "closing");
+  EXPECT_TRUE(hasEnded.get_future().get());
+  EXPECT_TRUE(polkit->questions().empty());
+}
+
+TEST_F(HelperServiceEnd, aQuestionKeepsNoReplacedHelper) {
+  start(ScriptedPolkit::Mode::Wait, std::chrono::seconds(300));
+  auto first = caller->begin();
+  ASSERT_TRUE(polkit->waitForQuestions(1));
+  isReplaced = true;
+  auto second = caller->begin();
+  EXPECT_EQ(answerOf(second), "closing");
+  EXPECT_EQ(answerOf(first), "closing") << "the next helper asks again";
+  EXPECT_TRUE(hasEnded.get_future().get());
+}
+
+TEST_F(HelperServiceEnd, aReplacedHelperFinishesItsWork) {
+  start(ScriptedPolkit::Mode::Yes, std::chrono::seconds(300));
+  auto ticket = caller->begin();
+  ASSERT_EQ(answerOf(ticket), "ticket");
+  isReplaced = true;
+  auto answer = caller->run();
+  EXPECT_EQ(answerOf(answer), "answered");
 }
 
 }  // namespace

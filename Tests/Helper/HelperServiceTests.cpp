@@ -1,6 +1,9 @@
 #include "Helper/HelperService.hpp"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <unistd.h>
 #include <TestPlaces.hpp>
 
 #include <cstdlib>
@@ -12,6 +15,7 @@
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/MessageView.hpp"
 #include "Tests/Helper/HelperServiceKit.hpp"
+#include "Tests/Helper/RawCaller.hpp"
 #include "Tests/Support/Checkers.hpp"
 #include "Tests/Support/ManyPaths.hpp"
 
@@ -40,7 +44,7 @@ TEST_F(HelperServiceTest, aRefusedDeleteListsEachPathWithTheNumbersOfTheSender) 
   EXPECT_EQ(answer.code, kNoCause);
   const HelperDictionary first{{"0", 7}, {"1", -8}, {"DeleteStatus", 2}, {"DeleteDesc", kRefused}};
   const HelperDictionary second{{"10", 9}, {"DeleteStatus", 2}, {"DeleteDesc", kRefused}};
-  EXPECT_TRUE(answer.dictionary == (HelperDictionary{{"0000000", first}, {"0000001", second}}));
+  EXPECT_TRUE(answer.dictionary == (HelperDictionary{{"/nowhere/a\xff", first}, {"/nowhere/b", second}}));
 }
 
 TEST_F(HelperServiceTest, aRefusedShredListsEachPath) {
@@ -48,7 +52,7 @@ TEST_F(HelperServiceTest, aRefusedShredListsEachPath) {
   const Answer answer = machine->ask(kShred, {{"/nowhere/a\xff", HelperDictionary()}});
   EXPECT_FALSE(answer.flag);
   const HelperDictionary entry{{"Path", "/nowhere/a\xff"}, {"DeleteStatus", 4}, {"DeleteDesc", kRefused}};
-  EXPECT_TRUE(answer.dictionary == (HelperDictionary{{"0000000", entry}}));
+  EXPECT_TRUE(answer.dictionary == (HelperDictionary{{"/nowhere/a\xff", entry}}));
 }
 
 TEST_F(HelperServiceTest, refusedMaintenanceListsEachPathUnderItself) {
@@ -72,86 +76,90 @@ TEST_F(HelperServiceTest, refusedMaintenanceListsEachPathUnderItself) {
 
 // --- messages ---
 
-TEST_F(HelperServiceTest, unsealedMemoryIsRefused) {
-  start({});
-  const std::string event = codedEvent(kNowhere);
-  const Answer answer = machine->askRaw(kDelete, event, false);
-  EXPECT_TRUE(answer.isThere);
-  EXPECT_FALSE(answer.flag);
-  EXPECT_EQ(answer.code, kNoCause);
-  EXPECT_TRUE(answer.dictionary.empty());
-  EXPECT_TRUE(machine->polkit().questions().empty());
-  EXPECT_TRUE(machine->waitForLog("refused: unsound-message"));
-}
+const Announced kOneDelete{kDelete, HelperWireNames::noOperation, 1, 100};
 
-TEST_F(HelperServiceTest, anUnknownEventIsRefusedWithoutAQuestion) {
-  start({});
-  for (const std::int32_t id : {-1, 4, INT32_MAX, INT32_MIN}) {
-    const Answer answer = machine->askRaw(id, codedEvent(kNowhere));
-    EXPECT_TRUE(answer.isThere) << id;
-    EXPECT_FALSE(answer.flag);
-    EXPECT_EQ(answer.code, kNoCause);
-  }
-  EXPECT_TRUE(machine->polkit().questions().empty());
+TEST_F(HelperServiceTest, aRefusalHasAReasonAndNothingElse) {
+  startScripted(ScriptedPolkit::Mode::No);
+  RawCaller caller(machine->address());
+  const RawCaller::Ticket ticket = caller.begin(kOneDelete);
+  EXPECT_EQ(ticket.refusal, "not-authorised");
+  EXPECT_FALSE(ticket.memory.isOpen());
 }
 
 TEST_F(HelperServiceTest, whatCanBeNoEventIsRefusedWithoutAQuestion) {
   start({});
-  const std::string reply = encodeHelperMessage({HelperMessage::Kind::Reply, kNowhere, {}}).value();
-  const std::string long_ = codedEvent({{"OperationValue", 0}}) + std::string(std::size_t{5} << 20, 'x');
-  const std::vector<std::pair<std::int32_t, std::string>> events = {{kDelete, "nonsense"},
-                                                                    {kDelete, reply},
-                                                                    {kMaintenance, codedEvent(kNowhere)},
-                                                                    {kMaintenance, long_},
-                                                                    {kClose, codedEvent(kNowhere)}};
-  for (const auto& [id, bytes] : events) {
-    const Answer answer = machine->askRaw(id, bytes);
-    EXPECT_TRUE(answer.isThere);
-    EXPECT_FALSE(answer.flag);
-    EXPECT_TRUE(answer.dictionary.empty());
+  RawCaller caller(machine->address());
+  const std::uint64_t most = HelperLimits::bytes;
+  for (const Announced& announced :
+       {Announced{-1, -1, 0, 1}, Announced{3, -1, 0, 1}, Announced{4, -1, 0, 1}, Announced{2, 4, 0, 1},
+        Announced{0, -1, 2'000'001, 1}, Announced{0, -1, 1, 0}, Announced{0, -1, 1, most + 1}}) {
+    EXPECT_EQ(caller.begin(announced).refusal, "unsound-message");
   }
   EXPECT_TRUE(machine->polkit().questions().empty());
 }
 
-TEST_F(HelperServiceTest, anEventThatTurnsOutUnsoundIsRefusedAsAWhole) {
+TEST_F(HelperServiceTest, anEventThatIsNotAsAnnouncedIsRefusedAsAWhole) {
   start({});
+  const std::string sound = codedEvent(kNowhere);
   const std::string noViews = encodeHelperMessage({HelperMessage::Kind::Event, kNowhere, {}}).value();
   const std::string foreignTypes = codedEvent({{"/a", HelperDictionary{{"0", "text"}}}});
-  const std::string cut = codedEvent(kNowhere).substr(0, 12);
-  for (const std::string& bytes : {noViews, foreignTypes, cut}) {
-    const Answer answer = machine->askRaw(kDelete, bytes);
-    EXPECT_TRUE(answer.isThere);
-    EXPECT_FALSE(answer.flag);
-    EXPECT_EQ(answer.code, kNoCause);
-    EXPECT_TRUE(answer.dictionary.empty());
+  const std::string reply = encodeHelperMessage({HelperMessage::Kind::Reply, kNowhere, {}}).value();
+  const std::string two = codedEvent({{"/a", HelperDictionary()}, {"/b", HelperDictionary()}});
+  for (const std::string& bytes : {noViews, foreignTypes, sound.substr(0, 12), reply, two}) {
+    RawCaller caller(machine->address());
+    const RawCaller::Ticket ticket = caller.begin({kDelete, -1, 1, bytes.size()});
+    ASSERT_EQ(ticket.refusal, "");
+    ASSERT_EQ(::pwrite(ticket.memory.get(), bytes.data(), bytes.size(), 0), ssize_t(bytes.size()));
+    EXPECT_EQ(caller.run(ticket.number).refusal, "unsound-message");
+    EXPECT_EQ(caller.run(ticket.number).refusal, "no-ticket") << "a ticket is good once";
   }
-  EXPECT_EQ(machine->polkit().questions().size(), 3U);
   EXPECT_EQ(machine->log().find(" start"), std::string::npos);
 }
 
-TEST_F(HelperServiceTest, aRefusalOfAHugeEventListsNoPathsAndReadsNone) {
-  startScripted(ScriptedPolkit::Mode::No);
-  const Answer answer = machine->ask(kDelete, test::manyPaths(33'000, 1000));
-  ASSERT_TRUE(answer.isThere) << machine->log();
-  EXPECT_FALSE(answer.flag);
-  EXPECT_TRUE(answer.dictionary.empty());
-  EXPECT_EQ(machine->polkit().questions().back().details.at("count"), "33000");
+TEST_F(HelperServiceTest, memoryThatItsCallerCanStillWriteIsRefused) {
+  start({});
+  const std::string file = rootsFile("kept");
+  RawCaller caller(machine->address());
+  const std::string message = codedEvent({{file, HelperDictionary{{"0", 1}}}});
+  const RawCaller::Ticket ticket = caller.fill(kDelete, message);
+  void* const window = ::mmap(nullptr, 1, PROT_READ | PROT_WRITE, MAP_SHARED, ticket.memory.get(), 0);
+  ASSERT_NE(window, MAP_FAILED);
+  EXPECT_EQ(caller.run(ticket.number).refusal, "unsound-message");
+  ::munmap(window, 1);
+  EXPECT_EQ(::access(file.c_str(), F_OK), 0);
+}
+
+TEST_F(HelperServiceTest, memoryThatItsCallerLeftOutIsRefused) {
+  start({});
+  RawCaller caller(machine->address());
+  const RawCaller::Ticket ticket = caller.begin({kDelete, -1, 1, std::size_t{64} << 20});
+  EXPECT_LT(::ftruncate(ticket.memory.get(), 1), 0);
+  EXPECT_LT(::fallocate(ticket.memory.get(), FALLOC_FL_KEEP_SIZE, std::int64_t{64} << 20, 4096), 0);
+  EXPECT_EQ(caller.run(ticket.number).refusal, "unsound-message");
   EXPECT_LT(std::atol(statusOf(machine->helper(), "RssShmem").c_str()), 4096);
 }
 
-TEST_F(HelperServiceTest, aUserWhoCollectsRefusalsRunsOutOfThem) {
-  startScripted(ScriptedPolkit::Mode::No);
-  const HelperDictionary event = test::manyPaths(10'000, 1000);  // a third of the budget
-  EXPECT_EQ(machine->ask(kDelete, event).dictionary.size(), 10'000U);
-  EXPECT_EQ(machine->ask(kDelete, event).dictionary.size(), 10'000U);
-  const Answer third = machine->ask(kDelete, event);
-  EXPECT_TRUE(third.isThere);
-  EXPECT_FALSE(third.flag);
-  EXPECT_TRUE(third.dictionary.empty());
-  // Nobody else pays for that, and what is authorised is no refusal.
-  EXPECT_EQ(machine->askAs(kAlice, kDelete, event).dictionary.size(), 10'000U);
-  machine->polkit().setMode(ScriptedPolkit::Mode::Yes);
-  EXPECT_EQ(machine->ask(kDelete, event).dictionary.size(), 10'000U);
+TEST_F(HelperServiceTest, aTicketIsGoodForItsConnectionAlone) {
+  start({});
+  const std::string file = rootsFile("kept");
+  RawCaller caller(machine->address());
+  const RawCaller::Ticket ticket = caller.fill(kDelete, codedEvent({{file, HelperDictionary{{"0", 1}}}}));
+  ASSERT_EQ(ticket.refusal, "");
+  EXPECT_EQ(RawCaller(machine->address()).run(ticket.number).refusal, "no-ticket");
+  EXPECT_EQ(caller.run(ticket.number + 1).refusal, "no-ticket");
+  EXPECT_EQ(::access(file.c_str(), F_OK), 0);
+  EXPECT_TRUE(caller.run(ticket.number).flag);
+  EXPECT_NE(::access(file.c_str(), F_OK), 0);
+}
+
+TEST_F(HelperServiceTest, aCallerThatLeavesGivesItsTicketBack) {
+  start({});
+  auto caller = std::make_unique<RawCaller>(machine->address());
+  ASSERT_EQ(caller->begin(kOneDelete).refusal, "");
+  EXPECT_EQ(RawCaller(machine->address()).begin(kOneDelete).refusal, "too-many");
+  caller.reset();
+  ASSERT_TRUE(machine->waitForLog("refused: caller-left"));
+  EXPECT_EQ(RawCaller(machine->address()).begin(kOneDelete).refusal, "");
 }
 
 TEST_F(HelperServiceTest, anEventOf33MegabytesIsAnsweredPathByPath) {
@@ -191,7 +199,9 @@ TEST_F(HelperServiceTest, manyPathsTakeLittleMemory) {
   constexpr std::uint32_t kCount = 250'000;
   start({});
   const std::string event = codedPaths(kCount);
-  const std::string reply = machine->askForBytes(kDelete, event);
+  RawCaller caller(machine->address());
+  std::string reply;
+  EXPECT_TRUE(caller.run(caller.fill(kDelete, event).number, &reply).isThere);
   const auto view = MessageView::of(reply, HelperMessage::Kind::Reply);
   ASSERT_TRUE(view.has_value()) << machine->log();
   ASSERT_EQ(view->dictionary().size(), kCount);
@@ -211,17 +221,6 @@ TEST_F(HelperServiceTest, manyPathsTakeLittleMemory) {
   EXPECT_GT(supervisor, 0);
   EXPECT_GT(worker, 0);
   EXPECT_LE(supervisor + worker, 256 * 1024);  // a million paths in 1 GiB
-}
-
-TEST_F(HelperServiceTest, anEventOverTheCapIsRefused) {
-  start({});
-  // Nothing but the size is wrong with it.
-  std::string bytes = codedEvent(kNowhere);
-  bytes.resize(HelperLimits::bytes + 1);
-  const Answer answer = machine->askRaw(kDelete, bytes);
-  EXPECT_TRUE(answer.isThere);
-  EXPECT_FALSE(answer.flag);
-  EXPECT_EQ(answer.code, kNoCause);
 }
 
 }  // namespace

@@ -50,16 +50,16 @@ TEST(Reply, repliesWithoutEntriesAreTheSameMemory) {
     EXPECT_EQ(::fstat(reply.message.get(), &status), 0);
     return status.st_ino;
   };
-  const Reply whole = Reply::refusedWhole();
-  const Case closing(3, kEmpty);
   const Case caches(2, {{"OperationValue", 0}});
+  const Case nothing(0, kEmpty);
+  const Reply whole = caches.reply(false);
   EXPECT_TRUE(dictionaryOf(whole).empty());
-  EXPECT_EQ(inodeOf(Reply::plain(true, Error::Success)), inodeOf(whole));
+  EXPECT_EQ(whole.bytes, 0U);
   EXPECT_EQ(inodeOf(caches.reply(true)), inodeOf(whole));
-  EXPECT_EQ(inodeOf(Reply::refused(closing.form, closing.view)), inodeOf(whole));
+  EXPECT_EQ(inodeOf(nothing.reply(true)), inodeOf(whole));
   // Nothing that one receiver does to it reaches another.
   EXPECT_NE(::pwrite(whole.message.get(), "x", 1, 0), 1);
-  EXPECT_TRUE(dictionaryOf(Reply::refusedWhole()).empty());
+  EXPECT_TRUE(dictionaryOf(nothing.reply(true)).empty());
 }
 
 TEST(Reply, aDeleteListsAllPathsWithTheirNumbers) {
@@ -153,13 +153,6 @@ TEST(Reply, anEventWithEveryNumberItMayHaveHasAReply) {
   for (std::size_t i = 0; i < HelperLimits::numbersOfPath; ++i) numbers.emplace(std::to_string(i), i);
   const Case example(0, {{"/a", numbers}});
   EXPECT_EQ(dictionaryOf(example.reply(false)).at("0000000").asDictionary()->size(), numbers.size() + 2);
-}
-
-TEST(Reply, aRefusalAsAWholeIsEmpty) {
-  const Reply reply = Reply::refusedWhole();
-  EXPECT_FALSE(reply.flag);
-  EXPECT_EQ(reply.code, static_cast<int>(Error::NoCause));
-  EXPECT_TRUE(dictionaryOf(reply).empty());
 }
 
 }  // namespace

@@ -1,0 +1,58 @@
+#pragma once
+
+#include <cstdint>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "SorrelFramework/HelpTool/EventCodec.hpp"
+#include "SorrelFramework/HelpTool/HelperProtocol.hpp"
+
+namespace sorrel {
+
+/// One event on its way to the privileged helper and back, without the bus. It ends with one call of
+/// refuse(), deliver() or lose(). Used on the connection's thread alone.
+class HelperEvent {
+ public:
+  using Handler = std::function<void()>;
+
+  /// `onLoss` runs when the event is lost.
+  HelperEvent(std::int32_t eventID, HelperDictionary dictionary, HelperProtocol::EventReply reply,
+              std::shared_ptr<const Handler> onLoss);
+
+  /// Codes the event, with what this process sees under its paths. False if it is over a cap.
+  [[nodiscard]] bool encode();
+  [[nodiscard]] std::int32_t eventID() const { return eventID_; }
+  /// As Begin announces them.
+  [[nodiscard]] std::int32_t operation() const;
+  [[nodiscard]] std::uint32_t paths() const;
+  [[nodiscard]] std::uint64_t bytes() const { return bytes_.size(); }
+  /// Writes the coded event into the helper's memory.
+  [[nodiscard]] bool fill(int memory) const;
+
+  /// Takes one of the times that the event may begin again after it reached no helper; false if none is left.
+  [[nodiscard]] bool takeTry() { return --triesLeft_ > 0; }
+
+  /// The user has stopped it: what its reply says is corrected by the disk.
+  void stop() { isStopped_ = true; }
+  [[nodiscard]] bool isStopped() const { return isStopped_; }
+
+  /// Replies that nothing was done; `reason` is a word of HelperRefusal.
+  void refuse(const std::string& reason) const;
+  /// Replies what the helper answered. An answer that is not sound is a loss.
+  void deliver(bool flag, std::int32_t code, int memory) const;
+  /// No answer comes any more. Replies only if `isReplied`: then the disk decides what was deleted.
+  void lose(bool isReplied) const;
+
+ private:
+  std::int32_t eventID_;
+  HelperMessage message_;
+  HelperProtocol::EventReply reply_;
+  std::shared_ptr<const Handler> onLoss_;
+  std::string bytes_;
+  int triesLeft_ = 5;
+  bool isStopped_ = false;
+};
+
+}  // namespace sorrel
