@@ -3,6 +3,7 @@
 #include <array>
 
 #include "Host/CommandLine.hpp"
+#include "SorrelFramework/Platform/FileManager.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 
 namespace sorrel::cli {
@@ -12,6 +13,7 @@ constexpr std::array kSwitches = {
     EngineSwitch{"DuplicateScanService::findsEveryEqualPair", &DuplicateScanService::findsEveryEqualPair},
     EngineSwitch{"DuplicateScanService::ignoresFoldersWithoutHashes",
                  &DuplicateScanService::ignoresFoldersWithoutHashes},
+    EngineSwitch{"FolderRights::opensOwnFolders", &FolderRights::opensOwnFolders},
 };
 
 }  // namespace

@@ -30,6 +30,13 @@ class CleanService {
 
   static const FileRemover& fileManager;
 
+  /// A folder of the user's own that lacks its owner's write bit (Go, Bazel and git-annex leave such ones) is
+  /// closed to its user too. False: what lies in it goes to the helper. True: the clean gives the owner that
+  /// bit, and those to list and enter the folder, before it empties the folder, and takes them back from a
+  /// folder that stays. Set it while nothing runs, and before the scan, whose records say in `canDelete` who
+  /// deletes them. FolderRights::opensOwnFolders is the same switch.
+  static bool& opensOwnFolders;
+
   /// System junk, the trash, mail attachments, junk of media libraries, the uninstaller's rows. A category
   /// that is on takes all its records whatever their own state; one that is off is skipped; in a mixed one
   /// each record counts, and in mixed records their children.

@@ -7,6 +7,7 @@
 
 #include "SorrelFramework/Clean/ProtectedPlaces.hpp"
 #include "SorrelFramework/Native/LookupError.hpp"
+#include "SorrelFramework/Platform/FileManager.hpp"
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "SorrelFramework/Platform/RemovalErrorText.hpp"
 
@@ -33,6 +34,7 @@ FileRemover::Session::Session(RemoveFunc remove)
       policy_(std::make_unique<RemovalPolicy>(RemovalPolicy::forUser())),
       remover_(std::make_unique<TreeRemover>(*policy_)) {
   protectPlacesOfHost(*policy_);
+  if (FolderRights::opensOwnFolders) policy_->openOwnFolders();
 }
 
 std::optional<std::string> FileRemover::Session::removeItem(const URL& url) const {

@@ -7,6 +7,8 @@
 #include <optional>
 #include <utility>
 
+#include "SorrelFramework/Native/OwnerRights.hpp"
+
 namespace sorrel {
 namespace {
 
@@ -22,6 +24,7 @@ void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdent
   stranger_.reset();
   levels_.clear();
   levels_.push_back({std::move(parent), {}, {}, {}, {}});
+  openHere();
   here().isRead = true;
   here().pending.push_back(std::move(name));
   while (!isAtItem() || !here().pending.empty()) {
@@ -35,6 +38,7 @@ void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdent
       finishFolder();
     }
   }
+  restoreMode(here());
   if (here().hasRemoved) {
     // Whatever failed on the way did not stay.
     error_ = 0;
@@ -81,13 +85,51 @@ void FolderRemoval::enter(const std::string& name) {
     return;
   }
   FileDescriptor folder = openFolderIn(here().folder.get(), name.c_str());
-  if (!folder.isOpen() && errno == EACCES) return removeUnreadable(name, *identity);
+  if (!folder.isOpen() && errno == EACCES) {
+    return enterClosed(name, *identity) ? void() : removeUnreadable(name, *identity);
+  }
   if (!folder.isOpen()) return failByName(errno);
   const auto opened = identityOf(folder.get());
   if (!opened) return fail(errno);
   if (!opened->isSameAs(*identity)) return fail(ESTALE);
-  levels_.push_back({std::move(folder), name, *identity, {}, {}});
+  goDown(std::move(folder), name, *identity);
+}
+
+void FolderRemoval::goDown(FileDescriptor folder, const std::string& name, const ItemIdentity& identity) {
+  levels_.push_back({std::move(folder), name, identity, {}, {}});
+  openHere();
   closeFarthest();
+}
+
+/// Enters a folder that its owner, the user, may not read, after giving the owner that right. False if it
+/// can't be opened so; then nothing has changed.
+bool FolderRemoval::enterClosed(const std::string& name, const ItemIdentity& identity) {
+  if (!policy_.opensOwnFolders()) return false;
+  const FileDescriptor held = holdFolderIn(here().folder.get(), name.c_str());
+  const auto found = held.isOpen() ? identityOf(held.get()) : std::nullopt;
+  if (!found || !found->isSameAs(identity)) return false;
+  const auto before = giveOwnerRights(held.get(), policy_.caller());
+  if (!before) return false;
+  FileDescriptor folder = openFolderIn(here().folder.get(), name.c_str());
+  const auto opened = folder.isOpen() ? identityOf(folder.get()) : std::nullopt;
+  if (!opened || !opened->isSameAs(identity)) {
+    setFolderMode(held.get(), *before);
+    return false;
+  }
+  goDown(std::move(folder), name, identity);
+  here().modeBefore = before;
+  return true;
+}
+
+/// Gives the folder, if it is the user's own, the rights of its owner that it lacks.
+void FolderRemoval::openHere() {
+  if (policy_.opensOwnFolders()) {
+    here().modeBefore = giveOwnerRights(here().folder.get(), policy_.caller());
+  }
+}
+
+void FolderRemoval::restoreMode(const Level& level) {
+  if (level.modeBefore && level.folder.isOpen()) setFolderMode(level.folder.get(), *level.modeBefore);
 }
 
 /// The item was looked at a moment ago: what opens under its name, past no link and no mount point, is it or
@@ -96,7 +138,7 @@ bool FolderRemoval::enterItem(const std::string& name) {
   FileDescriptor folder = openFolderIn(here().folder.get(), name.c_str());
   const auto opened = folder.isOpen() ? identityOf(folder.get()) : std::nullopt;
   if (!opened || !mayTouch(*opened)) return opened.has_value();
-  levels_.push_back({std::move(folder), name, *opened, {}, {}});
+  goDown(std::move(folder), name, *opened);
   return true;
 }
 
@@ -158,6 +200,7 @@ bool FolderRemoval::readAgain() {
 void FolderRemoval::leave(int error) {
   if (!openFolderAbove()) return abandon(ESTALE);
   const std::uint64_t inode = here().identity.number.inode;
+  restoreMode(here());
   levels_.pop_back();
   if (error != 0) {
     failByName(error);
@@ -170,6 +213,7 @@ void FolderRemoval::leave(int error) {
 /// The way back is lost: the folder was moved to another place, where nothing is to be removed.
 void FolderRemoval::abandon(int error) {
   fail(error);
+  for (auto level = levels_.begin() + 1; level != levels_.end(); ++level) restoreMode(*level);
   levels_.erase(levels_.begin() + 1, levels_.end());
 }
 

@@ -43,10 +43,11 @@ class FolderRemoval {
  private:
   struct Level {
     FileDescriptor folder;
-    std::string name;                             // in the folder above
-    ItemIdentity identity;                        // of the bottom, which stays open, none is needed
-    std::vector<std::string> pending;             // folders that were read and not yet entered
-    std::unordered_set<std::uint64_t> remaining;  // inodes of folders that could not be removed
+    std::string name;                              // in the folder above
+    ItemIdentity identity;                         // of the bottom, which stays open, none is needed
+    std::vector<std::string> pending;              // folders that were read and not yet entered
+    std::unordered_set<std::uint64_t> remaining;   // inodes of folders that could not be removed
+    std::optional<std::uint32_t> modeBefore = {};  // if the folder was given its owner's rights
     int readings = 1;
     bool isRead = false;  // to its end
     bool hasRemoved = false;
@@ -61,6 +62,10 @@ class FolderRemoval {
   void handle(const char* name, FolderStream::Type type);
   void enter(const std::string& name);
   bool enterItem(const std::string& name);
+  void goDown(FileDescriptor folder, const std::string& name, const ItemIdentity& identity);
+  bool enterClosed(const std::string& name, const ItemIdentity& identity);
+  void openHere();
+  void restoreMode(const Level& level);
   void removeOther(const std::string& name, const ItemIdentity& identity);
   void removeUnreadable(const std::string& name, const ItemIdentity& identity);
   void take(const std::string& name, int flags);

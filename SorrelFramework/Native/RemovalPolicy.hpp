@@ -60,6 +60,11 @@ class RemovalPolicy {
   /// itself, no slash at its end, at most 1 MiB.
   [[nodiscard]] static bool isNormalPath(std::string_view path);
 
+  /// A user's removals give the user's own folders the owner's rights that they lack (default: they do not).
+  /// Never those of a helper.
+  void openOwnFolders() noexcept { opensOwnFolders_ = actor_ == Actor::User; }
+  [[nodiscard]] bool opensOwnFolders() const noexcept { return opensOwnFolders_; }
+
   /// Tells that places which were to be added are not known, because of `error`.
   void addUnknown(int error);
   /// The errno of the first look-up of a place that failed without telling whether there is such a place
@@ -96,6 +101,7 @@ class RemovalPolicy {
   Actor actor_;
   std::uint32_t caller_;
   MountTrust mounts_;
+  bool opensOwnFolders_ = false;
   std::unique_ptr<Lists> lists_;
 };
 

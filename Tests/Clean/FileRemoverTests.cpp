@@ -96,6 +96,24 @@ TEST_F(FileRemoverTest, stepsUpAreRefused) {
   EXPECT_TRUE(std::filesystem::exists(stage_.volume.path("d/a")));
 }
 
+TEST_F(FileRemoverTest, ownReadOnlyFolderIsEmptiedWithTheSwitchAlone) {
+  stage_.volume.setMode("", 0777);
+  stage_.volume.file("cache/module/file", "x");
+  if (::geteuid() == 0) stage_.volume.setOwner("cache", test::kPlainUser);
+  if (::geteuid() == 0) stage_.volume.setOwner("cache/module", test::kPlainUser);
+  stage_.volume.setMode("cache/module", 0555);
+  const auto removed = [this](bool opens) {
+    return test::inPlainChild([this, opens] {
+      CleanService::opensOwnFolders = opens;
+      return FileRemover::shard().begin().removeItem(stage_.volume.url("cache/")).value_or("gone");
+    });
+  };
+  EXPECT_EQ(removed(false), removalErrorText("cache", EACCES));
+  EXPECT_EQ(std::filesystem::status(stage_.volume.path("cache/module")).permissions(),
+            std::filesystem::perms{0555});
+  EXPECT_EQ(removed(true), "gone");
+}
+
 TEST_F(FileRemoverTest, homesAndTrashesStay) {
   stage_.volume.file("Users/alice/.Trash/a", "x");
   const FileRemover::Session session = FileRemover::shard().begin();

@@ -126,7 +126,7 @@ TEST_F(CleanHelper, withoutAHelperWhatOnlyItMayRemoveStaysAndIsTold) {
   fs::permissions(volume_.path(kTrash + "locked"), fs::perms::owner_read | fs::perms::owner_exec);
   const std::string trash = volume_.path(kTrash);
 
-  const ProgramRun run = clean({"--all"});
+  const ProgramRun run = clean({"--all", "--engine-defaults"});
 
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "sorrel: there is no privileged helper to remove what you may not remove yourself\n");
@@ -151,7 +151,7 @@ TEST_F(CleanHelper, theDocumentTellsWhatStaysAndWhy) {
   fs::permissions(volume_.path(kTrash + "locked"), fs::perms::owner_read | fs::perms::owner_exec);
   const std::string why = "“locked” couldn’t be removed because you don’t have permission to access it.";
 
-  const ProgramRun run = clean({"--all", "--json"});
+  const ProgramRun run = clean({"--all", "--json", "--engine-defaults"});
 
   EXPECT_EQ(run.status, 1);
   const Json document = run.document();

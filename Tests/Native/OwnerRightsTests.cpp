@@ -1,0 +1,175 @@
+#include "SorrelFramework/Native/OwnerRights.hpp"
+
+#include <fcntl.h>
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <initializer_list>
+#include <string>
+#include <utility>
+
+#include "SorrelFramework/Native/FolderRemoval.hpp"
+#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/RemovalKit.hpp"
+
+namespace sorrel {
+namespace {
+
+/// Folders of a user without privileges, who removes them in a child process.
+class OwnerRights : public test::RemovalStage {
+ protected:
+  OwnerRights() { volume_.setMode("", 0777); }
+
+  /// Gives these items to the plain user, then sets their modes.
+  void close(std::initializer_list<std::pair<const char*, mode_t>> folders) const {
+    for (const auto& [name, mode] : folders) {
+      if (::geteuid() == 0) volume_.setOwner(name, test::kPlainUser);
+      volume_.setMode(name, mode);
+    }
+  }
+  [[nodiscard]] mode_t modeOf(const std::string& name) const {
+    const auto status = statusOf(volume_.path(name));
+    return status ? status->mode & 07777U : 0;
+  }
+  [[nodiscard]] std::string removeAsUser(const std::string& name, bool opens = true) const {
+    return test::inPlainChild([&] {
+      RemovalPolicy policy = RemovalPolicy::forUser();
+      if (opens) policy.openOwnFolders();
+      return test::textOf(removeItem(volume_.path(name), policy));
+    });
+  }
+};
+
+TEST_F(OwnerRights, readOnlyTreeOfTheUserGoes) {
+  volume_.file("cache/module/sub/file", "x");
+  volume_.folder("cache/module/empty");
+  close({{"cache/module/sub", 0555}, {"cache/module/empty", 0555}, {"cache/module", 0555}, {"cache", 0755}});
+  EXPECT_EQ(removeAsUser("cache", false), std::to_string(EACCES));
+  EXPECT_EQ(modeOf("cache/module"), 0555U);
+  EXPECT_EQ(removeAsUser("cache"), "0");
+  EXPECT_FALSE(test::isThere(volume_.path("cache")));
+}
+
+TEST_F(OwnerRights, folderThatItsOwnerMayNotEvenListGoes) {
+  for (const mode_t mode : {0000U, 0111U, 0222U, 0333U, 0444U, 0666U}) {
+    volume_.file("top/closed/file", "x");
+    close({{"top/closed", mode}, {"top", 0700}});
+    EXPECT_EQ(removeAsUser("top"), "0") << mode;
+    EXPECT_FALSE(test::isThere(volume_.path("top"))) << mode;
+  }
+}
+
+TEST_F(OwnerRights, itemInAReadOnlyFolderGoesAndTheFolderKeepsItsMode) {
+  volume_.file("objects/a/file", "x");
+  volume_.file("objects/b", "x");
+  close({{"objects/a", 0555}, {"objects/b", 0444}, {"objects", 0555}});
+  EXPECT_EQ(removeAsUser("objects/b"), "0");
+  EXPECT_EQ(modeOf("objects"), 0555U);
+  EXPECT_EQ(removeAsUser("objects/a"), "0");
+  EXPECT_EQ(modeOf("objects"), 0555U);
+  EXPECT_EQ(removeAsUser("objects/a"), std::to_string(ENOENT) + " absent");
+  EXPECT_EQ(modeOf("objects"), 0555U);
+}
+
+TEST_F(OwnerRights, folderThatStaysGetsItsModeBack) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  volume_.file("top/kept/foreign/file", "x");
+  volume_.file("top/kept/own/file", "x");
+  volume_.folder("top/hidden/foreign/sub");
+  volume_.setMode("top/kept/foreign", 0755);
+  volume_.setMode("top/hidden/foreign", 0755);
+  close({{"top/kept/own", 0555}, {"top/kept", 0555}, {"top/hidden", 0311}, {"top", 0500}});
+  EXPECT_EQ(removeAsUser("top"), std::to_string(EACCES));
+  EXPECT_FALSE(test::isThere(volume_.path("top/kept/own")));
+  EXPECT_TRUE(test::isThere(volume_.path("top/kept/foreign/file")));
+  EXPECT_EQ(modeOf("top/kept"), 0555U);
+  EXPECT_EQ(modeOf("top/hidden"), 0311U);
+  EXPECT_EQ(modeOf("top"), 0500U);
+}
+
+TEST_F(OwnerRights, foldersOfOtherUsersAreLeftAsTheyAre) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  volume_.file("top/file", "x");
+  volume_.setOwner("top", 4711);
+  volume_.setMode("top", 0555);
+  EXPECT_EQ(removeAsUser("top"), std::to_string(EACCES));
+  EXPECT_EQ(removeAsUser("top/file"), std::to_string(EACCES));
+  EXPECT_EQ(modeOf("top"), 0555U);
+  EXPECT_TRUE(test::isThere(volume_.path("top/file")));
+}
+
+TEST_F(OwnerRights, folderBehindALinkKeepsItsMode) {
+  volume_.file("elsewhere/file", "x");
+  volume_.folder("top");
+  volume_.link("top/link", volume_.path("elsewhere"));
+  close({{"elsewhere", 0555}, {"top", 0555}});
+  EXPECT_EQ(removeAsUser("top"), "0");
+  EXPECT_EQ(modeOf("elsewhere"), 0555U);
+  EXPECT_TRUE(test::isThere(volume_.path("elsewhere/file")));
+}
+
+TEST_F(OwnerRights, deepTreesAreOpenedLevelByLevelAndClosedAgain) {
+  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  constexpr int kDepth = 2 * static_cast<int>(FolderRemoval::kMostOpen);
+  std::string path = "top";
+  for (int i = 0; i < kDepth; ++i) path += "/d";
+  volume_.file(path + "/foreign/file", "x");
+  volume_.setMode(path + "/foreign", 0755);
+  for (std::string at = path; at.size() >= 3;
+       at.resize(at.rfind('/') == std::string::npos ? 0 : at.rfind('/'))) {
+    close({{at.c_str(), 0555}});
+  }
+  EXPECT_EQ(removeAsUser("top"), std::to_string(EACCES));
+  for (std::string at = path; at.size() >= 3;
+       at.resize(at.rfind('/') == std::string::npos ? 0 : at.rfind('/'))) {
+    EXPECT_EQ(modeOf(at), 0555U) << at.size();
+  }
+}
+
+TEST_F(OwnerRights, helperNeverChangesAMode) {
+  RemovalPolicy policy = RemovalPolicy::forHelper(test::kPlainUser);
+  policy.openOwnFolders();
+  EXPECT_FALSE(policy.opensOwnFolders());
+  EXPECT_FALSE(RemovalPolicy::forUser().opensOwnFolders());
+}
+
+TEST_F(OwnerRights, processThatHasTheRightsAnywayChangesNothing) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs a user with all rights";
+  volume_.file("top/file", "x");
+  volume_.setMode("top", 0555);
+  const FileDescriptor top(::open(volume_.path("top").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+  EXPECT_EQ(giveOwnerRights(top.get(), 0), std::nullopt);
+  EXPECT_EQ(modeOf("top"), 0555U);
+}
+
+TEST_F(OwnerRights, setGroupIDBitIsNotGivenAwayForIt) {
+  if (::geteuid() != 0) GTEST_SKIP() << "needs a folder of a foreign group";
+  volume_.file("top/file", "x");
+  close({{"top", 0555}});
+  ASSERT_EQ(::chown(volume_.path("top").c_str(), test::kPlainUser, 4711), 0);
+  volume_.setMode("top", 02555);
+  EXPECT_EQ(removeAsUser("top"), std::to_string(EACCES));
+  EXPECT_EQ(modeOf("top"), 02555U);
+}
+
+TEST_F(OwnerRights, modeIsSetThroughADescriptorWithoutRights) {
+  volume_.folder("top");
+  const FileDescriptor top(::open(volume_.path("top").c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  EXPECT_TRUE(setFolderMode(top.get(), 0510));
+  EXPECT_EQ(modeOf("top"), 0510U);
+  EXPECT_FALSE(setFolderMode(-1, 0700));
+}
+
+TEST_F(OwnerRights, aFolderIsHeldByItsNameAndALinkIsNot) {
+  volume_.folder("top");
+  volume_.link("link", "top");
+  const FileDescriptor parent(::open(volume_.path().c_str(), O_PATH | O_DIRECTORY | O_CLOEXEC));
+  EXPECT_TRUE(holdFolderIn(parent.get(), "top").isOpen());
+  EXPECT_FALSE(holdFolderIn(parent.get(), "link").isOpen());
+}
+
+}  // namespace
+}  // namespace sorrel
