@@ -33,7 +33,9 @@
 #include "Host/StopSwitch.hpp"
 #include "Host/TextTree.hpp"
 #include "Host/Ticks.hpp"
+#include "SorrelFramework/Clean/TrashRemains.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
+#include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 
 namespace sorrel::cli {
@@ -105,6 +107,19 @@ void tellOfMissingHelper(const std::vector<CleanItem>& items) {
   std::cerr << "sorrel: there is no privileged helper to remove what you may not remove yourself\n";
 }
 
+/// Removes what no scan lists from the trash folders of a feature; false if some of it stayed.
+bool removeTrashRemains(FeatureInformation& feature) {
+  std::vector<URL> roots;
+  for (const CategoryInformation& category : feature.categoryInfo) {
+    roots.insert(roots.end(), category.urls.begin(), category.urls.end());
+  }
+  const std::vector<std::string> failures = TrashRemains::remove(roots);
+  for (const std::string& path : failures) {
+    std::cerr << "sorrel: could not clear away '" << printable(path) << "'\n";
+  }
+  return failures.empty();
+}
+
 ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
                        const Ref<FeatureInformation>& feature, const ScanOutcome& scan, StopSwitch& stop) {
   const FileRecords covered = row.entry == CleanEntry::Groups ? untickCovered(*feature) : FileRecords();
@@ -117,13 +132,14 @@ ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
   const auto result = runClean(row, feature, stop, onDeleted);
   if (!result) return showStopped(invocation, *feature, scan);
   removeCoveredThatAreGone(*feature, covered);
+  const bool isCleared = !row.isTrash || !invocation.clean.all || removeTrashRemains(*feature);
   if (invocation.options.json) {
     writeCleanDocument(std::cout, *feature, scan, outcomeOf(*result, std::move(records).str()));
   } else {
     writeCleaned(std::cout, items, result->size);
   }
   finishOutput();
-  if (std::ranges::all_of(items, &CleanItem::isGone)) return ExitStatus::Done;
+  if (isCleared && std::ranges::all_of(items, &CleanItem::isGone)) return ExitStatus::Done;
   tellOfMissingHelper(items);
   return ExitStatus::Failed;
 }

@@ -16,7 +16,7 @@ namespace {
 
 constexpr std::array<CleanFeature, 8> kCleans = {{
     {1, CleanEntry::Categories, CleanServiceType::Common},
-    {2, CleanEntry::Categories, CleanServiceType::Common},
+    {2, CleanEntry::Categories, CleanServiceType::Common, true},
     {3, CleanEntry::Flat, CleanServiceType::LargeAndOldFile},
     {4, CleanEntry::Categories, CleanServiceType::Common},
     {5, CleanEntry::Categories, CleanServiceType::Common},

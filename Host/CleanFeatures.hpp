@@ -22,6 +22,7 @@ struct CleanFeature {
   Integer finderID;
   CleanEntry entry;
   CleanServiceType type;
+  bool isTrash = false;  ///< `--all` empties it, records of other programs included
 };
 
 /// The row of a feature; null if this version cannot clean it.

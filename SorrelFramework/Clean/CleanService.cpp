@@ -141,6 +141,7 @@ void CleanService::deleteFiles(HelperCleanService& helpToolCleanService) {
       service.commonDeleteAbnormal.insert(file);
     }
   }
+  removal.finish();
   service.finishService->cleanProgress(0.5F);
 
   // Guards the tally: every record has exactly one of the two outcomes.

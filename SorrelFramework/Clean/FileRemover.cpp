@@ -32,16 +32,24 @@ std::string normalPath(std::string_view path) {
 FileRemover::Session::Session(RemoveFunc remove)
     : remove_(std::move(remove)),
       policy_(std::make_unique<RemovalPolicy>(RemovalPolicy::forUser())),
-      remover_(std::make_unique<TreeRemover>(*policy_)) {
+      remover_(std::make_unique<TreeRemover>(*policy_)),
+      trash_(std::make_unique<TrashRecords>(*policy_)) {
   protectPlacesOfHost(*policy_);
   if (FolderRights::opensOwnFolders) policy_->openOwnFolders();
 }
 
 std::optional<std::string> FileRemover::Session::removeItem(const URL& url) const {
   const int error = remove_ ? errorOfReplacedRemoval(url) : errorOfRemoval(url);
-  if (error == 0) return std::nullopt;
-  return removalErrorText(url.lastPathComponent(), error);
+  if (error != 0) return removalErrorText(url.lastPathComponent(), error);
+  forgetTrashed(url);
+  return std::nullopt;
 }
+
+void FileRemover::Session::forgetTrashed(const URL& url) const {
+  if (CleanFence::placeError(url) == 0) trash_->forget(normalPath(url.path()));
+}
+
+void FileRemover::Session::finish() const { trash_->finish(); }
 
 /// The fence is asked of the item that is held, and not of a path that may lead elsewhere a moment later.
 int FileRemover::Session::errorOfRemoval(const URL& url) const {

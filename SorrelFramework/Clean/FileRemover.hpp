@@ -7,6 +7,7 @@
 #include <string>
 
 #include "SorrelFramework/Clean/CleanFence.hpp"
+#include "SorrelFramework/Clean/TrashRecords.hpp"
 #include "SorrelFramework/Native/RemovalPolicy.hpp"
 #include "SorrelFramework/Native/TreeRemoval.hpp"
 #include "SorrelFramework/Platform/URL.hpp"
@@ -29,6 +30,12 @@ class FileRemover {
     /// is an ordinary failure. A slash at the end, doubled slashes and "." in the path do not count.
     [[nodiscard]] std::optional<std::string> removeItem(const URL& url) const;
 
+    /// Removes what a desktop's trash has on record about `url` (TrashRecords), if the item is gone.
+    /// removeItem() does so by itself; this is for what the helper removed.
+    void forgetTrashed(const URL& url) const;
+    /// To be called when all is removed: brings the sizes that a trash keeps up to date.
+    void finish() const;
+
     /// What must not go to the helper either, which knows neither this process nor its host: the errno with
     /// which CleanFence refuses the item, EPERM for a place that is protected here, or why that can't be
     /// told; 0 if nothing speaks against it.
@@ -42,6 +49,7 @@ class FileRemover {
     CleanFence fence_;
     std::unique_ptr<RemovalPolicy> policy_;
     std::unique_ptr<TreeRemover> remover_;
+    std::unique_ptr<TrashRecords> trash_;
   };
 
   static FileRemover& shard();

@@ -136,6 +136,7 @@ TEST(CleanCommand, aHomeOnThisMachineLosesExactlyWhatIsSelected) {
   home.file(trash + "gone.txt", 11);
   home.file(trash + "kept.txt", 5);
   home.file("data/Trash/info/gone.txt.trashinfo", 50);
+  home.file("data/Trash/info/kept.txt.trashinfo", 50);
   home.file("cache/thumbnails/t.png", 9);
   home.folder("data/org.sorrel.Sorrel");
   home.text("data/org.sorrel.Sorrel/org.sorrel.SorrelFrameworkLog.txt", "");
@@ -151,7 +152,7 @@ TEST(CleanCommand, aHomeOnThisMachineLosesExactlyWhatIsSelected) {
   const auto before = items();
   ProgramRun run = sorrel({"clean", "trash", "--select", home.path(trash + "g*"), "--yes"}, options);
   EXPECT_EQ(run.status, 0) << run.err;
-  EXPECT_EQ(goneBetween(before, items()), Words{trash + "gone.txt"});
+  EXPECT_EQ(goneBetween(before, items()), (Words{trash + "gone.txt", "data/Trash/info/gone.txt.trashinfo"}));
   const auto between = items();
   run = sorrel({"--catalogue", file, "clean", "1", "--all", "--yes"}, options);
   EXPECT_EQ(run.status, 0) << run.err;

@@ -1,0 +1,68 @@
+#include "SorrelFramework/Clean/TrashRecords.hpp"
+
+#include <cstddef>
+#include <utility>
+#include <vector>
+
+#include "SorrelFramework/Platform/FileStatus.hpp"
+
+namespace sorrel {
+namespace {
+
+/// The folder two levels above an item: the trash, for an item of `files` or `info`.
+const ItemIdentity* trashAbove(const RemovalTarget& target) {
+  const std::vector<ItemIdentity>& chain = target.chain();
+  return chain.size() < 2 ? nullptr : &chain[chain.size() - 2];
+}
+
+}  // namespace
+
+void TrashRecords::forget(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos) return;
+  Known* const known = trashWithFiles(path.substr(0, slash));
+  if (known == nullptr) return;
+  const RemovalTarget item = items_.find(path);
+  const ItemIdentity* const trash = trashAbove(item);
+  if (!item.isAbsent() || trash == nullptr || trash->number != known->number) return;
+  removeInfo(*known, item);
+  known->gone.insert(path.substr(slash + 1));
+}
+
+void TrashRecords::finish() {
+  for (auto& [files, known] : known_) {
+    if (known.gone.empty()) continue;
+    const std::set<std::string>& gone = known.gone;
+    // A line that could not be taken out is a stale one, which other programs know to ignore.
+    static_cast<void>(
+        known.trash->removeSizes([&gone](const std::string& name) { return gone.contains(name); }));
+    known.gone.clear();
+  }
+}
+
+TrashRecords::Known* TrashRecords::trashWithFiles(const std::string& files) {
+  if (!files.ends_with("/files")) return nullptr;
+  const auto [entry, isNew] = known_.try_emplace(files);
+  Known& known = entry->second;
+  if (isNew) {
+    known.trash = DesktopTrash::withFiles(files);
+    const auto status = known.trash ? statusOf(known.trash->folder()) : std::nullopt;
+    if (status) known.number = {status->device, status->inode};
+    if (!status) known.trash.reset();
+  }
+  return known.trash ? &known : nullptr;
+}
+
+/// Only a file or a link goes, and only from a folder that lies where `files` lies.
+void TrashRecords::removeInfo(const Known& known, const RemovalTarget& item) {
+  RemovalTarget info = infos_.find(known.trash->infoFile(item.leaf()));
+  if (info.error() != 0 || info.identity().isDirectory()) return;
+  const ItemIdentity* const trash = trashAbove(info);
+  if (trash == nullptr || !trash->isSameAs(*trashAbove(item)) ||
+      info.chain().back().mount != item.chain().back().mount) {
+    return;
+  }
+  static_cast<void>(infos_.remove(std::move(info)));
+}
+
+}  // namespace sorrel
