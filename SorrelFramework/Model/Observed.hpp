@@ -1,26 +1,55 @@
 #pragma once
 
+#include <cstddef>
+#include <functional>
+
 #include "SorrelFramework/Model/Enumerations.hpp"
 
 namespace sorrel {
 
-/// An integer field that tells its record about each assignment, also of the value it already has.
+/// An integer field that reports each assignment to its record, also of the value that it already has. It has
+/// the operators of an integer; each of them that writes is one assignment. A copy of the field is a plain
+/// number that reports to no record: `auto id = file.finderID` stays valid without the record.
 template <class Record>
 class Observed {
  public:
-  Observed(Record& record, Integer value) : record_(record), value_(value) {}
-  Observed(const Observed&) = delete;
+  Observed(const Observed& other) noexcept : value_(other.value_) {}
   Observed& operator=(const Observed& other) { return *this = other.value_; }
   Observed& operator=(Integer value) {
     value_ = value;
-    record_.finderIDWasSet();
+    if (record_ != nullptr) record_->finderIDWasSet();
     return *this;
   }
   operator Integer() const noexcept { return value_; }
 
+  Observed& operator+=(Integer value) { return *this = value_ + value; }
+  Observed& operator-=(Integer value) { return *this = value_ - value; }
+  Observed& operator*=(Integer value) { return *this = value_ * value; }
+  Observed& operator/=(Integer value) { return *this = value_ / value; }
+  Observed& operator%=(Integer value) { return *this = value_ % value; }
+  Observed& operator&=(Integer value) { return *this = value_ & value; }
+  Observed& operator|=(Integer value) { return *this = value_ | value; }
+  Observed& operator^=(Integer value) { return *this = value_ ^ value; }
+  Observed& operator<<=(Integer value) { return *this = value_ << value; }
+  Observed& operator>>=(Integer value) { return *this = value_ >> value; }
+  Observed& operator++() { return *this += 1; }
+  Observed& operator--() { return *this -= 1; }
+  Integer operator++(int) { return *this += 1, value_ - 1; }
+  Integer operator--(int) { return *this -= 1, value_ + 1; }
+
  private:
-  Record& record_;
+  friend Record;
+  Observed(Record& record, Integer value) noexcept : record_(&record), value_(value) {}
+
+  Record* record_ = nullptr;  // null: this object is a copy
   Integer value_;
 };
 
 }  // namespace sorrel
+
+template <class Record>
+struct std::hash<sorrel::Observed<Record>> {
+  std::size_t operator()(const sorrel::Observed<Record>& field) const noexcept {
+    return std::hash<sorrel::Integer>()(field);
+  }
+};
