@@ -104,11 +104,21 @@ void HelperCleanService::deleteHelperFile() {
   }
   if (eventDict.empty()) return endHelperHalf();
   privilegeHelper->handleEvent(static_cast<std::int32_t>(HelperHanldeEventID::Delete), eventDict,
-                               [self = shared_from_this(), fileDict](
-                                   bool, std::int32_t, const std::optional<HelperDictionary>& dictionary) {
-                                 if (dictionary) self->takeReply(*dictionary, *fileDict);
-                                 self->endHelperHalf();
-                               });
+                               replyCallback(fileDict));
+}
+
+/// Holds this service until the reply if a shared pointer owns it. Another owner may end it before: then the
+/// reply finds nothing to do.
+HelperProtocol::EventReply HelperCleanService::replyCallback(std::shared_ptr<const FileDict> fileDict) {
+  const auto take = [this, fileDict](bool, std::int32_t, const std::optional<HelperDictionary>& dictionary) {
+    if (dictionary) takeReply(*dictionary, *fileDict);
+    endHelperHalf();
+  };
+  auto self = weak_from_this().lock();
+  if (!self) return guard_.guarded(take);
+  return [self, take](bool flag, std::int32_t code, const std::optional<HelperDictionary>& dictionary) {
+    take(flag, code, dictionary);
+  };
 }
 
 /// False if this process refuses every leaf: then the helper is not fetched, and the user not asked.

@@ -16,14 +16,16 @@
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
+#include "SorrelFramework/Platform/CallGuard.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 
 namespace sorrel {
 
 /// The state of one clean: its tally, the half that the privileged helper does, the repair of the tree, and
 /// the final callback. CleanService makes one for each clean. It is used by one thread at a time and has no
-/// lock: the two halves are strictly one after the other. Make it with std::make_shared: the reply of the
-/// helper, which may come long after, keeps it alive.
+/// lock: the two halves are strictly one after the other. The reply of the helper may come long after the
+/// event. A service that a shared pointer owns lives until then; another one, such as one on the stack, has
+/// to outlive the reply, or the clean ends without its final callback.
 class HelperCleanService : public std::enable_shared_from_this<HelperCleanService> {
  public:
   HelperCleanService(std::shared_ptr<CleanServiceProtocol> finishService, CleanServiceType cleanType,
@@ -84,7 +86,10 @@ class HelperCleanService : public std::enable_shared_from_this<HelperCleanServic
                              HelperDictionary& eventDict, FileDict& fileDict);
   void takeReply(const HelperDictionary& reply, const FileDict& fileDict);
   void takeReplyEntry(const HelperDictionary& entry, const FileDict& fileDict);
+  HelperProtocol::EventReply replyCallback(std::shared_ptr<const FileDict> fileDict);
   void endHelperHalf();
+
+  CallGuard guard_;
 };
 
 }  // namespace sorrel

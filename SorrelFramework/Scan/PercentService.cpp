@@ -23,9 +23,16 @@ std::unique_ptr<MainTimer> PercentService::exchangeTimer(std::unique_ptr<MainTim
 }
 
 void PercentService::startTime() {
-  exchangeTimer(std::make_unique<MainTimer>(kInterval, [weak = weak_from_this()] {
-    if (const auto self = weak.lock()) self->updatePercent();
-  }));
+  const auto weak = weak_from_this();
+  std::function<void()> tick;
+  if (weak.expired()) {
+    tick = guard_.guarded([this] { updatePercent(); });
+  } else {
+    tick = [weak] {
+      if (const auto self = weak.lock()) self->updatePercent();
+    };
+  }
+  exchangeTimer(std::make_unique<MainTimer>(kInterval, std::move(tick)));
 }
 
 void PercentService::progressStep() { ++currentStep; }

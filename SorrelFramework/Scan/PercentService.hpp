@@ -6,13 +6,15 @@
 #include <memory>
 #include <mutex>
 
+#include "SorrelFramework/Platform/CallGuard.hpp"
+
 namespace sorrel {
 
 class MainTimer;
 
 /// Smooths a progress bar. Scanners finish their work in lumps; a timer on the main queue lets a value creep
-/// toward the count of finished steps and reports it as a fraction of all steps. Owned by shared pointers:
-/// one that nobody owns any more reports no further.
+/// toward the count of finished steps and reports it as a fraction of all steps. Any
+/// owner will do; a service that is gone reports no further.
 class PercentService : public std::enable_shared_from_this<PercentService> {
  public:
   /// `progressFunc` gets the fraction, on the main queue. It may pass 1.0 when more steps are finished than
@@ -44,6 +46,7 @@ class PercentService : public std::enable_shared_from_this<PercentService> {
 
   std::mutex mutex_;  // of timer_
   std::unique_ptr<MainTimer> timer_;
+  CallGuard guard_;
 };
 
 }  // namespace sorrel

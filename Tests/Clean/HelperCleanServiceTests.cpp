@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
 #include <memory>
 #include <optional>
 #include <string>
@@ -108,6 +109,58 @@ TEST_F(HelperCleanServiceTest, messageOfTheInstallationIsOverwrittenInACommonCle
   EXPECT_EQ(finish().size, 5);
   EXPECT_EQ(finish().abnormalFiles, (Records{foreign, abnormal}));
   EXPECT_EQ(finish().allCategorys.at(0)->childrens.size(), 2U);
+}
+
+TEST_F(HelperCleanServiceTest, serviceOnTheStackTakesTheReply) {
+  helperThat(ScriptedHelper::deleting(HelperEventErrorID::Success));
+  const auto record = leaf("a", 5);
+  HelperCleanService service(finish_, CleanServiceType::Common, {category(kOn, {record})});
+  CleanService::updateDeleteStatus(*record, kDeleteing, service);
+  service.commonFinish();
+  service.deleteHelperFile();
+  ASSERT_TRUE(finish_->waitUntilFinished());
+  EXPECT_EQ(finish().size, 5);
+  EXPECT_EQ(service.cleanFinshCount, 2);
+}
+
+/// Keeps the reply of an event until the test sends it.
+class LateHelper : public HelperProtocol {
+ public:
+  void getHelperVersion(VersionReply) override {}
+  void handleEvent(std::int32_t, const HelperDictionary&, EventReply reply) override {
+    reply_ = std::move(reply);
+  }
+  void uninstall(UninstallReply) override {}
+  void sendReply() const { reply_(true, 0, std::nullopt); }
+
+ private:
+  EventReply reply_;
+};
+
+TEST_F(HelperCleanServiceTest, replyAfterTheEndOfAServiceOnTheStackFindsNothingToDo) {
+  const auto helper = std::make_shared<LateHelper>();
+  const auto record = leaf("a");
+  {
+    HelperCleanService service(finish_, CleanServiceType::Common, {category(kOn, {record})});
+    CleanService::updateDeleteStatus(*record, kDeleteing, service);
+    service.privilegeHelper = helper;
+    service.commonFinish();
+    service.deleteHelperFile();
+  }
+  helper->sendReply();
+  EXPECT_TRUE(finish_->finishes.empty());
+}
+
+TEST_F(HelperCleanServiceTest, serviceThatOnlyTheReplyHoldsEndsTheClean) {
+  const auto helper = std::make_shared<LateHelper>();
+  {
+    const auto service = serviceFor({leaf("a")});
+    service->privilegeHelper = helper;
+    service->deleteHelperFile();
+  }
+  EXPECT_TRUE(finish_->finishes.empty());
+  helper->sendReply();
+  EXPECT_EQ(finish_->finishes.size(), 1U);
 }
 
 TEST_F(HelperCleanServiceTest, noHelperWithoutAMessageIsInstallFail) {

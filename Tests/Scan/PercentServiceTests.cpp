@@ -186,6 +186,38 @@ TEST_F(PercentServiceTest, droppedServiceIsFreedAndTicksNoMore) {
   EXPECT_TRUE(reported_.empty());
 }
 
+TEST_F(PercentServiceTest, serviceOnTheStackTicks) {
+  PercentService service([this](float fraction) { reported_.push_back(fraction); }, 2, 0.5F);
+  service.startTime();
+  service.progressStep();
+  ASSERT_TRUE(runMainLoopUntil([&] { return reported_.size() == 2; }));
+  service.progressStep();
+  ASSERT_TRUE(runMainLoopUntil([&] { return reported_.size() == 3; }));
+  EXPECT_EQ(reported_, (std::vector<float>{0.25F, 0.5F, 1.0F}));
+}
+
+TEST_F(PercentServiceTest, serviceOnTheStackTicksNoMoreWhenItIsGone) {
+  {
+    PercentService service([this](float fraction) { reported_.push_back(fraction); }, 9);
+    service.startTime();
+    service.progressStep();
+  }
+  ASSERT_TRUE(letTicksPass(2));
+  EXPECT_TRUE(reported_.empty());
+}
+
+TEST_F(PercentServiceTest, serviceInAUniquePointerMayEndOnAnotherThread) {
+  std::unique_ptr<PercentService> service;
+  int reports = 0;
+  service = std::make_unique<PercentService>([&](float) { ++reports; }, 3);
+  service->startTime();
+  service->progressStep();
+  ASSERT_TRUE(runMainLoopUntil([&] { return reports == 1; }));
+  std::jthread([&] { service.reset(); }).join();
+  ASSERT_TRUE(letTicksPass(2));
+  EXPECT_EQ(reports, 1);
+}
+
 TEST_F(PercentServiceTest, mayBeDroppedByItsOwnReport) {
   std::shared_ptr<PercentService> service;
   int reports = 0;
