@@ -22,28 +22,21 @@ CategoryInformation::CategoryInformation(Integer newState, Integer newFinderID, 
       description(std::move(newDescription)),
       kind(newKind),
       urls(std::move(newURLs)),
-      childrens(std::move(newChildrens)),
-      featureInfo(*this, newFeatureInfo.get()),
+      childrens(FieldOf(*this), std::move(newChildrens)),
+      featureInfo(FieldOf(*this), newFeatureInfo.get()),
       attachInfomation(std::move(newAttachInfomation)),
       levelInt(newLevelInt),
       needRemoveCategory(newNeedRemoveCategory),
-      parentCategory(*this, nullptr) {
+      childrenCateogry(FieldOf(*this)),
+      parentCategory(FieldOf(*this), nullptr) {
   finderIDWasSet();
 }
 
-CategoryInformation::~CategoryInformation() { forgetCategory(*this); }
+CategoryInformation::~CategoryInformation() = default;
 
-void CategoryInformation::forgetCategory(const CategoryInformation& category) {
-  parentCategory.forget(category);
-  for (FileInformation& child : childrens) child.forgetCategory(category);
-  if (!childrenCateogry) return;
-  for (CategoryInformation& child : *childrenCateogry) child.forgetCategory(category);
-}
-
-void CategoryInformation::forgetFeature(const FeatureInformation& feature) {
-  featureInfo.forget(feature);
-  if (!childrenCateogry) return;
-  for (CategoryInformation& child : *childrenCateogry) child.forgetFeature(feature);
+void CategoryInformation::dropChildren() noexcept {
+  childrens.clear();
+  if (childrenCateogry) childrenCateogry->clear();
 }
 
 TreeNode::Parents CategoryInformation::parents() const noexcept {

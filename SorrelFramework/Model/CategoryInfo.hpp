@@ -6,9 +6,11 @@
 #include <string>
 #include <vector>
 
+#include "SorrelFramework/Model/Children.hpp"
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Model/Observed.hpp"
+#include "SorrelFramework/Model/ParentLink.hpp"
 #include "SorrelFramework/Model/Ref.hpp"
 #include "SorrelFramework/Platform/Image.hpp"
 #include "SorrelFramework/Platform/URL.hpp"
@@ -47,14 +49,11 @@ class CategoryInformation final : public TreeNode {
   ParentLink<CategoryInformation> parentCategory;  ///< the category that holds this one in childrenCateogry
 
  private:
-  friend class FeatureInformation;
   friend class Observed<CategoryInformation>;
   ~CategoryInformation() override;
   [[nodiscard]] Parents parents() const noexcept override;
+  void dropChildren() noexcept override;
   void finderIDWasSet();
-  /// Take the links to a record above that is freed out of this row and of all that its arrays hold.
-  void forgetCategory(const CategoryInformation& category);
-  void forgetFeature(const FeatureInformation& feature);
 };
 
 }  // namespace sorrel

@@ -16,13 +16,13 @@ FeatureInformation::FeatureInformation(Integer newFinderID, Integer newState, Im
       icon(std::move(newIcon)),
       title(std::move(newTitle)),
       description(std::move(newDescription)),
-      categoryInfo(std::move(newCategoryInfo)),
-      moduleInfo(*this, newModuleInfo.get()),
+      categoryInfo(FieldOf(*this), std::move(newCategoryInfo)),
+      moduleInfo(FieldOf(*this), newModuleInfo.get()),
       attachInfomation(std::move(newAttachInfomation)) {}
 
-FeatureInformation::~FeatureInformation() {
-  for (CategoryInformation& child : categoryInfo) child.forgetFeature(*this);
-}
+FeatureInformation::~FeatureInformation() = default;
+
+void FeatureInformation::dropChildren() noexcept { categoryInfo.clear(); }
 
 TreeNode::Parents FeatureInformation::parents() const noexcept { return {{moduleInfo.get()}}; }
 

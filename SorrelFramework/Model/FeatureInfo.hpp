@@ -4,7 +4,9 @@
 #include <string>
 
 #include "SorrelFramework/Model/CategoryInfo.hpp"
+#include "SorrelFramework/Model/Children.hpp"
 #include "SorrelFramework/Model/Enumerations.hpp"
+#include "SorrelFramework/Model/ParentLink.hpp"
 #include "SorrelFramework/Model/Ref.hpp"
 #include "SorrelFramework/Platform/Image.hpp"
 
@@ -31,6 +33,7 @@ class FeatureInformation final : public TreeNode {
  private:
   ~FeatureInformation() override;
   [[nodiscard]] Parents parents() const noexcept override;
+  void dropChildren() noexcept override;
 };
 
 }  // namespace sorrel

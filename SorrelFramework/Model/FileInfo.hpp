@@ -4,13 +4,14 @@
 #include <cstddef>
 #include <cstdint>
 #include <functional>
-#include <memory>
 #include <string>
 #include <string_view>
-#include <utility>
 
+#include "SorrelFramework/Model/Children.hpp"
 #include "SorrelFramework/Model/Enumerations.hpp"
+#include "SorrelFramework/Model/IdentityText.hpp"
 #include "SorrelFramework/Model/Observed.hpp"
+#include "SorrelFramework/Model/ParentLink.hpp"
 #include "SorrelFramework/Model/Ref.hpp"
 #include "SorrelFramework/Platform/Date.hpp"
 #include "SorrelFramework/Platform/Image.hpp"
@@ -19,35 +20,6 @@
 namespace sorrel {
 
 class CategoryInformation;
-class FileInformation;
-
-/// Identity text of a file record: "finderID:parentFinderID:size:url" with the values of the moment it was
-/// taken. Kept as those values and written out when somebody reads it, since a scan makes a million of them
-/// and reads few.
-class IdentityText {
- public:
-  IdentityText(const IdentityText& other);
-  IdentityText& operator=(const IdentityText& other);
-  [[nodiscard]] std::string str() const;
-  operator std::string() const { return str(); }
-  IdentityText& operator=(std::string_view text);
-
-  friend bool operator==(const IdentityText& a, const IdentityText& b) { return a.str() == b.str(); }
-  friend bool operator==(const IdentityText& a, std::string_view b) { return a.str() == b; }
-
- private:
-  friend class FileInformation;
-  IdentityText(Integer finderID, Integer parentFinderID, std::int64_t size, URL url)
-      : finderID_(finderID), parentFinderID_(parentFinderID), size_(size), url_(std::move(url)) {}
-  void take(const FileInformation& record);
-
-  Integer finderID_;
-  Integer parentFinderID_;
-  std::int64_t size_;
-  URL url_;
-  std::unique_ptr<const std::string>
-      assigned_;  // a text of the application's own, until the next observation
-};
 
 /// One file, folder, package or abstract trace of the information tree.
 class FileInformation final : public TreeNode {
@@ -71,8 +43,8 @@ class FileInformation final : public TreeNode {
   bool removeCategory;  ///< when this record is cleaned, its category goes too
   /// As of the last assignment of finderID: a change of any other field leaves it stale, on purpose.
   IdentityText hashValueString;
-  /// Payload of whoever made the record; read back with its exact type or not at all. It points at records of
-  /// its own tree with plain pointers, never with handles.
+  /// Payload of the scanner; read back with its exact type or not at all. It leads to records of its own tree
+  /// with plain pointers, never with handles.
   std::any attachInformation;
   Children<FileInformation> childrens;
   ParentLink<CategoryInformation> parentCategoryInfo;
@@ -86,12 +58,11 @@ class FileInformation final : public TreeNode {
   friend bool operator==(const FileInformation& a, const FileInformation& b) noexcept;
 
  private:
-  friend class CategoryInformation;
   friend class Observed<FileInformation>;
   ~FileInformation() override;
   [[nodiscard]] Parents parents() const noexcept override;
-  void finderIDWasSet() { hashValueString.take(*this); }
-  void forgetCategory(const CategoryInformation& category);
+  void dropChildren() noexcept override;
+  void finderIDWasSet();
 };
 
 /// For sets of records: by what they hold, not by which object they are.

@@ -157,11 +157,11 @@ ModuleInformation::ModuleInformation(Integer newFinderID, std::string newTitle, 
       image(std::move(newImage)),
       description(std::move(newDescription)),
       version(std::move(newVersion)),
-      featureInfo(std::move(newFeatureInfo)) {}
+      featureInfo(FieldOf(*this), std::move(newFeatureInfo)) {}
 
-ModuleInformation::~ModuleInformation() {
-  for (FeatureInformation& child : featureInfo) child.moduleInfo.forget(*this);
-}
+ModuleInformation::~ModuleInformation() = default;
+
+void ModuleInformation::dropChildren() noexcept { featureInfo.clear(); }
 
 std::vector<Ref<ModuleInformation>> ModuleInformation::getModule(
     const std::optional<std::string>& moduleFile) {

@@ -5,6 +5,7 @@
 #include <string_view>
 #include <vector>
 
+#include "SorrelFramework/Model/Children.hpp"
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/Ref.hpp"
@@ -39,6 +40,7 @@ class ModuleInformation final : public TreeNode {
 
  private:
   ~ModuleInformation() override;
+  void dropChildren() noexcept override;
 };
 
 }  // namespace sorrel

@@ -6,6 +6,8 @@
 #include <memory>
 #include <utility>
 
+#include "SorrelFramework/Model/Children.hpp"
+#include "SorrelFramework/Model/ParentLink.hpp"
 #include "SorrelFramework/Model/Ref.hpp"
 
 namespace sorrel::test {
@@ -14,7 +16,10 @@ namespace sorrel::test {
 class Node final : public TreeNode {
  public:
   explicit Node(std::any newPayload = {}, const Ref<Node>& newParent = {}, const Ref<Node>& newOwner = {})
-      : payload(std::move(newPayload)), owner(*this, newOwner.get()), parent(*this, newParent.get()) {}
+      : payload(std::move(newPayload)),
+        children(FieldOf(*this)),
+        owner(FieldOf(*this), newOwner.get()),
+        parent(FieldOf(*this), newParent.get()) {}
 
   std::any payload;
   Children<Node> children;
@@ -22,9 +27,8 @@ class Node final : public TreeNode {
   ParentLink<Node> parent;
 
  private:
-  ~Node() override {
-    for (Node& child : children) child.parent.forget(*this);
-  }
+  ~Node() override = default;
+  void dropChildren() noexcept override { children.clear(); }
   [[nodiscard]] Parents parents() const noexcept override { return {{owner.get(), parent.get()}}; }
 };
 

@@ -1,11 +1,11 @@
-#include "SorrelFramework/Model/Ref.hpp"
+#include "SorrelFramework/Model/TreeNode.hpp"
 
 #include <thread>
 
 namespace sorrel {
 
-// The lock bit is held for a few instructions, except where a pin waits for a node further up; it is taken
-// upwards only, so nobody can wait in a ring.
+// The lock bit is held for a few instructions, except where a pin waits for a node further up. It is taken
+// upwards only, so threads can't wait for each other in a ring.
 
 bool TreeNode::countHandle() noexcept {
   std::uint64_t seen = counts_.load(std::memory_order_relaxed);
@@ -18,6 +18,8 @@ bool TreeNode::countHandle() noexcept {
     }
     const std::uint64_t next = seen + kHandle + (first ? kLock : 0);
     if (counts_.compare_exchange_weak(seen, next, std::memory_order_acquire, std::memory_order_relaxed)) {
+      // A retired record comes back; a link to it, which the caller followed, kept it.
+      if (seen == 0) addLink();
       return first;
     }
   }
@@ -25,24 +27,27 @@ bool TreeNode::countHandle() noexcept {
 
 void TreeNode::addFirstHandle() noexcept {
   counts_.store(kHandle, std::memory_order_relaxed);
+  links_.store(1, std::memory_order_relaxed);
   for (TreeNode* parent : parents().node) {
     if (parent != nullptr) parent->addHandle();
   }
 }
 
 void TreeNode::addHandle() noexcept {
-  // A new record, which nobody else knows, as a scan makes them by the million.
-  if (counts_.load(std::memory_order_relaxed) == 0) return addFirstHandle();
+  // A new record, which no other thread knows yet. A scan makes millions of them.
+  if (counts_.load(std::memory_order_relaxed) == 0 && links_.load(std::memory_order_relaxed) == 0) {
+    return addFirstHandle();
+  }
 
-  // A loop along the last parent, with a recursion for the others, which are few: a folder may lie as deep as
-  // it likes.
+  // A loop along the last parent, with a recursion for the others, which are few: folders may be nested to
+  // any depth.
   TreeNode* node = this;
   bool first = node->countHandle();
   while (first) {
     const Parents up = node->parents();
     if (up.node[0] != nullptr) up.node[0]->addHandle();
     first = up.node[1] != nullptr && up.node[1]->countHandle();
-    // Only now: a change of the link would give back a handle that the parent has not been given yet.
+    // Not before: a thread that changes the link would give back a handle that the parent doesn't have yet.
     node->unlockLinks();
     node = up.node[1];
   }
@@ -64,11 +69,11 @@ bool TreeNode::uncountHandle(Parents& pinned) noexcept {
     if (!last) return false;
     break;
   }
-  // Read before the count falls: once it has, another thread may drop the last slot and free this record. The
+  // Read before the count falls: after that another thread may drop the last slot and free this record. The
   // parents stay alive meanwhile through the handles that the caller is about to give back.
   pinned = parents();
   const std::uint64_t before = counts_.fetch_sub(kHandle + kLock, std::memory_order_acq_rel);
-  if ((before & kHandleMask) != kHandle) return false;  // somebody took a handle meanwhile
+  if ((before & kHandleMask) != kHandle) return false;  // another thread took a handle meanwhile
   if (before == kHandle + kLock) dispose(this);
   return true;
 }
@@ -84,6 +89,10 @@ void TreeNode::dropHandle() noexcept {
 
 void TreeNode::dropSlot() noexcept {
   if (counts_.fetch_sub(kSlot, std::memory_order_acq_rel) == kSlot) dispose(this);
+}
+
+void TreeNode::dropLink() noexcept {
+  if (links_.fetch_sub(1, std::memory_order_acq_rel) == 1) dispose(this);
 }
 
 bool TreeNode::lockLinks() noexcept {
@@ -103,23 +112,33 @@ bool TreeNode::lockLinks() noexcept {
 
 void TreeNode::unlockLinks() noexcept { counts_.fetch_sub(kLock, std::memory_order_release); }
 
-void TreeNode::dispose(TreeNode* dead) noexcept {
+void TreeNode::retireOrFree(TreeNode* unused) noexcept {
+  // One is the share of the counts: no link is left, and no other thread can make one.
+  if (unused->links_.load(std::memory_order_acquire) > 1) {
+    unused->dropChildren();
+    if (unused->links_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
+  }
+  delete unused;
+}
+
+void TreeNode::dispose(TreeNode* unused) noexcept {
   // One after another instead of one inside the other: the depth of a tree must not become the depth of the
-  // stack. A dead record needs its counts no more; they hold the next one of the row.
+  // stack. The counts of a waiting record are all zero; they hold the next one of the row.
   static_assert(sizeof(std::uintptr_t) <= sizeof(std::uint64_t));
   thread_local TreeNode* row = nullptr;
   thread_local bool running = false;
 
-  dead->counts_.store(reinterpret_cast<std::uintptr_t>(row), std::memory_order_relaxed);
-  row = dead;
+  unused->counts_.store(reinterpret_cast<std::uintptr_t>(row), std::memory_order_relaxed);
+  row = unused;
   if (running) return;
   running = true;
   while (row != nullptr) {
     TreeNode* const next = row;
-    // NOLINTNEXTLINE(performance-no-int-to-ptr): a pointer that was put there a moment ago
+    // NOLINTNEXTLINE(performance-no-int-to-ptr): a pointer that was stored there a moment ago
     row = reinterpret_cast<TreeNode*>(
         static_cast<std::uintptr_t>(next->counts_.load(std::memory_order_relaxed)));
-    delete next;
+    next->counts_.store(0, std::memory_order_relaxed);
+    retireOrFree(next);
   }
   running = false;
 }
