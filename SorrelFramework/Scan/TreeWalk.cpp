@@ -33,14 +33,15 @@ void callHelpers(const std::shared_ptr<TreeJob>& job) {
   }
 }
 
-/// Turns the folders that a walk kept into its result: sums come up, records go out in order.
+/// Turns the folders that a walk kept into its result: sums come up, records go out in order. A folder whose
+/// sum a stop broke off gets no record, as a part of its size would pass for the whole.
 class Harvest {
  public:
   Harvest(bool containsZeroItems, WalkResult& result)
       : containsZeroItems_(containsZeroItems), result_(result) {}
 
   void run(WalkFolder& root) {
-    path_.push_back({&root, 0, 0, kNoRecord});
+    path_.push_back({&root, 0, 0, kNoRecord, false});
     while (!path_.empty()) {
       Step& step = path_.back();
       if (step.next < step.folder->items.size()) {
@@ -59,6 +60,7 @@ class Harvest {
     std::size_t next;
     std::int64_t bytes;  // of the folders below that are finished
     std::size_t record;  // index of the folder's own record
+    bool isCut;          // true if one of the folders below is
   };
 
   void goInto(WalkItem& item) {
@@ -67,20 +69,27 @@ class Harvest {
       index = result_.records.size();
       result_.records.push_back(std::move(item.record));
     }
-    if (item.below != nullptr) path_.push_back({item.below, 0, 0, index});
+    if (item.below != nullptr) path_.push_back({item.below, 0, 0, index, false});
   }
 
   void finish() {
     const Step step = path_.back();
     path_.pop_back();
     const std::int64_t bytes = checkedAdd(step.bytes, step.folder->bytes.load(std::memory_order_relaxed));
+    const bool isCut = step.isCut || step.folder->isCut.load(std::memory_order_relaxed);
     step.folder->items = {};  // the walk's memory goes while the result's grows
-    if (step.record != kNoRecord) finishRecord(result_.records[step.record], bytes);
-    if (!path_.empty()) path_.back().bytes = checkedAdd(path_.back().bytes, bytes);
+    if (step.record != kNoRecord) finishRecord(result_.records[step.record], bytes, isCut);
+    if (path_.empty()) return;
+    path_.back().bytes = checkedAdd(path_.back().bytes, bytes);
+    path_.back().isCut = path_.back().isCut || isCut;
   }
 
-  void finishRecord(Ref<FileInformation>& record, std::int64_t bytes) {
+  void finishRecord(Ref<FileInformation>& record, std::int64_t bytes, bool isCut) {
     if (record->fileKind == rawValue(FilesKind::File)) return;
+    if (isCut) {
+      record = nullptr;
+      return;
+    }
     record->size = bytes;
     result_.totals.folderSize = checkedAdd(result_.totals.folderSize, bytes);
     ++result_.totals.folderNumber;

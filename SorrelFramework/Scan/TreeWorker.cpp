@@ -109,8 +109,11 @@ void TreeWorker::sizeFolder(Frame& frame) {
   const int folder = folders_.top();
   std::int64_t bytes = 0;
   stream_.start(folder);
-  const FolderStream::Entry* entry = nullptr;
-  while (!job_.isStopped() && (entry = stream_.next()) != nullptr) {
+  while (const FolderStream::Entry* entry = stream_.next()) {
+    if (job_.isStopped()) {
+      frame.result->isCut.store(true, std::memory_order_relaxed);
+      break;
+    }
     if (entry->type != FolderStream::Type::Directory) {
       const auto status = statusOf(folder, entry->name);
       if (!status) continue;
@@ -130,7 +133,11 @@ void TreeWorker::recordFolder(Frame& frame) {
   const FolderRights rights = FolderRights::of(folder);
   frame.result->items.reserve(listing_.size());
   std::int64_t bytes = 0;
-  for (std::size_t i = 0; i < listing_.size() && !job_.isStopped(); ++i) {
+  for (std::size_t i = 0; i < listing_.size(); ++i) {
+    if (job_.isStopped()) {
+      frame.result->isCut.store(true, std::memory_order_relaxed);
+      break;
+    }
     const std::string_view name = listing_.name(i);
     const auto status = statusOf(folder, name.data());
     if (!status) continue;
@@ -209,10 +216,15 @@ void TreeWorker::giveAway() {
 }
 
 void TreeWorker::leave() {
-  --used_;
+  cutOff(*frames_[--used_]);
   // A folder that was moved away while the walk was below it is not found again: what is left of it is passed
   // over.
   if (!folders_.pop() && used_ > 0) frames_[used_ - 1]->next = frames_[used_ - 1]->pending.size();
+}
+
+void TreeWorker::cutOff(Frame& frame) {
+  for (; frame.next < frame.pending.size(); ++frame.next)
+    frame.pending[frame.next].result->isCut.store(true, std::memory_order_relaxed);
 }
 
 void TreeWorker::reportUnreadable(const Frame& above, const Pending& pending, int error) {

@@ -32,6 +32,7 @@ struct WalkItem {
 struct WalkFolder {
   std::vector<WalkItem> items;         ///< by name
   std::atomic<std::int64_t> bytes{0};  ///< of all that lies below and is in no WalkFolder of its own
+  std::atomic<bool> isCut{false};      ///< the walk was broken off before it had read all of the folder
 
   void addBytes(std::int64_t count);
 };
@@ -116,6 +117,8 @@ class TreeWorker {
                     bool wantsBytes);
   void giveAway();
   void leave();
+  /// Marks the folders that are still to be entered: they won't be.
+  static void cutOff(Frame& frame);
   [[nodiscard]] std::string_view urlOf(const Frame& frame) const {
     return {urlText_.data(), frame.urlLength};
   }

@@ -289,6 +289,66 @@ TEST_F(Walk, stopInMidWalkDeliversWhatWasFound) {
   EXPECT_EQ(doneCount, 1);
 }
 
+TEST_F(Walk, folderWhoseSumAStopBrokeOffHasNoRecord) {
+  volume.file("root/a/x", "1");
+  volume.file("root/b/c/x", "1");
+  volume.file("root/b/c/y", "1");
+  volume.file("root/b/d", "1");
+  run(
+      0,
+      [&](const URL& url, const ResourceValues&, EnumerationPosition*) {
+        if (url.lastPathComponent() == "x" && url.path().ends_with("b/c/x"))
+          SuperScanService::scanStatus.set(kFeature, ScanState::suspend);
+        return true;
+      },
+      true);
+  EXPECT_EQ(names(), (Names{"a/", "a/x", "b/c/x", "b/d"}));
+  EXPECT_EQ(record("a/")->size, 1);
+  EXPECT_EQ(totals.folderNumber, 1);
+  EXPECT_EQ(totals.folderSize, 1);
+  for (std::size_t i = 0; i < records.size(); ++i) EXPECT_EQ(records[i]->finderID, static_cast<Integer>(i));
+}
+
+TEST_F(Walk, prunedFolderThatAStopKeptFromBeingSizedHasNoRecord) {
+  for (const char* name : {"root/a/x", "root/b/x", "root/c"}) volume.file(name, "1");
+  run(0, [&](const URL& url, const ResourceValues&, EnumerationPosition* position) {
+    position->skipDescendants();
+    if (url.lastPathComponent() == "c") SuperScanService::scanStatus.set(kFeature, ScanState::suspend);
+    return true;
+  });
+  EXPECT_EQ(names(), Names{"c"});
+  EXPECT_EQ(totals.folderNumber, 0);
+}
+
+TEST_F(Walk, folderThatWasReadBeforeTheStopKeepsItsRecord) {
+  volume.file("root/a/x", "1");
+  volume.file("root/b/x", "1");
+  run(0, [&](const URL& url, const ResourceValues&, EnumerationPosition*) {
+    if (url.path().ends_with("b/x")) SuperScanService::scanStatus.set(kFeature, ScanState::suspend);
+    return true;
+  });
+  EXPECT_EQ(names(), (Names{"a/", "a/x", "b/", "b/x"}));
+  EXPECT_EQ(record("b/")->size, 1);
+}
+
+TEST_F(Walk, folderThatTheErrorHandlerKeptFromBeingReadHasNoRecord) {
+  volume.file("root/a/x", "1");
+  volume.file("root/b/x", "1");
+  errorHandler = [](const URL&, int) { return false; };
+  run(
+      0,
+      [&](const URL& url, const ResourceValues&, EnumerationPosition*) {
+        // The folder vanishes between its listing and its turn.
+        if (url.lastPathComponent() == "b") {
+          ::unlink(volume.path("root/a/x").c_str());
+          ::rmdir(volume.path("root/a").c_str());
+        }
+        return true;
+      },
+      true);
+  EXPECT_EQ(names(), Names{"a/"});
+}
+
 TEST_F(Walk, errorHandlerMayEndTheWalk) {
   volume.file("root/a/x", "1");
   for (int i = 0; i < 3; ++i) volume.file("root/z" + std::to_string(i) + "/x", "1");
