@@ -11,6 +11,7 @@
 #include "Host/EngineSwitches.hpp"
 #include "Host/ExitStatus.hpp"
 #include "Host/InterruptWatch.hpp"
+#include "Host/OpenFiles.hpp"
 #include "Host/Output.hpp"
 #include "Host/SafeText.hpp"
 #include "SorrelFramework/Platform/Fatal.hpp"
@@ -46,6 +47,7 @@ ExitStatus run(const std::vector<std::string>& words, sorrel::cli::InterruptWatc
 
 int main(int argc, char** argv) {
   sorrel::cli::openStandardStreams();
+  sorrel::cli::raiseOpenFileLimit();
   sorrel::cli::InterruptWatch interrupts;
   sorrel::setFatalHandler(endAfterFatalStop);
   sorrel::setLinePrinter(printToStandardError);

@@ -83,12 +83,16 @@ void DirectoryEnumerator::readTop() {
 void DirectoryEnumerator::leaveTop() {
   --used_;
   const bool isBack = folders_.pop();
+  const int error = errno;
   if (used_ == 0) return;
   Level& top = *levels_[used_ - 1];
   urlText_.resize(top.urlLength);
   // A folder that was moved away while the walk was below it is not found again: what is left of it is passed
   // over.
-  if (!isBack) top.next = top.listing.size();
+  if (isBack) return;
+  const bool isLost = OpenFolderLimit::isLackOfDescriptors(error) && top.next < top.listing.size();
+  top.next = top.listing.size();
+  if (isLost && errorHandler_ && !errorHandler_(URL::fromEncodedPieces(urlText_, {}), error)) used_ = 0;
 }
 
 }  // namespace sorrel

@@ -9,15 +9,13 @@
 #include <utility>
 
 #include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/OpenFolderLimit.hpp"
 #include "SorrelFramework/Platform/OpenResolving.hpp"
 
 namespace sorrel {
+namespace {
 
-FileDescriptor openFolder(const std::string& path) {
-  if (path.find('\0') != std::string::npos) {
-    errno = ENOENT;
-    return {};
-  }
+FileDescriptor openNow(const std::string& path) {
   constexpr int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
   const std::string& root = Host::current().root();
   const std::string_view whole = path;
@@ -31,6 +29,16 @@ FileDescriptor openFolder(const std::string& path) {
     }
   }
   return FileDescriptor(::open(path.c_str(), flags));
+}
+
+}  // namespace
+
+FileDescriptor openFolder(const std::string& path, const std::function<bool()>& isStopped) {
+  if (path.find('\0') != std::string::npos) {
+    errno = ENOENT;
+    return {};
+  }
+  return OpenFolderLimit::openFirst([&path] { return openNow(path); }, isStopped);
 }
 
 }  // namespace sorrel

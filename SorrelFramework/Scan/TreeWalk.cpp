@@ -1,5 +1,6 @@
 #include "SorrelFramework/Scan/TreeWalk.hpp"
 
+#include <cerrno>
 #include <cstddef>
 #include <optional>
 #include <utility>
@@ -119,8 +120,11 @@ WalkResult walkTree(const URL& root, const WalkRequest& request) {
   WalkResult result;
   result.totals.url = root;
   if (!root.isFileURL()) return result;
-  FileDescriptor folder = openFolder(root.path());
-  if (!folder.isOpen()) return result;
+  FileDescriptor folder = openFolder(root.path(), [&request] { return request.stop.isStopped(); });
+  if (!folder.isOpen()) {
+    if (request.errorHandler && errno != ENOENT && errno != ENOTDIR) request.errorHandler(root, errno);
+    return result;
+  }
 
   std::string urlText = root.absoluteString();
   if (!urlText.ends_with('/')) urlText += '/';
@@ -137,7 +141,7 @@ WalkResult walkTree(const URL& root, const WalkRequest& request) {
 }
 
 std::int64_t sizeOfTree(const std::string& path, const StopTest& stop) {
-  FileDescriptor folder = openFolder(path);
+  FileDescriptor folder = openFolder(path, [&stop] { return stop.isStopped(); });
   if (!folder.isOpen()) return 0;
   WalkRequest request;
   request.stop = stop;

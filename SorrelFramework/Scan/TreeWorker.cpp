@@ -42,7 +42,11 @@ void TreeJob::report(const URL& url, int error) {
   if (!request.errorHandler(url, error)) ended_.store(true);
 }
 
-TreeWorker::TreeWorker(TreeJob& job) : job_(job), arena_(job.newArena()), progress_(job.request.progress) {}
+TreeWorker::TreeWorker(TreeJob& job)
+    : job_(job),
+      arena_(job.newArena()),
+      folders_([&job] { return job.isStopped(); }),
+      progress_(job.request.progress) {}
 
 TreeWorker::~TreeWorker() = default;
 
@@ -83,7 +87,10 @@ TreeWorker::Frame& TreeWorker::newFrame(WalkFolder* result, int level, bool make
 void TreeWorker::enter(const Frame& above, const Pending& pending) {
   const char* name = above.names.data() + pending.name;
   if (!folders_.push(name)) {
-    reportUnreadable(above, pending, errno);
+    const int error = errno;
+    if (job_.isStopped() || OpenFolderLimit::isLackOfDescriptors(error))
+      pending.result->isCut.store(true, std::memory_order_relaxed);
+    reportUnreadable(above, pending, error);
     return;
   }
   Frame& frame = newFrame(pending.result, above.level + 1, pending.makesRecords, pending.wantsBytes);
@@ -196,17 +203,20 @@ void TreeWorker::keepForLater(Frame& frame, std::string_view name, WalkFolder* r
 }
 
 void TreeWorker::giveAway() {
+  if (OpenFolderLimit::isShort()) return;  // the folder that is given keeps a descriptor until it is taken
   // The highest folder has the largest subtrees.
   for (std::size_t i = 0; i < used_; ++i) {
     Frame& frame = *frames_[i];
     if (frame.next == frame.pending.size() || folders_.at(i) < 0) continue;
     const Pending pending = frame.pending.back();
-    frame.pending.pop_back();
     const char* name = frame.names.data() + pending.name;
     WalkWork work{
         openFolderIn(folders_.at(i), name), pending.result, {}, frame.level + 1, pending.wantsBytes};
+    const int error = errno;
+    if (!OpenFolderLimit::leavesRoom(work.folder, error)) return OpenFolderLimit::lower();
+    frame.pending.pop_back();
     if (!work.folder.isOpen()) {
-      reportUnreadable(frame, pending, errno);
+      reportUnreadable(frame, pending, error);
       return;
     }
     if (pending.makesRecords) work.urlText.append(urlOf(frame)).append(percentEncodedPath(name)) += '/';
@@ -217,9 +227,12 @@ void TreeWorker::giveAway() {
 
 void TreeWorker::leave() {
   cutOff(*frames_[--used_]);
-  // A folder that was moved away while the walk was below it is not found again: what is left of it is passed
-  // over.
-  if (!folders_.pop() && used_ > 0) frames_[used_ - 1]->next = frames_[used_ - 1]->pending.size();
+  if (folders_.pop() || used_ == 0) return;
+  const int error = errno;
+  // A folder that was moved away while the walk was below it is not found again.
+  Frame& frame = *frames_[used_ - 1];
+  if (frame.next < frame.pending.size()) reportUnreadable(frame, frame.pending[frame.next], error);
+  cutOff(frame);
 }
 
 void TreeWorker::cutOff(Frame& frame) {

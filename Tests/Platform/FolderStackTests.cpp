@@ -8,6 +8,7 @@
 #include <string>
 
 #include "SorrelFramework/Platform/FileStatus.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
@@ -121,6 +122,34 @@ TEST_F(FolderStackTest, anotherFolderOfThatNameDoesNotCount) {
   EXPECT_FALSE(stack_.pop());
   EXPECT_TRUE(stack_.pop());
   EXPECT_EQ(statusOf(stack_.top())->inode, statusOf(levelPath(48))->inode);
+}
+
+TEST_F(FolderStackTest, oneDescriptorBesideTheRootIsEnough) {
+  volume_.chain("top", "d", kDeep);
+  const std::string told = test::inChild([this]() -> std::string {
+    start(volume_.path("top"));
+    if (!test::leaveDescriptors(1)) return "no limit";
+    for (int i = 0; i < kDeep; ++i) {
+      if (!stack_.push("d")) return "stopped going down at " + std::to_string(i);
+    }
+    for (int level = kDeep - 1; level >= 0; --level) {
+      if (!stack_.pop()) return "stopped going up at " + std::to_string(level);
+      if (statusOf(stack_.top())->inode != statusOf(levelPath(level))->inode) return "went astray";
+    }
+    return "there and back";
+  });
+  EXPECT_EQ(told, "there and back");
+}
+
+TEST_F(FolderStackTest, withoutAFreeDescriptorItGoesNeitherDownNorAstray) {
+  volume_.chain("top", "d", 1);
+  const std::string told = test::inChild([this]() -> std::string {
+    start(volume_.path("top"));
+    if (!test::leaveDescriptors(0)) return "no limit";
+    if (stack_.push("d")) return "went down";
+    return errno == EMFILE && stack_.depth() == 1 && stack_.top() >= 0 ? "stayed" : "lost";
+  });
+  EXPECT_EQ(told, "stayed");
 }
 
 TEST_F(FolderStackTest, clearClosesEverything) {
