@@ -33,6 +33,7 @@
 #include "Host/StopSwitch.hpp"
 #include "Host/TextTree.hpp"
 #include "Host/Ticks.hpp"
+#include "Host/UnreadNote.hpp"
 #include "SorrelFramework/Clean/TrashRemains.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
@@ -173,6 +174,7 @@ ExitStatus runCleanCommand(const Invocation& invocation, InterruptWatch& interru
   const timespec began = beginOfChanges();
   const SessionResult scan =
       runScan(scanner, feature, std::move(scope), *stop, !options.json && !options.quiet);
+  if (!options.quiet) writeUnreadFolders(std::cerr, scanner.finderID);
   if (stop->isPulled()) return showStopped(invocation, *feature, scan.outcome);
   tick(*feature, invocation);
   if (!invocation.clean.evenLastCopy) refuseWholeGroups(cleaner, *feature);

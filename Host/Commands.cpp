@@ -18,6 +18,7 @@
 #include "Host/ScanSession.hpp"
 #include "Host/StopSwitch.hpp"
 #include "Host/TextTree.hpp"
+#include "Host/UnreadNote.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
 
@@ -56,6 +57,7 @@ ExitStatus runScanCommand(const Invocation& invocation, InterruptWatch& interrup
     writeScan(std::cout, *feature, result.outcome.size);
   }
   finishOutput();
+  if (!options.quiet) writeUnreadFolders(std::cerr, row.finderID);
   return result.stopped ? ExitStatus::Stopped : ExitStatus::Done;
 }
 

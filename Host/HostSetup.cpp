@@ -47,24 +47,30 @@ std::string volumeRoot(const std::string& volume) {
   return text;
 }
 
-std::vector<std::string> homes(const std::string& root) {
-  std::vector<std::string> names;
+bool hasHome(const std::string& root, const std::string& user) {
+  return Host::macVolume(root, user, {}).hasHome();
+}
+
+/// The user of a volume with a single home; "" if there is none, or several.
+std::string onlyUser(const std::string& root) {
+  std::string only;
   std::error_code error;
-  for (fs::directory_iterator at(root + "/Users", error), end; !error && at != end; at.increment(error)) {
+  const std::string homes = Host::macVolume(root, "", {}).homesFolder();
+  for (fs::directory_iterator at(homes, error), end; !error && at != end; at.increment(error)) {
     const std::string name = at->path().filename().string();
-    if (name != "Shared" && isFolder(at->path())) names.push_back(name);
+    if (name == "Shared" || !hasHome(root, name)) continue;
+    if (!only.empty()) return "";
+    only = name;
   }
-  return names;
+  return only;
 }
 
 std::string volumeUser(const GlobalOptions& options, const std::string& root) {
   std::string user = options.user;
-  if (user.empty()) {
-    const std::vector<std::string> names = homes(root);
-    user = names.size() == 1 ? names.front() : Host::linuxDesktop({}).userName();
-  }
+  if (user.empty()) user = onlyUser(root);
+  if (user.empty()) user = Host::linuxDesktop({}).userName();
   const bool isName = user != "." && user != ".." && user.find('/') == std::string::npos;
-  if (!isName || !isFolder(root + "/Users/" + user)) {
+  if (!isName || !hasHome(root, user)) {
     wrongUse("the volume '" + options.volume + "' has no home for '" + user + "'; choose one with --user");
   }
   return user;

@@ -3,6 +3,7 @@
 #include <cerrno>
 #include <utility>
 
+#include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/ScanRoot.hpp"
 
 namespace sorrel {
@@ -20,13 +21,14 @@ bool isEntered(std::string_view name, const FileStatus& status, EnumerationOptio
 DirectoryEnumerator::DirectoryEnumerator(const URL& root, EnumerationOptions options,
                                          EnumerationErrorHandler errorHandler)
     : options_(options), errorHandler_(std::move(errorHandler)) {
-  FileDescriptor folder = openFolder(root.path());
+  const URL place = Host::current().followingLinks(root);
+  FileDescriptor folder = openFolder(place.path());
   if (!folder.isOpen()) {
     if (errorHandler_ && errno != ENOENT && errno != ENOTDIR) errorHandler_(root, errno);
     return;
   }
   folders_.pushRoot(std::move(folder));
-  urlText_ = root.absoluteString();
+  urlText_ = place.absoluteString();
   if (!urlText_.ends_with('/')) urlText_ += '/';
   readTop();
 }

@@ -1,6 +1,5 @@
 #include "SorrelFramework/Platform/Host.hpp"
 
-#include <dirent.h>
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -13,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Platform/Text.hpp"
 #include "SorrelFramework/Platform/UserDirectories.hpp"
+#include "SorrelFramework/Platform/VolumePath.hpp"
 
 namespace sorrel {
 namespace {
@@ -68,19 +67,6 @@ bool isProgram(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && ::access(path.c_str(), X_OK) == 0;
 }
 
-std::vector<std::string> namesIn(const std::string& folder) {
-  std::vector<std::string> names;
-  if (DIR* stream = ::opendir(folder.c_str())) {
-    while (const dirent* entry = ::readdir(stream)) {
-      const std::string_view name = entry->d_name;
-      if (name != "." && name != "..") names.emplace_back(name);
-    }
-    ::closedir(stream);
-  }
-  std::sort(names.begin(), names.end());
-  return names;
-}
-
 /// The owners of the folders Users/NAME.
 std::map<uid_t, std::string> ownersOfHomes(const std::string& homes) {
   std::map<uid_t, std::string> owners;
@@ -102,6 +88,15 @@ bool isAtOrBelow(std::string_view path, std::string_view folder) {
   return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
 }
 
+/// The file URL of another path, unless that is the same one.
+template <class Change>
+URL withPath(const URL& url, const Change& change) {
+  if (!url.isFileURL() || url.isEmptyPath()) return url;
+  const std::string path = url.path();
+  const std::string changed = change(path);
+  return changed == path ? url : URL::fileURL(changed, url.relativeText().ends_with('/'));
+}
+
 std::atomic<const Host*> installed{nullptr};
 
 }  // namespace
@@ -110,10 +105,13 @@ Host Host::macVolume(std::string root, std::string user, MainBundle bundle) {
   Host host;
   host.layout_ = Layout::MacVolume;
   host.root_ = withoutTrailingSlashes(std::move(root));
-  host.userName_ = std::move(user);
-  host.home_ = host.root_ + "/Users/" + host.userName_;
+  host.homes_ = host.followingLinks(host.root_ + "/Users");
+  const std::string entry = host.root_ + "/Users/" + user;
+  host.userName_ = user.empty() ? user : std::string(lastPathComponent(host.matchingLetterCase(entry)));
+  const VolumePlace home = placeOnVolume(host.root_, entry, LastLink::Followed);
+  host.home_ = home.path;
   host.bundle_ = std::move(bundle);
-  host.userID_ = ownerOf(host.home_).value_or(::getuid());
+  host.userID_ = ownerOf(home.real).value_or(::getuid());
   host.volumeOwners_ = ownersOfHomes(host.homesFolder());
   // The user whose eyes this is wins where several homes have one owner.
   if (exists(host.home_)) host.volumeOwners_[host.userID_] = host.userName_;
@@ -153,10 +151,16 @@ const Host& Host::current() {
   return machine;
 }
 
-std::string Host::homesFolder() const { return layout_ == Layout::MacVolume ? root_ + "/Users" : "/home"; }
+bool Host::hasHome() const {
+  struct stat status {};
+  const std::string home = isOnVolume(home_) ? placeOnVolume(root_, home_, LastLink::Followed).real : home_;
+  return ::stat(home.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
+std::string Host::homesFolder() const { return layout_ == Layout::MacVolume ? homes_ : "/home"; }
 
 std::string Host::locate(std::string_view layoutPath) const {
-  if (layout_ == Layout::MacVolume) return root_ + std::string(layoutPath);
+  if (layout_ == Layout::MacVolume) return matchingLetterCase(root_ + std::string(layoutPath));
   for (const auto& [belowHome, place] : xdg_) {
     const std::string usual = home_ + '/' + belowHome;
     if (isAtOrBelow(layoutPath, usual)) return place + std::string(layoutPath.substr(usual.size()));
@@ -185,15 +189,16 @@ std::string Host::homeURLText() const {
 }
 
 std::string Host::applicationSupportFolder() const {
-  return layout_ == Layout::MacVolume ? home_ + "/Library/Application Support" : xdg_.at(".local/share");
+  return layout_ == Layout::MacVolume ? followingLinks(home_ + "/Library/Application Support")
+                                      : xdg_.at(".local/share");
 }
 
 std::string Host::cachesFolder() const {
-  return layout_ == Layout::MacVolume ? home_ + "/Library/Caches" : xdg_.at(".cache");
+  return layout_ == Layout::MacVolume ? followingLinks(home_ + "/Library/Caches") : xdg_.at(".cache");
 }
 
 std::string Host::preferencesFolder() const {
-  return layout_ == Layout::MacVolume ? home_ + "/Library/Preferences" : xdg_.at(".config");
+  return layout_ == Layout::MacVolume ? followingLinks(home_ + "/Library/Preferences") : xdg_.at(".config");
 }
 
 std::string Host::documentsFolder() const { return userFolder("XDG_DOCUMENTS_DIR", "/Documents"); }
@@ -204,12 +209,12 @@ std::string Host::userFolder(std::string_view variable, std::string_view belowHo
   if (layout_ == Layout::LinuxDesktop) {
     if (auto folder = userDirectory(xdg_.at(".config"), variable, home_)) return *folder;
   }
-  return home_ + std::string(belowHome);
+  return followingLinks(home_ + std::string(belowHome));
 }
 
 std::optional<std::string> Host::mailFolder() const {
   if (layout_ == Layout::LinuxDesktop) return std::nullopt;
-  return home_ + "/Library/Mail";
+  return followingLinks(home_ + "/Library/Mail");
 }
 
 std::optional<std::string> Host::ownerName(uid_t uid) const {
@@ -224,30 +229,26 @@ std::optional<std::string> Host::ownerName(uid_t uid) const {
   return entry->second;
 }
 
+bool Host::isOnVolume(std::string_view path) const {
+  return layout_ == Layout::MacVolume && path.starts_with('/') && isAtOrBelow(path, root_);
+}
+
 std::string Host::matchingLetterCase(std::string_view path) const {
-  if (!ignoresLetterCase() || exists(std::string(path)) || !isAtOrBelow(path, root_))
-    return std::string(path);
-  std::string found = root_;
-  std::string_view rest = path.substr(root_.size());
-  while (!rest.empty()) {
-    rest.remove_prefix(std::min(rest.find_first_not_of('/'), rest.size()));
-    const std::string component(rest.substr(0, rest.find('/')));
-    rest.remove_prefix(component.size());
-    if (component.empty()) break;
-    std::string next = std::string(found).append("/").append(component);
-    if (!exists(next)) {
-      const auto names = namesIn(found.empty() ? "/" : found);
-      // Not strcasecmp(3), which follows the locale: a Turkish desktop would tell "I" from "i".
-      const auto match =
-          std::find_if(names.begin(), names.end(), [wanted = lowercased(component)](const std::string& name) {
-            return textEqual(lowercased(name), wanted);
-          });
-      if (match == names.end()) return std::string(path);
-      next = found + '/' + *match;
-    }
-    found = std::move(next);
-  }
-  return found;
+  if (!isOnVolume(path)) return std::string(path);
+  return placeOnVolume(root_, path, LastLink::Kept).path;
+}
+
+std::string Host::followingLinks(std::string_view path) const {
+  if (!isOnVolume(path)) return std::string(path);
+  return placeOnVolume(root_, path, LastLink::Followed).path;
+}
+
+URL Host::matchingLetterCase(const URL& url) const {
+  return withPath(url, [this](const std::string& path) { return matchingLetterCase(path); });
+}
+
+URL Host::followingLinks(const URL& url) const {
+  return withPath(url, [this](const std::string& path) { return followingLinks(path); });
 }
 
 std::string Host::tool(std::string_view path) const {

@@ -27,7 +27,8 @@ class Host {
     std::map<std::string, std::string> infoDictionary;
   };
 
-  /// A macOS volume whose root folder is `root` ("" or "/" for the machine's own root), seen by user `user`.
+  /// A macOS volume whose root folder is `root` ("" or "/" for the machine's own root), seen by user `user`,
+  /// whose name may differ from the home's in letter case.
   static Host macVolume(std::string root, std::string user, MainBundle bundle);
   /// This machine as the calling process sees it: $HOME and the XDG base directories.
   static Host linuxDesktop(MainBundle bundle);
@@ -40,6 +41,8 @@ class Host {
   [[nodiscard]] const std::string& root() const { return root_; }
   [[nodiscard]] const std::string& userName() const { return userName_; }
   [[nodiscard]] const std::string& home() const { return home_; }
+  /// False if the user has no folder, on a volume none that lies there.
+  [[nodiscard]] bool hasHome() const;
   /// The folder that holds the homes: ROOT/Users, /home.
   [[nodiscard]] std::string homesFolder() const;
   [[nodiscard]] const MainBundle& mainBundle() const { return bundle_; }
@@ -76,10 +79,15 @@ class Host {
 
   /// Letter case of names on the original file system: a macOS volume ignores it.
   [[nodiscard]] bool ignoresLetterCase() const { return layout_ == Layout::MacVolume; }
-  /// `path` with each component below the root spelled as on disk, where the exact name is absent and letter
-  /// case is ignored (first match in byte order; composed and decomposed letters are the same); otherwise,
-  /// and where nothing matches, `path` itself.
+  /// On a macOS volume: `path` below the root spelled as on disk, where the exact name is absent (first match
+  /// in byte order; composed and decomposed letters are the same), and by way of the folders to which the
+  /// volume's links lead there: absolute ones from its root, none off it. A link at the end is kept. Where
+  /// nothing matches, and on the desktop, `path` itself; so for a URL that is no file's.
   [[nodiscard]] std::string matchingLetterCase(std::string_view path) const;
+  [[nodiscard]] URL matchingLetterCase(const URL& url) const;
+  /// The same for what a link at the end leads to.
+  [[nodiscard]] std::string followingLinks(std::string_view path) const;
+  [[nodiscard]] URL followingLinks(const URL& url) const;
 
   /// Where a system tool such as "/usr/bin/mdls" is: in the folder of stand-ins if it is there, else the
   /// path.
@@ -91,12 +99,14 @@ class Host {
 
  private:
   Host() = default;
+  [[nodiscard]] bool isOnVolume(std::string_view path) const;
   [[nodiscard]] std::string userFolder(std::string_view variable, std::string_view belowHome) const;
 
   Layout layout_ = Layout::LinuxDesktop;
   std::string root_;
   std::string userName_;
   std::string home_;
+  std::string homes_;  // of a volume
   uid_t userID_ = 0;
   MainBundle bundle_;
   std::string toolFolder_;

@@ -130,7 +130,8 @@ std::vector<std::string> foldersIn(const std::string& parent) {
 
 std::vector<URL> volumesOfMac(const Host& host) {
   std::vector<URL> urls = {URL::fileURL(host.root().empty() ? "/" : host.root(), true)};
-  for (const std::string& path : foldersIn(host.locate("/Volumes"))) urls.push_back(URL::fileURL(path, true));
+  for (const std::string& path : foldersIn(host.followingLinks(host.root() + "/Volumes")))
+    urls.push_back(URL::fileURL(path, true));
   return urls;
 }
 

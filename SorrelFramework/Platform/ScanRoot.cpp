@@ -11,24 +11,36 @@
 #include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/OpenFolderLimit.hpp"
 #include "SorrelFramework/Platform/OpenResolving.hpp"
+#include "SorrelFramework/Platform/VolumePath.hpp"
 
 namespace sorrel {
 namespace {
 
+constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
+
+/// A component ".." beside a rename elsewhere makes the kernel give up.
+constexpr int kMostTries = 16;
+
+FileDescriptor openOnVolume(const std::string& root, const std::string& path) {
+  const FileDescriptor top(::open(root.c_str(), kFlags));
+  if (!top.isOpen()) return {};
+  const std::string below = '.' + path.substr(root.size());
+  for (int i = 0; i < kMostTries; ++i) {
+    auto folder = openResolving(top.get(), below.c_str(), kFlags, RESOLVE_IN_ROOT | RESOLVE_NO_MAGICLINKS);
+    if (!folder)
+      return FileDescriptor(
+          ::open(placeOnVolume(root, path, LastLink::Followed).real.c_str(), kFlags | O_NOFOLLOW));
+    if (folder->isOpen() || errno != EAGAIN) return std::move(*folder);
+  }
+  return {};
+}
+
 FileDescriptor openNow(const std::string& path) {
-  constexpr int flags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
   const std::string& root = Host::current().root();
   const std::string_view whole = path;
-  if (!root.empty() && whole.starts_with(root) && whole.substr(root.size()).starts_with('/')) {
-    const FileDescriptor top(::open(root.c_str(), flags));
-    const std::string below = '.' + std::string(whole.substr(root.size()));
-    if (!top.isOpen()) return {};
-    if (auto folder =
-            openResolving(top.get(), below.c_str(), flags, RESOLVE_BENEATH | RESOLVE_NO_MAGICLINKS)) {
-      return std::move(*folder);
-    }
-  }
-  return FileDescriptor(::open(path.c_str(), flags));
+  if (!root.empty() && whole.starts_with(root) && whole.substr(root.size()).starts_with('/'))
+    return openOnVolume(root, path);
+  return FileDescriptor(::open(path.c_str(), kFlags));
 }
 
 }  // namespace

@@ -37,7 +37,7 @@ std::vector<std::string> trashFoldersOf(const std::string& volume) {
   const std::string uid = std::to_string(host.userID());
   std::vector<std::string> folders;
   if (host.layout() == Host::Layout::MacVolume) {
-    const std::string trashes = appendingPathComponent(volume, ".Trashes");
+    const std::string trashes = host.matchingLetterCase(appendingPathComponent(volume, ".Trashes"));
     if (!isRealFolder(trashes)) return folders;
     // The user of the volume may be called by another number on this machine, whose own stick this may be.
     for (const uid_t number : {host.userID(), ::getuid()}) {

@@ -4,6 +4,7 @@
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
+#include "SorrelFramework/Scan/UnreadFolders.hpp"
 
 namespace sorrel {
 namespace {
@@ -86,6 +87,7 @@ void walkCategory(const std::shared_ptr<CategoryScan>& scan, Integer index, Cate
 void runCategoryScan(FeatureInformation& featureInfo, ProgressFunc progress, PercentFunc showPercent,
                      ScanPlan plan, std::shared_ptr<WeftSerialQueue> dispatch) {
   if (!SuperScanService::scanStatus.startUnlessRunning(featureInfo.finderID)) return;
+  UnreadFolders::clear(featureInfo.finderID);
   const auto scan = std::make_shared<CategoryScan>();
   scan->feature = Ref(featureInfo);
   scan->progress = std::move(progress);

@@ -10,6 +10,7 @@
 #include "SorrelFramework/Scan/PackageSize.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Scan/TreeWalk.hpp"
+#include "SorrelFramework/Scan/UnreadFolders.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 #include "SorrelFramework/Units/TerminalTool.hpp"
@@ -20,12 +21,12 @@ namespace {
 /// The feature whose scan hashes files; its number is fixed in every catalogue.
 constexpr Integer kDuplicateFeature = 7;
 
-std::int64_t sizeOf(const URL& url, Integer kind, const StopTest& stop) {
+std::int64_t sizeOf(const URL& url, Integer kind, const StopTest& stop, UnreadFolderHandler unread) {
   if (kind == rawValue(FilesKind::File)) {
     const auto values = resourceValues(url, NSURLFileSizeKey);
     return values ? values->fileSize.value_or(SuperScanService::defaultSize) : SuperScanService::defaultSize;
   }
-  return url.isFileURL() ? sizeOfTree(url.path(), stop) : 0;
+  return url.isFileURL() ? sizeOfTree(url.path(), stop, std::move(unread)) : 0;
 }
 
 Ref<FileInformation> recordOf(const URL& url, ResourceKeys keys, const RecordTemplate& common,
@@ -97,10 +98,12 @@ std::vector<Ref<CategoryInformation>> SuperScanService::largeAndOldFileFilterAll
   return {};
 }
 
-std::int64_t SuperScanService::calculateSize(const URL& url, Integer kind) { return sizeOf(url, kind, {}); }
+std::int64_t SuperScanService::calculateSize(const URL& url, Integer kind) {
+  return sizeOf(url, kind, {}, {});
+}
 
 std::int64_t SuperScanService::appCalculateSize(const URL& url, Integer kind, Integer finderID) {
-  return sizeOf(url, kind, {&scanStatus.cell(finderID), nullptr});
+  return sizeOf(url, kind, {&scanStatus.cell(finderID), nullptr}, UnreadFolders::handler(finderID));
 }
 
 std::int64_t SuperScanService::getPackageSizeFromTerminal(const URL& url) {

@@ -1,5 +1,6 @@
 // The walking routine of SuperScanService.
 
+#include <cerrno>
 #include <map>
 #include <memory>
 #include <string>
@@ -7,10 +8,13 @@
 
 #include "SorrelFramework/Platform/FileManager.hpp"
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Scan/ItemProcedure.hpp"
 #include "SorrelFramework/Scan/ProgressPost.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "SorrelFramework/Scan/TreeWalk.hpp"
+#include "SorrelFramework/Scan/TreeWorker.hpp"
+#include "SorrelFramework/Scan/UnreadFolders.hpp"
 
 namespace sorrel {
 namespace {
@@ -35,9 +39,9 @@ struct RootsWalk {
 };
 
 /// A root that is a plain file: one record, and no question to the filter.
-WalkResult recordPlainFile(const URL& url, const WalkRequest& request) {
+WalkResult recordPlainFile(const URL& given, const WalkRequest& request) {
   WalkResult result;
-  result.totals.url = url;
+  const URL url = Host::current().matchingLetterCase(given);
   auto values = resourceValues(url, request.keys);
   if (!values) return result;
   const std::int64_t size = values->fileSize.value_or(SuperScanService::defaultSize);
@@ -103,17 +107,21 @@ void SuperScanService::getListFromUrl(FeatureInformation& featureInfo, const URL
   request.options = enumOptions;
   request.filter = filterFunc ? std::move(filterFunc) : FilterFunc(keepsEverything);
   request.errorHandler = std::move(errorHandle);
+  request.unread = UnreadFolders::handler(featureInfo.finderID);
   request.record = {state, 0, categoryInfo.finderID, Ref<CategoryInformation>(categoryInfo)};
   request.isContainZeroItem = isContainZeroItem;
   request.stop = {&scanStatus.cell(featureInfo.finderID), &scanStatus.cell(scanID)};
   request.progress = std::make_shared<const ProgressFunc>(std::move(progress));
 
   WalkResult result;
-  result.totals.url = url;
   bool isDirectory = false;
-  if (fileExists(pathOfRoot(url), &isDirectory)) {
+  errno = 0;
+  if (fileExists(Host::current().followingLinks(pathOfRoot(url)), &isDirectory)) {
     result = isDirectory ? walkTree(url, request) : recordPlainFile(url, request);
+  } else if (errno != 0 && errno != ENOENT && errno != ENOTDIR) {
+    TreeJob(request).report(url, errno);
   }
+  result.totals.url = url;
   done(std::move(result.totals), std::move(result.records));
 }
 

@@ -9,6 +9,7 @@
 #include "SorrelFramework/Platform/CheckedMath.hpp"
 #include "SorrelFramework/Platform/FolderStream.hpp"
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/ScanRoot.hpp"
 #include "SorrelFramework/Scan/TreeWorker.hpp"
 
@@ -120,13 +121,14 @@ WalkResult walkTree(const URL& root, const WalkRequest& request) {
   WalkResult result;
   result.totals.url = root;
   if (!root.isFileURL()) return result;
-  FileDescriptor folder = openFolder(root.path(), [&request] { return request.stop.isStopped(); });
+  const URL place = Host::current().followingLinks(root);
+  FileDescriptor folder = openFolder(place.path(), [&request] { return request.stop.isStopped(); });
   if (!folder.isOpen()) {
-    if (request.errorHandler && errno != ENOENT && errno != ENOTDIR) request.errorHandler(root, errno);
+    if (errno != ENOENT && errno != ENOTDIR) TreeJob(request).report(root, errno);
     return result;
   }
 
-  std::string urlText = root.absoluteString();
+  std::string urlText = place.absoluteString();
   if (!urlText.ends_with('/')) urlText += '/';
   const auto job = std::make_shared<TreeJob>(request);
   WalkFolder top;
@@ -140,12 +142,17 @@ WalkResult walkTree(const URL& root, const WalkRequest& request) {
   return result;
 }
 
-std::int64_t sizeOfTree(const std::string& path, const StopTest& stop) {
-  FileDescriptor folder = openFolder(path, [&stop] { return stop.isStopped(); });
-  if (!folder.isOpen()) return 0;
+std::int64_t sizeOfTree(const std::string& path, const StopTest& stop, UnreadFolderHandler unread) {
   WalkRequest request;
   request.stop = stop;
+  request.unread = std::move(unread);
   TreeJob job(request);
+  const std::string place = Host::current().followingLinks(path);
+  FileDescriptor folder = openFolder(place, [&stop] { return stop.isStopped(); });
+  if (!folder.isOpen()) {
+    job.note(path, errno);
+    return 0;
+  }
   WalkFolder top;
   TreeWorker worker(job);
   worker.run(WalkWork{std::move(folder), &top, {}, 1, true});

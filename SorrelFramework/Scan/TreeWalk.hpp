@@ -1,6 +1,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <memory>
 #include <string>
 
@@ -21,11 +22,16 @@ struct StopTest {
   }
 };
 
+/// Told the path, without a slash at its end, of a folder that could not be read, and the errno. Called on
+/// several threads, one at a time.
+using UnreadFolderHandler = std::function<void(const std::string& path, int error)>;
+
 struct WalkRequest {
   ResourceKeys keys;
   EnumerationOptions options = 0;
   FilterFunc filter;
-  EnumerationErrorHandler errorHandler;
+  EnumerationErrorHandler errorHandler;  ///< for folders that are only sized it is not called
+  UnreadFolderHandler unread;            ///< for these too
   RecordTemplate record;
   bool isContainZeroItem = false;
   StopTest stop;
@@ -47,6 +53,6 @@ WalkResult walkTree(const URL& root, const WalkRequest& request);
 /// Sum of the sizes of everything but folders below the folder `path`, in bytes, on the calling thread. 0 for
 /// anything that is no folder. A link to a folder is entered at the root alone. Breaks off with what it has
 /// when `stop` says so.
-std::int64_t sizeOfTree(const std::string& path, const StopTest& stop);
+std::int64_t sizeOfTree(const std::string& path, const StopTest& stop, UnreadFolderHandler unread = {});
 
 }  // namespace sorrel

@@ -1,6 +1,9 @@
 #include "SorrelFramework/Scan/TreeWorker.hpp"
 
 #include <cerrno>
+#include <filesystem>
+#include <string>
+#include <system_error>
 #include <utility>
 
 #include "SorrelFramework/Platform/CheckedMath.hpp"
@@ -11,6 +14,12 @@ namespace {
 
 /// A walk that has met this many folders is worth the help of other threads.
 constexpr std::size_t kLargeWalk = 32;
+
+/// Path of an open folder; "" if the system can't tell.
+std::string pathOf(int folder) {
+  std::error_code error;
+  return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(folder), error).string();
+}
 
 /// The position that a filter sees.
 class ItemPosition final : public EnumerationPosition {
@@ -37,9 +46,19 @@ void TreeJob::addFiles(std::int64_t bytes, Integer count) {
 }
 
 void TreeJob::report(const URL& url, int error) {
+  note(url.path(), error);
   if (!request.errorHandler || error == EXDEV) return;
   const std::lock_guard lock(mutex_);
   if (!request.errorHandler(url, error)) ended_.store(true);
+}
+
+void TreeJob::note(const std::string& path, int error) {
+  // Mount points are not entered; what is gone, or no folder any more, holds nothing.
+  const bool isNothing =
+      error == 0 || error == EXDEV || error == ENOENT || error == ENOTDIR || error == ELOOP;
+  if (!request.unread || isNothing) return;
+  const std::lock_guard lock(mutex_);
+  request.unread(path, error);
 }
 
 TreeWorker::TreeWorker(TreeJob& job)
@@ -90,7 +109,7 @@ void TreeWorker::enter(const Frame& above, const Pending& pending) {
     const int error = errno;
     if (job_.isStopped() || OpenFolderLimit::isLackOfDescriptors(error))
       pending.result->isCut.store(true, std::memory_order_relaxed);
-    reportUnreadable(above, pending, error);
+    reportUnreadable(above, folders_.top(), pending, error);
     return;
   }
   Frame& frame = newFrame(pending.result, above.level + 1, pending.makesRecords, pending.wantsBytes);
@@ -115,6 +134,7 @@ void TreeWorker::readFolder(Frame& frame) {
 void TreeWorker::sizeFolder(Frame& frame) {
   const int folder = folders_.top();
   std::int64_t bytes = 0;
+  int error = 0;
   stream_.start(folder);
   while (const FolderStream::Entry* entry = stream_.next()) {
     if (job_.isStopped()) {
@@ -123,7 +143,10 @@ void TreeWorker::sizeFolder(Frame& frame) {
     }
     if (entry->type != FolderStream::Type::Directory) {
       const auto status = statusOf(folder, entry->name);
-      if (!status) continue;
+      if (!status) {
+        if (errno != ENOENT) error = errno;
+        continue;
+      }
       if (!status->isDirectory()) {
         bytes = checkedAdd(bytes, status->size);
         continue;
@@ -132,11 +155,12 @@ void TreeWorker::sizeFolder(Frame& frame) {
     keepForLater(frame, {entry->name, entry->length}, frame.result, false, true);
   }
   frame.result->addBytes(bytes);
+  reportTop(frame, stream_.error() != 0 ? stream_.error() : error);
 }
 
 void TreeWorker::recordFolder(Frame& frame) {
   const int folder = folders_.top();
-  if (!listing_.read(stream_, folder)) job_.report(URL::fromEncodedPieces(urlOf(frame), {}), stream_.error());
+  int error = listing_.read(stream_, folder) ? 0 : stream_.error();
   const FolderRights rights = FolderRights::of(folder);
   frame.result->items.reserve(listing_.size());
   std::int64_t bytes = 0;
@@ -147,7 +171,10 @@ void TreeWorker::recordFolder(Frame& frame) {
     }
     const std::string_view name = listing_.name(i);
     const auto status = statusOf(folder, name.data());
-    if (!status) continue;
+    if (!status) {
+      if (errno != ENOENT) error = errno;
+      continue;
+    }
     if (!status->isDirectory() && frame.wantsBytes) bytes = checkedAdd(bytes, status->size);
     if (isMet(name, job_.request.options)) {
       recordItem(frame, name, *status, rights);
@@ -156,6 +183,7 @@ void TreeWorker::recordFolder(Frame& frame) {
     }
   }
   frame.result->addBytes(bytes);
+  reportTop(frame, error);
 }
 
 void TreeWorker::recordItem(Frame& frame, std::string_view name, const FileStatus& status,
@@ -216,7 +244,7 @@ void TreeWorker::giveAway() {
     if (!OpenFolderLimit::leavesRoom(work.folder, error)) return OpenFolderLimit::lower();
     frame.pending.pop_back();
     if (!work.folder.isOpen()) {
-      reportUnreadable(frame, pending, error);
+      reportUnreadable(frame, folders_.at(i), pending, error);
       return;
     }
     if (pending.makesRecords) work.urlText.append(urlOf(frame)).append(percentEncodedPath(name)) += '/';
@@ -231,7 +259,7 @@ void TreeWorker::leave() {
   const int error = errno;
   // A folder that was moved away while the walk was below it is not found again.
   Frame& frame = *frames_[used_ - 1];
-  if (frame.next < frame.pending.size()) reportUnreadable(frame, frame.pending[frame.next], error);
+  if (frame.next < frame.pending.size()) reportTop(frame, error);
   cutOff(frame);
 }
 
@@ -240,11 +268,22 @@ void TreeWorker::cutOff(Frame& frame) {
     frame.pending[frame.next].result->isCut.store(true, std::memory_order_relaxed);
 }
 
-void TreeWorker::reportUnreadable(const Frame& above, const Pending& pending, int error) {
-  if (!pending.makesRecords) return;
-  job_.report(
-      URL::fromEncodedPieces(urlOf(above), percentEncodedPath(above.names.data() + pending.name) + '/'),
-      error);
+void TreeWorker::reportUnreadable(const Frame& above, int folder, const Pending& pending, int error) {
+  const char* name = above.names.data() + pending.name;
+  if (pending.makesRecords) {
+    job_.report(URL::fromEncodedPieces(urlOf(above), percentEncodedPath(name) + '/'), error);
+  } else if (job_.request.unread) {
+    job_.note(pathOf(folder) + '/' + name, error);
+  }
+}
+
+void TreeWorker::reportTop(const Frame& frame, int error) {
+  if (error == 0) return;
+  if (frame.makesRecords) {
+    job_.report(URL::fromEncodedPieces(urlOf(frame), {}), error);
+  } else if (job_.request.unread) {
+    job_.note(pathOf(folders_.top()), error);
+  }
 }
 
 }  // namespace sorrel

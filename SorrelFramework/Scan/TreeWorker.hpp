@@ -59,8 +59,10 @@ class TreeJob {
   /// A place for one member's folders; lives as long as the job.
   std::deque<WalkFolder>& newArena();
   void addFiles(std::int64_t bytes, Integer count);
-  /// Tells the error handler; a handler that says so ends the walk.
+  /// Reports a folder that could not be read to both handlers; the error handler may end the walk.
   void report(const URL& url, int error);
+  /// The same for a folder that is only sized.
+  void note(const std::string& path, int error);
 
   [[nodiscard]] bool isStopped() const {
     return ended_.load(std::memory_order_relaxed) || request.stop.isStopped();
@@ -122,7 +124,10 @@ class TreeWorker {
   [[nodiscard]] std::string_view urlOf(const Frame& frame) const {
     return {urlText_.data(), frame.urlLength};
   }
-  void reportUnreadable(const Frame& above, const Pending& pending, int error);
+  /// `folder` is the open folder of `above`, -1 if it could not be opened again.
+  void reportUnreadable(const Frame& above, int folder, const Pending& pending, int error);
+  /// The same for the folder that the walk is in, unless `error` is 0.
+  void reportTop(const Frame& frame, int error);
 
   TreeJob& job_;
   std::deque<WalkFolder>& arena_;

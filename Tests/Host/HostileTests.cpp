@@ -275,6 +275,38 @@ TEST(HostileVolume, aThousandLevelsNeedFewOpenFiles) {
   EXPECT_EQ(run.document().at("size"), 7);
 }
 
+TEST(HostileVolume, manyDeepFoldersCountWholeWithFewOpenFiles) {
+  const TemporaryFolder volume;
+  for (int top = 0; top < 12; ++top) {
+    std::string at = "Users/alice/Library/Caches/top" + std::to_string(top);
+    for (int level = 0; level < 80; ++level) {
+      at += "/d";
+      volume.file(at + "/x", 10);
+    }
+  }
+  const ProgramRun run = sorrel({"--volume", volume.path(), "--json", "scan", "system-junk"}, {.files = 48});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(run.document().at("size"), 12 * 80 * 10);
+}
+
+TEST(HostileVolume, namesMatchWithoutLetterCase) {
+  const TemporaryFolder volume;
+  volume.file("users/alice/library/caches/a/x", 7);
+  const ProgramRun run =
+      sorrel({"--volume", volume.path(), "--user", "Alice", "--json", "scan", "system-junk"});
+  ASSERT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.document().at("size"), 7);
+}
+
+TEST(HostileVolume, homeOfThisMachineIsNoHomeOfTheVolume) {
+  const TemporaryFolder volume;
+  const TemporaryFolder machine;
+  volume.folder("Users");
+  std::filesystem::create_symlink(machine.path(), volume.path("Users/alice"));
+  EXPECT_EQ(sorrel({"--volume", volume.path(), "--user", "alice", "modules"}).status, 2);
+}
+
 TEST(HostileVolume, whatSomebodyElseOwnsIsNotTheUsersToDelete) {
   if (::getuid() != 0) GTEST_SKIP() << "needs root to give files away";
   const TemporaryFolder volume;

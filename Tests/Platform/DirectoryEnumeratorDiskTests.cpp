@@ -198,6 +198,17 @@ TEST_F(DirectoryEnumeratorDiskTest, everyByteSurvivesTheWayIntoTheURLAndBack) {
   EXPECT_EQ(enumerator.next(), nullptr);
 }
 
+// The names of a volume.
+
+TEST_F(DirectoryEnumeratorDiskTest, rootIsFoundUnderOtherLettersAndByAbsoluteLinks) {
+  volume_.file("Data/Pictures/a", "");
+  volume_.link("Users/alice/pictures", "/Data/Pictures");
+  DirectoryEnumerator enumerator(volume_.url("users/alice/Pictures/"));
+  const DirectoryEnumerator::Item* const item = enumerator.next();
+  ASSERT_NE(item, nullptr);
+  EXPECT_EQ(item->url, volume_.url("Data/Pictures/a"));
+}
+
 // Depth.
 
 TEST_F(DirectoryEnumeratorDiskTest, thousandLevelsNeedFewOpenFiles) {

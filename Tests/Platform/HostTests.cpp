@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <string>
 #include <string_view>
 
@@ -161,6 +162,69 @@ TEST_F(HostLetterCase, pathWithoutAMatchIsKept) {
 TEST_F(HostLetterCase, lettersBeyondASCIIAndDecomposedOnesMatch) {
   volume_.file("Cafe\xCC\x81/A", "");
   EXPECT_EQ(matched("CAF\xC3\x89/a"), "Cafe\xCC\x81/A");
+}
+
+TEST_F(HostLetterCase, placesAreFoundUnderOtherLetters) {
+  volume_.folder("users/Alice/library/caches");
+  volume_.folder("volumes");
+  const Host host = volumeAt(volume_.path(), "alice");
+  EXPECT_EQ(host.userName(), "Alice");
+  EXPECT_EQ(host.homesFolder(), volume_.path("Users"));  // the kit makes this one
+  std::filesystem::remove_all(volume_.path("Users"));
+  const Host other = volumeAt(volume_.path(), "alice");
+  EXPECT_EQ(other.userName(), "Alice");
+  EXPECT_TRUE(other.hasHome());
+  EXPECT_EQ(other.homesFolder(), volume_.path("users"));
+  EXPECT_EQ(other.home(), volume_.path("users/Alice"));
+  EXPECT_EQ(other.cachesFolder(), volume_.path("users/Alice/library/caches"));
+  EXPECT_EQ(other.preferencesFolder(), volume_.path("users/Alice/Library/Preferences"));
+  EXPECT_EQ(other.locate("/Volumes"), volume_.path("volumes"));
+  EXPECT_EQ(other.locate(*URL::parse("file:///Users/alice/Library/Caches/")).path(),
+            volume_.path("users/Alice/library/caches"));
+}
+
+// Links of a volume.
+
+class HostLinks : public HostLetterCase {
+ protected:
+  HostLinks() { std::filesystem::remove_all(volume_.path("Users")); }
+};
+
+TEST_F(HostLinks, absoluteOnesLeadBelowTheRoot) {
+  volume_.folder("Data/Users/alice/Lib/Caches");
+  volume_.link("Users", "/Data/Users");
+  volume_.link("Data/Users/alice/Library", "/Users/alice/Lib");
+  const Host host = volumeAt(volume_.path());
+  EXPECT_EQ(host.homesFolder(), volume_.path("Data/Users"));
+  EXPECT_EQ(host.home(), volume_.path("Data/Users/alice"));
+  EXPECT_EQ(host.userName(), "alice");
+  EXPECT_TRUE(host.hasHome());
+  EXPECT_EQ(host.cachesFolder(), volume_.path("Data/Users/alice/Lib/Caches"));
+  EXPECT_EQ(host.locate("/Users/alice/Library/Caches"), volume_.path("Data/Users/alice/Lib/Caches"));
+}
+
+TEST_F(HostLinks, homeThatIsALinkBelongsToTheOwnerOfTheFolder) {
+  volume_.folder("Data/alice");
+  volume_.link("Users/alice", "/Data/alice");
+  if (::getuid() == 0) volume_.setOwner("Data/alice", 4242);
+  const Host host = volumeAt(volume_.path());
+  EXPECT_EQ(host.home(), volume_.path("Data/alice"));
+  EXPECT_EQ(host.userID(), ::getuid() == 0 ? 4242 : ::getuid());
+}
+
+TEST_F(HostLinks, homeOfThisMachineIsNoHomeOfTheVolume) {
+  const test::TemporaryFolder machine;
+  volume_.link("Users/alice", machine.path());
+  EXPECT_FALSE(volumeAt(volume_.path()).hasHome());
+  EXPECT_EQ(volumeAt(volume_.path()).home(), volume_.path() + machine.path());
+}
+
+TEST_F(HostLinks, linkAtTheEndIsLocatedAsItself) {
+  volume_.folder("Documents");
+  volume_.link("Users/alice/.Trash", "/Documents");
+  const Host host = volumeAt(volume_.path());
+  EXPECT_EQ(host.locate("/Users/alice/.trash"), volume_.path("Users/alice/.Trash"));
+  EXPECT_EQ(host.followingLinks(host.locate("/Users/alice/.trash")), volume_.path("Documents"));
 }
 
 TEST_F(HostLetterCase, desktopKeepsTheCase) {

@@ -128,6 +128,22 @@ class MountedVolumesOfHost : public testing::Test {
   test::TemporaryFolder folder_;
 };
 
+TEST_F(MountedVolumesOfHost, folderOfVolumesThatIsALinkIsNotFollowedOffTheVolume) {
+  const test::TemporaryFolder machine;
+  machine.folder("USB");
+  ASSERT_EQ(::symlink(machine.path().c_str(), folder_.path("Volumes").c_str()), 0);
+  Host::install(Host::macVolume(folder_.path(), "alice", {}));
+  EXPECT_EQ(mountedVolumeURLs(), std::vector<URL>{URL::fileURL(folder_.path(), true)});
+}
+
+TEST_F(MountedVolumesOfHost, folderOfVolumesMayBeALinkOnTheVolume) {
+  folder_.folder("Data/Disks/USB");
+  ASSERT_EQ(::symlink("/Data/Disks", folder_.path("volumes").c_str()), 0);
+  Host::install(Host::macVolume(folder_.path(), "alice", {}));
+  EXPECT_EQ(mountedVolumeURLs(), (std::vector<URL>{URL::fileURL(folder_.path(), true),
+                                                   URL::fileURL(folder_.path("Data/Disks/USB"), true)}));
+}
+
 TEST_F(MountedVolumesOfHost, macVolumeListsItsRootAndTheFoldersOfVolumes) {
   folder_.folder("Volumes/USB Disk");
   folder_.folder("Volumes/Backup/inside");

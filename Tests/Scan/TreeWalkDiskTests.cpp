@@ -8,10 +8,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <set>
 
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "Tests/Scan/TreeWalkKit.hpp"
+#include "Tests/Support/ActingAsPlainUser.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/ScanKit.hpp"
@@ -159,6 +161,25 @@ TEST_F(WalkOfADisk, largeTreeIsTheSameWhateverThreadsHelp) {
     run();
     EXPECT_EQ(names(), first);
   }
+}
+
+TEST_F(WalkOfADisk, rootThatCanNotBeOpenedIsTold) {
+  volume.file("root/a", "1");
+  volume.file("above/root/a", "1");
+  ASSERT_EQ(::chmod(volume.path("root").c_str(), 0), 0);
+  ASSERT_EQ(::chmod(volume.path("above").c_str(), 0), 0);
+  ASSERT_EQ(::chmod(volume.path().c_str(), 0755), 0);
+  std::vector<URL> told;
+  errorHandler = [&told](const URL& url, int error) {
+    EXPECT_EQ(error, EACCES);
+    told.push_back(url);
+    return true;
+  };
+  const ActingAsPlainUser user;
+  runAt(volume.url("root/"));
+  runAt(volume.url("above/root/"));
+  runAt(volume.url("none/"));
+  EXPECT_EQ(told, (std::vector<URL>{volume.url("root/"), volume.url("above/root/")}));
 }
 
 TEST_F(WalkOfADisk, folderThatIsOnlySizedIsNotTold) {

@@ -240,6 +240,23 @@ TEST_F(Walk, rootThatLeadsOutOfTheVolumeIsNotEntered) {
   EXPECT_TRUE(records.empty());
 }
 
+TEST_F(Walk, rootUnderOtherLettersIsFound) {
+  volume.file("Data/Root/a", "1");
+  ASSERT_EQ(::symlink("/data/root", volume.path("Root").c_str()), 0);
+  run();
+  EXPECT_EQ(totals.url, volume.url("root/"));
+  ASSERT_EQ(records.size(), 1U);
+  EXPECT_EQ(records[0]->url, volume.url("Data/Root/a"));
+  EXPECT_EQ(sizeNow(""), 1);
+}
+
+TEST_F(Walk, plainFileUnderOtherLettersIsFound) {
+  volume.file("Root", "333");
+  runAt(volume.url("root"));
+  ASSERT_EQ(records.size(), 1U);
+  EXPECT_EQ(records[0]->url, volume.url("Root"));
+}
+
 TEST_F(Walk, locationThatIsNoFileGivesZeros) {
   runAt(*URL::parse("http://example.org/tmp/"));
   EXPECT_TRUE(records.empty());

@@ -35,9 +35,9 @@ CategoryPlan planFor(const CategoryInformation& category) {
 /// True if the path below the home leads through a folder of attachments. A volume or a home that itself lies
 /// in a folder of that name would make one of every message.
 bool isBelowAttachments(std::string_view path) {
-  const std::string& home = Host::current().home();
-  if (path.starts_with(home + "/")) path.remove_prefix(home.size());
-  return path.find(kAttachments) != std::string_view::npos;
+  const Host& host = Host::current();
+  if (path.starts_with(host.home() + "/")) path.remove_prefix(host.home().size());
+  return host.layoutPath(path).find(kAttachments) != std::string::npos;
 }
 
 /// Puts a copy of `source` in the place of `target`; true if there is a file at `target` then. A folder there

@@ -2,8 +2,11 @@
 
 #include <algorithm>
 #include <array>
+#include <string>
 #include <string_view>
 #include <utility>
+
+#include "SorrelFramework/Platform/Host.hpp"
 
 namespace sorrel {
 namespace {
@@ -28,9 +31,10 @@ CategoryPlan planFor(const CategoryInformation& category) {
 bool SystemScanService::systemCacheFilter(const URL& /*url*/, const ResourceValues& values,
                                           EnumerationPosition* position) {
   if (position == nullptr || position->level() < 1) return false;
-  const std::string_view path = values.path ? std::string_view(*values.path) : std::string_view();
+  // Below the root: where a volume is mounted says nothing of what lies on it.
+  const std::string path = values.path ? Host::current().layoutPath(*values.path) : std::string();
   if (std::any_of(kSystemOwnCaches.begin(), kSystemOwnCaches.end(),
-                  [path](std::string_view name) { return path.find(name) != std::string_view::npos; })) {
+                  [&path](std::string_view name) { return path.find(name) != std::string_view::npos; })) {
     return false;
   }
   if (values.isDirectory.value_or(false)) position->skipDescendants();

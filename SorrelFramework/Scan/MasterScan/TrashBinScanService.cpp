@@ -13,31 +13,19 @@
 namespace sorrel {
 namespace {
 
-/// The folders of the category that are links: what they lead to is no trash, whoever made them.
-std::vector<std::string> linkedRoots(const CategoryInformation& category) {
-  std::vector<std::string> linked;
-  for (const URL& url : category.urls) {
-    const auto status = statusOf(url.path());
-    if (!status || status->isDirectory()) continue;
-    std::string text = url.absoluteString();
-    if (!text.ends_with('/')) text += '/';
-    linked.push_back(std::move(text));
-  }
-  return linked;
+bool isLink(const URL& url) {
+  const auto status = statusOf(Host::current().matchingLetterCase(url.path()));
+  return status && !status->isDirectory() && !status->isRegularFile();
 }
 
+/// Folders that are links are left out: what they lead to is no trash, and may be all of the disk.
 CategoryPlan planFor(const CategoryInformation& category) {
   CategoryPlan plan;
   plan.keys = kRecordKeys;
-  plan.filter = [linked = linkedRoots(category)](const URL& url, const ResourceValues& values,
-                                                 EnumerationPosition* position) {
-    if (std::none_of(linked.begin(), linked.end(),
-                     [&url](const std::string& root) { return url.relativeText().starts_with(root); })) {
-      return TrashBinScanService::filter(url, values, position);
-    }
-    if (position != nullptr) position->skipDescendants();  // it may lead to all of the disk
-    return false;
-  };
+  plan.filter = TrashBinScanService::filter;
+  if (std::ranges::none_of(category.urls, isLink)) return plan;
+  plan.roots = category.urls;
+  std::erase_if(*plan.roots, isLink);
   return plan;
 }
 

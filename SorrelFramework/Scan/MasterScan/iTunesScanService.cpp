@@ -7,6 +7,7 @@
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/Text.hpp"
 
 namespace sorrel {
 namespace {
@@ -26,9 +27,16 @@ bool isFile(const std::string& path) {
   return status && status->isRegularFile();
 }
 
+bool isFolder(const std::string& path) {
+  const auto status = statusOf(path);
+  return status && status->isDirectory();
+}
+
 bool isBackup(const std::string& path) {
   const Host& host = Host::current();
-  if (host.layoutPath(path).find(kBackups) != std::string::npos) return true;
+  const std::string place = host.layoutPath(path);
+  if (place.find(kBackups) != std::string::npos) return true;
+  if (host.ignoresLetterCase()) return lowercased(place).find(lowercased(kBackups)) != std::string::npos;
   return host.layout() == Host::Layout::LinuxDesktop &&
          (isFile(path + "/Manifest.db") || isFile(path + "/Manifest.plist"));
 }
@@ -37,8 +45,10 @@ bool isBackup(const std::string& path) {
 
 void iTunesScanService::updateTitle(FileInformation& record) {
   const std::string path = record.url.path();
-  if (!isBackup(path) || !isFile(path + "/Info.plist")) return;
-  const auto list = readPropertyListFile(path + "/Info.plist");
+  if (!isBackup(path) || !isFolder(path)) return;  // a link may lead off the volume
+  const std::string info = Host::current().matchingLetterCase(path + "/Info.plist");
+  if (!isFile(info)) return;
+  const auto list = readPropertyListFile(info);
   const std::string* const name = list ? list->findString("Display Name") : nullptr;
   if (name != nullptr) record.title = *name;
 }

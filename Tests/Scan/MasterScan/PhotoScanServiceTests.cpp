@@ -45,6 +45,12 @@ TEST_F(PhotoScan, picturesOfTheThreeFoldersAtAnyDepthAreRecords) {
   EXPECT_EQ(scan.results.at(0).second.fileSize, 6);
 }
 
+TEST_F(PhotoScan, foldersUnderOtherLettersAreFound) {
+  volume.file(kLibrary + "Resources/Media/Face/a.jpg", "1");
+  run();
+  EXPECT_EQ(names(), Names{"Resources/Media/Face/a.jpg"});
+}
+
 TEST_F(PhotoScan, endingInCapitalsIsNotKeptAndOneInTheMiddleIs) {
   volume.file(kLibrary + "resources/media/face/A.JPG", "1");
   volume.file(kLibrary + "resources/media/face/b.jpg.part", "1");

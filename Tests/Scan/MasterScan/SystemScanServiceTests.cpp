@@ -4,6 +4,7 @@
 
 #include <mutex>
 
+#include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ScanKit.hpp"
@@ -53,6 +54,17 @@ TEST_F(SystemScan, cacheCategoryGivesOneRecordForEachItemDirectlyInItsFolder) {
   EXPECT_EQ(totals.folderNumber, 1);
   EXPECT_EQ(totals.fileSize, 2);
   EXPECT_EQ(totals.fileNumber, 1);
+}
+
+TEST_F(SystemScan, placeWhereAVolumeIsMountedDecidesNothing) {
+  volume.file("com.apple.kext.caches/disk/Users/alice/Library/Caches/a/b", "1");
+  volume.file("com.apple.kext.caches/disk/Users/alice/Library/Caches/com.apple.kext.caches/b", "1");
+  Host::install(Host::macVolume(volume.path("com.apple.kext.caches/disk"), "alice", {}));
+  const URL caches = volume.url("com.apple.kext.caches/disk/Users/alice/Library/Caches/");
+  feature = makeFeature(1, {{CategoryInfomationKind::SystemCache, {caches}}});
+  start(feature);
+  ASSERT_TRUE(scan.waitUntilDone());
+  EXPECT_EQ(namesOf(records(), caches), Names{"a/"});
 }
 
 TEST_F(SystemScan, commonCategoryGivesFoldersAndTheFilesInThem) {

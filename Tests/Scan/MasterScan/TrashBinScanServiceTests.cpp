@@ -132,6 +132,20 @@ TEST_F(TrashScan, trashThatIsALinkIsNoTrash) {
   EXPECT_TRUE(records().empty());
 }
 
+TEST_F(TrashScan, linkUnderOtherLettersIsNoTrashEither) {
+  volume.file("Users/alice/Documents/thesis", "1");
+  ASSERT_EQ(::symlink("/Users/alice/Documents", volume.path("Users/alice/.trash").c_str()), 0);
+  scanTrash();
+  EXPECT_TRUE(records().empty());
+}
+
+TEST_F(TrashScan, trashUnderOtherLettersIsFound) {
+  volume.file("Users/alice/.trash/a", "1");
+  scanTrash();
+  ASSERT_EQ(records().size(), 1U);
+  EXPECT_EQ(records()[0]->url, volume.url("Users/alice/.trash/a"));
+}
+
 TEST_F(TrashScan, whatALinkInPlaceOfTheTrashLeadsToIsNotWalked) {
   volume.file("Users/alice/Documents/thesis/chapter", "1");
   ASSERT_EQ(::symlink("Documents", volume.path("Users/alice/.Trash").c_str()), 0);

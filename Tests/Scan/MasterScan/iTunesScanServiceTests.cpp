@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdio>
+
 #include "SorrelFramework/Platform/Host.hpp"
 #include "SorrelFramework/Platform/PropertyList.hpp"
 #include "Tests/Scan/MasterScan/JunkScanKit.hpp"
@@ -54,6 +56,24 @@ TEST_F(BackupScan, recordOutsideTheBackupsIsNeverTouched) {
   volume.file("Users/alice/Library/iTunes/Updates/one/Manifest.db", "1");
   run("Users/alice/Library/iTunes/Updates/");
   EXPECT_EQ(titles(), Names{"one"});
+}
+
+TEST_F(BackupScan, backupThatIsALinkIsNotFollowed) {
+  info("elsewhere", {{"Display Name", "a name"}});
+  volume.folder(kBackups);
+  volume.link(kBackups + "link", volume.path("elsewhere"));
+  run(kBackups);
+  EXPECT_EQ(titles(), Names{"link"});
+}
+
+TEST_F(BackupScan, backupUnderOtherLettersIsNamed) {
+  const std::string folder = "Users/alice/library/application support/mobilesync/backup/";
+  info(folder + "one", {{"Display Name", "a name"}});
+  ASSERT_EQ(::rename(volume.path(folder + "one/Info.plist").c_str(),
+                     volume.path(folder + "one/info.plist").c_str()),
+            0);
+  run(kBackups);
+  EXPECT_EQ(titles(), Names{"a name"});
 }
 
 TEST_F(BackupScan, infoThatIsALinkIsNotRead) {

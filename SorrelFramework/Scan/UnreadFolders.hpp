@@ -1,0 +1,37 @@
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "SorrelFramework/Scan/TreeWalk.hpp"
+
+namespace sorrel {
+
+/// The folders that the walks of a feature's scan could not read: what they hold is in no record and in no
+/// size. An application may ask for them when the scan is over. Any thread.
+class UnreadFolders {
+ public:
+  struct Folder {
+    std::string path;  ///< without a slash at its end
+    int error = 0;     ///< errno
+
+    friend bool operator==(const Folder&, const Folder&) = default;
+  };
+  struct Report {
+    std::int64_t count = 0;
+    std::vector<Folder> first;  ///< the first kMostNamed of them
+  };
+  static constexpr std::size_t kMostNamed = 20;
+
+  UnreadFolders() = delete;
+  static void add(std::int64_t finderID, const std::string& path, int error);
+  static Report of(std::int64_t finderID);
+  /// For the beginning of a scan.
+  static void clear(std::int64_t finderID);
+  /// A handler for walks that adds to the report of the feature.
+  static UnreadFolderHandler handler(std::int64_t finderID);
+};
+
+}  // namespace sorrel
