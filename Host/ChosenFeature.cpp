@@ -20,6 +20,9 @@ namespace {
 /// Its bytes must fit the type.
 constexpr std::int64_t kMostKiB = std::numeric_limits<std::int64_t>::max() / 1024;
 
+constexpr const char* kBySize = "size";
+constexpr const char* kByName = "name";
+
 }  // namespace
 
 void takeFeatureAndPaths(CLI::App& parser, Invocation& invocation) {
@@ -29,6 +32,14 @@ void takeFeatureAndPaths(CLI::App& parser, Invocation& invocation) {
   parser.add_option("--limit", invocation.limit, "Only what is larger than this is looked at (duplicates)")
       ->type_name("KIB")
       ->check(CLI::Range(std::int64_t{0}, kMostKiB));
+  const auto setOrder = [&invocation](const std::string& word) {
+    invocation.order = word == kByName ? RowOrder::ByName : RowOrder::BySize;
+  };
+  parser
+      .add_option_function<std::string>("--by", setOrder,
+                                        "Sort the rows of the text by size, largest first, or by name")
+      ->type_name("size|name")
+      ->check(CLI::IsMember({kBySize, kByName}));
 }
 
 const ScanFeature& scannerFor(const Invocation& invocation) {

@@ -75,7 +75,7 @@ ExitStatus showStopped(const Invocation& invocation, FeatureInformation& feature
   if (invocation.options.json) {
     writeScanDocument(std::cout, feature, scan);
   } else {
-    writeScan(std::cout, feature, scan.size);
+    writeScan(std::cout, feature, scan.size, invocation.order);
   }
   finishOutput();
   std::cerr << "sorrel: stopped before anything was removed\n";
@@ -88,7 +88,7 @@ ExitStatus showPlan(const Invocation& invocation, const CleanFeature& row, Featu
     writeScanDocument(std::cout, feature, scan);
   } else {
     if (row.entry == CleanEntry::Groups) untickCovered(feature);
-    writePlan(std::cout, cleanItems(tickedRecords(row.entry, feature)));
+    writePlan(std::cout, cleanItems(tickedRecords(row.entry, feature)), invocation.order);
   }
   finishOutput();
   return ExitStatus::Done;
@@ -137,7 +137,7 @@ ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
   if (invocation.options.json) {
     writeCleanDocument(std::cout, *feature, scan, outcomeOf(*result, std::move(records).str()));
   } else {
-    writeCleaned(std::cout, items, result->size);
+    writeCleaned(std::cout, items, result->size, invocation.order);
   }
   finishOutput();
   if (isCleared && std::ranges::all_of(items, &CleanItem::isGone)) return ExitStatus::Done;

@@ -28,6 +28,10 @@ void writeItem(std::ostream& out, const CleanItem& item) {
   out << std::setw(kSizeColumn) << std::right << sizeText(item.size) << "  " << printable(item.name) << '\n';
 }
 
+auto sortedItems(const std::vector<CleanItem>& items, RowOrder order) {
+  return sortedRows(items, order, [](const CleanItem& item) -> const std::string& { return item.name; });
+}
+
 std::string count(std::size_t number) { return std::to_string(number) + (number == 1 ? " item" : " items"); }
 
 }  // namespace
@@ -47,28 +51,30 @@ std::vector<CleanItem> cleanItems(const FileRecords& records) {
   return items;
 }
 
-void writePlan(std::ostream& out, const std::vector<CleanItem>& items) {
+void writePlan(std::ostream& out, const std::vector<CleanItem>& items, RowOrder order) {
   std::int64_t sum = 0;
   if (!items.empty()) out << "Would remove:\n";
-  for (const CleanItem& item : items) {
-    writeItem(out, item);
-    sum = checkedAdd(sum, item.size);
+  for (const CleanItem* const item : sortedItems(items, order)) {
+    writeItem(out, *item);
+    sum = checkedAdd(sum, item->size);
   }
   out << count(items.size()) << ", " << sizeText(sum) << " would go; nothing was removed\n";
 }
 
-void writeCleaned(std::ostream& out, const std::vector<CleanItem>& items, std::int64_t freed) {
+void writeCleaned(std::ostream& out, const std::vector<CleanItem>& items, std::int64_t freed,
+                  RowOrder order) {
   const auto gone = static_cast<std::size_t>(std::ranges::count_if(items, &CleanItem::isGone));
   const std::size_t left = items.size() - gone;
+  const auto sorted = sortedItems(items, order);
   if (gone > 0) out << "Removed:\n";
-  for (const CleanItem& item : items) {
-    if (item.isGone) writeItem(out, item);
+  for (const CleanItem* const item : sorted) {
+    if (item->isGone) writeItem(out, *item);
   }
   if (left > 0) out << "Not removed:\n";
-  for (const CleanItem& item : items) {
-    if (item.isGone) continue;
-    writeItem(out, item);
-    out << std::string(kSizeColumn + 2, ' ') << printable(item.why) << '\n';
+  for (const CleanItem* const item : sorted) {
+    if (item->isGone) continue;
+    writeItem(out, *item);
+    out << std::string(kSizeColumn + 2, ' ') << printable(item->why) << '\n';
   }
   out << count(gone) << " removed, " << sizeText(freed) << " freed";
   if (left > 0) out << "; " << count(left) << " not removed";

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "Host/RowOrder.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 
 namespace sorrel::cli {
@@ -22,10 +23,10 @@ struct CleanItem {
 /// The leaves at and below these records with what their deletion left on them.
 std::vector<CleanItem> cleanItems(const FileRecords& records);
 
-/// What would be removed, with a sum.
-void writePlan(std::ostream& out, const std::vector<CleanItem>& items);
+/// What would be removed, in `order`, with a sum.
+void writePlan(std::ostream& out, const std::vector<CleanItem>& items, RowOrder order);
 
-/// What was removed and what not, and why, with `freed` bytes as the sum.
-void writeCleaned(std::ostream& out, const std::vector<CleanItem>& items, std::int64_t freed);
+/// What was removed and what not, and why, each in `order`, with `freed` bytes as the sum.
+void writeCleaned(std::ostream& out, const std::vector<CleanItem>& items, std::int64_t freed, RowOrder order);
 
 }  // namespace sorrel::cli

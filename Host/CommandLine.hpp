@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "Host/ExitStatus.hpp"
+#include "Host/RowOrder.hpp"
 
 namespace CLI {
 class App;
@@ -44,6 +45,7 @@ struct Invocation {
   std::string feature;                  ///< of `scan` and `clean`
   std::vector<std::string> paths;       ///< of `scan` and `clean`
   std::optional<std::int64_t> limit{};  ///< of `scan` and `clean`, KiB
+  RowOrder order = RowOrder::BySize;    ///< of `scan` and `clean`
   CleanOptions clean;
 };
 

@@ -54,7 +54,7 @@ ExitStatus runScanCommand(const Invocation& invocation, InterruptWatch& interrup
   if (options.json) {
     writeScanDocument(std::cout, *feature, result.outcome);
   } else {
-    writeScan(std::cout, *feature, result.outcome.size);
+    writeScan(std::cout, *feature, result.outcome.size, invocation.order);
   }
   finishOutput();
   if (!options.quiet) writeUnreadFolders(std::cerr, row.finderID);

@@ -36,15 +36,15 @@ void writeGroup(std::ostream& out, const FileInformation& group, std::size_t lev
 
 }  // namespace
 
-void writeGroups(std::ostream& out, const FeatureInformation& feature, std::int64_t size) {
+void writeGroups(std::ostream& out, const FeatureInformation& feature, std::int64_t size, RowOrder order) {
   std::size_t groups = 0;
   std::size_t items = 0;
   writeRow(out, 0, size, feature.title);
   for (const CategoryInformation& category : feature.categoryInfo) {
     writeRow(out, 1, category.size, category.title);
-    for (const FileInformation& group : category.childrens) {
-      writeGroup(out, group, 2);
-      items += group.childrens.size();
+    for (const FileInformation* const group : sortedRows(category.childrens, order)) {
+      writeGroup(out, *group, 2);
+      items += group->childrens.size();
       ++groups;
     }
     if (!category.childrenCateogry) continue;

@@ -1,6 +1,5 @@
 #include "Host/TextTree.hpp"
 
-#include <algorithm>
 #include <cstddef>
 #include <iomanip>
 #include <ostream>
@@ -9,6 +8,7 @@
 #include "Host/CleanFeatures.hpp"
 #include "Host/Features.hpp"
 #include "Host/GroupText.hpp"
+#include "Host/RowTitles.hpp"
 #include "Host/SafeText.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
@@ -22,32 +22,42 @@ constexpr int kSizeColumn = 11;     // "1023.9 KiB" and a blank
 constexpr std::size_t kStep = 2;    // columns for each level
 constexpr int kFeatureColumn = 14;  // the longest name of a feature, and two blanks
 
-struct Counts {
-  std::size_t items = 0;
-};
+constexpr Integer kLargeAndOld = 3;
 
 void writeRow(std::ostream& out, std::size_t level, std::int64_t size, std::string_view title) {
   out << std::setw(kSizeColumn) << std::right << sizeText(size) << std::string(2 + level * kStep, ' ')
       << printable(title) << '\n';
 }
 
-void writeRecord(std::ostream& out, const FileInformation& record, std::size_t level, Counts& counts) {
-  writeRow(out, level, record.size, record.title);
-  if (record.childrens.empty()) ++counts.items;
-  for (const FileInformation& child : record.childrens) writeRecord(out, child, level + 1, counts);
-}
+/// Writes the rows of one scan and counts its items.
+class ScanText {
+ public:
+  ScanText(std::ostream& out, const FeatureInformation& feature, RowOrder order)
+      : out_(out), titles_(feature), order_(order) {}
 
-void writeCategory(std::ostream& out, const CategoryInformation& category, std::size_t level,
-                   Counts& counts) {
-  writeRow(out, level, category.size, category.title);
-  for (const FileInformation& record : category.childrens) writeRecord(out, record, level + 1, counts);
-  if (!category.childrenCateogry) return;
-  // A row below "All" lists the same records again: they count once.
-  Counts again;
-  for (const CategoryInformation& child : *category.childrenCateogry) {
-    writeCategory(out, child, level + 1, again);
+  void writeCategory(const CategoryInformation& category, std::size_t level) {
+    writeRow(out_, level, category.size, category.title);
+    for (const auto* const record : sortedRows(category.childrens, order_)) writeRecord(*record, level + 1);
+    if (!category.childrenCateogry) return;
+    // A row below "All" lists the same records again: they count once.
+    const std::size_t items = items_;
+    for (const CategoryInformation& child : *category.childrenCateogry) writeCategory(child, level + 1);
+    items_ = items;
   }
-}
+  [[nodiscard]] std::size_t items() const { return items_; }
+
+ private:
+  void writeRecord(const FileInformation& record, std::size_t level) {
+    writeRow(out_, level, record.size, titles_.of(record));
+    if (record.childrens.empty()) ++items_;
+    for (const auto* const child : sortedRows(record.childrens, order_)) writeRecord(*child, level + 1);
+  }
+
+  std::ostream& out_;
+  RowTitles titles_;
+  RowOrder order_;
+  std::size_t items_ = 0;
+};
 
 void writeCatalogueCategory(std::ostream& out, const CategoryInformation& category, std::size_t level) {
   const std::string indent(level * kStep, ' ');
@@ -77,12 +87,14 @@ void writeModules(std::ostream& out, const std::vector<Ref<ModuleInformation>>& 
   }
 }
 
-void writeScan(std::ostream& out, FeatureInformation& feature, std::int64_t size) {
-  if (holdsGroups(feature.finderID)) return writeGroups(out, feature, size);
-  Counts counts;
+void writeScan(std::ostream& out, FeatureInformation& feature, std::int64_t size, RowOrder order) {
+  if (holdsGroups(feature.finderID)) return writeGroups(out, feature, size, order);
   writeRow(out, 0, size, feature.title);
-  for (const CategoryInformation& category : feature.categoryInfo) writeCategory(out, category, 1, counts);
-  out << counts.items << (counts.items == 1 ? " item, " : " items, ") << sizeText(size) << '\n';
+  ScanText text(out, feature, order);
+  for (const auto* const category : sortedRows(feature.categoryInfo, order)) text.writeCategory(*category, 1);
+  out << text.items() << (text.items() == 1 ? " item, " : " items, ") << sizeText(size);
+  if (feature.finderID == kLargeAndOld) out << "; files below 50 MiB are not listed";
+  out << '\n';
 }
 
 }  // namespace sorrel::cli

@@ -4,6 +4,8 @@
 #include <iosfwd>
 #include <vector>
 
+#include "Host/RowOrder.hpp"
+
 namespace sorrel {
 class CategoryInformation;
 class FeatureInformation;
@@ -18,8 +20,9 @@ namespace sorrel::cli {
 /// folders.
 void writeModules(std::ostream& out, const std::vector<Ref<ModuleInformation>>& modules);
 
-/// A scanned feature: a size in front of each row, rows below their parents, and a line with the sum at the
-/// end. Groups of alike files as writeGroups() has them.
-void writeScan(std::ostream& out, FeatureInformation& feature, std::int64_t size);
+/// A scanned feature: a size in front of each row, rows below their parents in `order`, and a line with the
+/// sum at the end. The rows below "All" keep the catalogue's order. Groups of alike files as writeGroups()
+/// has them.
+void writeScan(std::ostream& out, FeatureInformation& feature, std::int64_t size, RowOrder order);
 
 }  // namespace sorrel::cli

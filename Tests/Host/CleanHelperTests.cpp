@@ -131,12 +131,10 @@ TEST_F(CleanHelper, withoutAHelperWhatOnlyItMayRemoveStaysAndIsTold) {
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "sorrel: there is no privileged helper to remove what you may not remove yourself\n");
   EXPECT_EQ(run.out,
-            "Removed:\n       10 B  " + trash + "mine\nNot removed:\n       11 B  " + trash +
+            "Removed:\n       10 B  " + trash + "mine\nNot removed:\n       20 B  " + trash +
+                "roots\n             Only the privileged helper may remove it.\n       11 B  " + trash +
                 "locked\n             “locked” couldn’t be removed because you don’t have permission "
-                "to access it.\n       20 B  " +
-                trash +
-                "roots\n             Only the privileged helper may remove it.\n1 item removed, 10 B "
-                "freed; 2 items not removed\n");
+                "to access it.\n1 item removed, 10 B freed; 2 items not removed\n");
   EXPECT_FALSE(exists(kTrash + "mine"));
   EXPECT_TRUE(exists(kTrash + "roots"));
   EXPECT_TRUE(exists(kTrash + "locked/file"));

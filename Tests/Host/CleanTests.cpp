@@ -24,8 +24,8 @@ TEST(CleanCommand, allRemovesWhatTheScanFindsAndNothingElse) {
   const ProgramRun run = volume.clean({"trash", "--all", "--yes"});
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_EQ(run.err, "");
-  EXPECT_EQ(run.out, "Removed:\n       30 B  " + volume.path(kTrashFolder + "drafts") + "\n      900 B  " +
-                         volume.path(kTrashFolder + "film.mov") + "\n2 items removed, 930 B freed\n");
+  EXPECT_EQ(run.out, "Removed:\n      900 B  " + volume.path(kTrashFolder + "film.mov") + "\n       30 B  " +
+                         volume.path(kTrashFolder + "drafts") + "\n2 items removed, 930 B freed\n");
   const Words gone = {kTrashFolder + "drafts", kTrashFolder + "drafts/one", kTrashFolder + "drafts/sub",
                       kTrashFolder + "drafts/sub/two", kTrashFolder + "film.mov"};
   EXPECT_EQ(goneBetween(before, volume.items()), gone);

@@ -118,7 +118,20 @@ TEST_F(LargeOld, linuxDesktopIsSearchedFromItsHome) {
   EXPECT_EQ(scanned.status, 0) << scanned.err;
   EXPECT_NE(scanned.out.find("disc.iso"), std::string::npos);
   EXPECT_EQ(scanned.out.find("store.bin"), std::string::npos);
-  EXPECT_TRUE(scanned.out.ends_with("1 item, 60.0 MiB\n")) << scanned.out;
+  EXPECT_TRUE(scanned.out.ends_with("1 item, 60.0 MiB; files below 50 MiB are not listed\n")) << scanned.out;
+}
+
+TEST_F(LargeOld, aTitleIsSharedOnlyByRecordsThatDiffer) {
+  big("Users/alice/work/backup.zip");
+  big("Users/alice/home/film.mov");
+  EXPECT_EQ(run({"scan", "large-old"}).out.find("(in "), std::string::npos);  // each stands in four rows
+  big("Users/alice/home/backup.zip");
+  const std::string shown = run({"scan", "large-old"}).out;
+  for (const char* const folder : {"work", "home"}) {
+    EXPECT_NE(shown.find("backup.zip  (in " + volume.path(std::string("Users/alice/") + folder) + ")\n"),
+              std::string::npos)
+        << shown;
+  }
 }
 
 TEST_F(LargeOld, textTreeShowsTheRowsBelowAll) {

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <cstdint>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -213,6 +214,75 @@ TEST(ScanCommand, treeShowsSizesAndASum) {
             "      512 B      note\n"
             "2 items, 3.0 MiB\n");
   EXPECT_EQ(run.err, "");
+}
+
+/// The titles of the rows of records, in their order, from the text of a scan with one category.
+Words rowsOf(const std::string& text) {
+  const std::string indent = "      ";  // below the size, the feature and the category
+  Words rows;
+  std::istringstream lines(text);
+  for (std::string line; std::getline(lines, line);) {
+    const std::size_t at = line.find(indent, 8);
+    if (at != std::string::npos) rows.push_back(line.substr(at + indent.size()));
+  }
+  return rows;
+}
+
+TEST(ScanCommand, rowsGoBySizeOrByNameAndTheDocumentKeepsItsOrder) {
+  const Volume volume(
+      {{1,
+        {{0, "SystemCache", {"file://~/Library/Caches/"}}, {1, "SystemCache", {"file://~/Library/Logs/"}}}}});
+  volume.file("Users/alice/Library/Caches/alpha", 5);
+  volume.file("Users/alice/Library/Caches/beta", 5);
+  volume.file("Users/alice/Library/Caches/gamma", 7);
+  volume.file("Users/alice/Library/Logs/large", 1000);
+  const auto text = [&](const Words& more) {
+    Words words = {"--volume", volume.path(), "--catalogue", volume.path("test.plist"),
+                   "scan",     "system-junk"};
+    words.insert(words.end(), more.begin(), more.end());
+    const ProgramRun run = sorrel(words);
+    EXPECT_EQ(run.status, 0) << run.err;
+    return run.out;
+  };
+  const std::string bySize =
+      "     1017 B  Feature 1\n"
+      "     1000 B    Row 1\n"
+      "     1000 B      large\n"
+      "       17 B    Row 0\n"
+      "        7 B      gamma\n"
+      "        5 B      alpha\n"
+      "        5 B      beta\n"
+      "4 items, 1017 B\n";
+  EXPECT_EQ(text({}), bySize);
+  EXPECT_EQ(text({"--by", "size"}), bySize);
+  EXPECT_EQ(text({"--by", "name"}),
+            "     1017 B  Feature 1\n"
+            "       17 B    Row 0\n"
+            "        5 B      alpha\n"
+            "        5 B      beta\n"
+            "        7 B      gamma\n"
+            "     1000 B    Row 1\n"
+            "     1000 B      large\n"
+            "4 items, 1017 B\n");
+  for (const Words& more : {Words{"--json"}, Words{"--json", "--by", "name"}}) {
+    const Json rows = Json::parse(text(more)).at("feature").at("categoryInfo");
+    EXPECT_EQ(rows.at(0).at("title"), "Row 0");
+    EXPECT_EQ(rows.at(0).at("childrens").at(0).at("title"), "alpha");
+    EXPECT_EQ(rows.at(0).at("childrens").at(2).at("title"), "gamma");
+  }
+}
+
+TEST(ScanCommand, aTitleThatSaysNothingShowsWhereTheItemLies) {
+  const Volume volume({{1, {{0, "SystemCache", {"file://~/Library/Caches/", "file:///Library/Caches/"}}}}});
+  volume.file("Users/alice/Library/Caches/12", 1);
+  volume.file("Users/alice/Library/Caches/content-v2/data", 2);
+  volume.file("Users/alice/Library/Caches/com.example", 3);
+  volume.file("Users/alice/Library/Caches/com.twice", 4);
+  volume.file("Library/Caches/com.twice", 5);
+  const std::string own = "  (in " + volume.path("Users/alice/Library/Caches") + ")";
+  EXPECT_EQ(rowsOf(volume.scan("system-junk", {}).out),
+            (Words{"com.twice  (in " + volume.path("Library/Caches") + ")", "com.twice" + own, "com.example",
+                   "content-v2" + own, "12" + own}));
 }
 
 TEST(ScanCommand, quietShowsTheTreeAndNothingElse) {
