@@ -60,14 +60,27 @@ const CleanFeature& cleanerFor(Integer finderID) {
                      "this version of sorrel cannot clean '" + featureName(finderID) + "'.");
 }
 
+void tellUnused(const Globs& globs, const Invocation& invocation, const std::string& why) {
+  if (invocation.options.quiet) return;
+  for (const std::string& glob : globs.unused()) {
+    std::cerr << "sorrel: " << why << " '" << printable(glob) << "'\n";
+  }
+}
+
 void tick(FeatureInformation& feature, const Invocation& invocation) {
   if (invocation.clean.all) return tickAll(feature);
   Globs globs(invocation.clean.globs);
   tickMatching(feature, globs);
-  if (invocation.options.quiet) return;
-  for (const std::string& glob : globs.unused()) {
-    std::cerr << "sorrel: nothing is called '" << printable(glob) << "'\n";
+  tellUnused(globs, invocation, "nothing is called");
+}
+
+void untickExceptions(FeatureInformation& feature, const Invocation& invocation) {
+  if (invocation.clean.exceptions.empty()) return;
+  Globs globs(invocation.clean.exceptions);
+  for (const std::string& folder : untickMatching(feature, globs)) {
+    std::cerr << "sorrel: left whole, as --except names something in it: '" << printable(folder) << "'\n";
   }
+  tellUnused(globs, invocation, "nothing that was selected is called");
 }
 
 ExitStatus showStopped(const Invocation& invocation, FeatureInformation& feature, const ScanOutcome& scan) {
@@ -151,7 +164,7 @@ void takeCleanArguments(CLI::App& parser, Invocation& invocation) {
   takeFeatureAndPaths(parser, invocation);
   CleanOptions& order = invocation.clean;
   parser.add_flag("--all", order.all, "Clean everything that the scan finds");
-  addSelectOption(parser, order.globs, "Clean what these patterns fit: paths, or titles of what has no path");
+  addGlobOptions(parser, order);
   parser.add_flag("--dry-run", order.dryRun, "Show what would go and remove nothing");
   parser.add_flag("--yes", order.yes, "Remove it");
   parser.add_flag("--even-last-copy", order.evenLastCopy, "Of alike files, leave not even one");
@@ -177,6 +190,7 @@ ExitStatus runCleanCommand(const Invocation& invocation, InterruptWatch& interru
   if (!options.quiet) writeUnreadFolders(std::cerr, scanner.finderID);
   if (stop->isPulled()) return showStopped(invocation, *feature, scan.outcome);
   tick(*feature, invocation);
+  untickExceptions(*feature, invocation);
   if (!invocation.clean.evenLastCopy) refuseWholeGroups(cleaner, *feature);
   refuseChangedGroups(cleaner, *feature, began);
   if (invocation.clean.dryRun) return showPlan(invocation, cleaner, *feature, scan.outcome);

@@ -75,27 +75,28 @@ void keepBrackets(CLI::App& parser, std::vector<std::string>& words) {
 }
 
 constexpr const char* kSelect = "--select";
+constexpr const char* kExcept = "--except";
 
-/// Takes `--select GLOB...` and `--select=GLOB...` out of the words: CLI11 would take an option's words
-/// otherwise. A glob that begins with "-" has to stand behind the "=".
-std::vector<std::string> takeGlobs(std::vector<std::string>& words) {
-  const std::string withValue = std::string(kSelect) + "=";
+/// Takes `OPTION GLOB...` and `OPTION=GLOB...` out of the words: CLI11 would take an option's words
+/// otherwise. A glob that begins with "-" has to follow the "=".
+std::vector<std::string> takeGlobs(std::vector<std::string>& words, const std::string& option) {
+  const std::string withValue = option + "=";
   const auto end = std::ranges::find(words, "--");
   std::vector<std::string> globs;
   std::vector<std::string> rest;
   auto word = words.begin();
   while (word != end) {
-    if (*word != kSelect && !word->starts_with(withValue)) {
+    if (*word != option && !word->starts_with(withValue)) {
       rest.push_back(*word++);
       continue;
     }
     const std::size_t before = globs.size();
     if (word->starts_with(withValue)) globs.push_back(word->substr(withValue.size()));
     for (++word; word != end && !word->starts_with('-'); ++word) globs.push_back(*word);
-    if (globs.size() == before) throw CommandError(ExitStatus::WrongUse, "--select needs a GLOB.");
+    if (globs.size() == before) throw CommandError(ExitStatus::WrongUse, option + " needs a GLOB.");
   }
   for (const std::string& glob : globs) {
-    if (glob.empty()) throw CommandError(ExitStatus::WrongUse, "--select: a GLOB may not be empty");
+    if (glob.empty()) throw CommandError(ExitStatus::WrongUse, option + ": a GLOB may not be empty");
   }
   rest.insert(rest.end(), end, words.end());
   words = std::move(rest);
@@ -142,8 +143,12 @@ const Command& commandNamed(const std::string& word) {
 
 }  // namespace
 
-void addSelectOption(CLI::App& parser, std::vector<std::string>& globs, const char* about) {
-  parser.add_option(kSelect, globs, about)->type_name("GLOB");
+void addGlobOptions(CLI::App& parser, CleanOptions& order) {
+  parser
+      .add_option(kSelect, order.globs, "Clean what these patterns fit: paths, or titles of what has no path")
+      ->type_name("GLOB");
+  parser.add_option(kExcept, order.exceptions, "Leave what these patterns fit, and the folders that hold it")
+      ->type_name("GLOB");
 }
 
 std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::string>& words) {
@@ -164,7 +169,10 @@ std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::str
   addGlobalOptions(parser, invocation.options);
   invocation.command->addArguments(parser, invocation);
   std::vector<std::string> arguments(rest.begin() + 1, rest.end());
-  if (parser.get_option_no_throw(kSelect) != nullptr) invocation.clean.globs = takeGlobs(arguments);
+  if (parser.get_option_no_throw(kSelect) != nullptr) {
+    invocation.clean.globs = takeGlobs(arguments, kSelect);
+    invocation.clean.exceptions = takeGlobs(arguments, kExcept);
+  }
   keepBrackets(parser, arguments);
   if (const auto status = parse(parser, arguments)) return *status;
   refuseRepeated(program, parser);

@@ -31,6 +31,7 @@ struct GlobalOptions {
 struct CleanOptions {
   bool all = false;
   std::vector<std::string> globs;
+  std::vector<std::string> exceptions;  ///< globs too
   bool dryRun = false;
   bool yes = false;
   bool evenLastCopy = false;
@@ -53,8 +54,8 @@ struct Invocation {
 /// answered here, with the status to end with.
 std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::string>& words);
 
-/// Declares `--select GLOB...`, which takes the words up to the next option. `globs` is
-/// Invocation::clean.globs.
-void addSelectOption(CLI::App& parser, std::vector<std::string>& globs, const char* about);
+/// Declares `--select GLOB...` and `--except GLOB...`, which take the words up to the next option, for
+/// Invocation::clean.
+void addGlobOptions(CLI::App& parser, CleanOptions& order);
 
 }  // namespace sorrel::cli

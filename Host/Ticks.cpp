@@ -1,5 +1,11 @@
 #include "Host/Ticks.hpp"
 
+#include <algorithm>
+#include <cstddef>
+#include <filesystem>
+#include <system_error>
+#include <unordered_set>
+
 #include "Host/Globs.hpp"
 #include "Host/RecordName.hpp"
 #include "SorrelFramework/Clean/RecordWalk.hpp"
@@ -69,10 +75,73 @@ void setAll(Children<CategoryInformation>& categories, Integer state) {
   }
 }
 
-/// Ticks the records of one category that the globs fit.
-class Ticker {
+/// The folders above the item at `path`, from the nearest up, without "/".
+std::vector<std::string> foldersAbove(const std::string& path) {
+  std::vector<std::string> folders;
+  for (std::size_t slash = path.rfind('/'); slash != std::string::npos && slash > 0;
+       slash = path.rfind('/', slash - 1)) {
+    folders.push_back(path.substr(0, slash));
+  }
+  return folders;
+}
+
+bool isBelowAny(const std::string& path, const std::unordered_set<std::string>& folders) {
+  return std::ranges::any_of(foldersAbove(path),
+                             [&folders](const std::string& folder) { return folders.contains(folder); });
+}
+
+/// True if a folder above the item fits a glob.
+bool isBelowMatch(const std::string& path, Globs& globs) {
+  bool any = false;
+  for (const std::string& folder : foldersAbove(path)) any = globs.match(folder) || any;
+  return any;
+}
+
+/// True if `path` is a folder in which something fits a glob, at any depth. A folder that can't be searched
+/// as a whole counts too: what must stay may lie in it.
+bool holdsMatch(const std::string& path, Globs& globs) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  if (path.empty()) return false;
+  const fs::file_type type = fs::symlink_status(path, error).type();
+  if (type == fs::file_type::none) return true;  // it may be there
+  if (type != fs::file_type::directory) return false;
+  bool any = false;
+  fs::recursive_directory_iterator at(path, error);
+  for (const fs::recursive_directory_iterator end; !error && at != end; at.increment(error)) {
+    any = globs.match(at->path().native()) || any;
+  }
+  return any || error;
+}
+
+/// Matches records by globs on the way down from one category.
+class RecordMatcher {
  public:
-  Ticker(Globs& globs, const CategoryInformation& category) : globs_(globs), titles_{category.title} {}
+  RecordMatcher(Globs& globs, const CategoryInformation& category) : globs_(globs), titles_{category.title} {}
+
+ protected:
+  bool matches(const FileInformation& record) {
+    const std::string path = pathOf(record.url);
+    if (!path.empty()) return globs_.match(path);
+    bool any = globs_.match(record.title);
+    // The category's title alone makes no group: "*/name" means files, and not each group of that name.
+    if (titles_.size() < 2) return any;
+    std::string name = record.title;
+    for (auto title = titles_.rbegin(); title != titles_.rend(); ++title) {
+      name.insert(0, *title + "/");
+      any = globs_.match(name) || any;
+    }
+    return any;
+  }
+
+  Globs& globs_;
+  std::vector<std::string> titles_;  ///< of the rows above a record, from the category down
+};
+
+/// Ticks the records of one category that the globs fit.
+class Ticker : RecordMatcher {
+ public:
+  using RecordMatcher::RecordMatcher;
 
   void tick(Children<FileInformation>& records) {
     for (FileInformation& record : records) tick(record, false);
@@ -90,24 +159,58 @@ class Ticker {
     record.state = isOn ? byItself : below.value(byItself);
     return record.state;
   }
+};
 
-  bool matches(const FileInformation& record) {
-    const std::string path = pathOf(record.url);
-    if (!path.empty()) return globs_.match(path);
-    bool any = globs_.match(record.title);
-    // The category's title alone makes no group: "*/name" means files, and not each group of that name.
-    if (titles_.size() < 2) return any;
-    std::string name = record.title;
-    for (auto title = titles_.rbegin(); title != titles_.rend(); ++title) {
-      name.insert(0, *title + "/");
-      any = globs_.match(name) || any;
-    }
-    return any;
+/// Takes the ticks off the records of one category that the globs fit.
+class Unticker : RecordMatcher {
+ public:
+  Unticker(Globs& globs, const CategoryInformation& category, std::vector<std::string>& foldersLeft)
+      : RecordMatcher(globs, category), foldersLeft_(foldersLeft) {}
+
+  void untick(Children<FileInformation>& records) {
+    for (FileInformation& record : records) untick(record);
   }
 
-  Globs& globs_;
-  std::vector<std::string> titles_;  ///< of what lies above a record, from the category down
+ private:
+  Integer untick(FileInformation& record) {
+    if (record.state == NSControlStateValueOff) return record.state;
+    const std::string path = pathOf(record.url);
+    const bool isOn = record.state == NSControlStateValueOn;
+    const bool isNamed = matches(record) || isBelowMatch(path, globs_);
+    const bool isHolder = !isNamed && isOn && holdsMatch(path, globs_);
+    if (isHolder) foldersLeft_.push_back(path);
+    if (isNamed || isHolder) {
+      record.state = NSControlStateValueOff;
+      setAll(record.childrens, NSControlStateValueOff);
+      return record.state;
+    }
+    titles_.push_back(record.title);
+    StateAbove below;
+    for (FileInformation& child : record.childrens) below.add(untick(child));
+    titles_.pop_back();
+    record.state = below.value(record.state);
+    return record.state;
+  }
+
+  std::vector<std::string>& foldersLeft_;
 };
+
+/// A scan may list a folder and, beside it, what lies in it: a folder that is left whole keeps that too.
+Integer untickBelow(Children<FileInformation>& records, const std::unordered_set<std::string>& folders) {
+  StateAbove above;
+  for (FileInformation& record : records) {
+    if (record.state != NSControlStateValueOff) {
+      if (isBelowAny(pathOf(record.url), folders)) {
+        record.state = NSControlStateValueOff;
+        setAll(record.childrens, NSControlStateValueOff);
+      } else if (!record.childrens.empty()) {
+        record.state = untickBelow(record.childrens, folders);
+      }
+    }
+    above.add(record.state);
+  }
+  return above.value(NSControlStateValueOff);
+}
 
 void tickMatching(Children<CategoryInformation>& categories, Globs& globs) {
   for (CategoryInformation& category : categories) Ticker(globs, category).tick(category.childrens);
@@ -139,6 +242,19 @@ void tickMatching(FeatureInformation& feature, Globs& globs) {
   clearTicks(feature);
   tickMatching(feature.categoryInfo, globs);
   CategoryStates(NSControlStateValueOff).setIn(feature);
+}
+
+std::vector<std::string> untickMatching(FeatureInformation& feature, Globs& globs) {
+  std::vector<std::string> foldersLeft;
+  for (CategoryInformation& category : feature.categoryInfo) {
+    Unticker(globs, category, foldersLeft).untick(category.childrens);
+  }
+  if (!foldersLeft.empty()) {
+    const std::unordered_set<std::string> folders(foldersLeft.begin(), foldersLeft.end());
+    for (CategoryInformation& category : feature.categoryInfo) untickBelow(category.childrens, folders);
+  }
+  CategoryStates(NSControlStateValueOff).setIn(feature);
+  return foldersLeft;
 }
 
 FileRecords tickedRecords(CleanEntry entry, FeatureInformation& feature) {

@@ -10,7 +10,7 @@ class Globs;
 
 // The ticks (`state`) on a scanned tree, as the check boxes of an application set them: a row is on if all
 // below it is on, off if nothing is, and mixed otherwise. So a category that is on, of which a clean takes
-// everything, never holds a record that is off. Each call sets every tick of the tree anew.
+// everything, never holds a record that is off. Each call sets the ticks of the whole tree.
 
 /// Also what the catalogue had ticked.
 void clearTicks(FeatureInformation& feature);
@@ -21,6 +21,11 @@ void tickAll(FeatureInformation& feature);
 /// Ticks each record that a glob fits, with all below it. A record is matched by its path; one without a path
 /// by its title, and if it lies in a group by GROUP/TITLE too, and by that with the titles above in front.
 void tickMatching(FeatureInformation& feature, Globs& globs);
+
+/// Takes the tick off each record that a glob fits, by the same names, and off what lies in a folder that one
+/// fits. A ticked folder in which something fits on the disk loses its tick too, as does one that can't be
+/// searched: their paths are returned. Keeps the other ticks.
+std::vector<std::string> untickMatching(FeatureInformation& feature, Globs& globs);
 
 /// The records that a clean of that shape takes, a parent in place of what lies below it, in the tree's
 /// order.

@@ -40,6 +40,44 @@ TEST(CleanCommand, selectRemovesWhatIsMatchedAndNothingElse) {
   EXPECT_EQ(goneBetween(before, volume.items()), gone);
 }
 
+TEST(CleanCommand, exceptLeavesWhatItNames) {
+  const FullVolume volume;
+  const auto before = volume.items();
+  const ProgramRun run = volume.clean({"trash", "--all", "--except", "*.mov", "--yes"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  EXPECT_EQ(goneBetween(before, volume.items()),
+            (Words{kTrashFolder + "drafts", kTrashFolder + "drafts/one", kTrashFolder + "drafts/sub",
+                   kTrashFolder + "drafts/sub/two"}));
+}
+
+TEST(CleanCommand, exceptLeavesAFolderThatHoldsWhatItNamesWholeAndSaysSo) {
+  const FullVolume volume;
+  const auto before = volume.items();
+  const std::string told = "sorrel: left whole, as --except names something in it: '" +
+                           volume.path(kTrashFolder + "drafts") + "'\n";
+  const Words words = {"trash", "--select", "*", "--except", "*/two", "--except=-x", "--quiet"};
+  Words dry = words;
+  dry.emplace_back("--dry-run");
+  const ProgramRun plan = volume.clean(dry);
+  EXPECT_EQ(plan.err, told);
+  EXPECT_EQ(plan.out, "Would remove:\n      900 B  " + volume.path(kTrashFolder + "film.mov") +
+                          "\n1 item, 900 B would go; nothing was removed\n");
+  Words real = words;
+  real.insert(real.end(), {"--yes", "--json"});
+  const ProgramRun run = volume.clean(real);
+  EXPECT_EQ(run.status, 0);
+  EXPECT_EQ(run.err, told);
+  EXPECT_EQ(run.document().at("clean").at("size"), 900);
+  EXPECT_EQ(goneBetween(before, volume.items()), Words{kTrashFolder + "film.mov"});
+}
+
+TEST(CleanCommand, anExceptionThatNamesNothingIsTold) {
+  const FullVolume volume;
+  const ProgramRun run = volume.clean({"trash", "--select", "*.mov", "--except", "*/two", "--dry-run"});
+  EXPECT_EQ(run.err, "sorrel: nothing that was selected is called '*/two'\n");
+}
+
 TEST(CleanCommand, dryRunLeavesEveryByte) {
   const FullVolume volume;
   const auto before = volume.bytes();

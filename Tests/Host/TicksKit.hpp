@@ -49,6 +49,11 @@ class TicksTest : public testing::Test {
     Globs patterns(std::move(globs));
     tickMatching(feature(), patterns);
   }
+  /// The folders that are left because of the exceptions.
+  Names except(Names globs) {
+    Globs patterns(std::move(globs));
+    return untickMatching(feature(), patterns);
+  }
   /// Titles of the leaves that a clean of that shape would remove.
   Names selected(CleanEntry entry = CleanEntry::Categories) {
     Names titles;

@@ -3,11 +3,13 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
 #include <string>
 
 #include "Host/CleanFeatures.hpp"
 #include "Host/Globs.hpp"
 #include "Tests/Host/TicksKit.hpp"
+#include "Tests/Support/ActingAsPlainUser.hpp"
 
 namespace sorrel::cli {
 namespace {
@@ -184,6 +186,84 @@ TEST_F(TicksTest, childCategoriesFollowTheRecordsThatTheyListAgain) {
   EXPECT_EQ(all->state, kMixed);
   EXPECT_EQ(ofA->state, kOn);
   EXPECT_EQ(ofB->state, kOff);
+}
+
+TEST_F(TicksTest, exceptionsTakeTheTickOffWhatTheyName) {
+  const auto all = add("All", {file("a"), file("d/", {file("d/b"), file("d/c")}), file("e")});
+  tickAll(feature());
+  EXPECT_EQ(except({path("a"), path("d/b")}), Names());
+  EXPECT_EQ(selected(), (Names{"c", "e"}));
+  EXPECT_EQ(all->state, kMixed);
+  EXPECT_EQ(feature().state, kMixed);
+}
+
+TEST_F(TicksTest, exceptionsKeepTheOtherTicks) {
+  add("All", {file("a"), file("b"), file("c")});
+  select({path("a"), path("b")});
+  EXPECT_EQ(except({path("b"), path("c")}), Names());
+  EXPECT_EQ(selected(), Names{"a"});
+}
+
+TEST_F(TicksTest, exceptionOfAFolderKeepsWhatLiesInIt) {
+  add("All", {file("d/a"), file("d/sub/b"), file("dd/c")});
+  tickAll(feature());
+  EXPECT_EQ(except({path("d")}), Names());
+  EXPECT_EQ(selected(), Names{"c"});
+}
+
+TEST_F(TicksTest, folderThatHoldsAnExceptionOnTheDiskIsLeftWhole) {
+  stage_.volume.file("d/sub/keep", "1");
+  stage_.volume.file("e/sub/other", "1");
+  add("All", {file("d/"), file("e/")});
+  add("More", {file("d/sub/other"), file("d.txt")});
+  tickAll(feature());
+  EXPECT_EQ(except({"*/keep"}), Names{path("d")});
+  EXPECT_EQ(selected(), (Names{"e", "d.txt"}));
+}
+
+TEST_F(TicksTest, folderWithRecordsBelowItIsLeftWholeToo) {
+  stage_.volume.file("d/keep", "1");
+  add("All", {file("d/", {file("d/a"), file("d/b")})});
+  tickAll(feature());
+  EXPECT_EQ(except({"*/keep"}), Names{path("d")});
+  EXPECT_EQ(selected(), Names());
+}
+
+TEST_F(TicksTest, linkToAFolderThatHoldsAnExceptionKeepsItsTick) {
+  stage_.volume.file("d/keep", "1");
+  std::filesystem::create_directory_symlink(path("d"), path("link"));
+  add("All", {file("link")});
+  tickAll(feature());
+  EXPECT_EQ(except({"*/keep"}), Names());
+  EXPECT_EQ(selected(), Names{"link"});
+}
+
+TEST_F(TicksTest, folderThatCannotBeSearchedIsLeftWhole) {
+  stage_.volume.file("d/closed/a", "1");
+  std::filesystem::permissions(path("d/closed"), std::filesystem::perms::none);
+  add("All", {file("d/")});
+  // First not even its kind can be read.
+  for (const auto rights : {std::filesystem::perms::none, std::filesystem::perms::all}) {
+    std::filesystem::permissions(stage_.volume.path(), rights);
+    tickAll(feature());
+    Names left;
+    {
+      const test::ActingAsPlainUser plain;
+      left = except({"*/keep"});
+    }
+    std::filesystem::permissions(stage_.volume.path(), std::filesystem::perms::all);
+    EXPECT_EQ(left, Names{path("d")});
+  }
+  std::filesystem::permissions(path("d/closed"), std::filesystem::perms::all);
+}
+
+TEST_F(TicksTest, exceptionsNameRecordsWithoutAPathByTheirTitles) {
+  add("All", {titled("Group", {file("a"), titled("trace")}), titled("Other", {titled("trace")})});
+  tickAll(feature());
+  EXPECT_EQ(except({"Group/trace"}), Names());
+  EXPECT_EQ(selected(), (Names{"a", "trace"}));
+  EXPECT_EQ(except({"Other"}), Names());
+  EXPECT_EQ(selected(), Names{"a"});
 }
 
 }  // namespace
