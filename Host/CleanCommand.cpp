@@ -13,6 +13,7 @@
 
 #include "Host/ChosenFeature.hpp"
 #include "Host/CleanFeatures.hpp"
+#include "Host/CleanProgress.hpp"
 #include "Host/CleanReport.hpp"
 #include "Host/CleanSession.hpp"
 #include "Host/CommandError.hpp"
@@ -20,12 +21,12 @@
 #include "Host/CoveredTicks.hpp"
 #include "Host/Features.hpp"
 #include "Host/Globs.hpp"
+#include "Host/HelperAccess.hpp"
 #include "Host/HostSetup.hpp"
 #include "Host/InterruptWatch.hpp"
 #include "Host/JsonDocument.hpp"
 #include "Host/LastCopies.hpp"
 #include "Host/Output.hpp"
-#include "Host/QuietHelper.hpp"
 #include "Host/RecordName.hpp"
 #include "Host/SafeText.hpp"
 #include "Host/ScanFeatures.hpp"
@@ -134,6 +135,19 @@ bool removeTrashRemains(FeatureInformation& feature) {
   return failures.empty();
 }
 
+/// Where both streams are a terminal, the user sees a question and can answer it.
+std::shared_ptr<CleanProgress> setUpProgressAndHelper(const Invocation& invocation, const CleanFeature& row,
+                                                      FeatureInformation& feature) {
+  const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
+  const bool isShown = isTerminal && !invocation.options.json && !invocation.options.quiet;
+  std::vector<CleanItem> items;
+  if (isShown) items = cleanItems(tickedRecords(row.entry, feature));
+  auto progress = std::make_shared<CleanProgress>(isShown, items);
+  setUpHelper(isTerminal && ::isatty(STDIN_FILENO) == 1,
+              [progress](const std::string& text) { progress->announce(text); });
+  return progress;
+}
+
 ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
                        const Ref<FeatureInformation>& feature, const ScanOutcome& scan, StopSwitch& stop) {
   const FileRecords covered = row.entry == CleanEntry::Groups ? untickCovered(*feature) : FileRecords();
@@ -143,7 +157,8 @@ ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
     items = cleanItems(handed);
     if (invocation.options.json) writeRecords(records, handed);
   };
-  const auto result = runClean(row, feature, stop, onDeleted);
+  const auto progress = setUpProgressAndHelper(invocation, row, *feature);
+  const auto result = runClean(row, feature, stop, *progress, onDeleted);
   if (!result) return showStopped(invocation, *feature, scan);
   removeCoveredThatAreGone(*feature, covered);
   const bool isCleared = !row.isTrash || !invocation.clean.all || removeTrashRemains(*feature);
@@ -177,7 +192,6 @@ ExitStatus runCleanCommand(const Invocation& invocation, InterruptWatch& interru
   refuseHalfOrders(invocation.clean);
   installHost(options);
   ScanScope scope = scopeFor(scanner, invocation);
-  if (::isatty(STDIN_FILENO) != 1) useHelperWithoutPrompt();
   const Ref<FeatureInformation> feature = featureOfCatalogue(invocation, scanner.finderID);
   clearTicks(*feature);  // a scan hands them on to its records
   prepareScan(scanner, *feature);

@@ -5,6 +5,7 @@
 #include <memory>
 #include <utility>
 
+#include "Host/CleanProgress.hpp"
 #include "Host/ExitStatus.hpp"
 #include "Host/StopSwitch.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
@@ -88,7 +89,7 @@ void takeRepairedTree(const CleanFeature& row, FeatureInformation& feature,
 }  // namespace
 
 std::optional<CleanResult> runClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,
-                                    StopSwitch& stop, HandedFunc onDeleted) {
+                                    StopSwitch& stop, CleanProgress& progress, HandedFunc onDeleted) {
   const auto listener = std::make_shared<Listener>(feature, std::move(onDeleted));
   bool isStarted = false;
   stop.setAction({});
@@ -96,11 +97,16 @@ std::optional<CleanResult> runClean(const CleanFeature& row, const Ref<FeatureIn
   MainQueue::post([&] {
     if (stop.isPulled()) return MainQueue::quit();
     isStarted = true;
-    stop.setAction(endAtOnce);
+    stop.setAction([&progress] {
+      progress.end();
+      endAtOnce();
+    });
+    progress.begin();
     startClean(row, feature, listener);
   });
   MainQueue::run();
   stop.setAction({});
+  progress.end();
   if (!isStarted) return std::nullopt;
   takeRepairedTree(row, *feature, listener->categories());
   return listener->takeResult();

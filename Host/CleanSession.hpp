@@ -11,6 +11,7 @@
 
 namespace sorrel::cli {
 
+class CleanProgress;
 class StopSwitch;
 
 /// What a clean called back.
@@ -27,10 +28,10 @@ struct CleanResult {
 using HandedFunc = std::function<void(const FileRecords& handed)>;
 
 /// Cleans what is ticked in `feature`, with this thread as the main loop, and returns at the end of the
-/// clean; `feature` is then the repaired tree. Nothing happens, and nothing is answered, if the switch was
-/// pulled before. Ctrl-C during the clean ends the process at once with ExitStatus::Stopped: what is gone
-/// until then is gone.
+/// clean; `feature` is then the repaired tree. `progress` is on the screen meanwhile. Nothing happens, and
+/// nothing is answered, if the switch was pulled before. Ctrl-C during the clean ends the process at once
+/// with ExitStatus::Stopped: what is gone until then is gone.
 std::optional<CleanResult> runClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,
-                                    StopSwitch& stop, HandedFunc onDeleted);
+                                    StopSwitch& stop, CleanProgress& progress, HandedFunc onDeleted);
 
 }  // namespace sorrel::cli

@@ -1,36 +1,32 @@
 #pragma once
 
-#include <chrono>
 #include <cstdint>
 #include <string>
 #include <string_view>
 
+#include "Host/LiveLine.hpp"
+
 namespace sorrel::cli {
 
-/// The live line of a running scan: per cent, items, bytes, and the item of the moment. On standard error,
-/// and only if that is a terminal; otherwise it does nothing. One thread.
+/// The live line of a running scan: per cent, items, bytes, and the last item. Main thread only.
 class ProgressLine {
  public:
   explicit ProgressLine(bool wanted);
-  ~ProgressLine();
-  ProgressLine(const ProgressLine&) = delete;
-  ProgressLine& operator=(const ProgressLine&) = delete;
 
+  void begin() { line_.begin(); }
   void item(std::string_view path, std::int64_t size);
   void percent(float fraction);
-  /// Takes the line off the screen again.
-  void clear();
+  /// Takes the line off the screen for good.
+  void end() { line_.end(); }
 
  private:
-  void draw(bool atOnce);
+  [[nodiscard]] std::string text() const;
 
-  bool enabled_;
-  bool drawn_ = false;
   std::string path_;
   std::int64_t items_ = 0;
   std::int64_t bytes_ = 0;
   float fraction_ = 0;
-  std::chrono::steady_clock::time_point last_;
+  LiveLine line_;
 };
 
 }  // namespace sorrel::cli

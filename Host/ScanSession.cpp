@@ -49,8 +49,10 @@ class Session : public std::enable_shared_from_this<Session> {
     SuperScanService::stopScan(*feature_);
   }
 
+  void showProgress() { line_.begin(); }
+
   SessionResult result() {
-    line_.clear();
+    line_.end();
     SessionResult result;
     result.stopped = stopped_;
     result.outcome.size = size_.value_or(0);
@@ -106,6 +108,7 @@ SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& fea
                       StopSwitch& stop, bool showProgress) {
   const auto session = std::make_shared<Session>(feature, showProgress);
   stop.setAction([session] { session->stop(); });
+  session->showProgress();
   row.start(session->job(std::move(scope)));
   MainQueue::run();
   stop.setAction({});

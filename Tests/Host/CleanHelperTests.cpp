@@ -6,12 +6,14 @@
 #include <sys/stat.h>
 #include <sys/un.h>
 #include <unistd.h>
+#include <TestPlaces.hpp>
 
 #include <algorithm>
 #include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Tests/Host/HostKit.hpp"
@@ -79,6 +81,35 @@ class CleanHelper : public testing::Test {
     options.environment.push_back(bus_.variable());
     options.user = kUser;
     return sorrel(words, options);
+  }
+  [[nodiscard]] Words wordsOfClean() const {
+    return {"--volume", volume_.path(), "--tools", volume_.path("tools"), "clean", "trash", "--all", "--yes"};
+  }
+  [[nodiscard]] ProgramRun cleanAtTerminal(const std::string& program, const Typist& typist) const {
+    RunOptions options;
+    options.environment.push_back(bus_.variable());
+    options.user = kUser;
+    options.program = program;
+    return sorrelAtTerminal(wordsOfClean(), typist, options);
+  }
+  /// A copy of the program that comes with an installer for the helper.
+  [[nodiscard]] std::string programWithInstaller() const {
+    fs::permissions(place_.path(), fs::perms::all);
+    const std::string program = place_.folder("own/bin") + "/sorrel";
+    fs::copy_file(SORREL_PROGRAM, program);
+    const std::string resources = place_.folder("own/share/sorrel/Catalogue/macOS");
+    fs::copy_file(SORREL_SOURCE_DIR "/Catalogue/macOS/Feature.plist", resources + "/Feature.plist");
+    place_.text("own/share/sorrel/Catalogue/macOS/install-helper", "");
+    return program;
+  }
+  [[nodiscard]] static bool isAskedFor(const std::string& screen) {
+    return screen.find("Install it? [y/N] ") != std::string::npos;
+  }
+  /// Types that text once, when the question is on the screen.
+  [[nodiscard]] static Typist answering(const std::string& text) {
+    return [text, isTyped = false](const std::string& screen, int) mutable {
+      return isAskedFor(screen) && !std::exchange(isTyped, true) ? text : std::string();
+    };
   }
   [[nodiscard]] bool exists(const std::string& name) const {
     return fs::exists(fs::symlink_status(volume_.path(name)));
@@ -193,6 +224,80 @@ TEST_F(CleanHelper, anInterruptOfTheCleanEndsItAtOnce) {
   EXPECT_EQ(run.err, "sorrel: stopped. What was removed until now is gone, the rest was left as it is.\n");
   EXPECT_FALSE(exists(kTrash + "mine"));
   EXPECT_TRUE(exists(kTrash + "roots"));
+}
+
+TEST_F(CleanHelper, aTerminalIsToldBeforeTheHelperMayAskForAPassword) {
+  pretendHelper();
+  volume_.file(kTrash + "roots", 20);
+  giveAway({"roots"});
+  fs::permissions(place_.path(), fs::perms::all);
+  bool isTold = false;
+  const ProgramRun run = cleanAtTerminal({}, [&](const std::string& screen, int process) {
+    if (!isTold && screen.find("waiting for the privileged helper") != std::string::npos) {
+      isTold = true;
+      EXPECT_FALSE(isAskedFor(screen));
+      ::kill(process, SIGINT);
+    }
+    return std::string();
+  });
+  EXPECT_TRUE(isTold) << run.err;
+  EXPECT_EQ(run.status, 130);
+  EXPECT_NE(run.err.find("\r\x1b[Ksorrel: waiting for the privileged helper; the system may ask for an "
+                         "administrator's password\r\n"),
+            std::string::npos)
+      << run.err;
+  EXPECT_TRUE(exists(kTrash + "roots"));
+}
+
+TEST_F(CleanHelper, atATerminalNothingIsInstalledWithoutAYes) {
+  volume_.file(kTrash + "roots", 20);
+  giveAway({"roots"});
+  const std::string program = programWithInstaller();
+  for (const char* const answer : {"\n", "n\n", "no yes\n", "\x04"}) {
+    const ProgramRun run = cleanAtTerminal(program, answering(answer));
+    EXPECT_EQ(run.status, 1) << run.err;
+    EXPECT_TRUE(isAskedFor(run.err)) << run.err;
+    EXPECT_NE(run.err.find("org.sorrel.SorrelHelper"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("there is no privileged helper"), std::string::npos) << run.err;
+    EXPECT_FALSE(exists("asked")) << answer;
+    EXPECT_TRUE(exists(kTrash + "roots"));
+  }
+}
+
+TEST_F(CleanHelper, atATerminalAYesInstalls) {
+  volume_.file(kTrash + "roots", 20);
+  giveAway({"roots"});
+  const ProgramRun run = cleanAtTerminal(programWithInstaller(), answering("y\n"));
+  EXPECT_EQ(run.status, 1) << run.err;  // this pkexec refuses
+  EXPECT_NE(run.err.find("waiting for an administrator's password to install it"), std::string::npos)
+      << run.err;
+  EXPECT_TRUE(exists("asked"));
+}
+
+TEST_F(CleanHelper, aQuestionThatAYesCouldNotFollowIsNotAsked) {
+  volume_.file(kTrash + "roots", 20);
+  giveAway({"roots"});
+  const ProgramRun run = cleanAtTerminal({}, answering("y\n"));  // it comes without an installer
+  EXPECT_EQ(run.status, 1) << run.err;
+  EXPECT_FALSE(isAskedFor(run.err)) << run.err;
+  EXPECT_NE(run.err.find("there is no privileged helper"), std::string::npos) << run.err;
+  EXPECT_FALSE(exists("asked"));
+}
+
+TEST_F(CleanHelper, withoutATerminalForTheAnswerNothingIsAskedOrInstalled) {
+  volume_.file(kTrash + "roots", 20);
+  giveAway({"roots"});
+  RunOptions options;
+  options.program = programWithInstaller();
+  const ProgramRun run = clean({"--all"}, options);
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "sorrel: there is no privileged helper to remove what you may not remove yourself\n");
+  options.environment.push_back(bus_.variable());
+  options.user = kUser;
+  const ProgramRun shown = sorrelOnTerminal(wordsOfClean(), options);  // a screen, but no keyboard
+  EXPECT_EQ(shown.status, 1);
+  EXPECT_FALSE(isAskedFor(shown.err)) << shown.err;
+  EXPECT_FALSE(exists("asked"));
 }
 
 }  // namespace

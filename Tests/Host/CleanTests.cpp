@@ -78,6 +78,23 @@ TEST(CleanCommand, anExceptionThatNamesNothingIsTold) {
   EXPECT_EQ(run.err, "sorrel: nothing that was selected is called '*/two'\n");
 }
 
+TEST(CleanCommand, aTerminalShowsTheProgressOfACleanAndIsLeftClean) {
+  for (const char* const silent : {"", "--quiet", "--json"}) {
+    const FullVolume volume;
+    Words words = {"--volume", volume.path(), "clean", "trash", "--all", "--yes"};
+    if (*silent != 0) words.emplace_back(silent);
+    const ProgramRun run = sorrelOnTerminal(words);
+    EXPECT_EQ(run.status, 0) << run.err;
+    if (*silent != 0) {
+      EXPECT_EQ(run.err, "") << silent;
+      continue;
+    }
+    EXPECT_NE(run.err.find("0 s  removing: 0 of 2 items, 0 B"), std::string::npos) << run.err;
+    EXPECT_TRUE(run.err.ends_with("\r\x1b[K")) << run.err;
+    EXPECT_TRUE(run.out.ends_with("2 items removed, 930 B freed\n")) << run.out;
+  }
+}
+
 TEST(CleanCommand, dryRunLeavesEveryByte) {
   const FullVolume volume;
   const auto before = volume.bytes();

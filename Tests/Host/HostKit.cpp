@@ -18,6 +18,7 @@
 #include <fstream>
 #include <iterator>
 #include <stdexcept>
+#include <utility>
 
 namespace sorrel::hosttests {
 namespace {
@@ -58,7 +59,7 @@ void takeRightsOf(unsigned user) {
 
 [[noreturn]] void execute(const std::vector<char*>& words, const std::vector<char*>& environment,
                           const std::string& out, const std::string& err, const RunOptions& options) {
-  const int input = ::open("/dev/null", O_RDONLY);
+  const int input = ::open(options.input.c_str(), O_RDONLY | O_NOCTTY);
   const int output = ::open(out.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   const int errors = ::open(err.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
   if (input < 0 || output < 0 || errors < 0 || ::chdir(options.folder.c_str()) != 0) ::_exit(126);
@@ -112,6 +113,45 @@ std::string categoryText(const CategoryRow& row) {
   return text + "</array></dict>";
 }
 
+ProgramRun runOnTerminal(const std::vector<std::string>& arguments, RunOptions options, bool isInput,
+                         const Typist& typist) {
+  const TemporaryFolder outputs;
+  std::vector<std::string> words = {options.program.empty() ? SORREL_PROGRAM : options.program};
+  words.insert(words.end(), arguments.begin(), arguments.end());
+  std::vector<std::string> variables = environmentOf(options);
+  const std::vector<char*> argv = pointers(words);
+  const std::vector<char*> envp = pointers(variables);
+  const std::string out = outputs.path("out");
+
+  const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
+  if (terminal < 0 || ::grantpt(terminal) != 0 || ::unlockpt(terminal) != 0) return {};
+  const std::string screen = ::ptsname(terminal);
+  if (isInput) options.input = screen;
+  const pid_t child = ::fork();
+  if (child == 0) execute(argv, envp, out, screen, options);
+  ProgramRun run;
+  // Reading fails once the program, the last to hold the other end, is gone; until it has opened that end
+  // too.
+  int state = 0;
+  for (bool ended = false; !ended;) {
+    ended = ::waitpid(child, &state, WNOHANG) == child;
+    pollfd readable = {terminal, POLLIN, 0};
+    std::array<char, 4096> bytes{};
+    while (::poll(&readable, 1, 10) > 0) {
+      const ssize_t count = ::read(terminal, bytes.data(), bytes.size());
+      if (count <= 0) break;
+      run.err.append(bytes.data(), static_cast<std::size_t>(count));
+      const std::string typed = typist ? typist(run.err, child) : "";
+      if (typed.empty()) continue;
+      EXPECT_EQ(::write(terminal, typed.data(), typed.size()), std::ssize(typed));
+    }
+  }
+  ::close(terminal);
+  run.status = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
+  run.out = contentOf(out);
+  return run;
+}
+
 }  // namespace
 
 std::string contentOf(const std::string& path) {
@@ -154,7 +194,7 @@ Json ProgramRun::document() const {
 
 ProgramRun sorrel(const std::vector<std::string>& arguments, const RunOptions& options) {
   const TemporaryFolder outputs;
-  std::vector<std::string> words = {SORREL_PROGRAM};
+  std::vector<std::string> words = {options.program.empty() ? SORREL_PROGRAM : options.program};
   words.insert(words.end(), arguments.begin(), arguments.end());
   std::vector<std::string> variables = environmentOf(options);
   const std::vector<char*> argv = pointers(words);
@@ -170,38 +210,13 @@ ProgramRun sorrel(const std::vector<std::string>& arguments, const RunOptions& o
   return {WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state), contentOf(out), contentOf(err)};
 }
 
-ProgramRun sorrelOnTerminal(const std::vector<std::string>& arguments) {
-  const TemporaryFolder outputs;
-  std::vector<std::string> words = {SORREL_PROGRAM};
-  words.insert(words.end(), arguments.begin(), arguments.end());
-  std::vector<std::string> variables = environmentOf({});
-  const std::vector<char*> argv = pointers(words);
-  const std::vector<char*> envp = pointers(variables);
-  const std::string out = outputs.path("out");
+ProgramRun sorrelOnTerminal(const std::vector<std::string>& arguments, const RunOptions& options) {
+  return runOnTerminal(arguments, options, false, {});
+}
 
-  const int terminal = ::posix_openpt(O_RDWR | O_NOCTTY | O_CLOEXEC);
-  if (terminal < 0 || ::grantpt(terminal) != 0 || ::unlockpt(terminal) != 0) return {};
-  const std::string screen = ::ptsname(terminal);
-  const pid_t child = ::fork();
-  if (child == 0) execute(argv, envp, out, screen, {});
-  ProgramRun run;
-  // Reading fails once the program, the last to hold the other end, is gone; until it has opened that end
-  // too.
-  int state = 0;
-  for (bool ended = false; !ended;) {
-    ended = ::waitpid(child, &state, WNOHANG) == child;
-    pollfd readable = {terminal, POLLIN, 0};
-    std::array<char, 4096> bytes{};
-    while (::poll(&readable, 1, 10) > 0) {
-      const ssize_t count = ::read(terminal, bytes.data(), bytes.size());
-      if (count <= 0) break;
-      run.err.append(bytes.data(), static_cast<std::size_t>(count));
-    }
-  }
-  ::close(terminal);
-  run.status = WIFEXITED(state) ? WEXITSTATUS(state) : 128 + WTERMSIG(state);
-  run.out = contentOf(out);
-  return run;
+ProgramRun sorrelAtTerminal(const std::vector<std::string>& arguments, const Typist& typist,
+                            RunOptions options) {
+  return runOnTerminal(arguments, std::move(options), true, typist);
 }
 
 std::string catalogue(const std::vector<FeatureRow>& features) {

@@ -47,13 +47,15 @@ struct ProgramRun {
 
 struct RunOptions {
   std::vector<std::string> environment = {"HOME=/nonexistent"};  ///< the whole of it
-  bool interrupted = false;      ///< SIGINT is pending, and blocked, when the program starts
-  std::string output = {};       ///< a file that standard output goes to in place of ProgramRun::out
-  std::vector<int> closed = {};  ///< of the standard streams
-  std::uint64_t files = 0;       ///< how many the program may have open at once, if not 0
-  bool inGoneFolder = false;     ///< the current folder is one that was removed
-  std::string folder = "/";      ///< the current folder
-  unsigned user = 0;             ///< whose rights it has, if not 0; needs root
+  bool interrupted = false;         ///< SIGINT is pending, and blocked, when the program starts
+  std::string output = {};          ///< a file that standard output goes to in place of ProgramRun::out
+  std::vector<int> closed = {};     ///< of the standard streams
+  std::uint64_t files = 0;          ///< how many the program may have open at once, if not 0
+  bool inGoneFolder = false;        ///< the current folder is one that was removed
+  std::string folder = "/";         ///< the current folder
+  unsigned user = 0;                ///< whose rights it has, if not 0; needs root
+  std::string input = "/dev/null";  ///< standard input
+  std::string program = {};         ///< another copy of the program
   std::function<void(int process)> meanwhile = {};  ///< runs while the program does
 };
 
@@ -61,7 +63,13 @@ struct RunOptions {
 ProgramRun sorrel(const std::vector<std::string>& arguments, const RunOptions& options = {});
 
 /// Runs it with a terminal for its standard error; `err` is what the terminal got.
-ProgramRun sorrelOnTerminal(const std::vector<std::string>& arguments);
+ProgramRun sorrelOnTerminal(const std::vector<std::string>& arguments, const RunOptions& options = {});
+
+/// Gets what the screen shows so far, each time that it has changed, and the process; types what it returns.
+using Typist = std::function<std::string(const std::string& screen, int process)>;
+/// The same with the terminal for its standard input too.
+ProgramRun sorrelAtTerminal(const std::vector<std::string>& arguments, const Typist& typist,
+                            RunOptions options = {});
 
 /// A catalogue with one module of number 1.
 struct CategoryRow {

@@ -165,6 +165,28 @@ TEST_F(LargeOld, anInterruptEndsTheToolAtOnce) {
   EXPECT_EQ(::kill(child, 0), -1);
 }
 
+TEST_F(LargeOld, aTerminalShowsThatTheToolIsAtWork) {
+  const std::string found = big("Users/alice/backup.zip");
+  const std::string pipe = volume.path("tools/pipe");
+  const std::string tool =
+      volume.text("tools/mdfind", "#!/bin/sh\nread go <'" + pipe + "'\necho '" + found + "'\n");
+  std::filesystem::permissions(tool, std::filesystem::perms::all);
+  ASSERT_EQ(::mkfifo(pipe.c_str(), 0600), 0);
+  bool isShown = false;
+  const ProgramRun scanned =
+      sorrelAtTerminal({"--volume", volume.path(), "--tools", volume.path("tools"), "scan", "large-old"},
+                       [&](const std::string& screen, int) {
+                         if (!isShown && screen.find(" s  0 %  0 items, 0 B") != std::string::npos) {
+                           isShown = true;
+                           std::ofstream(pipe) << "go\n";  // the tool ends only now
+                         }
+                         return std::string();
+                       });
+  EXPECT_TRUE(isShown);
+  EXPECT_EQ(scanned.status, 0) << scanned.err;
+  EXPECT_NE(scanned.err.find("1 item, 60.0 MiB  backup.zip"), std::string::npos) << scanned.err;
+}
+
 TEST_F(LargeOld, namesThatTheToolCannotTellAreCountedOnStandardError) {
   big("Users/alice/line\nfeed.zip");
   big("Users/alice/ok.zip");

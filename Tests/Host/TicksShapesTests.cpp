@@ -4,6 +4,7 @@
 #include <string>
 
 #include "Host/CleanFeatures.hpp"
+#include "Host/CleanProgress.hpp"
 #include "Host/CleanSession.hpp"
 #include "Host/CommandError.hpp"
 #include "Host/StopSwitch.hpp"
@@ -86,9 +87,10 @@ TEST_F(TicksTest, whatIsSelectedIsWhatEachEntryRemoves) {
     }
     const auto before = test::snapshotOf(stage_.volume.path());
     StopSwitch stop;
+    CleanProgress progress(false, {});
     FileRecords handed;
-    const auto result =
-        runClean(row, stage_.feature, stop, [&handed](const FileRecords& records) { handed = records; });
+    const auto result = runClean(row, stage_.feature, stop, progress,
+                                 [&handed](const FileRecords& records) { handed = records; });
     ASSERT_TRUE(result);
     EXPECT_EQ(test::goneBetween(before, test::snapshotOf(stage_.volume.path())), expected) << finderID;
     EXPECT_FALSE(expected.empty()) << finderID;
@@ -106,8 +108,10 @@ TEST_F(TicksTest, aCleanThatWasStoppedBeforeItBeganRemovesNothing) {
   tickAll(feature());
   const auto before = test::snapshotOf(stage_.volume.path());
   StopSwitch stop;
+  CleanProgress progress(false, {});
   stop.pull();
-  EXPECT_FALSE(runClean(*cleanFeature(2), stage_.feature, stop, [](const FileRecords&) { FAIL(); }));
+  EXPECT_FALSE(
+      runClean(*cleanFeature(2), stage_.feature, stop, progress, [](const FileRecords&) { FAIL(); }));
   EXPECT_EQ(test::snapshotOf(stage_.volume.path()), before);
 }
 

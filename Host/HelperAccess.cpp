@@ -1,0 +1,96 @@
+#include "Host/HelperAccess.hpp"
+
+#include <unistd.h>
+
+#include <cerrno>
+#include <future>
+#include <memory>
+#include <utility>
+
+#include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
+#include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
+#include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
+#include "SorrelFramework/Platform/FileManager.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/MainQueue.hpp"
+
+namespace sorrel::cli {
+namespace {
+
+constexpr const char* kInstaller = "/usr/bin/pkexec";
+
+using Announce = std::function<void(const std::string& text)>;
+
+class FixedInstallation : public SystemHelperInstallation {
+ public:
+  [[nodiscard]] PrivilegeInstallResult install(const std::string& /*privilegeType*/,
+                                               const std::string& /*machServiceName*/) override {
+    return PrivilegeInstallResult::authorizationFail;
+  }
+};
+
+/// True for an answer that begins with "y". Byte by byte: what follows the line belongs to the shell.
+bool readYes() {
+  std::string line;
+  char byte = 0;
+  for (;;) {
+    const ssize_t count = ::read(STDIN_FILENO, &byte, 1);
+    if (count < 0 && errno == EINTR) continue;
+    if (count != 1 || byte == '\n') break;
+    line += byte;
+  }
+  return line.starts_with('y') || line.starts_with('Y');
+}
+
+class AskingInstallation : public SystemHelperInstallation {
+ public:
+  explicit AskingInstallation(Announce announce) : announce_(std::move(announce)) {}
+
+  [[nodiscard]] PrivilegeInstallResult install(const std::string& privilegeType,
+                                               const std::string& machServiceName) override {
+    // A question whose yes could change nothing is not asked.
+    const bool isPossible = Host::current().resourcePath("install-helper", "").has_value() &&
+                            fileExists(Host::current().tool(kInstaller));
+    if (isPossible && !isWanted(machServiceName)) return PrivilegeInstallResult::authorizationFail;
+    return SystemHelperInstallation::install(privilegeType, machServiceName);
+  }
+
+ private:
+  [[nodiscard]] bool isWanted(const std::string& machServiceName) const {
+    announce_(
+        "sorrel: what you may not remove yourself needs a root service, " + machServiceName +
+        ",\nwhich is not installed. It asks for an administrator's leave each time. Install it? [y/N] ");
+    if (!readYes()) return false;
+    announce_("sorrel: waiting for an administrator's password to install it\n");
+    return true;
+  }
+
+  Announce announce_;
+};
+
+/// Runs `announce` on the main queue and returns when it has.
+Announce onMainQueue(Announce announce) {
+  return [announce = std::move(announce)](const std::string& text) {
+    auto written = std::make_shared<std::promise<void>>();
+    auto isWritten = written->get_future();
+    MainQueue::post([announce, text, written] {
+      announce(text);
+      written->set_value();
+    });
+    isWritten.wait();
+  };
+}
+
+}  // namespace
+
+void setUpHelper(bool mayAsk, Announce announce) {
+  const Announce tell = onMainQueue(std::move(announce));
+  std::shared_ptr<HelperInstallation> installation = std::make_shared<FixedInstallation>();
+  if (mayAsk) installation = std::make_shared<AskingInstallation>(tell);
+  PrivilegeHelper::shard().use(std::move(installation), [tell](const std::string& machServiceName) {
+    tell("sorrel: waiting for the privileged helper; the system may ask for an administrator's password\n");
+    return DBusHelperConnection::make(machServiceName);
+  });
+}
+
+}  // namespace sorrel::cli
