@@ -41,8 +41,8 @@ struct CleanOutcome {
   std::string records;  ///< as writeRecords() wrote them before the repair of the tree
 };
 
-/// The documents of `--json`, one line each. Field names and raw values are those of the records; the README
-/// of the command line lists them. Written record by record, so that a tree of a million files needs no
+/// The documents of `--json`, one line each. Field names and raw values are those of the records;
+/// docs/command-line.md lists them. Written record by record, so that a tree of a million files needs no
 /// second copy.
 void writeModulesDocument(std::ostream& out, const std::vector<Ref<ModuleInformation>>& modules);
 void writeScanDocument(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& outcome);

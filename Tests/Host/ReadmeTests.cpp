@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <sstream>
 #include <string>
 #include <utility>
 #include <vector>
@@ -14,15 +15,15 @@
 namespace sorrel::hosttests {
 namespace {
 
-/// What README.md shows below a command line; it ends at an empty line or at the end of the block.
-std::string shownBelow(const std::string& command) {
-  const std::string readme = contentOf(SORREL_SOURCE_DIR "/README.md");
+/// What `page` shows below a command line; it ends at an empty line or at the end of the block.
+std::string shownBelow(const std::string& page, const std::string& command) {
+  const std::string text = contentOf(SORREL_SOURCE_DIR "/" + page);
   const std::string line = "$ " + command + "\n";
-  const std::size_t begin = readme.find(line);
-  if (begin == std::string::npos) return "README.md has no \"" + command + "\"";
+  const std::size_t begin = text.find(line);
+  if (begin == std::string::npos) return page + " has no \"" + command + "\"";
   const std::size_t from = begin + line.size();
-  const std::size_t end = std::min(readme.find("\n\n", from) + 1, readme.find("```", from));
-  return readme.substr(from, end - from);
+  const std::size_t end = std::min(text.find("\n\n", from) + 1, text.find("```", from));
+  return text.substr(from, end - from);
 }
 
 std::string replaced(std::string text, const std::string& word, const std::string& other) {
@@ -38,19 +39,37 @@ TEST(Readme, showsWhatTheDemoPrints) {
   ASSERT_EQ(std::system(make.c_str()), 0);
   // The number of the user, which is the name of a trash, is root's in README.md.
   const std::string trash = "/.Trashes/" + std::to_string(::getuid()) + "/";
-  const std::vector<std::pair<std::string, std::vector<std::string>>> commands = {
-      {"scan system-junk", {"scan", "system-junk"}},
-      {"clean trash --select '*/drafts' '*.zip' --dry-run",
-       {"clean", "trash", "--select", "*/drafts", "*.zip", "--dry-run"}},
-      {"clean trash --all --yes", {"clean", "trash", "--all", "--yes"}},
+  struct Shown {
+    std::string page;
+    std::string command;
+    std::vector<std::string> words;
   };
-  for (const auto& [shown, words] : commands) {
+  const std::vector<Shown> commands = {
+      {"README.md", "scan system-junk", {"scan", "system-junk"}},
+      {"docs/command-line.md",
+       "clean trash --select '*/drafts' '*.zip' --dry-run",
+       {"clean", "trash", "--select", "*/drafts", "*.zip", "--dry-run"}},
+      {"docs/command-line.md", "clean trash --all --yes", {"clean", "trash", "--all", "--yes"}},
+  };
+  for (const auto& [page, shown, words] : commands) {
     std::vector<std::string> all = {"--volume", volume.path(), "--user", "alice"};
     all.insert(all.end(), words.begin(), words.end());
     const ProgramRun run = sorrel(all);
     EXPECT_EQ(replaced(replaced(run.out, volume.path(), "$volume"), trash, "/.Trashes/0/"),
-              shownBelow("sorrel --volume \"$volume\" --user alice " + shown));
+              shownBelow(page, "sorrel --volume \"$volume\" --user alice " + shown));
   }
+}
+
+TEST(Readme, removalOfTheHelperNamesEachFileThatIsInstalled) {
+  const std::string readme = contentOf(SORREL_SOURCE_DIR "/README.md");
+  std::istringstream installer(contentOf(SORREL_BINARY_DIR "/share/sorrel/Catalogue/Linux/install-helper"));
+  int files = 0;
+  for (std::string word; installer >> word;) {
+    if (word.find("/org.sorrel.SorrelHelper") == std::string::npos) continue;
+    EXPECT_NE(readme.find(" " + word), std::string::npos) << word;
+    ++files;
+  }
+  EXPECT_EQ(files, 5);
 }
 
 }  // namespace
