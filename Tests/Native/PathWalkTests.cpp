@@ -102,6 +102,18 @@ TEST_F(PathWalkTest, dotsInALinkLeadUpTheRealFolders) {
   EXPECT_EQ(walk.chain()[walk.chain().size() - 3].number.inode, inodeOf(volume_.path()));
 }
 
+TEST_F(PathWalkTest, dotsOfALinkLeadBackToTheFolderThatTheWayCameThrough) {
+  volume_.file("c/secret", "x");
+  volume_.file("a/secret", "x");
+  volume_.link("a/b/link", "..");
+  // The folder with the link is moved elsewhere after the link was read and before the step up.
+  const PathWalk walk = to("a/b/link/secret", [this](std::uint32_t) {
+    std::filesystem::rename(volume_.path("a/b"), volume_.path("c/b"));
+    return true;
+  });
+  EXPECT_EQ(walk.error(), ESTALE);
+}
+
 TEST_F(PathWalkTest, dotsAboveTheTopStayThere) {
   std::string up;
   for (int i = 0; i < 60; ++i) up += "../";
