@@ -1,11 +1,7 @@
 #include "Host/JsonDocument.hpp"
 
 #include <any>
-#include <array>
-#include <cmath>
 #include <cstddef>
-#include <cstdio>
-#include <ctime>
 #include <map>
 #include <ostream>
 #include <string>
@@ -25,24 +21,12 @@
 namespace sorrel::cli {
 namespace {
 
-// 0001-01-01 and 10000-01-01, in seconds since 1970: between them a year has four digits.
-constexpr double kFirstSecond = -62135596800.0;
-constexpr double kEndSecond = 253402300800.0;
-
 void writeDate(JsonWriter& out, Date date) {
-  const double seconds = std::floor(date.secondsSince1970);
-  if (!(seconds >= kFirstSecond && seconds < kEndSecond)) {
+  if (const auto text = isoText(date)) {
+    out.text("date", *text);
+  } else {
     out.null("date");
-    return;
   }
-  const auto whole = static_cast<std::time_t>(seconds);
-  std::tm parts{};
-  ::gmtime_r(&whole, &parts);
-  std::array<char, 64> buffer{};
-  const int length =
-      std::snprintf(buffer.data(), buffer.size(), "%04d-%02d-%02dT%02d:%02d:%02dZ", parts.tm_year + 1900,
-                    parts.tm_mon + 1, parts.tm_mday, parts.tm_hour, parts.tm_min, parts.tm_sec);
-  out.text("date", {buffer.data(), static_cast<std::size_t>(length)});
 }
 
 void writeAttachment(JsonWriter& out, const std::any& payload) {

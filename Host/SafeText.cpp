@@ -4,48 +4,10 @@
 #include <cstddef>
 #include <cstdio>
 
+#include "SorrelFramework/Platform/Text.hpp"
+
 namespace sorrel::cli {
 namespace {
-
-constexpr std::string_view kReplacement = "\xEF\xBF\xBD";
-
-unsigned byteAt(std::string_view text, std::size_t at) {
-  return at < text.size() ? static_cast<unsigned char>(text[at]) : 0U;
-}
-
-struct Sequence {
-  std::size_t length;  // bytes taken, at least 1
-  bool valid;
-};
-
-// Table 3-7 of the Unicode standard: lead bytes, how many follow, and the narrower range of the second byte.
-Sequence sequenceAt(std::string_view text, std::size_t at) {
-  const unsigned lead = byteAt(text, at);
-  if (lead < 0x80) return {1, true};
-  if (lead < 0xC2 || lead > 0xF4) return {1, false};
-  const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-  unsigned least = 0x80;
-  unsigned most = 0xBF;
-  if (lead == 0xE0) least = 0xA0;
-  if (lead == 0xED) most = 0x9F;
-  if (lead == 0xF0) least = 0x90;
-  if (lead == 0xF4) most = 0x8F;
-  for (std::size_t i = 1; i < length; ++i) {
-    const unsigned next = byteAt(text, at + i);
-    if (next < least || next > most) return {i, false};
-    least = 0x80;
-    most = 0xBF;
-  }
-  return {length, true};
-}
-
-unsigned codePoint(std::string_view sequence) {
-  const unsigned lead = byteAt(sequence, 0);
-  if (sequence.size() == 1) return lead;
-  unsigned value = lead & (0x7FU >> sequence.size());
-  for (std::size_t i = 1; i < sequence.size(); ++i) value = value << 6 | (byteAt(sequence, i) & 0x3FU);
-  return value;
-}
 
 bool isUnsafe(unsigned point) {
   return point < 0x20 || (point >= 0x7F && point <= 0x9F) || point == 0x061C || point == 0x200E ||
@@ -69,35 +31,36 @@ std::string escaped(unsigned point) {
   return {text.data(), static_cast<std::size_t>(length)};
 }
 
-template <class Append>
-void forEachSequence(std::string_view bytes, Append append) {
-  for (std::size_t at = 0; at < bytes.size();) {
-    const Sequence sequence = sequenceAt(bytes, at);
-    append(sequence.valid ? bytes.substr(at, sequence.length) : kReplacement);
-    at += sequence.length;
-  }
+/// How many bytes the character with this first byte has, in valid UTF-8.
+std::size_t lengthOf(unsigned char lead) { return lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4; }
+
+unsigned codePoint(std::string_view character) {
+  const auto byteAt = [character](std::size_t i) { return static_cast<unsigned char>(character[i]); };
+  if (character.size() == 1) return byteAt(0);
+  unsigned point = byteAt(0) & (0x7FU >> character.size());
+  for (std::size_t i = 1; i < character.size(); ++i) point = point << 6 | (byteAt(i) & 0x3FU);
+  return point;
 }
 
 }  // namespace
 
-std::string validUTF8(std::string_view bytes) {
-  std::string text;
-  text.reserve(bytes.size());
-  forEachSequence(bytes, [&](std::string_view sequence) { text += sequence; });
-  return text;
-}
+std::string validUTF8(std::string_view bytes) { return replacingInvalidUTF8(bytes); }
 
 std::string printable(std::string_view bytes) {
+  const std::string valid = validUTF8(bytes);
   std::string text;
-  text.reserve(bytes.size());
-  forEachSequence(bytes, [&](std::string_view sequence) {
-    const unsigned point = codePoint(sequence);
+  text.reserve(valid.size());
+  for (std::size_t at = 0; at < valid.size();) {
+    const std::string_view character =
+        std::string_view(valid).substr(at, lengthOf(static_cast<unsigned char>(valid[at])));
+    const unsigned point = codePoint(character);
     if (isUnsafe(point)) {
       text += escaped(point);
     } else {
-      text += sequence;
+      text += character;
     }
-  });
+    at += character.size();
+  }
   return text;
 }
 

@@ -1,6 +1,8 @@
 #pragma once
 
 #include <compare>
+#include <optional>
+#include <string>
 
 namespace sorrel {
 
@@ -16,5 +18,8 @@ struct Date {
 
 /// Seconds between 1970 and 2001, the epoch of property list dates.
 inline constexpr double kSecondsFrom1970To2001 = 978307200.0;
+
+/// "YYYY-MM-DDThh:mm:ssZ" (ISO 8601, UTC) without the part of a second; nothing outside the years 1 to 9999.
+[[nodiscard]] std::optional<std::string> isoText(Date date);
 
 }  // namespace sorrel

@@ -10,6 +10,8 @@
 #include <random>
 #include <utility>
 
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
+
 namespace sorrel {
 
 namespace {
@@ -17,32 +19,8 @@ namespace {
 constexpr std::size_t kFirstChunk = 4096;
 constexpr int kNameAttempts = 100;
 
-class Descriptor {
- public:
-  explicit Descriptor(int fd) : fd_(fd) {}
-  ~Descriptor() { close(); }
-  Descriptor(const Descriptor&) = delete;
-  Descriptor& operator=(const Descriptor&) = delete;
-  [[nodiscard]] int get() const { return fd_; }
-  /// False if there is none, or if the file system tells of a late failure.
-  bool close() { return fd_ >= 0 && ::close(std::exchange(fd_, -1)) == 0; }
-
- private:
-  int fd_;
-};
-
-bool isRegular(const Descriptor& file, struct stat& status) {
-  return file.get() >= 0 && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
-}
-
-bool writeAll(int fd, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t count = ::write(fd, bytes.data(), bytes.size());
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(count));
-  }
-  return true;
+bool isRegular(const FileDescriptor& file, struct stat& status) {
+  return file.isOpen() && ::fstat(file.get(), &status) == 0 && S_ISREG(status.st_mode);
 }
 
 std::string temporaryName(std::string_view name) {
@@ -66,9 +44,9 @@ class Replacement {
   Replacement& operator=(const Replacement&) = delete;
 
   bool run(std::string_view bytes) {
-    if (folder_.get() < 0 || !lookAtTarget()) return false;
-    Descriptor file(createTemporary());
-    if (file.get() < 0 || !takeOverRights(file.get())) return false;
+    if (!folder_.isOpen() || !lookAtTarget()) return false;
+    FileDescriptor file(createTemporary());
+    if (!file.isOpen() || !takeOverRights(file.get())) return false;
     if (!writeAll(file.get(), bytes) || ::fsync(file.get()) != 0 || !file.close()) return false;
     if (::renameat(folder_.get(), temporary_.c_str(), folder_.get(), name_.c_str()) != 0) return false;
     temporary_.clear();
@@ -80,8 +58,8 @@ class Replacement {
  private:
   /// The target may be missing; if it is there it must be a regular file itself.
   bool lookAtTarget() {
-    const Descriptor target(::openat(folder_.get(), name_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
-    if (target.get() < 0) return errno == ENOENT;
+    const FileDescriptor target(::openat(folder_.get(), name_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
+    if (!target.isOpen()) return errno == ENOENT;
     exists_ = isRegular(target, old_);
     return exists_;
   }
@@ -107,7 +85,7 @@ class Replacement {
     return ::fchmod(fd, old_.st_mode & 07777) == 0;
   }
 
-  Descriptor folder_;
+  FileDescriptor folder_;
   std::string name_;
   std::string temporary_;
   bool exists_ = false;
@@ -116,12 +94,14 @@ class Replacement {
 
 }  // namespace
 
-std::optional<std::string> readFileBytes(const std::string& path, std::size_t limit) {
+std::optional<std::string> readFileBytes(const std::string& path, std::size_t limit, LastLink lastLink) {
+  if (path.find('\0') != path.npos) return std::nullopt;
   // O_NONBLOCK: to open a FIFO would wait for its other end.
-  const Descriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+  const int refusal = lastLink == LastLink::Refused ? O_NOFOLLOW : 0;
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | refusal));
   struct stat status {};
   if (!isRegular(file, status) || std::cmp_greater(status.st_size, limit)) return std::nullopt;
-  // Read to the end, whatever the size says: it may change meanwhile, and some file systems tell none.
+  // Read to the end, whatever the size says: it may change meanwhile, and some file systems report none.
   std::string bytes(std::max(static_cast<std::size_t>(status.st_size) + 1, kFirstChunk), '\0');
   std::size_t length = 0;
   for (;;) {

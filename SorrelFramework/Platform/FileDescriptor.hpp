@@ -1,5 +1,6 @@
 #pragma once
 
+#include <string_view>
 #include <utility>
 
 namespace sorrel {
@@ -18,10 +19,16 @@ class FileDescriptor {
 
   [[nodiscard]] int get() const noexcept { return descriptor_; }
   [[nodiscard]] bool isOpen() const noexcept { return descriptor_ >= 0; }
+  /// Closes it at once. False if there is none, or if the file system reports a late failure to write.
+  bool close() noexcept;
   void reset() noexcept;
 
  private:
   int descriptor_ = -1;
 };
+
+/// Writes all of `bytes`, in as many calls as that takes. False, with errno set, after the first call that
+/// fails.
+[[nodiscard]] bool writeAll(int descriptor, std::string_view bytes) noexcept;
 
 }  // namespace sorrel

@@ -1,10 +1,6 @@
-// Written here rather than by libplist, whose XML keeps the order of insertion, knows dates from 1933 to 2069
-// only and breaks off a text at a NUL.
 #include <algorithm>
 #include <charconv>
 #include <cmath>
-#include <cstdio>
-#include <ctime>
 
 #include "SorrelFramework/Platform/PropertyListForms.hpp"
 #include "SorrelFramework/Platform/Text.hpp"
@@ -26,10 +22,6 @@ constexpr std::string_view kFoot = "</plist>\n";
 constexpr std::size_t kDataColumns = 76;
 constexpr std::size_t kDataIndent = 8;
 
-/// The years that four digits hold, as seconds since 1970.
-constexpr double kFirstSecond = -62135596800.0;  // 0001-01-01
-constexpr double kEndSecond = 253402300800.0;    // 10000-01-01
-
 bool isXMLText(std::string_view text) { return text.find('\0') == text.npos && isValidUTF8(text); }
 
 std::string base64(const PropertyList::Data& data, std::size_t start, std::size_t end) {
@@ -49,19 +41,6 @@ std::string realText(double real) {
   if (std::isinf(real)) return real > 0 ? "+infinity" : "-infinity";
   char buffer[32];
   return {buffer, std::to_chars(buffer, std::end(buffer), real).ptr};
-}
-
-std::optional<std::string> dateText(Date date) {
-  const double seconds = std::floor(date.secondsSince1970);
-  if (!(seconds >= kFirstSecond && seconds < kEndSecond)) return std::nullopt;
-  const auto moment = static_cast<std::time_t>(seconds);
-  std::tm fields{};
-  if (::gmtime_r(&moment, &fields) == nullptr) return std::nullopt;
-  char buffer[80];
-  const int length =
-      std::snprintf(buffer, sizeof buffer, "%04d-%02d-%02dT%02d:%02d:%02dZ", fields.tm_year + 1900,
-                    fields.tm_mon + 1, fields.tm_mday, fields.tm_hour, fields.tm_min, fields.tm_sec);
-  return std::string(buffer, static_cast<std::size_t>(length));
 }
 
 class XMLWriter {
@@ -111,7 +90,7 @@ class XMLWriter {
   }
 
   bool date(Date date, std::size_t level) {
-    const std::optional<std::string> text = dateText(date);
+    const std::optional<std::string> text = isoText(date);
     if (text.has_value()) element(level, "date", *text);
     return text.has_value();
   }

@@ -35,16 +35,6 @@ FileDescriptor newFile(const std::string& path) {
   return FileDescriptor(::open(path.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, 0600));
 }
 
-bool writeAll(int file, std::string_view bytes) {
-  while (!bytes.empty()) {
-    const ssize_t written = ::write(file, bytes.data(), bytes.size());
-    if (written < 0 && errno == EINTR) continue;
-    if (written <= 0) return false;
-    bytes.remove_prefix(static_cast<std::size_t>(written));
-  }
-  return true;
-}
-
 bool copyJournal(const std::string& from, const std::string& to) {
   const auto bytes = readFileBytes(from, static_cast<std::size_t>(kMaximumBytes));
   if (!bytes || bytes->empty() || bytes->ends_with(kJournalMagic)) return false;

@@ -2,7 +2,11 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <string>
+#include <thread>
 #include <utility>
 
 namespace sorrel {
@@ -55,6 +59,39 @@ TEST(FileDescriptor, assignmentOfATemporaryClosesTheOldFile) {
   EXPECT_TRUE(file.isOpen());
   EXPECT_NE(file.get(), old);
   EXPECT_FALSE(isOpen(old));
+}
+
+TEST(FileDescriptor, closeSaysWhetherThereWasOneToClose) {
+  FileDescriptor file = openNull();
+  const int number = file.get();
+  EXPECT_TRUE(file.close());
+  EXPECT_FALSE(isOpen(number));
+  EXPECT_FALSE(file.isOpen());
+  EXPECT_FALSE(file.close());
+}
+
+TEST(WriteAll, writesMoreThanAPipeHolds) {
+  int ends[2];
+  ASSERT_EQ(::pipe(ends), 0);
+  const FileDescriptor out(ends[0]);
+  FileDescriptor in(ends[1]);
+  const std::string bytes(1 << 20, 'x');
+  std::size_t got = 0;
+  std::thread reader([&] {
+    std::string buffer(4096, '\0');
+    for (ssize_t count = 0; (count = ::read(out.get(), buffer.data(), buffer.size())) > 0;)
+      got += static_cast<std::size_t>(count);
+  });
+  EXPECT_TRUE(writeAll(in.get(), bytes));
+  in.reset();
+  reader.join();
+  EXPECT_EQ(got, bytes.size());
+}
+
+TEST(WriteAll, saysThatACallFailed) {
+  EXPECT_FALSE(writeAll(-1, "x"));
+  EXPECT_EQ(errno, EBADF);
+  EXPECT_TRUE(writeAll(-1, ""));
 }
 
 }  // namespace
