@@ -60,8 +60,8 @@ TEST_F(Inheritance, noDescriptorStaysOpen) {
   }
 }
 
-TEST_F(Inheritance, aClosedStandardErrorIsNotReplacedByTheBus) {
-  const pid_t process = startAfter("exec 2>&-");
+TEST_F(Inheritance, closedStandardStreamsAreNotReplacedByTheBus) {
+  const pid_t process = startAfter("exec 0<&- 1>&- 2>&-");
   EXPECT_EQ(fs::read_symlink("/proc/" + std::to_string(process) + "/fd/2"), "/dev/null");
 }
 
@@ -111,13 +111,18 @@ TEST_F(Inheritance, aWorkerEndsWithItsSupervisor) {
     const HelperConfiguration configuration;
     const EventJob job{HelperHanldeEventID::Delete, 0,
                        MessageView::of(bytes, HelperMessage::Kind::Event).value(), configuration};
-    Supervisor supervisor([](const EventJob&, ResultSink&) -> EventOutcome {
+    // Never destroyed: that would kill the worker.
+    auto& supervisor = *new Supervisor([](const EventJob&, ResultSink& sink) -> EventOutcome {
+      sink.result(0, HelperEventErrorID::Success, "");
       for (;;) ::pause();
     });
     if (!supervisor.start(1, job, [](const Supervisor::Ending&) {})) return "not started";
+    pollfd result{supervisor.descriptors().front(), POLLIN, 0};
+    if (::poll(&result, 1, 10'000) != 1) return "no result";
     // Ends here without a word to its worker.
     return std::to_string(supervisor.process(1));
   });
+  ASSERT_EQ(told.find_first_not_of("0123456789"), std::string::npos) << told;
   const pid_t process = std::stoi(told);
   const FileDescriptor end(static_cast<int>(::syscall(SYS_pidfd_open, process, 0)));
   if (!end.isOpen()) return;  // gone already
