@@ -128,6 +128,7 @@ std::optional<EventForm> EventForm::announced(std::int32_t eventID, std::int32_t
   return row == nullptr || (paths > 0 && !row->hasPaths) ? std::nullopt : std::optional(form);
 }
 
+bool EventForm::removes() const { return action() == Action::Delete || action() == Action::Shred; }
 Action EventForm::action() const { return rowOf(kind, operation)->action; }
 HelperEventErrorID EventForm::failure() const { return rowOf(kind, operation)->failure; }
 const char* EventForm::name() const { return rowOf(kind, operation)->name; }

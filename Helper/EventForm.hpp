@@ -35,6 +35,8 @@ struct EventForm {
   friend bool operator==(const EventForm&, const EventForm&) = default;
 
   [[nodiscard]] Action action() const;
+  /// Whether it is about paths that are gone if it succeeds.
+  [[nodiscard]] bool removes() const;
   /// The status of a path on which nothing was achieved.
   [[nodiscard]] HelperEventErrorID failure() const;
   /// One word for a log.

@@ -11,9 +11,8 @@ namespace sorrel::helper {
 /// about places stricter: nothing lifts what is built in.
 ///
 /// Lines "key = value"; empty lines and lines that begin with "#" are skipped:
-///   refuse = /absolute/path       neither the place, nor what lies in it, nor what is above it; repeatable.
-///   A
-///                                 slash at the end changes nothing. The path is written plainly: quotes,
+///   refuse = /absolute/path       neither the place, nor what lies in it, nor what is above it; repeatable,
+///                                 with or without a slash at the end. The path is written plainly: quotes,
 ///                                 backslashes, and a comment after it are faults
 ///   allow-file-system = TYPE      works on this type too, as /proc/self/mountinfo calls it; repeatable
 ///   log-paths = yes | no          whether the journal names what was removed; yes by default

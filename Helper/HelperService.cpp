@@ -14,6 +14,7 @@
 #include "Helper/Authority.hpp"
 #include "Helper/CallList.hpp"
 #include "Helper/HelperCall.hpp"
+#include "Helper/RemovedPaths.hpp"
 #include "Helper/Reply.hpp"
 #include "Helper/Supervisor.hpp"
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
@@ -100,6 +101,7 @@ class HelperService::Core {
   [[nodiscard]] std::optional<Clock::time_point> deadline() const;
   void wait(int stopSignal);
   void logFailures(const HelperCall& call, const ResultTable& results);
+  void logRemoved(const HelperCall& call, const ResultTable& results);
 
   const HelperIdentity identity_;
   const HelperWireNames names_;
@@ -298,6 +300,7 @@ void HelperService::Core::finished(std::uint64_t id, const Supervisor::Ending& e
   const EventOutcome told =
       ending.outcome.value_or(EventOutcome{false, static_cast<std::int32_t>(call->form->failure())});
   logFailures(*call, results);
+  if (configuration_.logsPaths && call->form->removes()) logRemoved(*call, results);
   log_.info(call->described() + " done=" + std::to_string(results.successes()) + " failed=" +
             std::to_string(call->paths() - results.successes()) + " flag=" + (told.flag ? "1" : "0") +
             " code=" + std::to_string(told.code) + " worker-memory=" + std::to_string(ending.peakMemory) +
@@ -320,6 +323,18 @@ void HelperService::Core::logFailures(const HelperCall& call, const ResultTable&
     });
   }
   log_.reportHeldBack(call.uid);
+}
+
+void HelperService::Core::logRemoved(const HelperCall& call, const ResultTable& results) {
+  const std::string number = "call " + std::to_string(call.id);
+  const RemovedPaths removed = RemovedPaths::of(*call.view, results);
+  for (const std::string_view path : removed.topmost) {
+    log_.info(number + ": removed path=\"" + escapedForLog(path) + "\"");
+  }
+  if (removed.count > removed.topmost.size()) {
+    log_.info(number + ": removed " + std::to_string(removed.count - removed.topmost.size()) +
+              " more that are not named");
+  }
 }
 
 bool HelperService::Core::close() {

@@ -198,6 +198,32 @@ TEST_F(Life, aPathIsOneLineOfTheLogWhateverItsBytes) {
   EXPECT_EQ(machine->log().find("\ncall 99"), std::string::npos);
 }
 
+TEST_F(Life, theTopmostPathsThatAreGoneAreInTheLog) {
+  start({});
+  const std::string folder = machine->folder().path("folder");
+  const std::string inside = machine->folder().file("folder/a\nb", "x");
+  machine->ask(kDelete, {{folder, HelperDictionary{{"0", 0}}}, {inside, HelperDictionary{{"0", 1}}}});
+  ASSERT_TRUE(machine->waitForLog("done=2 failed=0")) << machine->log();
+  EXPECT_NE(machine->log().find("removed path=\"" + folder + "\""), std::string::npos) << machine->log();
+  EXPECT_EQ(machine->log().find("\\x0ab"), std::string::npos) << "it lay in the folder";
+}
+
+TEST_F(Life, aHundredPathsAreNamedAndTheOthersCounted) {
+  start({});
+  HelperDictionary event;
+  for (int i = 0; i < 103; ++i) event.emplace(rootsFile("f" + std::to_string(i)), HelperDictionary{{"0", i}});
+  machine->ask(kDelete, event);
+  EXPECT_TRUE(machine->waitForLog("removed 3 more that are not named")) << machine->log();
+}
+
+TEST_F(Life, noPathThatIsGoneIsInTheLogIfTheAdministratorSaysSo) {
+  startScripted(ScriptedPolkit::Mode::Yes, "log-paths = no\n");
+  const std::string file = rootsFile("secret-name");
+  machine->ask(kDelete, {{file, HelperDictionary{{"0", 0}}}});
+  ASSERT_TRUE(machine->waitForLog("done=1 failed=0")) << machine->log();
+  EXPECT_EQ(machine->log().find("secret-name"), std::string::npos) << machine->log();
+}
+
 TEST_F(Life, aPathComesBackByteForByte) {
   startScripted(ScriptedPolkit::Mode::No);
   std::string path = "/nowhere/";
