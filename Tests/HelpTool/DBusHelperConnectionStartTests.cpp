@@ -21,6 +21,7 @@
 #include "Tests/HelpTool/BusCalls.hpp"
 #include "Tests/HelpTool/ConnectionKit.hpp"
 #include "Tests/Support/Checkers.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
 
 namespace sorrel {
@@ -96,7 +97,7 @@ TEST_F(DBusHelperConnectionTest, nobodyButTheRightUserIsTrusted) {
 }
 
 TEST_F(DBusHelperConnectionTest, eachCallLooksAtTheOwnerAgain) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can be somebody else";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can be somebody else";
   const passwd* const nobody = ::getpwnam("nobody");  // a bus turns away whom it does not know
   ASSERT_NE(nobody, nullptr);
   startService(WireService::echo);

@@ -13,6 +13,7 @@
 #include "Helper/EventRunner.hpp"
 #include "Helper/PathResult.hpp"
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/RemovalKit.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
@@ -27,7 +28,7 @@ class EventKit : public testing::Test {
   using Status = HelperEventErrorID;
 
   void SetUp() override {
-    if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+    if (!canBeOtherUsers()) GTEST_SKIP() << "only root can give files away";
   }
 
   /// Runs an event with what this process sees under its keys, or with these views.

@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel::helper {
@@ -91,7 +92,7 @@ TEST(HelperConfiguration, aLineThatMakesNoSenseIsAFaultOfTheWhole) {
 class HelperConfigurationFile : public testing::Test {
  protected:
   void SetUp() override {
-    if (::getuid() != 0) GTEST_SKIP() << "needs root, who has to own the file";
+    if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs root, who has to own the file";
     ::chmod(file.c_str(), 0644);
   }
   /// The fault, or the number of places that are refused.

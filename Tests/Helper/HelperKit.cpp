@@ -35,27 +35,55 @@ namespace fs = std::filesystem;
 const std::string kServices = "/usr/share/dbus-1/system-services/";
 const std::string kInstaller = SORREL_HELPER_BUNDLE "/install-helper";
 
+/// Folders that the tests write to. They are made in the layer itself, because root of a user namespace may
+/// not write to those of the machine.
+const std::vector<std::string> kWritten = {"/usr/libexec",
+                                           "/usr/lib/systemd/system",
+                                           "/usr/share/dbus-1/system-services",
+                                           "/usr/share/dbus-1/system.d",
+                                           "/usr/share/polkit-1/actions",
+                                           "/etc/polkit-1"};
+const std::vector<std::string> kRules = {"/etc/polkit-1/rules.d", "/usr/share/polkit-1/rules.d"};
+
 bool overlay(const std::string& layer, const std::string& place) {
-  for (const char* part : {"/upper", "/work"}) fs::create_directories(layer + part);
-  ::chmod((layer + "/upper").c_str(), 0755);
+  fs::create_directories(layer + "/work");
+  fs::create_directories(layer + "/upper");
+  for (const std::string& folder : kWritten) {
+    if (folder.starts_with(place + '/'))
+      fs::create_directories(layer + "/upper" + folder.substr(place.size()));
+  }
   const std::string options =
       "lowerdir=" + place + ",upperdir=" + layer + "/upper,workdir=" + layer + "/work";
   return ::mount("overlay", place.c_str(), "overlay", 0, options.c_str()) == 0;
 }
 
+/// Lets a file of the layer stand in for one that only the machine's root may write.
+void ownCopy(const std::string& file) {
+  const std::string content = contentOf(file);
+  fs::remove(file);
+  std::ofstream(file) << content;
+}
+
 std::string leaveMachine() {
-  if (::getuid() != 0) return "needs root, which the helper runs as";
+  if (!canBeOtherUsers()) return "needs root, which the helper runs as, and other users";
   for (const char* program : {"/usr/bin/dbus-daemon", "/usr/lib/polkit-1/polkitd", "/usr/bin/strace"}) {
     if (::access(program, X_OK) != 0) return std::string("needs ") + program;
   }
   if (::unshare(CLONE_NEWNS) != 0) return "needs the right to have a mount table of its own";
   // Nothing below may ever happen in the mount table that others see.
   if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return "needs a private mount table";
+  ::umask(022);  // other users read what the tests put there
   const std::string layers = "/mnt";
   if (::mount("none", layers.c_str(), "tmpfs", 0, "mode=0755") != 0) return "needs the right to mount";
   for (const char* place : {"/usr", "/etc"}) {
     if (!overlay(layers + place, place)) return "needs overlay mounts";
   }
+  // Empty, because no rule of the machine may count.
+  for (const std::string& rules : kRules) {
+    fs::create_directories(rules);
+    if (::mount("none", rules.c_str(), "tmpfs", 0, "mode=0755") != 0) return "needs the right to mount";
+  }
+  for (const char* table : {"/etc/passwd", "/etc/group"}) ownCopy(table);
   // The bus takes no user that the machine does not know.
   std::ofstream users("/etc/passwd", std::ios::app);
   std::ofstream groups("/etc/group", std::ios::app);
@@ -189,9 +217,6 @@ void HelperMachine::writeFiles(const Setup& setup) const {
         << "\nUser=root\n";
   }
   if (setup.polkit == Polkit::Real) offer(kPolkitName);
-  for (const char* place : {"/etc/polkit-1/rules.d", "/usr/share/polkit-1/rules.d"}) {
-    for (const auto& rules : fs::directory_iterator(place)) fs::remove(rules.path());
-  }
   std::ofstream("/etc/polkit-1/rules.d/00-test.rules")
       << "polkit.addRule(function(action, subject) {" << setup.rules << "});\n";
   fs::remove_all("/etc/" + kService);

@@ -8,6 +8,7 @@
 #include <string>
 
 #include "Helper/DeleteOperation.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/RemovalKit.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
@@ -23,7 +24,7 @@ TEST(PathResult, aRefusalSaysNothingAboutTheItem) {
 }
 
 TEST(PathResult, aRefusalOfAThirdUsersItemNamesTheUser) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give files away";
   const test::TemporaryVolume volume;
   const std::string file = volume.file("folder/file", "x");
   const RemovalPolicy policy = RemovalPolicy::forHelper(test::kKnownUser);

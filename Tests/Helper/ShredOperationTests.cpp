@@ -4,6 +4,8 @@
 #include <sys/mount.h>
 #include <sys/stat.h>
 
+#include <cerrno>
+
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
 #include "Tests/Helper/EventKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
@@ -83,10 +85,17 @@ TEST_F(ShredOperationTest, aFolderIsNeverShreddedWithWhatIsInIt) {
 
 TEST_F(ShredOperationTest, whatHasNoContentLosesItsName) {
   const std::string fifo = volume.fifo("fifo");
-  const std::string device = volume.path("device");
-  ASSERT_EQ(::mknod(device.c_str(), S_IFCHR | 0600, 0x103), 0);
-  EXPECT_TRUE(shredAll({fifo, device}).flag);
+  EXPECT_TRUE(shredAll({fifo}).flag);
   EXPECT_FALSE(isThere(fifo));
+}
+
+TEST_F(ShredOperationTest, aDeviceLosesItsName) {
+  const std::string device = volume.path("device");
+  if (::mknod(device.c_str(), S_IFCHR | 0600, 0x103) != 0) {
+    ASSERT_EQ(errno, EPERM);
+    GTEST_SKIP() << "root of a user namespace makes no devices";
+  }
+  EXPECT_TRUE(shredAll({device}).flag);
   EXPECT_FALSE(isThere(device));
 }
 

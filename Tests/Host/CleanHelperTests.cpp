@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "Tests/Host/HostKit.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 
 namespace sorrel::hosttests {
 namespace {
@@ -58,7 +59,7 @@ class SilentBus {
 class CleanHelper : public testing::Test {
  protected:
   void SetUp() override {
-    if (::getuid() != 0) GTEST_SKIP() << "needs root to give files away";
+    if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs root to give files away";
     volume_.file(kTrash + "mine", 10);
     fs::permissions(volume_.path(), fs::perms::all);
     volume_.text("tools/pkexec", "#!/bin/sh\n: >'" + volume_.path("asked") + "'\nexit 126\n");

@@ -227,7 +227,7 @@ TEST(DuplicatesCommand, scanChangesNothing) {
 }
 
 TEST(DuplicatesCommand, folderThatIsMountedTwiceIsNoCopyOfItself) {
-  if (::getuid() != 0) GTEST_SKIP() << "needs root to mount";
+  if (::geteuid() != 0) GTEST_SKIP() << "needs root to mount";
   const DuplicatesVolume volume;
   volume.text(kHome + "Data/x/a", "12345");
   volume.text(kHome + "Data/x/b", "1234567");

@@ -1,5 +1,7 @@
 // What sorrel answers to wrong use and to broken catalogues, from outside.
 #include <gtest/gtest.h>
+#include <pwd.h>
+#include <unistd.h>
 
 #include <string>
 #include <utility>
@@ -74,8 +76,11 @@ TEST(ExitStatus, aBundleIdentifierTakesLettersDigitsDotsAndHyphens) {
 
 TEST(ExitStatus, aVolumeWithSeveralHomesNeedsAUserThatIsThere) {
   const TemporaryFolder volume;
-  volume.folder("Users/ann");
-  volume.folder("Users/zoe");
+  // None of them is called like the login of whoever runs the test: that one would be taken.
+  const passwd* const account = ::getpwuid(::geteuid());
+  const std::string login = account == nullptr ? "" : account->pw_name;
+  volume.folder("Users/not-" + login);
+  volume.folder("Users/neither-" + login);
   const ProgramRun run = sorrel({"--volume", volume.path(), "scan", "trash"});
   EXPECT_EQ(run.status, 2);
   EXPECT_NE(run.err.find("has no home for"), std::string::npos) << run.err;

@@ -9,6 +9,7 @@
 #include <vector>
 
 #include "Tests/Host/HostKit.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 
 namespace sorrel::hosttests {
 namespace {
@@ -308,7 +309,7 @@ TEST(HostileVolume, homeOfThisMachineIsNoHomeOfTheVolume) {
 }
 
 TEST(HostileVolume, whatSomebodyElseOwnsIsNotTheUsersToDelete) {
-  if (::getuid() != 0) GTEST_SKIP() << "needs root to give files away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs root to give files away";
   const TemporaryFolder volume;
   volume.file("Users/alice/.Trash/mine", 1);
   volume.file("Users/zoe/.Trash/hers", 1);

@@ -85,7 +85,7 @@ TEST_F(RemovalTargetTest, absentIsWhatIsMissingInAPlaceThatIsSafe) {
 }
 
 TEST_F(RemovalTargetTest, whatLiesInAThirdUsersFolderIsNotTold) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give files away";
   volume_.file("theirs/file", "x");
   volume_.setOwner("theirs", kThird);
   const RemovalPolicy helper = RemovalPolicy::forHelper(kCaller);
@@ -95,7 +95,7 @@ TEST_F(RemovalTargetTest, whatLiesInAThirdUsersFolderIsNotTold) {
 }
 
 TEST_F(RemovalTargetTest, theOwnerOfAThirdUsersItemIsKnownWhereTheWayIsOpen) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give files away";
   volume_.file("foreign", "x");
   volume_.file("theirs/foreign", "x");
   volume_.file("mine", "x");
@@ -123,10 +123,11 @@ TEST_F(RemovalTargetTest, aPathThatIsNotNormalIsNotLookedAt) {
 
 TEST_F(RemovalTargetTest, aMountThatIsNotTrustedIsRefused) {
   volume_.file("file", "x");
-  const RemovalPolicy none = RemovalPolicy::forHelper(0, [](std::uint64_t) { return false; });
+  const unsigned caller = ::geteuid();
+  const RemovalPolicy none = RemovalPolicy::forHelper(caller, [](std::uint64_t) { return false; });
   EXPECT_EQ(textOf(RemovalTarget::find(volume_.path("file"), none)), refused(EPERM));
   std::uint64_t asked = 0;
-  const RemovalPolicy every = RemovalPolicy::forHelper(0, [&asked](std::uint64_t mount) {
+  const RemovalPolicy every = RemovalPolicy::forHelper(caller, [&asked](std::uint64_t mount) {
     asked = mount;
     return true;
   });
@@ -329,7 +330,7 @@ TEST_F(RefusedRemoval, protectedPlaceThatWasMovedIntoTheTreeStays) {
 }
 
 TEST_F(RefusedRemoval, refusesALinkAboveTheItemThatSomebodyElseOwns) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can give links away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give links away";
   volume_.file("real/file", "x");
   volume_.link("link", "real");
   volume_.setOwner("link", test::kPlainUser);
@@ -338,7 +339,7 @@ TEST_F(RefusedRemoval, refusesALinkAboveTheItemThatSomebodyElseOwns) {
 }
 
 TEST_F(RefusedRemoval, helperTakesOnlyWhatRootOrTheCallerOwns) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give files away";
   const RemovalPolicy policy = RemovalPolicy::forHelper(kCaller);
   volume_.file("mine", "x");
   volume_.file("roots", "x");
@@ -376,7 +377,7 @@ TEST_F(RefusedRemoval, helperTakesOnlyWhatRootOrTheCallerOwns) {
 }
 
 TEST_F(RefusedRemoval, helperTellsNothingOfWhatLiesOnAForbiddenWay) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give files away";
   RemovalPolicy policy = RemovalPolicy::forHelper(kCaller);
   volume_.file("theirs/folder/file", "x");
   volume_.setOwner("theirs", kThird);
@@ -393,7 +394,7 @@ TEST_F(RefusedRemoval, helperTellsNothingOfWhatLiesOnAForbiddenWay) {
 }
 
 TEST_F(RefusedRemoval, helperFollowsNoLinkOfTheCaller) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can give links away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give links away";
   volume_.file("real/file", "x");
   volume_.link("link", "real");
   volume_.setOwner("link", kCaller);

@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "SorrelFramework/Platform/Host.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
@@ -40,7 +41,7 @@ TEST_F(TrashOnMacVolume, slashBehindTheVolumeDoesNotCount) {
 }
 
 TEST_F(TrashOnMacVolume, userIsTheOwnerOfTheHome) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs a home of another owner";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs a home of another owner";
   volume_.setOwner("Users/alice", 501);
   volume_.install();
   const std::string trash = volume_.folder("Volumes/stick/.Trashes/501");
@@ -49,7 +50,7 @@ TEST_F(TrashOnMacVolume, userIsTheOwnerOfTheHome) {
 }
 
 TEST_F(TrashOnMacVolume, userOfThisProcessCountsWhereTheHomesOwnerHasNoTrash) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs a home of another owner";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs a home of another owner";
   volume_.setOwner("Users/alice", 501);
   volume_.install();
   const std::string trash = volume_.folder("Volumes/stick/.Trashes/0");
@@ -134,7 +135,7 @@ TEST_F(TrashOnDesktop, filesFolderThatIsALinkIsIgnored) {
 }
 
 TEST_F(TrashOnDesktop, trashOfSomebodyElseIsIgnored) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs a folder of another owner";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs a folder of another owner";
   volume_.folder(own() + "/files");
   volume_.folder(shared() + "/files");
   volume_.setMode(".Trash", 01777);
@@ -144,7 +145,7 @@ TEST_F(TrashOnDesktop, trashOfSomebodyElseIsIgnored) {
 }
 
 TEST_F(TrashOnDesktop, filesFolderOfSomebodyElseIsIgnored) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs a folder of another owner";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs a folder of another owner";
   volume_.folder(own() + "/files");
   volume_.setOwner(own() + "/files", 4711);
   EXPECT_TRUE(found().empty());

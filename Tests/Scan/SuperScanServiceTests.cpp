@@ -12,6 +12,7 @@
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ScanKit.hpp"
 
@@ -364,7 +365,7 @@ TEST_F(SuperScan, absentValuesFallBackToTheDefaults) {
 }
 
 TEST_F(SuperScan, fileOfAnotherUserIsLeftToTheHelper) {
-  if (::getuid() != 0) GTEST_SKIP() << "only root can give files away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give files away";
   volume.folder("Users/bob");
   ASSERT_EQ(::chown(volume.path("Users/alice").c_str(), 10001, 10001), 0);
   ASSERT_EQ(::chown(volume.path("Users/bob").c_str(), 10002, 10002), 0);

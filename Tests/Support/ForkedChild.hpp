@@ -14,6 +14,10 @@ std::string inChild(const std::function<std::string()>& work);
 inline constexpr unsigned kPlainUser = 10001;
 std::string inPlainChild(const std::function<std::string()>& work);
 
+/// True if this process may act as kPlainUser and give it files: root, except in a user namespace that has no
+/// other user than root.
+bool canBeOtherUsers();
+
 /// The same in a child with a mount table of its own, where it may mount and nobody else sees it. "skip"
 /// where the system does not allow that.
 std::string inMountingChild(const std::function<std::string()>& work);
