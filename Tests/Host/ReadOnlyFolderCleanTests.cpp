@@ -7,6 +7,7 @@
 #include <string>
 
 #include "Tests/Host/CleanVolume.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 
 namespace sorrel::hosttests {
 namespace {
@@ -18,7 +19,7 @@ class ReadOnlyFolderClean : public testing::Test {
   static constexpr unsigned kUser = 10001;
 
   void SetUp() override {
-    if (::getuid() != 0) GTEST_SKIP() << "needs root to give files away";
+    if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs root to give files away";
     volume_.file(kCacheFolder + "module/sub/file", 10);
     volume_.file(kCacheFolder + "plain", 5);
     fs::permissions(volume_.path(), fs::perms::all);

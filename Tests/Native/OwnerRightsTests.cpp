@@ -75,7 +75,7 @@ TEST_F(OwnerRights, itemInAReadOnlyFolderGoesAndTheFolderKeepsItsMode) {
 }
 
 TEST_F(OwnerRights, folderThatStaysGetsItsModeBack) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give files away";
   volume_.file("top/kept/foreign/file", "x");
   volume_.file("top/kept/own/file", "x");
   volume_.folder("top/hidden/foreign/sub");
@@ -91,7 +91,7 @@ TEST_F(OwnerRights, folderThatStaysGetsItsModeBack) {
 }
 
 TEST_F(OwnerRights, foldersOfOtherUsersAreLeftAsTheyAre) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give files away";
   volume_.file("top/file", "x");
   volume_.setOwner("top", 4711);
   volume_.setMode("top", 0555);
@@ -112,7 +112,7 @@ TEST_F(OwnerRights, folderBehindALinkKeepsItsMode) {
 }
 
 TEST_F(OwnerRights, deepTreesAreOpenedLevelByLevelAndClosedAgain) {
-  if (::geteuid() != 0) GTEST_SKIP() << "only root can give files away";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give files away";
   constexpr int kDepth = 2 * static_cast<int>(FolderRemoval::kMostOpen);
   std::string path = "top";
   for (int i = 0; i < kDepth; ++i) path += "/d";
@@ -137,7 +137,7 @@ TEST_F(OwnerRights, helperNeverChangesAMode) {
 }
 
 TEST_F(OwnerRights, processThatHasTheRightsAnywayChangesNothing) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs a user with all rights";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs a user with all rights";
   volume_.file("top/file", "x");
   volume_.setMode("top", 0555);
   const FileDescriptor top(::open(volume_.path("top").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -146,7 +146,7 @@ TEST_F(OwnerRights, processThatHasTheRightsAnywayChangesNothing) {
 }
 
 TEST_F(OwnerRights, setGroupIDBitIsNotGivenAwayForIt) {
-  if (::geteuid() != 0) GTEST_SKIP() << "needs a folder of a foreign group";
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs a folder of a foreign group";
   volume_.file("top/file", "x");
   close({{"top", 0555}});
   ASSERT_EQ(::chown(volume_.path("top").c_str(), test::kPlainUser, 4711), 0);
