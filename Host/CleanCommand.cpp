@@ -161,7 +161,9 @@ ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
   const auto result = runClean(row, feature, stop, *progress, onDeleted);
   if (!result) return showStopped(invocation, *feature, scan);
   removeCoveredThatAreGone(*feature, covered);
-  const bool isCleared = !row.isTrash || !invocation.clean.all || removeTrashRemains(*feature);
+  // What no scan lists has no tick that an exception could take away.
+  const bool isWhole = invocation.clean.all && invocation.clean.exceptions.empty();
+  const bool isCleared = !row.isTrash || !isWhole || removeTrashRemains(*feature);
   if (invocation.options.json) {
     writeCleanDocument(std::cout, *feature, scan, outcomeOf(*result, std::move(records).str()));
   } else {

@@ -135,5 +135,17 @@ TEST_F(DesktopTrashClean, otherProgramsSeeAnEmptyTrashAfterwards) {
   EXPECT_EQ(told(home_, "trash-list"), "");
 }
 
+TEST_F(DesktopTrashClean, exceptionsKeepWhatNoScanLists) {
+  home_.text(kTrash + "files/empty", "");
+  home_.text(kTrash + "info/empty.trashinfo", info("empty"));
+  home_.text(kTrash + "expunged/1/x", "x");
+  const auto before = items();
+  const ProgramRun run = clean({"--all", "--except", "*/empty", "*/project", "--yes"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(goneBetween(before, items()),
+            (Words{kTrash + "files/film.mov", kTrash + "files/note", kTrash + "info/film.mov.trashinfo",
+                   kTrash + "info/note.trashinfo"}));
+}
+
 }  // namespace
 }  // namespace sorrel::hosttests
