@@ -14,7 +14,7 @@ namespace sorrel::test {
 namespace fs = std::filesystem;
 
 TemporaryFolder::TemporaryFolder()
-    : path_((fs::canonical(fs::temp_directory_path()) / (std::string(kPrefix) + "XXXXXX")).string()) {
+    : path_((fs::canonical(fs::temp_directory_path()) / fs::path(kPrefix).concat("XXXXXX")).string()) {
   EXPECT_NE(::mkdtemp(path_.data()), nullptr) << path_;
 }
 
