@@ -103,6 +103,8 @@ void HelperCleanService::deleteHelperFile() {
     }
   }
   if (eventDict.empty()) return endHelperHalf();
+  // A check that failed for lack of descriptors or memory at first can succeed now.
+  if (!privilegeHelper && !fetchHelper()) return;
   privilegeHelper->handleEvent(static_cast<std::int32_t>(HelperHanldeEventID::Delete), eventDict,
                                replyCallback(fileDict));
 }

@@ -18,7 +18,7 @@ constexpr std::size_t kMostBytes = std::size_t{64} * 1024;
 bool isDesktopEntryName(std::string_view name) { return name.ends_with(".desktop"); }
 
 std::optional<std::string> desktopEntryName(const std::string& path) {
-  const auto bytes = readFileBytes(path, kMostBytes, LastLink::Refused);
+  const auto bytes = readFileBytes(path, kMostBytes, LinkAtEnd::Refused);
   if (!bytes) return std::nullopt;
   const std::unique_ptr<GKeyFile, decltype(&g_key_file_unref)> file(g_key_file_new(), &g_key_file_unref);
   // Every language is kept, as the one that is wanted is chosen below.

@@ -94,10 +94,10 @@ class Replacement {
 
 }  // namespace
 
-std::optional<std::string> readFileBytes(const std::string& path, std::size_t limit, LastLink lastLink) {
+std::optional<std::string> readFileBytes(const std::string& path, std::size_t limit, LinkAtEnd linkAtEnd) {
   if (path.find('\0') != path.npos) return std::nullopt;
   // O_NONBLOCK: to open a FIFO would wait for its other end.
-  const int refusal = lastLink == LastLink::Refused ? O_NOFOLLOW : 0;
+  const int refusal = linkAtEnd == LinkAtEnd::Refused ? O_NOFOLLOW : 0;
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | refusal));
   struct stat status {};
   if (!isRegular(file, status) || std::cmp_greater(status.st_size, limit)) return std::nullopt;

@@ -8,12 +8,12 @@
 namespace sorrel {
 
 /// What a link in the last component of a path does; links before it are always followed.
-enum class LastLink { Followed, Refused };
+enum class LinkAtEnd { Followed, Refused };
 
 /// The whole content of a regular file. Nothing if it is missing, unreadable, longer than `limit` bytes, or
 /// anything but a regular file: a FIFO, a socket or a device is never read. Any thread.
 [[nodiscard]] std::optional<std::string> readFileBytes(const std::string& path, std::size_t limit,
-                                                       LastLink lastLink = LastLink::Followed);
+                                                       LinkAtEnd linkAtEnd = LinkAtEnd::Followed);
 
 /// Replaces the content of `path` in one step: a temporary file beside it with the mode and the owner of the
 /// old one, synchronised with the disk, then renamed over it. A new file gets the mode 0666 less the umask.

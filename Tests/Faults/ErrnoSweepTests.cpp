@@ -126,6 +126,8 @@ class Sweep {
 class RemovalScene : public Scene {
  public:
   explicit RemovalScene(RemovalPolicy policy) : policy_(std::move(policy)) {
+    // The policy opens the mount table at its first question and keeps it.
+    EXPECT_FALSE(removeItem(volume_.path("absent"), policy_).isSuccess());
     volume_.file("canary/file", "precious");
     volume_.file("work/beside", "precious");
     volume_.link("alias", "work");
