@@ -21,7 +21,7 @@ using Names = std::vector<std::string>;
 
 /// "Class::member" for each static bool that a class of the header declares.
 Names switchesDeclaredIn(const std::string& header) {
-  static const std::regex classLine(R"(^\s*(class|struct) (\w+)[^;]*$)");
+  static const std::regex classLine(R"(^(class|struct) (\w+)[^;]*$)");
   static const std::regex switchLine(
       R"(^\s*(inline static|static inline|static) (std::atomic<bool>|std::atomic_bool|bool) (\w+)\s*(=.*|\{.*)?;.*$)");
   Names names;
