@@ -12,6 +12,7 @@
 #include <vector>
 
 #include "Helper/Authority.hpp"
+#include "Helper/BusPolicy.hpp"
 #include "Helper/CallList.hpp"
 #include "Helper/HelperCall.hpp"
 #include "Helper/RemovedPaths.hpp"
@@ -96,6 +97,7 @@ class HelperService::Core {
   void stop();
   bool serveBus();
   bool leave();
+  [[nodiscard]] bool isGuarded();
   [[nodiscard]] std::string sender() const { return object_->getCurrentlyProcessedMessage()->getSender(); }
   [[nodiscard]] const char* refusalOfAll();
   [[nodiscard]] std::optional<Clock::time_point> deadline() const;
@@ -103,7 +105,7 @@ class HelperService::Core {
   void logFailures(const HelperCall& call, const ResultTable& results);
   void logRemoved(const HelperCall& call, const ResultTable& results);
 
-  const HelperIdentity identity_;
+  HelperIdentity identity_;
   const HelperWireNames names_;
   const HelperConfiguration configuration_;
   HelperLog& log_;
@@ -460,6 +462,17 @@ void HelperService::Core::wait(int stopSignal) {
   if (descriptors[1].revents != 0) stop();
 }
 
+bool HelperService::Core::isGuarded() {
+  const auto probe = std::exchange(identity_.probe, nullptr);
+  try {
+    if (probe == nullptr || refusesDescriptors(*probe, names_)) return true;
+    log_.error("the policy of the bus lets descriptors through: no call is taken");
+  } catch (const sdbus::Error& error) {
+    log_.error("the policy of the bus: " + escapedForLog(error.getMessage()));
+  }
+  return false;
+}
+
 bool HelperService::Core::run(int stopSignal) {
   try {
     offer();
@@ -467,6 +480,7 @@ bool HelperService::Core::run(int stopSignal) {
     log_.error("no name on the bus: " + escapedForLog(error.getMessage()));
     return false;
   }
+  if (!isGuarded()) return false;
   log_.info("version " + identity_.version + " serves " + identity_.service);
   while (serveBus()) {
     if (leave()) return true;

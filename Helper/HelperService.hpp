@@ -24,6 +24,9 @@ struct HelperIdentity {
   std::function<bool(std::string& text)> uninstall;
   /// Whether another program has taken the place of this one on the disk; may be empty.
   std::function<bool()> isReplaced;
+  /// Another connection to the bus, over which the service checks that no descriptor can reach it; null for no
+  /// check. Used at the start alone.
+  std::shared_ptr<sdbus::IConnection> probe;
 };
 
 /// The service on the bus, with the methods of HelperWireNames. An event takes two calls. Begin announces its
@@ -48,7 +51,7 @@ class HelperService {
 
   /// Takes the name and serves until the helper is closed, has been idle, `stopSignal` becomes readable, or
   /// the bus is gone. After a stop, running workers are killed and their events answered. False if there is
-  /// no bus or no name (any more).
+  /// no bus or no name (any more), or if the bus would let descriptors through.
   bool run(int stopSignal);
 
   /// How long a caller may take to fill the memory that it got.

@@ -68,12 +68,13 @@ int main(int count, char**) {
   HelperLog log(kService);
   // The bus's address is the one thing that the environment may say; only root sets it.
   std::unique_ptr<sdbus::IConnection> bus = systemBus(log);
+  std::shared_ptr<sdbus::IConnection> probe = systemBus(log);
   const int stop = stopSignal();
-  if (bus == nullptr || stop < 0 || !leaveEveryInheritance()) return EXIT_FAILURE;
+  if (bus == nullptr || probe == nullptr || stop < 0 || !leaveEveryInheritance()) return EXIT_FAILURE;
   const std::string file = "/etc/" + std::string(kService) + "/helper.conf";
   HelperConfiguration configuration = HelperConfiguration::read(file);
   if (!configuration.fault.empty()) log.error(file + ": " + configuration.fault + ": all events are refused");
-  HelperService service(std::move(bus), {kService, SORREL_VERSION, removeInstallation, watchProgram()},
+  HelperService service(std::move(bus), {kService, SORREL_VERSION, removeInstallation, watchProgram(), std::move(probe)},
                         std::move(configuration), log);
   return service.run(stop) ? EXIT_SUCCESS : EXIT_FAILURE;
 }

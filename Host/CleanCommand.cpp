@@ -37,8 +37,11 @@
 #include "Host/UnreadNote.hpp"
 #include "SorrelFramework/Clean/TrashRemains.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
+#include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Platform/FileManager.hpp"
+#include "SorrelFramework/Platform/Host.hpp"
 
 namespace sorrel::cli {
 namespace {
@@ -115,11 +118,36 @@ CleanOutcome outcomeOf(const CleanResult& result, std::string records) {
   return outcome;
 }
 
-void tellOfMissingHelper(const std::vector<CleanItem>& items) {
+bool isHelperInstalled() {
+  const std::string name = Host::current().mainBundle().identifier + "Helper";
+  const SystemHelperInstallation installation;
+  return fileExists(installation.serviceFile(name)) && fileExists(installation.program(name));
+}
+
+/// Why the helper did not remove what was left for it.
+void reportHelper(const std::vector<CleanItem>& items) {
   const bool isWanted =
       std::ranges::any_of(items, [](const CleanItem& item) { return item.isLeft && !item.isRefused; });
   if (!isWanted || PrivilegeHelper::shard().helpTool() != nullptr) return;
-  std::cerr << "sorrel: there is no privileged helper to remove what you may not remove yourself\n";
+  std::cerr << (isHelperInstalled()
+                    ? "sorrel: the privileged helper cannot be started\n"
+                    : "sorrel: there is no privileged helper to remove what you may not remove yourself\n");
+}
+
+/// The exit status of a clean that has ended and was reported.
+ExitStatus statusOf(const std::vector<CleanItem>& items, bool isCleared, bool isStopped) {
+  if (isStopped) {
+    std::cerr << "sorrel: stopped. What is listed as removed is gone, the rest was left as it is.\n";
+    return ExitStatus::Stopped;
+  }
+  if (PrivilegeHelper::shard().lostCalls() > 0) {
+    std::cerr << "sorrel: the privileged helper ended before it had finished. What is listed as removed is "
+                 "gone.\n";
+    return ExitStatus::Failed;
+  }
+  if (isCleared && std::ranges::all_of(items, &CleanItem::isGone)) return ExitStatus::Done;
+  reportHelper(items);
+  return ExitStatus::Failed;
 }
 
 /// Removes what no scan lists from the trash folders of a feature; false if some of it stayed.
@@ -163,16 +191,15 @@ ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
   removeCoveredThatAreGone(*feature, covered);
   // What no scan lists has no tick that an exception could take away.
   const bool isWhole = invocation.clean.all && invocation.clean.exceptions.empty();
-  const bool isCleared = !row.isTrash || !isWhole || removeTrashRemains(*feature);
+  const bool hasRemains = row.isTrash && isWhole && !stop.isPulled();
+  const bool isCleared = !hasRemains || removeTrashRemains(*feature);
   if (invocation.options.json) {
     writeCleanDocument(std::cout, *feature, scan, outcomeOf(*result, std::move(records).str()));
   } else {
     writeCleaned(std::cout, items, result->size, invocation.order);
   }
   finishOutput();
-  if (isCleared && std::ranges::all_of(items, &CleanItem::isGone)) return ExitStatus::Done;
-  tellOfMissingHelper(items);
-  return ExitStatus::Failed;
+  return statusOf(items, isCleared, stop.isPulled());
 }
 
 }  // namespace

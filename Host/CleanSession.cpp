@@ -8,6 +8,7 @@
 #include "Host/CleanProgress.hpp"
 #include "Host/ExitStatus.hpp"
 #include "Host/StopSwitch.hpp"
+#include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Platform/MainQueue.hpp"
@@ -80,7 +81,9 @@ void takeRepairedTree(const CleanFeature& row, FeatureInformation& feature,
   feature.state = NSControlStateValueOff;
 }
 
-[[noreturn]] void endAtOnce() {
+/// While the helper is at work its replies decide what was removed, and the clean ends with them.
+void stopClean() {
+  if (PrivilegeHelper::shard().stopEvents()) return;
   std::cerr << "sorrel: stopped. What was removed until now is gone, the rest was left as it is."
             << std::endl;
   std::_Exit(static_cast<int>(ExitStatus::Stopped));
@@ -99,7 +102,7 @@ std::optional<CleanResult> runClean(const CleanFeature& row, const Ref<FeatureIn
     isStarted = true;
     stop.setAction([&progress] {
       progress.end();
-      endAtOnce();
+      stopClean();
     });
     progress.begin();
     startClean(row, feature, listener);

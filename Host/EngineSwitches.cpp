@@ -3,6 +3,7 @@
 #include <array>
 
 #include "Host/CommandLine.hpp"
+#include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
 #include "SorrelFramework/Platform/FileManager.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 
@@ -10,6 +11,7 @@ namespace sorrel::cli {
 namespace {
 
 constexpr std::array kSwitches = {
+    EngineSwitch{"DBusHelperConnection::repliesToLostEvents", &DBusHelperConnection::repliesToLostEvents},
     EngineSwitch{"DuplicateScanService::findsEveryEqualPair", &DuplicateScanService::findsEveryEqualPair},
     EngineSwitch{"DuplicateScanService::ignoresFoldersWithoutHashes",
                  &DuplicateScanService::ignoresFoldersWithoutHashes},

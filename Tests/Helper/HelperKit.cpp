@@ -206,6 +206,14 @@ HelperMachine::HelperMachine(const Setup& setup) {
 void HelperMachine::writeFiles(const Setup& setup) const {
   ChildProcess installer(kInstaller, {kService});
   EXPECT_EQ(installer.run([](std::string_view) { return true; }).exitStatus, 0);
+  if (setup.letsDescriptorsThrough) {
+    const std::string file = "/usr/share/dbus-1/system.d/" + kService + ".conf";
+    std::string policy = contentOf(file);
+    const std::size_t limit = policy.find(" max_fds=\"0\"");
+    EXPECT_NE(limit, std::string::npos);
+    policy.erase(limit, std::string(" max_fds=\"0\"").size());
+    std::ofstream(file) << policy;
+  }
   folder_.folder("services");
   const auto offer = [&](const std::string& name) {
     fs::copy_file(kServices + name + ".service", folder_.path("services/" + name + ".service"));

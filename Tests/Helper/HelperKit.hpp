@@ -48,6 +48,7 @@ class HelperMachine {
     std::string rules;          ///< body of the function that the real one asks
     std::string configuration;  ///< helper.conf
     std::string tracer;         ///< what the helper is started through
+    bool letsDescriptorsThrough = false;  ///< the policy of the bus, unlike the one that is installed
   };
 
   explicit HelperMachine(const Setup& setup);

@@ -188,7 +188,7 @@ class HelperServiceEnd : public testing::Test {
     service =
         std::make_unique<HelperService>(std::move(connection),
                                         HelperIdentity{kOwnName, "1.2.3", [](std::string&) { return false; },
-                                                       [this] { return isReplaced.load(); }},
+                                                       [this] { return isReplaced.load(); }, nullptr},
                                         configuration, log);
     own.whenItHasItsName = [this] { hasName.set_value(); };
     thread = std::thread([&] {
