@@ -24,8 +24,8 @@ struct HelperIdentity {
   std::function<bool(std::string& text)> uninstall;
   /// Whether another program has taken the place of this one on the disk; may be empty.
   std::function<bool()> isReplaced;
-  /// Another connection to the bus, over which the service checks that no descriptor can reach it; null for no
-  /// check. Used at the start alone.
+  /// Another connection to the bus, over which the service checks that no descriptor can reach it; null for
+  /// no check. Used at the start alone.
   std::shared_ptr<sdbus::IConnection> probe;
 };
 

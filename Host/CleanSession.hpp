@@ -30,7 +30,8 @@ using HandedFunc = std::function<void(const FileRecords& handed)>;
 /// Cleans what is ticked in `feature`, with this thread as the main loop, and returns at the end of the
 /// clean; `feature` is then the repaired tree. `progress` is on the screen meanwhile. Nothing happens, and
 /// nothing is answered, if the switch was pulled before. Ctrl-C during the clean ends the process at once
-/// with ExitStatus::Stopped: what is gone until then is gone.
+/// with ExitStatus::Stopped: what is gone until then is gone. While the privileged helper is at work it stops
+/// the helper instead, and the clean ends with what the helper has done.
 std::optional<CleanResult> runClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,
                                     StopSwitch& stop, CleanProgress& progress, HandedFunc onDeleted);
 

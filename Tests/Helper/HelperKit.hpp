@@ -45,9 +45,9 @@ class HelperMachine {
   struct Setup {
     Polkit polkit = Polkit::Scripted;
     ScriptedPolkit::Mode mode = ScriptedPolkit::Mode::Yes;
-    std::string rules;          ///< body of the function that the real one asks
-    std::string configuration;  ///< helper.conf
-    std::string tracer;         ///< what the helper is started through
+    std::string rules;                    ///< body of the function that the real one asks
+    std::string configuration;            ///< helper.conf
+    std::string tracer;                   ///< what the helper is started through
     bool letsDescriptorsThrough = false;  ///< the policy of the bus, unlike the one that is installed
   };
 

@@ -28,7 +28,8 @@ struct ScriptedPolkit::State {
     } else if (mode == Mode::Error) {
       result.returnError(sdbus::Error("org.freedesktop.PolicyKit1.Error.Failed", "no session"));
     } else {
-      answer(result, mode == Mode::Yes);
+      const bool isFirst = question.subjectName == questions.front().subjectName;
+      answer(result, mode == Mode::Yes || (mode == Mode::YesToFirst && isFirst));
     }
   }
 

@@ -23,7 +23,13 @@ class ScriptedPolkit {
     std::uint32_t flags = 0;
     std::string sender;
   };
-  enum class Mode { Yes, No, Error, Wait };
+  enum class Mode {
+    Yes,
+    No,
+    Error,
+    Wait,
+    YesToFirst,  ///< to the connection that asked first
+  };
 
   ScriptedPolkit(const std::string& address, Mode mode);
   ~ScriptedPolkit();

@@ -31,14 +31,14 @@ using namespace test;
 
 constexpr const char* kDenied = "org.freedesktop.DBus.Error.AccessDenied";
 
-/// A file on a FUSE file system whose server answers everybody but one process, which it keeps waiting when it
-/// closes the file.
+/// A file on a FUSE file system whose server answers everybody but one process, which it keeps waiting when
+/// it closes the file.
 class StickyFile {
  public:
   StickyFile(const std::string& file, pid_t victim)
       : file_(file), victim_(victim), server_(::open("/dev/fuse", O_RDWR | O_CLOEXEC)) {
-    const std::string options = "fd=" + std::to_string(server_.get()) +
-                                ",rootmode=100666,user_id=0,group_id=0,allow_other";
+    const std::string options =
+        "fd=" + std::to_string(server_.get()) + ",rootmode=100666,user_id=0,group_id=0,allow_other";
     isMounted_ = ::mount("sticky", file.c_str(), "fuse.sticky", 0, options.c_str()) == 0;
     if (isMounted_) thread_ = std::thread([this] { serve(); });
   }
@@ -152,9 +152,8 @@ class Descriptors : public HelperServiceKit {
     std::set<std::string> errors;
     for (const char* method :
          {HelperWireNames::begin, HelperWireNames::run, HelperWireNames::getHelperVersion, "HandleEvent"}) {
-      errors.insert(caller.call(method, [descriptor](sdbus::MethodCall& call) {
-        call << kDelete << sdbus::UnixFd(descriptor);
-      }));
+      errors.insert(caller.call(
+          method, [descriptor](sdbus::MethodCall& call) { call << kDelete << sdbus::UnixFd(descriptor); }));
     }
     return errors;
   }

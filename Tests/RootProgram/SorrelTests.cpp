@@ -20,14 +20,14 @@ namespace {
 namespace fs = std::filesystem;
 using namespace test;
 
-/// A volume of Alice's, with five files of root's in her trash, and a helper whose worker stops at the third.
+/// A volume of Alice's, with five files of root's in her trash, and a helper whose worker hangs at the third.
 class SorrelAtWork : public HelperServiceKit {
  protected:
   void SetUp() override {
     HelperServiceKit::SetUp();
     if (IsSkipped()) return;
     HelperMachine::Setup setup;
-    setup.tracer = kTracer + " -o /dev/null -e trace=unlinkat -e inject=unlinkat:delay_enter=60000000:when=3+";
+    setup.tracer = kTracer + " -o /dev/null -e trace=unlinkat -e inject=unlinkat:signal=SIGSTOP:when=3";
     start(setup);
     machine->folder().file("volume/Library/LaunchDaemons/" + kService + ".plist");
     machine->folder().file("volume/Library/PrivilegedHelperTools/" + kService);
@@ -60,8 +60,8 @@ class SorrelAtWork : public HelperServiceKit {
     ::setgroups(0, nullptr);
     if (::setresgid(kAlice, kAlice, kAlice) != 0 || ::setresuid(kAlice, kAlice, kAlice) != 0) ::_exit(99);
     const std::array<const char*, 3> environment = {address.c_str(), "HOME=/nonexistent", nullptr};
-    ::execle(SORREL_PROGRAM, "sorrel", "--volume", volume.c_str(), "clean", "trash", "--all", "--yes", nullptr,
-             environment.data());
+    ::execle(SORREL_PROGRAM, "sorrel", "--volume", volume.c_str(), "clean", "trash", "--all", "--yes",
+             nullptr, environment.data());
     ::_exit(98);
   }
   /// Its exit status when it has ended; the listed files are exactly those that are gone.
@@ -96,8 +96,9 @@ TEST_F(SorrelAtWork, theEndOfTheHelperIsReportedWithWhatIsGone) {
   ASSERT_TRUE(runMainLoopUntil([this] { return !exists(1); })) << errors() << machine->log();
   machine->kill(SIGKILL);
   EXPECT_EQ(endOf(child), 1);
-  EXPECT_EQ(errors(),
-            "sorrel: the privileged helper ended before it had finished. What is listed as removed is gone.\n");
+  EXPECT_EQ(
+      errors(),
+      "sorrel: the privileged helper ended before it had finished. What is listed as removed is gone.\n");
 }
 
 }  // namespace

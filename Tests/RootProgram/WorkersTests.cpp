@@ -61,7 +61,7 @@ TEST_F(Workers, aWorkerWhoseCallerLeftIsKilledAtOnce) {
 }
 
 TEST_F(Workers, aUsersStopKillsTheWorkerAtOnceAndIsAnswered) {
-  start(withInjection("delay_enter=60000000:when=3+"));
+  start(withInjection("signal=SIGSTOP:when=3"));
   HelperDictionary event;
   for (int i = 0; i < 5; ++i)
     event.emplace(rootsFile("file" + std::to_string(i)), HelperDictionary{{"0", i}});
@@ -105,7 +105,7 @@ TEST_F(Workers, aStopOfAnotherConnectionStopsNothing) {
 }
 
 TEST_F(Workers, theLossOfTheSupervisorIsReportedFromTheDisk) {
-  start(withInjection("delay_enter=60000000:when=3+"));
+  start(withInjection("signal=SIGSTOP:when=3"));
   DBusHelperConnection::repliesToLostEvents = true;
   HelperDictionary event;
   for (int i = 0; i < 5; ++i)
