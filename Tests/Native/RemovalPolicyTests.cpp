@@ -389,7 +389,6 @@ TEST(RemovalPolicy, helperRemovesNothingForACallerWhoseHomeIsUnknown) {
 }
 
 TEST(RemovalPolicy, helperKeepsTheHomeOfTheCaller) {
-  // One whom a directory service knows and does not list: found by number alone.
   const test::TemporaryVolume volume;
   const std::string home = volume.folder("homes/home");
   const std::string told = test::inMountingChild([&]() -> std::string {
