@@ -12,6 +12,7 @@
 #include <memory>
 #include <utility>
 
+#include "Helper/Confinement.hpp"
 #include "Helper/HelperConfiguration.hpp"
 #include "Helper/HelperLog.hpp"
 #include "Helper/HelperService.hpp"
@@ -23,7 +24,7 @@ namespace {
 
 constexpr const char* kService = SORREL_HELPER_SERVICE;
 
-/// Nothing of whoever started the program goes on to act through it.
+/// Drops what the program that started this one could act through.
 bool leaveEveryInheritance() {
   if (::prctl(PR_SET_DUMPABLE, 0) != 0 || ::clearenv() != 0) return false;
   if (::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1) != 0) return false;
@@ -33,7 +34,7 @@ bool leaveEveryInheritance() {
   return ::chdir("/") == 0;
 }
 
-/// Standard error is for the log; the other two are nothing, and nothing else is open.
+/// Leaves standard error open, for the log, and the other two on /dev/null; closes every other descriptor.
 bool closeForeignDescriptors() {
   const int nothing = ::open("/dev/null", O_RDWR);
   if (nothing < 0 || ::dup2(nothing, STDIN_FILENO) < 0 || ::dup2(nothing, STDOUT_FILENO) < 0) return false;
@@ -41,7 +42,7 @@ bool closeForeignDescriptors() {
   return ::close_range(STDERR_FILENO + 1, ~0U, 0) == 0;
 }
 
-/// A descriptor that is readable once somebody wants the program to end.
+/// A descriptor that is readable once a signal asks the program to end.
 int stopSignal() {
   ::signal(SIGPIPE, SIG_IGN);
   sigset_t stops;
@@ -66,6 +67,10 @@ int main(int count, char**) {
   if (count > 1) return EXIT_FAILURE;  // it takes no arguments
   if (!closeForeignDescriptors()) return EXIT_FAILURE;
   HelperLog log(kService);
+  if (!confineProcess()) {
+    log.error("the rights that are not needed cannot be given up");
+    return EXIT_FAILURE;
+  }
   // The bus's address is the one thing that the environment may say; only root sets it.
   std::unique_ptr<sdbus::IConnection> bus = systemBus(log);
   std::shared_ptr<sdbus::IConnection> probe = systemBus(log);
