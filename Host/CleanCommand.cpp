@@ -19,6 +19,7 @@
 #include "Host/CommandError.hpp"
 #include "Host/CommandLine.hpp"
 #include "Host/CoveredTicks.hpp"
+#include "Host/ExceptionGlobs.hpp"
 #include "Host/Features.hpp"
 #include "Host/Globs.hpp"
 #include "Host/HelperAccess.hpp"
@@ -64,10 +65,10 @@ const CleanFeature& cleanerFor(Integer finderID) {
                      "this version of sorrel cannot clean '" + featureName(finderID) + "'.");
 }
 
-void tellUnused(const Globs& globs, const Invocation& invocation, const std::string& why) {
+void tellUnused(const Globs& globs, const Invocation& invocation) {
   if (invocation.options.quiet) return;
   for (const std::string& glob : globs.unused()) {
-    std::cerr << "sorrel: " << why << " '" << printable(glob) << "'\n";
+    std::cerr << "sorrel: nothing is called '" << printable(glob) << "'\n";
   }
 }
 
@@ -75,16 +76,34 @@ void tick(FeatureInformation& feature, const Invocation& invocation) {
   if (invocation.clean.all) return tickAll(feature);
   Globs globs(invocation.clean.globs);
   tickMatching(feature, globs);
-  tellUnused(globs, invocation, "nothing is called");
+  tellUnused(globs, invocation);
 }
 
-void untickExceptions(FeatureInformation& feature, const Invocation& invocation) {
+/// Searches the trash folders for what no scan lists: an exception may name that.
+void findUnlisted(const FeatureInformation& trash, Globs& globs) {
+  for (const CategoryInformation& category : trash.categoryInfo) {
+    for (const URL& root : category.urls) holdsMatch(pathOf(root), globs);
+  }
+}
+
+/// What an exception that fits nothing was meant to keep would go.
+void refuseUnused(const Globs& exceptions) {
+  const std::vector<std::string> unused = exceptions.unused();
+  if (unused.empty()) return;
+  std::string list;
+  for (const std::string& glob : unused) list += (list.empty() ? "'" : ", '") + glob + "'";
+  throw CommandError(ExitStatus::WrongUse,
+                     "nothing was removed: --except names nothing that was found by " + list + ".");
+}
+
+void untickExceptions(const CleanFeature& row, FeatureInformation& feature, const Invocation& invocation) {
   if (invocation.clean.exceptions.empty()) return;
-  Globs globs(invocation.clean.exceptions);
+  Globs globs = exceptionGlobs(invocation.clean.exceptions);
   for (const std::string& folder : untickMatching(feature, globs)) {
     std::cerr << "sorrel: left whole, as --except names something in it: '" << printable(folder) << "'\n";
   }
-  tellUnused(globs, invocation, "nothing that was selected is called");
+  if (row.isTrash && !globs.areAllUsed()) findUnlisted(feature, globs);
+  refuseUnused(globs);
 }
 
 ExitStatus showStopped(const Invocation& invocation, FeatureInformation& feature, const ScanOutcome& scan) {
@@ -233,7 +252,7 @@ ExitStatus runCleanCommand(const Invocation& invocation, InterruptWatch& interru
   if (!options.quiet) writeUnreadFolders(std::cerr, scanner.finderID);
   if (stop->isPulled()) return showStopped(invocation, *feature, scan.outcome);
   tick(*feature, invocation);
-  untickExceptions(*feature, invocation);
+  untickExceptions(cleaner, *feature, invocation);
   if (!invocation.clean.evenLastCopy) refuseWholeGroups(cleaner, *feature);
   refuseChangedGroups(cleaner, *feature, began);
   if (invocation.clean.dryRun) return showPlan(invocation, cleaner, *feature, scan.outcome);

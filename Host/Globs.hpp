@@ -9,20 +9,26 @@ namespace sorrel::cli {
 /// "?" is one byte. A pattern must fit the whole text.
 class Globs {
  public:
+  enum class LetterCase { Counts, Ignored };
+  struct Pattern {
+    std::string given;                   ///< as the user wrote it
+    std::vector<std::string> spellings;  ///< any of them may fit
+    bool isUsed = false;
+  };
+
   explicit Globs(std::vector<std::string> patterns);
+  Globs(std::vector<Pattern> patterns, LetterCase letterCase);
 
   /// Whether any pattern fits. All are tried, so that unused() is right. A text with a NUL byte, which a
   /// pattern would not see the end of, fits none.
   bool match(const std::string& text);
-  /// The patterns that fitted nothing so far, in their order.
+  /// The patterns, as given, that fitted nothing so far, in their order.
   [[nodiscard]] std::vector<std::string> unused() const;
+  [[nodiscard]] bool areAllUsed() const;
 
  private:
-  struct Pattern {
-    std::string text;
-    bool isUsed = false;
-  };
   std::vector<Pattern> patterns_;
+  LetterCase letterCase_ = LetterCase::Counts;
 };
 
 }  // namespace sorrel::cli

@@ -41,15 +41,21 @@ Place placeOf(const std::string& word) {
     throw CommandError(ExitStatus::WrongUse, "the PATH '" + word + "' " + why + ".");
   };
   std::error_code error;
-  const std::string straight = fs::canonical(word, error).string();
-  if (error) refuse("can't be reached: " + error.message());
-  const auto status = statusOf(straight);
+  const auto straight = straightPath(word, error);
+  if (!straight) refuse("can't be reached: " + error.message());
+  const auto status = statusOf(*straight);
   if (!status) refuse("can't be reached");
   if (!status->isDirectory() && !status->isRegularFile()) refuse("is neither a folder nor a file");
-  return {underVolumesName(straight), *status};
+  return {*straight, *status};
 }
 
 }  // namespace
+
+std::optional<std::string> straightPath(const std::string& word, std::error_code& error) {
+  const std::string straight = fs::canonical(word, error).string();
+  if (error) return std::nullopt;
+  return underVolumesName(straight);
+}
 
 std::vector<URL> scanPlaces(const std::vector<std::string>& words) {
   std::vector<Place> places;

@@ -1,11 +1,17 @@
 #pragma once
 
+#include <optional>
 #include <string>
+#include <system_error>
 #include <vector>
 
 #include "SorrelFramework/Platform/URL.hpp"
 
 namespace sorrel::cli {
+
+/// The path of an item without links and "..", with that of the volume as the user gave it; nothing if it
+/// can't be reached. After installHost().
+std::optional<std::string> straightPath(const std::string& word, std::error_code& error);
 
 /// The paths of a scan that takes PATHs: `words` without links and "..", each place once, and none that lies
 /// in another one. A PATH that can't be reached, and one that is neither a folder nor a file, are wrong use.

@@ -97,23 +97,6 @@ bool isBelowMatch(const std::string& path, Globs& globs) {
   return any;
 }
 
-/// True if `path` is a folder in which something fits a glob, at any depth. A folder that can't be searched
-/// as a whole counts too: what must stay may lie in it.
-bool holdsMatch(const std::string& path, Globs& globs) {
-  namespace fs = std::filesystem;
-  std::error_code error;
-  if (path.empty()) return false;
-  const fs::file_type type = fs::symlink_status(path, error).type();
-  if (type == fs::file_type::none) return true;  // it may be there
-  if (type != fs::file_type::directory) return false;
-  bool any = false;
-  fs::recursive_directory_iterator at(path, error);
-  for (const fs::recursive_directory_iterator end; !error && at != end; at.increment(error)) {
-    any = globs.match(at->path().native()) || any;
-  }
-  return any || error;
-}
-
 /// Matches records by globs on the way down from one category.
 class RecordMatcher {
  public:
@@ -173,17 +156,18 @@ class Unticker : RecordMatcher {
 
  private:
   Integer untick(FileInformation& record) {
-    if (record.state == NSControlStateValueOff) return record.state;
     const std::string path = pathOf(record.url);
     const bool isOn = record.state == NSControlStateValueOn;
-    const bool isNamed = matches(record) || isBelowMatch(path, globs_);
-    const bool isHolder = !isNamed && isOn && holdsMatch(path, globs_);
-    if (isHolder) foldersLeft_.push_back(path);
+    bool isNamed = matches(record);
+    isNamed = isBelowMatch(path, globs_) || isNamed;
+    const bool isSearched = isOn && (!isNamed || !globs_.areAllUsed());
+    const bool isHolder = isSearched && holdsMatch(path, globs_);
+    if (isHolder && !isNamed) foldersLeft_.push_back(path);
     if (isNamed || isHolder) {
       record.state = NSControlStateValueOff;
       setAll(record.childrens, NSControlStateValueOff);
-      return record.state;
     }
+    // Records without a tick are matched too: a glob that fits one of them is used.
     titles_.push_back(record.title);
     StateAbove below;
     for (FileInformation& child : record.childrens) below.add(untick(child));
@@ -227,6 +211,21 @@ void collectTicked(Children<FileInformation>& records, bool below, FileRecords& 
 }
 
 }  // namespace
+
+bool holdsMatch(const std::string& path, Globs& globs) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  if (path.empty()) return false;
+  const fs::file_type type = fs::symlink_status(path, error).type();
+  if (type == fs::file_type::none) return true;  // it may be there
+  if (type != fs::file_type::directory) return false;
+  bool any = false;
+  fs::recursive_directory_iterator at(path, error);
+  for (const fs::recursive_directory_iterator end; !error && at != end; at.increment(error)) {
+    any = globs.match(at->path().native()) || any;
+  }
+  return any || error;
+}
 
 void clearTicks(FeatureInformation& feature) {
   setAll(feature.categoryInfo, NSControlStateValueOff);

@@ -1,5 +1,8 @@
 #pragma once
 
+#include <string>
+#include <vector>
+
 #include "Host/CleanFeatures.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
@@ -22,9 +25,14 @@ void tickAll(FeatureInformation& feature);
 /// by its title, and if it lies in a group by GROUP/TITLE too, and by that with the titles above in front.
 void tickMatching(FeatureInformation& feature, Globs& globs);
 
+/// True if `path` is a folder in which something fits a glob, at any depth. A folder that can't be searched
+/// as a whole counts too: what must stay may lie in it.
+bool holdsMatch(const std::string& path, Globs& globs);
+
 /// Takes the tick off each record that a glob fits, by the same names, and off what lies in a folder that one
 /// fits. A ticked folder in which something fits on the disk loses its tick too, as does one that can't be
-/// searched: their paths are returned. Keeps the other ticks.
+/// searched: their paths are returned. Keeps the other ticks. A glob counts as used if it fits any record,
+/// ticked or not, or something in a ticked folder.
 std::vector<std::string> untickMatching(FeatureInformation& feature, Globs& globs);
 
 /// The records that a clean of that shape takes, a parent in place of what lies below it, in the tree's

@@ -13,6 +13,7 @@
 namespace sorrel::hosttests {
 namespace {
 
+namespace fs = std::filesystem;
 using test::goneBetween;
 using test::snapshotOf;
 
@@ -56,7 +57,7 @@ TEST(CleanCommand, exceptLeavesAFolderThatHoldsWhatItNamesWholeAndSaysSo) {
   const auto before = volume.items();
   const std::string told = "sorrel: left whole, as --except names something in it: '" +
                            volume.path(kTrashFolder + "drafts") + "'\n";
-  const Words words = {"trash", "--select", "*", "--except", "*/two", "--except=-x", "--quiet"};
+  const Words words = {"trash", "--select", "*", "--except", "*/two", "--except=*/sub", "--quiet"};
   Words dry = words;
   dry.emplace_back("--dry-run");
   const ProgramRun plan = volume.clean(dry);
@@ -72,10 +73,68 @@ TEST(CleanCommand, exceptLeavesAFolderThatHoldsWhatItNamesWholeAndSaysSo) {
   EXPECT_EQ(goneBetween(before, volume.items()), Words{kTrashFolder + "film.mov"});
 }
 
-TEST(CleanCommand, anExceptionThatNamesNothingIsTold) {
+TEST(CleanCommand, anExceptionThatNamesNothingIsRefusedAndNothingGoes) {
   const FullVolume volume;
-  const ProgramRun run = volume.clean({"trash", "--select", "*.mov", "--except", "*/two", "--dry-run"});
-  EXPECT_EQ(run.err, "sorrel: nothing that was selected is called '*/two'\n");
+  const auto before = volume.bytes();
+  const Words unused = {"drafts", "*/keep", "*/film.mov/x"};  // "drafts" does not start at the current folder
+  for (const std::string& glob : unused) {
+    for (const Words& more : {Words{"--yes"}, {"--yes", "--quiet"}, {"--yes", "--json"}, {"--dry-run"}}) {
+      Words words = {"trash", "--select", "*.mov", "--except", "*/drafts", glob};
+      words.insert(words.end(), more.begin(), more.end());
+      const ProgramRun run = volume.clean(words);
+      EXPECT_EQ(run.status, 2) << testing::PrintToString(words);
+      EXPECT_EQ(run.out, "");
+      EXPECT_EQ(run.err,
+                "sorrel: nothing was removed: --except names nothing that was found by '" + glob + "'.\n");
+    }
+  }
+  EXPECT_EQ(volume.bytes(), before);
+}
+
+TEST(CleanCommand, anExceptionMayNameWhatWasNotSelected) {
+  const FullVolume volume;
+  const ProgramRun run = volume.clean({"trash", "--select", "*.mov", "--except", "*/drafts", "--yes"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_FALSE(fs::exists(volume.path(kTrashFolder + "film.mov")));
+}
+
+TEST(CleanCommand, exceptionsMayNameAFolderAndWhatLiesInIt) {
+  const FullVolume volume;
+  const ProgramRun run =
+      volume.clean({"trash", "--all", "--except", "*/drafts", "*/drafts/sub/two", "--yes"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_EQ(run.err, "");
+  EXPECT_TRUE(fs::exists(volume.path(kTrashFolder + "drafts/one")));
+}
+
+TEST(CleanCommand, anExceptionFitsHoweverItSpellsThePath) {
+  const std::string trash = kTrashFolder.substr(0, kTrashFolder.size() - 1);
+  for (const std::string spelling :
+       {"*/drafts/", "*/drafts//", "*/DRAFTS", "VOLUME/lnk/drafts", "VOLUME/lnk/dr*",
+        "VOLUME/lnk/drafts/sub/*", "VOLUME/off/drafts", "drafts", "./d[r]afts", "VOLUME/to-drafts",
+        "../.Trash/drafts/one", "VOLUME/\\lnk/\\drafts"}) {
+    const FullVolume volume;
+    fs::create_directory_symlink(trash, volume.path("lnk"));
+    fs::create_directory_symlink("/" + trash, volume.path("off"));
+    fs::create_directory_symlink(trash + "/drafts", volume.path("to-drafts"));
+    const auto before = volume.items();
+    std::string glob = spelling;
+    if (glob.starts_with("VOLUME")) glob.replace(0, 6, volume.path());
+    const ProgramRun run =
+        volume.clean({"trash", "--all", "--except", glob, "--yes"}, {.folder = volume.path(trash)});
+    EXPECT_EQ(run.status, 0) << run.err;
+    EXPECT_EQ(goneBetween(before, volume.items()), Words{kTrashFolder + "film.mov"}) << spelling;
+  }
+}
+
+TEST(CleanCommand, anExceptionThroughALinkWithWildcardsInItsNameFits) {
+  const FullVolume volume;
+  volume.file(kTrashFolder + "[a]*/keep", 5);
+  fs::create_directory_symlink(kTrashFolder + "[a]*", volume.path("lnk"));
+  const auto before = volume.items();
+  const Words words = {"trash", "--all", "--except", volume.path("lnk/k*"), "--yes"};
+  EXPECT_EQ(volume.clean(words).status, 0);
+  EXPECT_TRUE(fs::exists(volume.path(kTrashFolder + "[a]*/keep")));
 }
 
 TEST(CleanCommand, aTerminalShowsTheProgressOfACleanAndIsLeftClean) {

@@ -204,6 +204,25 @@ TEST_F(TicksTest, exceptionsKeepTheOtherTicks) {
   EXPECT_EQ(selected(), Names{"a"});
 }
 
+TEST_F(TicksTest, exceptionsThatFitNothingAreKnown) {
+  stage_.volume.file("d/sub/keep", "1");
+  stage_.volume.file("off/other", "1");
+  add("All", {file("a"), file("d/", {file("d/b")}), file("off/")});
+  select({path("a"), path("d")});
+  Globs globs({path("d"), path("d/b"), path("d/sub/keep"), path("off"), path("off/other"), path("c"), "a"});
+  untickMatching(feature(), globs);
+  EXPECT_EQ(globs.unused(), (Names{path("off/other"), path("c"), "a"}));
+}
+
+TEST_F(TicksTest, letterCaseOfPatternsCanBeIgnored) {
+  add("All", {file("Ärger/Keep"), file("other")});
+  tickAll(feature());
+  Globs globs({{"*/ärger/[k]EEP", {"*/ärger/[k]EEP"}}}, Globs::LetterCase::Ignored);
+  untickMatching(feature(), globs);
+  EXPECT_EQ(globs.unused(), Names());
+  EXPECT_EQ(selected(), Names{"other"});
+}
+
 TEST_F(TicksTest, exceptionOfAFolderKeepsWhatLiesInIt) {
   add("All", {file("d/a"), file("d/sub/b"), file("dd/c")});
   tickAll(feature());

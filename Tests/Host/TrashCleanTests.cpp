@@ -135,6 +135,14 @@ TEST_F(DesktopTrashClean, otherProgramsSeeAnEmptyTrashAfterwards) {
   EXPECT_EQ(told(home_, "trash-list"), "");
 }
 
+TEST_F(DesktopTrashClean, letterCaseOfAnExceptionCounts) {
+  const auto before = items();
+  const ProgramRun run = clean({"--all", "--except", "*/PROJECT", "--yes"});
+  EXPECT_EQ(run.status, 2);
+  EXPECT_NE(run.err.find("'*/PROJECT'"), std::string::npos) << run.err;
+  EXPECT_EQ(goneBetween(before, items()), Words());
+}
+
 TEST_F(DesktopTrashClean, exceptionsKeepWhatNoScanLists) {
   home_.text(kTrash + "files/empty", "");
   home_.text(kTrash + "info/empty.trashinfo", info("empty"));
