@@ -42,7 +42,11 @@ bool CallList::hasCallOf(std::uint32_t uid) const {
   return count([&](const HelperCall& call) { return isIdentified(call) && call.uid == uid; }) > 0;
 }
 
-bool CallList::isFull() const { return count(isIdentified) >= kMost; }
+bool CallList::mayAsk() const {
+  return count([](const HelperCall& call) { return call.stage == Stage::Asking; }) < kMostQuestions;
+}
+
+bool CallList::isFull() const { return count(std::mem_fn(&HelperCall::isAuthorised)) >= kMost; }
 bool CallList::hasWork() const { return count(isIdentified) > 0; }
 bool CallList::hasAuthorisedWork() const { return count(std::mem_fn(&HelperCall::isAuthorised)) > 0; }
 

@@ -13,11 +13,13 @@
 namespace sorrel::helper {
 
 /// The calls that are under way, by number. Callers that are not identified yet may have one call each and
-/// kMostUnidentified together; identified users one each and kMost together.
+/// kMostUnidentified together; identified users one each, kMostQuestions together while polkit is asked, and
+/// kMost together once they are authorised: questions, which need no yes, hold up no authorised user.
 class CallList {
  public:
   static constexpr std::size_t kMost = 16;
   static constexpr std::size_t kMostUnidentified = 1024;
+  static constexpr std::size_t kMostQuestions = 1024;
 
   /// Gives the call its number and returns it.
   HelperCall& add(std::unique_ptr<HelperCall> call);
@@ -29,6 +31,8 @@ class CallList {
   [[nodiscard]] bool canIdentify(const std::string& sender) const;
   /// Whether an identified user has an event under way.
   [[nodiscard]] bool hasCallOf(std::uint32_t uid) const;
+  [[nodiscard]] bool mayAsk() const;
+  /// Whether kMost authorised calls are under way.
   [[nodiscard]] bool isFull() const;
   /// Whether anything is under way for an identified, or for an authorised, caller.
   [[nodiscard]] bool hasWork() const;

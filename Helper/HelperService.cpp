@@ -232,7 +232,7 @@ void HelperService::Core::identified(std::uint64_t id, std::optional<std::uint32
   call->uid = *uid;
   if (const char* reason = refusalOfAll()) return refuse(*call, reason);
   if (calls_.hasCallOf(*uid)) return refuse(*call, HelperRefusal::tooMany);
-  if (calls_.isFull()) return refuse(*call, HelperRefusal::busy);
+  if (!calls_.mayAsk()) return refuse(*call, HelperRefusal::busy);
   call->stage = Stage::Asking;
   authority_.check(
       call->sender, call->action(), call->paths(), id,
@@ -243,6 +243,7 @@ void HelperService::Core::decided(std::uint64_t id, bool isAuthorised, const std
   HelperCall* const call = calls_.find(id);
   if (call == nullptr) return;
   if (!isAuthorised) return refuse(*call, reason);
+  if (calls_.isFull()) return refuse(*call, HelperRefusal::busy);
   lastWork_ = Clock::now();
   callers_[call->sender] = {call->uid, true};
   if (!call->isEvent()) return removeInstallation(*call);

@@ -72,12 +72,22 @@ TEST_F(CallListTest, callsThatAreNotIdentifiedHaveALimitOfTheirOwn) {
   EXPECT_FALSE(calls.hasWork());
 }
 
-TEST_F(CallListTest, allTogetherHaveSixteen) {
-  for (std::uint32_t i = 0; i < 15; ++i) add(i);
+TEST_F(CallListTest, allAuthorisedTogetherHaveSixteen) {
+  for (std::uint32_t i = 0; i < 15; ++i) add(i, i % 2 == 0 ? Stage::Filling : Stage::Running);
   EXPECT_FALSE(calls.isFull());
-  const std::uint64_t last = add(15);
+  const std::uint64_t last = add(15, Stage::Running);
   EXPECT_TRUE(calls.isFull());
+  EXPECT_TRUE(calls.mayAsk());
   calls.take(last);
+  EXPECT_FALSE(calls.isFull());
+}
+
+TEST_F(CallListTest, questionsHoldUpNoAuthorisedUser) {
+  for (std::uint32_t i = 0; i < CallList::kMostQuestions; ++i) {
+    EXPECT_TRUE(calls.mayAsk()) << i;
+    add(i, Stage::Asking);
+  }
+  EXPECT_FALSE(calls.mayAsk());
   EXPECT_FALSE(calls.isFull());
 }
 
