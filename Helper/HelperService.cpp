@@ -42,13 +42,18 @@ bool isShortage(const sdbus::Error& error) {
   return std::ranges::find(kShortages, std::string_view(error.getName())) != kShortages.end();
 }
 
-/// Without descriptors or memory for the results the caller gets an error, which is an answer too.
+/// The answer without memory or descriptors for a better one. It is no refusal: the event may have been done.
+template <class Result>
+void returnNoMemory(const Result& result) {
+  result.returnError(sdbus::Error("org.freedesktop.DBus.Error.NoMemory", "no memory"));
+}
+
 template <class Result, class... Values>
 void returnAll(const Result& result, Values&&... values) {
   try {
     result.returnResults(std::forward<Values>(values)...);
   } catch (const sdbus::Error&) {
-    result.returnError(sdbus::Error("org.freedesktop.DBus.Error.NoMemory", "no memory"));
+    returnNoMemory(result);
   }
 }
 
@@ -279,8 +284,8 @@ void HelperService::Core::runEvent(RunResult&& result, std::uint64_t ticket) {
   }
   call->refuse = refusalBy(back);
   call->finished = [back](const Reply& reply) {
-    // A reply without its list of failures would tell of success.
-    if (!reply.message.isOpen()) throw sdbus::Error("org.freedesktop.DBus.Error.NoMemory", "no memory");
+    // A reply without its list of failures would report success.
+    if (!reply.message.isOpen()) return returnNoMemory(*back);
     returnAll(*back, reply.flag, reply.code, sdbus::UnixFd(reply.message.get()));
   };
   if (!call->read()) return refuse(*call, HelperRefusal::unsound);
@@ -373,7 +378,6 @@ void HelperService::Core::answer(const HelperCall& call, const Answer& send) {
     send(*ended);
   } catch (const sdbus::Error& error) {
     log_.error(ended->described() + " no answer: " + escapedForLog(error.getMessage()));
-    if (ended->finished && ended->refuse) ended->refuse(HelperRefusal::noMemory);
   }
 }
 
