@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <charconv>
@@ -20,6 +21,7 @@ constexpr int kMostSeconds = 3600;
 
 bool isBlank(char byte) { return byte == ' ' || byte == '\t'; }
 bool isControl(char byte) { return static_cast<unsigned char>(byte) < ' ' || byte == '\x7f'; }
+bool isOddControl(char byte) { return isControl(byte) && byte != '\t'; }
 
 std::string_view trimmed(std::string_view text) {
   constexpr std::string_view kBlanks = " \t\r";
@@ -37,14 +39,21 @@ bool setSeconds(std::string_view value, std::chrono::seconds& place) {
   return true;
 }
 
-/// The value of "refuse" as a path, "" if it is none. A quoted path, an escape or a comment after the path
-/// would name a place that does not exist, and so protect nothing.
+/// Whether an editor or a web page has left a typographic quote or a no-break space at the end.
+bool endsTypographically(std::string_view value) {
+  constexpr std::string_view kEnds[] = {"\u00a0", "\u2018", "\u2019", "\u201c", "\u201d", "\u202f"};
+  return std::ranges::any_of(kEnds, [value](std::string_view end) { return value.ends_with(end); });
+}
+
+/// The value of "refuse" as a path, "" if it is none. A quoted path, an escape, a pattern, a variable, a list
+/// or a comment after the path would name a place that does not exist, and so protect nothing.
 std::string refusedPlace(std::string_view value) {
-  constexpr std::string_view kNeverPlain = "\"\\";
+  constexpr std::string_view kNeverPlain = "\"\\*?${};";
   if (value.find_first_of(kNeverPlain) != std::string_view::npos || value.ends_with('\'')) return {};
+  if (value.find(",/") != std::string_view::npos || endsTypographically(value)) return {};
   for (std::size_t i = 0; i < value.size(); ++i) {
     if (isControl(value[i])) return {};
-    if (value[i] == '#' && i > 0 && isBlank(value[i - 1])) return {};
+    if ((value[i] == '#' || value[i] == '/') && i > 0 && isBlank(value[i - 1])) return {};
   }
   while (value.ends_with('/')) value.remove_suffix(1);
   return RemovalPolicy::isNormalPath(value) ? std::string(value) : std::string();
@@ -120,7 +129,9 @@ HelperConfiguration HelperConfiguration::parse(std::string_view text) {
     const std::size_t end = text.find('\n');
     const std::string_view words = trimmed(text.substr(0, end));
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-    if (words.empty() || words.front() == '#' || setLine(words, configuration)) continue;
+    // A control byte in a comment may be the line end of another system, and what follows it a line.
+    const bool isComment = words.starts_with('#') && std::ranges::none_of(words, isOddControl);
+    if (words.empty() || isComment || setLine(words, configuration)) continue;
     if (configuration.fault.empty()) configuration.fault = "line " + std::to_string(line) + " makes no sense";
   }
   return configuration;
