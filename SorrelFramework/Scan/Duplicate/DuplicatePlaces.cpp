@@ -27,6 +27,12 @@ bool isLocalVolume(const URL& folder) {
                              [&](const URL& volume) { return volume.path() == folder.path(); });
 }
 
+/// The folder "Library" of a home, as the disk spells it.
+std::string libraryOf(const std::string& home) {
+  const std::string path = Host::current().matchingLetterCase(appendingPathComponent(home, kLibrary));
+  return appendingPathComponent(home, lastPathComponent(path));
+}
+
 /// Links that lie in a folder lead to files that are met elsewhere, or that nobody asked for. What is mounted
 /// there is another volume that keeps files, a view of files that are met elsewhere too, or none at all: the
 /// kernel shows its own state as files, some of which never end.
@@ -125,7 +131,7 @@ std::unordered_set<std::string> librariesOfHomes() {
   std::unordered_set<std::string> libraries;
   DirectoryEnumerator homes(URL::fileURL(Host::current().homesFolder(), true), kDirectChildren);
   while (const auto* home = homes.next()) {
-    libraries.insert(appendingPathComponent(home->url.path(), kLibrary));
+    libraries.insert(libraryOf(home->url.path()));
   }
   return libraries;
 }
@@ -146,8 +152,9 @@ std::vector<URL> DuplicateScanService::placesInHome(const URL& home) {
   std::vector<URL> children;
   addDirectChildren(home, children);
   std::vector<URL> list;
+  const URL library = URL::fileURL(libraryOf(home.path()), true);
   for (const URL& child : children) {
-    if (child.lastPathComponent() != kLibrary) addUnlessPackage(child, list);
+    if (child.lastPathComponent() != library.lastPathComponent()) addUnlessPackage(child, list);
   }
   return list;
 }

@@ -1,6 +1,7 @@
 #include "SorrelFramework/Scan/Duplicate/DuplicateWalk.hpp"
 
 #include <cerrno>
+#include <cstddef>
 #include <optional>
 #include <utility>
 
@@ -15,7 +16,7 @@ namespace sorrel {
 namespace {
 
 constexpr std::string_view kCache = "/Cache";
-constexpr std::string_view kLibrary = "Library";
+constexpr std::size_t kLengthOfLibrary = std::string_view("Library").size();  // in any letter case
 constexpr std::string_view kFolderType = "public.folder";
 constexpr std::int64_t kWeightOfTypeByte = 1024;
 
@@ -174,7 +175,7 @@ bool DuplicateWalk::isStopped() const { return rules_.isStopped && rules_.isStop
 
 bool DuplicateWalk::isWalkedInto(std::string_view name) const {
   if (!isPlainFolderName(name)) return false;
-  if (name == kLibrary && rules_.libraries.contains(path_)) return false;
+  if (name.size() == kLengthOfLibrary && rules_.libraries.contains(path_)) return false;
   return std::string_view(path_).substr(layoutOffset_).find(kCache) == std::string_view::npos;
 }
 

@@ -179,5 +179,21 @@ TEST_F(Places, eachHomeHasALibrary) {
                                                                  volume.path("Users/bob/Library")}));
 }
 
+TEST_F(Places, libraryOfAHomeIsKnownAsTheDiskSpellsIt) {
+  volume.folder("Users/bob/LIBRARY");
+  volume.file("Users/bob/Data/a");
+  volume.link("Users/link", "bob");
+  EXPECT_TRUE(librariesOfHomes().contains(volume.path("Users/bob/LIBRARY")));
+  EXPECT_EQ(ofHome("Users/bob/"), Names{"Users/bob/Data"});
+  EXPECT_EQ(ofHome("Users/link/"), Names{"Users/link/Data"});
+}
+
+TEST_F(Places, folderBesideTheLibraryThatDiffersInLetterCaseIsOrdinary) {
+  volume.folder("Users/alice/Library");
+  volume.file("Users/alice/library/a");
+  EXPECT_FALSE(librariesOfHomes().contains(volume.path("Users/alice/library")));
+  EXPECT_EQ(ofHome("Users/alice/"), Names{"Users/alice/library"});
+}
+
 }  // namespace
 }  // namespace sorrel

@@ -119,6 +119,14 @@ TEST_F(DuplicateScan, userLibraryIsWeighedAndNotEnteredUnlessAskedFor) {
   EXPECT_EQ(all().childrens.size(), 1U);
 }
 
+TEST_F(DuplicateScan, userLibraryIsNotEnteredInAnotherLetterCase) {
+  volume.file("Users/alice/library/Folder/a", "same");
+  volume.file("Users/bob/LIBRARY/Folder/b", "same");
+  volume.file("Users/alice/else", "1");
+  run({volume.url("Users/")});
+  EXPECT_TRUE(groups().empty());
+}
+
 TEST_F(DuplicateScan, pathWithFewComponentsStandsForWhatLiesInIt) {
   volume.file("Users/alice/one/a", "same");
   volume.file("Users/alice/two/a", "same");
