@@ -7,13 +7,20 @@
 #include <utility>
 
 #include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Text.hpp"
 
 namespace sorrel {
 namespace {
 
-/// Caches of the system's own machinery for XPC and kernel extensions; never offered.
+/// Caches of the system's own machinery for XPC and kernel extensions, in small letters; never offered.
 constexpr std::array<std::string_view, 2> kSystemOwnCaches = {"com.apple.xpchelper.cache",
                                                               "com.apple.kext.caches"};
+
+bool isSystemOwnCache(std::string path) {
+  if (Host::current().ignoresLetterCase()) path = lowercased(path);
+  return std::ranges::any_of(kSystemOwnCaches,
+                             [&path](std::string_view name) { return path.find(name) != std::string::npos; });
+}
 
 CategoryPlan planFor(const CategoryInformation& category) {
   CategoryPlan plan;
@@ -32,11 +39,7 @@ bool SystemScanService::systemCacheFilter(const URL& /*url*/, const ResourceValu
                                           EnumerationPosition* position) {
   if (position == nullptr || position->level() < 1) return false;
   // Below the root: where a volume is mounted says nothing of what lies on it.
-  const std::string path = values.path ? Host::current().layoutPath(*values.path) : std::string();
-  if (std::any_of(kSystemOwnCaches.begin(), kSystemOwnCaches.end(),
-                  [&path](std::string_view name) { return path.find(name) != std::string_view::npos; })) {
-    return false;
-  }
+  if (values.path && isSystemOwnCache(Host::current().layoutPath(*values.path))) return false;
   if (values.isDirectory.value_or(false)) position->skipDescendants();
   return true;
 }

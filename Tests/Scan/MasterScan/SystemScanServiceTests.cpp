@@ -92,6 +92,21 @@ TEST_F(SystemScan, cachesOfTheSystemItselfAreNeverOffered) {
   EXPECT_EQ(names(), (Names{"com.apple.other/"}));
 }
 
+TEST_F(SystemScan, cachesOfTheSystemItselfAreKnownInAnyLetterCaseOnAVolume) {
+  volume.file("root/COM.apple.KEXT.caches/a", "1");
+  volume.file("root/com.apple.other/a", "1");
+  scanRoot(CategoryInfomationKind::SystemCache);
+  EXPECT_EQ(names(), (Names{"com.apple.other/"}));
+}
+
+TEST_F(SystemScan, letterCaseOfTheSystemsCachesCountsOnTheDesktop) {
+  Host::install(Host::linuxDesktop({"org.example.test", "", {}}));
+  volume.file("root/COM.apple.KEXT.caches/a", "1");
+  volume.file("root/com.apple.kext.caches/a", "1");
+  scanRoot(CategoryInfomationKind::SystemCache);
+  EXPECT_EQ(names(), (Names{"COM.apple.KEXT.caches/"}));
+}
+
 TEST_F(SystemScan, sameCachesAreKeptInACommonCategory) {
   volume.file("root/com.apple.kext.caches/a", "1");
   scanRoot(CategoryInfomationKind::Common);
