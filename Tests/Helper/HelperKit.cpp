@@ -104,7 +104,9 @@ std::string busConfiguration(const std::string& folder, bool isScripted) {
   return "<!DOCTYPE busconfig PUBLIC '-//freedesktop//DTD D-Bus Bus Configuration 1.0//EN'"
          " 'http://www.freedesktop.org/standards/dbus/1.0/busconfig.dtd'>\n"
          "<busconfig><type>system</type><listen>unix:path=" +
-         folder + "/bus</listen><auth>EXTERNAL</auth><servicedir>" + folder +
+         folder +
+         "/bus</listen><auth>EXTERNAL</auth><limit name='max_connections_per_user'>512</limit><servicedir>" +
+         folder +
          "/services</servicedir><policy context='default'><allow user='*'/><deny own='*'/>"
          "<deny send_type='method_call'/><allow send_type='signal'/>"
          "<allow send_requested_reply='true' send_type='method_return'/>"

@@ -48,6 +48,7 @@ class Attackers {
     ::kill(process_, SIGKILL);
     ::waitpid(process_, nullptr, 0);
   }
+  [[nodiscard]] bool isAtWork() const { return ::waitpid(process_, nullptr, WNOHANG) == 0; }
   [[nodiscard]] bool waitUntilSent() const {
     char byte = 0;
     return ::read(sent_.get(), &byte, 1) == 1;
@@ -71,7 +72,8 @@ class Attackers {
         if (::write(sent, "x", 1) == 1) ::pause();
       }
       for (std::uint64_t i = 0;; ++i) flood(*callers[i % connections], i);
-    } catch (const sdbus::Error&) {
+    } catch (const sdbus::Error& error) {
+      std::cerr << "an attacker ended: " << error.what() << std::endl;
     }
     ::_exit(0);
   }
@@ -132,13 +134,19 @@ TEST_F(Load, anAuthorisedUsersEventsAreAnsweredInAFlood) {
   const long before = memoryOf(process);
   const std::vector<std::uint32_t> users = {kAlice, kBob, kCarol};
   std::vector<std::unique_ptr<Attackers>> attackers;
-  for (const std::uint32_t uid : users) {
-    attackers.push_back(std::make_unique<Attackers>(machine->address(), uid, callers / users.size()));
+  // A connection takes several descriptors of its process, and a process has a thousand.
+  constexpr std::uint64_t kOfProcess = 84;
+  const std::uint64_t processes = std::max<std::uint64_t>(1, callers / users.size() / kOfProcess);
+  const std::uint64_t each = callers / users.size() / processes;
+  for (std::uint64_t i = 0; i < processes * users.size(); ++i) {
+    const std::uint32_t uid = users[i % users.size()];
+    attackers.push_back(std::make_unique<Attackers>(machine->address(), uid, each));
   }
   std::vector<milliseconds> times;
   const Clock::time_point end = Clock::now() + std::chrono::seconds(seconds);
   while (Clock::now() < end && !HasFailure()) times.push_back(timeOf(*held));
   ASSERT_FALSE(times.empty());
+  for (const auto& some : attackers) EXPECT_TRUE(some->isAtWork());
   EXPECT_EQ(machine->helper(), process) << "the same one";
   EXPECT_EQ(*lost, 0);
   const long growth = memoryOf(process) - before;
