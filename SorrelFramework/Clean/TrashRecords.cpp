@@ -1,9 +1,12 @@
 #include "SorrelFramework/Clean/TrashRecords.hpp"
 
+#include <fcntl.h>
+
 #include <cstddef>
 #include <utility>
 #include <vector>
 
+#include "SorrelFramework/Platform/FileDescriptor.hpp"
 #include "SorrelFramework/Platform/FileStatus.hpp"
 
 namespace sorrel {
@@ -13,6 +16,25 @@ namespace {
 const ItemIdentity* trashAbove(const RemovalTarget& target) {
   const std::vector<ItemIdentity>& chain = target.chain();
   return chain.size() < 2 ? nullptr : &chain[chain.size() - 2];
+}
+
+/// The folder `name` of an open folder; nothing if it is a link.
+std::optional<ItemIdentity> folderIn(int parent, const char* name) {
+  const FileDescriptor folder(::openat(parent, name, O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
+  return folder.isOpen() ? identityOf(folder.get()) : std::nullopt;
+}
+
+/// Whether `info` lies in the very folder `info` of the trash whose folder `files` held `item`. The user may
+/// own links on the way, which a look-up by path follows.
+bool isInInfoFolderBeside(const RemovalTarget& item, const RemovalTarget& info) {
+  const FileDescriptor trash(::openat(item.folder(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
+  const auto opened = trash.isOpen() ? identityOf(trash.get()) : std::nullopt;
+  const ItemIdentity* const above = trashAbove(item);
+  if (!opened || above == nullptr || !opened->isSameAs(*above)) return false;
+  const auto files = folderIn(trash.get(), "files");
+  const auto infos = folderIn(trash.get(), "info");
+  if (!files || !infos || infos->number == files->number || infos->mount != files->mount) return false;
+  return files->isSameAs(item.chain().back()) && infos->isSameAs(info.chain().back());
 }
 
 }  // namespace
@@ -53,15 +75,11 @@ TrashRecords::Known* TrashRecords::trashWithFiles(const std::string& files) {
   return known.trash ? &known : nullptr;
 }
 
-/// Only a file or a link goes, and only from a folder that lies where `files` lies.
+/// Only a file or a link goes.
 void TrashRecords::removeInfo(const Known& known, const RemovalTarget& item) {
   RemovalTarget info = infos_.find(known.trash->infoFile(item.leaf()));
   if (info.error() != 0 || info.identity().isDirectory()) return;
-  const ItemIdentity* const trash = trashAbove(info);
-  if (trash == nullptr || !trash->isSameAs(*trashAbove(item)) ||
-      info.chain().back().mount != item.chain().back().mount) {
-    return;
-  }
+  if (!isInInfoFolderBeside(item, info)) return;
   static_cast<void>(infos_.remove(std::move(info)));
 }
 

@@ -83,6 +83,35 @@ TEST_F(TrashRecordsTest, nothingIsRemovedThroughALinkInPlaceOfTheInfoFolder) {
   EXPECT_EQ(goneAfterRemoving({"a"}), Names{kFiles + "a"});
 }
 
+TEST_F(TrashRecordsTest, itemCalledLikeARecordStaysWhereTheInfoFolderIsALinkToTheItems) {
+  std::filesystem::remove_all(home_.path(kInfo));
+  home_.link("data/Trash/info", "files");
+  home_.file(kFiles + "a.txt", "x");
+  home_.file(kFiles + "a.txt.trashinfo", "precious");
+  EXPECT_EQ(goneAfterRemoving({"a.txt"}), Names{kFiles + "a.txt"});
+}
+
+TEST_F(TrashRecordsTest, itemCalledLikeARecordStaysWhereItsFolderIsMountedOnTheInfoFolder) {
+  home_.file(kFiles + "a.txt", "x");
+  home_.file(kFiles + "a.txt.trashinfo", "precious");
+  const std::string told = inMountingChild([&]() -> std::string {
+    const std::string info = home_.path("data/Trash/info");
+    if (::mount(home_.path(kFiles).c_str(), info.c_str(), nullptr, MS_BIND, nullptr) != 0) return "skip";
+    return FileRemover::shard().begin().removeItem(url(kFiles + "a.txt")).value_or("gone");
+  });
+  if (told == "skip") GTEST_SKIP() << "no right to mount";
+  EXPECT_EQ(told, "gone");
+  EXPECT_TRUE(std::filesystem::exists(home_.path(kFiles + "a.txt.trashinfo")));
+}
+
+TEST_F(TrashRecordsTest, nothingIsRemovedThroughALinkToAnotherFolderOfTheTrash) {
+  std::filesystem::remove_all(home_.path(kInfo));
+  home_.file("data/Trash/other/a.trashinfo", "x");
+  home_.link("data/Trash/info", "other");
+  home_.file(kFiles + "a", "x");
+  EXPECT_EQ(goneAfterRemoving({"a"}), Names{kFiles + "a"});
+}
+
 TEST_F(TrashRecordsTest, nothingIsRemovedFromAFolderThatIsMountedOnTheInfoFolder) {
   trash("a");
   home_.file("precious/a.trashinfo", "x");
