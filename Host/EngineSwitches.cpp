@@ -3,19 +3,19 @@
 #include <array>
 
 #include "Host/CommandLine.hpp"
+#include "SorrelFramework/Clean/CleanService.hpp"
 #include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
-#include "SorrelFramework/Platform/FileManager.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 
 namespace sorrel::cli {
 namespace {
 
 constexpr std::array kSwitches = {
+    EngineSwitch{"CleanService::opensOwnFolders", &CleanService::opensOwnFolders},
     EngineSwitch{"DBusHelperConnection::repliesToLostEvents", &DBusHelperConnection::repliesToLostEvents},
     EngineSwitch{"DuplicateScanService::findsEveryEqualPair", &DuplicateScanService::findsEveryEqualPair},
     EngineSwitch{"DuplicateScanService::ignoresFoldersWithoutHashes",
                  &DuplicateScanService::ignoresFoldersWithoutHashes},
-    EngineSwitch{"FolderRights::opensOwnFolders", &FolderRights::opensOwnFolders},
 };
 
 }  // namespace

@@ -9,7 +9,6 @@
 
 #include "SorrelFramework/Clean/RecordWalk.hpp"
 #include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/FileManager.hpp"
 #include "SorrelFramework/Platform/GlobalQueue.hpp"
 
 namespace sorrel {
@@ -63,7 +62,7 @@ void startClean(std::vector<Ref<CategoryInformation>> categorys, CleanServiceTyp
 }  // namespace
 
 const FileRemover& CleanService::fileManager = FileRemover::shard();
-bool& CleanService::opensOwnFolders = FolderRights::opensOwnFolders;
+bool CleanService::opensOwnFolders = false;
 
 void CleanService::cleanCategorys(std::vector<Ref<CategoryInformation>> cleanCategorys,
                                   CleanServiceType cleanType,

@@ -31,11 +31,11 @@ class CleanService {
   static const FileRemover& fileManager;
 
   /// A folder of the user's own that lacks its owner's write bit (Go, Bazel and git-annex leave such ones) is
-  /// closed to its user too. False: what lies in it goes to the helper. True: the clean gives the owner that
-  /// bit, and those to list and enter the folder, before it empties the folder, and takes them back from a
-  /// folder that stays. Set it while nothing runs, and before the scan, whose records say in `canDelete` who
-  /// deletes them. FolderRights::opensOwnFolders is the same switch.
-  static bool& opensOwnFolders;
+  /// closed to its user too. False: what lies in it goes to the helper. True: a clean that removes a folder
+  /// gives the owner that bit, and those to list and enter, on that folder and on those below it before it
+  /// empties them, and takes them back from a folder that stays. The folder that holds what is removed is
+  /// never opened: the user closed it, and did not tick it. Set it while nothing runs.
+  static bool opensOwnFolders;
 
   /// System junk, the trash, mail attachments, junk of media libraries, the uninstaller's rows. A category
   /// that is on takes all its records whatever their own state; one that is off is skipped; in a mixed one

@@ -5,9 +5,9 @@
 #include <string_view>
 #include <utility>
 
+#include "SorrelFramework/Clean/CleanService.hpp"
 #include "SorrelFramework/Clean/ProtectedPlaces.hpp"
 #include "SorrelFramework/Native/LookupError.hpp"
-#include "SorrelFramework/Platform/FileManager.hpp"
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "SorrelFramework/Platform/RemovalErrorText.hpp"
 
@@ -35,7 +35,7 @@ FileRemover::Session::Session(RemoveFunc remove)
       remover_(std::make_unique<TreeRemover>(*policy_)),
       trash_(std::make_unique<TrashRecords>(*policy_)) {
   protectPlacesOfHost(*policy_);
-  if (FolderRights::opensOwnFolders) policy_->openOwnFolders();
+  if (CleanService::opensOwnFolders) policy_->openOwnFolders();
 }
 
 std::optional<std::string> FileRemover::Session::removeItem(const URL& url) const {

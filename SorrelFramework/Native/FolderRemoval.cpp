@@ -24,7 +24,6 @@ void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdent
   stranger_.reset();
   levels_.clear();
   levels_.push_back({std::move(parent), {}, {}, {}, {}});
-  openHere();
   here().isRead = true;
   here().pending.push_back(std::move(name));
   while (!isAtItem() || !here().pending.empty()) {
@@ -38,7 +37,6 @@ void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdent
       finishFolder();
     }
   }
-  restoreMode(here());
   if (here().hasRemoved) {
     // Whatever failed on the way did not stay.
     error_ = 0;
@@ -128,6 +126,7 @@ void FolderRemoval::openHere() {
   }
 }
 
+/// A folder that is closed has its mode back already.
 void FolderRemoval::restoreMode(const Level& level) {
   if (level.modeBefore && level.folder.isOpen()) setFolderMode(level.folder.get(), *level.modeBefore);
 }
@@ -220,17 +219,29 @@ void FolderRemoval::abandon(int error) {
 bool FolderRemoval::openFolderAbove() {
   Level& above = levels_[levels_.size() - 2];
   if (above.folder.isOpen()) return true;
-  constexpr int flags = O_RDONLY | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
-  FileDescriptor opened(::openat(here().folder.get(), "..", flags));
-  const auto identity = opened.isOpen() ? identityOf(opened.get()) : std::nullopt;
+  constexpr int flags = O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
+  const FileDescriptor held(::openat(here().folder.get(), "..", O_PATH | flags));
+  const auto identity = held.isOpen() ? identityOf(held.get()) : std::nullopt;
   if (!identity || !identity->isSameAs(above.identity)) return false;
+  const auto before =
+      above.modeBefore ? giveOwnerRights(held.get(), policy_.caller()) : std::optional<std::uint32_t>();
+  FileDescriptor opened(::openat(here().folder.get(), "..", O_RDONLY | flags));
+  const auto now = opened.isOpen() ? identityOf(opened.get()) : std::nullopt;
+  if (!now || !now->isSameAs(above.identity)) {
+    if (before) setFolderMode(held.get(), *before);
+    return false;
+  }
   above.folder = std::move(opened);
   return true;
 }
 
-/// The folder that holds the item stays open: it can't be checked by the way that led to it.
+/// The folder that holds the item stays open: it can't be checked by the way that led to it. A folder gets
+/// its mode back before it is closed, as the way back to it may get lost.
 void FolderRemoval::closeFarthest() {
-  if (levels_.size() > kMostOpen + 1) levels_[levels_.size() - 1 - kMostOpen].folder.reset();
+  if (levels_.size() <= kMostOpen + 1) return;
+  Level& farthest = levels_[levels_.size() - 1 - kMostOpen];
+  restoreMode(farthest);
+  farthest.folder.reset();
 }
 
 /// Whether something that was found under a name of this folder may be removed or entered.

@@ -35,10 +35,10 @@ struct RemovalResult {
 /// descriptor, and an entry is looked at once more (device, inode, type, mount) right before it is taken
 /// away, so that nothing that is put in its place in between is touched. Never crosses a mount point, enters
 /// nothing that `policy` protects, opens no more than a fixed number of files at any depth, does not recurse,
-/// keeps no list of a folder's entries but a buffer's worth, and changes no mode unless `policy` opens a user's
-/// own folders: then also the folder that holds the item, for the time of the removal. A failure does not end
-/// it: the rest is removed and the first error is kept. Something below the item that vanishes by itself is
-/// no failure.
+/// keeps no list of a folder's entries but a buffer's worth, and changes no mode unless `policy` opens a
+/// user's own folders: then of the item and folders below it, never of the folder that holds it. A failure
+/// does not end it: the rest is removed and the first error is kept. Something below the item that vanishes
+/// by itself is no failure.
 ///
 /// Errors of its own, besides those of the system: EINVAL for a path that is not normal, ELOOP for a link
 /// that may not be followed, EPERM for what the policy protects, EBUSY and EXDEV for mount points and other

@@ -4,24 +4,11 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <cerrno>
-
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "SorrelFramework/Platform/URL.hpp"
 
 namespace sorrel {
-namespace {
-
-/// Closed by nothing but the missing write bit of its owner, who is the user and can give it back.
-bool lacksOnlyOwnersBit(const struct stat& folder) {
-  return folder.st_uid == ::getuid() && (folder.st_mode & (S_IWUSR | S_IXUSR)) == S_IXUSR;
-}
-
-}  // namespace
-
-bool FolderRights::opensOwnFolders = false;
-
 bool fileExists(const std::string& path, bool* isDirectory) {
   struct stat status {};
   if (path.empty() || path.find('\0') != std::string::npos || ::stat(path.c_str(), &status) != 0)
@@ -33,12 +20,9 @@ bool fileExists(const std::string& path, bool* isDirectory) {
 FolderRights FolderRights::of(int folder) {
   FolderRights rights;
   rights.writable = ::faccessat(folder, ".", W_OK, 0) == 0;
-  const bool mayBeOpened = !rights.writable && opensOwnFolders && errno == EACCES;
-  if (!rights.writable && !mayBeOpened) return rights;
+  if (!rights.writable) return rights;
   struct stat status {};
-  if (::fstat(folder, &status) != 0) return rights;
-  rights.sticky = (status.st_mode & S_ISVTX) != 0;
-  if (mayBeOpened) rights.writable = lacksOnlyOwnersBit(status);
+  if (::fstat(folder, &status) == 0) rights.sticky = (status.st_mode & S_ISVTX) != 0;
   return rights;
 }
 

@@ -14,10 +14,6 @@ struct FolderRights {
   bool writable = false;
   bool sticky = false;  ///< only the owner of an entry may remove it
 
-  /// True: a removal gives the user's own folders the owner's rights that they lack, so such a folder counts
-  /// as writable. CleanService::opensOwnFolders is this switch; set it while nothing runs.
-  static bool opensOwnFolders;
-
   /// Of an open folder.
   static FolderRights of(int folder);
   /// True if an entry that belongs to `uid` can be taken out of the folder. Looks at the folder alone: flags

@@ -121,27 +121,6 @@ TEST_F(IsDeletableFile, pathMayBeRelativeOrEndInASlash) {
   EXPECT_EQ(told, "yes");
 }
 
-TEST_F(IsDeletableFile, itemOfAnOwnFolderWithoutTheWriteBitIsOnesOwnWithTheSwitch) {
-  if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs folders of two owners";
-  volume_.file("other/item", "");
-  for (const char* name : {"folder", "folder/item", "other/item"}) volume_.setOwner(name, test::kPlainUser);
-  volume_.setMode("other", 0555);
-  const auto asked = [this](const std::string& name) {
-    return test::inPlainChild([path = volume_.path(name)] {
-      FolderRights::opensOwnFolders = true;
-      return std::string(isDeletableFile(path) ? "yes" : "no");
-    });
-  };
-  for (const mode_t mode : {0555U, 0111U, 0500U}) {
-    volume_.setMode("folder", mode);
-    EXPECT_EQ(asPlainUser("folder/item"), "no") << mode;
-    EXPECT_EQ(asked("folder/item"), "yes") << mode;
-  }
-  volume_.setMode("folder", 0466);
-  EXPECT_EQ(asked("folder/item"), "no") << "nothing is found in a folder that can't be searched";
-  EXPECT_EQ(asked("other/item"), "no");
-}
-
 TEST(FolderRights, ofAnOpenFolder) {
   const test::TemporaryVolume volume;
   volume.folder("folder");
