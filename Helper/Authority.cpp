@@ -16,11 +16,14 @@ constexpr const char* kPolkit = "org.freedesktop.PolicyKit1";
 constexpr const char* kPolkitPath = "/org/freedesktop/PolicyKit1/Authority";
 constexpr const char* kPolkitInterface = "org.freedesktop.PolicyKit1.Authority";
 constexpr std::uint32_t kMayAskTheUser = 1;
+constexpr std::uint32_t kAsksNoUser = 0;
+/// Among the details of a result: the user has closed the question.
+constexpr const char* kDismissed = "polkit.dismissed";
 constexpr std::uint64_t kNoTimeout = UINT64_MAX;
 
 using Details = std::map<std::string, std::string>;
 using Subject = sdbus::Struct<std::string, std::map<std::string, sdbus::Variant>>;
-/// Authorised, could be by asking, details.
+/// Whether it is authorised; whether a password could authorise it; details.
 using CheckResult = sdbus::Struct<bool, bool, Details>;
 
 std::string cancellationOf(std::uint64_t id) { return "event-" + std::to_string(id); }
@@ -47,13 +50,30 @@ void Authority::check(const std::string& sender, Action action, std::size_t coun
                       CheckAnswer answer) {
   const Subject subject("system-bus-name", {{"name", sdbus::Variant(sender)}});
   const Details details = {{"count", std::to_string(count)}};
+  const std::string name = service_ + "." + nameOf(action);
   polkit_->callMethodAsync("CheckAuthorization")
       .onInterface(kPolkitInterface)
       .withTimeout(kNoTimeout)
-      .withArguments(subject, service_ + "." + nameOf(action), details, kMayAskTheUser, cancellationOf(id))
+      .withArguments(subject, name, details, kMayAskTheUser, cancellationOf(id))
+      .uponReplyInvoke([this, sender, name, answer = std::move(answer)](const sdbus::Error* error,
+                                                                        const CheckResult& result) {
+        if (error != nullptr) return answer(false, HelperRefusal::noAuthority);
+        if (result.get<0>()) return answer(true, "");
+        if (result.get<1>()) return answer(false, HelperRefusal::noAgent);
+        if (result.get<2>().contains(kDismissed)) return answer(false, HelperRefusal::notAuthorised);
+        explain(sender, name, answer);
+      });
+}
+
+void Authority::explain(const std::string& sender, const std::string& action, CheckAnswer answer) {
+  const Subject subject("system-bus-name", {{"name", sdbus::Variant(sender)}});
+  polkit_->callMethodAsync("CheckAuthorization")
+      .onInterface(kPolkitInterface)
+      .withArguments(subject, action, Details(), kAsksNoUser, std::string())
       .uponReplyInvoke([answer = std::move(answer)](const sdbus::Error* error, const CheckResult& result) {
-        const bool isYes = error == nullptr && result.get<0>();
-        answer(isYes, error != nullptr ? HelperRefusal::noAuthority : HelperRefusal::notAuthorised);
+        // A yes that comes only now was given to nothing.
+        if (error != nullptr || result.get<0>()) return answer(false, HelperRefusal::notAuthorised);
+        answer(false, result.get<1>() ? HelperRefusal::wrongPassword : HelperRefusal::neverAsked);
       });
 }
 

@@ -40,6 +40,9 @@ class Authority {
   void cancel(std::uint64_t id);
 
  private:
+  /// Finds out why there was no yes though polkit could ask: a wrong password, or a rule that never asks.
+  void explain(const std::string& sender, const std::string& action, CheckAnswer answer);
+
   std::string service_;
   std::unique_ptr<sdbus::IProxy> bus_;
   std::unique_ptr<sdbus::IProxy> polkit_;

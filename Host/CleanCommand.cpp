@@ -182,17 +182,22 @@ bool removeTrashRemains(FeatureInformation& feature) {
   return failures.empty();
 }
 
+struct CleanSurroundings {
+  std::shared_ptr<CleanProgress> progress;
+  std::shared_ptr<void> helper;
+};
+
 /// Where both streams are a terminal, the user sees a question and can answer it.
-std::shared_ptr<CleanProgress> setUpProgressAndHelper(const Invocation& invocation, const CleanFeature& row,
-                                                      FeatureInformation& feature) {
+CleanSurroundings setUpProgressAndHelper(const Invocation& invocation, const CleanFeature& row,
+                                         FeatureInformation& feature) {
   const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
   const bool isShown = isTerminal && !invocation.options.json && !invocation.options.quiet;
   std::vector<CleanItem> items;
   if (isShown) items = cleanItems(tickedRecords(row.entry, feature));
   auto progress = std::make_shared<CleanProgress>(isShown, items);
-  setUpHelper(isTerminal && ::isatty(STDIN_FILENO) == 1,
-              [progress](const std::string& text) { progress->announce(text); });
-  return progress;
+  auto helper = setUpHelper(isTerminal && ::isatty(STDIN_FILENO) == 1,
+                            [progress](const std::string& text) { progress->announce(text); });
+  return {std::move(progress), std::move(helper)};
 }
 
 ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
@@ -204,8 +209,9 @@ ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
     items = cleanItems(handed);
     if (invocation.options.json) writeRecords(records, handed);
   };
-  const auto progress = setUpProgressAndHelper(invocation, row, *feature);
-  const auto result = runClean(row, feature, stop, *progress, onDeleted);
+  auto surroundings = setUpProgressAndHelper(invocation, row, *feature);
+  const auto result = runClean(row, feature, stop, *surroundings.progress, onDeleted);
+  surroundings.helper.reset();
   if (!result) return showStopped(invocation, *feature, scan);
   removeCoveredThatAreGone(*feature, covered);
   // What no scan lists has no tick that an exception could take away.

@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "Host/TerminalAgent.hpp"
 #include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
@@ -68,29 +69,47 @@ class AskingInstallation : public SystemHelperInstallation {
   Announce announce_;
 };
 
-/// Runs `announce` on the main queue and returns when it has.
+/// Runs `work` on the main queue and returns when it has.
+void runOnMainQueue(const std::function<void()>& work) {
+  auto done = std::make_shared<std::promise<void>>();
+  auto isDone = done->get_future();
+  MainQueue::post([work, done] {
+    work();
+    done->set_value();
+  });
+  isDone.wait();
+}
+
 Announce onMainQueue(Announce announce) {
-  return [announce = std::move(announce)](const std::string& text) {
-    auto written = std::make_shared<std::promise<void>>();
-    auto isWritten = written->get_future();
-    MainQueue::post([announce, text, written] {
-      announce(text);
-      written->set_value();
-    });
-    isWritten.wait();
-  };
+  return
+      [announce = std::move(announce)](const std::string& text) { runOnMainQueue([&] { announce(text); }); };
+}
+
+using AgentSlot = std::unique_ptr<TerminalAgent>;
+
+void startAgent(AgentSlot& slot) {
+  if (slot == nullptr) {
+    runOnMainQueue(
+        [&] { slot = std::make_unique<TerminalAgent>(Host::current().tool(TerminalAgent::kProgram)); });
+  }
+  slot->waitUntilReady();
 }
 
 }  // namespace
 
-void setUpHelper(bool mayAsk, Announce announce) {
+std::shared_ptr<void> setUpHelper(bool mayAsk, Announce announce) {
   const Announce tell = onMainQueue(std::move(announce));
   std::shared_ptr<HelperInstallation> installation = std::make_shared<FixedInstallation>();
   if (mayAsk) installation = std::make_shared<AskingInstallation>(tell);
-  PrivilegeHelper::shard().use(std::move(installation), [tell](const std::string& machServiceName) {
+  const auto agent = std::make_shared<AgentSlot>();
+  const auto connect = [tell, mayAsk, held = std::weak_ptr(agent)](const std::string& machServiceName) {
+    const auto slot = held.lock();
     tell("sorrel: waiting for the privileged helper; the system may ask for an administrator's password\n");
+    if (mayAsk && slot != nullptr) startAgent(*slot);
     return DBusHelperConnection::make(machServiceName);
-  });
+  };
+  PrivilegeHelper::shard().use(std::move(installation), connect);
+  return agent;
 }
 
 }  // namespace sorrel::cli

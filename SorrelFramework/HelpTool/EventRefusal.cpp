@@ -49,6 +49,11 @@ bool hasGone(const std::string& path, const SenderView& before) {
 
 std::string refusalText(std::string_view reason) {
   if (reason == HelperRefusal::notAuthorised) return "The operation was not authorised.";
+  if (reason == HelperRefusal::wrongPassword) return "No right password was given.";
+  if (reason == HelperRefusal::noAgent) return "No program of this session can ask for a password.";
+  if (reason == HelperRefusal::neverAsked) {
+    return "The rules of this system refuse it; they ask only in an active session at the machine itself.";
+  }
   if (reason == HelperRefusal::noAuthority) return "The system can’t authorise the operation now.";
   if (reason == HelperRefusal::tooMany) return "The privileged helper is at work for you already.";
   if (reason == HelperRefusal::busy) return "The privileged helper is busy.";

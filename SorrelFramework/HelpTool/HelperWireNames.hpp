@@ -8,8 +8,11 @@ namespace sorrel {
 
 /// Why the helper refused a call; nothing was done then.
 struct HelperRefusal {
-  static constexpr const char* notAuthorised = "not-authorised";
-  static constexpr const char* noAuthority = "no-authority";      ///< polkit does not answer
+  static constexpr const char* notAuthorised = "not-authorised";  ///< the user has said no
+  static constexpr const char* wrongPassword = "wrong-password";
+  static constexpr const char* noAgent = "no-agent";  ///< no program of the session can ask for a password
+  static constexpr const char* neverAsked = "never-asked";    ///< the rules refuse it in this session at once
+  static constexpr const char* noAuthority = "no-authority";  ///< polkit does not answer
   static constexpr const char* unknownCaller = "unknown-caller";  ///< the bus does not know it any more
   static constexpr const char* tooMany = "too-many";              ///< this user has an event under way
   static constexpr const char* busy = "busy";                     ///< the helper has no room

@@ -47,6 +47,10 @@ TEST(EventRefusal, whatNamesNoPathsHasNoEntries) {
 
 TEST(EventRefusal, eachReasonHasItsText) {
   EXPECT_EQ(refusalText("not-authorised"), "The operation was not authorised.");
+  EXPECT_EQ(refusalText("wrong-password"), "No right password was given.");
+  EXPECT_EQ(refusalText("no-agent"), "No program of this session can ask for a password.");
+  EXPECT_EQ(refusalText("never-asked"),
+            "The rules of this system refuse it; they ask only in an active session at the machine itself.");
   EXPECT_EQ(refusalText("no-authority"), "The system can’t authorise the operation now.");
   EXPECT_EQ(refusalText("too-many"), "The privileged helper is at work for you already.");
   EXPECT_EQ(refusalText("busy"), "The privileged helper is busy.");

@@ -63,6 +63,33 @@ TEST_F(AuthorityTest, aMaintenanceEventWithPathsAsksForADeletionWithTheirNumber)
   EXPECT_EQ(questions[0].details, (std::map<std::string, std::string>{{"count", "2"}}));
 }
 
+TEST_F(AuthorityTest, eachKindOfNoHasItsReason) {
+  using Mode = ScriptedPolkit::Mode;
+  startScripted(Mode::No);
+  const std::string file = rootsFile("kept");
+  for (const auto& [mode, reason] :
+       std::vector<std::pair<Mode, std::string>>{{Mode::No, "not-authorised"},
+                                                 {Mode::WrongPassword, "wrong-password"},
+                                                 {Mode::NoAgent, "no-agent"},
+                                                 {Mode::NeverAsked, "never-asked"},
+                                                 {Mode::Error, "no-authority"}}) {
+    machine->polkit().setMode(mode);
+    const auto answer = machine->askRaw(kDelete, codedEvent({{file, HelperDictionary{{"0", 1}}}}));
+    EXPECT_EQ(answer.refusal, reason);
+    EXPECT_TRUE(fs::exists(file)) << reason;
+  }
+}
+
+TEST_F(AuthorityTest, theQuestionWhyThereWasNoYesAsksNoUser) {
+  startScripted(ScriptedPolkit::Mode::WrongPassword);
+  machine->ask(kDelete, kNowhere);
+  const auto questions = machine->polkit().questions();
+  ASSERT_EQ(questions.size(), 2U);
+  EXPECT_EQ(questions[1].flags, 0U);
+  EXPECT_EQ(questions[1].subjectName, questions[0].subjectName);
+  EXPECT_EQ(questions[1].action, questions[0].action);
+}
+
 TEST_F(AuthorityTest, anErrorOfPolkitIsARefusal) {
   startScripted(ScriptedPolkit::Mode::Error);
   const std::string file = rootsFile("kept");
@@ -196,21 +223,21 @@ TEST_F(HelperServiceWithPolkit, aYesRemovesWhatIsNamedAndNothingElse) {
 TEST_F(HelperServiceWithPolkit, aNoTouchesNothing) {
   const std::string file = rootsFile("kept");
   const Answer answer = machine->askAs(kNo, kDelete, {{file, HelperDictionary{{"0", 1}}}});
-  EXPECT_EQ(answer.refusal, "not-authorised");
+  EXPECT_EQ(answer.refusal, "never-asked");
   EXPECT_TRUE(fs::exists(file));
-  EXPECT_TRUE(machine->waitForLog("refused: not-authorised"));
+  EXPECT_TRUE(machine->waitForLog("refused: never-asked"));
   EXPECT_EQ(machine->log().find(" start"), std::string::npos);
 }
 
 TEST_F(HelperServiceWithPolkit, aYesToOneKindIsNoneToAnother) {
   const Answer answer = machine->askAs(kYes, kShred, kNowhere);
-  EXPECT_EQ(answer.refusal, "not-authorised");
+  EXPECT_EQ(answer.refusal, "never-asked");
   EXPECT_EQ(machine->log().find(" start"), std::string::npos);
 }
 
 TEST_F(HelperServiceWithPolkit, whoeverTheRulesDoNotNameIsRefused) {
   EXPECT_FALSE(machine->askAs(test::kCarol, kDelete, kNowhere).flag);
-  EXPECT_TRUE(machine->waitForLog("refused: not-authorised"));
+  EXPECT_TRUE(machine->waitForLog("refused: never-asked"));
 }
 
 TEST_F(HelperServiceWithPolkit, aUserInTheMessageCountsForNothing) {

@@ -17,7 +17,11 @@ struct ScriptedPolkit::State {
   using Result = sdbus::Result<Check>;
 
   void answer(const Result& result, bool isAuthorised) {
-    result.returnResults(Check(isAuthorised, false, Details()));
+    const Details dismissed = {{"polkit.dismissed", "true"}};
+    result.returnResults(Check(isAuthorised, false, isAuthorised ? Details() : dismissed));
+  }
+  static bool couldAuthorise(Mode mode, std::uint32_t flags) {
+    return mode == Mode::NoAgent || (mode == Mode::WrongPassword && flags == 0);
   }
   void ask(Result&& result, const Question& question) {
     const std::lock_guard lock(mutex);
@@ -27,6 +31,8 @@ struct ScriptedPolkit::State {
       waiting.push_back(std::move(result));
     } else if (mode == Mode::Error) {
       result.returnError(sdbus::Error("org.freedesktop.PolicyKit1.Error.Failed", "no session"));
+    } else if (mode == Mode::WrongPassword || mode == Mode::NoAgent || mode == Mode::NeverAsked) {
+      result.returnResults(Check(false, couldAuthorise(mode, question.flags), Details()));
     } else {
       const bool isFirst = question.subjectName == questions.front().subjectName;
       answer(result, mode == Mode::Yes || (mode == Mode::YesToFirst && isFirst));

@@ -25,7 +25,10 @@ class ScriptedPolkit {
   };
   enum class Mode {
     Yes,
-    No,
+    No,             ///< the user closes the question
+    WrongPassword,  ///< a password could authorise it, and none was right
+    NoAgent,        ///< a password could authorise it, and no program can ask for it
+    NeverAsked,     ///< a rule refuses it
     Error,
     Wait,
     YesToFirst,  ///< to the connection that asked first
