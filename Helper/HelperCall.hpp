@@ -50,7 +50,7 @@ struct HelperCall {
   [[nodiscard]] bool read();
   [[nodiscard]] Action action() const { return isEvent() ? form->action() : Action::Uninstall; }
   [[nodiscard]] std::size_t paths() const { return isEvent() ? form->paths : 0; }
-  /// Of the reply, at most.
+  /// The most bytes that the reply can have.
   [[nodiscard]] std::size_t mostReplyBytes() const { return bytes + paths() * HelperLimits::wordsBytes; }
   /// For a log: the call, who made it and what it is.
   [[nodiscard]] std::string described() const;

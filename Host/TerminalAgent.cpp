@@ -13,7 +13,7 @@
 namespace sorrel::cli {
 namespace {
 
-/// Of the agent, which tells here that polkit knows it.
+/// The descriptor on which the agent reports that polkit knows it.
 constexpr int kNotify = 3;
 /// Milliseconds for a bus that does not answer the agent; then it does not answer this process either.
 constexpr int kPatience = 2'000;

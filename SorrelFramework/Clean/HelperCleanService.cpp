@@ -195,7 +195,7 @@ void HelperCleanService::takeReply(const HelperDictionary& reply, const FileDict
     const HelperDictionary* const entry = value.asDictionary();
     if (entry != nullptr) takeReplyEntry(*entry, fileDict);
   }
-  // The records of a desktop's trash are the user's own files, whoever removed the item.
+  // The records of a desktop's trash are the user's own files, even when the helper removed the item.
   const FileRemover::Session removal = FileRemover::shard().begin();
   for (const Ref<FileInformation>& file : fileDict) {
     if (file->deleteStatus == rawValue(DeleteStatus::DeleteSuccess)) removal.forgetTrashed(file->url);

@@ -114,7 +114,7 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     return answer->get_future().get();
   }
 
-  /// On the thread of the bus: to whoever owns the name now, and again if it reached no helper.
+  /// Runs on the bus thread. Sends to the present owner of the name, and again if no helper got it.
   void send(const SharedCall& call) {
     const std::string owner = trustedOwner(call->startsHelper);
     if (owner.empty()) return call->failed(*this, {});

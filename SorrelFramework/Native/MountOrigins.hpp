@@ -31,7 +31,7 @@ class MountOrigins {
   bool refresh() { return table_.refresh(); }
   /// False if the table could not be read.
   [[nodiscard]] bool hasTable() const noexcept { return !table_.mounts().empty(); }
-  /// Of the mount through which `shown`, its topmost folder, was reached. As of the last refresh().
+  /// The origin of the mount whose topmost folder is `shown`, as of the last refresh().
   [[nodiscard]] Origin of(const ItemIdentity& shown) const;
 
  private:

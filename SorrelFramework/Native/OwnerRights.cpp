@@ -15,7 +15,7 @@ namespace {
 
 constexpr mode_t kPermissions = 07777;
 
-/// The kernel clears the set-group-ID bit when somebody who is not in the folder's group changes the mode.
+/// The kernel clears the set-group-ID bit when a user outside the folder's group changes the mode.
 bool wouldLoseBit(const struct stat& folder) {
   return (folder.st_mode & S_ISGID) != 0 && ::group_member(folder.st_gid) == 0;
 }

@@ -23,7 +23,7 @@ struct Announced {
   std::uint32_t paths = 0;
   std::uint64_t bytes = 0;
 
-  /// Of a sound event, as the library announces it.
+  /// The announcement of a sound event, as the library makes it.
   static Announced of(std::int32_t event, const std::string& message);
 };
 
