@@ -4,8 +4,10 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <chrono>
 #include <iostream>
 #include <memory>
+#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -36,13 +38,18 @@
 #include "Host/TextTree.hpp"
 #include "Host/Ticks.hpp"
 #include "Host/UnreadNote.hpp"
+#include "SorrelFramework/Clean/TrashRecords.hpp"
 #include "SorrelFramework/Clean/TrashRemains.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Date.hpp"
 #include "SorrelFramework/Platform/FileManager.hpp"
+#include "SorrelFramework/Platform/FileStatus.hpp"
 #include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/MainQueue.hpp"
 
 namespace sorrel::cli {
 namespace {
@@ -118,13 +125,35 @@ ExitStatus showStopped(const Invocation& invocation, FeatureInformation& feature
   return ExitStatus::Stopped;
 }
 
+/// What no scan lists in the trash folders of a feature, if all of it is to go. No exception could name it.
+TrashRemains remainsOf(const CleanFeature& row, FeatureInformation& feature, const CleanOptions& order) {
+  std::vector<URL> roots;
+  if (row.isTrash && order.all && order.exceptions.empty()) {
+    for (const CategoryInformation& category : feature.categoryInfo)
+      roots.insert(roots.end(), category.urls.begin(), category.urls.end());
+  }
+  return TrashRemains::find(roots, Date::now());
+}
+
+/// Adds what will go, or has gone, to the rows. A scan may list a folder of nothing but links too.
+void addRemains(const TrashRemains& remains, std::vector<CleanItem>& items, bool isDone) {
+  std::set<std::string> names;
+  for (const CleanItem& item : items) names.insert(item.name);
+  for (const TrashRemains::Item& item : remains.items()) {
+    if (names.contains(item.path) || (isDone && sorrel::statusOf(item.path))) continue;
+    items.push_back({item.path, item.size, isDone, !isDone, false, ""});
+  }
+}
+
 ExitStatus showPlan(const Invocation& invocation, const CleanFeature& row, FeatureInformation& feature,
                     const ScanOutcome& scan) {
   if (invocation.options.json) {
     writeScanDocument(std::cout, feature, scan);
   } else {
     if (row.entry == CleanEntry::Groups) untickCovered(feature);
-    writePlan(std::cout, cleanItems(tickedRecords(row.entry, feature)), invocation.order);
+    std::vector<CleanItem> items = cleanItems(tickedRecords(row.entry, feature));
+    addRemains(remainsOf(row, feature, invocation.clean), items, false);
+    writePlan(std::cout, items, invocation.order);
   }
   finishOutput();
   return ExitStatus::Done;
@@ -169,17 +198,34 @@ ExitStatus statusOf(const std::vector<CleanItem>& items, bool isCleared, bool is
   return ExitStatus::Failed;
 }
 
-/// Removes what no scan lists from the trash folders of a feature; false if some of it stayed.
-bool removeTrashRemains(FeatureInformation& feature) {
-  std::vector<URL> roots;
-  for (const CategoryInformation& category : feature.categoryInfo) {
-    roots.insert(roots.end(), category.urls.begin(), category.urls.end());
+std::int64_t bytesOfGone(const TrashRemains& remains) {
+  std::int64_t bytes = 0;
+  for (const TrashRemains::Item& item : remains.items()) {
+    if (!sorrel::statusOf(item.path)) bytes = checkedAdd(bytes, item.size);
   }
-  const std::vector<std::string> failures = TrashRemains::remove(roots);
-  for (const std::string& path : failures) {
+  return bytes;
+}
+
+/// Removes `remains`, adds what went to `items`, and names what stayed; false if something did.
+bool removeRemains(const TrashRemains& remains, std::vector<CleanItem>& items, StopSwitch& stop) {
+  std::set<std::string> left;
+  for (const CleanItem& item : items) {
+    const auto record = item.isGone ? TrashRecords::recordLeftBy(item.name) : std::nullopt;
+    if (record) left.insert(*record);
+  }
+  const auto isStopped = [&stop] {
+    MainQueue::runUntil([&stop] { return stop.isPulled(); }, std::chrono::milliseconds(0));
+    return stop.isPulled();
+  };
+  for (const std::string& path : remains.remove(isStopped)) left.insert(path);
+  addRemains(remains, items, true);
+  for (const std::string& path : stop.isPulled() ? std::vector<std::string>() : remains.itemsThatStayed()) {
+    if (std::ranges::find(items, path, &CleanItem::name) == items.end()) left.insert(path);
+  }
+  for (const std::string& path : left) {
     std::cerr << "sorrel: could not clear away '" << printable(path) << "'\n";
   }
-  return failures.empty();
+  return left.empty();
 }
 
 struct CleanSurroundings {
@@ -210,18 +256,16 @@ ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
     if (invocation.options.json) writeRecords(records, handed);
   };
   auto surroundings = setUpProgressAndHelper(invocation, row, *feature);
+  const TrashRemains remains = remainsOf(row, *feature, invocation.clean);
   const auto result = runClean(row, feature, stop, *surroundings.progress, onDeleted);
   surroundings.helper.reset();
   if (!result) return showStopped(invocation, *feature, scan);
   removeCoveredThatAreGone(*feature, covered);
-  // What no scan lists has no tick that an exception could take away.
-  const bool isWhole = invocation.clean.all && invocation.clean.exceptions.empty();
-  const bool hasRemains = row.isTrash && isWhole && !stop.isPulled();
-  const bool isCleared = !hasRemains || removeTrashRemains(*feature);
+  const bool isCleared = !row.isTrash || stop.isPulled() || removeRemains(remains, items, stop);
   if (invocation.options.json) {
     writeCleanDocument(std::cout, *feature, scan, outcomeOf(*result, std::move(records).str()));
   } else {
-    writeCleaned(std::cout, items, result->size, invocation.order);
+    writeCleaned(std::cout, items, checkedAdd(result->size, bytesOfGone(remains)), invocation.order);
   }
   finishOutput();
   return statusOf(items, isCleared, stop.isPulled());

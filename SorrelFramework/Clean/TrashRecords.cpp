@@ -51,6 +51,15 @@ void TrashRecords::forget(const std::string& path) {
   known->gone.insert(path.substr(slash + 1));
 }
 
+std::optional<std::string> TrashRecords::recordLeftBy(const std::string& path) {
+  const std::size_t slash = path.rfind('/');
+  if (slash == std::string::npos || statusOf(path)) return std::nullopt;
+  const auto trash = DesktopTrash::withFiles(path.substr(0, slash));
+  if (!trash) return std::nullopt;
+  std::string info = trash->infoFile(path.substr(slash + 1));
+  return statusOf(info) ? std::optional(std::move(info)) : std::nullopt;
+}
+
 void TrashRecords::finish() {
   for (auto& [files, known] : known_) {
     if (known.gone.empty()) continue;

@@ -25,6 +25,8 @@ class TrashRecords {
   void forget(const std::string& path);
   /// Takes the lines of all that was forgotten since the last call out of `directorysizes`.
   void finish();
+  /// The record that is still there though the item at `path`, of a trash, is gone.
+  static std::optional<std::string> recordLeftBy(const std::string& path);
 
  private:
   /// A folder called `files` that held a removed item, and the trash if it belongs to one.

@@ -3,13 +3,16 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstddef>
+#include <iterator>
 #include <optional>
 #include <utility>
 
 #include "SorrelFramework/Clean/FileRemover.hpp"
-#include "SorrelFramework/Platform/DesktopTrash.hpp"
+#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
 #include "SorrelFramework/Platform/FileStatus.hpp"
 #include "SorrelFramework/Platform/FolderListing.hpp"
@@ -35,82 +38,104 @@ bool isMissing(int folder, const std::string& name) {
   return !statusOf(folder, name.c_str()) && errno == ENOENT;
 }
 
-/// An item that a scan does not list: anything of no size, and a folder with nothing in it.
-bool isWithoutBytes(int files, const std::string& name) {
-  const auto status = statusOf(files, name.c_str());
-  if (!status) return false;
-  if (!status->isDirectory()) return status->size == 0;
-  const FileDescriptor folder = openFolderIn(files, name.c_str());
-  const auto entries = namesIn(folder.get());
-  return entries && entries->empty();
+std::vector<std::string> namesIn(const std::string& folder) {
+  return namesIn(openFolder(folder).get()).value_or(std::vector<std::string>());
 }
 
-/// The remains of one trash.
-class Emptying {
- public:
-  Emptying(DesktopTrash trash, const FileRemover::Session& removal, std::vector<std::string>& failures)
-      : trash_(std::move(trash)),
-        removal_(removal),
-        failures_(failures),
-        files_(openFolder(trash_.filesFolder())) {}
-
-  void run() {
-    removeItemsWithoutBytes();
-    removeLonelyInfos();
-    removeExpunged();
-    removal_.finish();
-    const auto isGone = [this](const std::string& name) { return isMissing(files_.get(), name); };
-    if (files_.isOpen() && !trash_.removeSizes(isGone))
-      failures_.push_back(trash_.folder() + "/directorysizes");
+/// Bytes of the regular files at and below an item; nothing if not all of it can be read. Of an item that is
+/// neither a file nor a folder its own size counts, as in a scan.
+std::optional<std::int64_t> bytesOf(const std::string& path) {
+  const auto status = statusOf(path);
+  if (!status) return std::nullopt;
+  if (!status->isDirectory()) return status->size;
+  std::int64_t bytes = 0;
+  bool isWhole = openFolder(path).isOpen();
+  DirectoryEnumerator walk(URL::fileURL(path, true), 0, [&isWhole](const URL&, int) {
+    isWhole = false;
+    return false;
+  });
+  while (const DirectoryEnumerator::Item* const item = walk.next()) {
+    if (item->status.isRegularFile()) bytes = checkedAdd(bytes, item->status.size);
   }
+  return isWhole ? std::optional(bytes) : std::nullopt;
+}
 
- private:
-  void removeItemsWithoutBytes() {
-    for (const std::string& name : namesIn(files_.get()).value_or(std::vector<std::string>())) {
-      if (isWithoutBytes(files_.get(), name)) remove(trash_.filesFolder() + '/' + name);
-    }
+/// Whether the item, once found, is gone now.
+bool isRemoved(const FileRemover::Session& removal, const TrashRemains::Item& item) {
+  if (item.kind == TrashRemains::Kind::Record) {
+    const std::string info(lastPathComponent(item.path));
+    const std::string trash = deletingLastPathComponent(deletingLastPathComponent(item.path));
+    if (const auto name = DesktopTrash::itemOfInfo(info))
+      removal.forgetTrashed(URL::fileURL(trash + "/files/" + std::string(*name), false));
+  } else {
+    // Judged again, as time has passed.
+    if (item.kind == TrashRemains::Kind::ItemWithoutBytes && bytesOf(item.path).value_or(0) != 0)
+      return false;
+    static_cast<void>(removal.removeItem(URL::fileURL(item.path, false)));
   }
-
-  void removeLonelyInfos() {
-    const FileDescriptor infos = openFolder(trash_.infoFolder());
-    for (const std::string& entry : namesIn(infos.get()).value_or(std::vector<std::string>())) {
-      const auto item = DesktopTrash::itemOfInfo(entry);
-      if (!item || !isMissing(files_.get(), std::string(*item))) continue;
-      removal_.forgetTrashed(URL::fileURL(trash_.filesFolder() + '/' + std::string(*item), false));
-      if (!isMissing(infos.get(), entry)) failures_.push_back(trash_.infoFolder() + '/' + entry);
-    }
-  }
-
-  void removeExpunged() {
-    const FileDescriptor expunged = openFolder(trash_.expungedFolder());
-    for (const std::string& name : namesIn(expunged.get()).value_or(std::vector<std::string>())) {
-      remove(trash_.expungedFolder() + '/' + name);
-    }
-  }
-
-  void remove(const std::string& path) {
-    if (removal_.removeItem(URL::fileURL(path, false))) failures_.push_back(path);
-  }
-
-  DesktopTrash trash_;
-  const FileRemover::Session& removal_;
-  std::vector<std::string>& failures_;
-  FileDescriptor files_;
-};
+  return !statusOf(item.path) && errno == ENOENT;
+}
 
 }  // namespace
 
-std::vector<std::string> TrashRemains::remove(const std::vector<URL>& roots) {
-  std::vector<std::string> failures;
-  std::optional<FileRemover::Session> removal;
+TrashRemains TrashRemains::find(const std::vector<URL>& roots, Date now) {
+  TrashRemains remains;
   for (const URL& root : roots) {
     auto trash =
         root.isFileURL() && !root.isEmptyPath() ? DesktopTrash::withFiles(root.path()) : std::nullopt;
-    if (!trash) continue;
-    if (!removal) removal = FileRemover::shard().begin();
-    Emptying(*std::move(trash), *removal, failures).run();
+    if (trash) remains.look(*std::move(trash), now);
+  }
+  return remains;
+}
+
+void TrashRemains::look(DesktopTrash trash, Date now) {
+  for (const std::string& name : namesIn(trash.filesFolder())) {
+    std::string path = trash.filesFolder() + '/' + name;
+    if (bytesOf(path) == 0) {
+      items_.push_back({std::move(path), 0, Kind::ItemWithoutBytes});
+    } else {
+      itemsWithBytes_.push_back(std::move(path));
+    }
+  }
+  const FileDescriptor files = openFolder(trash.filesFolder());
+  const FileDescriptor infos = openFolder(trash.infoFolder());
+  for (const std::string& entry : namesIn(infos.get()).value_or(std::vector<std::string>())) {
+    const auto item = DesktopTrash::itemOfInfo(entry);
+    if (!item || !files.isOpen() || !isMissing(files.get(), std::string(*item))) continue;
+    const auto status = statusOf(infos.get(), entry.c_str());
+    if (!status || now.secondsSince1970 - status->modified.secondsSince1970 < kSecondsOfMove) continue;
+    items_.push_back({trash.infoFolder() + '/' + entry, status->size, Kind::Record});
+  }
+  for (const std::string& name : namesIn(trash.expungedFolder())) {
+    std::string path = trash.expungedFolder() + '/' + name;
+    const std::int64_t size = bytesOf(path).value_or(0);
+    items_.push_back({std::move(path), size, Kind::Expunged});
+  }
+  trashes_.push_back(std::move(trash));
+}
+
+std::vector<std::string> TrashRemains::remove(const std::function<bool()>& isStopped) const {
+  std::vector<std::string> failures;
+  if (trashes_.empty()) return failures;
+  const FileRemover::Session removal = FileRemover::shard().begin();
+  for (const Item& item : items_) {
+    if (isStopped && isStopped()) break;
+    if (!isRemoved(removal, item)) failures.push_back(item.path);
+  }
+  removal.finish();
+  for (const DesktopTrash& trash : trashes_) {
+    const FileDescriptor files = openFolder(trash.filesFolder());
+    const auto isGone = [&files](const std::string& name) { return isMissing(files.get(), name); };
+    if (files.isOpen() && !trash.removeSizes(isGone)) failures.push_back(trash.folder() + "/directorysizes");
   }
   return failures;
+}
+
+std::vector<std::string> TrashRemains::itemsThatStayed() const {
+  std::vector<std::string> stayed;
+  std::ranges::copy_if(itemsWithBytes_, std::back_inserter(stayed),
+                       [](const std::string& path) { return statusOf(path).has_value(); });
+  return stayed;
 }
 
 }  // namespace sorrel

@@ -1,23 +1,51 @@
 #pragma once
 
+#include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
+#include "SorrelFramework/Platform/Date.hpp"
+#include "SorrelFramework/Platform/DesktopTrash.hpp"
 #include "SorrelFramework/Platform/URL.hpp"
 
 namespace sorrel {
 
 /// What is left in a desktop's trash when all that a scan listed was removed: items without a byte, which no
-/// scan lists, records whose item is gone, and what a file manager was about to delete.
+/// scan lists, records whose item is gone, and what a file manager was about to delete. For an application
+/// whose user empties the whole trash: it can show what was found, and then remove that and nothing else.
 class TrashRemains {
  public:
-  TrashRemains() = delete;
+  enum class Kind { ItemWithoutBytes, Record, Expunged };
+  struct Item {
+    std::string path;
+    std::int64_t size = 0;  ///< bytes of the regular files at and below it
+    Kind kind = Kind::ItemWithoutBytes;
+  };
 
-  /// Removes it from those of the folders `roots` that hold the items of a trash of the user (DesktopTrash);
-  /// for an application whose user empties the whole trash. Items that have bytes, or could not be read, stay
-  /// with their records. Returns the paths of what could not be removed, or brought up to date. Not while a
-  /// clean of the same trash runs; on the calling thread.
-  static std::vector<std::string> remove(const std::vector<URL>& roots);
+  /// File managers write the record of an item before they move the item, so a younger one is left alone.
+  static constexpr double kSecondsOfMove = 3600;
+
+  /// Looks into those of the folders `roots` that hold the items of a trash of the user (DesktopTrash) and
+  /// changes nothing. An item with a part that can't be read counts as one with bytes.
+  static TrashRemains find(const std::vector<URL>& roots, Date now);
+
+  [[nodiscard]] const std::vector<Item>& items() const noexcept { return items_; }
+
+  /// Removes what was found, until `isStopped` says so. An item that has got bytes since stays with its
+  /// record. Returns the paths of what could not be removed, or brought up to date. Not while a clean of the
+  /// same trash runs; on the calling thread.
+  [[nodiscard]] std::vector<std::string> remove(const std::function<bool()>& isStopped = {}) const;
+
+  /// The items with bytes that were there and still are: those that a clean should have removed.
+  [[nodiscard]] std::vector<std::string> itemsThatStayed() const;
+
+ private:
+  void look(DesktopTrash trash, Date now);
+
+  std::vector<DesktopTrash> trashes_;
+  std::vector<Item> items_;
+  std::vector<std::string> itemsWithBytes_;
 };
 
 }  // namespace sorrel

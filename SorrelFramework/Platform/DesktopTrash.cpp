@@ -4,6 +4,8 @@
 #include <sys/stat.h>
 
 #include <cstddef>
+#include <filesystem>
+#include <system_error>
 
 #include "SorrelFramework/Platform/FileBytes.hpp"
 #include "SorrelFramework/Platform/FileDescriptor.hpp"
@@ -27,6 +29,15 @@ std::optional<FileStatus> ownFolder(const std::string& path) {
   auto status = statusOf(path);
   if (!status || !status->isDirectory() || status->uid != Host::current().userID()) return std::nullopt;
   return status;
+}
+
+/// Where the folder lies if `path` is a link of the user's own, else `path`.
+std::string behindOwnLink(const std::string& path) {
+  const auto status = statusOf(path);
+  if (!status || !S_ISLNK(status->mode) || status->uid != Host::current().userID()) return path;
+  std::error_code error;
+  const std::filesystem::path real = std::filesystem::canonical(path, error);
+  return error ? path : real.string();
 }
 
 bool isMountPoint(const std::string& path) {
@@ -71,11 +82,12 @@ std::string pathOfOpen(int descriptor) { return "/proc/self/fd/" + std::to_strin
 std::optional<DesktopTrash> DesktopTrash::withFiles(const std::string& files) {
   const Host& host = Host::current();
   if (host.layout() == Host::Layout::MacVolume || lastPathComponent(files) != "files") return std::nullopt;
-  std::string folder = deletingLastPathComponent(files);
+  const std::string named = deletingLastPathComponent(files);
+  std::string folder = behindOwnLink(named);
   const auto trash = ownFolder(folder);
-  if (!trash || !ownFolder(files)) return std::nullopt;
-  const auto home = statusOf(host.applicationSupportFolder() + "/Trash");
-  if (!(home && isSame(*home, *trash)) && !isPlaceOnVolume(folder)) return std::nullopt;
+  if (!trash || !ownFolder(folder + "/files")) return std::nullopt;
+  const auto home = statusOf(behindOwnLink(host.applicationSupportFolder() + "/Trash"));
+  if (!(home && isSame(*home, *trash)) && !isPlaceOnVolume(named)) return std::nullopt;
   return DesktopTrash(std::move(folder));
 }
 

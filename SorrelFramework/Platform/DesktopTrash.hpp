@@ -13,8 +13,9 @@ namespace sorrel {
 class DesktopTrash {
  public:
   /// The trash whose items lie in the folder `files`; nothing if it is none: on a macOS volume, for a folder
-  /// that is a link or not the user's own, and for any place but the home's trash and, at the top of a
-  /// mounted volume, `.Trash-UID` and `.Trash/UID`, the latter only if `.Trash` has the sticky bit.
+  /// that is not the user's own or a link (but the home's trash may be a link that the user owns), and for
+  /// any place but the home's trash and, at the top of a mounted volume, `.Trash-UID` and `.Trash/UID`, the
+  /// latter only if `.Trash` has the sticky bit.
   static std::optional<DesktopTrash> withFiles(const std::string& files);
 
   [[nodiscard]] const std::string& folder() const noexcept { return folder_; }

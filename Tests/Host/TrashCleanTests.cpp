@@ -1,6 +1,7 @@
 // `sorrel clean trash` on this desktop, from outside: what other programs know about the trash goes too.
 #include <gtest/gtest.h>
 
+#include <chrono>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
@@ -34,6 +35,12 @@ class DesktopTrashClean : public testing::Test {
     home_.text(kTrash + "files/" + name, content);
     home_.text(kTrash + "info/" + name + ".trashinfo", info(name));
   }
+  /// The record of an item that is gone since long.
+  void ghost() const {
+    home_.text(kTrash + "info/ghost.trashinfo", info("ghost"));
+    fs::last_write_time(home_.path(kTrash + "info/ghost.trashinfo"),
+                        fs::file_time_type::clock::now() - std::chrono::hours(24));
+  }
   [[nodiscard]] ProgramRun clean(Words words) const {
     words.insert(words.begin(), {"clean", "trash"});
     return sorrel(words, {.environment = {"HOME=" + home_.path(), "XDG_DATA_HOME=" + home_.path("data")}});
@@ -49,7 +56,7 @@ class DesktopTrashClean : public testing::Test {
 };
 
 TEST_F(DesktopTrashClean, whatWasNotTickedKeepsItsRecords) {
-  home_.text(kTrash + "info/ghost.trashinfo", info("ghost"));
+  ghost();
   home_.text(kTrash + "expunged/1/x", "x");
   home_.text(kTrash + "files/empty", "");
   const auto before = items();
@@ -68,7 +75,7 @@ TEST_F(DesktopTrashClean, lineOfAFolderGoesWithIt) {
 }
 
 TEST_F(DesktopTrashClean, allLeavesTheTrashEmpty) {
-  home_.text(kTrash + "info/ghost.trashinfo", info("ghost"));
+  ghost();
   home_.text(kTrash + "files/unknown", "x");
   home_.text(kTrash + "files/unknown and empty", "");
   home_.text(kTrash + "expunged/1/x", "x");
@@ -86,7 +93,7 @@ TEST_F(DesktopTrashClean, allLeavesTheTrashEmpty) {
 }
 
 TEST_F(DesktopTrashClean, dryRunOfAllLeavesTheRecords) {
-  home_.text(kTrash + "info/ghost.trashinfo", info("ghost"));
+  ghost();
   home_.text(kTrash + "expunged/1/x", "x");
   const auto before = items();
   EXPECT_EQ(clean({"--all", "--dry-run"}).status, 0);
@@ -95,9 +102,46 @@ TEST_F(DesktopTrashClean, dryRunOfAllLeavesTheRecords) {
 
 TEST_F(DesktopTrashClean, remainsThatStayAreAFailureAndNamed) {
   home_.text(kTrash + "info/ghost.trashinfo/x", "x");
+  fs::last_write_time(home_.path(kTrash + "info/ghost.trashinfo"),
+                      fs::file_time_type::clock::now() - std::chrono::hours(24));
   const ProgramRun run = clean({"--all", "--yes"});
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "sorrel: could not clear away '" + home_.path(kTrash + "info/ghost.trashinfo") + "'\n");
+}
+
+TEST_F(DesktopTrashClean, textsNameWhatNoScanLists) {
+  ghost();
+  home_.text(kTrash + "expunged/1/x", "123");
+  home_.text(kTrash + "files/zerodir/z", "");
+  const std::string plan = clean({"--all", "--dry-run"}).out;
+  const ProgramRun run = clean({"--all", "--yes"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  for (const char* name : {"info/ghost.trashinfo", "expunged/1", "files/zerodir"}) {
+    EXPECT_NE(plan.find(home_.path(kTrash + name) + "\n"), std::string::npos) << name << plan;
+    EXPECT_NE(run.out.find(home_.path(kTrash + name) + "\n"), std::string::npos) << name << run.out;
+    EXPECT_FALSE(fs::exists(home_.path(kTrash + name))) << name;
+  }
+}
+
+TEST_F(DesktopTrashClean, recordThatStaysIsAFailureAndNamed) {
+  fs::remove(home_.path(kTrash + "info/note.trashinfo"));
+  home_.text(kTrash + "info/note.trashinfo/x", "x");
+  const ProgramRun run = clean({"--select", "*/note", "--yes"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_EQ(run.err, "sorrel: could not clear away '" + home_.path(kTrash + "info/note.trashinfo") + "'\n");
+  EXPECT_FALSE(fs::exists(home_.path(kTrash + "files/note")));
+}
+
+TEST_F(DesktopTrashClean, trashThatIsALinkOfTheUsersOwnIsEmptied) {
+  ghost();
+  home_.text(kTrash + "expunged/1/x", "x");
+  fs::rename(home_.path("data/Trash"), home_.path("elsewhere"));
+  fs::create_symlink("../elsewhere", home_.path("data/Trash"));
+  const ProgramRun run = clean({"--all", "--yes"});
+  EXPECT_EQ(run.status, 0) << run.err;
+  for (const char* folder : {"files", "info", "expunged"}) {
+    EXPECT_TRUE(fs::is_empty(home_.path("elsewhere/") + folder)) << folder;
+  }
 }
 
 TEST_F(DesktopTrashClean, trashOfAMacOSVolumeHasNoRecords) {
