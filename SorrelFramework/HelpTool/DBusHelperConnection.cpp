@@ -295,12 +295,14 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     std::function<void()> answer;
     if (error == nullptr) guarded([&] { answer = pending.call->results(reply); });
     Failure failure = error == nullptr ? Failure() : failureOf(reply, *error);
-    onThread([number, answer = std::move(answer), failure = std::move(failure)](Link& link) {
-      const Pending ended = std::move(link.pending_.extract(number).mapped());
+    onThread([number, answer = std::move(answer), failure = std::move(failure),
+              failed = pending.failed](Link& link) {
+      const auto ended = link.pending_.extract(number);  // empty if the bus has gone meanwhile
       if (answer) {
         answer();
       } else {
-        ended.failed(failure);
+        // Without a bus there is no other helper to try.
+        failed(ended.empty() ? Failure() : failure);
       }
     });
   }
