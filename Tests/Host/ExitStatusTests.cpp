@@ -76,7 +76,7 @@ TEST(ExitStatus, aBundleIdentifierTakesLettersDigitsDotsAndHyphens) {
 
 TEST(ExitStatus, aVolumeWithSeveralHomesNeedsAUserThatIsThere) {
   const TemporaryFolder volume;
-  // None of them is called like the login of whoever runs the test: that one would be taken.
+  // None of them is the login of the user who runs the test: that one would be taken.
   const passwd* const account = ::getpwuid(::geteuid());
   const std::string login = account == nullptr ? "" : account->pw_name;
   volume.folder("Users/not-" + login);
