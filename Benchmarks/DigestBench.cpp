@@ -19,9 +19,9 @@
 #include <vector>
 
 #include "Benchmarks/SideBySide.hpp"
-#include "SorrelFramework/Platform/Digest.hpp"
-#include "SorrelFramework/Platform/MD5Constants.hpp"
-#include "SorrelFramework/Platform/MD5Kernels.hpp"
+#include "SorrelFramework/Platform/Digest/Digest.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Constants.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Kernels.hpp"
 #include "SorrelFramework/Units/FileHashBatch.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 

@@ -11,8 +11,8 @@
 #include <vector>
 
 #include "Benchmarks/SideBySide.hpp"
-#include "SorrelFramework/Platform/ChildProcess.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace {
 

@@ -21,8 +21,8 @@
 
 #include "Benchmarks/SideBySide.hpp"
 #include "SorrelFramework/Clean/CleanService.hpp"
-#include "SorrelFramework/Native/TreeRemoval.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Removal/TreeRemoval.hpp"
 
 namespace {
 

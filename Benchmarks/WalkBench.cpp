@@ -16,8 +16,8 @@
 #include "Benchmarks/BareWalk.hpp"
 #include "Benchmarks/SideBySide.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 #include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"
 
 namespace {

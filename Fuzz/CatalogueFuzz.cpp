@@ -14,8 +14,8 @@
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
-#include "SorrelFramework/Platform/Fatal.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 using namespace sorrel;
 using sorrel::fuzz::require;

@@ -1,6 +1,6 @@
 // Any bytes as a property list: a value or nothing, and a value survives the way through each writer.
 #include "Fuzz/Require.hpp"
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 
 using namespace sorrel;
 using sorrel::fuzz::require;

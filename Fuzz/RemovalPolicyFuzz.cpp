@@ -14,7 +14,7 @@
 #include <vector>
 
 #include "Fuzz/Require.hpp"
-#include "SorrelFramework/Native/RemovalTarget.hpp"
+#include "SorrelFramework/Removal/RemovalTarget.hpp"
 
 using namespace sorrel;
 using sorrel::fuzz::require;

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "Fuzz/Require.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 #include "SorrelFramework/Scan/PackageSize.hpp"
 
 using namespace sorrel;

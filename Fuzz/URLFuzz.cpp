@@ -1,7 +1,7 @@
 // Any text as a URL and any bytes as a path: what goes in comes out, and the rules of paths hold.
 #include "Fuzz/Require.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 using namespace sorrel;
 using sorrel::fuzz::require;

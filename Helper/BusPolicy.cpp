@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <string>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel::helper {
 

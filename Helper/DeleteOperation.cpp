@@ -1,6 +1,6 @@
 #include "Helper/DeleteOperation.hpp"
 
-#include "SorrelFramework/Native/FolderRemoval.hpp"
+#include "SorrelFramework/Removal/FolderRemoval.hpp"
 
 namespace sorrel::helper {
 namespace {

@@ -5,7 +5,7 @@
 #include <cstddef>
 #include <utility>
 
-#include "SorrelFramework/Native/FileOverwriter.hpp"
+#include "SorrelFramework/Removal/FileOverwriter.hpp"
 
 namespace sorrel::helper {
 

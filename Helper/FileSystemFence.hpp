@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "SorrelFramework/Platform/MountTable.hpp"
+#include "SorrelFramework/Platform/Files/MountTable.hpp"
 
 namespace sorrel::helper {
 

@@ -12,7 +12,7 @@
 #include "Helper/Reply.hpp"
 #include "SorrelFramework/HelpTool/MessageView.hpp"
 #include "SorrelFramework/HelpTool/SealedMemory.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel::helper {
 

@@ -10,8 +10,8 @@
 #include <charconv>
 #include <utility>
 
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
 
 namespace sorrel::helper {
 namespace {

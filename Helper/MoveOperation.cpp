@@ -11,7 +11,7 @@
 #include <optional>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel::helper {
 namespace {

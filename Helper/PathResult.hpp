@@ -5,10 +5,10 @@
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/HelperProtocol.hpp"
-#include "SorrelFramework/Native/FolderRemoval.hpp"
-#include "SorrelFramework/Native/ItemIdentity.hpp"
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
-#include "SorrelFramework/Native/RemovalTarget.hpp"
+#include "SorrelFramework/Removal/FolderRemoval.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
+#include "SorrelFramework/Removal/RemovalTarget.hpp"
 
 namespace sorrel::helper {
 

@@ -7,7 +7,7 @@
 #include "Helper/EventForm.hpp"
 #include "Helper/EventRunner.hpp"
 #include "Helper/ResultTable.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel::helper {
 

@@ -7,7 +7,7 @@
 #include <cerrno>
 
 #include "Helper/FileShredder.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel::helper {
 namespace {

@@ -12,7 +12,7 @@
 #include "Helper/EventRunner.hpp"
 #include "Helper/ResultPipe.hpp"
 #include "Helper/ResultTable.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel::helper {
 

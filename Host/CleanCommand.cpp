@@ -44,12 +44,12 @@
 #include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/Date.hpp"
-#include "SorrelFramework/Platform/FileManager.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Base/Date.hpp"
+#include "SorrelFramework/Platform/Files/FileManager.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 
 namespace sorrel::cli {
 namespace {

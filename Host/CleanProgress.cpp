@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "Host/SafeText.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
 
 namespace sorrel::cli {
 namespace {

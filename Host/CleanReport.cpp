@@ -10,8 +10,8 @@
 #include "Host/Ticks.hpp"
 #include "SorrelFramework/Clean/FileRemover.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
 
 namespace sorrel::cli {
 namespace {

@@ -11,7 +11,7 @@
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
-#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 
 namespace sorrel::cli {
 namespace {

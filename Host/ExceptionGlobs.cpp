@@ -7,7 +7,7 @@
 #include <utility>
 
 #include "Host/ScanPlaces.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel::cli {
 namespace {

@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace sorrel::cli {
 namespace {

@@ -12,7 +12,7 @@
 #include "Host/RecordName.hpp"
 #include "Host/SafeText.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
-#include "SorrelFramework/Platform/BlockSharing.hpp"
+#include "SorrelFramework/Platform/Files/BlockSharing.hpp"
 
 namespace sorrel::cli {
 namespace {

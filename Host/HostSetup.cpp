@@ -7,7 +7,7 @@
 
 #include "Host/CommandError.hpp"
 #include "Host/CommandLine.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel::cli {
 namespace {

@@ -13,7 +13,7 @@
 #include <utility>
 
 #include "Host/ExitStatus.hpp"
-#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 
 namespace sorrel::cli {
 

@@ -9,7 +9,7 @@
 #include <utility>
 
 #include "Host/SafeText.hpp"
-#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 
 namespace sorrel::cli {
 namespace {

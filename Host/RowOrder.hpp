@@ -4,7 +4,7 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace sorrel::cli {
 

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdio>
 
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace sorrel::cli {
 namespace {

@@ -8,7 +8,7 @@
 #include "Host/Features.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
-#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "SorrelFramework/Scan/LargeAndOldFile/LargeAndOldFileService.hpp"
 #include "SorrelFramework/Scan/MasterScan/EmailScanService.hpp"

@@ -10,8 +10,8 @@
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/Ref.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
-#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Queues/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel::cli {
 

@@ -7,8 +7,8 @@
 #include <utility>
 
 #include "Host/CommandError.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel::cli {
 namespace {

@@ -5,7 +5,7 @@
 #include <system_error>
 #include <vector>
 
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel::cli {
 

@@ -8,8 +8,8 @@
 #include "Host/ProgressLine.hpp"
 #include "Host/ScanFeatures.hpp"
 #include "Host/StopSwitch.hpp"
-#include "SorrelFramework/Platform/MainQueue.hpp"
-#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
+#include "SorrelFramework/Platform/Queues/WeftSerialQueue.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "SorrelFramework/Units/ScanStatus.hpp"
 

@@ -14,8 +14,8 @@
 #include "Host/OpenFiles.hpp"
 #include "Host/Output.hpp"
 #include "Host/SafeText.hpp"
-#include "SorrelFramework/Platform/Fatal.hpp"
-#include "SorrelFramework/Platform/LinePrinter.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
+#include "SorrelFramework/Platform/Base/LinePrinter.hpp"
 
 namespace {
 

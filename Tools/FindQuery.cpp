@@ -7,7 +7,7 @@
 #include <charconv>
 #include <system_error>
 
-#include "SorrelFramework/Platform/ContentType.hpp"
+#include "SorrelFramework/Platform/Items/ContentType.hpp"
 #include "Tools/ItemKind.hpp"
 
 namespace sorrel::tools {

@@ -4,12 +4,12 @@
 
 #include <algorithm>
 
-#include "SorrelFramework/Platform/ContentType.hpp"
-#include "SorrelFramework/Platform/DateText.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/FolderStream.hpp"
-#include "SorrelFramework/Platform/ScanRoot.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FolderStream.hpp"
+#include "SorrelFramework/Platform/Items/ContentType.hpp"
+#include "SorrelFramework/Platform/Machine/ScanRoot.hpp"
+#include "SorrelFramework/Platform/Text/DateText.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 #include "SorrelFramework/Scan/TreeWalk.hpp"
 #include "Tools/ItemKind.hpp"
 #include "Tools/LastUse.hpp"

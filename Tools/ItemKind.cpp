@@ -7,8 +7,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "SorrelFramework/Platform/ContentType.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Items/ContentType.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel::tools {
 namespace {

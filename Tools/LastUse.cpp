@@ -9,8 +9,8 @@
 #include <filesystem>
 #include <system_error>
 
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/RecentlyUsed.hpp"
+#include "SorrelFramework/Platform/Items/RecentlyUsed.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel::tools {
 namespace {

@@ -6,7 +6,7 @@
 #include <cerrno>
 #include <climits>
 
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace sorrel::tools {
 

@@ -4,8 +4,8 @@
 #include <mutex>
 #include <string_view>
 
-#include "SorrelFramework/Platform/ResourceValues.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Items/ResourceValues.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 #include "SorrelFramework/Scan/TreeWalk.hpp"
 
 namespace sorrel::tools {

@@ -7,10 +7,10 @@
 #include <optional>
 #include <string_view>
 
-#include "SorrelFramework/Native/LookupError.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
+#include "SorrelFramework/Removal/LookupError.hpp"
 
 namespace sorrel {
 namespace {

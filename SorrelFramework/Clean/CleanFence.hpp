@@ -4,9 +4,9 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Native/RemovalTarget.hpp"
-#include "SorrelFramework/Platform/FolderContainment.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Files/FolderContainment.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
+#include "SorrelFramework/Removal/RemovalTarget.hpp"
 
 namespace sorrel {
 

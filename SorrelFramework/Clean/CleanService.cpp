@@ -8,8 +8,8 @@
 #include <utility>
 
 #include "SorrelFramework/Clean/RecordWalk.hpp"
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 
 namespace sorrel {
 namespace {
@@ -62,7 +62,6 @@ void startClean(std::vector<Ref<CategoryInformation>> categorys, CleanServiceTyp
 }  // namespace
 
 const FileRemover& CleanService::fileManager = FileRemover::shard();
-bool CleanService::opensOwnFolders = false;
 
 void CleanService::cleanCategorys(std::vector<Ref<CategoryInformation>> cleanCategorys,
                                   CleanServiceType cleanType,

@@ -35,7 +35,7 @@ class CleanService {
   /// gives the owner that bit, and those to list and enter, on that folder and on those below it before it
   /// empties them, and takes them back from a folder that stays. The folder that holds what is removed is
   /// never opened: the user closed it, and did not tick it. Set it while nothing runs.
-  static bool opensOwnFolders;
+  static inline bool& opensOwnFolders = FileRemover::switches.opensOwnFolders;
 
   /// System junk, the trash, mail attachments, junk of media libraries, the uninstaller's rows. A category
   /// that is on takes all its records whatever their own state; one that is off is skipped; in a mixed one

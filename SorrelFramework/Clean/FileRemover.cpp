@@ -5,11 +5,10 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Clean/CleanService.hpp"
 #include "SorrelFramework/Clean/ProtectedPlaces.hpp"
-#include "SorrelFramework/Native/LookupError.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/RemovalErrorText.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/RemovalErrorText.hpp"
+#include "SorrelFramework/Removal/LookupError.hpp"
 
 namespace sorrel {
 namespace {
@@ -35,7 +34,7 @@ FileRemover::Session::Session(RemoveFunc remove)
       remover_(std::make_unique<TreeRemover>(*policy_)),
       trash_(std::make_unique<TrashRecords>(*policy_)) {
   protectPlacesOfHost(*policy_);
-  if (CleanService::opensOwnFolders) policy_->openOwnFolders();
+  if (FileRemover::switches.opensOwnFolders) policy_->openOwnFolders();
 }
 
 std::optional<std::string> FileRemover::Session::removeItem(const URL& url) const {
@@ -73,6 +72,8 @@ int FileRemover::Session::refusal(const URL& url) const {
   if (!item) return tellsOfNoPlace(errno) ? 0 : errno;
   return policy_->protects({item->device, item->inode}) ? EPERM : 0;
 }
+
+constinit FileRemover::Switches FileRemover::switches;
 
 FileRemover& FileRemover::shard() {
   static FileRemover& remover = *new FileRemover();  // a clean may outlive the end of main()

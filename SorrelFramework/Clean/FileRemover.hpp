@@ -8,9 +8,9 @@
 
 #include "SorrelFramework/Clean/CleanFence.hpp"
 #include "SorrelFramework/Clean/TrashRecords.hpp"
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
-#include "SorrelFramework/Native/TreeRemoval.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
+#include "SorrelFramework/Removal/TreeRemoval.hpp"
 
 namespace sorrel {
 
@@ -51,6 +51,12 @@ class FileRemover {
     std::unique_ptr<TreeRemover> remover_;
     std::unique_ptr<TrashRecords> trash_;
   };
+
+  /// Applications set these as switches of CleanService, which explains them.
+  struct Switches {
+    bool opensOwnFolders = false;
+  };
+  static Switches switches;
 
   static FileRemover& shard();
 

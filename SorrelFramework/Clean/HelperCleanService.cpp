@@ -8,9 +8,9 @@
 
 #include "SorrelFramework/Clean/RecordWalk.hpp"
 #include "SorrelFramework/Clean/TreeRepair.hpp"
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/RemovalErrorText.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Files/RemovalErrorText.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel {
 namespace {

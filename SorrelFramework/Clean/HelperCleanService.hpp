@@ -16,7 +16,7 @@
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
-#include "SorrelFramework/Platform/CallGuard.hpp"
+#include "SorrelFramework/Platform/Base/CallGuard.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 
 namespace sorrel {

@@ -8,8 +8,8 @@
 #include "SorrelFramework/Clean/HelperCleanService.hpp"
 #include "SorrelFramework/Clean/RecordSet.hpp"
 #include "SorrelFramework/Clean/RecordWalk.hpp"
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/Fatal.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
 
 namespace sorrel {
 namespace {

@@ -5,11 +5,11 @@
 #include <system_error>
 #include <vector>
 
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/MountedVolumes.hpp"
-#include "SorrelFramework/Platform/TrashFolders.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Machine/MountedVolumes.hpp"
+#include "SorrelFramework/Platform/Machine/TrashFolders.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
 
 namespace sorrel {
 namespace {

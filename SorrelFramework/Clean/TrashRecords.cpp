@@ -6,8 +6,8 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
 
 namespace sorrel {
 namespace {

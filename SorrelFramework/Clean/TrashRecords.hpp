@@ -5,9 +5,9 @@
 #include <set>
 #include <string>
 
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
-#include "SorrelFramework/Native/TreeRemoval.hpp"
-#include "SorrelFramework/Platform/DesktopTrash.hpp"
+#include "SorrelFramework/Platform/Machine/DesktopTrash.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
+#include "SorrelFramework/Removal/TreeRemoval.hpp"
 
 namespace sorrel {
 

@@ -11,11 +11,11 @@
 #include <utility>
 
 #include "SorrelFramework/Clean/FileRemover.hpp"
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/FolderListing.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FolderListing.hpp"
+#include "SorrelFramework/Platform/Items/DirectoryEnumerator.hpp"
 
 namespace sorrel {
 namespace {

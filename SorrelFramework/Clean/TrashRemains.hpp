@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/Date.hpp"
-#include "SorrelFramework/Platform/DesktopTrash.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Base/Date.hpp"
+#include "SorrelFramework/Platform/Machine/DesktopTrash.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 

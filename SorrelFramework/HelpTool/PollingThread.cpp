@@ -12,7 +12,7 @@
 #include <system_error>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel {
 

@@ -9,10 +9,10 @@
 
 #include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
 #include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
-#include "SorrelFramework/Platform/FileManager.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/MainQueue.hpp"
-#include "SorrelFramework/Platform/UserDefaults.hpp"
+#include "SorrelFramework/Platform/Files/FileManager.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Machine/UserDefaults.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 
 namespace sorrel {
 namespace {

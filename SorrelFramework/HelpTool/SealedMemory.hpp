@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel {
 

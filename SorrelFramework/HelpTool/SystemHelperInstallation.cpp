@@ -3,9 +3,9 @@
 #include <optional>
 #include <string_view>
 
-#include "SorrelFramework/Platform/ChildProcess.hpp"
-#include "SorrelFramework/Platform/FileManager.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Files/FileManager.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel {
 namespace {

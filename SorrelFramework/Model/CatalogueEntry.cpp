@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "SorrelFramework/Platform/Fatal.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
 
 namespace sorrel {
 namespace {

@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "SorrelFramework/Model/Enumerations.hpp"
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 
 namespace sorrel {
 

@@ -12,8 +12,8 @@
 #include "SorrelFramework/Model/Observed.hpp"
 #include "SorrelFramework/Model/ParentLink.hpp"
 #include "SorrelFramework/Model/Ref.hpp"
-#include "SorrelFramework/Platform/Image.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Items/Image.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 

@@ -8,7 +8,7 @@
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/ParentLink.hpp"
 #include "SorrelFramework/Model/Ref.hpp"
-#include "SorrelFramework/Platform/Image.hpp"
+#include "SorrelFramework/Platform/Items/Image.hpp"
 
 namespace sorrel {
 

@@ -6,10 +6,10 @@
 
 #include "SorrelFramework/Model/CatalogueEntry.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
-#include "SorrelFramework/Platform/Fatal.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/PropertyList.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 namespace {

@@ -9,7 +9,7 @@
 #include "SorrelFramework/Model/Enumerations.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/Ref.hpp"
-#include "SorrelFramework/Platform/Image.hpp"
+#include "SorrelFramework/Platform/Items/Image.hpp"
 
 namespace sorrel {
 

@@ -4,7 +4,7 @@
 #include <utility>
 
 #include "SorrelFramework/Model/Enumerations.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 

@@ -3,8 +3,8 @@
 #include <array>
 #include <vector>
 
-#include "SorrelFramework/Platform/Digest.hpp"
-#include "SorrelFramework/Platform/FileReadStream.hpp"
+#include "SorrelFramework/Platform/Digest/Digest.hpp"
+#include "SorrelFramework/Platform/Files/FileReadStream.hpp"
 
 namespace sorrel {
 namespace {

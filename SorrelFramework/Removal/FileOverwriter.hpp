@@ -7,8 +7,8 @@
 #include <span>
 #include <utility>
 
-#include "SorrelFramework/Native/ItemIdentity.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
 
 namespace sorrel {
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/FolderRemoval.hpp"
+#include "SorrelFramework/Removal/FolderRemoval.hpp"
 
 #include <fcntl.h>
 #include <unistd.h>
@@ -7,7 +7,7 @@
 #include <optional>
 #include <utility>
 
-#include "SorrelFramework/Native/OwnerRights.hpp"
+#include "SorrelFramework/Removal/OwnerRights.hpp"
 
 namespace sorrel {
 namespace {

@@ -7,10 +7,10 @@
 #include <unordered_set>
 #include <vector>
 
-#include "SorrelFramework/Native/ItemIdentity.hpp"
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
-#include "SorrelFramework/Platform/FolderStream.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Files/FolderStream.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
 
 namespace sorrel {
 

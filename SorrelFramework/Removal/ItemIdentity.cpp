@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/ItemIdentity.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/MountOrigins.hpp"
+#include "SorrelFramework/Removal/MountOrigins.hpp"
 
 #include <optional>
 #include <string>

@@ -3,9 +3,9 @@
 #include <string_view>
 #include <vector>
 
-#include "SorrelFramework/Native/ItemIdentity.hpp"
-#include "SorrelFramework/Native/PathWalk.hpp"
-#include "SorrelFramework/Platform/MountTable.hpp"
+#include "SorrelFramework/Platform/Files/MountTable.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
+#include "SorrelFramework/Removal/PathWalk.hpp"
 
 namespace sorrel {
 

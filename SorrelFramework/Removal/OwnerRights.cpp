@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/OwnerRights.hpp"
+#include "SorrelFramework/Removal/OwnerRights.hpp"
 
 #include <fcntl.h>
 #include <linux/openat2.h>
@@ -8,7 +8,7 @@
 #include <cerrno>
 #include <string>
 
-#include "SorrelFramework/Platform/OpenResolving.hpp"
+#include "SorrelFramework/Platform/Files/OpenResolving.hpp"
 
 namespace sorrel {
 namespace {

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/PathWalk.hpp"
+#include "SorrelFramework/Removal/PathWalk.hpp"
 
 #include <fcntl.h>
 #include <linux/magic.h>
@@ -13,7 +13,7 @@
 #include <optional>
 #include <utility>
 
-#include "SorrelFramework/Platform/OpenResolving.hpp"
+#include "SorrelFramework/Platform/Files/OpenResolving.hpp"
 
 namespace sorrel {
 namespace {

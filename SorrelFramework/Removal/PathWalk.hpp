@@ -9,8 +9,8 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Native/ItemIdentity.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
 
 namespace sorrel {
 

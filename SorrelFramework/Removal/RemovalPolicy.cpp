@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
 
 #include <fcntl.h>
 #include <pwd.h>
@@ -13,9 +13,9 @@
 #include <unordered_map>
 #include <utility>
 
-#include "SorrelFramework/Native/LookupError.hpp"
-#include "SorrelFramework/Native/MountOrigins.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Removal/LookupError.hpp"
+#include "SorrelFramework/Removal/MountOrigins.hpp"
 
 namespace sorrel {
 namespace {

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <vector>
 
-#include "SorrelFramework/Native/ItemIdentity.hpp"
-#include "SorrelFramework/Native/PathWalk.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
+#include "SorrelFramework/Removal/PathWalk.hpp"
 
 namespace sorrel {
 

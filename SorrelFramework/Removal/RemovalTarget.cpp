@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/RemovalTarget.hpp"
+#include "SorrelFramework/Removal/RemovalTarget.hpp"
 
 #include <fcntl.h>
 #include <linux/openat2.h>
@@ -7,7 +7,7 @@
 #include <cerrno>
 #include <string_view>
 
-#include "SorrelFramework/Platform/OpenResolving.hpp"
+#include "SorrelFramework/Platform/Files/OpenResolving.hpp"
 
 namespace sorrel {
 namespace {

@@ -6,10 +6,10 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Native/ItemIdentity.hpp"
-#include "SorrelFramework/Native/PathWalk.hpp"
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
+#include "SorrelFramework/Removal/PathWalk.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
 
 namespace sorrel {
 

@@ -3,11 +3,11 @@
 #include <cstdint>
 #include <string>
 
-#include "SorrelFramework/Native/FolderRemoval.hpp"
-#include "SorrelFramework/Native/ItemIdentity.hpp"
-#include "SorrelFramework/Native/PathWalk.hpp"
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
-#include "SorrelFramework/Native/RemovalTarget.hpp"
+#include "SorrelFramework/Removal/FolderRemoval.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
+#include "SorrelFramework/Removal/PathWalk.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
+#include "SorrelFramework/Removal/RemovalTarget.hpp"
 
 namespace sorrel {
 

@@ -3,7 +3,7 @@
 #include <any>
 #include <utility>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 
 namespace sorrel {

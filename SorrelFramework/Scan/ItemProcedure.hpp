@@ -6,8 +6,8 @@
 #include <string_view>
 
 #include "SorrelFramework/Model/CategoryInfo.hpp"
-#include "SorrelFramework/Platform/FileManager.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FileManager.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 
 namespace sorrel {

@@ -3,7 +3,7 @@
 #include <chrono>
 #include <utility>
 
-#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 
 namespace sorrel {
 namespace {

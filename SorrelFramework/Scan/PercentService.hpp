@@ -6,7 +6,7 @@
 #include <memory>
 #include <mutex>
 
-#include "SorrelFramework/Platform/CallGuard.hpp"
+#include "SorrelFramework/Platform/Base/CallGuard.hpp"
 
 namespace sorrel {
 

@@ -2,7 +2,7 @@
 
 #include <utility>
 
-#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 
 namespace sorrel {

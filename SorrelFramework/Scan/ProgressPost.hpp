@@ -5,7 +5,7 @@
 #include <memory>
 #include <vector>
 
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 
 namespace sorrel {

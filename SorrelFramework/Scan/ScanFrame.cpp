@@ -1,7 +1,7 @@
 #include "SorrelFramework/Scan/ScanFrame.hpp"
 
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "SorrelFramework/Scan/UnreadFolders.hpp"

@@ -11,7 +11,7 @@
 
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
-#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Queues/WeftSerialQueue.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 
 namespace sorrel {

@@ -8,9 +8,9 @@
 
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Model/ScanFileInfo.hpp"
-#include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
-#include "SorrelFramework/Platform/ResourceValues.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Items/DirectoryEnumerator.hpp"
+#include "SorrelFramework/Platform/Items/ResourceValues.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 

@@ -2,10 +2,10 @@
 
 #include <utility>
 
-#include "SorrelFramework/Platform/Fatal.hpp"
-#include "SorrelFramework/Platform/FileManager.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
+#include "SorrelFramework/Platform/Files/FileManager.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 #include "SorrelFramework/Scan/ItemProcedure.hpp"
 #include "SorrelFramework/Scan/PackageSize.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"

@@ -6,9 +6,9 @@
 #include <string>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileManager.hpp"
-#include "SorrelFramework/Platform/GlobalQueue.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Files/FileManager.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/ItemProcedure.hpp"
 #include "SorrelFramework/Scan/ProgressPost.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"

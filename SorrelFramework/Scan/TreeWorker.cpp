@@ -6,7 +6,7 @@
 #include <system_error>
 #include <utility>
 
-#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 
 namespace sorrel {

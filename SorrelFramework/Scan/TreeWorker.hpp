@@ -10,10 +10,10 @@
 #include <vector>
 
 #include "SorrelFramework/Model/FileInfo.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
-#include "SorrelFramework/Platform/FolderListing.hpp"
-#include "SorrelFramework/Platform/FolderStack.hpp"
-#include "SorrelFramework/Platform/FolderStream.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Files/FolderListing.hpp"
+#include "SorrelFramework/Platform/Files/FolderStack.hpp"
+#include "SorrelFramework/Platform/Files/FolderStream.hpp"
 #include "SorrelFramework/Scan/ProgressPost.hpp"
 #include "SorrelFramework/Scan/TreeWalk.hpp"
 #include "SorrelFramework/Scan/WalkTeam.hpp"

@@ -4,7 +4,7 @@
 #include <cstddef>
 #include <cstdlib>
 
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 #include "SorrelFramework/Units/MD5.hpp"
 
 namespace sorrel {

@@ -5,9 +5,9 @@
 #include <cerrno>
 #include <utility>
 
-#include "SorrelFramework/Platform/Digest.hpp"
-#include "SorrelFramework/Platform/FileReadStream.hpp"
-#include "SorrelFramework/Platform/MD5Lanes.hpp"
+#include "SorrelFramework/Platform/Digest/Digest.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Lanes.hpp"
+#include "SorrelFramework/Platform/Files/FileReadStream.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 
 namespace sorrel {

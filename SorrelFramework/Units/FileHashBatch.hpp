@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/MD5Kernels.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Kernels.hpp"
 
 namespace sorrel {
 

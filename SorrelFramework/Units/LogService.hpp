@@ -5,8 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "SorrelFramework/Platform/URL.hpp"
-#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Queues/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 

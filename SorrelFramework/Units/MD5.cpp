@@ -4,9 +4,9 @@
 #include <cstddef>
 #include <limits>
 
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/Fatal.hpp"
-#include "SorrelFramework/Platform/MD5Constants.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Constants.hpp"
 
 namespace sorrel {
 namespace {

@@ -14,8 +14,8 @@
 #include <system_error>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileBytes.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Files/FileBytes.hpp"
 
 namespace sorrel {
 namespace {

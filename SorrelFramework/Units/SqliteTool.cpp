@@ -12,9 +12,9 @@
 #include <cstring>
 #include <memory>
 
-#include "SorrelFramework/Platform/LinePrinter.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Base/LinePrinter.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 #include "SorrelFramework/Units/RolledBackCopy.hpp"
 
 namespace sorrel {

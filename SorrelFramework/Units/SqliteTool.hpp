@@ -28,8 +28,8 @@ class SqliteTool {
   SqliteTool(const SqliteTool&) = delete;
   SqliteTool& operator=(const SqliteTool&) = delete;
 
-  /// False, with the reason printed (Platform/LinePrinter.hpp), for anything but a regular file that can be
-  /// opened, a missing one too; a connection that answers nothing is kept then. A path with a zero byte is
+  /// False, with the reason printed (Platform/Base/LinePrinter.hpp), for anything but a regular file that can
+  /// be opened, a missing one too; a connection that answers nothing is kept then. A path with a zero byte is
   /// false without a word and without a connection. Whether the file is a database shows at the first query
   /// only. A connection that is still open is closed first.
   [[nodiscard]] bool openDB(const std::string& dbPath);

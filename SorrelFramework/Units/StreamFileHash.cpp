@@ -4,8 +4,8 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "SorrelFramework/Platform/Digest.hpp"
-#include "SorrelFramework/Platform/FileReadStream.hpp"
+#include "SorrelFramework/Platform/Digest/Digest.hpp"
+#include "SorrelFramework/Platform/Files/FileReadStream.hpp"
 
 namespace sorrel {
 

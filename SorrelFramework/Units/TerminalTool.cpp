@@ -7,9 +7,9 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Platform/ChildProcess.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/ScanStatus.hpp"
 

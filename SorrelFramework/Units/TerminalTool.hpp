@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Queues/WeftSerialQueue.hpp"
 
 namespace sorrel {
 

@@ -11,7 +11,7 @@
 #include <functional>
 #include <string>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 

@@ -8,7 +8,7 @@
 #include <optional>
 #include <string>
 
-#include "SorrelFramework/Platform/RemovalErrorText.hpp"
+#include "SorrelFramework/Platform/Files/RemovalErrorText.hpp"
 #include "Tests/Support/CleanKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"

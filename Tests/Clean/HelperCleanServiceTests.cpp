@@ -11,7 +11,7 @@
 
 #include "SorrelFramework/Clean/CleanService.hpp"
 #include "SorrelFramework/Clean/TreeRepair.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Clean/HelperCleanServiceKit.hpp"
 
 namespace sorrel::test {

@@ -7,10 +7,10 @@
 #include <cerrno>
 #include <string>
 
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
-#include "SorrelFramework/Native/TreeRemoval.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
+#include "SorrelFramework/Removal/TreeRemoval.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/SystemCallFaults.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "SorrelFramework/Clean/FileRemover.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/CleanKit.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"

@@ -22,7 +22,7 @@
 #include "SorrelFramework/Model/ModuleInfo.hpp"
 #include "SorrelFramework/Model/ScanFileInfo.hpp"
 #include "SorrelFramework/Native/FileHash.hpp"
-#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Queues/WeftSerialQueue.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/MD5.hpp"

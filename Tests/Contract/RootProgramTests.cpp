@@ -7,7 +7,7 @@
 #include <set>
 #include <string>
 
-#include "SorrelFramework/Platform/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel {

@@ -10,8 +10,8 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Platform/GlobalQueue.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/MasterScan/EmailScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/PhotoScanService.hpp"
 #include "SorrelFramework/Scan/MasterScan/SystemScanService.hpp"

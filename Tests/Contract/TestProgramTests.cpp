@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "SorrelFramework/Platform/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 

@@ -5,7 +5,7 @@
 
 #include <cstdlib>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Faults/TickedTree.hpp"
 #include "Tests/Support/ScanKit.hpp"
 #include "Tests/Support/SystemCallFaults.hpp"

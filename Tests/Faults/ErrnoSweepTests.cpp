@@ -16,7 +16,7 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Native/TreeRemoval.hpp"
+#include "SorrelFramework/Removal/TreeRemoval.hpp"
 #include "Tests/Support/CleanKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/NumberFrom.hpp"

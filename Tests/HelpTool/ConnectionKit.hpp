@@ -14,7 +14,7 @@
 
 #include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/HelpTool/WireService.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/PrivateBus.hpp"

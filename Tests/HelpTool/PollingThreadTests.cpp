@@ -12,7 +12,7 @@
 #include <thread>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Support/MainLoop.hpp"
 
 namespace sorrel {

@@ -8,8 +8,8 @@
 #include <thread>
 #include <vector>
 
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/UserDefaults.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Machine/UserDefaults.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ScriptedHelper.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"

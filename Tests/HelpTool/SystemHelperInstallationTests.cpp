@@ -5,7 +5,7 @@
 
 #include <string>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 

@@ -14,7 +14,7 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 

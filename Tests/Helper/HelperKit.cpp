@@ -22,7 +22,7 @@
 #include <utility>
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
-#include "SorrelFramework/Platform/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
 #include "Tests/Helper/RawCaller.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/MainLoop.hpp"

@@ -8,8 +8,8 @@
 #include <filesystem>
 
 #include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
-#include "SorrelFramework/Platform/ChildProcess.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Helper/HelperKit.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 

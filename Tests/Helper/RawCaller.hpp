@@ -5,7 +5,7 @@
 #include <string>
 
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Helper/HelperKit.hpp"
 
 namespace sdbus {

@@ -5,7 +5,7 @@
 
 #include <array>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 
 namespace sorrel::helper {

@@ -6,7 +6,7 @@
 
 #include <cerrno>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Helper/EventKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 

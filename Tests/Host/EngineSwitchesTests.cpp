@@ -23,7 +23,7 @@ using Names = std::vector<std::string>;
 Names switchesDeclaredIn(const std::string& header) {
   static const std::regex classLine(R"(^(class|struct) (\w+)[^;]*$)");
   static const std::regex switchLine(
-      R"(^\s*(inline static|static inline|static) (std::atomic<bool>|std::atomic_bool|bool) (\w+)\s*(=.*|\{.*)?;.*$)");
+      R"(^\s*(inline static|static inline|static) (std::atomic<bool>|std::atomic_bool|bool&?) (\w+)\s*(=.*|\{.*)?;.*$)");
   Names names;
   std::string owner;
   std::istringstream lines(header);

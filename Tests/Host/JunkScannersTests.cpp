@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 #include "Tests/Host/HostKit.hpp"
 #include "Tests/Support/CleanKit.hpp"
 

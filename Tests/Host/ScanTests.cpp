@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 #include "SorrelFramework/Units/MD5.hpp"
 #include "Tests/Host/HostKit.hpp"
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 #include "Tests/Model/ModuleInfoKit.hpp"
 
 namespace sorrel::test {

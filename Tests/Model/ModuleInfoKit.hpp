@@ -9,8 +9,8 @@
 
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel::test {

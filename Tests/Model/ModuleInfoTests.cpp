@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "SorrelFramework/Model/CategoryInfo.hpp"
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 #include "Tests/Model/ModuleInfoKit.hpp"
 
 namespace sorrel::test {

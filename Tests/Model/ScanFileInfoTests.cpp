@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 namespace {

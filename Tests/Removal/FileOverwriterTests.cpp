@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/FileOverwriter.hpp"
+#include "SorrelFramework/Removal/FileOverwriter.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

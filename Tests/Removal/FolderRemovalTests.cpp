@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/FolderRemoval.hpp"
+#include "SorrelFramework/Removal/FolderRemoval.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/LoopFileSystem.hpp"
 #include "Tests/Support/ProcessState.hpp"

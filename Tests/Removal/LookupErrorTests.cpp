@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/LookupError.hpp"
+#include "SorrelFramework/Removal/LookupError.hpp"
 
 #include <gtest/gtest.h>
 

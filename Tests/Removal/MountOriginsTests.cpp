@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/MountOrigins.hpp"
+#include "SorrelFramework/Removal/MountOrigins.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -9,8 +9,8 @@
 #include <functional>
 #include <string>
 
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
-#include "SorrelFramework/Native/RemovalTarget.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
+#include "SorrelFramework/Removal/RemovalTarget.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/LoopFileSystem.hpp"
 #include "Tests/Support/RemovalKit.hpp"

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/OwnerRights.hpp"
+#include "SorrelFramework/Removal/OwnerRights.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Native/FolderRemoval.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Removal/FolderRemoval.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/RemovalKit.hpp"
 

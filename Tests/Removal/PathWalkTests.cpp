@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/PathWalk.hpp"
+#include "SorrelFramework/Removal/PathWalk.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -8,8 +8,8 @@
 #include <filesystem>
 #include <string>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -14,8 +14,8 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Native/PathWalk.hpp"
-#include "SorrelFramework/Native/RemovalTarget.hpp"
+#include "SorrelFramework/Removal/PathWalk.hpp"
+#include "SorrelFramework/Removal/RemovalTarget.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/RemovalKit.hpp"
 #include "Tests/Support/ScopedVariable.hpp"

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/RemovalTarget.hpp"
+#include "SorrelFramework/Removal/RemovalTarget.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Native/TreeRemoval.hpp"
+#include "SorrelFramework/Removal/TreeRemoval.hpp"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

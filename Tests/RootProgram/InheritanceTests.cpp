@@ -16,7 +16,7 @@
 
 #include "Helper/Supervisor.hpp"
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Helper/HelperServiceKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"

@@ -7,7 +7,7 @@
 
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
 #include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Helper/HelperServiceKit.hpp"
 #include "Tests/Helper/RawCaller.hpp"
 

@@ -18,7 +18,7 @@
 #include <memory>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Helper/HelperServiceKit.hpp"
 #include "Tests/Helper/RawCaller.hpp"
 #include "Tests/Support/Checkers.hpp"

@@ -6,7 +6,7 @@
 #include <set>
 #include <sstream>
 
-#include "SorrelFramework/Platform/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
 #include "Tests/Helper/HelperServiceKit.hpp"
 
 namespace sorrel::helper {

@@ -9,7 +9,7 @@
 #include <thread>
 #include <vector>
 
-#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 #include "Tests/Support/MainLoop.hpp"
 
 namespace sorrel {

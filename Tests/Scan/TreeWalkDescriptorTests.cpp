@@ -10,7 +10,7 @@
 #include <thread>
 #include <vector>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "SorrelFramework/Scan/TreeWalk.hpp"
 #include "Tests/Support/ForkedChild.hpp"

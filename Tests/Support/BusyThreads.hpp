@@ -4,7 +4,7 @@
 #include <memory>
 #include <mutex>
 
-#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 
 namespace sorrel::test {
 

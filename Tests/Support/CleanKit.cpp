@@ -10,7 +10,7 @@
 
 #include "SorrelFramework/Clean/FileRemover.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ScanKit.hpp"

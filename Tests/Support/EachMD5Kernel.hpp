@@ -4,7 +4,7 @@
 
 #include <functional>
 
-#include "SorrelFramework/Platform/MD5Kernels.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Kernels.hpp"
 
 namespace sorrel::test {
 

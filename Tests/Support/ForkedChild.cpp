@@ -15,7 +15,7 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel::test {

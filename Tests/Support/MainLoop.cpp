@@ -2,7 +2,7 @@
 
 #include <memory>
 
-#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 
 namespace sorrel::test {
 

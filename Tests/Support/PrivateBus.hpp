@@ -4,7 +4,7 @@
 #include <string>
 #include <thread>
 
-#include "SorrelFramework/Platform/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel::test {

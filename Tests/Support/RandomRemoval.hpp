@@ -3,7 +3,7 @@
 #include <cstdint>
 #include <string>
 
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
 
 namespace sorrel::test {
 

@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <memory>
 
-#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Queues/WeftSerialQueue.hpp"
 
 namespace sorrel::test {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-#include "SorrelFramework/Native/TreeRemoval.hpp"
+#include "SorrelFramework/Removal/TreeRemoval.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel::test {

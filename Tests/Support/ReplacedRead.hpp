@@ -5,7 +5,7 @@
 #include <mutex>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileReadStream.hpp"
+#include "SorrelFramework/Platform/Files/FileReadStream.hpp"
 
 namespace sorrel::test {
 

@@ -5,7 +5,7 @@
 #include <any>
 #include <thread>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "Tests/Support/MainLoop.hpp"
 

@@ -15,7 +15,7 @@
 #include <cstddef>
 #include <thread>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel::test {
 namespace {

@@ -10,8 +10,8 @@
 #include <fstream>
 #include <ostream>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel::test {
 

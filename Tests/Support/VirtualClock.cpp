@@ -3,7 +3,7 @@
 #include <mutex>
 #include <utility>
 
-#include "SorrelFramework/Platform/Clock.hpp"
+#include "SorrelFramework/Platform/Base/Clock.hpp"
 
 namespace sorrel::test {
 

@@ -8,7 +8,7 @@
 #include <algorithm>
 #include <string>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 

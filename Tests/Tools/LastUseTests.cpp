@@ -9,7 +9,7 @@
 #include <cstdlib>
 #include <string>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 

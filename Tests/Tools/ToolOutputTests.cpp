@@ -16,10 +16,10 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Platform/ChildProcess.hpp"
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "SorrelFramework/Units/TerminalTool.hpp"
 #include "Tests/Support/ScopedVariable.hpp"

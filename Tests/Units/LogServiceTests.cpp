@@ -16,8 +16,8 @@
 #include <thread>
 #include <vector>
 
-#include "SorrelFramework/Platform/Fatal.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/RecordingQueue.hpp"

@@ -11,7 +11,7 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Platform/LinePrinter.hpp"
+#include "SorrelFramework/Platform/Base/LinePrinter.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"

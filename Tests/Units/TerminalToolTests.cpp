@@ -15,8 +15,8 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Platform/ChildProcess.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/ScanStatus.hpp"
 #include "Tests/Support/MainLoop.hpp"

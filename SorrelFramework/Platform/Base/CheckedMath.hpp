@@ -1,6 +1,6 @@
 #pragma once
 
-#include "SorrelFramework/Platform/Fatal.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
 
 namespace sorrel {
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/Date.hpp"
+#include "SorrelFramework/Platform/Base/Date.hpp"
 
 #include <array>
 #include <cmath>

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/Fatal.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 #include <unistd.h>
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/Digest.hpp"
+#include "SorrelFramework/Platform/Digest/Digest.hpp"
 
 #include <openssl/crypto.h>
 #include <openssl/evp.h>

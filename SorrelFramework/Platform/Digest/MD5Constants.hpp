@@ -1,9 +1,16 @@
 #pragma once
 
 #include <array>
+#include <cstddef>
 #include <cstdint>
 
 namespace sorrel {
+
+inline constexpr std::size_t kMD5Block = 64;
+inline constexpr std::size_t kMostMD5Lanes = 16;
+
+/// The running digests of messages side by side: word k of lane l is at [k][l].
+using MD5States = std::uint32_t[4][kMostMD5Lanes];
 
 /// RFC 1321, 3.3: the state before the first block.
 inline constexpr std::array<std::uint32_t, 4> kMD5InitialState = {0x67452301, 0xefcdab89, 0x98badcfe,

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/MD5VectorKernels.hpp"
+#include "SorrelFramework/Platform/Digest/MD5VectorKernels.hpp"
 
 #if defined(__x86_64__)
 
@@ -6,7 +6,7 @@
 
 #include <utility>
 
-#include "SorrelFramework/Platform/MD5Constants.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Constants.hpp"
 
 #define SORREL_MD5_TARGET [[gnu::always_inline, gnu::target("avx2")]] inline
 
@@ -36,7 +36,7 @@ SORREL_MD5_TARGET Word plusI(Word sum, Word b, Word c, Word d) {
   return add(sum, _mm256_xor_si256(c, _mm256_or_si256(b, notD)));
 }
 
-#include "SorrelFramework/Platform/MD5Rounds.inc"
+#include "SorrelFramework/Platform/Digest/MD5Rounds.inc"
 
 /// Rows of eight words, one row for each lane, become vectors of one word of all lanes.
 SORREL_MD5_TARGET void transpose(Word rows[8]) {

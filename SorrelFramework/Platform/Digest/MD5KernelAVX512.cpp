@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/MD5VectorKernels.hpp"
+#include "SorrelFramework/Platform/Digest/MD5VectorKernels.hpp"
 
 #if defined(__x86_64__)
 
@@ -11,7 +11,7 @@
 
 #include <utility>
 
-#include "SorrelFramework/Platform/MD5Constants.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Constants.hpp"
 
 #define SORREL_MD5_TARGET [[gnu::always_inline, gnu::target("avx512f")]] inline
 
@@ -40,7 +40,7 @@ SORREL_MD5_TARGET Word plusI(Word sum, Word b, Word c, Word d) {
   return add(sum, _mm512_ternarylogic_epi32(b, c, d, 0x39));
 }
 
-#include "SorrelFramework/Platform/MD5Rounds.inc"
+#include "SorrelFramework/Platform/Digest/MD5Rounds.inc"
 
 /// Columns of the same quarter of 16 rows, gathered from four vectors of 128-bit pieces.
 SORREL_MD5_TARGET void gather(const Word from[16], int column, Word words[16]) {

@@ -1,11 +1,11 @@
-#include "SorrelFramework/Platform/MD5Kernels.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Kernels.hpp"
 
 #include <algorithm>
 #include <bit>
 #include <utility>
 
-#include "SorrelFramework/Platform/MD5Constants.hpp"
-#include "SorrelFramework/Platform/MD5VectorKernels.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Constants.hpp"
+#include "SorrelFramework/Platform/Digest/MD5VectorKernels.hpp"
 
 namespace sorrel {
 namespace {
@@ -25,7 +25,7 @@ SORREL_MD5_TARGET Word plusG(Word sum, Word b, Word c, Word d) { return sum + (c
 SORREL_MD5_TARGET Word plusH(Word sum, Word b, Word c, Word d) { return sum + (b ^ (c ^ d)); }
 SORREL_MD5_TARGET Word plusI(Word sum, Word b, Word c, Word d) { return sum + (c ^ (b | ~d)); }
 
-#include "SorrelFramework/Platform/MD5Rounds.inc"
+#include "SorrelFramework/Platform/Digest/MD5Rounds.inc"
 
 Word wordAt(const std::uint8_t* bytes) {
   return Word{bytes[0]} | Word{bytes[1]} << 8 | Word{bytes[2]} << 16 | Word{bytes[3]} << 24;

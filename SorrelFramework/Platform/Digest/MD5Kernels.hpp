@@ -5,13 +5,9 @@
 #include <span>
 #include <string_view>
 
+#include "SorrelFramework/Platform/Digest/MD5Constants.hpp"
+
 namespace sorrel {
-
-inline constexpr std::size_t kMD5Block = 64;
-inline constexpr std::size_t kMostMD5Lanes = 16;
-
-/// The running digests of messages side by side: word k of lane l stands at [k][l].
-using MD5States = std::uint32_t[4][kMostMD5Lanes];
 
 /// One way to run the block function of MD5 over several messages at once.
 struct MD5Kernel {

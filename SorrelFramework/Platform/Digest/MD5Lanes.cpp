@@ -1,9 +1,9 @@
-#include "SorrelFramework/Platform/MD5Lanes.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Lanes.hpp"
 
 #include <algorithm>
 #include <cstring>
 
-#include "SorrelFramework/Platform/MD5Constants.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Constants.hpp"
 
 namespace sorrel {
 

@@ -6,7 +6,7 @@
 #include <memory>
 #include <span>
 
-#include "SorrelFramework/Platform/MD5Kernels.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Kernels.hpp"
 
 namespace sorrel {
 

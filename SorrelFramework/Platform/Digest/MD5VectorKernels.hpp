@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 
-#include "SorrelFramework/Platform/MD5Kernels.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Constants.hpp"
 
 namespace sorrel {
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/BlockSharing.hpp"
+#include "SorrelFramework/Platform/Files/BlockSharing.hpp"
 
 #include <linux/fiemap.h>
 #include <linux/fs.h>
@@ -11,8 +11,8 @@
 #include <limits>
 #include <new>
 
-#include "SorrelFramework/Platform/Digest.hpp"
-#include "SorrelFramework/Platform/FileReadStream.hpp"
+#include "SorrelFramework/Platform/Digest/Digest.hpp"
+#include "SorrelFramework/Platform/Files/FileReadStream.hpp"
 
 namespace sorrel {
 namespace {

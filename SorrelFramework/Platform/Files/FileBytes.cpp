@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FileBytes.hpp"
+#include "SorrelFramework/Platform/Files/FileBytes.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@
 #include <random>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel {
 

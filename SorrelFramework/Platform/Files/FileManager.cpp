@@ -1,12 +1,12 @@
-#include "SorrelFramework/Platform/FileManager.hpp"
+#include "SorrelFramework/Platform/Files/FileManager.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 bool fileExists(const std::string& path, bool* isDirectory) {

@@ -5,7 +5,7 @@
 #include <string>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel {
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>

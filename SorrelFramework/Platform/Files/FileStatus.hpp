@@ -4,7 +4,7 @@
 #include <optional>
 #include <string>
 
-#include "SorrelFramework/Platform/Date.hpp"
+#include "SorrelFramework/Platform/Base/Date.hpp"
 
 namespace sorrel {
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FolderContainment.hpp"
+#include "SorrelFramework/Platform/Files/FolderContainment.hpp"
 
 #include <fcntl.h>
 #include <linux/openat2.h>
@@ -10,10 +10,10 @@
 #include <optional>
 #include <string_view>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/OpenResolving.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/OpenResolving.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 namespace {

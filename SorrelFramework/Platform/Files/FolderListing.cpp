@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FolderListing.hpp"
+#include "SorrelFramework/Platform/Files/FolderListing.hpp"
 
 #include <algorithm>
 

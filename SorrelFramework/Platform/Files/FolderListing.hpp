@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "SorrelFramework/Platform/FolderStream.hpp"
+#include "SorrelFramework/Platform/Files/FolderStream.hpp"
 
 namespace sorrel {
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FolderStack.hpp"
+#include "SorrelFramework/Platform/Files/FolderStack.hpp"
 
 #include <fcntl.h>
 
@@ -7,8 +7,8 @@
 #include <optional>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/FolderStream.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FolderStream.hpp"
 
 namespace sorrel {
 

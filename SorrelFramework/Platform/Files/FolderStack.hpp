@@ -7,8 +7,8 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
-#include "SorrelFramework/Platform/OpenFolderLimit.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Files/OpenFolderLimit.hpp"
 
 namespace sorrel {
 

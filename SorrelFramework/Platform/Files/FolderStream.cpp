@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FolderStream.hpp"
+#include "SorrelFramework/Platform/Files/FolderStream.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -11,7 +11,7 @@
 #include <cstring>
 #include <utility>
 
-#include "SorrelFramework/Platform/OpenResolving.hpp"
+#include "SorrelFramework/Platform/Files/OpenResolving.hpp"
 
 namespace sorrel {
 namespace {

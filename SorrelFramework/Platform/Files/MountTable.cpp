@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/MountTable.hpp"
+#include "SorrelFramework/Platform/Files/MountTable.hpp"
 
 #include <fcntl.h>
 #include <poll.h>
@@ -10,7 +10,7 @@
 #include <optional>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel {
 namespace {

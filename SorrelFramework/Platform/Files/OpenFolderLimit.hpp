@@ -3,7 +3,7 @@
 #include <cstddef>
 #include <functional>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel {
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/OpenResolving.hpp"
+#include "SorrelFramework/Platform/Files/OpenResolving.hpp"
 
 #include <linux/openat2.h>
 #include <sys/syscall.h>

@@ -1,8 +1,8 @@
-#include "SorrelFramework/Platform/RemovalErrorText.hpp"
+#include "SorrelFramework/Platform/Files/RemovalErrorText.hpp"
 
 #include <cerrno>
 
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace sorrel {
 namespace {

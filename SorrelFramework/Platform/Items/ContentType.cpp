@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/ContentType.hpp"
+#include "SorrelFramework/Platform/Items/ContentType.hpp"
 
 #include <fnmatch.h>
 #include <gio/gio.h>
@@ -10,8 +10,8 @@
 #include <shared_mutex>
 #include <unordered_map>
 
-#include "SorrelFramework/Platform/ContentTypeTables.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Items/ContentTypeTables.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 namespace {

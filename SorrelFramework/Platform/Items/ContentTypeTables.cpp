@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/ContentTypeTables.hpp"
+#include "SorrelFramework/Platform/Items/ContentTypeTables.hpp"
 
 // The identifiers and their parents are those that macOS declares in its core and application types; "dyn"
 // types, which it makes up for extensions it does not know, have no counterpart here.

@@ -1,12 +1,12 @@
-#include "SorrelFramework/Platform/DesktopEntry.hpp"
+#include "SorrelFramework/Platform/Items/DesktopEntry.hpp"
 
 #include <glib.h>
 
 #include <cstddef>
 #include <memory>
 
-#include "SorrelFramework/Platform/FileBytes.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Files/FileBytes.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace sorrel {
 namespace {

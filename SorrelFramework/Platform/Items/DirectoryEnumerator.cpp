@@ -1,10 +1,10 @@
-#include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
+#include "SorrelFramework/Platform/Items/DirectoryEnumerator.hpp"
 
 #include <cerrno>
 #include <utility>
 
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/ScanRoot.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Machine/ScanRoot.hpp"
 
 namespace sorrel {
 

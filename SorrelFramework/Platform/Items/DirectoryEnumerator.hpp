@@ -7,12 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/FolderListing.hpp"
-#include "SorrelFramework/Platform/FolderStack.hpp"
-#include "SorrelFramework/Platform/FolderStream.hpp"
-#include "SorrelFramework/Platform/ResourceValues.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FolderListing.hpp"
+#include "SorrelFramework/Platform/Files/FolderStack.hpp"
+#include "SorrelFramework/Platform/Files/FolderStream.hpp"
+#include "SorrelFramework/Platform/Items/ResourceValues.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 

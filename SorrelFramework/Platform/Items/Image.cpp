@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/Image.hpp"
+#include "SorrelFramework/Platform/Items/Image.hpp"
 
 #include <sys/stat.h>
 
@@ -10,8 +10,8 @@
 #include <unordered_map>
 #include <vector>
 
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 namespace {

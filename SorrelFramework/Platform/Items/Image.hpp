@@ -4,7 +4,7 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 

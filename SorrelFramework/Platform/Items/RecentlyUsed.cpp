@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/RecentlyUsed.hpp"
+#include "SorrelFramework/Platform/Items/RecentlyUsed.hpp"
 
 #include <glib.h>
 
@@ -8,7 +8,7 @@
 #include <memory>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileBytes.hpp"
+#include "SorrelFramework/Platform/Files/FileBytes.hpp"
 
 namespace sorrel {
 namespace {

@@ -1,13 +1,13 @@
-#include "SorrelFramework/Platform/ResourceValues.hpp"
+#include "SorrelFramework/Platform/Items/ResourceValues.hpp"
 
 #include <strings.h>
 
 #include <utility>
 
-#include "SorrelFramework/Platform/ContentType.hpp"
-#include "SorrelFramework/Platform/DesktopEntry.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Items/ContentType.hpp"
+#include "SorrelFramework/Platform/Items/DesktopEntry.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace sorrel {
 namespace {

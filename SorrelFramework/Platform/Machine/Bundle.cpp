@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/Bundle.hpp"
+#include "SorrelFramework/Platform/Machine/Bundle.hpp"
 
 #include <dirent.h>
 #include <strings.h>

@@ -3,8 +3,8 @@
 #include <optional>
 #include <string>
 
-#include "SorrelFramework/Platform/PropertyList.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
 
 #include <fcntl.h>
 #include <linux/close_range.h>
@@ -18,7 +18,7 @@
 #include <optional>
 #include <utility>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel {
 namespace {

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 #include <pwd.h>
 #include <sys/stat.h>
@@ -12,8 +12,8 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Platform/UserDirectories.hpp"
-#include "SorrelFramework/Platform/VolumePath.hpp"
+#include "SorrelFramework/Platform/Machine/UserDirectories.hpp"
+#include "SorrelFramework/Platform/Machine/VolumePath.hpp"
 
 namespace sorrel {
 namespace {

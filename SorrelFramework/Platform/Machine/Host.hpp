@@ -9,7 +9,7 @@
 #include <string>
 #include <string_view>
 
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 

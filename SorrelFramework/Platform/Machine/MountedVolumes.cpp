@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/MountedVolumes.hpp"
+#include "SorrelFramework/Platform/Machine/MountedVolumes.hpp"
 
 #include <dirent.h>
 #include <fcntl.h>
@@ -12,7 +12,7 @@
 #include <set>
 #include <utility>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel {
 namespace {

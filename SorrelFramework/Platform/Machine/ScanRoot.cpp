@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/ScanRoot.hpp"
+#include "SorrelFramework/Platform/Machine/ScanRoot.hpp"
 
 #include <fcntl.h>
 #include <linux/openat2.h>
@@ -8,10 +8,10 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/OpenFolderLimit.hpp"
-#include "SorrelFramework/Platform/OpenResolving.hpp"
-#include "SorrelFramework/Platform/VolumePath.hpp"
+#include "SorrelFramework/Platform/Files/OpenFolderLimit.hpp"
+#include "SorrelFramework/Platform/Files/OpenResolving.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Machine/VolumePath.hpp"
 
 namespace sorrel {
 namespace {

@@ -1,10 +1,10 @@
-#include "SorrelFramework/Platform/TrashFolders.hpp"
+#include "SorrelFramework/Platform/Machine/TrashFolders.hpp"
 
 #include <unistd.h>
 
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 namespace {

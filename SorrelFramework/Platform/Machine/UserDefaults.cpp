@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/UserDefaults.hpp"
+#include "SorrelFramework/Platform/Machine/UserDefaults.hpp"
 
 #include <strings.h>
 #include <sys/stat.h>
@@ -9,7 +9,7 @@
 #include <memory>
 #include <system_error>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel {
 

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 
 namespace sorrel {
 

@@ -1,9 +1,9 @@
-#include "SorrelFramework/Platform/UserDirectories.hpp"
+#include "SorrelFramework/Platform/Machine/UserDirectories.hpp"
 
 #include <cstddef>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileBytes.hpp"
+#include "SorrelFramework/Platform/Files/FileBytes.hpp"
 
 namespace sorrel {
 namespace {

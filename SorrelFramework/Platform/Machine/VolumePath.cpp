@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/VolumePath.hpp"
+#include "SorrelFramework/Platform/Machine/VolumePath.hpp"
 
 #include <dirent.h>
 #include <sys/stat.h>
@@ -10,7 +10,7 @@
 #include <optional>
 #include <utility>
 
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace sorrel {
 namespace {

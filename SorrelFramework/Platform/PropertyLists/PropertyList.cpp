@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 
 #include <cmath>
 #include <limits>

@@ -13,7 +13,7 @@
 #include <variant>
 #include <vector>
 
-#include "SorrelFramework/Platform/Date.hpp"
+#include "SorrelFramework/Platform/Base/Date.hpp"
 
 namespace sorrel {
 

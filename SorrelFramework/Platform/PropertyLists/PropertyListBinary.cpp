@@ -6,10 +6,10 @@
 #include <algorithm>
 #include <bit>
 
-#include "SorrelFramework/Platform/PropertyListBinaryFormat.hpp"
-#include "SorrelFramework/Platform/PropertyListForms.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
-#include "SorrelFramework/Platform/UTF.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyListBinaryFormat.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyListForms.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
+#include "SorrelFramework/Platform/Text/UTF.hpp"
 
 namespace sorrel {
 

@@ -1,9 +1,9 @@
 #include <bit>
 #include <unordered_map>
 
-#include "SorrelFramework/Platform/PropertyListBinaryFormat.hpp"
-#include "SorrelFramework/Platform/PropertyListForms.hpp"
-#include "SorrelFramework/Platform/UTF.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyListBinaryFormat.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyListForms.hpp"
+#include "SorrelFramework/Platform/Text/UTF.hpp"
 
 namespace sorrel {
 

@@ -1,7 +1,7 @@
-#include "SorrelFramework/Platform/FileBytes.hpp"
-#include "SorrelFramework/Platform/PropertyListForms.hpp"
-#include "SorrelFramework/Platform/UTF.hpp"
-#include "SorrelFramework/Platform/XMLText.hpp"
+#include "SorrelFramework/Platform/Files/FileBytes.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyListForms.hpp"
+#include "SorrelFramework/Platform/Text/UTF.hpp"
+#include "SorrelFramework/Platform/Text/XMLText.hpp"
 
 namespace sorrel {
 

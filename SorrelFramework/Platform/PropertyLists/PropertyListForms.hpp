@@ -4,7 +4,7 @@
 #include <string>
 #include <string_view>
 
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 
 /// The readers of the single forms, behind parsePropertyList(). Each gives nothing for damaged bytes and for
 /// a list that passes the limits of PropertyList.hpp.

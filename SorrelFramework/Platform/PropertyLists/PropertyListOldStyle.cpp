@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <array>
 
-#include "SorrelFramework/Platform/PropertyListForms.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
-#include "SorrelFramework/Platform/UTF.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyListForms.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
+#include "SorrelFramework/Platform/Text/UTF.hpp"
 
 namespace sorrel {
 

@@ -5,9 +5,9 @@
 #include <type_traits>
 #include <utility>
 
-#include "SorrelFramework/Platform/PropertyListForms.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
-#include "SorrelFramework/Platform/XMLText.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyListForms.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
+#include "SorrelFramework/Platform/Text/XMLText.hpp"
 
 namespace sorrel {
 namespace {

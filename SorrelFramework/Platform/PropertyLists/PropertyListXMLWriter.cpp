@@ -2,9 +2,9 @@
 #include <charconv>
 #include <cmath>
 
-#include "SorrelFramework/Platform/PropertyListForms.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
-#include "SorrelFramework/Platform/XMLText.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyListForms.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
+#include "SorrelFramework/Platform/Text/XMLText.hpp"
 
 namespace sorrel {
 

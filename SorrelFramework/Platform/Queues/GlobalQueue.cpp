@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 
 #include <algorithm>
 #include <array>
@@ -10,8 +10,8 @@
 #include <thread>
 #include <utility>
 
-#include "SorrelFramework/Platform/Fatal.hpp"
-#include "SorrelFramework/Platform/WorkerThread.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
+#include "SorrelFramework/Platform/Queues/WorkerThread.hpp"
 
 namespace sorrel {
 namespace {

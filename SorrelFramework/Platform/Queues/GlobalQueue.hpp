@@ -2,7 +2,7 @@
 
 #include <functional>
 
-#include "SorrelFramework/Platform/WeftQOS.hpp"
+#include "SorrelFramework/Platform/Base/WeftQOS.hpp"
 
 namespace sorrel {
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/MainQueue.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 
 #include <glib.h>
 #include <unistd.h>

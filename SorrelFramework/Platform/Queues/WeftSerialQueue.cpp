@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Queues/WeftSerialQueue.hpp"
 
 #include <condition_variable>
 #include <cstdint>
@@ -8,8 +8,8 @@
 #include <thread>
 #include <utility>
 
-#include "SorrelFramework/Platform/Clock.hpp"
-#include "SorrelFramework/Platform/WorkerThread.hpp"
+#include "SorrelFramework/Platform/Base/Clock.hpp"
+#include "SorrelFramework/Platform/Queues/WorkerThread.hpp"
 
 namespace sorrel {
 namespace {

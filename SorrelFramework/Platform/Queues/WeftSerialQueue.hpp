@@ -3,7 +3,7 @@
 #include <functional>
 #include <memory>
 
-#include "SorrelFramework/Platform/WeftQOS.hpp"
+#include "SorrelFramework/Platform/Base/WeftQOS.hpp"
 
 namespace sorrel {
 

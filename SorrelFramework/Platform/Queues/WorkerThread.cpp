@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/WorkerThread.hpp"
+#include "SorrelFramework/Platform/Queues/WorkerThread.hpp"
 
 #include <pthread.h>
 #include <signal.h>

@@ -3,7 +3,7 @@
 #include <functional>
 #include <thread>
 
-#include "SorrelFramework/Platform/WeftQOS.hpp"
+#include "SorrelFramework/Platform/Base/WeftQOS.hpp"
 
 namespace sorrel {
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/DateText.hpp"
+#include "SorrelFramework/Platform/Text/DateText.hpp"
 
 #include <unicode/udat.h>
 
@@ -6,8 +6,8 @@
 #include <memory>
 #include <string>
 
-#include "SorrelFramework/Platform/Text.hpp"
-#include "SorrelFramework/Platform/UTF.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
+#include "SorrelFramework/Platform/Text/UTF.hpp"
 
 namespace sorrel {
 namespace {

@@ -3,7 +3,7 @@
 #include <string>
 #include <string_view>
 
-#include "SorrelFramework/Platform/Date.hpp"
+#include "SorrelFramework/Platform/Base/Date.hpp"
 
 namespace sorrel {
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/SharedText.hpp"
+#include "SorrelFramework/Platform/Text/SharedText.hpp"
 
 #include <atomic>
 #include <cstring>

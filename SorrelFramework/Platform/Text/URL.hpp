@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "SorrelFramework/Platform/SharedText.hpp"
+#include "SorrelFramework/Platform/Text/SharedText.hpp"
 
 namespace sorrel {
 

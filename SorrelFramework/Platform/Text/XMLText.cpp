@@ -1,10 +1,10 @@
-#include "SorrelFramework/Platform/XMLText.hpp"
+#include "SorrelFramework/Platform/Text/XMLText.hpp"
 
 #include <charconv>
 #include <cstdint>
 #include <utility>
 
-#include "SorrelFramework/Platform/UTF.hpp"
+#include "SorrelFramework/Platform/Text/UTF.hpp"
 
 namespace sorrel {
 

@@ -9,8 +9,8 @@
 #include <system_error>
 #include <utility>
 
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateTree.hpp"
 #include "SorrelFramework/Units/FileHashBatch.hpp"

@@ -9,7 +9,7 @@
 #include <string>
 #include <tuple>
 
-#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
 
 namespace sorrel {
 namespace {

@@ -4,10 +4,10 @@
 #include <set>
 #include <utility>
 
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/ContentType.hpp"
-#include "SorrelFramework/Platform/Fatal.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
+#include "SorrelFramework/Platform/Items/ContentType.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace sorrel {
 namespace {

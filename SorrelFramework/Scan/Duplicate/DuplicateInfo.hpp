@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "SorrelFramework/Model/Enumerations.hpp"
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 #include "SorrelFramework/Scan/Duplicate/SubfolderSizes.hpp"
 
 namespace sorrel {

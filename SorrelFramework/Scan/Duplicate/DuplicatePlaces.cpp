@@ -8,11 +8,11 @@
 #include <unordered_map>
 #include <utility>
 
-#include "SorrelFramework/Native/ItemIdentity.hpp"
-#include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/MountedVolumes.hpp"
-#include "SorrelFramework/Platform/ScanRoot.hpp"
+#include "SorrelFramework/Platform/Items/DirectoryEnumerator.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Machine/MountedVolumes.hpp"
+#include "SorrelFramework/Platform/Machine/ScanRoot.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateWalk.hpp"
 

@@ -4,7 +4,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 namespace sorrel {
 

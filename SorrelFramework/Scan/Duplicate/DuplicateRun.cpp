@@ -6,7 +6,7 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateAnalysis.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCategories.hpp"

@@ -10,7 +10,7 @@
 #include <unordered_set>
 #include <vector>
 
-#include "SorrelFramework/Platform/WeftQOS.hpp"
+#include "SorrelFramework/Platform/Base/WeftQOS.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateInfo.hpp"
 #include "SorrelFramework/Scan/ScanFrame.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"

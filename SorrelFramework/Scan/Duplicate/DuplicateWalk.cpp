@@ -5,12 +5,12 @@
 #include <optional>
 #include <utility>
 
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/ContentType.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/ResourceValues.hpp"
-#include "SorrelFramework/Platform/ScanRoot.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Items/ContentType.hpp"
+#include "SorrelFramework/Platform/Items/ResourceValues.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Machine/ScanRoot.hpp"
 
 namespace sorrel {
 namespace {

@@ -8,9 +8,9 @@
 #include <unordered_set>
 #include <vector>
 
-#include "SorrelFramework/Platform/FolderListing.hpp"
-#include "SorrelFramework/Platform/FolderStack.hpp"
-#include "SorrelFramework/Platform/FolderStream.hpp"
+#include "SorrelFramework/Platform/Files/FolderListing.hpp"
+#include "SorrelFramework/Platform/Files/FolderStack.hpp"
+#include "SorrelFramework/Platform/Files/FolderStream.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateInfo.hpp"
 
 namespace sorrel {

@@ -6,14 +6,14 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/ContentType.hpp"
-#include "SorrelFramework/Platform/Fatal.hpp"
-#include "SorrelFramework/Platform/FileManager.hpp"
-#include "SorrelFramework/Platform/GlobalQueue.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/MainQueue.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Base/Fatal.hpp"
+#include "SorrelFramework/Platform/Files/FileManager.hpp"
+#include "SorrelFramework/Platform/Items/ContentType.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 #include "SorrelFramework/Scan/ItemProcedure.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Scan/ProgressPost.hpp"

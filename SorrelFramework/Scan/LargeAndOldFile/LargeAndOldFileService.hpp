@@ -7,7 +7,7 @@
 #include <string>
 #include <tuple>
 
-#include "SorrelFramework/Platform/Date.hpp"
+#include "SorrelFramework/Platform/Base/Date.hpp"
 #include "SorrelFramework/Scan/ScanFrame.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
 

@@ -3,12 +3,12 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Native/RemovalPolicy.hpp"
-#include "SorrelFramework/Native/TreeRemoval.hpp"
-#include "SorrelFramework/Platform/FileBytes.hpp"
-#include "SorrelFramework/Platform/FileManager.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/Files/FileBytes.hpp"
+#include "SorrelFramework/Platform/Files/FileManager.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
+#include "SorrelFramework/Removal/RemovalPolicy.hpp"
+#include "SorrelFramework/Removal/TreeRemoval.hpp"
 
 namespace sorrel {
 namespace {

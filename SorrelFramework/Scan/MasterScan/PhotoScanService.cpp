@@ -7,7 +7,7 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel {
 namespace {

@@ -6,8 +6,8 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace sorrel {
 namespace {

@@ -2,13 +2,13 @@
 
 #include <algorithm>
 
-#include "SorrelFramework/Platform/CheckedMath.hpp"
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
-#include "SorrelFramework/Platform/MainQueue.hpp"
-#include "SorrelFramework/Platform/MountedVolumes.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
-#include "SorrelFramework/Platform/TrashFolders.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Machine/MountedVolumes.hpp"
+#include "SorrelFramework/Platform/Machine/TrashFolders.hpp"
+#include "SorrelFramework/Platform/Queues/MainQueue.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 namespace sorrel {
 namespace {

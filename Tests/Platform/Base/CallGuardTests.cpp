@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/CallGuard.hpp"
+#include "SorrelFramework/Platform/Base/CallGuard.hpp"
 
 #include <gtest/gtest.h>
 

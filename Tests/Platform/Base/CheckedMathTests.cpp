@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 
 #include <gtest/gtest.h>
 

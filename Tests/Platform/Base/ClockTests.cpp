@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/Clock.hpp"
+#include "SorrelFramework/Platform/Base/Clock.hpp"
 
 #include <gtest/gtest.h>
 

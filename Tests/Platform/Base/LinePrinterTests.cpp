@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/LinePrinter.hpp"
+#include "SorrelFramework/Platform/Base/LinePrinter.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/Digest.hpp"
+#include "SorrelFramework/Platform/Digest/Digest.hpp"
 
 #include <gtest/gtest.h>
 

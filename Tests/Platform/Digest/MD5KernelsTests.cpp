@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/MD5Kernels.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Kernels.hpp"
 
 #include <gtest/gtest.h>
 
@@ -6,7 +6,7 @@
 #include <cstdint>
 #include <vector>
 
-#include "SorrelFramework/Platform/MD5Constants.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Constants.hpp"
 #include "Tests/Support/EachMD5Kernel.hpp"
 
 namespace sorrel::test {

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/MD5Lanes.hpp"
+#include "SorrelFramework/Platform/Digest/MD5Lanes.hpp"
 
 #include <gtest/gtest.h>
 
@@ -11,7 +11,7 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/Digest.hpp"
+#include "SorrelFramework/Platform/Digest/Digest.hpp"
 #include "Tests/Support/EachMD5Kernel.hpp"
 
 namespace sorrel::test {

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/BlockSharing.hpp"
+#include "SorrelFramework/Platform/Files/BlockSharing.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -13,7 +13,7 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/LoopFileSystem.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"

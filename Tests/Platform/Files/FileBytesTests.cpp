@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FileBytes.hpp"
+#include "SorrelFramework/Platform/Files/FileBytes.hpp"
 
 #include <sys/resource.h>
 #include <sys/stat.h>

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FileManager.hpp"
+#include "SorrelFramework/Platform/Files/FileManager.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "SorrelFramework/Platform/FileDescriptor.hpp"
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FileReadStream.hpp"
+#include "SorrelFramework/Platform/Files/FileReadStream.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FolderContainment.hpp"
+#include "SorrelFramework/Platform/Files/FolderContainment.hpp"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

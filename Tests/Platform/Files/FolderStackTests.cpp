@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FolderStack.hpp"
+#include "SorrelFramework/Platform/Files/FolderStack.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -7,7 +7,7 @@
 #include <filesystem>
 #include <string>
 
-#include "SorrelFramework/Platform/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/FolderStream.hpp"
+#include "SorrelFramework/Platform/Files/FolderStream.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/MountTable.hpp"
+#include "SorrelFramework/Platform/Files/MountTable.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/OpenFolderLimit.hpp"
+#include "SorrelFramework/Platform/Files/OpenFolderLimit.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/RemovalErrorText.hpp"
+#include "SorrelFramework/Platform/Files/RemovalErrorText.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/ContentType.hpp"
+#include "SorrelFramework/Platform/Items/ContentType.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -11,9 +11,9 @@
 #include <string_view>
 #include <vector>
 
-#include "SorrelFramework/Platform/ContentTypeTables.hpp"
-#include "SorrelFramework/Platform/Text.hpp"
-#include "Tests/Platform/ContentTypeTrees.hpp"
+#include "SorrelFramework/Platform/Items/ContentTypeTables.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
+#include "Tests/Platform/Items/ContentTypeTrees.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel {

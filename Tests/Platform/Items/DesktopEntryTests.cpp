@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/DesktopEntry.hpp"
+#include "SorrelFramework/Platform/Items/DesktopEntry.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
+#include "SorrelFramework/Platform/Items/DirectoryEnumerator.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -11,7 +11,7 @@
 #include <filesystem>
 #include <string>
 
-#include "Tests/Platform/DirectoryEnumeratorKit.hpp"
+#include "Tests/Platform/Items/DirectoryEnumeratorKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"

@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
+#include "SorrelFramework/Platform/Items/DirectoryEnumerator.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel::test {

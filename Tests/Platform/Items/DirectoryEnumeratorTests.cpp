@@ -1,11 +1,11 @@
-#include "SorrelFramework/Platform/DirectoryEnumerator.hpp"
+#include "SorrelFramework/Platform/Items/DirectoryEnumerator.hpp"
 
 #include <gtest/gtest.h>
 
 #include <string>
 #include <vector>
 
-#include "Tests/Platform/DirectoryEnumeratorKit.hpp"
+#include "Tests/Platform/Items/DirectoryEnumeratorKit.hpp"
 
 namespace sorrel::test {
 namespace {

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/Image.hpp"
+#include "SorrelFramework/Platform/Items/Image.hpp"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string>
 #include <string_view>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel {

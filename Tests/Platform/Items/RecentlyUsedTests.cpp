@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/RecentlyUsed.hpp"
+#include "SorrelFramework/Platform/Items/RecentlyUsed.hpp"
 
 #include <gtest/gtest.h>
 

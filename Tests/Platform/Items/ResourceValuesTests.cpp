@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/ResourceValues.hpp"
+#include "SorrelFramework/Platform/Items/ResourceValues.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -7,7 +7,7 @@
 #include <array>
 #include <string>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {

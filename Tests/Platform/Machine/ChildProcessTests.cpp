@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/ChildProcess.hpp"
+#include "SorrelFramework/Platform/Machine/ChildProcess.hpp"
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -18,7 +18,7 @@
 #include <thread>
 #include <vector>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 

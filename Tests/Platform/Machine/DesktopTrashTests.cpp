@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/DesktopTrash.hpp"
+#include "SorrelFramework/Platform/Machine/DesktopTrash.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -8,8 +8,8 @@
 #include <set>
 #include <string>
 
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 
 #include <gtest/gtest.h>
 #include <pwd.h>

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/MountedVolumes.hpp"
+#include "SorrelFramework/Platform/Machine/MountedVolumes.hpp"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -8,8 +8,8 @@
 #include <string_view>
 #include <vector>
 
-#include "SorrelFramework/Platform/FileStatus.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel {

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/TrashFolders.hpp"
+#include "SorrelFramework/Platform/Machine/TrashFolders.hpp"
 
 #include <gtest/gtest.h>
 #include <unistd.h>
@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 

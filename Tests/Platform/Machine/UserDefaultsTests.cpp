@@ -1,12 +1,12 @@
-#include "SorrelFramework/Platform/UserDefaults.hpp"
+#include "SorrelFramework/Platform/Machine/UserDefaults.hpp"
 
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
-#include "SorrelFramework/Platform/FileBytes.hpp"
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Files/FileBytes.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 
 namespace sorrel::test {

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/UserDirectories.hpp"
+#include "SorrelFramework/Platform/Machine/UserDirectories.hpp"
 
 #include <gtest/gtest.h>
 

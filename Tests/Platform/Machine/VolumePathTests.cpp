@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/VolumePath.hpp"
+#include "SorrelFramework/Platform/Machine/VolumePath.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 
 #include <gtest/gtest.h>
 
@@ -7,7 +7,7 @@
 #include <string_view>
 #include <vector>
 
-#include "Tests/Platform/PropertyListKit.hpp"
+#include "Tests/Platform/PropertyLists/PropertyListKit.hpp"
 #include "Tests/Support/PropertyListBytes.hpp"
 
 namespace sorrel::test {

@@ -10,7 +10,7 @@
 #include <string_view>
 #include <utility>
 
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 #include "Tests/Support/PropertyListBytes.hpp"
 
 namespace sorrel::test {

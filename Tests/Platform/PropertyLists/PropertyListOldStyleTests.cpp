@@ -1,10 +1,10 @@
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 
 #include <gtest/gtest.h>
 
 #include <string>
 
-#include "Tests/Platform/PropertyListKit.hpp"
+#include "Tests/Platform/PropertyLists/PropertyListKit.hpp"
 #include "Tests/Support/PropertyListBytes.hpp"
 
 namespace sorrel::test {

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/PropertyList.hpp"
+#include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -9,8 +9,8 @@
 #include <string>
 #include <utility>
 
-#include "SorrelFramework/Platform/FileBytes.hpp"
-#include "Tests/Platform/PropertyListKit.hpp"
+#include "SorrelFramework/Platform/Files/FileBytes.hpp"
+#include "Tests/Platform/PropertyLists/PropertyListKit.hpp"
 #include "Tests/Support/PropertyListBytes.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
 

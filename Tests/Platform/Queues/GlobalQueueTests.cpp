@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 
 #include <gtest/gtest.h>
 #include <pthread.h>
@@ -20,7 +20,7 @@
 #include <thread>
 #include <vector>
 
-#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Queues/WeftSerialQueue.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/RecordingQueue.hpp"
 

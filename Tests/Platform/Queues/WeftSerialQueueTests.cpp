@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/WeftSerialQueue.hpp"
+#include "SorrelFramework/Platform/Queues/WeftSerialQueue.hpp"
 
 #include <gtest/gtest.h>
 

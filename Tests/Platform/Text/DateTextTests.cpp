@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/DateText.hpp"
+#include "SorrelFramework/Platform/Text/DateText.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/Text.hpp"
+#include "SorrelFramework/Platform/Text/Text.hpp"
 
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/URL.hpp"
+#include "SorrelFramework/Platform/Text/URL.hpp"
 
 #include <gtest/gtest.h>
 #include <unistd.h>

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Platform/UTF.hpp"
+#include "SorrelFramework/Platform/Text/UTF.hpp"
 
 #include <gtest/gtest.h>
 

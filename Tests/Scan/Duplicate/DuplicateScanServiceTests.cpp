@@ -6,7 +6,7 @@
 #include <optional>
 #include <thread>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 #include "Tests/Support/DuplicateKit.hpp"

@@ -6,7 +6,7 @@
 #include <optional>
 #include <thread>
 
-#include "SorrelFramework/Platform/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "Tests/Support/BusyThreads.hpp"
 #include "Tests/Support/DuplicateKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"

@@ -8,7 +8,7 @@
 #include <filesystem>
 #include <functional>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/LoopFileSystem.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"

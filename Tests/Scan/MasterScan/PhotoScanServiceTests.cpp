@@ -2,7 +2,7 @@
 
 #include <gtest/gtest.h>
 
-#include "SorrelFramework/Platform/Host.hpp"
+#include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Scan/MasterScan/JunkScanKit.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
 
