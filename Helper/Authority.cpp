@@ -26,6 +26,12 @@ using Subject = sdbus::Struct<std::string, std::map<std::string, sdbus::Variant>
 /// Whether it is authorised; whether a password could authorise it; details.
 using CheckResult = sdbus::Struct<bool, bool, Details>;
 
+/// What the question names, ready to be read: a message of polkit knows no plural.
+std::string countedItems(Action action, std::size_t count) {
+  const char* const item = action == Action::Move ? "extension" : "item";
+  return std::to_string(count) + " " + item + (count == 1 ? "" : "s");
+}
+
 std::string cancellationOf(std::uint64_t id) { return "event-" + std::to_string(id); }
 
 }  // namespace
@@ -49,7 +55,7 @@ void Authority::userOf(const std::string& sender, UserAnswer answer) {
 void Authority::check(const std::string& sender, Action action, std::size_t count, std::uint64_t id,
                       CheckAnswer answer) {
   const Subject subject("system-bus-name", {{"name", sdbus::Variant(sender)}});
-  const Details details = {{"count", std::to_string(count)}};
+  const Details details = {{"items", countedItems(action, count)}};
   const std::string name = service_ + "." + nameOf(action);
   polkit_->callMethodAsync("CheckAuthorization")
       .onInterface(kPolkitInterface)

@@ -92,11 +92,9 @@ const char* nameOf(Action action) {
     case Action::Move:
       return "move";
     case Action::Maintenance:
-      return "maintenance";
-    case Action::Uninstall:
       break;
   }
-  return "uninstall";
+  return "maintenance";
 }
 
 bool isPathEntry(const MessageView::Entry& entry) { return entry.key != kOperationKey; }

@@ -11,7 +11,7 @@
 namespace sorrel::helper {
 
 /// What the system is asked about: each has rules of its own.
-enum class Action { Delete, Shred, Move, Maintenance, Uninstall };
+enum class Action { Delete, Shred, Move, Maintenance };
 
 /// The ending of the action's name behind the service's; a plain word.
 [[nodiscard]] const char* nameOf(Action action);

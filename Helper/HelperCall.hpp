@@ -16,7 +16,7 @@
 
 namespace sorrel::helper {
 
-/// An event, or a call of Uninstall, that is under way.
+/// An event that is under way.
 struct HelperCall {
   enum class Stage {
     Identifying,  ///< the bus is asked for the user of the caller
@@ -26,30 +26,28 @@ struct HelperCall {
   };
   using Clock = std::chrono::steady_clock;
 
-  std::uint64_t id = 0;  ///< the ticket of an event
+  std::uint64_t id = 0;  ///< its ticket
   std::string sender;
   std::uint32_t uid = kUnknownUser;
   Stage stage = Stage::Identifying;
-  std::optional<EventForm> form;  ///< as announced; none for Uninstall
-  std::size_t bytes = 0;          ///< of an event's message, as announced
+  EventForm form;         ///< as announced
+  std::size_t bytes = 0;  ///< of the event's message, as announced
 
   /// The answers to the method call that waits for one now. `refuse` is empty while none waits.
   std::function<void(const std::string& reason)> refuse;
   std::function<void(std::uint64_t ticket, const FileDescriptor& memory)> begun;
   std::function<void(const Reply& reply)> finished;
-  std::function<void(bool flag, const std::string& text)> uninstalled;
 
   FileDescriptor file;  ///< what the caller fills
   Clock::time_point fillDeadline;
   std::optional<SealedMemory> memory;  ///< the event, sealed
   std::optional<MessageView> view;     ///< lies in the memory
 
-  [[nodiscard]] bool isEvent() const { return form.has_value(); }
   [[nodiscard]] bool isAuthorised() const { return stage >= Stage::Filling; }
   /// Seals and reads what the caller has filled in. False unless it is an event of the announced form.
   [[nodiscard]] bool read();
-  [[nodiscard]] Action action() const { return isEvent() ? form->action() : Action::Uninstall; }
-  [[nodiscard]] std::size_t paths() const { return isEvent() ? form->paths : 0; }
+  [[nodiscard]] Action action() const { return form.action(); }
+  [[nodiscard]] std::size_t paths() const { return form.paths; }
   /// The most bytes that the reply can have.
   [[nodiscard]] std::size_t mostReplyBytes() const { return bytes + paths() * HelperLimits::wordsBytes; }
   /// For a log: the call, who made it and what it is.

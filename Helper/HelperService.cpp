@@ -8,6 +8,7 @@
 #include <map>
 #include <optional>
 #include <string_view>
+#include <tuple>
 #include <utility>
 #include <vector>
 
@@ -15,6 +16,7 @@
 #include "Helper/BusPolicy.hpp"
 #include "Helper/CallList.hpp"
 #include "Helper/HelperCall.hpp"
+#include "Helper/Installation.hpp"
 #include "Helper/RemovedPaths.hpp"
 #include "Helper/Reply.hpp"
 #include "Helper/Supervisor.hpp"
@@ -28,7 +30,6 @@ using Clock = HelperCall::Clock;
 using Stage = HelperCall::Stage;
 using BeginResult = sdbus::Result<std::uint64_t, sdbus::UnixFd>;
 using RunResult = sdbus::Result<bool, std::int32_t, sdbus::UnixFd>;
-using UninstallResult = sdbus::Result<bool, std::string>;
 
 /// Grace period after start-up before the idle time counts: the call that started the helper is on its way.
 constexpr std::chrono::seconds kStart{2};
@@ -85,7 +86,6 @@ class HelperService::Core {
   std::function<void(const std::string&)> refusalBy(const std::shared_ptr<Result>& back) const;
   void begin(BeginResult&& result, const std::optional<EventForm>& form, std::uint64_t bytes);
   void runEvent(RunResult&& result, std::uint64_t ticket);
-  void uninstall(UninstallResult&& result);
   bool close();
   void admit(std::unique_ptr<HelperCall> call);
   void identified(std::uint64_t id, std::optional<std::uint32_t> uid);
@@ -93,7 +93,6 @@ class HelperService::Core {
   void handOutMemory(HelperCall& call);
   void startWork(HelperCall& call);
   void finished(std::uint64_t id, const Supervisor::Ending& ending);
-  void removeInstallation(HelperCall& call);
   void refuse(HelperCall& call, const std::string& reason);
   template <class Answer>
   void answer(const HelperCall& call, const Answer& send);
@@ -147,9 +146,9 @@ void HelperService::Core::offerMethods() {
   object_->registerMethod(HelperWireNames::closeHelper).onInterface(names_.interface).implementedAs([this] {
     return close();
   });
-  object_->registerMethod(HelperWireNames::uninstall)
-      .onInterface(names_.interface)
-      .implementedAs([this](UninstallResult&& result) { uninstall(std::move(result)); });
+  object_->registerMethod(HelperWireNames::uninstall).onInterface(names_.interface).implementedAs([this] {
+    return std::tuple(false, removalAdvice(identity_.service));
+  });
   object_->finishRegistration();
 }
 
@@ -184,20 +183,12 @@ void HelperService::Core::begin(BeginResult&& result, const std::optional<EventF
     return;
   }
   auto call = std::make_unique<HelperCall>();
-  call->form = form;
+  call->form = *form;
   call->bytes = bytes;
   call->refuse = refusalBy(back);
   call->begun = [back](std::uint64_t ticket, const FileDescriptor& memory) {
     returnAll(*back, ticket, sdbus::UnixFd(memory.get()));
   };
-  admit(std::move(call));
-}
-
-void HelperService::Core::uninstall(UninstallResult&& result) {
-  const auto back = std::make_shared<UninstallResult>(std::move(result));
-  auto call = std::make_unique<HelperCall>();
-  call->refuse = refusalBy(back);
-  call->uninstalled = [back](bool flag, const std::string& text) { returnAll(*back, flag, text); };
   admit(std::move(call));
 }
 
@@ -251,7 +242,6 @@ void HelperService::Core::decided(std::uint64_t id, bool isAuthorised, const std
   if (calls_.isFull()) return refuse(*call, HelperRefusal::busy);
   lastWork_ = Clock::now();
   callers_[call->sender] = {call->uid, true};
-  if (!call->isEvent()) return removeInstallation(*call);
   handOutMemory(*call);
 }
 
@@ -293,7 +283,7 @@ void HelperService::Core::runEvent(RunResult&& result, std::uint64_t ticket) {
 }
 
 void HelperService::Core::startWork(HelperCall& call) {
-  const EventJob job{call.form->kind, call.uid, *call.view, configuration_};
+  const EventJob job{call.form.kind, call.uid, *call.view, configuration_};
   const bool isStarted = supervisor_.start(
       call.id, job, [this, id = call.id](const Supervisor::Ending& ending) { finished(id, ending); });
   if (!isStarted) return refuse(call, HelperRefusal::noProcess);
@@ -306,14 +296,14 @@ void HelperService::Core::finished(std::uint64_t id, const Supervisor::Ending& e
   if (call == nullptr) return;
   const ResultTable& results = ending.results;
   const EventOutcome told =
-      ending.outcome.value_or(EventOutcome{false, static_cast<std::int32_t>(call->form->failure())});
+      ending.outcome.value_or(EventOutcome{false, static_cast<std::int32_t>(call->form.failure())});
   logFailures(*call, results);
-  if (configuration_.logsPaths && call->form->removes()) logRemoved(*call, results);
+  if (configuration_.logsPaths && call->form.removes()) logRemoved(*call, results);
   log_.info(call->described() + " done=" + std::to_string(results.successes()) + " failed=" +
             std::to_string(call->paths() - results.successes()) + " flag=" + (told.flag ? "1" : "0") +
             " code=" + std::to_string(told.code) + " worker-memory=" + std::to_string(ending.peakMemory) +
             "KiB" + (ending.outcome.has_value() ? " end" : " killed"));
-  const Reply reply = Reply::of(*call->form, *call->view, results, told);
+  const Reply reply = Reply::of(call->form, *call->view, results, told);
   repliedBytes_ += reply.bytes;
   lastWork_ = Clock::now();
   answer(*call, [&](const HelperCall& ended) { ended.finished(reply); });
@@ -324,7 +314,7 @@ void HelperService::Core::logFailures(const HelperCall& call, const ResultTable&
   for (const MessageView::Entry& entry : call.view->dictionary()) {
     if (!results.isKnown(entry.index) || results.isSuccess(entry.index)) continue;
     log_.limited(call.uid, [&] {
-      const auto status = results.status(entry.index, call.form->failure());
+      const auto status = results.status(entry.index, call.form.failure());
       return "call " + std::to_string(call.id) +
              ": not done: status=" + std::to_string(static_cast<int>(status)) + " path=\"" +
              escapedForLog(entry.key) + "\" why=\"" + escapedForLog(results.text(entry.index, "")) + "\"";
@@ -353,14 +343,6 @@ bool HelperService::Core::close() {
   log_.info("closed by uid=" + std::to_string(caller->second.uid));
   isLeaving_ = true;
   return true;
-}
-
-void HelperService::Core::removeInstallation(HelperCall& call) {
-  std::string text;
-  const bool isGone = identity_.uninstall(text);
-  log_.info(call.described() + " flag=" + (isGone ? "1" : "0") + " end");
-  if (isGone) isLeaving_ = isStopping_ = true;
-  answer(call, [&](const HelperCall& ended) { ended.uninstalled(isGone, text); });
 }
 
 void HelperService::Core::refuse(HelperCall& call, const std::string& reason) {

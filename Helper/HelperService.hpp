@@ -20,8 +20,6 @@ namespace sorrel::helper {
 struct HelperIdentity {
   std::string service;  ///< its name on the bus
   std::string version;
-  /// Removes what the installation put on the machine; false, with a text, if something is left.
-  std::function<bool(std::string& text)> uninstall;
   /// Whether another program has taken the place of this one on the disk; may be empty.
   std::function<bool()> isReplaced;
   /// Another connection to the bus, over which the service checks that no descriptor can reach it; null for

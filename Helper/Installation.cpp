@@ -5,24 +5,12 @@
 #include <unistd.h>
 
 #include <array>
-#include <cerrno>
-#include <cstring>
 
 namespace sorrel::helper {
-namespace {
 
-/// In this order: without its service file nobody starts the helper any more.
-constexpr auto kFiles = std::to_array<const char*>({SORREL_HELPER_FILES});
-
-}  // namespace
-
-bool removeInstallation(std::string& text) {
-  text.clear();
-  for (const char* file : kFiles) {
-    if (::unlink(file) == 0 || errno == ENOENT) continue;
-    if (text.empty()) text = std::string(file) + ": " + std::strerror(errno);
-  }
-  return text.empty();
+std::string removalAdvice(const std::string& service) {
+  return "The privileged helper goes with its package, or by the command: sudo install-helper --remove " +
+         service;
 }
 
 std::function<bool()> watchProgram() {

@@ -5,9 +5,9 @@
 
 namespace sorrel::helper {
 
-/// Removes what install-helper put on this machine: the files of its fixed list, each by the full name that
-/// was built in. False, with a text, if one of them is left; the others are gone then.
-bool removeInstallation(std::string& text);
+/// What a caller who wants the helper gone is told: it removes nothing of itself, because its package would
+/// still list the files, and because its unit lets it write nothing where they lie.
+std::string removalAdvice(const std::string& service);
 
 /// Returns whether the program file that runs now has since been replaced or removed. To be called before
 /// anything can have replaced it.

@@ -79,8 +79,7 @@ int main(int count, char**) {
   const std::string file = "/etc/" + std::string(kService) + "/helper.conf";
   HelperConfiguration configuration = HelperConfiguration::read(file);
   if (!configuration.fault.empty()) log.error(file + ": " + configuration.fault + ": all events are refused");
-  HelperService service(std::move(bus),
-                        {kService, SORREL_VERSION, removeInstallation, watchProgram(), std::move(probe)},
+  HelperService service(std::move(bus), {kService, SORREL_VERSION, watchProgram(), std::move(probe)},
                         std::move(configuration), log);
   return service.run(stop) ? EXIT_SUCCESS : EXIT_FAILURE;
 }

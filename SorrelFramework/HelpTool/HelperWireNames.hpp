@@ -31,7 +31,8 @@ struct HelperRefusal {
 ///   memory Run(t ticket) -> (b flag, i code, h message)                           does what the memory holds
 ///   Stop()                       ends every event of this connection; each of them still gets its reply
 ///   CloseHelper() -> (b flag)    ends the helper, if the connection has used it and nothing is under way
-///   GetHelperVersion() -> (s version), Uninstall() -> (b flag, s text)
+///   GetHelperVersion() -> (s version)
+///   Uninstall() -> (b flag, s text)    false, with the command that removes the helper
 ///
 /// No method takes a descriptor, and the bus policy lets none through to the helper. A refusal is the error
 /// refusalName(), with one of the words of HelperRefusal as its message.

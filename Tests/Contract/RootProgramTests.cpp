@@ -96,10 +96,10 @@ TEST(RootProgram, onlyAnAdministratorAtTheMachineIsEverAsked) {
     for (std::size_t at = 0; (at = actions.find(text, at)) != std::string::npos; at += text.size()) ++number;
     return number;
   };
-  EXPECT_EQ(count("<action id="), 5);
-  EXPECT_EQ(count("<allow_any>no</allow_any>"), 5);
-  EXPECT_EQ(count("<allow_inactive>no</allow_inactive>"), 5);
-  EXPECT_EQ(count("<allow_active>auth_admin</allow_active>"), 3);
+  EXPECT_EQ(count("<action id="), 4);
+  EXPECT_EQ(count("<allow_any>no</allow_any>"), 4);
+  EXPECT_EQ(count("<allow_inactive>no</allow_inactive>"), 4);
+  EXPECT_EQ(count("<allow_active>auth_admin</allow_active>"), 2);
   EXPECT_EQ(count("<allow_active>auth_admin_keep</allow_active>"), 2);
   for (const char* kept : {"delete", "maintenance"}) {
     const std::size_t action = actions.find(std::string(".") + kept + "\"");

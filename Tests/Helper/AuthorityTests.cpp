@@ -36,7 +36,7 @@ TEST_F(AuthorityTest, theSubjectIsTheBusNameOfTheSender) {
   EXPECT_NE(questions[0].subjectName, questions[0].sender);
   EXPECT_TRUE(machine->waitForLog("sender=" + questions[0].subjectName));
   EXPECT_EQ(questions[0].flags, 1U);
-  EXPECT_EQ(questions[0].details, (std::map<std::string, std::string>{{"count", "1"}}));
+  EXPECT_EQ(questions[0].details, (std::map<std::string, std::string>{{"items", "1 item"}}));
 }
 
 TEST_F(AuthorityTest, eachKindHasItsAction) {
@@ -60,7 +60,45 @@ TEST_F(AuthorityTest, aMaintenanceEventWithPathsAsksForADeletionWithTheirNumber)
   const auto questions = machine->polkit().questions();
   ASSERT_EQ(questions.size(), 1U);
   EXPECT_EQ(questions[0].action, kService + ".delete");
-  EXPECT_EQ(questions[0].details, (std::map<std::string, std::string>{{"count", "2"}}));
+  EXPECT_EQ(questions[0].details, (std::map<std::string, std::string>{{"items", "2 items"}}));
+}
+
+/// The message of an action as the user reads it: polkit puts the details in.
+std::string shownMessage(const ScriptedPolkit::Question& question) {
+  const std::string policy = contentOf("/usr/share/polkit-1/actions/" + kService + ".policy");
+  const std::size_t action = policy.find("<action id=\"" + question.action + "\">");
+  const std::size_t begin = policy.find("<message>", action) + std::string("<message>").size();
+  std::string message = policy.substr(begin, policy.find("</message>", begin) - begin);
+  for (const auto& [name, value] : question.details) {
+    const std::string place = "$(" + name + ")";
+    if (const std::size_t at = message.find(place); at != std::string::npos) {
+      message.replace(at, place.size(), value);
+    }
+  }
+  return message;
+}
+
+TEST_F(AuthorityTest, theMessageCountsOneItemAndSeveral) {
+  startScripted(ScriptedPolkit::Mode::No);
+  const HelperDictionary two = {{"/none/a", HelperDictionary()}, {"/none/b", HelperDictionary()}};
+  machine->ask(kDelete, kNowhere);
+  machine->ask(kDelete, two);
+  machine->ask(kShred, kNowhere);
+  machine->ask(kShred, two);
+  const HelperDictionary target = {{"ToPath", "/none/c"}};
+  machine->ask(kMaintenance, {{"OperationValue", 3}, {"/none/a", target}});
+  machine->ask(kMaintenance, {{"OperationValue", 3}, {"/none/a", target}, {"/none/b", target}});
+  machine->ask(kMaintenance, {{"OperationValue", 0}});
+  std::vector<std::string> messages;
+  for (const auto& question : machine->polkit().questions()) messages.push_back(shownMessage(question));
+  EXPECT_EQ(messages, (std::vector<std::string>{
+                          "Authentication is required to delete 1 item that your own rights do not reach",
+                          "Authentication is required to delete 2 items that your own rights do not reach",
+                          "Authentication is required to overwrite and delete 1 item beyond recovery",
+                          "Authentication is required to overwrite and delete 2 items beyond recovery",
+                          "Authentication is required to move 1 extension of the system",
+                          "Authentication is required to move 2 extensions of the system",
+                          "Authentication is required to maintain the system"}));
 }
 
 TEST_F(AuthorityTest, eachKindOfNoHasItsReason) {

@@ -54,7 +54,6 @@ TEST(EventForm, actionsAreCalledByPlainWords) {
   EXPECT_STREQ(nameOf(Action::Shred), "shred");
   EXPECT_STREQ(nameOf(Action::Move), "move");
   EXPECT_STREQ(nameOf(Action::Maintenance), "maintenance");
-  EXPECT_STREQ(nameOf(Action::Uninstall), "uninstall");
 }
 
 TEST(EventForm, whatIsBesideTheStatedFormIsNone) {

@@ -21,7 +21,7 @@ HelperCall callWith(std::int32_t event, std::uint32_t paths, const std::string& 
   call.id = 7;
   call.uid = 12;
   call.sender = ":1.3";
-  call.form = EventForm::announced(event, -1, paths);
+  call.form = EventForm::announced(event, -1, paths).value();
   call.bytes = bytes.size();
   call.file = SealedMemory::forFilling(bytes.size());
   EXPECT_EQ(::pwrite(call.file.get(), bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
@@ -56,8 +56,7 @@ TEST(HelperCall, readsNoMemoryThatCanStillBeWritten) {
 
 TEST(HelperCall, ofAnUnknownCallerIsNotRoots) {
   HelperCall call;
-  EXPECT_EQ(call.described(), "call 0: uid=? sender= kind=uninstall");
-  EXPECT_EQ(call.action(), Action::Uninstall);
+  EXPECT_EQ(call.described(), "call 0: uid=? sender= kind=delete");
   EXPECT_EQ(call.mostReplyBytes(), 0U);
 }
 
@@ -66,7 +65,7 @@ TEST(HelperCall, theReplyNeedsRoomForItsWordsBesideTheEvent) {
   HelperCall call = callWith(1, 2, bytes);
   ASSERT_TRUE(call.read());
   EXPECT_EQ(call.mostReplyBytes(), bytes.size() + 2 * HelperLimits::wordsBytes);
-  const Reply reply = Reply::of(*call.form, *call.view, ResultTable(2), EventOutcome());
+  const Reply reply = Reply::of(call.form, *call.view, ResultTable(2), EventOutcome());
   EXPECT_LE(reply.bytes, call.mostReplyBytes());
   const auto memory = SealedMemory::map(reply.message.get(), call.mostReplyBytes());
   ASSERT_TRUE(memory.has_value());

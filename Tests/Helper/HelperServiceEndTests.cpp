@@ -185,11 +185,9 @@ class HelperServiceEnd : public testing::Test {
     HelperConfiguration configuration;
     configuration.idle = idle;
     auto connection = sdbus::createSessionBusConnectionWithAddress(bus.address());
-    service =
-        std::make_unique<HelperService>(std::move(connection),
-                                        HelperIdentity{kOwnName, "1.2.3", [](std::string&) { return false; },
-                                                       [this] { return isReplaced.load(); }, nullptr},
-                                        configuration, log);
+    service = std::make_unique<HelperService>(
+        std::move(connection),
+        HelperIdentity{kOwnName, "1.2.3", [this] { return isReplaced.load(); }, nullptr}, configuration, log);
     own.whenItHasItsName = [this] { hasName.set_value(); };
     thread = std::thread([&] {
       moments = &own;

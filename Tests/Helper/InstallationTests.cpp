@@ -116,24 +116,10 @@ TEST_F(InstallationTest, theLibraryInstallsItThroughPkexec) {
   EXPECT_TRUE(installation.install("", "org.example.Other") == PrivilegeInstallResult::blessError(6));
 }
 
-TEST_F(InstallationTest, removalTakesAllOfIt) {
-  ASSERT_EQ(run(installer, {kService}), 0);
-  std::string text = "old";
-  EXPECT_TRUE(removeInstallation(text));
-  EXPECT_EQ(text, "");
-  EXPECT_EQ(installed(), 0);
-  EXPECT_TRUE(removeInstallation(text)) << "nothing left is no failure";
-}
-
-TEST_F(InstallationTest, removalTellsWhatIsLeftAndTakesTheRest) {
-  ASSERT_EQ(run(installer, {kService}), 0);
-  fs::remove(kPlaces[2].file);
-  fs::create_directory(kPlaces[2].file);
-  std::string text;
-  EXPECT_FALSE(removeInstallation(text));
-  EXPECT_EQ(text, kPlaces[2].file + ": Is a directory");
-  EXPECT_EQ(installed(), 1);
-  fs::remove(kPlaces[2].file);
+TEST(Installation, theAdviceForItsRemovalNamesTheCommand) {
+  EXPECT_EQ(removalAdvice("org.example.Helper"),
+            "The privileged helper goes with its package, or by the command: sudo install-helper --remove "
+            "org.example.Helper");
 }
 
 }  // namespace
