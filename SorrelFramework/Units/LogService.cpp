@@ -7,6 +7,7 @@
 #include <atomic>
 #include <cerrno>
 #include <chrono>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <future>
@@ -14,6 +15,7 @@
 #include <system_error>
 #include <utility>
 
+#include "SorrelFramework/Platform/Base/Clock.hpp"
 #include "SorrelFramework/Platform/Base/Date.hpp"
 #include "SorrelFramework/Platform/Base/Fatal.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
@@ -26,8 +28,15 @@ namespace {
 constexpr std::string_view kFileName = "FrameworkLog.txt";
 constexpr std::string_view kDateFormat = "yyyy-MM-dd HH:mm:ss";
 constexpr const char* kLocale = "zh_CN";
-constexpr std::chrono::seconds kPatienceAtExit{1};
+// While the process ends: a step between two checks, and how many without a written entry, and in all, it
+// waits.
+constexpr std::uint64_t kExitStepMicroseconds = 1'000;
+constexpr int kExitStepsWithoutEntry = 1'000;
+constexpr int kExitStepsInAll = 10'000;
 constexpr mode_t kFileMode = 0644;
+
+/// Entries that were written or dropped, of all logs.
+std::atomic<std::uint64_t> finishedEntries{0};
 
 std::string now(std::string_view dateFormat) { return formattedDate(Date::now(), dateFormat, kLocale); }
 
@@ -56,12 +65,31 @@ void writeEntry(const std::string& path, LogService::LogLevel level, std::string
   append(path, entry);
 }
 
-/// True once everything before has run; false when the time is over.
-bool flush(WeftSerialQueue& queue, std::chrono::milliseconds limit) {
+/// Ready once everything that was submitted before has run, or if the queue takes nothing any more.
+std::future<void> everythingBefore(WeftSerialQueue& queue) {
   const auto reached = std::make_shared<std::promise<void>>();
   std::future<void> done = reached->get_future();
   queue.submit([reached] { reached->set_value(); }, [reached](WeftRunError) { reached->set_value(); });
-  return done.wait_for(limit) == std::future_status::ready;
+  return done;
+}
+
+bool isReady(const std::future<void>& done) {
+  return done.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
+}
+
+/// Waits as long as entries are still being written, so that a busy machine loses none, but not for a disk
+/// that hangs.
+void flushForExit(WeftSerialQueue& queue) {
+  if (queue.isCurrent()) return;
+  const std::future<void> done = everythingBefore(queue);
+  std::uint64_t before = finishedEntries;
+  int idle = 0;
+  for (int step = 0; step < kExitStepsInAll && idle < kExitStepsWithoutEntry && !isReady(done); ++step) {
+    waitMicroseconds(kExitStepMicroseconds);
+    const std::uint64_t finished = finishedEntries;
+    idle = finished == before ? idle + 1 : 0;
+    before = finished;
+  }
 }
 
 struct Shared {
@@ -78,7 +106,7 @@ Shared& shared() {
 void flushAtExit() {
   LogService* service = shared().service.load();
   // A forked child has the queue, but not its thread.
-  if (service != nullptr && shared().process == ::getpid()) flush(*service->serialQueue, kPatienceAtExit);
+  if (service != nullptr && shared().process == ::getpid()) flushForExit(*service->serialQueue);
 }
 
 LogService* makeShared() {
@@ -119,8 +147,10 @@ LogService::LogService(const std::string& supportFolder, const std::string& bund
 LogService::~LogService() = default;
 
 void LogService::log(LogLevel level, std::string txt) {
-  submitWithRetry(serialQueue,
-                  [path = logPath.path(), level, text = std::move(txt)] { writeEntry(path, level, text); });
+  submitWithRetry(serialQueue, [path = logPath.path(), level, text = std::move(txt)] {
+    writeEntry(path, level, text);
+    ++finishedEntries;
+  });
 }
 
 void LogService::logDict(LogLevel level, const std::map<std::string, std::string>& txt) {
@@ -131,9 +161,6 @@ void LogService::logDict(LogLevel level, const std::map<std::string, std::string
 
 std::string LogService::dateToString(std::string_view dateFormat) const { return now(dateFormat); }
 
-void LogService::flushForTesting() {
-  while (!flush(*serialQueue, kPatienceAtExit)) {
-  }
-}
+void LogService::flushForTesting() { everythingBefore(*serialQueue).wait(); }
 
 }  // namespace sorrel

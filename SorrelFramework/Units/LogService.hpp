@@ -11,9 +11,8 @@
 namespace sorrel {
 
 /// The framework's own log: a UTF-8 text that grows at its end, one entry after another. All writing happens
-/// on a queue of its own, so that no caller waits for the disk, and nothing that goes wrong there is told to
-/// anybody: the log never stops the program. Entries of one thread keep their order. All calls are safe on
-/// any thread.
+/// on a queue of its own, so that no caller waits for the disk, and errors there are not reported: the log
+/// never stops the program. Entries of one thread keep their order. All calls are safe on any thread.
 class LogService {
  public:
   enum class LogLevel { Debug, Info };
@@ -22,7 +21,8 @@ class LogService {
 
   /// The log of this process, made on first use: ID/IDFrameworkLog.txt below the user's application support
   /// folder, where ID is the identifier of the main bundle. A main bundle without one is a fatal stop. When
-  /// the process ends by exit(), what was logged before is still written (for a second at most).
+  /// the process ends by exit(), what was logged before is still written. That wait ends after ten seconds, or
+  /// after one second in which no entry was written.
   static LogService& shard();
 
   /// A log for the application ID `bundleIdentifier` below `supportFolder`. Makes the folder and the empty
@@ -44,7 +44,7 @@ class LogService {
 
   /// Returns when everything that was logged before is written. Not on the log's own queue.
   void flushForTesting();
-  /// Ends shard(): the next call makes a new one for the Host of that time. Not while anybody logs.
+  /// Ends shard(): the next call makes a new one for the Host of that time. Not while a thread logs.
   static void resetForTesting();
 
   URL logPath;

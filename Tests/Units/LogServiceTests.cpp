@@ -6,10 +6,13 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <condition_variable>
 #include <cstddef>
+#include <cstdint>
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <mutex>
 #include <sstream>
 #include <string>
 #include <string_view>
@@ -22,6 +25,7 @@
 #include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/RecordingQueue.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
+#include "Tests/Support/VirtualClock.hpp"
 
 namespace sorrel {
 namespace {
@@ -295,19 +299,112 @@ TEST_F(LogServiceShardDeathTest, mainBundleWithoutAnIdentifierIsAFatalStop) {
                "Unexpectedly found nil while unwrapping an Optional value");
 }
 
-TEST_F(LogServiceShardDeathTest, entriesOfTheLastMomentAreWrittenWhenTheProcessEnds) {
-  // The statement runs in a fork of this process, so that both see the same folder.
-  testing::FLAGS_gtest_death_test_style = "fast";
-  installHost("app");
+/// A disk that takes `stepsPerEntry` waits of the ending process for each entry: a task before each entry
+/// holds the log's queue for that long.
+class SlowDisk {
+ public:
+  explicit SlowDisk(int stepsPerEntry)
+      : stepsPerEntry_(stepsPerEntry), clock_([this](std::uint64_t /*microseconds*/) { step(); }) {}
+
+  void log(int entries) {
+    LogService& log = LogService::shard();
+    entries_ = entries;
+    for (int i = 0; i < entries; ++i) {
+      log.serialQueue->submit([this] { hold(); }, nullptr);
+      log.log(Info, "x");
+    }
+    log.serialQueue->submit([this] { arrive(); }, nullptr);
+  }
+
+ private:
+  /// Lets one entry through if it is time, and returns when that entry is written.
+  void step() {
+    if (++steps_ % stepsPerEntry_ != 0) return;
+    std::unique_lock lock(mutex_);
+    if (released_ == entries_) return;
+    ++released_;
+    changed_.notify_all();
+    changed_.wait(lock, [this] { return arrived_ > released_; });
+  }
+  int arrive() {
+    const std::lock_guard lock(mutex_);
+    changed_.notify_all();
+    return ++arrived_;
+  }
+  void hold() {
+    const int own = arrive();
+    std::unique_lock lock(mutex_);
+    changed_.wait(lock, [this, own] { return released_ >= own; });
+  }
+
+  const int stepsPerEntry_;
+  int entries_ = 0;
+  int steps_ = 0;
+  std::mutex mutex_;
+  std::condition_variable changed_;
+  int arrived_ = 0;
+  int released_ = 0;
+  test::VirtualClock clock_;
+};
+
+class LogServiceExitDeathTest : public LogServiceShard {
+ protected:
+  LogServiceExitDeathTest() {
+    // The statement runs in a fork of this process, so that both see the same folder.
+    testing::FLAGS_gtest_death_test_style = "fast";
+    installHost("app");
+  }
+
+  [[nodiscard]] std::string written() const {
+    return withoutDates(
+        test::contentOf(folder_.path("Users/alice/Library/Application Support/app/appFrameworkLog.txt")));
+  }
+  static std::string entries(int count) {
+    std::string text;
+    for (int i = 0; i < count; ++i) text += "<DATE:Info>:x\n";
+    return text;
+  }
+};
+
+[[noreturn]] void exitAfterLogging(int entries, int stepsPerEntry) {
+  SlowDisk disk(stepsPerEntry);
+  disk.log(entries);
+  std::exit(5);
+}
+
+TEST_F(LogServiceExitDeathTest, entriesOfTheLastMomentAreWritten) {
   EXPECT_EXIT(
       {
         for (int i = 0; i < 300; ++i) LogService::shard().log(Info, "x");
         std::exit(5);
       },
       testing::ExitedWithCode(5), "");
-  const std::string text = withoutDates(
-      test::contentOf(folder_.path("Users/alice/Library/Application Support/app/appFrameworkLog.txt")));
-  EXPECT_EQ(text.size(), 300U * std::string("<DATE:Info>:x\n").size());
+  EXPECT_EQ(written(), entries(300));
+}
+
+TEST_F(LogServiceExitDeathTest, slowDiskLosesNoEntry) {
+  EXPECT_EXIT(exitAfterLogging(5, 999), testing::ExitedWithCode(5), "");
+  EXPECT_EQ(written(), entries(5));
+}
+
+TEST_F(LogServiceExitDeathTest, diskThatHangsHoldsTheEndForASecond) {
+  EXPECT_EXIT(exitAfterLogging(5, 1'001), testing::ExitedWithCode(5), "");
+  EXPECT_EQ(written(), "");
+}
+
+TEST_F(LogServiceExitDeathTest, slowDiskHoldsTheEndForTenSeconds) {
+  EXPECT_EXIT(exitAfterLogging(20, 900), testing::ExitedWithCode(5), "");
+  EXPECT_EQ(written(), entries(11));
+}
+
+TEST_F(LogServiceExitDeathTest, endFromTheLogsOwnQueueDoesNotWait) {
+  EXPECT_EXIT(
+      {
+        const test::VirtualClock clock([](std::uint64_t /*microseconds*/) { ::_exit(6); });
+        LogService::shard().serialQueue->submit([] { std::exit(5); }, nullptr);
+        for (;;) ::pause();
+      },
+      testing::ExitedWithCode(5), "");
 }
 
 }  // namespace
