@@ -7,6 +7,7 @@
 #include <memory>
 #include <utility>
 
+#include "Host/HostSetup.hpp"
 #include "Host/TerminalAgent.hpp"
 #include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
@@ -18,7 +19,7 @@
 namespace sorrel::cli {
 namespace {
 
-constexpr const char* kInstaller = "/usr/bin/pkexec";
+constexpr const char* kPkexec = "/usr/bin/pkexec";
 
 using Announce = std::function<void(const std::string& text)>;
 
@@ -45,13 +46,13 @@ bool readYes() {
 
 class AskingInstallation : public SystemHelperInstallation {
  public:
-  explicit AskingInstallation(Announce announce) : announce_(std::move(announce)) {}
+  explicit AskingInstallation(Announce announce)
+      : SystemHelperInstallation(kPkexec, bundledInstaller()), announce_(std::move(announce)) {}
 
   [[nodiscard]] PrivilegeInstallResult install(const std::string& privilegeType,
                                                const std::string& machServiceName) override {
     // A question whose yes could change nothing is not asked.
-    const bool isPossible = Host::current().resourcePath("install-helper", "").has_value() &&
-                            fileExists(Host::current().tool(kInstaller));
+    const bool isPossible = installer().has_value() && fileExists(Host::current().tool(kPkexec));
     if (isPossible && !isWanted(machServiceName)) return PrivilegeInstallResult::authorizationFail;
     return SystemHelperInstallation::install(privilegeType, machServiceName);
   }

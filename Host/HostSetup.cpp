@@ -108,6 +108,11 @@ void installHost(const GlobalOptions& options) {
   Host::install(std::move(chosen));
 }
 
+std::string bundledInstaller() {
+  const bool isDesktop = Host::current().layout() == Host::Layout::LinuxDesktop;
+  return isDesktop ? (installation() / "libexec/sorrel/install-helper").string() : "";
+}
+
 std::optional<std::string> chosenCatalogue(const GlobalOptions& options) {
   if (options.catalogue.empty()) return std::nullopt;
   return options.catalogue;

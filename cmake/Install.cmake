@@ -41,25 +41,24 @@ if(TARGET sorrel)
   install(DIRECTORY Catalogue DESTINATION "${CMAKE_INSTALL_DATADIR}/sorrel")
 endif()
 
-# The helper: with the program, as the bundle that install-helper installs from, and by itself for packages:
-# `DESTDIR=... cmake --install build --component helper` puts it where the system looks, whatever the prefix is.
+# The helper, never by default. As a package does it, where the system looks, whatever the prefix is:
+# `DESTDIR=... cmake --install build --component helper`. As what an application brings along, with the install-helper
+# that puts it there: `cmake --install build --component helper-bundle`.
 if(TARGET sorrel-helper)
-  set(bundle "${CMAKE_INSTALL_DATADIR}/sorrel/Catalogue/Linux")
-  install(PROGRAMS "${PROJECT_BINARY_DIR}/share/sorrel/Catalogue/Linux/install-helper" DESTINATION "${bundle}")
-  install(PROGRAMS "$<TARGET_FILE:sorrel-helper>" DESTINATION "${bundle}/helper")
+  set(built "${PROJECT_BINARY_DIR}/libexec/sorrel")
+  set(bundle "${CMAKE_INSTALL_LIBEXECDIR}/sorrel")
+  install(PROGRAMS "${built}/install-helper" DESTINATION "${bundle}" COMPONENT helper-bundle EXCLUDE_FROM_ALL)
   foreach(place IN LISTS SORREL_HELPER_PLACES)
     string(REPLACE "|" ";" place "${place}")
     list(GET place 0 file)
     list(GET place 1 target)
     cmake_path(GET target PARENT_PATH folder)
     cmake_path(GET target FILENAME name)
+    set(kind FILES)
     if(file STREQUAL "sorrel-helper")
-      install(PROGRAMS "$<TARGET_FILE:sorrel-helper>" DESTINATION "${folder}" RENAME "${name}" COMPONENT helper
-              EXCLUDE_FROM_ALL)
-    else()
-      set(file "${PROJECT_BINARY_DIR}/share/sorrel/Catalogue/Linux/helper/${file}")
-      install(FILES "${file}" DESTINATION "${bundle}/helper")
-      install(FILES "${file}" DESTINATION "${folder}" RENAME "${name}" COMPONENT helper EXCLUDE_FROM_ALL)
+      set(kind PROGRAMS)
     endif()
+    install(${kind} "${built}/helper/${file}" DESTINATION "${bundle}/helper" COMPONENT helper-bundle EXCLUDE_FROM_ALL)
+    install(${kind} "${built}/helper/${file}" DESTINATION "${folder}" RENAME "${name}" COMPONENT helper EXCLUDE_FROM_ALL)
   endforeach()
 endif()

@@ -56,14 +56,20 @@ std::string SystemHelperInstallation::program(const std::string& machServiceName
   return Host::current().locate(std::string(places().programFolder) + machServiceName);
 }
 
+std::optional<std::string> SystemHelperInstallation::installer() const {
+  if (std::optional<std::string> resource = Host::current().resourcePath("install-helper", ""))
+    return resource;
+  return !installer_.empty() && fileExists(installer_) ? std::optional(installer_) : std::nullopt;
+}
+
 PrivilegeInstallResult SystemHelperInstallation::install(const std::string& /*privilegeType*/,
                                                          const std::string& machServiceName) {
   const std::string pkexec = Host::current().tool(pkexec_);
   if (!fileExists(pkexec)) return PrivilegeInstallResult::authorizationFail;
-  const std::optional<std::string> installer = Host::current().resourcePath("install-helper", "");
-  if (!installer.has_value()) return PrivilegeInstallResult::blessError(kToolNotValid);
+  const std::optional<std::string> program = installer();
+  if (!program.has_value()) return PrivilegeInstallResult::blessError(kToolNotValid);
   // The internal agent would ask on the terminal of the process.
-  ChildProcess child(pkexec, {"--disable-internal-agent", *installer, machServiceName});
+  ChildProcess child(pkexec, {"--disable-internal-agent", *program, machServiceName});
   if (child.startError() != 0) return PrivilegeInstallResult::authorizationFail;
   return resultOf(child.run([](std::string_view) { return true; }));
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <optional>
 #include <string>
 #include <utility>
 
@@ -12,14 +13,20 @@ namespace sorrel {
 /// package; on a macOS volume the two places below /Library.
 class SystemHelperInstallation : public HelperInstallation {
  public:
-  /// `pkexec` is where the system keeps that program.
-  explicit SystemHelperInstallation(std::string pkexec = "/usr/bin/pkexec") : pkexec_(std::move(pkexec)) {}
+  /// `pkexec` is where the system keeps that program; `installer` is an install-helper for an application
+  /// that has none among its resources.
+  explicit SystemHelperInstallation(std::string pkexec = "/usr/bin/pkexec", std::string installer = "")
+      : pkexec_(std::move(pkexec)), installer_(std::move(installer)) {}
 
   [[nodiscard]] std::string serviceFile(const std::string& machServiceName) const override;
   [[nodiscard]] std::string program(const std::string& machServiceName) const override;
 
-  /// Runs the resource "install-helper" of the main bundle as root: `pkexec INSTALLER NAME`. pkexec asks the
-  /// user through the desktop's dialog, never on a terminal. Without pkexec the result is authorizationFail;
+  /// The resource "install-helper" of the main bundle, or the one that the constructor named; nothing if
+  /// neither is there.
+  [[nodiscard]] std::optional<std::string> installer() const;
+
+  /// Runs the installer as root: `pkexec INSTALLER NAME`. pkexec asks the user through the desktop's dialog,
+  /// never on a terminal. Without pkexec the result is authorizationFail;
   /// a user who is refused, or who closes the dialog, gives getAdmainFail; an installer that is missing
   /// blessError(5), one that was killed blessError(2), and any other failure blessError of its exit status.
   [[nodiscard]] PrivilegeInstallResult install(const std::string& privilegeType,
@@ -27,6 +34,7 @@ class SystemHelperInstallation : public HelperInstallation {
 
  private:
   std::string pkexec_;
+  std::string installer_;
 };
 
 }  // namespace sorrel

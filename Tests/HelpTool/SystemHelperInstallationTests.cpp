@@ -56,6 +56,25 @@ TEST_F(SystemHelperInstallationTest, runsTheInstallerOfTheBundleAsRoot) {
             "--disable-internal-agent\n" + folder.path("Resources/install-helper") + "\n" + kName + "\n");
 }
 
+TEST_F(SystemHelperInstallationTest, aNamedInstallerRunsIfTheBundleHasNone) {
+  addPkexec("exit 0");
+  SystemHelperInstallation installation("/usr/bin/pkexec", folder.script("libexec/install-helper", "exit 0"));
+  const auto arguments = [&] {
+    EXPECT_EQ(installation.install("", kName), PrivilegeInstallResult::success);
+    return test::contentOf(folder.path("arguments"));
+  };
+  EXPECT_NE(arguments().find("\n" + folder.path("libexec/install-helper") + "\n"), std::string::npos);
+  addInstaller();
+  EXPECT_NE(arguments().find("\n" + folder.path("Resources/install-helper") + "\n"), std::string::npos);
+}
+
+TEST_F(SystemHelperInstallationTest, aNamedInstallerThatIsMissingAsksNobody) {
+  addPkexec("exit 0");
+  SystemHelperInstallation installation("/usr/bin/pkexec", folder.path("libexec/install-helper"));
+  EXPECT_EQ(installation.install("", kName), PrivilegeInstallResult::blessError(5));
+  EXPECT_NE(::access(folder.path("arguments").c_str(), F_OK), 0);
+}
+
 TEST_F(SystemHelperInstallationTest, aRefusedUserIsTold) {
   addInstaller();
   for (const char* status : {"126", "127"}) {

@@ -33,7 +33,6 @@ namespace {
 namespace fs = std::filesystem;
 
 const std::string kServices = "/usr/share/dbus-1/system-services/";
-const std::string kInstaller = SORREL_HELPER_BUNDLE "/install-helper";
 
 /// Folders that the tests write to. They are made in the layer itself, because root of a user namespace may
 /// not write to those of the machine.
@@ -78,6 +77,10 @@ std::string leaveMachine() {
   for (const char* place : {"/usr", "/etc"}) {
     if (!overlay(layers + place, place)) return "needs overlay mounts";
   }
+  // A copy: the folders above the build may belong to users that this root does not know.
+  fs::create_directory(kBundle);
+  fs::copy_file(SORREL_HELPER_BUNDLE "/install-helper", kBundle + "/install-helper");
+  fs::copy(SORREL_HELPER_BUNDLE "/helper", kBundle + "/helper");
   // Empty, because no rule of the machine may count.
   for (const std::string& rules : kRules) {
     fs::create_directories(rules);
@@ -206,7 +209,7 @@ HelperMachine::HelperMachine(const Setup& setup) {
 }
 
 void HelperMachine::writeFiles(const Setup& setup) const {
-  ChildProcess installer(kInstaller, {kService});
+  ChildProcess installer(kBundle + "/install-helper", {kService});
   EXPECT_EQ(installer.run([](std::string_view) { return true; }).exitStatus, 0);
   if (setup.letsDescriptorsThrough) {
     const std::string file = "/usr/share/dbus-1/system.d/" + kService + ".conf";

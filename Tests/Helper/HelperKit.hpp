@@ -18,6 +18,8 @@
 namespace sorrel::test {
 
 inline const std::string kService = SORREL_HELPER_SERVICE;
+/// What an application brings along, on that machine: install-helper and its folder "helper".
+inline const std::string kBundle = "/mnt/bundle";
 
 /// Why the tests of the real helper can't run here; "" if they can. The first call leaves the mount table of
 /// everybody else and lays a layer of its own over /usr and /etc, so that whatever this process and its

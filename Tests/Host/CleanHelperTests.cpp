@@ -285,6 +285,28 @@ TEST_F(CleanHelper, aQuestionThatAYesCouldNotFollowIsNotAsked) {
   EXPECT_FALSE(exists("asked"));
 }
 
+TEST_F(CleanHelper, onTheDesktopTheInstallerBesideTheProgramRuns) {
+  if (fs::exists("/usr/share/dbus-1/system-services/org.sorrel.SorrelHelper.service")) {
+    GTEST_SKIP() << "this machine has a helper";
+  }
+  volume_.file(".local/share/Trash/files/roots", 20);
+  giveAway({"roots"});
+  const std::string program = programWithInstaller();
+  const std::string installer = place_.text("own/libexec/sorrel/install-helper", "");
+  const std::string resources = place_.folder("own/share/sorrel/Catalogue/Linux");
+  fs::copy_file(SORREL_SOURCE_DIR "/Catalogue/Linux/Feature.plist", resources + "/Feature.plist");
+  volume_.text("tools/pkexec", "#!/bin/sh\necho \"$2\" >'" + volume_.path("asked") + "'\nexit 126\n");
+  RunOptions options;
+  options.environment = {"HOME=" + volume_.path(), bus_.variable()};
+  options.user = kUser;
+  options.program = program;
+  const ProgramRun run = sorrelAtTerminal(
+      {"--tools", volume_.path("tools"), "clean", "trash", "--all", "--yes"}, answering("y\n"), options);
+  EXPECT_EQ(run.status, 1) << run.err;
+  ASSERT_TRUE(exists("asked")) << run.err;
+  EXPECT_EQ(contentOf(volume_.path("asked")), installer + "\n");
+}
+
 TEST_F(CleanHelper, withoutATerminalForTheAnswerNothingIsAskedOrInstalled) {
   volume_.file(kTrash + "roots", 20);
   giveAway({"roots"});

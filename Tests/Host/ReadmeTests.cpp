@@ -5,6 +5,8 @@
 
 #include <algorithm>
 #include <cstdlib>
+#include <filesystem>
+#include <set>
 #include <sstream>
 #include <string>
 #include <utility>
@@ -14,6 +16,8 @@
 
 namespace sorrel::hosttests {
 namespace {
+
+namespace fs = std::filesystem;
 
 /// What `page` shows below a command line; it ends at an empty line or at the end of the block.
 std::string shownBelow(const std::string& page, const std::string& command) {
@@ -60,16 +64,38 @@ TEST(Readme, showsWhatTheDemoPrints) {
   }
 }
 
-TEST(Readme, removalOfTheHelperNamesEachFileThatIsInstalled) {
-  const std::string readme = contentOf(SORREL_SOURCE_DIR "/README.md");
-  std::istringstream installer(contentOf(SORREL_BINARY_DIR "/share/sorrel/Catalogue/Linux/install-helper"));
-  int files = 0;
-  for (std::string word; installer >> word;) {
-    if (word.find("/org.sorrel.SorrelHelper") == std::string::npos) continue;
-    EXPECT_NE(readme.find(" " + word), std::string::npos) << word;
-    ++files;
+/// The files below a folder, by their names from there on.
+std::set<std::string> filesBelow(const std::string& folder) {
+  std::set<std::string> files;
+  for (const auto& entry : fs::recursive_directory_iterator(folder)) {
+    if (!entry.is_directory()) files.insert(entry.path().string().substr(folder.size()));
   }
-  EXPECT_EQ(files, 5);
+  return files;
+}
+
+TEST(Readme, removalOfTheHelperNamesEachFileThatIsInstalled) {
+  EXPECT_NE(contentOf(SORREL_SOURCE_DIR "/README.md").find("\n    sudo scripts/uninstall\n"),
+            std::string::npos);
+  const TemporaryFolder machine;
+  const std::string there = "DESTDIR='" + machine.path() + "' ";
+  ASSERT_EQ(
+      std::system(
+          (there + SORREL_CMAKE " --install '" SORREL_BINARY_DIR "' --component helper >/dev/null").c_str()),
+      0);
+  const std::set<std::string> installed = filesBelow(machine.path());
+  std::set<std::string> removed;
+  std::istringstream installer(contentOf(SORREL_BINARY_DIR "/libexec/sorrel/install-helper"));
+  for (std::string line; std::getline(installer, line);) {
+    const std::size_t begin = line.find(" /usr/");
+    if (begin == std::string::npos || line[0] == '#') continue;
+    removed.insert(line.substr(begin + 1, line.find(' ', begin + 1) - begin - 1));
+  }
+  EXPECT_EQ(installed.size(), 5U);
+  EXPECT_EQ(removed, installed) << "what install-helper --remove takes away";
+  machine.file("usr/lib/systemd/system/other.service", 1);
+  ASSERT_EQ(
+      std::system((there + "'" SORREL_SOURCE_DIR "/scripts/uninstall' '" SORREL_BINARY_DIR "'").c_str()), 0);
+  EXPECT_EQ(filesBelow(machine.path()), std::set<std::string>{"/usr/lib/systemd/system/other.service"});
 }
 
 }  // namespace
