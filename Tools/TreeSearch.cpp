@@ -3,10 +3,10 @@
 #include <algorithm>
 #include <mutex>
 #include <string_view>
+#include <utility>
 
 #include "SorrelFramework/Platform/Items/ResourceValues.hpp"
 #include "SorrelFramework/Platform/Text/URL.hpp"
-#include "SorrelFramework/Scan/TreeWalk.hpp"
 
 namespace sorrel::tools {
 namespace {
@@ -27,7 +27,8 @@ void sortAsWalked(std::vector<std::string>& paths) {
 
 }  // namespace
 
-std::vector<std::string> searchTree(const std::string& folder, const FindQuery& query) {
+std::vector<std::string> searchTree(const std::string& folder, const FindQuery& query,
+                                    UnreadFolderHandler unread) {
   std::mutex mutex;
   std::vector<std::string> paths;
   WalkRequest request;
@@ -49,6 +50,7 @@ std::vector<std::string> searchTree(const std::string& folder, const FindQuery& 
     }
     return false;
   };
+  request.unread = std::move(unread);
   walkTree(URL::fileURL(folder, true), request);
   sortAsWalked(paths);
   return paths;

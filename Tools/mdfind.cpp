@@ -5,6 +5,7 @@
 // and is left out; how many were is told on standard error. Ends with 0, also if nothing was found, and with
 // 1 for wrong use and for output that was lost.
 
+#include <cstdint>
 #include <cstdio>
 #include <filesystem>
 #include <optional>
@@ -12,6 +13,8 @@
 #include <system_error>
 #include <vector>
 
+#include "SorrelFramework/Platform/Machine/ChildNotes.hpp"
+#include "SorrelFramework/Scan/UnreadFolders.hpp"
 #include "Tools/FindQuery.hpp"
 #include "Tools/ToolHost.hpp"
 #include "Tools/ToolOutput.hpp"
@@ -20,6 +23,8 @@
 namespace {
 
 using namespace sorrel::tools;
+using sorrel::ChildNotes;
+using sorrel::UnreadFolders;
 
 int wrongUse() {
   std::fputs("Usage: mdfind [-onlyin DIR] QUERY\n", stderr);
@@ -53,7 +58,8 @@ int main(int count, char** words) {
   }
 
   std::size_t leftOut = 0;
-  for (const std::string& path : searchTree(folder, *query)) {
+  constexpr std::int64_t thisSearch = 0;
+  for (const std::string& path : searchTree(folder, *query, UnreadFolders::handler(thisSearch))) {
     if (ToolOutput::fits(path)) {
       output.addLine(path);
     } else {
@@ -61,5 +67,6 @@ int main(int count, char** words) {
     }
   }
   if (leftOut > 0) std::fprintf(stderr, "mdfind: %zu found, but their names fit on no line\n", leftOut);
+  ChildNotes::leave(UnreadFolders::textOf(UnreadFolders::of(thisSearch)));
   return output.finish() ? 0 : 1;
 }

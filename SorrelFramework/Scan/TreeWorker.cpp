@@ -8,6 +8,7 @@
 
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Scan/SuperScanService.hpp"
+#include "SorrelFramework/Scan/UnreadFolders.hpp"
 
 namespace sorrel {
 namespace {
@@ -53,10 +54,7 @@ void TreeJob::report(const URL& url, int error) {
 }
 
 void TreeJob::note(const std::string& path, int error) {
-  // Mount points are not entered; what is gone, or no folder any more, holds nothing.
-  const bool isNothing =
-      error == 0 || error == EXDEV || error == ENOENT || error == ENOTDIR || error == ELOOP;
-  if (!request.unread || isNothing) return;
+  if (!request.unread || !UnreadFolders::isReason(error)) return;
   const std::lock_guard lock(mutex_);
   request.unread(path, error);
 }

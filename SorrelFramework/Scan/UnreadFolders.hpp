@@ -3,6 +3,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "SorrelFramework/Scan/TreeWalk.hpp"
@@ -26,12 +27,21 @@ class UnreadFolders {
   static constexpr std::size_t kMostNamed = 20;
 
   UnreadFolders() = delete;
+  /// False for an errno that hides nothing: the folder is gone, no folder any more, or a mount point, which
+  /// walks do not enter.
+  [[nodiscard]] static bool isReason(int error);
   static void add(std::int64_t finderID, const std::string& path, int error);
+  static void add(std::int64_t finderID, const Report& report);
   static Report of(std::int64_t finderID);
   /// For the beginning of a scan.
   static void clear(std::int64_t finderID);
   /// A handler for walks that adds to the report of the feature.
   static UnreadFolderHandler handler(std::int64_t finderID);
+
+  /// A report as a text that another process can read back; any bytes that are no such text give what stands
+  /// before the damage.
+  [[nodiscard]] static std::string textOf(const Report& report);
+  [[nodiscard]] static Report fromText(std::string_view text);
 };
 
 }  // namespace sorrel

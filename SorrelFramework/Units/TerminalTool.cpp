@@ -86,8 +86,9 @@ enum class Stop {
 /// `finderID` is the feature whose stop counts.
 void collectOnQueue(const std::string& launchPath, const std::vector<std::string>& arguments,
                     const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish,
-                    Stop stop = Stop::Ignored, std::int64_t finderID = 0) {
-  const auto child = std::make_shared<ChildProcess>(Host::current().tool(launchPath), arguments, limits());
+                    Stop stop = Stop::Ignored, std::int64_t finderID = 0, const ChildNotes* notes = nullptr) {
+  const auto child =
+      std::make_shared<ChildProcess>(Host::current().tool(launchPath), arguments, limits(), notes);
   const auto* const cell = stop == Stop::AtOutput ? &scanStatusTable().cell(finderID) : nullptr;
   const auto output = std::make_shared<Output>(child, cell);
   std::atomic<bool> isKilled = false;
@@ -159,8 +160,8 @@ void TerminalUtilsClass::realTimeRunTerminal(const std::string& launchPath,
 void TerminalUtilsClass::runUntilStopped(const std::string& launchPath,
                                          const std::vector<std::string>& arguments,
                                          const std::shared_ptr<WeftSerialQueue>& thread,
-                                         TerminalFinish finish) const {
-  collectOnQueue(launchPath, arguments, thread, std::move(finish), Stop::AtOnce, featureIndex);
+                                         TerminalFinish finish, const ChildNotes* notes) const {
+  collectOnQueue(launchPath, arguments, thread, std::move(finish), Stop::AtOnce, featureIndex, notes);
 }
 
 }  // namespace sorrel

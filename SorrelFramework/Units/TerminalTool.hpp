@@ -11,6 +11,8 @@
 
 namespace sorrel {
 
+class ChildNotes;
+
 /// Gets the whole output of a tool.
 using TerminalFinish = std::function<void(std::string)>;
 
@@ -50,9 +52,10 @@ class TerminalUtilsClass {
                            const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish) const;
 
   /// As TerminalUtils::realTimeRunTerminal; but a stop of the scan kills the tool at once, whatever it does.
-  /// `finish` then gets the whole lines that it had printed.
+  /// `finish` then gets the whole lines that it had printed. The tool may leave notes; null for none.
   void runUntilStopped(const std::string& launchPath, const std::vector<std::string>& arguments,
-                       const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish) const;
+                       const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish,
+                       const ChildNotes* notes = nullptr) const;
 
   std::int64_t featureIndex;  ///< finderID of the feature that the runner serves
 };

@@ -5,8 +5,11 @@
 #include <unistd.h>
 
 #include <cerrno>
+#include <cstdint>
+#include <filesystem>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "SorrelFramework/Scan/UnreadFolders.hpp"
 #include "Tests/Host/HostKit.hpp"
@@ -41,25 +44,87 @@ TEST(UnreadNote, namesTheFirstAndCountsTheRest) {
   EXPECT_TRUE(note.ends_with("sorrel:   and 3 more\n")) << note;
 }
 
-TEST(UnreadNote, scanWritesItToStandardErrorUnlessQuiet) {
-  const hosttests::TemporaryFolder volume;
+/// A volume with folders that its user can't read.
+class UnreadVolume : public testing::Test {
+ protected:
+  UnreadVolume() {
+    volume.folder("Users/alice/Data");
+    for (const char* const name : {"", "Users", "Users/alice", "Users/alice/Data"})
+      EXPECT_EQ(::chmod(volume.path(name).c_str(), 0755), 0);
+  }
+  ~UnreadVolume() override {
+    for (const std::string& path : closed) ::chmod(path.c_str(), 0700);
+  }
+
+  void close(const std::string& folder) {
+    closed.push_back(volume.path(folder));
+    ASSERT_EQ(::chmod(closed.back().c_str(), 0), 0);
+  }
+  [[nodiscard]] hosttests::ProgramRun run(const std::vector<std::string>& words) const {
+    constexpr unsigned plain = 10001;
+    std::vector<std::string> all{"--volume", volume.path()};
+    all.insert(all.end(), words.begin(), words.end());
+    return hosttests::sorrel(all, {.user = ::getuid() == 0 ? plain : 0});
+  }
+  /// The note about `folder` alone.
+  [[nodiscard]] std::string noteAbout(const std::string& folder) const {
+    return "sorrel: 1 folder could not be read; what it holds is not counted:\nsorrel:   " +
+           volume.path(folder) + " (Permission denied)\n";
+  }
+
+  hosttests::TemporaryFolder volume;
+  std::vector<std::string> closed;
+};
+
+TEST_F(UnreadVolume, scanWritesItToStandardErrorUnlessQuiet) {
   volume.file("Users/alice/Library/Caches/one/closed/a", 7);
   volume.file("Users/alice/Library/Caches/two", 5);
-  constexpr unsigned plain = 10001;
-  const std::string closed = volume.path("Users/alice/Library/Caches/one/closed");
-  ASSERT_EQ(::chmod(closed.c_str(), 0), 0);
-  ASSERT_EQ(::chmod(volume.path().c_str(), 0755), 0);
-  const hosttests::RunOptions options{.user = ::getuid() == 0 ? plain : 0};
-  const auto scan = [&](const std::string& mode) {
-    return hosttests::sorrel({"--volume", volume.path(), mode, "scan", "system-junk"}, options);
-  };
-  const hosttests::ProgramRun loud = scan("--json");
+  close("Users/alice/Library/Caches/one/closed");
+  const hosttests::ProgramRun loud = run({"--json", "scan", "system-junk"});
   EXPECT_EQ(loud.status, 0);
   EXPECT_EQ(loud.document().at("size"), 5);
-  EXPECT_EQ(loud.err, "sorrel: 1 folder could not be read; what it holds is not counted:\nsorrel:   " +
-                          closed + " (Permission denied)\n");
-  EXPECT_EQ(scan("--quiet").err, "");
-  ::chmod(closed.c_str(), 0700);
+  EXPECT_EQ(loud.err, noteAbout("Users/alice/Library/Caches/one/closed"));
+  EXPECT_EQ(run({"--quiet", "scan", "system-junk"}).err, "");
+}
+
+TEST_F(UnreadVolume, scanOfDuplicatesWritesIt) {
+  for (const char* const name : {"Data/closed/a", "Data/b", "Data/c"})
+    volume.text(std::string("Users/alice/") + name, "alike");
+  close("Users/alice/Data/closed");
+  const hosttests::ProgramRun loud = run({"--json", "scan", "duplicates", "--limit", "0"});
+  EXPECT_EQ(loud.status, 0);
+  EXPECT_EQ(loud.document().at("size"), 10);
+  EXPECT_EQ(loud.err, noteAbout("Users/alice/Data/closed"));
+  EXPECT_EQ(run({"--quiet", "scan", "duplicates", "--limit", "0"}).err, "");
+}
+
+TEST_F(UnreadVolume, scanOfLargeFilesWritesItWithAndWithoutItsTool) {
+  constexpr std::int64_t size = 60 << 20;
+  for (const char* const name : {"Data/closed/a", "Data/b"}) {
+    const std::string path = volume.file(std::string("Users/alice/") + name, 0);
+    std::filesystem::resize_file(path, size);
+  }
+  close("Users/alice/Data/closed");
+  volume.folder("no tools");
+  for (const std::vector<std::string>& tools :
+       {std::vector<std::string>{}, {"--tools", volume.path("no tools")}}) {
+    std::vector<std::string> words = tools;
+    words.insert(words.end(), {"--json", "scan", "large-old"});
+    const hosttests::ProgramRun loud = run(words);
+    EXPECT_EQ(loud.status, 0);
+    EXPECT_EQ(loud.document().at("size"), size);
+    EXPECT_EQ(loud.err, noteAbout("Users/alice/Data/closed"));
+    words.insert(words.begin(), "--quiet");
+    EXPECT_EQ(run(words).err, "");
+  }
+}
+
+TEST_F(UnreadVolume, cleanOfDuplicatesWritesItBeforeItsPlan) {
+  for (const char* const name : {"Data/closed/a", "Data/b", "Data/c"})
+    volume.text(std::string("Users/alice/") + name, "alike");
+  close("Users/alice/Data/closed");
+  EXPECT_EQ(run({"clean", "duplicates", "--limit", "0", "--all", "--even-last-copy", "--dry-run"}).err,
+            noteAbout("Users/alice/Data/closed"));
 }
 
 }  // namespace

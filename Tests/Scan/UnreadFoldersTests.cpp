@@ -86,5 +86,44 @@ TEST_F(Unread, sizeOfAnApplicationReportsToItsFeature) {
             (std::vector<UnreadFolders::Folder>{{volume.path("App/closed"), EACCES}}));
 }
 
+TEST_F(Unread, aReportAddsToTheOneBefore) {
+  UnreadFolders::add(kFeature, "/a", EACCES);
+  UnreadFolders::add(kFeature, {.count = 30, .first = {{"/b", EIO}, {"/c", EPERM}}});
+  const UnreadFolders::Report report = UnreadFolders::of(kFeature);
+  EXPECT_EQ(report.count, 31);
+  EXPECT_EQ(report.first, (std::vector<UnreadFolders::Folder>{{"/a", EACCES}, {"/b", EIO}, {"/c", EPERM}}));
+}
+
+TEST_F(Unread, aReportGoesThroughATextUnchanged) {
+  for (const UnreadFolders::Report& report :
+       {UnreadFolders::Report{}, UnreadFolders::Report{7, {{"/a\nb", EACCES}, {"/\xff 1", EIO}}}}) {
+    const auto read = UnreadFolders::fromText(UnreadFolders::textOf(report));
+    EXPECT_EQ(read.count, report.count);
+    EXPECT_EQ(read.first, report.first);
+  }
+}
+
+TEST_F(Unread, aDamagedTextGivesWhatIsBeforeTheDamage) {
+  const UnreadFolders::Report report{2, {{"/a", EACCES}, {"/b", EIO}}};
+  const std::string text = UnreadFolders::textOf(report);
+  for (std::size_t length = 0; length < text.size(); ++length) {
+    const auto read = UnreadFolders::fromText(text.substr(0, length));
+    ASSERT_LE(read.first.size(), 1U) << length;
+    if (!read.first.empty()) {
+      EXPECT_EQ(read.first[0], report.first[0]);
+    }
+  }
+  for (const std::string& damaged : {std::string("x"), std::string("-1\0", 3), std::string("1 \0", 3)})
+    EXPECT_EQ(UnreadFolders::fromText(damaged).count, 0) << damaged;
+}
+
+TEST_F(Unread, aTextThatNamesTooManyFoldersIsCut) {
+  UnreadFolders::Report report{0, {}};
+  for (std::size_t i = 0; i < UnreadFolders::kMostNamed + 5; ++i) report.first.push_back({"/a", EIO});
+  const auto read = UnreadFolders::fromText(UnreadFolders::textOf(report));
+  EXPECT_EQ(read.first.size(), UnreadFolders::kMostNamed);
+  EXPECT_EQ(read.count, static_cast<std::int64_t>(UnreadFolders::kMostNamed));
+}
+
 }  // namespace
 }  // namespace sorrel

@@ -5,6 +5,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <string>
 #include <vector>
 
@@ -80,18 +81,25 @@ TEST_F(TreeSearch, missingFolderHoldsNothing) {
   EXPECT_EQ(search(kNotEmpty, "file"), Names());
 }
 
-TEST_F(TreeSearch, unreadableFoldersArePassedOver) {
+TEST_F(TreeSearch, unreadableFoldersArePassedOverAndReported) {
   volume.file("top/closed/a", "1");
   volume.file("top/open/b", "1");
   volume.setMode(".", 0755);
+  volume.folder("top/.hidden/closed");
   volume.setMode("top/closed", 0);
+  volume.setMode("top/.hidden/closed", 0);
   const std::string found = test::inPlainChild([this] {
     std::string text;
-    for (const std::string& name : search(kNotEmpty)) text += name + ",";
+    for (const std::string& name : below(searchTree(volume.path("top"), FindQuery::parse(kNotEmpty).value(),
+                                                    [&text](const std::string&path, int error) {
+                                                      text += path + " (" + std::to_string(error) + "),";
+                                                    })))
+      text += name + ",";
     return text;
   });
   volume.setMode("top/closed", 0700);
-  EXPECT_EQ(found, "open/b,");
+  volume.setMode("top/.hidden/closed", 0700);
+  EXPECT_EQ(found, volume.path("top/closed") + " (" + std::to_string(EACCES) + "),open/b,");
 }
 
 TEST_F(TreeSearch, otherFileSystemsAreEnteredOnlyIfAskedFor) {

@@ -18,6 +18,7 @@
 #include <optional>
 #include <utility>
 
+#include "SorrelFramework/Platform/Machine/ChildNotes.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel {
@@ -88,13 +89,14 @@ struct Pipe {
   }
 };
 
-std::vector<std::string> childEnvironment() {
+std::vector<std::string> childEnvironment(int notes) {
   std::vector<std::string> entries(kFixedEnvironment.begin(), kFixedEnvironment.end());
   for (const char* name : kPassedEnvironment) {
     if (const char* value = std::getenv(name)) entries.push_back(std::string(name) + '=' + value);
   }
   const std::string& volume = Host::current().root();
   if (!volume.empty()) entries.push_back(std::string(kVolumeVariable) + '=' + volume);
+  if (notes >= 0) entries.push_back(std::string(kNotesVariable) + '=' + std::to_string(notes));
   return entries;
 }
 
@@ -114,6 +116,7 @@ struct Launch {
   char* const* environment;
   int output;
   int report;
+  int notes;  // -1 for none
   pid_t parent;
 };
 
@@ -147,6 +150,7 @@ bool connectStreams(const Launch& launch) {
   if (connectStreams(launch)) {
     // Descriptors that other libraries of this process left open to children; not a promise of every kernel.
     ::syscall(SYS_close_range, STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
+    if (launch.notes >= 0) ::fcntl(launch.notes, F_SETFD, 0);
     ::execve(launch.arguments[0], launch.arguments, launch.environment);
   }
   const int error = errno;
@@ -215,14 +219,14 @@ struct ChildProcess::Reading {
 };
 
 ChildProcess::ChildProcess(const std::string& path, const std::vector<std::string>& arguments,
-                           ChildLimits limits)
+                           ChildLimits limits, const ChildNotes* notes)
     : limits_(limits) {
   if (!path.starts_with('/')) {
     startError_ = ENOENT;
   } else if (hasZeroByte(path) || std::any_of(arguments.begin(), arguments.end(), hasZeroByte)) {
     startError_ = EINVAL;
   } else {
-    startError_ = launch(path, arguments);
+    startError_ = launch(path, arguments, notes != nullptr ? notes->descriptor() : -1);
   }
 }
 
@@ -233,18 +237,18 @@ ChildProcess::~ChildProcess() {
   reap();
 }
 
-int ChildProcess::launch(const std::string& path, const std::vector<std::string>& arguments) {
+int ChildProcess::launch(const std::string& path, const std::vector<std::string>& arguments, int notes) {
   std::vector<std::string> argumentTexts{path};
   argumentTexts.insert(argumentTexts.end(), arguments.begin(), arguments.end());
-  std::vector<std::string> environmentTexts = childEnvironment();
+  std::vector<std::string> environmentTexts = childEnvironment(notes);
   const std::vector<char*> argumentList = pointers(argumentTexts);
   const std::vector<char*> environmentList = pointers(environmentTexts);
 
   Pipe output;
   Pipe report;
   if (!output.open() || !report.open()) return errno;
-  const pid_t pid = forkProgram(
-      {argumentList.data(), environmentList.data(), output.writing.get(), report.writing.get(), ::getpid()});
+  const pid_t pid = forkProgram({argumentList.data(), environmentList.data(), output.writing.get(),
+                                 report.writing.get(), notes, ::getpid()});
   if (pid < 0) return errno;
   output.writing.close();
   report.writing.close();

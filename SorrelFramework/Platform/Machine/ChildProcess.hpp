@@ -12,6 +12,8 @@
 
 namespace sorrel {
 
+class ChildNotes;
+
 /// The variable that tells a child the root of the macOS volume that this process works on; see ChildProcess.
 inline constexpr const char* kVolumeVariable = "SORREL_VOLUME";
 
@@ -30,8 +32,9 @@ struct ChildLimits {
 /// PATH, its standard input empty, its standard output read here, its standard error that of this process. It
 /// gets a session of its own and dies with this process. Its environment holds PATH, LANG=C.UTF-8, and HOME,
 /// USER, TMPDIR, the XDG folders and the address of the session bus where this process has them, and
-/// SORREL_VOLUME, the root of the macOS volume of Host::current(), if that is a mounted one; nothing else, so
-/// that no setting of the user's shell changes what a system tool prints.
+/// SORREL_VOLUME, the root of the macOS volume of Host::current(), if that is a mounted one, and
+/// SORREL_NOTES, the number of the inherited descriptor of its notes, if this process wants any; nothing
+/// else, so that no setting of the user's shell changes what a system tool prints.
 class ChildProcess {
  public:
   /// How the child ended: the status if it ended by itself, the number of the signal that ended it otherwise.
@@ -45,8 +48,9 @@ class ChildProcess {
   using OutputHandler = std::function<bool(std::string_view)>;
 
   /// Starts the program at the absolute path `path`; `arguments` do not hold its name. A text with a zero
-  /// byte in it starts nothing.
-  ChildProcess(const std::string& path, const std::vector<std::string>& arguments, ChildLimits limits = {});
+  /// byte in it starts nothing. `notes` may be null.
+  ChildProcess(const std::string& path, const std::vector<std::string>& arguments, ChildLimits limits = {},
+               const ChildNotes* notes = nullptr);
   /// Kills a child that was never waited for.
   ~ChildProcess();
   ChildProcess(const ChildProcess&) = delete;
@@ -69,7 +73,7 @@ class ChildProcess {
  private:
   struct Reading;
 
-  [[nodiscard]] int launch(const std::string& path, const std::vector<std::string>& arguments);
+  [[nodiscard]] int launch(const std::string& path, const std::vector<std::string>& arguments, int notes);
   void readSome(Reading& reading, const OutputHandler& onOutput);
   void keepLimits(Reading& reading);
   void sendSignal(int signal);

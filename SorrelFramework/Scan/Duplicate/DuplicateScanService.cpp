@@ -12,6 +12,7 @@
 #include "SorrelFramework/Scan/Duplicate/DuplicateTree.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateWalk.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
+#include "SorrelFramework/Scan/UnreadFolders.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 
@@ -35,6 +36,10 @@ class DuplicateSearch : public std::enable_shared_from_this<DuplicateSearch> {
     rules_.limit = limit;
     rules_.libraries = librariesOfHomes();
     rules_.isStopped = [run = run_] { return run->isStopped(); };
+    // A scan that a newer one replaced must not write into its report.
+    rules_.unread = [run = run_](const std::string& path, int error) {
+      if (!run->isStopped()) UnreadFolders::add(run->feature().finderID, path, error);
+    };
   }
 
   void start(const std::vector<URL>& list) {
@@ -119,6 +124,7 @@ void DuplicateScanService::scanProDuplicate(FeatureInformation& featureInfo,
   if (!run) return log("DuplicateScanService Scanning");
   StreamFileHashUnit::shard().scanState = static_cast<int>(ScanState::start);
   log("DuplicateScanService Start");
+  UnreadFolders::clear(featureInfo.finderID);
   const std::int64_t limit = duplicateLimit();
   const std::vector<URL> list = duplicatePlaces(scanPaths);
 

@@ -11,6 +11,7 @@
 #include "SorrelFramework/Platform/Items/ResourceValues.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "SorrelFramework/Platform/Machine/ScanRoot.hpp"
+#include "SorrelFramework/Scan/UnreadFolders.hpp"
 
 namespace sorrel {
 namespace {
@@ -61,7 +62,10 @@ DuplicateInfo DuplicateWalk::folderBackTracking(const URL& url) {
   DuplicateInfo result{0, 0, url, false, {}};
   path_ = url.path();
   FileDescriptor root = openFolder(path_);
-  if (!root.isOpen()) return result;
+  if (!root.isOpen()) {
+    reportUnread(path_, errno);
+    return result;
+  }
   const std::string& volume = Host::current().root();
   layoutOffset_ = path_.starts_with(volume) ? volume.size() : 0;
   sizes_ = std::make_shared<WalkedSizes>();
@@ -94,6 +98,7 @@ void DuplicateWalk::enterTop() {
 /// the order of the names stays in the listing: folders and candidates.
 void DuplicateWalk::weighFiles() {
   FolderListing& listing = top().listing;
+  int error = 0;
   listing.clear();
   stream_.start(folders_.top());
   while (const FolderStream::Entry* entry = stream_.next()) {
@@ -104,6 +109,7 @@ void DuplicateWalk::weighFiles() {
       continue;
     }
     const auto status = statusOf(folders_.top(), entry->name);
+    if (!status && UnreadFolders::isReason(errno)) error = errno;
     if (status && status->isDirectory()) {
       listing.add({entry->name, entry->length, FolderStream::Type::Directory});
       continue;
@@ -113,6 +119,7 @@ void DuplicateWalk::weighFiles() {
     if (rules_.limit < size) listing.add(*entry, size);
   }
   listing.sort();
+  reportUnread(path_, stream_.error() != 0 ? stream_.error() : error);
 }
 
 void DuplicateWalk::leaveTop(DuplicateInfo& result) {
@@ -123,18 +130,25 @@ void DuplicateWalk::leaveTop(DuplicateInfo& result) {
   const SubfolderSizes below(sizes_, first, sizes_->folders.size());
   --used_;
   const bool isBack = folders_.pop();
+  const int error = errno;
   if (used_ > 0) {
     sizes_->folders.push_back({weight.bytes, first});
     add(weight);
     // A folder that was moved away while the walk was below it is not found again: what is left of it is
     // passed over.
-    if (!isBack) top().next = top().listing.size();
+    if (!isBack) passOver(error);
   }
   const bool isCandidate = rules_.limit < weight.bytes;
   if (!isCandidate && used_ > 0) return;
   DuplicateInfo info{weight.files, weight.bytes, URL::fileURL(path_, true), false, below};
   if (used_ == 0) result = info;
   if (isCandidate) sink_(std::move(info));
+}
+
+void DuplicateWalk::passOver(int error) {
+  Level& level = top();
+  if (level.next < level.listing.size()) reportUnread(path_.substr(0, level.pathLength), error);
+  level.next = level.listing.size();
 }
 
 void DuplicateWalk::visitNext() {
@@ -155,13 +169,17 @@ void DuplicateWalk::visitNext() {
 void DuplicateWalk::weighFolder(std::string_view name) {
   if (!isWalkedInto(name)) return weighClosedFolder(name);
   if (folders_.push(name.data())) return enterTop();
-  if (errno == ENOENT) return add(kGoneFolder);
+  const int error = errno;
+  if (error == ENOENT) return add(kGoneFolder);
+  reportUnread(path_, error);
   sizes_->folders.push_back({0, sizes_->folders.size()});
 }
 
 void DuplicateWalk::weighClosedFolder(std::string_view name) {
   const auto entries = countEntries(stream_, folders_.top(), name.data());
-  if (!entries && errno == ENOENT) return add(kGoneFolder);
+  const int error = entries ? stream_.error() : errno;
+  if (!entries && error == ENOENT) return add(kGoneFolder);
+  reportUnread(path_, error);
   add({entries.value_or(1), weightOfType(contentType(name, true))});
 }
 
@@ -169,6 +187,10 @@ void DuplicateWalk::add(Weight weight) {
   Weight& sum = top().weight;
   sum.bytes = checkedAdd(sum.bytes, weight.bytes);
   sum.files = checkedAdd(sum.files, weight.files);
+}
+
+void DuplicateWalk::reportUnread(const std::string& path, int error) const {
+  if (rules_.unread && UnreadFolders::isReason(error)) rules_.unread(path, error);
 }
 
 bool DuplicateWalk::isStopped() const { return rules_.isStopped && rules_.isStopped(); }

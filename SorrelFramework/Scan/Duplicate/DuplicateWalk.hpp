@@ -12,6 +12,7 @@
 #include "SorrelFramework/Platform/Files/FolderStack.hpp"
 #include "SorrelFramework/Platform/Files/FolderStream.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateInfo.hpp"
+#include "SorrelFramework/Scan/TreeWalk.hpp"
 
 namespace sorrel {
 
@@ -21,6 +22,7 @@ struct DuplicateWalkRules {
   /// Paths of the folders "Library" of all homes: weighed, not entered.
   std::unordered_set<std::string> libraries;
   std::function<bool()> isStopped;
+  UnreadFolderHandler unread;  ///< may be called on several threads at a time
 };
 
 /// True if a directory of this name is a folder and nothing but: neither a package nor a framework.
@@ -42,7 +44,8 @@ class DuplicateWalk {
 
   /// Weighs the file at `url`; a candidate if it is above the limit.
   DuplicateInfo fileInfo(const URL& url);
-  /// Walks the folder at `url`. A folder that can't be read is an empty one.
+  /// Walks the folder at `url`. A folder that can't be read is an empty one, and is reported to
+  /// `rules.unread`.
   DuplicateInfo folderBackTracking(const URL& url);
 
  private:
@@ -64,10 +67,14 @@ class DuplicateWalk {
   void enterTop();
   void leaveTop(DuplicateInfo& result);
   void weighFiles();
+  /// Leaves what is left of the top folder, which is not where it was any more.
+  void passOver(int error);
   void visitNext();
   void weighFolder(std::string_view name);
   void weighClosedFolder(std::string_view name);
   void add(Weight weight);
+  /// Reports the folder at `path`, unless `error` hides nothing.
+  void reportUnread(const std::string& path, int error) const;
   [[nodiscard]] bool isStopped() const;
   [[nodiscard]] bool isWalkedInto(std::string_view name) const;
 

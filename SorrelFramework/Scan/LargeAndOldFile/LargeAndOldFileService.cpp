@@ -10,6 +10,7 @@
 #include "SorrelFramework/Platform/Base/Fatal.hpp"
 #include "SorrelFramework/Platform/Files/FileManager.hpp"
 #include "SorrelFramework/Platform/Items/ContentType.hpp"
+#include "SorrelFramework/Platform/Machine/ChildNotes.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Platform/Queues/MainQueue.hpp"
@@ -17,6 +18,7 @@
 #include "SorrelFramework/Scan/ItemProcedure.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Scan/ProgressPost.hpp"
+#include "SorrelFramework/Scan/UnreadFolders.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/TerminalTool.hpp"
 
@@ -188,10 +190,17 @@ void askTool(const Scan& scan) {
     walkHomeInstead(scan);
     return;
   }
+  const auto notes = std::make_shared<const ChildNotes>();
   // A large home takes the tool long, and it prints nothing until its end.
   TerminalUtilsClass(scan->feature->finderID)
-      .runUntilStopped(kFindTool, {"-onlyin", host.home(), "kMDItemFSSize > " + std::to_string(kEntrySize)},
-                       scan->dispatch, [scan](const std::string& output) { takeFoundPaths(scan, output); });
+      .runUntilStopped(
+          kFindTool, {"-onlyin", host.home(), "kMDItemFSSize > " + std::to_string(kEntrySize)},
+          scan->dispatch,
+          [scan, notes](const std::string& output) {
+            UnreadFolders::add(scan->feature->finderID, UnreadFolders::fromText(notes->text()));
+            takeFoundPaths(scan, output);
+          },
+          notes.get());
 }
 
 void walkHome(const Scan& scan) {
@@ -200,7 +209,11 @@ void walkHome(const Scan& scan) {
   const auto& state = SuperScanService::scanStatus.cell(scan->feature->finderID);
   DirectoryEnumerator files(
       URL::fileURL(Host::current().home(), true),
-      NSDirectoryEnumerationSkipsHiddenFiles | NSDirectoryEnumerationSkipsPackageDescendants);
+      NSDirectoryEnumerationSkipsHiddenFiles | NSDirectoryEnumerationSkipsPackageDescendants,
+      [unread = UnreadFolders::handler(scan->feature->finderID)](const URL& url, int error) {
+        if (UnreadFolders::isReason(error)) unread(url.path(), error);
+        return true;
+      });
   while (const DirectoryEnumerator::Item* const item = files.next()) {
     if (ScanStatusTable::isSuspended(state)) break;
     // The other values cost much more than these, and few files are large.
@@ -232,6 +245,7 @@ void LargeAndOldFileService::scanProLargeAndOldFileFast(FeatureInformation& feat
     return;
   }
   log("LargeAndOldScanService Start");
+  UnreadFolders::clear(featureInfo.finderID);
   const auto bar = std::make_shared<PercentService>(showPercent, kSteps, kStepsOfATick);
   const auto scan = std::make_shared<LargeFileScan>(
       LargeFileScan{Ref<FeatureInformation>(featureInfo), std::move(progress), std::move(showPercent),

@@ -5,10 +5,12 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 
 #include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "Tests/Support/ActingAsPlainUser.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/LoopFileSystem.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
@@ -265,6 +267,8 @@ TEST_F(Weigh, restOfAFolderThatIsNotFoundAgainIsPassedOver) {
   volume.file(deepest + "/a", 5_B);
   volume.file(moved + "/z", 7_B);
   volume.file("Users/alice/Data/z", 11_B);
+  Names unread;
+  rules.unread = [&unread](const std::string& path, int /*error*/) { unread.push_back(path); };
   DuplicateWalk walk(rules, [&](const DuplicateInfo& info) {
     found.push_back(info);
     if (!info.path.path().ends_with("/a")) return;
@@ -278,6 +282,36 @@ TEST_F(Weigh, restOfAFolderThatIsNotFoundAgainIsPassedOver) {
   EXPECT_EQ(std::ranges::count(all, moved.substr(std::string("Users/alice/").size()) + "/z"), 0);
   EXPECT_EQ(std::ranges::count(all, "Data/z"), 1);
   EXPECT_EQ(all.back(), "Data");
+  EXPECT_EQ(unread, Names());  // it is gone
+}
+
+TEST_F(Weigh, restOfAFolderThatIsClosedMeanwhileIsReported) {
+  constexpr int kDeep = 40;  // deeper than folders are kept open
+  const std::string closed = "Users/alice/Data/folder/folder";
+  volume.chain("Users/alice/Data", "folder", kDeep);
+  std::string deepest = "Users/alice/Data";
+  for (int i = 0; i < kDeep; ++i) {
+    deepest += "/folder";
+    volume.setMode(deepest, 0755);
+  }
+  for (const char* const name : {"Users", "Users/alice", "Users/alice/Data"}) volume.setMode(name, 0755);
+  volume.file(deepest + "/a", 5_B);
+  volume.file(closed + "/z", 7_B);
+  Names unread;
+  rules.unread = [&unread](const std::string& path, int error) {
+    EXPECT_EQ(error, EACCES);
+    unread.push_back(path);
+  };
+  const test::ActingAsPlainUser user;
+  DuplicateWalk walk(rules, [&](const DuplicateInfo& info) {
+    if (!info.path.path().ends_with("/a")) return;
+    const uid_t acting = ::geteuid();
+    ASSERT_EQ(::seteuid(::getuid()), 0);
+    volume.setMode(closed, 0);
+    ASSERT_EQ(::seteuid(acting), 0);
+  });
+  walk.folderBackTracking(volume.url("Users/alice/Data/"));
+  EXPECT_EQ(unread, Names{volume.path(closed)});
 }
 
 TEST_F(Weigh, stopLeavesTheRestUnseen) {
@@ -356,6 +390,32 @@ TEST_F(Weigh, bytesThatDoNotFitIntoASumAreAFatalStop) {
   if (weighTwo(1) == "skip") GTEST_SKIP() << "no file system in memory";
   EXPECT_EQ(weighTwo((1ULL << 62U) - 1), "9223372036854775806");
   EXPECT_EQ(weighTwo(1ULL << 62U), "ended by signal 6");
+}
+
+TEST_F(Weigh, unreadableFoldersAreReported) {
+  volume.file("Users/alice/Data/closed/a", 5_B);
+  volume.file("Users/alice/Data/unsearchable/a", 5_B);
+  volume.file("Users/alice/Data/Closed.app/a", 5_B);
+  volume.file("Users/alice/Data/.hidden/a", 5_B);
+  volume.file("Users/alice/Data/open/a", 5_B);
+  for (const char* const name : {"closed", "Closed.app", ".hidden"})
+    volume.setMode(std::string("Users/alice/Data/") + name, 0);
+  volume.setMode("Users/alice/Data/unsearchable", 0444);
+  for (const char* const name : {"Users", "Users/alice", "Users/alice/Data", "Users/alice/Data/open"})
+    volume.setMode(name, 0755);
+  Names unread;
+  rules.unread = [&unread](const std::string& path, int error) {
+    EXPECT_EQ(error, EACCES) << path;
+    unread.push_back(path);
+  };
+  const test::ActingAsPlainUser user;
+  run();
+  EXPECT_EQ(unread, (Names{volume.path("Users/alice/Data/Closed.app"), volume.path("Users/alice/Data/closed"),
+                           volume.path("Users/alice/Data/unsearchable")}));
+  unread.clear();
+  run("Users/alice/Data/closed/");
+  run("Users/alice/Data/missing/");
+  EXPECT_EQ(unread, Names{volume.path("Users/alice/Data/closed")});
 }
 
 }  // namespace
