@@ -20,23 +20,18 @@
 #include "Host/CleanSession.hpp"
 #include "Host/CommandError.hpp"
 #include "Host/CommandLine.hpp"
-#include "Host/CoveredTicks.hpp"
 #include "Host/ExceptionGlobs.hpp"
 #include "Host/Features.hpp"
-#include "Host/Globs.hpp"
 #include "Host/HelperAccess.hpp"
 #include "Host/HostSetup.hpp"
 #include "Host/InterruptWatch.hpp"
 #include "Host/JsonDocument.hpp"
-#include "Host/LastCopies.hpp"
 #include "Host/Output.hpp"
-#include "Host/RecordName.hpp"
 #include "Host/SafeText.hpp"
 #include "Host/ScanFeatures.hpp"
 #include "Host/ScanSession.hpp"
 #include "Host/StopSwitch.hpp"
 #include "Host/TextTree.hpp"
-#include "Host/Ticks.hpp"
 #include "Host/UnreadNote.hpp"
 #include "SorrelFramework/Clean/TrashRecords.hpp"
 #include "SorrelFramework/Clean/TrashRemains.hpp"
@@ -44,12 +39,17 @@
 #include "SorrelFramework/HelpTool/SystemHelperInstallation.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Model/RecordName.hpp"
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Platform/Base/Date.hpp"
 #include "SorrelFramework/Platform/Files/FileManager.hpp"
 #include "SorrelFramework/Platform/Files/FileStatus.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "SorrelFramework/Platform/Queues/MainQueue.hpp"
+#include "SorrelFramework/Selection/CoveredTicks.hpp"
+#include "SorrelFramework/Selection/Globs.hpp"
+#include "SorrelFramework/Selection/LastCopies.hpp"
+#include "SorrelFramework/Selection/Ticks.hpp"
 
 namespace sorrel::cli {
 namespace {
@@ -150,8 +150,8 @@ ExitStatus showPlan(const Invocation& invocation, const CleanFeature& row, Featu
   if (invocation.options.json) {
     writeScanDocument(std::cout, feature, scan);
   } else {
-    if (row.entry == CleanEntry::Groups) untickCovered(feature);
-    std::vector<CleanItem> items = cleanItems(tickedRecords(row.entry, feature));
+    if (row.shape == TreeShape::Groups) untickCovered(feature);
+    std::vector<CleanItem> items = cleanItems(tickedRecords(row.shape, feature));
     addRemains(remainsOf(row, feature, invocation.clean), items, false);
     writePlan(std::cout, items, invocation.order);
   }
@@ -239,7 +239,7 @@ CleanSurroundings setUpProgressAndHelper(const Invocation& invocation, const Cle
   const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
   const bool isShown = isTerminal && !invocation.options.json && !invocation.options.quiet;
   std::vector<CleanItem> items;
-  if (isShown) items = cleanItems(tickedRecords(row.entry, feature));
+  if (isShown) items = cleanItems(tickedRecords(row.shape, feature));
   auto progress = std::make_shared<CleanProgress>(isShown, items);
   auto helper = setUpHelper(isTerminal && ::isatty(STDIN_FILENO) == 1,
                             [progress](const std::string& text) { progress->announce(text); });
@@ -248,7 +248,7 @@ CleanSurroundings setUpProgressAndHelper(const Invocation& invocation, const Cle
 
 ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
                        const Ref<FeatureInformation>& feature, const ScanOutcome& scan, StopSwitch& stop) {
-  const FileRecords covered = row.entry == CleanEntry::Groups ? untickCovered(*feature) : FileRecords();
+  const FileRecords covered = row.shape == TreeShape::Groups ? untickCovered(*feature) : FileRecords();
   std::ostringstream records;
   std::vector<CleanItem> items;
   const auto onDeleted = [&](const FileRecords& handed) {

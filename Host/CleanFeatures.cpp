@@ -6,23 +6,23 @@
 #include <vector>
 
 #include "Host/CommandError.hpp"
-#include "Host/LastCopies.hpp"
-#include "Host/RecordName.hpp"
 #include "SorrelFramework/Clean/CleanService.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Model/RecordName.hpp"
+#include "SorrelFramework/Selection/LastCopies.hpp"
 
 namespace sorrel::cli {
 namespace {
 
 constexpr std::array<CleanFeature, 8> kCleans = {{
-    {1, CleanEntry::Categories, CleanServiceType::Common},
-    {2, CleanEntry::Categories, CleanServiceType::Common, true},
-    {3, CleanEntry::Flat, CleanServiceType::LargeAndOldFile},
-    {4, CleanEntry::Categories, CleanServiceType::Common},
-    {5, CleanEntry::Categories, CleanServiceType::Common},
-    {6, CleanEntry::Categories, CleanServiceType::Common},
-    {7, CleanEntry::Groups, CleanServiceType::Duplicate},
-    {8, CleanEntry::Groups, CleanServiceType::Similar},
+    {1, TreeShape::Categories, CleanServiceType::Common},
+    {2, TreeShape::Categories, CleanServiceType::Common, true},
+    {3, TreeShape::Flat, CleanServiceType::LargeAndOldFile},
+    {4, TreeShape::Categories, CleanServiceType::Common},
+    {5, TreeShape::Categories, CleanServiceType::Common},
+    {6, TreeShape::Categories, CleanServiceType::Common},
+    {7, TreeShape::Groups, CleanServiceType::Duplicate},
+    {8, TreeShape::Groups, CleanServiceType::Similar},
 }};
 static_assert(std::ranges::is_sorted(kCleans, {}, &CleanFeature::finderID));
 
@@ -41,11 +41,11 @@ const CleanFeature* cleanFeature(Integer finderID) {
 
 bool holdsGroups(Integer finderID) {
   const CleanFeature* const row = cleanFeature(finderID);
-  return row != nullptr && row->entry == CleanEntry::Groups;
+  return row != nullptr && row->shape == TreeShape::Groups;
 }
 
 void refuseWholeGroups(const CleanFeature& row, FeatureInformation& feature) {
-  if (row.entry != CleanEntry::Groups) return;
+  if (row.shape != TreeShape::Groups) return;
   std::vector<std::string> names;
   for (const Ref<FileInformation>& group : groupsWithoutACopyLeft(feature)) names.push_back(nameOf(*group));
   if (names.empty()) return;
@@ -54,7 +54,7 @@ void refuseWholeGroups(const CleanFeature& row, FeatureInformation& feature) {
 }
 
 void refuseChangedGroups(const CleanFeature& row, FeatureInformation& feature, const timespec& began) {
-  if (row.entry != CleanEntry::Groups) return;
+  if (row.shape != TreeShape::Groups) return;
   const std::vector<std::string> paths = changesInTickedGroups(feature, began);
   if (paths.empty()) return;
   throw CommandError(ExitStatus::Failed, "nothing was removed, as these changed after they were compared: " +
@@ -63,14 +63,14 @@ void refuseChangedGroups(const CleanFeature& row, FeatureInformation& feature, c
 
 void startClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,
                 const std::shared_ptr<CleanServiceProtocol>& listener) {
-  switch (row.entry) {
-    case CleanEntry::Categories:
+  switch (row.shape) {
+    case TreeShape::Categories:
       CleanService::cleanCategorys(feature->categoryInfo.refs(), row.type, listener, feature);
       return;
-    case CleanEntry::Groups:
+    case TreeShape::Groups:
       CleanService::cleanDuplicateAndSimilarCategorys(feature->categoryInfo.front(), row.type, listener);
       return;
-    case CleanEntry::Flat:
+    case TreeShape::Flat:
       CleanService::cleanLargeAndOldCategorys(feature->categoryInfo.front(), row.type, listener);
       return;
   }

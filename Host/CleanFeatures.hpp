@@ -7,20 +7,14 @@
 #include "SorrelFramework/Clean/CleanServiceType.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/Ref.hpp"
+#include "SorrelFramework/Selection/Ticks.hpp"
 
 namespace sorrel::cli {
-
-/// The shape of a feature's tree, which decides what its ticks select.
-enum class CleanEntry {
-  Categories,  ///< records of all categories, with what lies below them
-  Groups,      ///< the first category holds groups of alike files, and only their members go
-  Flat,        ///< the records of the first category, and nothing below them
-};
 
 /// A feature that this program can clean once its scan is through.
 struct CleanFeature {
   Integer finderID;
-  CleanEntry entry;
+  TreeShape shape;
   CleanServiceType type;
   bool isTrash = false;  ///< `--all` empties it, records of other programs included
 };

@@ -6,8 +6,8 @@
 #include <iostream>
 #include <utility>
 
-#include "Host/SafeText.hpp"
 #include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Text/SizeText.hpp"
 
 namespace sorrel::cli {
 namespace {

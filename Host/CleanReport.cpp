@@ -5,13 +5,14 @@
 #include <optional>
 #include <ostream>
 
-#include "Host/RecordName.hpp"
 #include "Host/SafeText.hpp"
-#include "Host/Ticks.hpp"
 #include "SorrelFramework/Clean/FileRemover.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Model/RecordName.hpp"
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Text/SizeText.hpp"
+#include "SorrelFramework/Selection/Ticks.hpp"
 
 namespace sorrel::cli {
 namespace {

@@ -77,7 +77,7 @@ class Listener : public CleanServiceProtocol {
 /// repaired that in place.
 void takeRepairedTree(const CleanFeature& row, FeatureInformation& feature,
                       const std::vector<Ref<CategoryInformation>>& categories) {
-  if (row.entry == CleanEntry::Categories) feature.categoryInfo = Children<CategoryInformation>(categories);
+  if (row.shape == TreeShape::Categories) feature.categoryInfo = Children<CategoryInformation>(categories);
   feature.state = NSControlStateValueOff;
 }
 

@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-#include "Host/Globs.hpp"
+#include "SorrelFramework/Selection/Globs.hpp"
 
 namespace sorrel::cli {
 

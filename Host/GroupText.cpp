@@ -6,12 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "Host/GroupGains.hpp"
-#include "Host/RecordName.hpp"
 #include "Host/SafeText.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Model/RecordName.hpp"
+#include "SorrelFramework/Platform/Text/SizeText.hpp"
+#include "SorrelFramework/Selection/GroupGains.hpp"
 
 namespace sorrel::cli {
 namespace {

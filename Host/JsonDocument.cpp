@@ -10,13 +10,13 @@
 #include <vector>
 
 #include "Host/CleanFeatures.hpp"
-#include "Host/GroupGains.hpp"
 #include "Host/JsonWriter.hpp"
-#include "Host/RecordName.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
+#include "SorrelFramework/Model/RecordName.hpp"
+#include "SorrelFramework/Selection/GroupGains.hpp"
 
 namespace sorrel::cli {
 namespace {

@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "Host/SafeText.hpp"
+#include "SorrelFramework/Platform/Text/SizeText.hpp"
 
 namespace sorrel::cli {
 namespace {

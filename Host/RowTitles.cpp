@@ -4,10 +4,10 @@
 #include <array>
 #include <cstddef>
 
-#include "Host/RecordName.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Model/RecordName.hpp"
 
 namespace sorrel::cli {
 namespace {

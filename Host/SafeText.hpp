@@ -1,6 +1,5 @@
 #pragma once
 
-#include <cstdint>
 #include <string>
 #include <string_view>
 
@@ -14,8 +13,5 @@ std::string validUTF8(std::string_view bytes);
 /// of writing stand as escapes ("\n", "\x1b", "\u202e"), so that a file's name can neither move the cursor
 /// nor look like another one.
 std::string printable(std::string_view bytes);
-
-/// "0 B", "640 B", "1.5 KiB", "3.0 GiB": units of 1024 with one decimal.
-std::string sizeText(std::int64_t bytes);
 
 }  // namespace sorrel::cli

@@ -14,6 +14,7 @@
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
+#include "SorrelFramework/Platform/Text/SizeText.hpp"
 
 namespace sorrel::cli {
 namespace {

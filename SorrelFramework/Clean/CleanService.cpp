@@ -7,9 +7,9 @@
 #include <string>
 #include <utility>
 
-#include "SorrelFramework/Clean/RecordWalk.hpp"
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
+#include "SorrelFramework/Selection/RecordWalk.hpp"
 
 namespace sorrel {
 namespace {

@@ -6,11 +6,11 @@
 #include <string_view>
 #include <system_error>
 
-#include "SorrelFramework/Clean/RecordWalk.hpp"
 #include "SorrelFramework/Clean/TreeRepair.hpp"
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Platform/Files/RemovalErrorText.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Selection/RecordWalk.hpp"
 
 namespace sorrel {
 namespace {

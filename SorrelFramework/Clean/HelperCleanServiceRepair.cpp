@@ -7,9 +7,9 @@
 
 #include "SorrelFramework/Clean/HelperCleanService.hpp"
 #include "SorrelFramework/Clean/RecordSet.hpp"
-#include "SorrelFramework/Clean/RecordWalk.hpp"
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Platform/Base/Fatal.hpp"
+#include "SorrelFramework/Selection/RecordWalk.hpp"
 
 namespace sorrel {
 namespace {

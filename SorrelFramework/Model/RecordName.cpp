@@ -1,8 +1,8 @@
-#include "Host/RecordName.hpp"
+#include "SorrelFramework/Model/RecordName.hpp"
 
 #include "SorrelFramework/Model/FileInfo.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 
 std::string pathOf(const URL& url) {
   if (url.isEmptyPath() || !url.isFileURL()) return "";
@@ -14,4 +14,4 @@ std::string nameOf(const FileInformation& record) {
   return path.empty() ? record.title : path;
 }
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

@@ -7,7 +7,7 @@ class FileInformation;
 class URL;
 }  // namespace sorrel
 
-namespace sorrel::cli {
+namespace sorrel {
 
 /// The path of a URL on this machine, in bytes, without a slash at its end; "" for the empty file URL and for
 /// URLs that are no files.
@@ -16,4 +16,4 @@ std::string pathOf(const URL& url);
 /// What a record is called where one line must do: its path, else its title.
 std::string nameOf(const FileInformation& record);
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

@@ -1,4 +1,4 @@
-#include "Host/CoveredTicks.hpp"
+#include "SorrelFramework/Selection/CoveredTicks.hpp"
 
 #include <sys/stat.h>
 
@@ -8,13 +8,13 @@
 #include <string>
 #include <tuple>
 
-#include "Host/RecordName.hpp"
-#include "Host/Ticks.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Model/RecordName.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
+#include "SorrelFramework/Selection/Ticks.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 namespace {
 
 bool liesBelowOneOf(const std::set<std::string>& paths, std::string path) {
@@ -41,7 +41,7 @@ bool isGone(const FileInformation& record) {
 }  // namespace
 
 FileRecords untickCovered(FeatureInformation& feature) {
-  FileRecords covered = tickedRecords(CleanEntry::Groups, feature);
+  FileRecords covered = tickedRecords(TreeShape::Groups, feature);
   std::set<std::string> paths;
   for (const auto& record : covered) paths.insert(pathOf(record->url));
   std::erase_if(covered, [&](const auto& record) { return !liesBelowOneOf(paths, pathOf(record->url)); });
@@ -64,4 +64,4 @@ void removeCoveredThatAreGone(FeatureInformation& feature, const FileRecords& co
   if (anyGone) std::ignore = DuplicateScanService::sortCategory(feature.categoryInfo.front());
 }
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

@@ -1,4 +1,4 @@
-#include "Host/Globs.hpp"
+#include "SorrelFramework/Selection/Globs.hpp"
 
 #include <fnmatch.h>
 
@@ -7,7 +7,7 @@
 
 #include "SorrelFramework/Platform/Text/Text.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 namespace {
 
 bool fits(const std::string& pattern, const std::string& text) {
@@ -49,4 +49,4 @@ std::vector<std::string> Globs::unused() const {
 
 bool Globs::areAllUsed() const { return std::ranges::all_of(patterns_, &Pattern::isUsed); }
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

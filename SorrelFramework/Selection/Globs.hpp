@@ -3,7 +3,7 @@
 #include <string>
 #include <vector>
 
-namespace sorrel::cli {
+namespace sorrel {
 
 /// Shell patterns as fnmatch(3) reads them without flags, over bytes: "*" meets "/" and a leading dot too,
 /// "?" is one byte. A pattern must fit the whole text.
@@ -31,4 +31,4 @@ class Globs {
   LetterCase letterCase_ = LetterCase::Counts;
 };
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

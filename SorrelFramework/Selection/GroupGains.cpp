@@ -1,4 +1,4 @@
-#include "Host/GroupGains.hpp"
+#include "SorrelFramework/Selection/GroupGains.hpp"
 
 #include <sys/stat.h>
 
@@ -9,12 +9,12 @@
 #include <system_error>
 #include <utility>
 
-#include "Host/RecordName.hpp"
-#include "Host/SafeText.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Model/RecordName.hpp"
 #include "SorrelFramework/Platform/Files/BlockSharing.hpp"
+#include "SorrelFramework/Platform/Text/SizeText.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 namespace {
 
 namespace fs = std::filesystem;
@@ -113,4 +113,4 @@ class Group {
 
 std::vector<Gain> gainsOf(const FileInformation& group) { return Group(group).gains(); }
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

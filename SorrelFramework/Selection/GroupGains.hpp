@@ -8,19 +8,19 @@ namespace sorrel {
 class FileInformation;
 }  // namespace sorrel
 
-namespace sorrel::cli {
+namespace sorrel {
 
 /// What the removal of one member of a group of alike files would free, if all else stays.
 struct Gain {
   std::int64_t bytes = 0;
-  /// Why that is not the member's size, or what else to know of it: "hard link of PATH", "clone of PATH"; "",
-  /// most often. PATH is an earlier member.
+  /// Why that is not the member's size, or another hint: "hard link of PATH", "clone of PATH"; "" most often.
+  /// PATH is an earlier member.
   std::string note;
 };
 
-/// The gains of the members of a group, in their order, from what the disk says now. Blocks that a clone, a
-/// deduplicated file or a snapshot has too are not freed; nor is a file with another hard link. Of a folder
-/// the size counts.
+/// The gains of the members of a group, in their order, from what the disk reports now. Blocks that a clone,
+/// a deduplicated file or a snapshot also uses are not freed, nor is a file with another hard link. A folder
+/// counts with its size.
 std::vector<Gain> gainsOf(const FileInformation& group);
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

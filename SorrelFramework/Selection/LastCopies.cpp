@@ -1,4 +1,4 @@
-#include "Host/LastCopies.hpp"
+#include "SorrelFramework/Selection/LastCopies.hpp"
 
 #include <sched.h>
 #include <sys/stat.h>
@@ -10,13 +10,13 @@
 #include <system_error>
 #include <tuple>
 
-#include "Host/RecordName.hpp"
-#include "Host/StoredPlaces.hpp"
-#include "Host/Ticks.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Model/RecordName.hpp"
+#include "SorrelFramework/Platform/Files/StoredPlaces.hpp"
+#include "SorrelFramework/Selection/Ticks.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 namespace {
 
 namespace fs = std::filesystem;
@@ -41,7 +41,7 @@ std::optional<Entry> entryAt(const std::string& path) {
 class Takings {
  public:
   explicit Takings(FeatureInformation& feature) {
-    for (const Ref<FileInformation>& record : tickedRecords(CleanEntry::Groups, feature)) {
+    for (const Ref<FileInformation>& record : tickedRecords(TreeShape::Groups, feature)) {
       const std::string path = pathOf(record->url);
       paths_.insert(path);
       paths_.insert(places_.of(path));
@@ -156,4 +156,4 @@ std::vector<std::string> changesInTickedGroups(FeatureInformation& feature, cons
   return changes.take();
 }
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

@@ -7,21 +7,21 @@
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 
-/// Groups of alike files, ticked, before they are cleaned: the groups of the first category of which nothing
-/// would be left as it is. A member stays if it is there and none of the ticked ones is the same entry of the
-/// disk, above it, or in it, whichever mounts and links lead there. Another hard link to a ticked file is a
-/// member that stays.
+/// The groups of alike files, ticked and not yet cleaned, of which the clean would leave no member as it is;
+/// those of the first category. A member stays if it exists and no ticked member is the same entry of the
+/// disk, a folder above it, or an item in it, whichever mounts and links lead there. Another hard link to a
+/// ticked file is a member that stays.
 FileRecords groupsWithoutACopyLeft(FeatureInformation& feature);
 
-/// The present. Every change that is made behind the call bears a later time, and none that was made before
-/// it does: it may last until the kernel's clock for files has taken a step.
+/// The present, for changesInTickedGroups(). Every change after the call has a later time, no change before
+/// it has: the call may last until the kernel's clock for files has taken a step.
 timespec beginOfChanges();
 
-/// What was changed, made or removed in members of groups that lose one: it came behind `since`, which is to
-/// be the moment before the scan, and so nobody knows whether the members are still alike. Paths; of a folder
-/// that can't be read its own. A ticked member that is gone is none of them.
+/// The paths of what was changed, made or removed after `since`, the moment before the scan, in the members
+/// of groups that lose one: these members may no longer be alike. For a folder that can't be read its own
+/// path. A ticked member that is gone is no change.
 std::vector<std::string> changesInTickedGroups(FeatureInformation& feature, const timespec& since);
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

@@ -1,4 +1,4 @@
-#include "Host/Ticks.hpp"
+#include "SorrelFramework/Selection/Ticks.hpp"
 
 #include <algorithm>
 #include <cstddef>
@@ -6,13 +6,13 @@
 #include <system_error>
 #include <unordered_set>
 
-#include "Host/Globs.hpp"
-#include "Host/RecordName.hpp"
-#include "SorrelFramework/Clean/RecordWalk.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
+#include "SorrelFramework/Model/RecordName.hpp"
+#include "SorrelFramework/Selection/Globs.hpp"
+#include "SorrelFramework/Selection/RecordWalk.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 namespace {
 
 /// State of a row from those of the rows below it.
@@ -256,21 +256,21 @@ std::vector<std::string> untickMatching(FeatureInformation& feature, Globs& glob
   return foldersLeft;
 }
 
-FileRecords tickedRecords(CleanEntry entry, FeatureInformation& feature) {
+FileRecords tickedRecords(TreeShape shape, FeatureInformation& feature) {
   FileRecords ticked;
   if (feature.categoryInfo.empty()) return ticked;
-  switch (entry) {
-    case CleanEntry::Categories:
+  switch (shape) {
+    case TreeShape::Categories:
       for (CategoryInformation& category : feature.categoryInfo) {
         collectTicked(category.childrens, true, ticked);
       }
       break;
-    case CleanEntry::Groups:
+    case TreeShape::Groups:
       for (FileInformation& group : feature.categoryInfo.front().childrens) {
         collectTicked(group.childrens, true, ticked);
       }
       break;
-    case CleanEntry::Flat:
+    case TreeShape::Flat:
       collectTicked(feature.categoryInfo.front().childrens, false, ticked);
       break;
   }
@@ -288,4 +288,4 @@ FileRecords leavesOf(const FileRecords& records) {
   return leaves;
 }
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

@@ -3,22 +3,28 @@
 #include <string>
 #include <vector>
 
-#include "Host/CleanFeatures.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 
 class Globs;
+
+/// How the records of a feature hang in its tree, which decides what its ticks select.
+enum class TreeShape {
+  Categories,  ///< records of all categories, with what lies below them
+  Groups,      ///< the first category holds groups of alike files, and only their members go
+  Flat,        ///< the records of the first category, and nothing below them
+};
 
 // The ticks (`state`) on a scanned tree, as the check boxes of an application set them: a row is on if all
 // below it is on, off if nothing is, and mixed otherwise. So a category that is on, of which a clean takes
 // everything, never holds a record that is off. Each call sets the ticks of the whole tree.
 
-/// Also what the catalogue had ticked.
+/// Takes off all ticks, those of the catalogue too.
 void clearTicks(FeatureInformation& feature);
 
-/// Categories without records too.
+/// Ticks everything, categories without records too.
 void tickAll(FeatureInformation& feature);
 
 /// Ticks each record that a glob fits, with all below it. A record is matched by its path; one without a path
@@ -37,9 +43,9 @@ std::vector<std::string> untickMatching(FeatureInformation& feature, Globs& glob
 
 /// The records that a clean of that shape takes, a parent in place of what lies below it, in the tree's
 /// order.
-FileRecords tickedRecords(CleanEntry entry, FeatureInformation& feature);
+FileRecords tickedRecords(TreeShape shape, FeatureInformation& feature);
 
 /// The leaves at and below these records: what goes from the disk.
 FileRecords leavesOf(const FileRecords& records);
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

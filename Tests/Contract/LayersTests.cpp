@@ -46,8 +46,10 @@ const std::vector<Room> kRooms = {
     {"Tree", {"Model", "Units", "Native", "Extension", "Platform"}},
     {"Scan", {"Tree", "Model", "Units", "Removal", "Native", "Extension", "Platform"}},
     {"HelpTool", {"Units", "Platform"}, true},
+    {"Selection", {"Scan", "Tree", "Model", "Units", "Native", "Extension", "Platform"}, true},
     {"Clean",
-     {"HelpTool", "Scan", "Tree", "Model", "Units", "Removal", "Native", "Extension", "Platform"},
+     {"Selection", "HelpTool", "Scan", "Tree", "Model", "Units", "Removal", "Native", "Extension",
+      "Platform"},
      true},
     {"ToolKits", {"HelpTool", "Scan", "Tree", "Model", "Units", "Native", "Extension", "Platform"}},
 };

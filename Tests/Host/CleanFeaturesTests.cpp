@@ -1,35 +1,22 @@
-// What a clean of each shape of tree makes of the ticks.
+// What a clean of each feature makes of the ticks.
+#include "Host/CleanFeatures.hpp"
+
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 #include <string>
 
-#include "Host/CleanFeatures.hpp"
 #include "Host/CleanProgress.hpp"
 #include "Host/CleanSession.hpp"
 #include "Host/CommandError.hpp"
 #include "Host/StopSwitch.hpp"
-#include "Tests/Host/TicksKit.hpp"
+#include "Tests/Selection/TicksKit.hpp"
 #include "Tests/Support/CleanKit.hpp"
 
 namespace sorrel::cli {
 namespace {
 
 using test::kDeleteSuccess;
-
-TEST_F(TicksTest, groupsThemselvesAreNeverSelected) {
-  const auto first = titled("first", {file("a"), file("b")});
-  const auto empty = titled("empty");
-  add("Duplicates", {first, empty});
-  tickAll(feature());
-  EXPECT_EQ(selected(CleanEntry::Groups), Names({"a", "b"}));
-}
-
-TEST_F(TicksTest, flatTreesTakeTheRecordsOfTheFirstCategory) {
-  add("All", {file("a"), file("d/", {file("d/b"), file("d/c")})});
-  add("Other", {file("e")});
-  select({path("a"), path("d/b"), path("e")});
-  EXPECT_EQ(selected(CleanEntry::Flat), Names({"a"}));
-}
 
 TEST_F(TicksTest, aSelectionOfEveryCopyIsRefusedWithTheGroupsNamed) {
   add("Duplicates",
@@ -52,23 +39,40 @@ TEST_F(TicksTest, aSelectionOfEveryCopyIsRefusedWithTheGroupsNamed) {
   EXPECT_NO_THROW(refuseWholeGroups(*cleanFeature(2), feature()));
 }
 
+TEST_F(TicksTest, cleanOfWhatChangedFailsAndCleansWithoutGroupsDoNotAsk) {
+  add("Duplicates", {titled("one", {realFile("a"), realFile("b")})});
+  select({path("a")});
+  const timespec longAgo{};
+  struct stat last {};
+  ASSERT_EQ(::lstat(path("b").c_str(), &last), 0);
+  try {
+    refuseChangedGroups(*cleanFeature(7), feature(), longAgo);
+    FAIL() << "not refused";
+  } catch (const CommandError& error) {
+    EXPECT_EQ(error.status(), ExitStatus::Failed);
+    EXPECT_NE(std::string(error.what()).find(path("a")), std::string::npos);
+  }
+  EXPECT_NO_THROW(refuseChangedGroups(*cleanFeature(1), feature(), longAgo));
+  EXPECT_NO_THROW(refuseChangedGroups(*cleanFeature(7), feature(), last.st_ctim));
+}
+
 TEST_F(TicksTest, eachFeatureIsCleanedByItsEntry) {
   struct Row {
     Integer finderID;
-    CleanEntry entry;
+    TreeShape shape;
     CleanServiceType type;
   };
-  for (const Row& row : {Row{1, CleanEntry::Categories, CleanServiceType::Common},
-                         Row{2, CleanEntry::Categories, CleanServiceType::Common},
-                         Row{3, CleanEntry::Flat, CleanServiceType::LargeAndOldFile},
-                         Row{4, CleanEntry::Categories, CleanServiceType::Common},
-                         Row{5, CleanEntry::Categories, CleanServiceType::Common},
-                         Row{6, CleanEntry::Categories, CleanServiceType::Common},
-                         Row{7, CleanEntry::Groups, CleanServiceType::Duplicate},
-                         Row{8, CleanEntry::Groups, CleanServiceType::Similar}}) {
+  for (const Row& row : {Row{1, TreeShape::Categories, CleanServiceType::Common},
+                         Row{2, TreeShape::Categories, CleanServiceType::Common},
+                         Row{3, TreeShape::Flat, CleanServiceType::LargeAndOldFile},
+                         Row{4, TreeShape::Categories, CleanServiceType::Common},
+                         Row{5, TreeShape::Categories, CleanServiceType::Common},
+                         Row{6, TreeShape::Categories, CleanServiceType::Common},
+                         Row{7, TreeShape::Groups, CleanServiceType::Duplicate},
+                         Row{8, TreeShape::Groups, CleanServiceType::Similar}}) {
     const CleanFeature* const found = cleanFeature(row.finderID);
     ASSERT_NE(found, nullptr) << row.finderID;
-    EXPECT_EQ(found->entry, row.entry) << row.finderID;
+    EXPECT_EQ(found->shape, row.shape) << row.finderID;
     EXPECT_EQ(found->type, row.type) << row.finderID;
   }
   for (const Integer other : {0, 9, 10, 11, 12, 13}) EXPECT_EQ(cleanFeature(other), nullptr) << other;
@@ -82,7 +86,7 @@ TEST_F(TicksTest, whatIsSelectedIsWhatEachEntryRemoves) {
     add("All", {titled("one", {realFile("a"), realFile("b")}), realFile("c"), realFile("d")});
     select({path("[ac]")});
     Names expected;
-    for (const auto& leaf : leavesOf(tickedRecords(row.entry, feature()))) {
+    for (const auto& leaf : leavesOf(tickedRecords(row.shape, feature()))) {
       expected.push_back(leaf->url.path().substr(path("").size()));
     }
     const auto before = test::snapshotOf(stage_.volume.path());

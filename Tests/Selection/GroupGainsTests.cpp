@@ -1,5 +1,5 @@
 // What the removal of one of alike files would free.
-#include "Host/GroupGains.hpp"
+#include "SorrelFramework/Selection/GroupGains.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -17,7 +17,7 @@
 #include "Tests/Support/LoopFileSystem.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 namespace {
 
 namespace fs = std::filesystem;
@@ -181,4 +181,4 @@ TEST_F(GroupGains, filesThatShareBlocksWithOthersFreeTheRestAndAreNoClones) {
 }
 
 }  // namespace
-}  // namespace sorrel::cli
+}  // namespace sorrel

@@ -1,5 +1,5 @@
 // What keeps a clean of alike files from taking the last of them.
-#include "Host/LastCopies.hpp"
+#include "SorrelFramework/Selection/LastCopies.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -11,13 +11,11 @@
 #include <string>
 #include <vector>
 
-#include "Host/CleanFeatures.hpp"
-#include "Host/CommandError.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "Tests/Support/CleanKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 namespace {
 
 namespace fs = std::filesystem;
@@ -224,19 +222,5 @@ TEST_F(LastCopies, tickedMemberThatIsGoneIsNoChange) {
   EXPECT_EQ(changed(justBehind("b")), Names());
 }
 
-TEST_F(LastCopies, cleanOfWhatChangedFailsAndCleansWithoutGroupsDoNotAsk) {
-  makeFiles({"a", "b"});
-  group("one", {"+a", "b"});
-  try {
-    refuseChangedGroups(*cleanFeature(7), *stage_.feature, longAgo());
-    FAIL() << "not refused";
-  } catch (const CommandError& error) {
-    EXPECT_EQ(error.status(), ExitStatus::Failed);
-    EXPECT_NE(std::string(error.what()).find(stage_.volume.path("a")), std::string::npos);
-  }
-  EXPECT_NO_THROW(refuseChangedGroups(*cleanFeature(1), *stage_.feature, longAgo()));
-  EXPECT_NO_THROW(refuseChangedGroups(*cleanFeature(7), *stage_.feature, justBehind("b")));
-}
-
 }  // namespace
-}  // namespace sorrel::cli
+}  // namespace sorrel

@@ -1,4 +1,4 @@
-#include "SorrelFramework/Clean/RecordWalk.hpp"
+#include "SorrelFramework/Selection/RecordWalk.hpp"
 
 #include <gtest/gtest.h>
 

@@ -6,12 +6,11 @@
 #include <utility>
 #include <vector>
 
-#include "Host/CleanFeatures.hpp"
-#include "Host/Globs.hpp"
-#include "Host/Ticks.hpp"
+#include "SorrelFramework/Selection/Globs.hpp"
+#include "SorrelFramework/Selection/Ticks.hpp"
 #include "Tests/Support/CleanKit.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 
 using test::kMixed;
 using test::kOff;
@@ -55,9 +54,9 @@ class TicksTest : public testing::Test {
     return untickMatching(feature(), patterns);
   }
   /// Titles of the leaves that a clean of that shape would remove.
-  Names selected(CleanEntry entry = CleanEntry::Categories) {
+  Names selected(TreeShape shape = TreeShape::Categories) {
     Names titles;
-    for (const auto& leaf : leavesOf(tickedRecords(entry, feature()))) titles.push_back(leaf->title);
+    for (const auto& leaf : leavesOf(tickedRecords(shape, feature()))) titles.push_back(leaf->title);
     return titles;
   }
 
@@ -65,4 +64,4 @@ class TicksTest : public testing::Test {
   Integer made_ = 0;
 };
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

@@ -8,10 +8,9 @@
 #include <set>
 #include <string>
 
-#include "Host/CleanFeatures.hpp"
-#include "Tests/Host/TicksKit.hpp"
+#include "Tests/Selection/TicksKit.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 namespace {
 
 class RandomTree {
@@ -68,7 +67,7 @@ TEST_F(TicksTest, randomTreesLoseWhatIsMatchedAndNothingElse) {
     }
     select(globs);
     std::set<Integer> found;
-    for (const auto& leaf : leavesOf(tickedRecords(CleanEntry::Categories, feature()))) {
+    for (const auto& leaf : leavesOf(tickedRecords(TreeShape::Categories, feature()))) {
       found.insert(leaf->finderID);
     }
     EXPECT_EQ(found, expected) << "seed " << seed << testing::PrintToString(globs);
@@ -82,4 +81,4 @@ TEST_F(TicksTest, randomTreesLoseWhatIsMatchedAndNothingElse) {
 }
 
 }  // namespace
-}  // namespace sorrel::cli
+}  // namespace sorrel

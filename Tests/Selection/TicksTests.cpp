@@ -1,17 +1,16 @@
 // Ticks on scanned trees.
-#include "Host/Ticks.hpp"
+#include "SorrelFramework/Selection/Ticks.hpp"
 
 #include <gtest/gtest.h>
 
 #include <filesystem>
 #include <string>
 
-#include "Host/CleanFeatures.hpp"
-#include "Host/Globs.hpp"
-#include "Tests/Host/TicksKit.hpp"
+#include "SorrelFramework/Selection/Globs.hpp"
+#include "Tests/Selection/TicksKit.hpp"
 #include "Tests/Support/ActingAsPlainUser.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 namespace {
 
 TEST_F(TicksTest, whatTheCatalogueHadTickedIsCleared) {
@@ -165,7 +164,7 @@ TEST_F(TicksTest, aGlobForFilesTakesNoGroupOfThatName) {
   add("Duplicates", {group});
   select({"*/photo.jpg"});
   EXPECT_EQ(group->state, kMixed);
-  EXPECT_EQ(selected(CleanEntry::Groups), Names({"photo.jpg"}));
+  EXPECT_EQ(selected(TreeShape::Groups), Names({"photo.jpg"}));
 }
 
 TEST_F(TicksTest, globsThatFitNothingAreKnown) {
@@ -286,4 +285,4 @@ TEST_F(TicksTest, exceptionsNameRecordsWithoutAPathByTheirTitles) {
 }
 
 }  // namespace
-}  // namespace sorrel::cli
+}  // namespace sorrel

@@ -1,35 +1,18 @@
-#include "Host/StoredPlaces.hpp"
+#include "SorrelFramework/Platform/Files/StoredPlaces.hpp"
 
 #include <fcntl.h>
 #include <sys/stat.h>
 
 #include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <optional>
-#include <sstream>
 #include <system_error>
 
-namespace sorrel::cli {
+#include "SorrelFramework/Platform/Files/MountTable.hpp"
+
+namespace sorrel {
 namespace {
 
 namespace fs = std::filesystem;
-
-/// Undoes the \ooo of blanks, tabs, newlines and backslashes.
-std::string unescaped(const std::string& field) {
-  constexpr std::size_t kDigits = 3;
-  std::string text;
-  for (std::size_t i = 0; i < field.size(); ++i) {
-    const std::string digits = field[i] == '\\' ? field.substr(i + 1, kDigits) : "";
-    if (digits.size() == kDigits && digits.find_first_not_of("01234567") == std::string::npos) {
-      text += static_cast<char>(std::stoi(digits, nullptr, 8));
-      i += kDigits;
-    } else {
-      text += field[i];
-    }
-  }
-  return text;
-}
 
 std::string withoutSlashAtEnd(std::string path) {
   if (path.ends_with('/')) path.pop_back();
@@ -48,23 +31,11 @@ std::optional<std::string> realPath(const std::string& path, bool isLink) {
 }  // namespace
 
 StoredPlaces::StoredPlaces(std::string_view mountTable) {
-  std::istringstream table{std::string(mountTable)};
-  for (std::string text; std::getline(table, text);) {
-    std::istringstream line(text);
-    std::uint64_t number = 0;
-    std::string parent;
-    std::string device;
-    std::string root;
-    std::string point;
-    if (!(line >> number >> parent >> device >> root >> point)) continue;
-    mounts_[number] = {device + withoutSlashAtEnd(unescaped(root)), withoutSlashAtEnd(unescaped(point))};
-  }
+  for (const Mount& mount : mountsIn(mountTable))
+    mounts_[mount.number] = {mount.device + withoutSlashAtEnd(mount.root), withoutSlashAtEnd(mount.point)};
 }
 
-StoredPlaces StoredPlaces::ofThisMoment() {
-  std::ifstream table("/proc/self/mountinfo", std::ios::binary);
-  return StoredPlaces(std::string(std::istreambuf_iterator<char>(table), {}));
-}
+StoredPlaces StoredPlaces::ofThisMoment() { return StoredPlaces(MountSource::ofThisProcess()->read()); }
 
 std::string StoredPlaces::of(const std::string& path) const {
   struct statx status {};
@@ -78,4 +49,4 @@ std::string StoredPlaces::of(const std::string& path) const {
   return mount->second.place + withoutSlashAtEnd(*real).substr(point.size());
 }
 
-}  // namespace sorrel::cli
+}  // namespace sorrel

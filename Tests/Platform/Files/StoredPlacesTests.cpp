@@ -1,4 +1,4 @@
-#include "Host/StoredPlaces.hpp"
+#include "SorrelFramework/Platform/Files/StoredPlaces.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>
@@ -10,7 +10,7 @@
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/TemporaryVolume.hpp"
 
-namespace sorrel::cli {
+namespace sorrel {
 namespace {
 
 bool bindMount(const std::string& from, const std::string& on) {
@@ -98,4 +98,4 @@ TEST(StoredPlaces, theTopOfAFileSystemIsAboveAllInIt) {
 }
 
 }  // namespace
-}  // namespace sorrel::cli
+}  // namespace sorrel
