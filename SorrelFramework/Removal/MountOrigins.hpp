@@ -1,6 +1,9 @@
 #pragma once
 
-#include <string_view>
+#include <cstddef>
+#include <optional>
+#include <string>
+#include <unordered_map>
 #include <vector>
 
 #include "SorrelFramework/Platform/Files/MountTable.hpp"
@@ -19,24 +22,49 @@ class MountOrigins {
     /// False if the mount shows a folder of the middle of a file system, and no mount shows one above it; or
     /// if the mount table lacks the mount.
     bool isKnown = false;
+    /// Some chain was not found for lack of descriptors or memory.
+    bool isInDoubt = false;
     /// Through each other mount that shows the folder too. Empty for most mounts, which show a whole file
     /// system at one place.
     std::vector<Chain> chains;
   };
 
-  /// Walks only over mounts that `trust` lets it enter.
+  /// A mount whose content has other paths too.
+  struct Alias {
+    Chain point;              ///< down to the mounted folder or file
+    std::vector<Chain> same;  ///< down to the same item, by each other path
+    /// All that is passed on the way to each layer of an overlay, with the layer at the end.
+    std::vector<Chain> layers;
+  };
+
+  /// Walks only over mounts that `trust` lets it enter; without it, over all that this machine serves itself,
+  /// since a server may never answer.
   explicit MountOrigins(PathWalk::MountTrust trust);
 
   /// Reads the mount table again if it has changed. True if it was read.
-  bool refresh() { return table_.refresh(); }
+  bool refresh();
   /// False if the table could not be read.
   [[nodiscard]] bool hasTable() const noexcept { return !table_.mounts().empty(); }
   /// The origin of the mount whose topmost folder is `shown`, as of the last refresh().
   [[nodiscard]] Origin of(const ItemIdentity& shown) const;
+  /// All mounts of this kind that can be reached, as of the last refresh(). Nothing if there may be more: the
+  /// system had no descriptor or memory to spare.
+  [[nodiscard]] std::optional<std::vector<Alias>> aliases() const;
 
  private:
+  /// A path that leads to what a mount shows.
+  struct OtherPath {
+    std::string path;
+    bool isLonger;  ///< the other mount shows a folder above
+  };
+  [[nodiscard]] std::vector<OtherPath> otherPathsTo(const Mount& mount) const;
+  [[nodiscard]] PathWalk walkTo(const std::string& path, const PathWalk::LinkTrust& links) const;
+  [[nodiscard]] bool addAlias(const Mount& mount, std::vector<Alias>& aliases) const;
+  [[nodiscard]] bool addLayers(const Mount& mount, Alias& alias) const;
+
   PathWalk::MountTrust trust_;
   MountTable table_;
+  std::unordered_map<std::string, std::vector<std::size_t>> byRoot_;  // in the table, by keyOf()
 };
 
 }  // namespace sorrel

@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cerrno>
 #include <cstdlib>
 #include <mutex>
@@ -90,11 +91,14 @@ struct RemovalPolicy::Lists {
   void add(const ItemNumber& number, unsigned listing) {
     places[number] |= listing;
     hasSubtree_ = hasSubtree_ || (listing & kSubtree) != 0;
-    shownFromSubtree_.clear();
+    isOutOfDate_ = true;
   }
-  [[nodiscard]] unsigned of(const ItemNumber& number) const {
-    const auto found = places.find(number);
-    return found == places.end() ? 0 : found->second;
+  [[nodiscard]] bool has(const ItemNumber& number) {
+    if (places.contains(number)) return true;
+    if (!isOutOfDate_ && !hasAliases_) return false;
+    const std::lock_guard<std::mutex> lock(mutex_);
+    if (isOutOfDate_) update();
+    return isOutOfDate_ || of(number) != 0;
   }
   void addPath(const std::string& path, unsigned listing, const PathWalk::MountTrust& mounts);
   void addFoldersAbove(int item);
@@ -104,6 +108,12 @@ struct RemovalPolicy::Lists {
   bool isInSubtree(const std::vector<ItemIdentity>& chain);
 
  private:
+  // With the lock:
+  void update();
+  bool listAliases();
+  bool addAlias(const MountOrigins::Alias& alias);
+  bool mark(const ItemNumber& number, unsigned listing);
+  [[nodiscard]] unsigned of(const ItemNumber& number) const;
   bool decide(const std::vector<ItemIdentity>& chain);
   bool isShownFromSubtree(const ItemIdentity& shown);
   bool findOutOrigin(const ItemIdentity& shown);
@@ -112,15 +122,71 @@ struct RemovalPolicy::Lists {
   bool hasSubtree_ = false;
   std::mutex mutex_;  // for what follows
   MountOrigins origins_;
+  /// Listings of folders whose content a mount shows at a place, and of what lies above them.
+  std::unordered_map<ItemNumber, unsigned, ItemNumberHash> aliases_;
   std::unordered_map<std::uint64_t, bool> shownFromSubtree_;  // by mount
   std::set<std::uint64_t> underWay_;
+  std::atomic<bool> isOutOfDate_ = true;
+  std::atomic<bool> hasAliases_ = false;
 };
 
 bool RemovalPolicy::Lists::isInSubtree(const std::vector<ItemIdentity>& chain) {
   if (!hasSubtree_) return false;
   const std::lock_guard<std::mutex> lock(mutex_);
-  if (origins_.refresh()) shownFromSubtree_.clear();
-  return decide(chain);
+  update();
+  return isOutOfDate_ || decide(chain);
+}
+
+/// Reads the mount table again if it has changed. Still out of date if that fails.
+void RemovalPolicy::Lists::update() {
+  const bool isNew = origins_.refresh();
+  if (isNew || isOutOfDate_) isOutOfDate_ = !listAliases();
+}
+
+/// Another path to what a protected place shows leads past that place: by the folder that is bound to it, or
+/// by the layers of an overlay. What is found so may itself be the place of another mount. False if there may
+/// be more.
+bool RemovalPolicy::Lists::listAliases() {
+  aliases_.clear();
+  shownFromSubtree_.clear();
+  const auto aliases = origins_.aliases();
+  if (!aliases) return false;
+  for (bool hasGrown = true; hasGrown;) {
+    hasGrown = false;
+    for (const MountOrigins::Alias& alias : *aliases) hasGrown = addAlias(alias) || hasGrown;
+    if (hasGrown) shownFromSubtree_.clear();
+  }
+  hasAliases_ = !aliases_.empty();
+  return true;
+}
+
+/// A layer is kept whole, even where what the overlay shows may go: the kernel forbids changes of layers.
+bool RemovalPolicy::Lists::addAlias(const MountOrigins::Alias& alias) {
+  const bool isWhole = hasSubtree_ && decide(alias.point);
+  if (!isWhole && of(alias.point.back().number) == 0) return false;
+  // "/" may be shown in a protected place too; then its folders keep their own listings.
+  bool hasGrown = isWhole && alias.point.back().number != top && mark(alias.point.back().number, kSubtree);
+  for (const MountOrigins::Chain& chain : alias.same) {
+    for (const ItemIdentity& item : chain) hasGrown = mark(item.number, kPlace) || hasGrown;
+  }
+  for (const MountOrigins::Chain& chain : alias.layers) {
+    for (const ItemIdentity& item : chain) hasGrown = mark(item.number, kPlace) || hasGrown;
+    hasGrown = mark(chain.back().number, kSubtree) || hasGrown;
+  }
+  return hasGrown;
+}
+
+/// True if this adds to what is known of the item.
+bool RemovalPolicy::Lists::mark(const ItemNumber& number, unsigned listing) {
+  if ((of(number) & listing) == listing) return false;
+  aliases_[number] |= listing;
+  return true;
+}
+
+unsigned RemovalPolicy::Lists::of(const ItemNumber& number) const {
+  const auto place = places.find(number);
+  const auto alias = aliases_.find(number);
+  return (place == places.end() ? 0 : place->second) | (alias == aliases_.end() ? 0 : alias->second);
 }
 
 /// The deepest listing decides. Above the folder that a mount shows, there are two ways up.
@@ -281,7 +347,7 @@ bool RemovalPolicy::trustsWay(const std::vector<ItemIdentity>& passed) const {
 }
 
 bool RemovalPolicy::protectsEntriesOf(const ItemNumber& folder) const { return lists_->top == folder; }
-bool RemovalPolicy::protects(const ItemNumber& item) const { return lists_->of(item) != 0; }
+bool RemovalPolicy::protects(const ItemNumber& item) const { return lists_->has(item); }
 
 bool RemovalPolicy::protectsWhatLiesIn(const std::vector<ItemIdentity>& chain) const {
   return lists_->isInSubtree(chain);

@@ -24,6 +24,9 @@ namespace sorrel {
 ///   /root for a helper. /run/media, /usr/local, /var and /home are exceptions: what lies in them may go,
 ///   they themselves may not.
 ///
+/// What is mounted at a place counts under its other paths too: the folder that a bind mount shows there, as
+/// the place itself; the layers of an overlay, as a whole subtree; and what lies above either.
+///
 /// Whether a place counts as lying in a subtree is decided by the deepest place above it that is listed as a
 /// subtree or an exception. A place of the first class never lifts that: /usr/sbin is a daemon's home.
 ///

@@ -2,54 +2,18 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <sys/mount.h>
 
 #include <cstdlib>
 #include <filesystem>
-#include <functional>
 #include <string>
 
-#include "SorrelFramework/Removal/RemovalPolicy.hpp"
-#include "SorrelFramework/Removal/RemovalTarget.hpp"
-#include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Removal/MountStage.hpp"
 #include "Tests/Support/LoopFileSystem.hpp"
-#include "Tests/Support/RemovalKit.hpp"
-#include "Tests/Support/TemporaryVolume.hpp"
 
 namespace sorrel {
 namespace {
 
-/// Bind mounts in a volume, in a child that has a mount table of its own. Nothing is removed: these tests
-/// ask.
-class Origins : public testing::Test {
- protected:
-  /// Throws away what a child tells if it could not mount.
-  static void expect(const std::function<std::string()>& work, const std::string& expected) {
-    const std::string told = test::inMountingChild(work);
-    if (told == "skip") GTEST_SKIP() << "nothing can be mounted here";
-    EXPECT_EQ(told, expected);
-  }
-  [[nodiscard]] bool bind(const std::string& from, std::string_view to) const {
-    return ::mount(from.c_str(), volume_.folder(to).c_str(), nullptr, MS_BIND, nullptr) == 0;
-  }
-  [[nodiscard]] bool memory(std::string_view at) const {
-    return ::mount("memory", volume_.folder(at).c_str(), "tmpfs", 0, "mode=755") == 0;
-  }
-  /// What a helper's policy that refuses the folder "kept", or one of a user, says to an item.
-  [[nodiscard]] std::string helpers(const std::string& path) const {
-    return answer(path, RemovalPolicy::forHelper(test::kKnownUser));
-  }
-  [[nodiscard]] std::string roots(const std::string& path) const {
-    return answer(path, RemovalPolicy::forUser());
-  }
-  [[nodiscard]] std::string answer(const std::string& path, RemovalPolicy policy) const {
-    policy.protectSubtree(volume_.path("kept"));
-    const RemovalTarget target = RemovalTarget::find(path, policy);
-    return target.error() == 0 ? "free " : target.isRefused() ? "refused " : "error ";
-  }
-
-  const test::TemporaryVolume volume_;
-};
+using Origins = test::MountStage;
 
 TEST_F(Origins, aSystemFolderBoundIntoAJailIsStillASystemFolder) {
   expect(
@@ -140,6 +104,18 @@ TEST_F(Origins, aMountThatHidesTheOriginDoesNotOpenIt) {
   expect(
       [&]() -> std::string {
         if (!bind(volume_.path("kept/inner"), "shown") || !memory("kept")) return "skip";
+        return helpers(volume_.path("shown/file"));
+      },
+      "refused ");
+}
+
+TEST_F(Origins, aFolderOfTheSameNameIsNotTakenForTheOrigin) {
+  expect(
+      [&]() -> std::string {
+        if (!memory("disk")) return "skip";
+        volume_.file("disk/in/file", "x");
+        if (!bind(volume_.path("disk/in"), "shown") || !memory("disk")) return "skip";
+        volume_.folder("disk/in");
         return helpers(volume_.path("shown/file"));
       },
       "refused ");

@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <charconv>
+#include <iterator>
 #include <optional>
 #include <utility>
 
@@ -14,6 +15,11 @@
 
 namespace sorrel {
 namespace {
+
+constexpr std::string_view kLayerOptions[] = {"lowerdir+", "datadir+", "upperdir", "workdir"};
+constexpr std::string_view kServedTypes[] = {"nfs",    "nfs4",   "cifs", "smb3",  "smbfs",
+                                             "9p",     "afs",    "ceph", "coda",  "ncpfs",
+                                             "autofs", "lustre", "gfs2", "ocfs2", "virtiofs"};
 
 class OwnMountTable : public MountSource {
  public:
@@ -35,9 +41,7 @@ class OwnMountTable : public MountSource {
   }
 
  private:
-  static FileDescriptor opened() {
-    return FileDescriptor(::open("/proc/self/mountinfo", O_RDONLY | O_CLOEXEC));
-  }
+  static FileDescriptor opened() { return FileDescriptor(::open(kTable, O_RDONLY | O_CLOEXEC)); }
 
   FileDescriptor table_ = opened();
 };
@@ -66,6 +70,46 @@ std::string unescaped(std::string_view field) {
   return text;
 }
 
+/// The paths of a list that colons separate; a backslash makes the next byte part of a path.
+void addListed(std::string_view value, std::vector<std::string>& paths) {
+  std::string path;
+  for (std::size_t i = 0; i <= value.size(); ++i) {
+    if (i == value.size() || value[i] == ':') {
+      if (!path.empty()) paths.push_back(std::exchange(path, {}));
+    } else {
+      if (value[i] == '\\' && i + 1 < value.size()) ++i;
+      path += value[i];
+    }
+  }
+}
+
+/// Old kernels show the path of an option with the backslashes that it was given with, newer ones without.
+void addSingle(const std::string& value, std::vector<std::string>& paths) {
+  paths.push_back(value);
+  std::string plain;
+  for (std::size_t i = 0; i < value.size(); ++i) {
+    if (value[i] == '\\' && i + 1 < value.size()) ++i;
+    plain += value[i];
+  }
+  if (plain != value) paths.push_back(plain);
+}
+
+/// The options of an overlay have every comma of a path as \054.
+std::vector<std::string> layersIn(std::string_view options) {
+  std::vector<std::string> layers;
+  while (!options.empty()) {
+    const std::string_view option = options.substr(0, options.find(','));
+    options.remove_prefix(std::min(option.size() + 1, options.size()));
+    const std::size_t equals = option.find('=');
+    if (equals == std::string_view::npos) continue;
+    const std::string_view key = option.substr(0, equals);
+    const std::string value = unescaped(option.substr(equals + 1));
+    if (key == "lowerdir") addListed(value, layers);
+    if (std::ranges::find(kLayerOptions, key) != std::end(kLayerOptions)) addSingle(value, layers);
+  }
+  return layers;
+}
+
 // number parent major:minor root mount-point options optional-fields... - TYPE source super-options
 std::optional<Mount> parsed(std::string_view line) {
   Mount mount;
@@ -80,10 +124,16 @@ std::optional<Mount> parsed(std::string_view line) {
   while (!line.empty() && takeField(line) != "-") continue;
   mount.type = unescaped(takeField(line));
   if (mount.type.empty() || !mount.point.starts_with('/')) return std::nullopt;
+  takeField(line);
+  if (mount.type == "overlay") mount.layers = layersIn(takeField(line));
   return mount;
 }
 
 }  // namespace
+
+bool isServedType(std::string_view type) {
+  return type.starts_with("fuse") || std::ranges::find(kServedTypes, type) != std::end(kServedTypes);
+}
 
 std::vector<Mount> mountsIn(std::string_view mountTable) {
   std::vector<Mount> mounts;
@@ -101,12 +151,14 @@ bool MountTable::refresh() {
   if (!source_) source_ = MountSource::ofThisProcess();
   if (isRead_ && !source_->hasChanged()) return false;
   mounts_ = mountsIn(source_->read());
+  places_.clear();
+  for (std::size_t i = 0; i < mounts_.size(); ++i) places_.emplace(mounts_[i].number, i);
   return isRead_ = true;
 }
 
 const Mount* MountTable::find(std::uint64_t number) const {
-  const auto found = std::ranges::find(mounts_, number, &Mount::number);
-  return found == mounts_.end() ? nullptr : &*found;
+  const auto found = places_.find(number);
+  return found == places_.end() ? nullptr : &mounts_[found->second];
 }
 
 }  // namespace sorrel

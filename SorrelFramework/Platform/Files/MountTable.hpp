@@ -1,9 +1,11 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_map>
 #include <vector>
 
 namespace sorrel {
@@ -15,9 +17,14 @@ struct Mount {
   std::string root;    ///< the folder of that file system that is mounted, "/" for all of it
   std::string point;   ///< where it is mounted
   std::string type;    ///< as mount(8) calls it
+  /// The folders that an overlay shows or works in, as its options name them; none for other types.
+  std::vector<std::string> layers{};
 
   friend bool operator==(const Mount&, const Mount&) = default;
 };
+
+/// True for types whose files another process or machine serves, which may never answer.
+[[nodiscard]] bool isServedType(std::string_view type);
 
 /// The lines of a mount table, in their order; a line that cannot be read is skipped.
 [[nodiscard]] std::vector<Mount> mountsIn(std::string_view mountTable);
@@ -25,10 +32,11 @@ struct Mount {
 /// Where the mount table comes from.
 class MountSource {
  public:
+  static constexpr const char* kTable = "/proc/self/mountinfo";
   virtual ~MountSource() = default;
   /// False if the table is the same as at the last read().
   virtual bool hasChanged() = 0;
-  /// The text of /proc/self/mountinfo.
+  /// The text of kTable.
   virtual std::string read() = 0;
 
   static std::unique_ptr<MountSource> ofThisProcess();
@@ -50,6 +58,7 @@ class MountTable {
  private:
   std::unique_ptr<MountSource> source_;
   std::vector<Mount> mounts_;
+  std::unordered_map<std::uint64_t, std::size_t> places_;  // in mounts_, by number
   bool isRead_ = false;
 };
 

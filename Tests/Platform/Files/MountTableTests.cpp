@@ -40,6 +40,30 @@ TEST(MountTable, aBackslashThatIsNoEscapeStays) {
   EXPECT_EQ(mountsIn("1 0 0:1 / /a\\9\\08x\\12 rw - ext4 x rw").at(0).point, "/a\\9\\08x\\12");
 }
 
+TEST(MountTable, namesTheLayersOfAnOverlay) {
+  const auto layersOf = [](const std::string& type, const std::string& options) {
+    return mountsIn("1 0 0:1 / /a rw - " + type + " x " + options).at(0).layers;
+  };
+  using Texts = std::vector<std::string>;
+  EXPECT_EQ(layersOf("overlay", "rw,lowerdir=/l/1:/l/2,upperdir=/u,workdir=/w,xino=off"),
+            (Texts{"/l/1", "/l/2", "/u", "/w"}));
+  EXPECT_EQ(layersOf("overlay", "ro,lowerdir=/with\\040blank,lowerdir=/a\\054b\\134:c::/data"),
+            (Texts{"/with blank", "/a,b:c", "/data"}));
+  EXPECT_EQ(layersOf("overlay", "rw,lowerdir+=/a:b,lowerdir+=/c,datadir+=/d"), (Texts{"/a:b", "/c", "/d"}));
+  EXPECT_EQ(layersOf("overlay", "rw,upperdir=/a\\134:b"), (Texts{"/a\\:b", "/a:b"})) << "either may be meant";
+  EXPECT_EQ(layersOf("overlay", "rw,lowerdir,upperdir="), Texts{""});
+  EXPECT_EQ(layersOf("ext4", "rw,lowerdir=/l"), Texts{});
+}
+
+TEST(MountTable, knowsTypesThatAServerAnswersFor) {
+  for (const char* type : {"fuse", "fuseblk", "fuse.sshfs", "nfs", "nfs4", "cifs", "9p", "autofs"}) {
+    EXPECT_TRUE(isServedType(type)) << type;
+  }
+  for (const char* type : {"ext4", "btrfs", "tmpfs", "overlay", "proc", ""}) {
+    EXPECT_FALSE(isServedType(type)) << type;
+  }
+}
+
 /// A table that the test changes.
 struct Script {
   std::string text;
