@@ -89,6 +89,15 @@ TEST(RootProgram, itsUnitShowsPathsAsTheCallerSeesThem) {
   }
 }
 
+TEST(RootProgram, itsUnitCanWriteNowhereInTheSystemsOwnFolders) {
+  const std::string unit = test::contentOf(kBundle + "unit.service");
+  for (const char* line :
+       {"ReadOnlyPaths=-/usr -/etc -/boot -/efi", "ReadWritePaths=-/usr/local", "PrivateMounts=yes",
+        "DevicePolicy=closed", "IPAddressDeny=any", "ProtectClock=yes", "ProtectHostname=yes"}) {
+    EXPECT_NE(unit.find(std::string("\n") + line + "\n"), std::string::npos) << line;
+  }
+}
+
 TEST(RootProgram, onlyAnAdministratorAtTheMachineIsEverAsked) {
   const std::string actions = test::contentOf(kBundle + "actions.policy");
   const auto count = [&](const std::string& text) {

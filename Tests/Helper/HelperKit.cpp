@@ -38,6 +38,8 @@ const std::string kServices = "/usr/share/dbus-1/system-services/";
 /// not write to those of the machine.
 const std::vector<std::string> kWritten = {"/usr/libexec",
                                            "/usr/lib/systemd/system",
+                                           "/usr/local/lib",
+                                           "/usr/share/fonts",
                                            "/usr/share/dbus-1/system-services",
                                            "/usr/share/dbus-1/system.d",
                                            "/usr/share/polkit-1/actions",
