@@ -25,6 +25,7 @@ namespace sorrel {
 class IdentityText {
  public:
   using value_type = char;
+  using iterator = std::string::iterator;
   using const_iterator = std::string::const_iterator;
   static constexpr std::size_t npos = std::string::npos;
 
@@ -49,6 +50,12 @@ class IdentityText {
   [[nodiscard]] const char* data() const { return text().data(); }
   [[nodiscard]] const_iterator begin() const { return text().begin(); }
   [[nodiscard]] const_iterator end() const { return text().end(); }
+  [[nodiscard]] iterator begin() { return text().begin(); }
+  [[nodiscard]] iterator end() { return text().end(); }
+  [[nodiscard]] auto rbegin() const { return text().rbegin(); }
+  [[nodiscard]] auto rend() const { return text().rend(); }
+  [[nodiscard]] auto rbegin() { return text().rbegin(); }
+  [[nodiscard]] auto rend() { return text().rend(); }
   [[nodiscard]] char front() const { return text().front(); }
   [[nodiscard]] char back() const { return text().back(); }
   [[nodiscard]] char at(std::size_t index) const { return text().at(index); }
@@ -64,6 +71,14 @@ class IdentityText {
   template <class... Arguments>
   [[nodiscard]] std::size_t rfind(const Arguments&... arguments) const {
     return text().rfind(arguments...);
+  }
+  template <class... Arguments>
+  [[nodiscard]] std::size_t find_first_of(const Arguments&... arguments) const {
+    return text().find_first_of(arguments...);
+  }
+  template <class... Arguments>
+  [[nodiscard]] std::size_t find_last_of(const Arguments&... arguments) const {
+    return text().find_last_of(arguments...);
   }
   template <class... Arguments>
   [[nodiscard]] int compare(const Arguments&... arguments) const {
@@ -82,6 +97,20 @@ class IdentityText {
   IdentityText& assign(const Arguments&... arguments) {
     return text().assign(arguments...), *this;
   }
+  /// Give what std::string gives: the whole string, or where the inserted characters begin.
+  template <class... Arguments>
+  decltype(auto) insert(const Arguments&... arguments) {
+    return text().insert(arguments...);
+  }
+  template <class... Arguments>
+  std::string& replace(const Arguments&... arguments) {
+    return text().replace(arguments...);
+  }
+  void swap(std::string& other) { text().swap(other); }
+  void swap(IdentityText& other) { text().swap(other.text()); }
+  friend void swap(IdentityText& a, IdentityText& b) { a.swap(b); }
+  friend void swap(IdentityText& a, std::string& b) { a.swap(b); }
+  friend void swap(std::string& a, IdentityText& b) { b.swap(a); }
   void push_back(char tail) { text().push_back(tail); }
   void clear() { text().clear(); }
 

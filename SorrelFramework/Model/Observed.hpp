@@ -1,7 +1,9 @@
 #pragma once
 
+#include <concepts>
 #include <cstddef>
 #include <functional>
+#include <iosfwd>
 
 #include "SorrelFramework/Model/Enumerations.hpp"
 
@@ -37,8 +39,29 @@ class Observed {
   Integer operator++(int) { return *this += 1, value_ - 1; }
   Integer operator--(int) { return *this -= 1, value_ + 1; }
 
+  /// As for a plain integer, a text that is no number assigns 0.
+  template <class Char, class Traits>
+  friend std::basic_istream<Char, Traits>& operator>>(std::basic_istream<Char, Traits>& in, Observed& field) {
+    Integer value = field;
+    if (in >> value || value != field) field = value;
+    return in;
+  }
+
+  friend void swap(Observed& a, Observed& b) { exchange(a, b); }
+  /// With the field of another kind of record.
+  template <class Other>
+  requires(!std::same_as<Other, Record>) friend void swap(Observed& a, Observed<Other>& b) { exchange(a, b); }
+  friend void swap(Observed& a, Integer& b) { exchange(a, b); }
+  friend void swap(Integer& a, Observed& b) { exchange(b, a); }
+
  private:
   friend Record;
+  static void exchange(Observed& a, auto& b) {
+    const Integer value = a;
+    a = static_cast<Integer>(b);
+    b = value;
+  }
+
   Observed(Record& record, Integer value) noexcept : record_(&record), value_(value) {}
 
   Record* record_ = nullptr;  // null: this object is a copy

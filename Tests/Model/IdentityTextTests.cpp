@@ -144,6 +144,40 @@ TEST(IdentityText, assignmentOfItselfChangesNothing) {
   EXPECT_EQ(file->hashValueString, "own");
 }
 
+TEST(IdentityText, isSearchedAndEditedLikeAString) {
+  const auto file = makeFile();
+  IdentityText& field = file->hashValueString;
+  EXPECT_EQ(field.find_first_of(":"), kText.find_first_of(":"));
+  EXPECT_EQ(field.find_last_of(":/", 4), kText.find_last_of(":/", 4));
+  EXPECT_EQ(std::string(field.rbegin(), field.rend()), std::string(kText.rbegin(), kText.rend()));
+  field = "a-b";
+  field.replace(1, 1, "--").insert(0, ">");
+  EXPECT_EQ(field, ">a--b");
+  EXPECT_EQ(*field.insert(field.begin(), '!'), '!');
+  for (char& c : field) c = c == '-' ? '+' : c;
+  *field.rbegin() = 'c';
+  EXPECT_EQ(field, "!>a++c");
+  EXPECT_EQ(*std::as_const(field).rbegin(), 'c');
+}
+
+TEST(IdentityText, swapsWithAStringAndWithAnotherRecords) {
+  using std::swap;
+  const auto file = makeFile();
+  const auto other = makeFile();
+  const std::string& seen = file->hashValueString;
+  std::string text = "own";
+  file->hashValueString.swap(text);
+  EXPECT_EQ(text, kText);
+  EXPECT_EQ(seen, "own");
+  swap(file->hashValueString, other->hashValueString);
+  EXPECT_EQ(seen, kText);
+  EXPECT_EQ(other->hashValueString, "own");
+  swap(text, other->hashValueString);
+  EXPECT_EQ(text, "own");
+  swap(other->hashValueString, text);
+  EXPECT_EQ(text, kText);
+}
+
 TEST(IdentityText, firstReadOnManyThreadsGivesAllTheSameString) {
   constexpr int kThreads = 4;
   for (int round = 0; round < 50; ++round) {

@@ -99,6 +99,41 @@ TEST(Observed, swapIsOneAssignmentOfEach) {
   EXPECT_EQ(second.seen, (std::vector<Integer>{1}));
 }
 
+TEST(Observed, swapTakesFieldsOfOtherRecordsAndPlainIntegers) {
+  struct Other {
+    explicit Other(Integer value) : finderID(*this, value) {}
+    void finderIDWasSet() { ++count; }
+    int count = 0;
+    Observed<Other> finderID;
+  };
+  using std::swap;
+  Diary diary(1);
+  Diary second(5);
+  Other other(2);
+  swap(diary.finderID, other.finderID);
+  EXPECT_EQ(diary.seen, std::vector<Integer>{2});
+  EXPECT_EQ(other.finderID, 1);
+  EXPECT_EQ(other.count, 1);
+  Integer plain = 3;
+  swap(diary.finderID, plain);
+  EXPECT_EQ(plain, 2);
+  swap(diary.finderID, second.finderID);
+  EXPECT_EQ(diary.seen, (std::vector<Integer>{2, 3, 5}));
+  EXPECT_EQ(second.seen, std::vector<Integer>{3});
+}
+
+TEST(Observed, inputIsOneAssignment) {
+  Diary diary(1);
+  std::istringstream in("7 x");
+  in >> diary.finderID;
+  EXPECT_EQ(diary.seen, std::vector<Integer>{7});
+  in >> diary.finderID;
+  EXPECT_TRUE(in.fail());
+  EXPECT_EQ(diary.seen, (std::vector<Integer>{7, 0}));
+  in >> diary.finderID;  // nothing is read from a stream that has failed
+  EXPECT_EQ(diary.seen, (std::vector<Integer>{7, 0}));
+}
+
 TEST(Observed, isWhereAnIntegerIsExpected) {
   const Diary diary(5);
   const auto& id = diary.finderID;
