@@ -22,6 +22,8 @@ class FileShredder {
   /// 0, or the errno of the first failure: those of FileOverwriter, and EIO for bytes that don't come back as
   /// they were written.
   [[nodiscard]] int run();
+  /// Whether data stayed that can't be overwritten in place.
+  [[nodiscard]] bool hasLeftData() const noexcept { return overwriter_.hasLeftData(); }
 
  private:
   FileOverwriter overwriter_;

@@ -291,6 +291,15 @@ void HelperService::Core::startWork(HelperCall& call) {
   log_.info(call.described() + " paths=" + std::to_string(call.paths()) + " start");
 }
 
+namespace {
+
+/// A shred removes data that it could not overwrite in place, which the caller is not told.
+std::string notOverwritten(const ResultTable& results) {
+  return results.remarks() == 0 ? "" : " not-overwritten=" + std::to_string(results.remarks());
+}
+
+}  // namespace
+
 void HelperService::Core::finished(std::uint64_t id, const Supervisor::Ending& ending) {
   HelperCall* const call = calls_.find(id);
   if (call == nullptr) return;
@@ -299,10 +308,10 @@ void HelperService::Core::finished(std::uint64_t id, const Supervisor::Ending& e
       ending.outcome.value_or(EventOutcome{false, static_cast<std::int32_t>(call->form.failure())});
   logFailures(*call, results);
   if (configuration_.logsPaths && call->form.removes()) logRemoved(*call, results);
-  log_.info(call->described() + " done=" + std::to_string(results.successes()) + " failed=" +
-            std::to_string(call->paths() - results.successes()) + " flag=" + (told.flag ? "1" : "0") +
-            " code=" + std::to_string(told.code) + " worker-memory=" + std::to_string(ending.peakMemory) +
-            "KiB" + (ending.outcome.has_value() ? " end" : " killed"));
+  log_.info(call->described() + " done=" + std::to_string(results.successes()) +
+            " failed=" + std::to_string(call->paths() - results.successes()) + notOverwritten(results) +
+            " flag=" + (told.flag ? "1" : "0") + " code=" + std::to_string(told.code) + " worker-memory=" +
+            std::to_string(ending.peakMemory) + "KiB" + (ending.outcome.has_value() ? " end" : " killed"));
   const Reply reply = Reply::of(call->form, *call->view, results, told);
   repliedBytes_ += reply.bytes;
   lastWork_ = Clock::now();

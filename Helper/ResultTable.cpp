@@ -9,6 +9,7 @@ void ResultTable::set(std::size_t index, HelperEventErrorID status, std::string_
   statuses_[index] = static_cast<std::uint8_t>(status);
   if (status == HelperEventErrorID::Success) {
     ++successes_;
+    if (!text.empty()) ++remarks_;
     return;
   }
   const std::uint32_t place = keep(text.substr(0, kMostResultText));

@@ -29,6 +29,8 @@ class ResultTable {
   [[nodiscard]] bool isKnown(std::size_t index) const { return statuses_[index] != kOpen; }
   [[nodiscard]] bool isSuccess(std::size_t index) const { return statuses_[index] == 0; }
   [[nodiscard]] std::size_t successes() const noexcept { return successes_; }
+  /// Successes that came with a text.
+  [[nodiscard]] std::size_t remarks() const noexcept { return remarks_; }
   /// The status of an entry, `otherwise` if nothing is known.
   [[nodiscard]] HelperEventErrorID status(std::size_t index, HelperEventErrorID otherwise) const;
   /// The text of a failure, `otherwise` if there is none.
@@ -44,6 +46,7 @@ class ResultTable {
   std::string texts_;                  // each with its length in two bytes before it
   std::map<std::string, std::uint32_t, std::less<>> shared_;
   std::size_t successes_ = 0;
+  std::size_t remarks_ = 0;
 };
 
 }  // namespace sorrel::helper

@@ -13,6 +13,7 @@ namespace sorrel::helper {
 namespace {
 
 constexpr std::string_view kNotOverwritten = "Couldn’t be overwritten";
+constexpr std::string_view kLeftData = "Data in shared, compressed or copied blocks was not overwritten";
 constexpr std::string_view kNotRemoved = "Couldn’t be removed";
 
 /// The refusal of a policy is no failure of the overwriting.
@@ -21,9 +22,13 @@ PathResult notFound(const RemovalTarget& target) {
   return failed(status, kNotOverwritten, target);
 }
 
-int overwrite(const RemovalTarget& target) {
+int overwrite(const RemovalTarget& target, bool& hasLeftData) {
   const FileDescriptor file = FileOverwriter::open(target.item(), target.identity());
-  return file.isOpen() ? FileShredder(file.get()).run() : errno;
+  if (!file.isOpen()) return errno;
+  FileShredder shredder(file.get());
+  const int error = shredder.run();
+  hasLeftData = shredder.hasLeftData();
+  return error;
 }
 
 int removeName(const RemovalTarget& target, int flags) {
@@ -32,13 +37,15 @@ int removeName(const RemovalTarget& target, int flags) {
 }
 
 PathResult shred(const RemovalTarget& target) {
+  bool hasLeftData = false;
   if (S_ISREG(target.identity().mode)) {
-    if (const int error = overwrite(target)) {
+    if (const int error = overwrite(target, hasLeftData)) {
       return failed(HelperEventErrorID::ShreadFail, kNotOverwritten, error);
     }
   }
-  const int error = removeName(target, 0);
-  return error == 0 ? succeeded() : failed(HelperEventErrorID::DeleteError, kNotRemoved, error);
+  if (const int error = removeName(target, 0))
+    return failed(HelperEventErrorID::DeleteError, kNotRemoved, error);
+  return {HelperEventErrorID::Success, std::string(hasLeftData ? kLeftData : "")};
 }
 
 }  // namespace

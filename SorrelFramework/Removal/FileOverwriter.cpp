@@ -1,6 +1,7 @@
 #include "SorrelFramework/Removal/FileOverwriter.hpp"
 
 #include <fcntl.h>
+#include <linux/fiemap.h>
 #include <sys/stat.h>
 
 #include <algorithm>
@@ -9,27 +10,35 @@
 #include <string>
 #include <vector>
 
+#include "SorrelFramework/Platform/Files/FileExtents.hpp"
+
 namespace sorrel {
 namespace {
 
-struct Range {
+struct Data {
   std::size_t begin;
   std::size_t end;
 };
 
 /// The next data of the file at or after `from`, cut at `size`; empty if there is none. Nothing, with errno,
 /// on failure. A file system without holes reports the whole file.
-std::optional<Range> nextData(int file, std::size_t from, std::size_t size) {
+std::optional<Data> nextData(int file, std::size_t from, std::size_t size) {
   const off_t begin = ::lseek(file, static_cast<off_t>(from), SEEK_DATA);
-  if (begin < 0 && errno == ENXIO) return Range{size, size};
-  if (begin < 0 && errno == EINVAL) return Range{from, size};
+  if (begin < 0 && errno == ENXIO) return Data{size, size};
+  if (begin < 0 && errno == EINVAL) return Data{from, size};
   if (begin < 0) return std::nullopt;
   const off_t end = ::lseek(file, begin, SEEK_HOLE);
   // The file was cut in between.
-  if (end < 0 && errno == ENXIO) return Range{size, size};
+  if (end < 0 && errno == ENXIO) return Data{size, size};
   if (end < 0) return std::nullopt;
-  return Range{std::min(static_cast<std::size_t>(begin), size),
-               std::min(static_cast<std::size_t>(end), size)};
+  return Data{std::min(static_cast<std::size_t>(begin), size), std::min(static_cast<std::size_t>(end), size)};
+}
+
+/// Extents whose data the file system writes to new blocks. Encrypted ones are coded too, and written in
+/// place.
+bool isWrittenElsewhere(const FileExtent& extent) {
+  constexpr std::uint32_t kCoded = FIEMAP_EXTENT_ENCODED | FIEMAP_EXTENT_DATA_ENCRYPTED;
+  return (extent.flags & FIEMAP_EXTENT_SHARED) != 0 || (extent.flags & kCoded) == FIEMAP_EXTENT_ENCODED;
 }
 
 }  // namespace
@@ -86,14 +95,44 @@ int FileOverwriter::verify(unsigned char byte) {
 }
 
 int FileOverwriter::forEachBlock(const Step& step) {
+  hasLeftData_ = false;
   std::vector<unsigned char> buffer(std::min(kBlock, size_));
   for (std::size_t at = 0; at < size_;) {
-    const auto data = nextData(file_, at, size_);
-    if (!data) return errno;
-    if (const int error = inRange(data->begin, data->end, buffer, step)) return error;
-    at = data->end;
+    const auto ranges = rangesFrom(at, at);
+    if (!ranges) return errno;
+    for (const Range& range : *ranges) {
+      if (const int error = inRange(range.begin, range.end, buffer, step)) return error;
+    }
   }
   return 0;
+}
+
+/// What is to be written from `from` to `next`. Nothing, with errno, on failure.
+std::optional<std::vector<FileOverwriter::Range>> FileOverwriter::rangesFrom(std::size_t from,
+                                                                             std::size_t& next) {
+  std::vector<Range> ranges;
+  const bool isCopied = isCopiedOnWrite(file_);
+  // Data that has no extent yet gets one first.
+  const auto extents = isCopied ? std::nullopt : extentsFrom(file_, from, size_, FIEMAP_FLAG_SYNC);
+  if (!extents) {
+    const auto data = nextData(file_, from, size_);
+    if (!data) return std::nullopt;
+    next = data->end;
+    hasLeftData_ = hasLeftData_ || (isCopied && data->begin < data->end);
+    if (!isCopied) ranges.push_back({data->begin, data->end});
+    return ranges;
+  }
+  next = size_;
+  for (const FileExtent& extent : *extents) {
+    const std::size_t begin = std::clamp<std::size_t>(extent.logical, from, size_);
+    const std::size_t end = std::clamp<std::size_t>(extent.logical + extent.length, from, size_);
+    const bool isLast = (extent.flags & FIEMAP_EXTENT_LAST) != 0;
+    next = isLast ? size_ : end;
+    if ((extent.flags & FIEMAP_EXTENT_UNWRITTEN) != 0) continue;
+    hasLeftData_ = hasLeftData_ || (isWrittenElsewhere(extent) && begin < end);
+    if (!isWrittenElsewhere(extent)) ranges.push_back({begin, end});
+  }
+  return ranges;
 }
 
 int FileOverwriter::inRange(std::size_t begin, std::size_t end, Block buffer, const Step& step) {

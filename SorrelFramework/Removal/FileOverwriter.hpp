@@ -4,8 +4,10 @@
 
 #include <cstddef>
 #include <functional>
+#include <optional>
 #include <span>
 #include <utility>
+#include <vector>
 
 #include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "SorrelFramework/Removal/ItemIdentity.hpp"
@@ -13,9 +15,10 @@
 namespace sorrel {
 
 /// Writes over what an open regular file holds, in place: a block at a time, within the size that the file
-/// has at the first pass, and only where the file has data. Holes and unwritten extents stay as they are, so
-/// that the file takes no more room than before. On file systems that write elsewhere (copy on write, flash)
-/// the old content may stay on the device.
+/// has at the first pass, and only where the file has data in blocks that are its own. What would be written
+/// to new blocks stays as it is, so that the file takes no more room than before and nothing is gained by
+/// writing: holes, unwritten extents, extents that other files share, compressed ones, and all data on file
+/// systems that copy on write. On flash memory the old content may stay on the device.
 class FileOverwriter {
  public:
   static constexpr std::size_t kBlock = std::size_t{1} << 20;
@@ -36,20 +39,29 @@ class FileOverwriter {
   /// One pass over all data, brought to the disk. 0 or an errno: EMLINK for a file that has other names,
   /// whose content is not ours to destroy; EIO for a short write.
   [[nodiscard]] int write(const Fill& fill);
-  /// 0 if all data reads back as `byte`, else EIO or the errno of a failure.
+  /// 0 if all data that the passes write reads back as `byte`, else EIO or the errno of a failure.
   [[nodiscard]] int verify(unsigned char byte);
+
+  /// Whether the last pass left data as it was, since it would have been written to new blocks.
+  [[nodiscard]] bool hasLeftData() const noexcept { return hasLeftData_; }
 
  private:
   /// What is done with a block of data: 0 or an errno.
   using Step = std::function<int(Block block, std::size_t offset)>;
+  struct Range {
+    std::size_t begin;
+    std::size_t end;
+  };
   int measure();
   int forEachBlock(const Step& step);
+  std::optional<std::vector<Range>> rangesFrom(std::size_t from, std::size_t& next);
   int inRange(std::size_t begin, std::size_t end, Block buffer, const Step& step);
 
   int file_;
   Sync sync_;
   std::size_t size_ = 0;
   bool isMeasured_ = false;
+  bool hasLeftData_ = false;
 };
 
 }  // namespace sorrel

@@ -295,9 +295,11 @@ TEST(Layers, includesInsideTheFrameworkNameFilesOfTheFramework) {
 /// Whether the root program may include `target`, relative to SorrelFramework/.
 bool isForTheHelper(std::string_view target) {
   static const std::vector<std::string_view> kShared = {
-      "HelpTool/EventCodec.hpp",         "HelpTool/HelperProtocol.hpp",   "HelpTool/HelperWireNames.hpp",
-      "HelpTool/MessageView.hpp",        "HelpTool/SealedMemory.hpp",     "Platform/Base/FileDescriptor.hpp",
-      "Platform/Files/FolderStream.hpp", "Platform/Files/MountTable.hpp", "Platform/Files/OpenResolving.hpp"};
+      "HelpTool/EventCodec.hpp",        "HelpTool/HelperProtocol.hpp",
+      "HelpTool/HelperWireNames.hpp",   "HelpTool/MessageView.hpp",
+      "HelpTool/SealedMemory.hpp",      "Platform/Base/FileDescriptor.hpp",
+      "Platform/Files/FileExtents.hpp", "Platform/Files/FolderStream.hpp",
+      "Platform/Files/MountTable.hpp",  "Platform/Files/OpenResolving.hpp"};
   return firstFolder(target) == "Removal" || contains(kShared, target);
 }
 

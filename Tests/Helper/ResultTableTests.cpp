@@ -48,5 +48,14 @@ TEST(ResultTable, textsBeyondTheirCapAreLeftOutAndTheirStatusIsNot) {
   EXPECT_EQ(table.text(0, "short"), base + "1000000");
 }
 
+TEST(ResultTable, countsTheSuccessesThatCameWithAText) {
+  ResultTable table(3);
+  table.set(0, HelperEventErrorID::Success, "not overwritten");
+  table.set(1, HelperEventErrorID::Success, "");
+  table.set(2, HelperEventErrorID::DeleteError, "why");
+  EXPECT_EQ(table.remarks(), 1U);
+  EXPECT_EQ(table.text(0, "none"), "none");
+}
+
 }  // namespace
 }  // namespace sorrel::helper

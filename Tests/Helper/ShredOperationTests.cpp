@@ -9,6 +9,7 @@
 #include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Helper/EventKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/LoopFileSystem.hpp"
 
 namespace sorrel::helper {
 namespace {
@@ -55,6 +56,30 @@ TEST_F(ShredOperationTest, shred_hard_link_keeps_other_name) {
   EXPECT_EQ(descOf(path), "Couldn’t be overwritten: Too many links");
   EXPECT_EQ(test::contentOf(volume.path("other")), "precious");
   EXPECT_TRUE(isThere(path));
+}
+
+TEST_F(ShredOperationTest, aCloneGoesOnAFullDiskAndItsDataStaysWithTheOther) {
+  const std::string answer = test::inMountingChild([&]() -> std::string {
+    const test::LoopFileSystem disk("xfs", volume.path("image"), volume.path("disk"));
+    if (!disk.isMounted()) return "skip";
+    const std::string content(std::size_t{64} << 20, 's');
+    const std::string path = volume.file("disk/file", content);
+    const std::string other = volume.path("disk/other");
+    if (!test::cloneFile(path, other)) return "skip";
+    const FileDescriptor rest(::open(volume.path("disk/rest").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
+    // All that the disk has, less a few blocks.
+    for (off_t at = 0, piece = off_t{32} << 20; piece > (off_t{1} << 18);) {
+      if (::fallocate(rest.get(), 0, at, piece) == 0)
+        at += piece;
+      else
+        piece /= 2;
+    }
+    const bool flag = shredAll({path}).flag;
+    return std::string(flag ? "done " : "failed ") + descOf(path) + (isThere(path) ? " there" : "") +
+           (test::contentOf(other) == content ? "" : " other changed");
+  });
+  if (answer == "skip") GTEST_SKIP() << "nothing can be mounted here";
+  EXPECT_EQ(answer, "done Data in shared, compressed or copied blocks was not overwritten");
 }
 
 TEST_F(ShredOperationTest, shred_folder_with_link_keeps_target) {

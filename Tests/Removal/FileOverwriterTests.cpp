@@ -2,8 +2,12 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
+#include <linux/fs.h>
+#include <sys/ioctl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/statvfs.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -87,6 +91,95 @@ TEST_P(FileOverwriterOn, holesAndUnwrittenExtentsTakeNoRoom) {
   EXPECT_EQ(told, "");
 }
 INSTANTIATE_TEST_SUITE_P(FileOverwriter, FileOverwriterOn, testing::Values("tmpfs", "xfs"));
+
+/// Files on a small disk whose data lies in blocks that are not theirs alone, or moves when it is written.
+class FileOverwriterOnDisk : public FileOverwriterTest {
+ protected:
+  /// Runs `work` in a child with the disk mounted; "skip" where that can't be done.
+  void onDisk(const std::string& type, const std::string& options, const std::function<std::string()>& work) {
+    const std::string answer = test::inMountingChild([&]() -> std::string {
+      const test::LoopFileSystem disk(type, volume_.path("image"), volume_.path("disk"), options);
+      return disk.isMounted() ? work() : "skip";
+    });
+    if (answer == "skip") GTEST_SKIP() << "nothing can be mounted here";
+    EXPECT_EQ(answer, "");
+  }
+  [[nodiscard]] std::string written(const std::string& name, std::size_t size) const {
+    std::string text(size, 's');
+    const FileDescriptor file = opened(name);
+    if (!writeAll(file.get(), text) || ::fsync(file.get()) != 0) return "skip";
+    return "";
+  }
+  [[nodiscard]] std::uint64_t freeBlocks() const {
+    struct statvfs disk {};
+    const FileDescriptor point(::open(volume_.path("disk").c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
+    ::syncfs(point.get());
+    return ::fstatvfs(point.get(), &disk) == 0 ? disk.f_bfree : 0;
+  }
+  /// "" if all passes leave the data of the file as it is, and the disk as full.
+  [[nodiscard]] std::string faultOfLeaving(const std::string& name, std::size_t size) const {
+    const FileDescriptor file = opened(name);
+    const std::uint64_t before = freeBlocks();
+    FileOverwriter overwriter(file.get());
+    if (const int error = overwriter.write(fillWithX)) return "write: error " + std::to_string(error);
+    if (!overwriter.hasLeftData()) return "nothing was left";
+    if (freeBlocks() + 256 < before) return "the disk is fuller";
+    if (overwriter.verify('x') != 0) return "what was left was read back";
+    return test::contentOf(volume_.path(name)) == std::string(size, 's') ? "" : "data has changed";
+  }
+
+  static constexpr std::size_t kMuch = std::size_t{8} << 20;
+};
+
+TEST_F(FileOverwriterOnDisk, aCloneIsLeftAsItIs) {
+  onDisk("xfs", "", [&]() -> std::string {
+    if (!written("disk/file", kMuch).empty()) return "skip";
+    if (!test::cloneFile(volume_.path("disk/file"), volume_.path("disk/clone"))) return "skip";
+    return faultOfLeaving("disk/clone", kMuch);
+  });
+}
+
+TEST_F(FileOverwriterOnDisk, ofAPartlySharedFileItsOwnBlocksAreOverwritten) {
+  onDisk("xfs", "", [&]() -> std::string {
+    if (!written("disk/file", 3 * kFar).empty()) return "skip";
+    if (!test::cloneFile(volume_.path("disk/file"), volume_.path("disk/clone"))) return "skip";
+    const FileDescriptor file = opened("disk/clone");
+    const std::string own(kFar, 'o');
+    if (::pwrite(file.get(), own.data(), own.size(), kFar) != static_cast<ssize_t>(kFar)) return "skip";
+    FileOverwriter overwriter(file.get());
+    if (overwriter.write(fillWithX) != 0 || overwriter.verify('x') != 0) return "not overwritten";
+    if (!overwriter.hasLeftData()) return "nothing was left";
+    const std::string found = test::contentOf(volume_.path("disk/clone"));
+    return found == std::string(kFar, 's') + std::string(kFar, 'x') + std::string(kFar, 's') ? ""
+                                                                                             : "other data";
+  });
+}
+
+TEST_F(FileOverwriterOnDisk, whatIsCopiedOnWriteIsLeftAsItIs) {
+  onDisk("btrfs", "", [&]() -> std::string {
+    if (!written("disk/file", kMuch).empty()) return "skip";
+    return faultOfLeaving("disk/file", kMuch);
+  });
+}
+
+TEST_F(FileOverwriterOnDisk, compressedDataIsLeftAsItIs) {
+  onDisk("btrfs", "compress-force=zstd", [&]() -> std::string {
+    if (!written("disk/file", kMuch).empty()) return "skip";
+    return faultOfLeaving("disk/file", kMuch);
+  });
+}
+
+TEST_F(FileOverwriterOnDisk, aFileThatIsExemptFromCopyingIsOverwritten) {
+  onDisk("btrfs", "", [&]() -> std::string {
+    const FileDescriptor file = opened("disk/file");
+    int attributes = FS_NOCOW_FL;
+    if (::ioctl(file.get(), FS_IOC_SETFLAGS, &attributes) != 0) return "skip";
+    if (!written("disk/file", kFar).empty()) return "skip";
+    FileOverwriter overwriter(file.get());
+    if (overwriter.write(fillWithX) != 0 || overwriter.hasLeftData()) return "left";
+    return test::contentOf(volume_.path("disk/file")) == std::string(kFar, 'x') ? "" : "not overwritten";
+  });
+}
 
 TEST_F(FileOverwriterTest, keepsToTheSizeOfTheFirstPass) {
   const FileDescriptor file = opened("file");

@@ -1,17 +1,14 @@
 #include "SorrelFramework/Platform/Files/BlockSharing.hpp"
 
 #include <linux/fiemap.h>
-#include <linux/fs.h>
-#include <sys/ioctl.h>
 #include <sys/stat.h>
 
 #include <algorithm>
 #include <array>
-#include <cstddef>
 #include <limits>
-#include <new>
 
 #include "SorrelFramework/Platform/Digest/Digest.hpp"
+#include "SorrelFramework/Platform/Files/FileExtents.hpp"
 #include "SorrelFramework/Platform/Files/FileReadStream.hpp"
 
 namespace sorrel {
@@ -31,43 +28,15 @@ constexpr std::uint32_t kKindOfData = kCoded | FIEMAP_EXTENT_UNWRITTEN;
 bool isShared(const FileExtent& extent) { return (extent.flags & FIEMAP_EXTENT_SHARED) != 0; }
 bool isCoded(const FileExtent& extent) { return (extent.flags & kCoded) != 0; }
 
-/// Room for one question to the kernel and its answer.
-class ExtentQuestion {
- public:
-  bool ask(int file, std::uint64_t start, std::uint64_t length, std::uint32_t flags) {
-    head_ = new (buffer_.data()) fiemap{};
-    head_->fm_start = start;
-    head_->fm_length = length;
-    head_->fm_flags = flags;
-    head_->fm_extent_count = kCount;
-    return ::ioctl(file, FS_IOC_FIEMAP, head_) == 0 && head_->fm_mapped_extents <= kCount;
-  }
-  [[nodiscard]] std::size_t count() const { return head_->fm_mapped_extents; }
-  [[nodiscard]] const fiemap_extent& operator[](std::size_t index) const { return head_->fm_extents[index]; }
-
- private:
-  static constexpr std::uint32_t kCount = 128;
-
-  alignas(fiemap) std::array<std::byte, sizeof(fiemap) + kCount * sizeof(fiemap_extent)> buffer_;
-  fiemap* head_ = nullptr;
-};
-
 /// The extents of the first `size` bytes of a file; nothing if the file system can't tell, or for too many.
 std::optional<Extents> readExtents(int file, std::uint64_t size, std::uint32_t flags, std::size_t most) {
   Extents extents;
-  ExtentQuestion question;
-  for (std::uint64_t start = 0; start < size;) {
-    if (!question.ask(file, start, size - start, flags)) return std::nullopt;
-    if (question.count() == 0) return extents;
-    for (std::size_t i = 0; i < question.count(); ++i) {
-      const fiemap_extent& told = question[i];
-      if (extents.size() == most) return std::nullopt;
-      extents.push_back({told.fe_logical, told.fe_physical, told.fe_length, told.fe_flags});
-      if ((told.fe_flags & FIEMAP_EXTENT_LAST) != 0) return extents;
-    }
-    const std::uint64_t end = extents.back().logical + extents.back().length;
-    if (end <= start) return std::nullopt;
-    start = end;
+  for (std::uint64_t start = 0; start < size; start = extents.back().logical + extents.back().length) {
+    const auto more = extentsFrom(file, start, size, flags);
+    if (!more || extents.size() + more->size() > most) return std::nullopt;
+    if (more->empty()) return extents;
+    extents.insert(extents.end(), more->begin(), more->end());
+    if ((extents.back().flags & FIEMAP_EXTENT_LAST) != 0) return extents;
   }
   return extents;
 }

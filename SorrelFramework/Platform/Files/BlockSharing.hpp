@@ -6,15 +6,9 @@
 #include <string>
 #include <vector>
 
-namespace sorrel {
+#include "SorrelFramework/Platform/Files/FileExtents.hpp"
 
-/// A piece of a file and where it lies, as FIEMAP tells it (fiemap_extent in <linux/fiemap.h>).
-struct FileExtent {
-  std::uint64_t logical = 0;   ///< bytes from the start of the file
-  std::uint64_t physical = 0;  ///< bytes from the start of what the file system lies on
-  std::uint64_t length = 0;    ///< bytes; the last piece may reach beyond the end of the file
-  std::uint32_t flags = 0;     ///< FIEMAP_EXTENT_...
-};
+namespace sorrel {
 
 /// Which of a file's blocks on the disk other files have too, as clones (reflinks), deduplicated files and
 /// snapshots do. btrfs and XFS can tell; for most other file systems there is never anything to tell.

@@ -1,0 +1,27 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <vector>
+
+namespace sorrel {
+
+/// A piece of a file and where it lies, as FIEMAP reports it (fiemap_extent in <linux/fiemap.h>).
+struct FileExtent {
+  std::uint64_t logical = 0;   ///< bytes from the start of the file
+  std::uint64_t physical = 0;  ///< bytes from the start of what the file system lies on
+  std::uint64_t length = 0;    ///< bytes; the last piece may reach beyond the end of the file
+  std::uint32_t flags = 0;     ///< FIEMAP_EXTENT_...
+};
+
+/// The next extents of an open file from `start` on, of those that begin before `end`; empty if there are
+/// none. `flags` are FIEMAP_FLAG_... Nothing, with errno, if the file system reports no extents, or extents
+/// that end where they begin.
+std::optional<std::vector<FileExtent>> extentsFrom(int file, std::uint64_t start, std::uint64_t end,
+                                                   std::uint32_t flags);
+
+/// True if the file system writes the file's data to new blocks each time: btrfs (unless the file is exempt,
+/// chattr +C), bcachefs, ZFS and NILFS.
+bool isCopiedOnWrite(int file);
+
+}  // namespace sorrel
