@@ -101,5 +101,20 @@ TEST_F(SorrelAtWork, theEndOfTheHelperIsReportedWithWhatIsGone) {
       "sorrel: the privileged helper ended before it had finished. What is listed as removed is gone.\n");
 }
 
+TEST_F(SorrelAtWork, aHelperThatCannotBeStartedIsReportedApartFromNone) {
+  const auto statusOf = [](pid_t child) {
+    int status = 0;
+    EXPECT_EQ(::waitpid(child, &status, 0), child);
+    return WIFEXITED(status) ? WEXITSTATUS(status) : -1;
+  };
+  fs::copy_file("/usr/bin/false", "/usr/libexec/" + kService, fs::copy_options::overwrite_existing);
+  EXPECT_EQ(statusOf(clean()), 1);
+  EXPECT_EQ(errors(), "sorrel: the privileged helper cannot be started\n");
+  fs::remove(machine->folder().path("volume/Library/PrivilegedHelperTools/" + kService));
+  EXPECT_EQ(statusOf(clean()), 1);
+  EXPECT_EQ(errors(), "sorrel: there is no privileged helper to remove what you may not remove yourself\n");
+  for (int i = 0; i < 5; ++i) EXPECT_TRUE(exists(i));
+}
+
 }  // namespace
 }  // namespace sorrel::helper
