@@ -38,7 +38,15 @@ FileRemover::Session::Session(RemoveFunc remove)
 }
 
 std::optional<std::string> FileRemover::Session::removeItem(const URL& url) const {
-  const int error = remove_ ? errorOfReplacedRemoval(url) : errorOfRemoval(url);
+  return outcomeOf(url, remove_ ? errorOfReplacedRemoval(url) : errorOfRemoval(url));
+}
+
+std::optional<std::string> FileRemover::Session::removeItemWithoutBytes(const URL& url,
+                                                                        const ItemNumber& expected) const {
+  return outcomeOf(url, remove_ ? errorOfReplacedRemoval(url) : errorOfRemovalWithoutBytes(url, expected));
+}
+
+std::optional<std::string> FileRemover::Session::outcomeOf(const URL& url, int error) const {
   if (error != 0) return removalErrorText(url.lastPathComponent(), error);
   forgetTrashed(url);
   return std::nullopt;
@@ -53,10 +61,25 @@ void FileRemover::Session::finish() const { trash_->finish(); }
 /// The fence is asked of the item that is held, and not of a path that may lead elsewhere a moment later.
 int FileRemover::Session::errorOfRemoval(const URL& url) const {
   if (const int error = CleanFence::placeError(url); error != 0) return error;
-  const std::string path = normalPath(url.path());
-  RemovalTarget item = remover_->find(path);
-  const int refusal = item.error() == 0 ? fence_.error(path, item) : fence_.error(url);
+  RemovalTarget item = find(url);
+  const int refusal = refusalOf(url, item);
   return refusal != 0 ? refusal : remover_->remove(std::move(item)).error;
+}
+
+int FileRemover::Session::errorOfRemovalWithoutBytes(const URL& url, const ItemNumber& expected) const {
+  if (const int error = CleanFence::placeError(url); error != 0) return error;
+  RemovalTarget item = find(url);
+  if (const int refusal = refusalOf(url, item); refusal != 0) return refusal;
+  if (item.error() == 0 && item.identity().number != expected) return ESTALE;
+  return remover_->removeWithoutBytes(std::move(item)).error;
+}
+
+RemovalTarget FileRemover::Session::find(const URL& url) const {
+  return remover_->find(normalPath(url.path()));
+}
+
+int FileRemover::Session::refusalOf(const URL& url, const RemovalTarget& item) const {
+  return item.error() == 0 ? fence_.error(normalPath(url.path()), item) : fence_.error(url);
 }
 
 int FileRemover::Session::errorOfReplacedRemoval(const URL& url) const {

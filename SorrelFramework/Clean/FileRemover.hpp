@@ -9,7 +9,9 @@
 #include "SorrelFramework/Clean/CleanFence.hpp"
 #include "SorrelFramework/Clean/TrashRecords.hpp"
 #include "SorrelFramework/Platform/Text/URL.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
 #include "SorrelFramework/Removal/RemovalPolicy.hpp"
+#include "SorrelFramework/Removal/RemovalTarget.hpp"
 #include "SorrelFramework/Removal/TreeRemoval.hpp"
 
 namespace sorrel {
@@ -30,6 +32,11 @@ class FileRemover {
     /// is an ordinary failure. A slash at the end, doubled slashes and "." in the path do not count.
     [[nodiscard]] std::optional<std::string> removeItem(const URL& url) const;
 
+    /// The same for an item in which nothing holds bytes: only if it is `expected`, and of it no regular file
+    /// that has got bytes since.
+    [[nodiscard]] std::optional<std::string> removeItemWithoutBytes(const URL& url,
+                                                                    const ItemNumber& expected) const;
+
     /// Removes what a desktop's trash has on record about `url` (TrashRecords), if the item is gone.
     /// removeItem() does so by itself; this is for what the helper removed.
     void forgetTrashed(const URL& url) const;
@@ -43,6 +50,10 @@ class FileRemover {
 
    private:
     [[nodiscard]] int errorOfRemoval(const URL& url) const;
+    [[nodiscard]] int errorOfRemovalWithoutBytes(const URL& url, const ItemNumber& expected) const;
+    [[nodiscard]] RemovalTarget find(const URL& url) const;
+    [[nodiscard]] int refusalOf(const URL& url, const RemovalTarget& item) const;
+    [[nodiscard]] std::optional<std::string> outcomeOf(const URL& url, int error) const;
     [[nodiscard]] int errorOfReplacedRemoval(const URL& url) const;
 
     RemoveFunc remove_;

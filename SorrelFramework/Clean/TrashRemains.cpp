@@ -67,10 +67,11 @@ bool isRemoved(const FileRemover::Session& removal, const TrashRemains::Item& it
     const std::string trash = deletingLastPathComponent(deletingLastPathComponent(item.path));
     if (const auto name = DesktopTrash::itemOfInfo(info))
       removal.forgetTrashed(URL::fileURL(trash + "/files/" + std::string(*name), false));
+  } else if (item.kind == TrashRemains::Kind::ItemWithoutBytes) {
+    // The removal keeps what has got bytes; this keeps the empty files beside it too.
+    if (bytesOf(item.path).value_or(0) != 0) return false;
+    static_cast<void>(removal.removeItemWithoutBytes(URL::fileURL(item.path, false), item.number));
   } else {
-    // Judged again, as time has passed.
-    if (item.kind == TrashRemains::Kind::ItemWithoutBytes && bytesOf(item.path).value_or(0) != 0)
-      return false;
     static_cast<void>(removal.removeItem(URL::fileURL(item.path, false)));
   }
   return !statusOf(item.path) && errno == ENOENT;
@@ -91,8 +92,10 @@ TrashRemains TrashRemains::find(const std::vector<URL>& roots, Date now) {
 void TrashRemains::look(DesktopTrash trash, Date now) {
   for (const std::string& name : namesIn(trash.filesFolder())) {
     std::string path = trash.filesFolder() + '/' + name;
-    if (bytesOf(path) == 0) {
-      items_.push_back({std::move(path), 0, Kind::ItemWithoutBytes});
+    const auto status = statusOf(path);
+    if (status && bytesOf(path) == 0) {
+      const ItemNumber number{status->device, status->inode};
+      items_.push_back({std::move(path), 0, Kind::ItemWithoutBytes, number});
     } else {
       itemsWithBytes_.push_back(std::move(path));
     }
@@ -104,12 +107,12 @@ void TrashRemains::look(DesktopTrash trash, Date now) {
     if (!item || !files.isOpen() || !isMissing(files.get(), std::string(*item))) continue;
     const auto status = statusOf(infos.get(), entry.c_str());
     if (!status || now.secondsSince1970 - status->modified.secondsSince1970 < kSecondsOfMove) continue;
-    items_.push_back({trash.infoFolder() + '/' + entry, status->size, Kind::Record});
+    items_.push_back({trash.infoFolder() + '/' + entry, status->size, Kind::Record, {}});
   }
   for (const std::string& name : namesIn(trash.expungedFolder())) {
     std::string path = trash.expungedFolder() + '/' + name;
     const std::int64_t size = bytesOf(path).value_or(0);
-    items_.push_back({std::move(path), size, Kind::Expunged});
+    items_.push_back({std::move(path), size, Kind::Expunged, {}});
   }
   trashes_.push_back(std::move(trash));
 }

@@ -8,6 +8,7 @@
 #include "SorrelFramework/Platform/Base/Date.hpp"
 #include "SorrelFramework/Platform/Machine/DesktopTrash.hpp"
 #include "SorrelFramework/Platform/Text/URL.hpp"
+#include "SorrelFramework/Removal/ItemIdentity.hpp"
 
 namespace sorrel {
 
@@ -21,6 +22,7 @@ class TrashRemains {
     std::string path;
     std::int64_t size = 0;  ///< bytes of the regular files at and below it
     Kind kind = Kind::ItemWithoutBytes;
+    ItemNumber number = {};  ///< of an item without bytes
   };
 
   /// File managers write the record of an item before they move the item, so a younger one is left alone.
@@ -32,9 +34,10 @@ class TrashRemains {
 
   [[nodiscard]] const std::vector<Item>& items() const noexcept { return items_; }
 
-  /// Removes what was found, until `isStopped` says so. An item that has got bytes since stays with its
-  /// record. Returns the paths of what could not be removed, or brought up to date. Not while a clean of the
-  /// same trash runs; on the calling thread.
+  /// Removes what was found, until `isStopped` says so. An item without bytes that has got some since, or
+  /// was replaced by another, stays with its record; no file with bytes in it is removed. Returns the paths
+  /// of what could not be removed, or brought up to date. Not while a clean of the same trash runs; on the
+  /// calling thread.
   [[nodiscard]] std::vector<std::string> remove(const std::function<bool()>& isStopped = {}) const;
 
   /// The items with bytes that were there and still are: those that a clean should have removed.

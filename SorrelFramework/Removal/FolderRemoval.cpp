@@ -1,6 +1,7 @@
 #include "SorrelFramework/Removal/FolderRemoval.hpp"
 
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
@@ -16,8 +17,9 @@ bool isNotEmpty(int error) { return error == ENOTEMPTY || error == EEXIST; }
 
 }  // namespace
 
-void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdentity& item) {
+void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdentity& item, Takes takes) {
   item_ = item;
+  takes_ = takes;
   removedEntries_ = 0;
   error_ = 0;
   isRefused_ = false;
@@ -143,7 +145,21 @@ bool FolderRemoval::enterItem(const std::string& name) {
 
 /// Called right after `identity` was taken.
 void FolderRemoval::removeOther(const std::string& name, const ItemIdentity& identity) {
-  if (mayTouch(identity)) take(name, 0);
+  if (mayTouch(identity) && !mustStay(name)) take(name, 0);
+}
+
+/// True for a regular file with bytes, if such files stay. The named item itself, such as a link, may be no
+/// file: then its own size counts, as in a scan.
+bool FolderRemoval::mustStay(const std::string& name) {
+  if (takes_ == Takes::Everything) return false;
+  struct stat status {};
+  if (::fstatat(here().folder.get(), name.c_str(), &status, AT_SYMLINK_NOFOLLOW) != 0) {
+    failByName(errno);
+    return true;
+  }
+  if (status.st_size == 0 || (!S_ISREG(status.st_mode) && !isAtItem())) return false;
+  fail(ENOTEMPTY);
+  return true;
 }
 
 /// A folder that can't be read may still be empty, and then it may go. The system knows.

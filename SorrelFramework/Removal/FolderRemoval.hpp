@@ -14,7 +14,7 @@
 
 namespace sorrel {
 
-/// The walk of one removal, behind removeItem(), which has made sure that the item may go.
+/// The walk of one removal, after removeItem() has made sure that the item may go.
 ///
 /// The folders from the item down to where the walk is stand on a stack on the heap. A folder is read a
 /// buffer at a time: other entries are removed as they come, folders wait on the level until the buffer is
@@ -30,8 +30,14 @@ class FolderRemoval {
 
   explicit FolderRemoval(const RemovalPolicy& policy) : policy_(policy) {}
 
+  enum class Takes {
+    Everything,
+    NothingWithBytes,  ///< regular files that hold bytes stay (ENOTEMPTY), and so do the folders above them
+  };
+
   /// Removes `name` from the open folder `parent` if it still is `item`.
-  void run(FileDescriptor parent, std::string name, const ItemIdentity& item);
+  void run(FileDescriptor parent, std::string name, const ItemIdentity& item,
+           Takes takes = Takes::Everything);
 
   /// 0 if the item is gone, else the first failure.
   [[nodiscard]] int error() const noexcept { return error_; }
@@ -67,6 +73,7 @@ class FolderRemoval {
   void openHere();
   void restoreMode(const Level& level);
   void removeOther(const std::string& name, const ItemIdentity& identity);
+  bool mustStay(const std::string& name);
   void removeUnreadable(const std::string& name, const ItemIdentity& identity);
   void take(const std::string& name, int flags);
   void finishFolder();
@@ -84,6 +91,7 @@ class FolderRemoval {
   FolderStream stream_;
   std::vector<Level> levels_;
   ItemIdentity item_;
+  Takes takes_ = Takes::Everything;
   std::uint64_t removedEntries_ = 0;
   int error_ = 0;
   bool isRefused_ = false;

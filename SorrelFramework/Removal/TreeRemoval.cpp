@@ -11,8 +11,16 @@ RemovalTarget TreeRemover::find(const std::string& path) {
 }
 
 RemovalResult TreeRemover::remove(RemovalTarget target) {
+  return run(std::move(target), FolderRemoval::Takes::Everything);
+}
+
+RemovalResult TreeRemover::removeWithoutBytes(RemovalTarget target) {
+  return run(std::move(target), FolderRemoval::Takes::NothingWithBytes);
+}
+
+RemovalResult TreeRemover::run(RemovalTarget target, FolderRemoval::Takes takes) {
   if (target.error() != 0) return {target.error(), target.isRefused(), target.isAbsent(), 0};
-  removal_.run(target.takeFolder(), target.leaf(), target.identity());
+  removal_.run(target.takeFolder(), target.leaf(), target.identity(), takes);
   return {removal_.error(), removal_.isRefused(), false, removal_.removedEntries()};
 }
 

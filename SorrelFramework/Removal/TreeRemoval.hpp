@@ -65,8 +65,13 @@ class TreeRemover {
   RemovalTarget find(const std::string& path);
   /// Removes what was found, if it still is where it was; of what may not go, the result says why.
   RemovalResult remove(RemovalTarget target);
+  /// The same, but each regular file that holds bytes when its turn comes stays, with the folders above it
+  /// (ENOTEMPTY). Nothing that came or grew since the item was found is lost.
+  RemovalResult removeWithoutBytes(RemovalTarget target);
 
  private:
+  RemovalResult run(RemovalTarget target, FolderRemoval::Takes takes);
+
   const RemovalPolicy& policy_;
   FolderRemoval removal_;
   PathWalk::KnownWay known_;  // to the folder of the last item

@@ -164,6 +164,21 @@ TEST_F(TrashRemainsTest, whatCameOrGrewSinceStays) {
   EXPECT_EQ(items(), before);
 }
 
+TEST_F(TrashRemainsTest, whatTookThePlaceOfAnItemStaysWithItsRecord) {
+  trash("empty", "");
+  home_.folder(kFiles + "folder");
+  const TrashRemains remains = found();
+  for (const char* const name : {"empty", "folder"}) {
+    const std::string path = home_.path(kFiles + name);
+    std::filesystem::rename(path, home_.path(std::string("was ") + name));
+  }
+  home_.file(kFiles + "empty", "");
+  home_.folder(kFiles + "folder");
+  const auto before = items();
+  EXPECT_EQ(remains.remove(), (Names{home_.path(kFiles + "empty"), home_.path(kFiles + "folder")}));
+  EXPECT_EQ(items(), before);
+}
+
 TEST_F(TrashRemainsTest, stopsBetweenItems) {
   for (const char* name : {"a", "b", "c"}) home_.file(kFiles + name, "");
   const TrashRemains remains = found();

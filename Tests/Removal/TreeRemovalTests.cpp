@@ -7,7 +7,9 @@
 #include <cerrno>
 #include <cstdint>
 #include <filesystem>
+#include <functional>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "Tests/Support/ForkedChild.hpp"
@@ -276,6 +278,74 @@ TEST_F(TreeRemoverTest, protectedSubtreeInThePlaceOfTheLastFolderIsRefused) {
   std::filesystem::rename(volume.path("sub"), volume.path("d"));
   EXPECT_EQ(careful.removeItem(volume.path("d/b")).error, EPERM);
   EXPECT_TRUE(isThere(volume.path("d/b")));
+}
+
+/// Removals that keep files with bytes.
+class RemovalWithoutBytes : public TreeRemovalTest {
+ protected:
+  /// Finds the item, runs `meanwhile`, and then removes.
+  RemovalResult remove(
+      const std::string& name, const std::function<void()>& meanwhile = [] {}) {
+    TreeRemover remover(policy_);
+    RemovalTarget target = remover.find(volume_.path(name));
+    meanwhile();
+    return remover.removeWithoutBytes(std::move(target));
+  }
+};
+
+TEST_F(RemovalWithoutBytes, removesFoldersOfEmptyFilesAndLinks) {
+  volume_.file("top/a", "");
+  volume_.file("top/sub/b", "");
+  volume_.link("top/link", "/nowhere");
+  volume_.fifo("top/pipe");
+  EXPECT_TRUE(remove("top").isSuccess());
+  EXPECT_FALSE(isThere(volume_.path("top")));
+}
+
+TEST_F(RemovalWithoutBytes, keepsWhatGotBytesSinceItWasFound) {
+  volume_.file("top/a", "");
+  volume_.file("top/sub/b", "");
+  volume_.file("top/sub/c", "");
+  const RemovalResult result = remove("top", [this] { volume_.file("top/sub/b", "x"); });
+  EXPECT_EQ(result.error, ENOTEMPTY);
+  EXPECT_EQ(result.removedEntries, 2U);
+  EXPECT_TRUE(isThere(volume_.path("top/sub/b")));
+  EXPECT_FALSE(isThere(volume_.path("top/a")));
+}
+
+TEST_F(RemovalWithoutBytes, keepsAFileWithBytesThatCameIntoTheFolder) {
+  volume_.folder("top/sub");
+  const RemovalResult result = remove("top", [this] { volume_.file("top/sub/new", "x"); });
+  EXPECT_EQ(result.error, ENOTEMPTY);
+  EXPECT_TRUE(isThere(volume_.path("top/sub/new")));
+}
+
+TEST_F(RemovalWithoutBytes, keepsTheItemItselfThatGotBytes) {
+  volume_.file("a", "");
+  EXPECT_EQ(remove("a", [this] { volume_.file("a", "x"); }).error, ENOTEMPTY);
+  EXPECT_TRUE(isThere(volume_.path("a")));
+  volume_.link("link", "/nowhere");
+  EXPECT_EQ(remove("link").error, ENOTEMPTY);
+  EXPECT_TRUE(isThere(volume_.path("link")));
+}
+
+TEST_F(RemovalWithoutBytes, keepsAnItemThatTookThePlaceOfTheOneFound) {
+  volume_.file("a", "");
+  const RemovalResult result = remove("a", [this] {
+    fs::rename(volume_.path("a"), volume_.path("b"));
+    volume_.file("a", "");
+  });
+  EXPECT_EQ(result.error, ESTALE);
+  EXPECT_TRUE(isThere(volume_.path("a")));
+  EXPECT_TRUE(isThere(volume_.path("b")));
+}
+
+TEST_F(RemovalWithoutBytes, isNoRuleForTheNextRemoval) {
+  volume_.file("a", "x");
+  volume_.file("b", "x");
+  TreeRemover remover(policy_);
+  EXPECT_EQ(remover.removeWithoutBytes(remover.find(volume_.path("a"))).error, ENOTEMPTY);
+  EXPECT_TRUE(remover.remove(remover.find(volume_.path("b"))).isSuccess());
 }
 
 }  // namespace
