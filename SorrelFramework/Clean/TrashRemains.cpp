@@ -123,7 +123,11 @@ std::vector<std::string> TrashRemains::remove(const std::function<bool()>& isSto
   const FileRemover::Session removal = FileRemover::shard().begin();
   for (const Item& item : items_) {
     if (isStopped && isStopped()) break;
-    if (!isRemoved(removal, item)) failures.push_back(item.path);
+    if (!isRemoved(removal, item)) {
+      failures.push_back(item.path);
+    } else if (item.kind == Kind::ItemWithoutBytes) {
+      if (auto record = TrashRecords::recordLeftBy(item.path)) failures.push_back(*std::move(record));
+    }
   }
   removal.finish();
   for (const DesktopTrash& trash : trashes_) {

@@ -1,13 +1,20 @@
 // `sorrel clean trash` on this desktop, from outside: what other programs know about the trash goes too.
 #include <gtest/gtest.h>
+#include <sys/inotify.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
+#include <array>
 #include <chrono>
+#include <csignal>
 #include <cstdlib>
 #include <filesystem>
 #include <string>
 #include <vector>
 
+#include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 #include "Tests/Host/CleanVolume.hpp"
+#include "Tests/Support/ForkedChild.hpp"
 
 namespace sorrel::hosttests {
 namespace {
@@ -132,6 +139,33 @@ TEST_F(DesktopTrashClean, recordThatStaysIsAFailureAndNamed) {
   EXPECT_FALSE(fs::exists(home_.path(kTrash + "files/note")));
 }
 
+TEST_F(DesktopTrashClean, recordsInAFolderOfAnotherUserStayAndAreNamed) {
+  if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs root";
+  ghost();
+  home_.text(kTrash + "files/empty", "");
+  home_.text(kTrash + "info/empty.trashinfo", info("empty"));
+  fs::remove(home_.path(kTrash + "directorysizes"));
+  for (const auto& entry : fs::recursive_directory_iterator(home_.path()))
+    ASSERT_EQ(::lchown(entry.path().c_str(), test::kPlainUser, test::kPlainUser), 0);
+  ASSERT_EQ(::chown(home_.path().c_str(), test::kPlainUser, test::kPlainUser), 0);
+  ASSERT_EQ(::chown(home_.path(kTrash + "info").c_str(), 0, 0), 0);
+  ASSERT_EQ(::chmod(home_.path(kTrash + "info").c_str(), 0755), 0);
+  const auto before = items();
+  const ProgramRun run =
+      sorrel({"clean", "trash", "--all", "--yes"},
+             {.environment = {"HOME=" + home_.path(), "XDG_DATA_HOME=" + home_.path("data")},
+              .user = test::kPlainUser});
+  EXPECT_EQ(run.status, 1);
+  std::string named;
+  for (const char* const name : {"empty", "film.mov", "ghost", "note", "project"})
+    named += "sorrel: could not clear away '" + home_.path(kTrash + "info/" + name + ".trashinfo") + "'\n";
+  EXPECT_EQ(run.err, named);
+  Words gone = goneBetween(before, items());
+  std::erase_if(gone, [](const std::string& path) { return path.find("/files/") != std::string::npos; });
+  EXPECT_EQ(gone, Words());
+  EXPECT_TRUE(fs::is_empty(home_.path(kTrash + "files")));
+}
+
 TEST_F(DesktopTrashClean, trashThatIsALinkOfTheUsersOwnIsEmptied) {
   ghost();
   home_.text(kTrash + "expunged/1/x", "x");
@@ -177,6 +211,60 @@ TEST_F(DesktopTrashClean, otherProgramsSeeAnEmptyTrashAfterwards) {
   EXPECT_NE(told(home_, "trash-list").find("new folder\n"), std::string::npos);
   ASSERT_EQ(clean({"--all", "--yes"}).status, 0);
   EXPECT_EQ(told(home_, "trash-list"), "");
+}
+
+/// A trash of many items, of which a clean that is interrupted after the first removes far from all.
+class InterruptedTrashClean : public testing::Test {
+ protected:
+  static constexpr int kItems = 2'000;
+
+  /// Runs the clean on items with this content, and interrupts it when it has removed one.
+  ProgramRun interruptedClean(const std::string& content) {
+    for (int i = 0; i < kItems; ++i) {
+      home_.text(kFiles + std::to_string(i), content);
+      home_.text(kInfo + std::to_string(i) + ".trashinfo", "[Trash Info]\n");
+    }
+    const sorrel::FileDescriptor watch(::inotify_init1(IN_CLOEXEC));
+    EXPECT_GE(::inotify_add_watch(watch.get(), home_.path(kFiles).c_str(), IN_DELETE), 0);
+    RunOptions options{.environment = {"HOME=" + home_.path(), "XDG_DATA_HOME=" + home_.path("data")}};
+    options.meanwhile = [&watch](int process) {
+      std::array<char, 4096> event{};
+      EXPECT_GT(::read(watch.get(), event.data(), event.size()), 0);
+      ::kill(process, SIGINT);
+    };
+    return sorrel({"clean", "trash", "--all", "--yes"}, options);
+  }
+  [[nodiscard]] int count(bool withItem, bool withRecord) const {
+    int found = 0;
+    for (int i = 0; i < kItems; ++i) {
+      const std::string name = std::to_string(i);
+      found += fs::exists(home_.path(kFiles + name)) == withItem &&
+               fs::exists(home_.path(kInfo + name + ".trashinfo")) == withRecord;
+    }
+    return found;
+  }
+
+  const std::string kFiles = "data/Trash/files/";
+  const std::string kInfo = "data/Trash/info/";
+  const TemporaryFolder home_;
+};
+
+TEST_F(InterruptedTrashClean, itemsThatStayKeepTheirRecords) {
+  const ProgramRun run = interruptedClean("x");
+  EXPECT_EQ(run.status, 130) << run.err;
+  EXPECT_EQ(run.err, "sorrel: stopped. What was removed until now is gone, the rest was left as it is.\n");
+  EXPECT_GT(count(true, true), 0);
+  EXPECT_EQ(count(true, false), 0);
+  EXPECT_LE(count(false, true), 1);  // the item that it was at
+}
+
+TEST_F(InterruptedTrashClean, remainsThatStayKeepTheirRecords) {
+  const ProgramRun run = interruptedClean("");
+  EXPECT_EQ(run.status, 130) << run.err;
+  EXPECT_EQ(run.err, "sorrel: stopped. What is listed as removed is gone, the rest was left as it is.\n");
+  EXPECT_GT(count(true, true), 0);
+  EXPECT_EQ(count(true, false), 0);
+  EXPECT_EQ(count(false, true), 0);  // it ends between two items
 }
 
 TEST_F(DesktopTrashClean, letterCaseOfAnExceptionCounts) {

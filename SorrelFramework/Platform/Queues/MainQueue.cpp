@@ -142,8 +142,10 @@ bool MainQueue::runUntil(const std::function<bool()>& condition, milliseconds li
   const auto deadline = steady_clock::now() + limit;
   const Waker waker;
   while (!condition()) {
-    if (steady_clock::now() >= deadline) return false;
-    g_main_context_iteration(g_main_context_default(), TRUE);
+    const bool isOver = steady_clock::now() >= deadline;
+    // What is ready runs even if no time is left, so that a limit of zero polls.
+    g_main_context_iteration(g_main_context_default(), isOver ? FALSE : TRUE);
+    if (isOver) return condition();
   }
   return true;
 }

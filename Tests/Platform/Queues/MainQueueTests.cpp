@@ -218,5 +218,12 @@ TEST(MainTimer, startsOnAnyThread) {
   EXPECT_TRUE(runMainLoopUntil([&] { return ticks >= 1; }));
 }
 
+TEST(MainQueueRunUntil, aLimitOfZeroRunsWhatIsReady) {
+  bool hasRun = false;
+  MainQueue::post([&hasRun] { hasRun = true; });
+  EXPECT_TRUE(MainQueue::runUntil([&hasRun] { return hasRun; }, std::chrono::milliseconds(0)));
+  EXPECT_FALSE(MainQueue::runUntil([] { return false; }, std::chrono::milliseconds(0)));
+}
+
 }  // namespace
 }  // namespace sorrel
