@@ -3,6 +3,8 @@
 #include <fcntl.h>
 #include <sys/mount.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 #include <cerrno>
 
@@ -10,6 +12,7 @@
 #include "Tests/Helper/EventKit.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/LoopFileSystem.hpp"
+#include "Tests/Support/SystemCallFaults.hpp"
 
 namespace sorrel::helper {
 namespace {
@@ -80,6 +83,18 @@ TEST_F(ShredOperationTest, aCloneGoesOnAFullDiskAndItsDataStaysWithTheOther) {
   });
   if (answer == "skip") GTEST_SKIP() << "nothing can be mounted here";
   EXPECT_EQ(answer, "done Data in shared, compressed or copied blocks was not overwritten");
+}
+
+TEST_F(ShredOperationTest, anotherFileThatTookTheNameStays) {
+  const std::string path = volume.file("file", "secret");
+  const std::string other = volume.file("other", "precious");
+  test::CallFault swap{SYS_fsync, 1};
+  swap.meanwhile = [&] {
+    ::syscall(SYS_renameat2, AT_FDCWD, path.c_str(), AT_FDCWD, other.c_str(), 2U /* RENAME_EXCHANGE */);
+  };
+  if (!test::runWithFault(swap, [&] { shredAll({path}); })) GTEST_SKIP() << "calls can't be watched here";
+  EXPECT_EQ(statusOf(path), Status::DeleteError);
+  EXPECT_EQ(test::contentOf(path), "precious");
 }
 
 TEST_F(ShredOperationTest, shred_folder_with_link_keeps_target) {

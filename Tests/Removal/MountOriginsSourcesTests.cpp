@@ -248,11 +248,11 @@ bool enterOverlayOf(const std::string& point) {
       ::chdir("/") != 0 || !mounted("/rw", "tmpfs", "mode=755")) {
     return false;
   }
-  for (const char* folder : {"/rw/u/home", "/rw/w", "/merged", "/etc", "/usr/lib", "/home/in", "/proc"}) {
+  for (const char* folder : {"/rw/u/opt", "/rw/w", "/merged", "/etc", "/usr/lib", "/opt/in", "/proc"}) {
     std::filesystem::create_directories(folder);
   }
   std::ofstream("/etc/passwd") << "root:x:0:0::/root:/bin/sh\nnobody:x:65534:1::/home/nobody:\n";
-  std::ofstream("/home/in/file") << 'x';
+  std::ofstream("/opt/in/file") << 'x';
   if (!mounted("/merged", "overlay", "lowerdir=/,upperdir=/rw/u,workdir=/rw/w")) return false;
   return ::chroot("/merged") == 0 && ::chdir("/") == 0 && mounted("/proc", "proc", nullptr);
 }
@@ -262,7 +262,7 @@ TEST_F(Sources, ofATopOverlayThatNamesItselfAreIgnored) {
       [&]() -> std::string {
         if (!enterOverlayOf(volume_.path())) return "skip";
         const RemovalPolicy policy = RemovalPolicy::forHelper(test::kKnownUser);
-        return ask("/home/in/file", policy) + ask("/usr/lib", policy);
+        return ask("/opt/in/file", policy) + ask("/usr/lib", policy);
       },
       "free refused ");
 }

@@ -381,14 +381,14 @@ TEST(RemovalPolicy, helperTrustsAStickyFolderOfRootOnly) {
   EXPECT_FALSE(policy.trustsWay({folderOf(0), folderOf(kBob, 01777), folderOf(kAlice)}));
 }
 
-TEST(RemovalPolicy, helperRemovesNothingForACallerWhoseHomeIsUnknown) {
+TEST(RemovalPolicy, helperRefusesEverythingIfTheLookUpOfTheCallerFails) {
   constexpr std::uint32_t kUnknown = 2'000'000'001;
   ASSERT_EQ(::getpwuid(kUnknown), nullptr);
   EXPECT_EQ(RemovalPolicy::forHelper(kUnknown).error(), ESRCH);
   EXPECT_EQ(RemovalPolicy::forHelper(kAlice).error(), 0);
 }
 
-TEST(RemovalPolicy, helperKeepsTheHomeOfTheCaller) {
+TEST(RemovalPolicy, helperKeepsTheHomesThatThePasswordFileLists) {
   const test::TemporaryVolume volume;
   const std::string home = volume.folder("homes/home");
   const std::string told = test::inMountingChild([&]() -> std::string {

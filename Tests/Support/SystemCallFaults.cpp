@@ -87,16 +87,24 @@ class Supervisor {
     if (call < counts_.size()) ++counts_[call];
     if (isDue(static_cast<pid_t>(request.pid))) {
       ++faults_;
-      const bool isHere = program_ == nullptr;
-      if (fault_.error == CallFault::kKilled) {
-        ::kill(isHere ? ::getpid() : static_cast<pid_t>(request.pid), SIGKILL);
+      if (fault_.meanwhile) {
+        fault_.meanwhile();
+      } else {
+        spoil(request, answer);
       }
-      // The descriptors are those of this thread too.
-      if (isHere && request.data.nr == SYS_close) ::close(static_cast<int>(request.data.args[0]));
-      answer.flags = 0;
-      answer.error = -fault_.error;
     }
     ::ioctl(listener_, SECCOMP_IOCTL_NOTIF_SEND, &answer);
+  }
+
+  void spoil(const seccomp_notif& request, seccomp_notif_resp& answer) const {
+    const bool isHere = program_ == nullptr;
+    if (fault_.error == CallFault::kKilled) {
+      ::kill(isHere ? ::getpid() : static_cast<pid_t>(request.pid), SIGKILL);
+    }
+    // The descriptors are those of this thread too.
+    if (isHere && request.data.nr == SYS_close) ::close(static_cast<int>(request.data.args[0]));
+    answer.flags = 0;
+    answer.error = -fault_.error;
   }
 
   bool isDue(pid_t process) {

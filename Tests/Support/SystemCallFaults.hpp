@@ -17,6 +17,9 @@ struct CallFault {
   /// kKilled: the process gets SIGKILL at its entry instead.
   int error = 0;
   std::uint64_t step = 0;  ///< each `step`-th call after it ends so too; 0 for that one alone
+  /// Runs while the call waits, which is then carried out, in place of a failure. It must need nothing that
+  /// the work may hold.
+  std::function<void()> meanwhile = {};
 };
 
 /// How often the work made each of the calls that were watched.
