@@ -4,26 +4,71 @@
 #include <sdbus-c++/sdbus-c++.h>
 
 #include <cstdint>
+#include <memory>
 #include <string>
+#include <vector>
 
 #include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
 namespace sorrel::helper {
+namespace {
+
+constexpr const char* kBus = "org.freedesktop.DBus";
+constexpr const char* kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
+
+/// Calls over one connection, each with a descriptor that does no harm.
+class Calls {
+ public:
+  explicit Calls(sdbus::IConnection& connection) : connection_(connection) {}
+
+  void send(const std::string& destination, const std::string& path, const std::string& interface,
+            const char* method) {
+    proxies_.push_back(sdbus::createProxy(connection_, destination, path));
+    sdbus::MethodCall call = proxies_.back()->createMethodCall(interface, method);
+    call << sdbus::UnixFd(descriptor_.get());
+    proxies_.back()->callMethod(
+        call,
+        [this](sdbus::MethodReply& reply, const sdbus::Error* error) {
+          const bool isDenied = error != nullptr && error->getName() == kAccessDenied;
+          if (isDenied && reply.getSender() == kBus) ++refused_;
+        },
+        UINT64_MAX);
+  }
+  /// To the connection itself.
+  void sendSignal(const std::string& path, const std::string& interface) {
+    const auto object = sdbus::createObject(connection_, path);
+    sdbus::Signal signal = object->createSignal(interface, "Probe");
+    signal.setDestination(connection_.getUniqueName());
+    signal << sdbus::UnixFd(descriptor_.get());
+    object->emitSignal(signal);
+  }
+  [[nodiscard]] bool areRefused() const { return refused_ == proxies_.size(); }
+
+ private:
+  sdbus::IConnection& connection_;
+  FileDescriptor descriptor_{::open("/dev/null", O_RDONLY | O_CLOEXEC)};
+  std::vector<std::unique_ptr<sdbus::IProxy>> proxies_;  // a call ends with its proxy
+  std::size_t refused_ = 0;
+};
+
+}  // namespace
 
 bool refusesDescriptors(sdbus::IConnection& probe, const HelperWireNames& names) {
-  constexpr const char* kBus = "org.freedesktop.DBus";
-  const FileDescriptor harmless(::open("/dev/null", O_RDONLY | O_CLOEXEC));
-  const auto service = sdbus::createProxy(probe, names.service, names.objectPath);
-  sdbus::MethodCall call = service->createMethodCall(names.interface, HelperWireNames::getHelperVersion);
-  call << sdbus::UnixFd(harmless.get());
-  bool isRefused = false;
-  service->callMethod(
-      call,
-      [&](sdbus::MethodReply& reply, const sdbus::Error* error) {
-        isRefused = error != nullptr && reply.getSender() == kBus;
-      },
-      UINT64_MAX);
-  // The bus answers in order: its refusal comes before this reply.
+  const std::string self = probe.getUniqueName();
+  bool isDelivered = false;
+  // From the connection itself alone: any user may send a signal of these names.
+  const sdbus::Slot arrival =
+      probe.addMatch("type='signal',sender='" + self + "',interface='" + names.interface + "'",
+                     [&isDelivered](sdbus::Message&) { isDelivered = true; });
+  Calls calls(probe);
+  calls.send(names.service, names.objectPath, names.interface, HelperWireNames::getHelperVersion);
+  for (const std::string& destination : {names.service, self}) {
+    calls.send(destination, names.objectPath, "org.freedesktop.DBus.Introspectable", "Introspect");
+    calls.send(destination, names.objectPath, "org.freedesktop.DBus.Properties", "GetAll");
+    calls.send(destination, names.objectPath, "org.freedesktop.DBus.Peer", "Ping");
+  }
+  calls.sendSignal(names.objectPath, names.interface);
+  // The bus answers in order: what it refuses or delivers comes before this reply.
   std::string id;
   sdbus::createProxy(probe, kBus, "/org/freedesktop/DBus")
       ->callMethod("GetId")
@@ -31,7 +76,7 @@ bool refusesDescriptors(sdbus::IConnection& probe, const HelperWireNames& names)
       .storeResultsTo(id);
   while (probe.processPendingRequest()) {
   }
-  return isRefused;
+  return calls.areRefused() && !isDelivered;
 }
 
 }  // namespace sorrel::helper

@@ -100,7 +100,7 @@ std::string leaveMachine() {
   return "";
 }
 
-std::string busConfiguration(const std::string& folder, bool isScripted) {
+std::string busConfiguration(const std::string& folder, bool isScripted, const std::string& otherRules) {
   const std::string owner = isScripted ? "<policy user='root'><allow own='org.freedesktop.PolicyKit1'/>"
                                          "<allow send_destination='org.freedesktop.PolicyKit1'/></policy>"
                                        : "<include>/usr/share/dbus-1/system.d/org.freedesktop.PolicyKit1.conf"
@@ -118,7 +118,8 @@ std::string busConfiguration(const std::string& folder, bool isScripted) {
          "<allow send_requested_reply='true' send_type='error'/><allow receive_type='method_call'/>"
          "<allow receive_type='method_return'/><allow receive_type='error'/><allow receive_type='signal'/>"
          "<allow send_destination='org.freedesktop.DBus' send_interface='org.freedesktop.DBus'/></policy>" +
-         owner + "<include>/usr/share/dbus-1/system.d/" + kService + ".conf</include></busconfig>\n";
+         owner + "<include>/usr/share/dbus-1/system.d/" + kService +
+         ".conf</include><policy context='default'>" + otherRules + "</policy></busconfig>\n";
 }
 
 /// Starts the bus; its first line of output, the address, can be read from the descriptor.
@@ -213,14 +214,14 @@ HelperMachine::HelperMachine(const Setup& setup) {
 void HelperMachine::writeFiles(const Setup& setup) const {
   ChildProcess installer(kBundle + "/install-helper", {kService});
   EXPECT_EQ(installer.run([](std::string_view) { return true; }).exitStatus, 0);
-  if (setup.letsDescriptorsThrough) {
-    const std::string file = "/usr/share/dbus-1/system.d/" + kService + ".conf";
-    std::string policy = contentOf(file);
-    const std::size_t limit = policy.find(" max_fds=\"0\"");
-    EXPECT_NE(limit, std::string::npos);
-    policy.erase(limit, std::string(" max_fds=\"0\"").size());
-    std::ofstream(file) << policy;
+  const std::string policyFile = "/usr/share/dbus-1/system.d/" + kService + ".conf";
+  std::string policy = contentOf(policyFile);
+  for (const std::string& rule : setup.withoutRules) {
+    const std::size_t place = policy.find(rule);
+    ASSERT_NE(place, std::string::npos) << rule;
+    policy.erase(place, rule.size());
   }
+  std::ofstream(policyFile) << policy;
   folder_.folder("services");
   const auto offer = [&](const std::string& name) {
     fs::copy_file(kServices + name + ".service", folder_.path("services/" + name + ".service"));
@@ -243,7 +244,8 @@ void HelperMachine::writeFiles(const Setup& setup) const {
 }
 
 void HelperMachine::startBus(const Setup& setup) {
-  folder_.file("bus.conf", busConfiguration(folder_.path(), setup.polkit == Polkit::Scripted));
+  const bool isScripted = setup.polkit == Polkit::Scripted;
+  folder_.file("bus.conf", busConfiguration(folder_.path(), isScripted, setup.otherRules));
   int output = -1;
   daemon_ = startDaemon(folder_.path(), output);
   const std::string line = readLine(output);

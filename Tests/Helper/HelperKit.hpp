@@ -47,10 +47,11 @@ class HelperMachine {
   struct Setup {
     Polkit polkit = Polkit::Scripted;
     ScriptedPolkit::Mode mode = ScriptedPolkit::Mode::Yes;
-    std::string rules;                    ///< body of the function that the real one asks
-    std::string configuration;            ///< helper.conf
-    std::string tracer;                   ///< what the helper is started through
-    bool letsDescriptorsThrough = false;  ///< the policy of the bus, unlike the one that is installed
+    std::string rules;                      ///< body of the function that the real one asks
+    std::string configuration;              ///< helper.conf
+    std::string tracer;                     ///< what the helper is started through
+    std::vector<std::string> withoutRules;  ///< parts of the helper's policy of the bus, taken out of it
+    std::string otherRules;                 ///< of the default policy of another package
   };
 
   explicit HelperMachine(const Setup& setup);

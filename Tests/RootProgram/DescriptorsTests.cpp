@@ -18,6 +18,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <utility>
 #include <vector>
 
 #include "Tests/Helper/HelperServiceKit.hpp"
@@ -29,6 +30,7 @@ namespace {
 
 using namespace test;
 
+constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kDenied = "org.freedesktop.DBus.Error.AccessDenied";
 
 /// A file on a FUSE file system whose server answers everybody but one process, which it keeps waiting when
@@ -157,19 +159,42 @@ class Descriptors : public HelperServiceKit {
     }
     return errors;
   }
-  /// Sends it by a signal to the helper's own name, which has no reply.
-  void sendSignal(int descriptor) {
-    const auto connection = sdbus::createSessionBusConnectionWithAddress(machine->address());
-    const auto object = sdbus::createObject(*connection, "/a");
-    sdbus::Signal signal = object->createSignal(HelperWireNames(kService).interface, "A");
-    signal.setDestination(kService);
-    signal << sdbus::UnixFd(descriptor);
-    object->emitSignal(signal);
+  static std::string idOfBus(sdbus::IConnection& connection) {
     std::string id;
-    sdbus::createProxy(*connection, "org.freedesktop.DBus", "/org/freedesktop/DBus")
+    sdbus::createProxy(connection, kBus, "/org/freedesktop/DBus")
         ->callMethod("GetId")
-        .onInterface("org.freedesktop.DBus")
+        .onInterface(kBus)
         .storeResultsTo(id);
+    return id;
+  }
+  /// Sends it by a signal, which has no reply; without one if it is negative. Returns when the bus has it.
+  static std::string sendSignal(const std::string& address, const std::string& destination, int descriptor) {
+    const auto connection = sdbus::createSessionBusConnectionWithAddress(address);
+    const auto object = sdbus::createObject(*connection, "/a");
+    sdbus::Signal signal = object->createSignal("org.example.Signals", descriptor < 0 ? "Plain" : "Loaded");
+    signal.setDestination(destination);
+    if (descriptor >= 0) signal << sdbus::UnixFd(descriptor);
+    object->emitSignal(signal);
+    return idOfBus(*connection);
+  }
+  void sendSignal(int descriptor) { sendSignal(machine->address(), kService, descriptor); }
+  /// What of a call with a descriptor to this destination the sender, alice, hears from the bus.
+  [[nodiscard]] std::string callAsAlice(const std::string& destination, const char* interface,
+                                        const char* method, int descriptor) const {
+    return inUser(kAlice, [&]() -> std::string {
+      const auto connection = sdbus::createSessionBusConnectionWithAddress(machine->address());
+      const auto proxy = sdbus::createProxy(*connection, destination, "/a");
+      sdbus::MethodCall call = proxy->createMethodCall(interface, method);
+      call << sdbus::UnixFd(descriptor);
+      std::string error = "delivered";
+      proxy->callMethod(
+          call, [&](sdbus::MethodReply&, const sdbus::Error* failure) { error = failure->getName(); },
+          UINT64_MAX);
+      idOfBus(*connection);  // comes after the refusal, if there is one
+      while (connection->processPendingRequest()) {
+      }
+      return error;
+    });
   }
   /// The helper still takes calls.
   void expectAnswer() { EXPECT_TRUE(machine->ask(kDelete, kNowhere).isThere) << machine->log(); }
@@ -197,14 +222,86 @@ TEST_F(Descriptors, aSocketWhoseClosingNeverEndsReachesNobody) {
   expectAnswer();
 }
 
-TEST_F(Descriptors, theHelperServesNoBusThatLetsThemThrough) {
+TEST_F(Descriptors, noSignalBringsThemToAConnectionOfRootWithoutAName) {
+  start({});
+  const auto root = sdbus::createSessionBusConnectionWithAddress(machine->address());
+  std::vector<std::string> arrived;
+  const sdbus::Slot slot =
+      root->addMatch("type='signal',interface='org.example.Signals'",
+                     [&](sdbus::Message& signal) { arrived.push_back(signal.getMemberName()); });
+  const FileDescriptor file(::memfd_create("any", MFD_CLOEXEC));
+  const std::string name = root->getUniqueName();
+  for (const int descriptor : {file.get(), -1}) {
+    EXPECT_NE(inUser(kAlice, [&] { return sendSignal(machine->address(), name, descriptor); }), "");
+  }
+  idOfBus(*root);
+  while (root->processPendingRequest()) {
+  }
+  EXPECT_EQ(arrived, std::vector<std::string>{"Plain"});
+}
+
+TEST_F(Descriptors, noCallOfAStandardInterfaceBringsThemToRootWhateverElseIsAllowed) {
   HelperMachine::Setup setup;
-  setup.letsDescriptorsThrough = true;
+  setup.otherRules =
+      "<allow send_interface='org.freedesktop.DBus.Introspectable'/>"
+      "<allow send_interface='org.freedesktop.DBus.Properties'/>"
+      "<allow send_interface='org.freedesktop.DBus.Peer'/>";
+  start(setup);
+  expectAnswer();
+  const auto root = sdbus::createSessionBusConnectionWithAddress(machine->address());
+  const FileDescriptor file(::memfd_create("any", MFD_CLOEXEC));
+  for (const std::string& destination : {kService, root->getUniqueName()}) {
+    for (const auto& [interface, method] : {std::pair("org.freedesktop.DBus.Introspectable", "Introspect"),
+                                            std::pair("org.freedesktop.DBus.Properties", "GetAll"),
+                                            std::pair("org.freedesktop.DBus.Peer", "Ping")}) {
+      EXPECT_EQ(callAsAlice(destination, interface, method, file.get()), kDenied) << destination << interface;
+    }
+  }
+}
+
+TEST_F(Descriptors, noCallThatAnotherPackageAllowsBringsThemToTheHelper) {
+  HelperMachine::Setup setup;
+  setup.otherRules = "<allow send_interface='" + HelperWireNames(kService).interface + "'/>";
+  start(setup);
+  expectAnswer();
+  const FileDescriptor file(::memfd_create("any", MFD_CLOEXEC));
+  EXPECT_EQ(offer(file.get()), std::set<std::string>{kDenied});
+}
+
+struct WeakPolicy {
+  const char* name;
+  std::vector<std::string> withoutRules;
+  std::string otherRules;
+};
+
+class DescriptorsOnWeakBus : public Descriptors, public testing::WithParamInterface<WeakPolicy> {};
+
+TEST_P(DescriptorsOnWeakBus, theHelperServesNoBusThatLetsThemThrough) {
+  HelperMachine::Setup setup;
+  setup.withoutRules = GetParam().withoutRules;
+  setup.otherRules = GetParam().otherRules;
   start(setup);
   RawCaller caller(machine->address());
   EXPECT_NE(caller.begin({kDelete, HelperWireNames::noOperation, 1, 100}).refusal, "");
   EXPECT_TRUE(machine->waitForLog("lets descriptors through: no call is taken")) << machine->log();
 }
+
+const std::string kForName = "<deny send_destination=\"" + kService + "\" min_fds=\"1\"/>";
+std::string ruleFor(const std::string& interface) {
+  return "<deny receive_interface=\"org.freedesktop.DBus." + interface + "\" min_fds=\"1\"/>";
+}
+std::string allowanceOf(const std::string& interface) {
+  return "<allow send_interface='org.freedesktop.DBus." + interface + "'/>";
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    ByMessage, DescriptorsOnWeakBus,
+    testing::Values(WeakPolicy{"callOfTheHelper", {" max_fds=\"0\"", kForName}, ""},
+                    WeakPolicy{"signal", {"<deny receive_type=\"signal\" min_fds=\"1\"/>"}, ""},
+                    WeakPolicy{"introspection", {ruleFor("Introspectable")}, allowanceOf("Introspectable")},
+                    WeakPolicy{"properties", {ruleFor("Properties")}, allowanceOf("Properties")},
+                    WeakPolicy{"peer", {ruleFor("Peer")}, allowanceOf("Peer")}),
+    [](const testing::TestParamInfo<WeakPolicy>& each) { return std::string(each.param.name); });
 
 TEST_F(Descriptors, sixtyConnectionsFullOfThemEndNoOthersWork) {
   HelperMachine::Setup setup;
