@@ -12,9 +12,11 @@ using sorrel::fuzz::require;
 
 namespace {
 
+constexpr std::size_t kMost = HelperLimits::bytesOf(HelperMessage::Kind::Reply);
+
 void checkReply(const EventForm& form, const Reply& reply, std::size_t expected) {
   constexpr auto kKind = HelperMessage::Kind::Reply;
-  const auto memory = SealedMemory::map(reply.message.get(), HelperLimits::bytesOf(kKind));
+  const auto memory = SealedMemory::map(reply.message.get(), kMost);
   require(memory.has_value(), "a reply is sealed");
   const auto view = MessageView::of(memory->bytes(), kKind);
   require(view.has_value(), "a reply is sound");
@@ -44,11 +46,12 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   const auto announced = EventForm::announced(static_cast<std::int8_t>(data[0]), operation,
                                               static_cast<std::uint32_t>(form->paths));
   require(announced == form, "an event can be announced");
-  checkReply(*form, Reply::of(*form, *event, ResultTable(event->dictionary().size()), {}), form->paths);
+  checkReply(*form, Reply::of(*form, *event, ResultTable(event->dictionary().size()), {}, kMost),
+             form->paths);
   ResultTable results(event->dictionary().size());
   for (const MessageView::Entry& entry : event->dictionary()) {
     if (entry.index % 2 == 0) results.set(entry.index, HelperEventErrorID::DeleteError, entry.key);
   }
-  checkReply(*form, Reply::of(*form, *event, results, {false, 1}), form->paths);
+  checkReply(*form, Reply::of(*form, *event, results, {false, 1}, kMost), form->paths);
   return 0;
 }

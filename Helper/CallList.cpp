@@ -50,9 +50,11 @@ bool CallList::isFull() const { return count(std::mem_fn(&HelperCall::isAuthoris
 bool CallList::hasWork() const { return count(isIdentified) > 0; }
 bool CallList::hasAuthorisedWork() const { return count(std::mem_fn(&HelperCall::isAuthorised)) > 0; }
 
-std::size_t CallList::mostReplyBytes() const {
+std::size_t CallList::mostReplyBytesBeside(const HelperCall& call) const {
   std::size_t sum = 0;
-  for (const auto& [id, call] : calls_) sum += call->isAuthorised() ? call->mostReplyBytes() : 0;
+  for (const auto& [id, other] : calls_) {
+    if (other->stage == Stage::Running && id != call.id) sum += other->mostReplyBytes();
+  }
   return sum;
 }
 

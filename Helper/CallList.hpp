@@ -37,8 +37,9 @@ class CallList {
   /// Whether anything is under way for an identified, or for an authorised, caller.
   [[nodiscard]] bool hasWork() const;
   [[nodiscard]] bool hasAuthorisedWork() const;
-  /// The most that the replies to all authorised events can take.
-  [[nodiscard]] std::size_t mostReplyBytes() const;
+  /// The most that the replies to the running events can take, except for this one. An event that may still
+  /// never run holds no room.
+  [[nodiscard]] std::size_t mostReplyBytesBeside(const HelperCall& call) const;
   /// When the first ticket expires.
   [[nodiscard]] std::optional<HelperCall::Clock::time_point> firstDeadline() const;
 

@@ -35,7 +35,7 @@ struct HelperCall {
 
   /// The answers to the method call that waits for one now. `refuse` is empty while none waits.
   std::function<void(const std::string& reason)> refuse;
-  std::function<void(std::uint64_t ticket, const FileDescriptor& memory)> begun;
+  std::function<bool(std::uint64_t ticket, const FileDescriptor& memory)> begun;  ///< false if it got lost
   std::function<void(const Reply& reply)> finished;
 
   FileDescriptor file;  ///< what the caller fills
@@ -48,7 +48,7 @@ struct HelperCall {
   [[nodiscard]] bool read();
   [[nodiscard]] Action action() const { return form.action(); }
   [[nodiscard]] std::size_t paths() const { return form.paths; }
-  /// The most bytes that the reply can have.
+  /// The most bytes that the reply can have without its results' own texts.
   [[nodiscard]] std::size_t mostReplyBytes() const { return bytes + paths() * HelperLimits::wordsBytes; }
   /// For a log: the call, who made it and what it is.
   [[nodiscard]] std::string described() const;

@@ -24,7 +24,7 @@ std::string escapedForLog(std::string_view text) {
 }
 
 bool RateLimit::admits(Clock::time_point now) {
-  if (passed_ == 0 || now - start_ >= interval_) {
+  if (passed_ == 0 || isOver(now)) {
     start_ = now;
     passed_ = 0;
   }
@@ -38,34 +38,48 @@ bool RateLimit::admits(Clock::time_point now) {
 
 std::size_t RateLimit::takeHeldBack() { return std::exchange(heldBack_, 0); }
 
-HelperLog::HelperLog(const char* name) : isJournal_(std::getenv("JOURNAL_STREAM") != nullptr) {
+HelperLog::HelperLog(const char* name, Now now)
+    : isJournal_(std::getenv("JOURNAL_STREAM") != nullptr), now_(std::move(now)) {
   if (!isJournal_) ::openlog(name, LOG_PID | LOG_PERROR | LOG_NDELAY, LOG_AUTHPRIV);
 }
 
 HelperLog::~HelperLog() {
-  for (const auto& [uid, limit] : limits_) reportHeldBack(uid);
+  for (auto& [uid, limit] : limits_) report(uid, limit);
 }
 
 void HelperLog::info(const std::string& line) { write(LOG_INFO, line); }
 void HelperLog::error(const std::string& line) { write(LOG_ERR, line); }
 
 void HelperLog::limited(std::uint32_t uid, const std::function<std::string()>& line) {
-  if (!limitOf(uid).admits(RateLimit::Clock::now())) return;
+  if (!limitOf(uid).admits(now_())) return;
   reportHeldBack(uid);
   write(LOG_WARNING, line());
 }
 
-void HelperLog::reportHeldBack(std::uint32_t uid) {
-  const std::size_t heldBack = limitOf(uid).takeHeldBack();
+void HelperLog::reportHeldBack(std::uint32_t uid) { report(uid, limitOf(uid)); }
+
+void HelperLog::report(std::uint32_t uid, RateLimit& limit) {
+  const std::size_t heldBack = limit.takeHeldBack();
   if (heldBack == 0) return;
   const std::string user = uid == kUnknownUser ? "?" : std::to_string(uid);
   write(LOG_WARNING, std::to_string(heldBack) + " more lines for uid=" + user + " were not logged");
 }
 
 RateLimit& HelperLog::limitOf(std::uint32_t uid) {
+  if (!limits_.contains(uid) && limits_.size() >= kMostUsers) forgetQuietUsers();
   const bool isNew = !limits_.contains(uid);
   const std::uint32_t key = isNew && limits_.size() >= kMostUsers ? kUnknownUser : uid;
   return limits_.try_emplace(key, kMostOfUser, std::chrono::seconds(10)).first->second;
+}
+
+void HelperLog::forgetQuietUsers() {
+  const auto isQuiet = [now = now_()](const auto& each) {
+    return each.first != kUnknownUser && each.second.isOver(now);
+  };
+  for (auto& each : limits_) {
+    if (isQuiet(each)) report(each.first, each.second);
+  }
+  std::erase_if(limits_, isQuiet);
 }
 
 void HelperLog::write(int priority, const std::string& line) {

@@ -26,6 +26,8 @@ class RateLimit {
   RateLimit(std::size_t burst, std::chrono::seconds interval) : burst_(burst), interval_(interval) {}
   /// Whether one more may pass at this moment.
   [[nodiscard]] bool admits(Clock::time_point now);
+  /// Whether the interval is over, so that the limit says nothing about the next one.
+  [[nodiscard]] bool isOver(Clock::time_point now) const { return now - start_ >= interval_; }
   /// How many were held back since the last call.
   [[nodiscard]] std::size_t takeHeldBack();
 
@@ -41,8 +43,10 @@ class RateLimit {
 /// caller escapes what comes from outside.
 class HelperLog {
  public:
+  using Now = std::function<RateLimit::Clock::time_point()>;
+
   /// `name` must stay. To be made before the environment is cleared.
-  explicit HelperLog(const char* name);
+  explicit HelperLog(const char* name, Now now = RateLimit::Clock::now);
 
   /// Tells what was held back and not reported yet.
   ~HelperLog();
@@ -58,14 +62,17 @@ class HelperLog {
   void reportHeldBack(std::uint32_t uid);
 
   static constexpr std::size_t kMostOfUser = 50;
-  /// Users beyond these share one limit.
+  /// Users beyond these in ten seconds share one limit.
   static constexpr std::size_t kMostUsers = 64;
 
  private:
   RateLimit& limitOf(std::uint32_t uid);
+  void forgetQuietUsers();
+  void report(std::uint32_t uid, RateLimit& limit);
   void write(int priority, const std::string& line);
 
   bool isJournal_;
+  Now now_;
   std::map<std::uint32_t, RateLimit> limits_;
 };
 

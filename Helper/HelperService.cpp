@@ -49,12 +49,15 @@ void returnNoMemory(const Result& result) {
   result.returnError(sdbus::Error("org.freedesktop.DBus.Error.NoMemory", "no memory"));
 }
 
+/// False if that was what was returned.
 template <class Result, class... Values>
-void returnAll(const Result& result, Values&&... values) {
+bool returnAll(const Result& result, Values&&... values) {
   try {
     result.returnResults(std::forward<Values>(values)...);
+    return true;
   } catch (const sdbus::Error&) {
     returnNoMemory(result);
+    return false;
   }
 }
 
@@ -90,6 +93,8 @@ class HelperService::Core {
   void admit(std::unique_ptr<HelperCall> call);
   void identified(std::uint64_t id, std::optional<std::uint32_t> uid);
   void decided(std::uint64_t id, bool isAuthorised, const std::string& reason);
+  [[nodiscard]] std::size_t roomForReply(const HelperCall& call) const;
+  bool hasRoomForReply(HelperCall& call);
   void handOutMemory(HelperCall& call);
   void startWork(HelperCall& call);
   void finished(std::uint64_t id, const Supervisor::Ending& ending);
@@ -104,6 +109,7 @@ class HelperService::Core {
   [[nodiscard]] bool isGuarded();
   [[nodiscard]] std::string sender() const { return object_->getCurrentlyProcessedMessage()->getSender(); }
   [[nodiscard]] const char* refusalOfAll();
+  [[nodiscard]] Clock::time_point idleEnd() const;
   [[nodiscard]] std::optional<Clock::time_point> deadline() const;
   void wait(int stopSignal);
   void logFailures(const HelperCall& call, const ResultTable& results);
@@ -187,7 +193,7 @@ void HelperService::Core::begin(BeginResult&& result, const std::optional<EventF
   call->bytes = bytes;
   call->refuse = refusalBy(back);
   call->begun = [back](std::uint64_t ticket, const FileDescriptor& memory) {
-    returnAll(*back, ticket, sdbus::UnixFd(memory.get()));
+    return returnAll(*back, ticket, sdbus::UnixFd(memory.get()));
   };
   admit(std::move(call));
 }
@@ -245,24 +251,37 @@ void HelperService::Core::decided(std::uint64_t id, bool isAuthorised, const std
   handOutMemory(*call);
 }
 
+/// The bytes that the reply to this call may have beside those that callers keep and those to come.
+std::size_t HelperService::Core::roomForReply(const HelperCall& call) const {
+  const std::size_t others = repliedBytes_ + calls_.mostReplyBytesBeside(call);
+  const std::size_t all = HelperLimits::bytesOf(HelperMessage::Kind::Reply);
+  return all - std::min(all, others);
+}
+
+/// Refuses the call without room for its reply. Replies that callers keep count against this process; the
+/// next helper begins without any.
+bool HelperService::Core::hasRoomForReply(HelperCall& call) {
+  if (roomForReply(call) >= call.mostReplyBytes()) return true;
+  isLeaving_ = isLeaving_ || calls_.mostReplyBytesBeside(call) == 0;
+  refuse(call, isLeaving_ ? HelperRefusal::closing : HelperRefusal::busy);
+  return false;
+}
+
 void HelperService::Core::handOutMemory(HelperCall& call) {
-  const std::size_t promised = repliedBytes_ + calls_.mostReplyBytes();
-  if (promised + call.mostReplyBytes() > HelperLimits::bytesOf(HelperMessage::Kind::Reply)) {
-    // Replies that callers keep count against this process; the next helper begins without any.
-    isLeaving_ = isLeaving_ || !calls_.hasAuthorisedWork();
-    return refuse(call, isLeaving_ ? HelperRefusal::closing : HelperRefusal::busy);
-  }
+  if (!hasRoomForReply(call)) return;
   call.file = SealedMemory::forFilling(call.bytes);
   if (!call.file.isOpen()) return refuse(call, HelperRefusal::noMemory);
   call.stage = Stage::Filling;
   call.fillDeadline = Clock::now() + kFill;
   call.refuse = nullptr;
+  std::string fault = "no memory";
   try {
-    call.begun(call.id, call.file);
+    if (call.begun(call.id, call.file)) return;
   } catch (const sdbus::Error& error) {
-    log_.error(call.described() + " no answer: " + escapedForLog(error.getMessage()));
-    calls_.take(call.id);
+    fault = escapedForLog(error.getMessage());
   }
+  log_.error(call.described() + " no answer: " + fault);
+  calls_.take(call.id);
 }
 
 void HelperService::Core::runEvent(RunResult&& result, std::uint64_t ticket) {
@@ -279,7 +298,7 @@ void HelperService::Core::runEvent(RunResult&& result, std::uint64_t ticket) {
     returnAll(*back, reply.flag, reply.code, sdbus::UnixFd(reply.message.get()));
   };
   if (!call->read()) return refuse(*call, HelperRefusal::unsound);
-  startWork(*call);
+  if (hasRoomForReply(*call)) startWork(*call);
 }
 
 void HelperService::Core::startWork(HelperCall& call) {
@@ -310,9 +329,10 @@ void HelperService::Core::finished(std::uint64_t id, const Supervisor::Ending& e
   if (configuration_.logsPaths && call->form.removes()) logRemoved(*call, results);
   log_.info(call->described() + " done=" + std::to_string(results.successes()) +
             " failed=" + std::to_string(call->paths() - results.successes()) + notOverwritten(results) +
-            " flag=" + (told.flag ? "1" : "0") + " code=" + std::to_string(told.code) + " worker-memory=" +
-            std::to_string(ending.peakMemory) + "KiB" + (ending.outcome.has_value() ? " end" : " killed"));
-  const Reply reply = Reply::of(call->form, *call->view, results, told);
+            " flag=" + (told.flag ? "1" : "0") + " code=" + std::to_string(told.code) + " " +
+            (ending.outcome.has_value() ? "worker-memory=" + std::to_string(ending.peakMemory) + "KiB end"
+                                        : "killed"));
+  const Reply reply = Reply::of(call->form, *call->view, results, told, roomForReply(*call));
   repliedBytes_ += reply.bytes;
   lastWork_ = Clock::now();
   answer(*call, [&](const HelperCall& ended) { ended.finished(reply); });
@@ -414,7 +434,7 @@ bool HelperService::Core::serveBus() {
 /// answers the calls that were delivered before that.
 bool HelperService::Core::leave() {
   if (calls_.hasAuthorisedWork()) return false;
-  if (!isLeaving_ && !calls_.hasWork() && Clock::now() - lastWork_ >= configuration_.idle) {
+  if (!isLeaving_ && Clock::now() >= idleEnd()) {
     log_.info("nothing to do");
     isLeaving_ = true;
   }
@@ -430,30 +450,37 @@ bool HelperService::Core::leave() {
   return true;
 }
 
+/// When the helper ends without authorised work. Questions delay it, but not for ever: the next helper asks
+/// them again.
+Clock::time_point HelperService::Core::idleEnd() const {
+  return lastWork_ + configuration_.idle + (calls_.hasWork() ? identity_.question : std::chrono::seconds(0));
+}
+
 /// When something is to be done though nothing happens.
 std::optional<Clock::time_point> HelperService::Core::deadline() const {
-  if (calls_.hasWork()) return calls_.firstDeadline();
-  return lastWork_ + configuration_.idle;
+  if (const auto ticket = calls_.firstDeadline()) return ticket;
+  return calls_.hasAuthorisedWork() ? std::nullopt : std::optional(idleEnd());
 }
 
 void HelperService::Core::wait(int stopSignal) {
   const sdbus::IConnection::PollData bus = connection_->getEventLoopPollData();
   std::vector<pollfd> descriptors = {{bus.fd, bus.events, 0}, {isStopping_ ? -1 : stopSignal, POLLIN, 0}};
-  for (const int descriptor : supervisor_.descriptors()) descriptors.push_back({descriptor, POLLIN, 0});
+  const std::vector<int> workers = supervisor_.descriptors();
+  for (const int descriptor : workers) descriptors.push_back({descriptor, POLLIN, 0});
   int timeout = bus.getPollTimeout();
   if (const auto until = deadline()) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(*until - Clock::now()).count();
     const int most = static_cast<int>(std::max<std::int64_t>(left, 0));
     timeout = timeout < 0 ? most : std::min(timeout, most);
   }
-  // The results of a worker come one by one, sometimes a million of them: the bus is only asked if it has
-  // news, or had more than it was asked for; there is no time-out then.
+  // A worker's results come one by one, sometimes a million of them: the bus is asked only if it has news, if
+  // there was more than kMostInARow (the time-out is 0 then), or if a worker has ended.
   int ready = 0;
   do {
     ready = ::poll(descriptors.data(), descriptors.size(), timeout);
     supervisor_.serve();
   } while (ready > 0 && timeout != 0 && descriptors[0].revents == 0 && descriptors[1].revents == 0 &&
-           supervisor_.descriptors().size() + 2 == descriptors.size());
+           supervisor_.descriptors() == workers);
   dropUnusedTickets();
   if (descriptors[1].revents != 0) stop();
 }

@@ -25,6 +25,8 @@ struct HelperIdentity {
   /// Another connection to the bus, over which the service checks that no descriptor can reach it; null for
   /// no check. Used at the start alone.
   std::shared_ptr<sdbus::IConnection> probe;
+  /// For how long questions to users may delay the end of an idle helper.
+  std::chrono::seconds question{300};
 };
 
 /// The service on the bus, with the methods of HelperWireNames. An event takes two calls. Begin announces its
@@ -36,9 +38,9 @@ struct HelperIdentity {
 /// is not used in kFill expires. Every call is answered exactly once.
 ///
 /// Without authorised work for the configured time the service gives up its name and ends, so that the next
-/// call starts the program that is installed by then; it ends sooner if that is another one. Calls that were
-/// delivered before the name was free are refused with HelperRefusal::closing, which sends their callers to
-/// the next helper.
+/// call starts the program that is installed by then; it ends sooner if that is another one. Questions that
+/// have no answer by then, and calls that were delivered before the name was free, are refused with
+/// HelperRefusal::closing, which sends their callers to the next helper.
 class HelperService {
  public:
   HelperService(std::unique_ptr<sdbus::IConnection> connection, HelperIdentity identity,

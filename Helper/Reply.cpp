@@ -173,14 +173,14 @@ FileDescriptor withoutEntries() {
 }  // namespace
 
 Reply Reply::of(const EventForm& form, const MessageView& event, const ResultTable& results,
-                const EventOutcome& outcome) {
+                const EventOutcome& outcome, std::size_t most) {
   // What the worker says of the whole never covers a path that is not known to be done.
   const bool flag = outcome.flag && results.successes() == form.paths;
   const std::int32_t code = outcome.flag && !flag ? static_cast<std::int32_t>(form.failure()) : outcome.code;
   Content content{form, event, results, flag, true};
   if (content.entries() == 0) return {flag, code, withoutEntries()};
   std::size_t bytes = sizeOf(content);
-  if (bytes > HelperLimits::bytesOf(HelperMessage::Kind::Reply)) {
+  if (bytes > most) {
     content.hasTexts = false;
     bytes = sizeOf(content);
   }

@@ -22,10 +22,11 @@ struct Reply {
   std::size_t bytes = 0;   ///< of the message that are this reply's own
 
   /// The forms are those of HelperProtocol; of Delete and Shred, where nobody reads the keys, they are
-  /// running numbers. A path without a result has failed. If the reply would not fit its caps, the results'
-  /// own texts are left out; without them every reply fits. Replies without entries share their memory.
+  /// running numbers. A path without a result has failed. If the reply would have more than `most` bytes, the
+  /// results' own texts are left out; without them HelperCall::mostReplyBytes() are enough. Replies without
+  /// entries share their memory.
   static Reply of(const EventForm& form, const MessageView& event, const ResultTable& results,
-                  const EventOutcome& outcome);
+                  const EventOutcome& outcome, std::size_t most);
 };
 
 }  // namespace sorrel::helper

@@ -1,5 +1,6 @@
 #include "Helper/ResultPipe.hpp"
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <array>
@@ -17,6 +18,7 @@ struct Record {
   std::int32_t code = 0;  // the status of a path, or the code of the outcome
   std::uint16_t length = 0;
   std::uint16_t flag = 0;
+  std::int32_t peakMemory = 0;  // with the outcome alone
 };
 
 }  // namespace
@@ -24,7 +26,7 @@ struct Record {
 void ResultPipeWriter::result(std::size_t index, HelperEventErrorID status, std::string_view desc) {
   const std::string_view text = desc.substr(0, kMostResultText);
   const Record record{static_cast<std::uint32_t>(index), static_cast<std::int32_t>(status),
-                      static_cast<std::uint16_t>(text.size()), 0};
+                      static_cast<std::uint16_t>(text.size())};
   std::array<char, sizeof record + kMostResultText> bytes{};
   std::memcpy(bytes.data(), &record, sizeof record);
   std::memcpy(bytes.data() + sizeof record, text.data(), text.size());
@@ -32,7 +34,10 @@ void ResultPipeWriter::result(std::size_t index, HelperEventErrorID status, std:
 }
 
 void ResultPipeWriter::end(const EventOutcome& outcome) {
-  const Record record{kEnd, outcome.code, 0, static_cast<std::uint16_t>(outcome.flag ? 1 : 0)};
+  rusage usage{};
+  ::getrusage(RUSAGE_SELF, &usage);
+  const Record record{kEnd, outcome.code, 0, static_cast<std::uint16_t>(outcome.flag ? 1 : 0),
+                      static_cast<std::int32_t>(usage.ru_maxrss)};
   std::array<char, sizeof record> bytes{};
   std::memcpy(bytes.data(), &record, sizeof record);
   write({bytes.data(), bytes.size()});
@@ -57,6 +62,7 @@ bool ResultPipeReader::take(std::string_view bytes) {
     if (left.size() < sizeof record + record.length) break;
     if (record.index == kEnd) {
       outcome_ = EventOutcome{record.flag != 0, record.code};
+      peakMemory_ = record.peakMemory;
     } else if (record.code < 0 || record.code > static_cast<std::int32_t>(HelperEventErrorID::MoveFail)) {
       return false;
     } else {

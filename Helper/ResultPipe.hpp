@@ -34,11 +34,14 @@ class ResultPipeReader {
   [[nodiscard]] bool take(std::string_view bytes);
   /// What the worker ended with; nothing if it did not get that far.
   [[nodiscard]] const std::optional<EventOutcome>& outcome() const noexcept { return outcome_; }
+  /// Of the worker, KiB; 0 without an outcome.
+  [[nodiscard]] long peakMemory() const noexcept { return peakMemory_; }
 
  private:
   ResultTable& table_;
   std::string rest_;  // the beginning of a record
   std::optional<EventOutcome> outcome_;
+  long peakMemory_ = 0;
 };
 
 }  // namespace sorrel::helper

@@ -15,8 +15,9 @@ namespace sorrel::helper {
 /// each text of a failure once if it is one of the first that came.
 class ResultTable {
  public:
-  /// All texts together; what comes later is kept without its text.
-  static constexpr std::size_t kMostTextBytes = std::size_t{128} << 20;
+  /// Of all texts of a table; what comes later is kept without its text. The tables of all events that may
+  /// run at a time take sixteen times as much.
+  static constexpr std::size_t kMostTextBytes = std::size_t{8} << 20;
   /// Texts that are looked for again.
   static constexpr std::size_t kSharedTexts = 256;
 

@@ -3,7 +3,7 @@
 #include <fcntl.h>
 #include <signal.h>
 #include <sys/prctl.h>
-#include <sys/resource.h>
+#include <sys/syscall.h>
 #include <sys/wait.h>
 #include <unistd.h>
 
@@ -32,14 +32,6 @@ void resetSignals() {
   ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
-/// Its peak of memory.
-long waitFor(pid_t process) {
-  rusage usage{};
-  while (::wait4(process, nullptr, 0, &usage) < 0 && errno == EINTR) {
-  }
-  return usage.ru_maxrss;
-}
-
 }  // namespace
 
 struct Supervisor::Worker {
@@ -56,10 +48,7 @@ struct Supervisor::Worker {
 Supervisor::Supervisor(Run run) : run_(std::move(run)) {}
 
 Supervisor::~Supervisor() {
-  for (const auto& [id, worker] : workers_) {
-    ::kill(worker->process, SIGKILL);
-    waitFor(worker->process);
-  }
+  for (const auto& [id, worker] : workers_) ::kill(worker->process, SIGKILL);
 }
 
 bool Supervisor::start(std::uint64_t id, const EventJob& job, Done done) {
@@ -110,6 +99,9 @@ pid_t Supervisor::process(std::uint64_t id) const {
 std::vector<int> Supervisor::descriptors() const {
   std::vector<int> all;
   for (const auto& [id, worker] : workers_) all.push_back(worker->pipe.get());
+  for (const auto& [process, end] : dying_) {
+    if (end.isOpen()) all.push_back(end.get());
+  }
   return all;
 }
 
@@ -117,6 +109,7 @@ void Supervisor::serve() {
   std::vector<std::uint64_t> ids;
   for (const auto& [id, worker] : workers_) ids.push_back(id);
   for (const std::uint64_t id : ids) read(id);
+  reap();
 }
 
 /// One piece, so that a busy worker does not keep the others waiting.
@@ -133,8 +126,14 @@ void Supervisor::read(std::uint64_t id) {
 void Supervisor::finish(std::uint64_t id) {
   const std::unique_ptr<Worker> worker = std::move(workers_.extract(id).mapped());
   ::kill(worker->process, SIGKILL);
-  const long peak = waitFor(worker->process);
-  worker->done({worker->results, worker->reader.outcome(), peak});
+  // Without a descriptor left it is reaped when something else wakes this process.
+  const auto end = static_cast<int>(::syscall(SYS_pidfd_open, worker->process, 0));
+  dying_.emplace(worker->process, FileDescriptor(end));
+  worker->done({worker->results, worker->reader.outcome(), worker->reader.peakMemory()});
+}
+
+void Supervisor::reap() {
+  std::erase_if(dying_, [](const auto& each) { return ::waitpid(each.first, nullptr, WNOHANG) != 0; });
 }
 
 }  // namespace sorrel::helper

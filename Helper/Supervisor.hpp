@@ -27,13 +27,14 @@ class Supervisor {
     const ResultTable& results;
     /// Nothing if the worker was killed, or failed before its end.
     const std::optional<EventOutcome>& outcome;
-    long peakMemory;  ///< of the worker, KiB
+    long peakMemory;  ///< of the worker, KiB; 0 without an outcome
   };
-  /// Once for each event, on the way of serve().
+  /// Called once for each event, by serve(), when the worker's pipe ends. The process itself may take longer:
+  /// a system call that cannot be interrupted delays its death for as long as a disk does not answer.
   using Done = std::function<void(const Ending& ending)>;
 
   explicit Supervisor(Run run = runEvent);
-  /// Kills the workers that are left.
+  /// Kills the workers that are left; waits for none of them.
   ~Supervisor();
   Supervisor(const Supervisor&) = delete;
   Supervisor& operator=(const Supervisor&) = delete;
@@ -49,7 +50,7 @@ class Supervisor {
   [[nodiscard]] pid_t process(std::uint64_t id) const;
   /// What to wait for: readable descriptors.
   [[nodiscard]] std::vector<int> descriptors() const;
-  /// Takes what has come; to be called after a wait. Never blocks on a worker that is alive.
+  /// Takes what has come; to be called after a wait. Never blocks.
   void serve();
 
  private:
@@ -58,9 +59,11 @@ class Supervisor {
   [[noreturn]] void work(int pipe, pid_t supervisor, const EventJob& job) const;
   void read(std::uint64_t id);
   void finish(std::uint64_t id);
+  void reap();
 
   Run run_;
   std::map<std::uint64_t, std::unique_ptr<Worker>> workers_;
+  std::map<pid_t, FileDescriptor> dying_;  // with their pidfds
 };
 
 }  // namespace sorrel::helper

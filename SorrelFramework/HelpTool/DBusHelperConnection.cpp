@@ -191,7 +191,7 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
       };
     };
     sendTo(owner, call, [this, event, call](const Failure& failure) {
-      const bool isAgain = failure.wasNeverDelivered && !event->isStopped() && event->takeTry();
+      const bool isAgain = failure.goesToNextHelper() && !event->isStopped() && event->takeTry();
       isAgain ? begin(event) : endWithout(event, failure);
     });
   }

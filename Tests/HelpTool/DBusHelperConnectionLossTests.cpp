@@ -11,6 +11,7 @@
 #include <utility>
 
 #include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
+#include "SorrelFramework/HelpTool/HelperWireNames.hpp"
 #include "Tests/HelpTool/BusCalls.hpp"
 #include "Tests/HelpTool/ConnectionKit.hpp"
 #include "Tests/Support/Checkers.hpp"
@@ -145,6 +146,35 @@ TEST_F(DBusHelperConnectionTest, aHelperThatIsEndingSendsItsCallersToTheNext) {
   busCalls().before(kQuestions + 1, [&] { replaceService(WireService::echo); });
   EXPECT_TRUE(ask(*held, kDelete, {}).flag);
   EXPECT_EQ(losses, 0);
+}
+
+TEST_F(DBusHelperConnectionTest, anEventThatAnEndingHelperRefusesToRunGoesToTheNext) {
+  startService([this](const WireService::Event& event, WireService::Result&& result) {
+    if (service->events().size() > 1) return WireService::echo(event, std::move(result));
+    result.returnError(sdbus::Error(HelperWireNames(kWireService).refusalName(), HelperRefusal::closing));
+  });
+  const auto held = countedHelper();
+  ASSERT_NE(held, nullptr);
+  EXPECT_TRUE(ask(*held, kDelete, {}).flag);
+  EXPECT_EQ(service->events().size(), 2U);
+  EXPECT_EQ(losses, 0);
+}
+
+TEST_F(DBusHelperConnectionTest, aLostShredIsRepliedToFromTheDisk) {
+  startService(keepSilent);
+  const auto held = countedHelper();
+  ASSERT_NE(held, nullptr);
+  DBusHelperConnection::repliesToLostEvents = true;
+  const std::string gone = folder.file("gone");
+  auto reply = std::async(std::launch::async, [&] { return ask(*held, 1, {{gone, HelperDictionary()}}); });
+  ASSERT_TRUE(service->waitForEvents(1));
+  std::filesystem::remove(gone);
+  service.reset();
+  const Reply got = reply.get();
+  DBusHelperConnection::repliesToLostEvents = false;
+  EXPECT_TRUE(
+      got.dictionary ==
+      (HelperDictionary{{gone, HelperDictionary{{"Path", gone}, {"DeleteStatus", 0}, {"DeleteDesc", ""}}}}));
 }
 
 TEST_F(DBusHelperConnectionTest, aLostEventIsRepliedToFromTheDiskIfThatIsSwitchedOn) {

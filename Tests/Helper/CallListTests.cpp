@@ -96,10 +96,18 @@ TEST_F(CallListTest, aQuestionIsWorkThatIsNotAuthorised) {
   calls.find(call)->bytes = 5;
   EXPECT_TRUE(calls.hasWork());
   EXPECT_FALSE(calls.hasAuthorisedWork());
-  EXPECT_EQ(calls.mostReplyBytes(), 0U);
   calls.find(call)->stage = Stage::Filling;
   EXPECT_TRUE(calls.hasAuthorisedWork());
-  EXPECT_EQ(calls.mostReplyBytes(), 5U);
+}
+
+TEST_F(CallListTest, onlyARunningEventHoldsRoomForItsReply) {
+  const HelperCall& asker = *calls.find(add(1, Stage::Asking));
+  const std::uint64_t other = add(2, Stage::Filling);
+  calls.find(other)->bytes = 5;
+  EXPECT_EQ(calls.mostReplyBytesBeside(asker), 0U);
+  calls.find(other)->stage = Stage::Running;
+  EXPECT_EQ(calls.mostReplyBytesBeside(asker), 5U);
+  EXPECT_EQ(calls.mostReplyBytesBeside(*calls.find(other)), 0U);
 }
 
 TEST_F(CallListTest, theFirstTicketThatExpiresCounts) {

@@ -65,7 +65,7 @@ TEST(HelperCall, theReplyNeedsRoomForItsWordsBesideTheEvent) {
   HelperCall call = callWith(1, 2, bytes);
   ASSERT_TRUE(call.read());
   EXPECT_EQ(call.mostReplyBytes(), bytes.size() + 2 * HelperLimits::wordsBytes);
-  const Reply reply = Reply::of(call.form, *call.view, ResultTable(2), EventOutcome());
+  const Reply reply = Reply::of(call.form, *call.view, ResultTable(2), EventOutcome(), call.mostReplyBytes());
   EXPECT_LE(reply.bytes, call.mostReplyBytes());
   const auto memory = SealedMemory::map(reply.message.get(), call.mostReplyBytes());
   ASSERT_TRUE(memory.has_value());

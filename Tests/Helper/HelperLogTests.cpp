@@ -4,6 +4,7 @@
 
 #include <algorithm>
 #include <sstream>
+#include <utility>
 #include <vector>
 
 #include "Tests/Support/ScopedVariable.hpp"
@@ -40,11 +41,12 @@ TEST(RateLimit, letsABurstThroughInEachInterval) {
 }
 
 /// What `work` makes a log write, line by line.
-std::vector<std::string> linesOf(const std::function<void(HelperLog&)>& work) {
+std::vector<std::string> linesOf(const std::function<void(HelperLog&)>& work,
+                                 HelperLog::Now now = RateLimit::Clock::now) {
   const test::ScopedVariable journal("JOURNAL_STREAM", "1:1");
   testing::internal::CaptureStderr();
   {
-    HelperLog log("helper");
+    HelperLog log("helper", std::move(now));
     work(log);
   }
   std::istringstream text(testing::internal::GetCapturedStderr());
@@ -85,6 +87,22 @@ TEST(HelperLog, manyUsersShareTheLastLimit) {
   });
   EXPECT_EQ(std::ranges::count_if(lines, [](const auto& line) { return line.starts_with("user "); }),
             static_cast<std::ptrdiff_t>(HelperLog::kMostUsers + HelperLog::kMostOfUser));
+}
+
+TEST(HelperLog, aUserHasALimitOfItsOwnAgainWhenOthersAreQuiet) {
+  RateLimit::Clock::time_point now{};
+  const auto lines = linesOf(
+      [&now](HelperLog& log) {
+        for (std::uint32_t uid = 0; uid < 1000; ++uid) write(log, uid, 1);
+        write(log, 5, 100);
+        now += seconds(10);
+        write(log, kUnknownUser, 1000);
+        write(log, 2000, 1);
+      },
+      [&now] { return now; });
+  EXPECT_NE(std::ranges::find(lines, "user 2000"), lines.end());
+  EXPECT_NE(std::ranges::find(lines, "51 more lines for uid=5 were not logged"), lines.end())
+      << "none is forgotten with its user";
 }
 
 }  // namespace

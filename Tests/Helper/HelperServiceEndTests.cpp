@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <atomic>
+#include <cerrno>
 #include <chrono>
 #include <functional>
 #include <future>
@@ -30,6 +31,8 @@ struct Moments {
   std::function<void()> whenItHasItsName;
   std::function<void()> beforeTheNameIsGivenUp;
   std::function<void(int descriptor)> beforeEachMessage;
+  std::atomic<bool> hasDescriptors = true;
+  std::atomic<bool> hasMemory = true;
   std::recursive_mutex mutex;  // held while something happens, which may call the bus itself
 
   /// From here on nothing does: the thread ends later than what the moments refer to.
@@ -75,6 +78,23 @@ extern "C" [[gnu::visibility("default")]] int sd_bus_process(void* bus, void** m
   sorrel::helper::happen(&sorrel::helper::Moments::whenItHasItsName);
   sorrel::helper::happenBeforeMessage(sorrel::helper::next<int(void*)>("sd_bus_get_fd")(bus));
   return sorrel::helper::next<decltype(sd_bus_process)>("sd_bus_process")(bus, message);
+}
+
+extern "C" [[gnu::visibility("default")]] int sd_bus_message_append_basic(void* message, char type,
+                                                                          const void* value) {
+  using sorrel::helper::moments;
+  if (type == 'h' && moments != nullptr && !moments->hasDescriptors) return -EMFILE;
+  return sorrel::helper::next<decltype(sd_bus_message_append_basic)>("sd_bus_message_append_basic")(
+      message, type, value);
+}
+
+extern "C" [[gnu::visibility("default")]] int memfd_create(const char* name, unsigned flags) {
+  using sorrel::helper::moments;
+  if (moments != nullptr && !moments->hasMemory) {
+    errno = ENOMEM;
+    return -1;
+  }
+  return sorrel::helper::next<decltype(memfd_create)>("memfd_create")(name, flags);
 }
 
 namespace sorrel::helper {
@@ -168,6 +188,8 @@ class EarlyCaller {
   std::unique_ptr<sdbus::IProxy> service_;
 };
 
+constexpr std::chrono::seconds kLong{300};
+
 /// The service in a thread of this process.
 class HelperServiceEnd : public testing::Test {
  protected:
@@ -180,14 +202,15 @@ class HelperServiceEnd : public testing::Test {
     if (thread.joinable()) thread.join();
   }
 
-  void start(ScriptedPolkit::Mode mode, std::chrono::seconds idle) {
+  void start(ScriptedPolkit::Mode mode, std::chrono::seconds idle, std::chrono::seconds question = kLong) {
     polkit = std::make_unique<ScriptedPolkit>(bus.address(), mode);
     HelperConfiguration configuration;
     configuration.idle = idle;
     auto connection = sdbus::createSessionBusConnectionWithAddress(bus.address());
     service = std::make_unique<HelperService>(
         std::move(connection),
-        HelperIdentity{kOwnName, "1.2.3", [this] { return isReplaced.load(); }, nullptr}, configuration, log);
+        HelperIdentity{kOwnName, "1.2.3", [this] { return isReplaced.load(); }, nullptr, question},
+        configuration, log);
     own.whenItHasItsName = [this] { hasName.set_value(); };
     thread = std::thread([&] {
       moments = &own;
@@ -274,6 +297,36 @@ TEST_F(HelperServiceEnd, callsThatNeedNoRightKeepItFromEndingNoLonger) {
   flood(true);
   auto end = hasEnded.get_future();
   EXPECT_EQ(end.wait_for(test::kPatience), std::future_status::ready);
+}
+
+TEST_F(HelperServiceEnd, aQuestionWithoutAnAnswerKeepsItNotForEver) {
+  start(ScriptedPolkit::Mode::Wait, std::chrono::seconds(0), std::chrono::seconds(1));
+  auto answer = caller->begin();
+  ASSERT_TRUE(polkit->waitForQuestions(1));
+  EXPECT_EQ(answerOf(answer), "closing") << "the next helper asks again";
+  EXPECT_TRUE(hasEnded.get_future().get());
+}
+
+TEST_F(HelperServiceEnd, aTicketThatGotLostIsNotKept) {
+  start(ScriptedPolkit::Mode::Yes, kLong);
+  own.hasDescriptors = false;
+  auto lost = caller->begin();
+  EXPECT_EQ(answerOf(lost), "no memory");
+  own.hasDescriptors = true;
+  auto ticket = caller->begin();
+  EXPECT_EQ(answerOf(ticket), "ticket") << "not that the user has an event under way";
+}
+
+TEST_F(HelperServiceEnd, anEventWithoutMemoryForItsReplyIsLost) {
+  start(ScriptedPolkit::Mode::Yes, kLong);
+  auto ticket = caller->begin();
+  ASSERT_EQ(answerOf(ticket), "ticket");
+  own.hasMemory = false;
+  auto answer = caller->run();
+  EXPECT_EQ(answerOf(answer), "no memory") << "which is no refusal, and no success";
+  own.hasMemory = true;
+  auto next = caller->begin();
+  EXPECT_EQ(answerOf(next), "ticket");
 }
 
 TEST_F(HelperServiceEnd, theNextCallEndsAReplacedHelper) {

@@ -139,6 +139,18 @@ TEST_F(HelperServiceTest, memoryThatItsCallerLeftOutIsRefused) {
   EXPECT_LT(std::atol(statusOf(machine->helper(), "RssShmem").c_str()), 4096);
 }
 
+TEST_F(HelperServiceTest, anEventThatIsStillFilledHoldsNoRoomForItsReply) {
+  start({});
+  ASSERT_EQ(::seteuid(kAlice), 0);  // as whom the next connection is made
+  RawCaller alice(machine->address());
+  ASSERT_EQ(::seteuid(0), 0);
+  const RawCaller::Ticket largest =
+      alice.begin({kDelete, -1, static_cast<std::uint32_t>(HelperLimits::paths), HelperLimits::bytes});
+  ASSERT_EQ(largest.refusal, "");
+  const std::string file = rootsFile("file");
+  EXPECT_TRUE(machine->ask(kDelete, {{file, HelperDictionary{{"0", 1}}}}).flag) << machine->log();
+}
+
 TEST_F(HelperServiceTest, aTicketIsGoodForItsConnectionAlone) {
   start({});
   const std::string file = rootsFile("kept");

@@ -4,8 +4,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <cstdint>
 #include <string>
 
+#include "Helper/HelperCall.hpp"
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 #include "SorrelFramework/HelpTool/SealedMemory.hpp"
 
@@ -22,8 +24,8 @@ struct Case {
         form(EventForm::of(id, view).value()),
         results(event.size()) {}
 
-  [[nodiscard]] Reply reply(bool flag, std::int32_t code = 0) const {
-    return Reply::of(form, view, results, {flag, code});
+  [[nodiscard]] Reply reply(bool flag, std::int32_t code = 0, std::size_t most = SIZE_MAX) const {
+    return Reply::of(form, view, results, {flag, code}, most);
   }
 
   HelperMessage message;
@@ -133,6 +135,27 @@ TEST(Reply, withoutPathsTheOutcomeIsAll) {
   EXPECT_FALSE(failed.flag);
   EXPECT_EQ(failed.code, 77);
   EXPECT_TRUE(dictionaryOf(failed).empty());
+}
+
+TEST(Reply, textsThatHaveNoRoomAreLeftOut) {
+  HelperDictionary event;
+  for (int i = 0; i < 9; ++i) event.emplace("/" + std::to_string(i), HelperDictionary{{"0", i}});
+  Case example(0, event);
+  const std::string text(kMostResultText, 'x');
+  for (std::size_t i = 0; i < 9; ++i) example.results.set(i, Error::DeleteError, text);
+  const std::size_t whole = example.reply(false).bytes;
+  HelperCall call;
+  call.form = example.form;
+  call.bytes = example.bytes.size();
+  EXPECT_GT(whole, call.mostReplyBytes());
+  for (const std::size_t most : {whole, call.mostReplyBytes()}) {
+    const Reply reply = example.reply(false, 2, most);
+    EXPECT_LE(reply.bytes, most);
+    const HelperDictionary dictionary = dictionaryOf(reply);
+    EXPECT_EQ(dictionary.size(), 9U);
+    EXPECT_EQ(*dictionary.at("0000000").asDictionary()->at("DeleteDesc").asText(),
+              most == whole ? text : kUnfinishedText);
+  }
 }
 
 TEST(Reply, manyPathsStayInOrder) {

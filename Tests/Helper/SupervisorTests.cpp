@@ -4,8 +4,12 @@
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <signal.h>
+#include <sys/prctl.h>
+#include <sys/ptrace.h>
+#include <sys/wait.h>
 #include <unistd.h>
 
+#include <array>
 #include <cstdlib>
 #include <fstream>
 #include <stdexcept>
@@ -49,13 +53,16 @@ class SupervisorTest : public testing::Test {
       }
     };
   }
+  /// Until every worker is gone, not only its event done.
   static void serveUntilDone(Supervisor& supervisor) {
-    while (supervisor.running() > 0) {
-      std::vector<pollfd> descriptors;
-      for (const int descriptor : supervisor.descriptors()) descriptors.push_back({descriptor, POLLIN, 0});
-      ASSERT_GE(::poll(descriptors.data(), descriptors.size(), 20'000), 1);
-      supervisor.serve();
-    }
+    while (!supervisor.descriptors().empty()) ASSERT_TRUE(serveOnce(supervisor));
+  }
+  static bool serveOnce(Supervisor& supervisor) {
+    std::vector<pollfd> descriptors;
+    for (const int descriptor : supervisor.descriptors()) descriptors.push_back({descriptor, POLLIN, 0});
+    const bool hasNews = ::poll(descriptors.data(), descriptors.size(), 20'000) >= 1;
+    supervisor.serve();
+    return hasNews;
   }
 
   const HelperDictionary event = {{"/a", HelperDictionary()},
@@ -149,6 +156,73 @@ TEST_F(SupervisorTest, itsEndLeavesNoWorkerBehind) {
     ASSERT_TRUE(supervisor.start(1, job, noteIn(ending)));
   }
   EXPECT_EQ(ending.count, 0);
+  int status = 0;
+  EXPECT_GT(::waitpid(-1, &status, 0), 0);
+  EXPECT_EQ(WTERMSIG(status), SIGKILL);
+  EXPECT_FALSE(test::hasChildProcesses());
+}
+
+/// Keeps a process from being reaped by its parent, as a system call that never ends does: only a tracer that
+/// has not looked yet can.
+class Tracer {
+ public:
+  explicit Tracer(pid_t process) {
+    std::array<int, 2> ends{-1, -1};
+    EXPECT_EQ(::pipe(ends.data()), 0);
+    const FileDescriptor in(ends[0]);
+    FileDescriptor out(ends[1]);
+    child_ = ::fork();
+    if (child_ == 0) {
+      ::alarm(20);
+      const bool isTracing = ::ptrace(PTRACE_SEIZE, process, nullptr, nullptr) == 0;
+      if (::write(out.get(), "x", isTracing ? 1 : 0) == 1) ::pause();
+      ::_exit(1);
+    }
+    out.reset();
+    char byte = 0;
+    isTracing_ = ::read(in.get(), &byte, 1) == 1;
+  }
+  ~Tracer() { end(); }
+  Tracer(const Tracer&) = delete;
+  Tracer& operator=(const Tracer&) = delete;
+
+  [[nodiscard]] bool isTracing() const { return isTracing_; }
+  void end() {
+    if (child_ < 0) return;
+    ::kill(child_, SIGKILL);
+    ::waitpid(child_, nullptr, 0);
+    child_ = -1;
+  }
+
+ private:
+  pid_t child_ = -1;
+  bool isTracing_ = false;
+};
+
+TEST_F(SupervisorTest, aWorkerThatDiesSlowlyHoldsUpNothing) {
+  Supervisor supervisor([](const EventJob& given, ResultSink& sink) -> EventOutcome {
+    ::prctl(PR_SET_PTRACER, PR_SET_PTRACER_ANY, 0, 0, 0);
+    sink.result(0, Error::Success, "");
+    while (given.caller == 1) ::pause();
+    return {true, 0};
+  });
+  Ending slow;
+  Ending other;
+  ASSERT_TRUE(supervisor.start(1, {job.kind, 1, job.event, configuration}, noteIn(slow)));
+  ASSERT_TRUE(serveOnce(supervisor));
+  const pid_t worker = supervisor.process(1);
+  Tracer tracer(worker);
+  if (!tracer.isTracing()) GTEST_SKIP() << "needs the right to trace";
+  supervisor.kill(1);
+  ASSERT_TRUE(serveOnce(supervisor));
+  EXPECT_EQ(slow.count, 1) << "answered";
+  EXPECT_EQ(slow.statuses[0], 0);
+  EXPECT_EQ(::kill(worker, 0), 0) << "though it is still there";
+  ASSERT_TRUE(supervisor.start(2, {job.kind, 2, job.event, configuration}, noteIn(other)));
+  while (supervisor.running() > 0) ASSERT_TRUE(serveOnce(supervisor));
+  EXPECT_EQ(other.count, 1);
+  tracer.end();
+  serveUntilDone(supervisor);
   EXPECT_FALSE(test::hasChildProcesses());
 }
 
