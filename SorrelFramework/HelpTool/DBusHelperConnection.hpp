@@ -25,8 +25,8 @@ class DBusHelperConnection : public HelperConnection {
     std::uint32_t ownerUID = 0;  ///< who the helper has to be
   };
 
-  /// Also replies to events that are lost: with failures, except for paths of a Delete that are gone from the
-  /// disk. Off by default: the reply to a lost event never comes.
+  /// Also replies to events that are lost: with failures, except for paths of a Delete, a Shred or a Clean
+  /// that are gone from the disk. Off by default: the reply to a lost event never comes.
   static inline bool repliesToLostEvents = false;
 
   /// Nothing if the name is none that a bus takes, or if there is no bus.

@@ -77,8 +77,11 @@ HelperDictionary refusalOf(std::int32_t eventID, const HelperDictionary& event, 
   return refusal;
 }
 
-void settleByDisk(const HelperDictionary& event, const std::vector<SenderView>& views,
+bool settleByDisk(std::int32_t eventID, const HelperDictionary& event, const std::vector<SenderView>& views,
                   HelperDictionary& reply) {
+  const std::optional<HelperEventErrorID> failure = failureOf(eventID, event);
+  if (failure != HelperEventErrorID::DeleteError && failure != HelperEventErrorID::ShreadFail) return false;
+  const bool listsFailuresAlone = event.contains(kOperation);
   std::size_t index = 0;
   for (const auto& [path, numbers] : event) {
     const SenderView before = index < views.size() ? views[index] : SenderView();
@@ -86,9 +89,14 @@ void settleByDisk(const HelperDictionary& event, const std::vector<SenderView>& 
     if (entry == reply.end()) entry = reply.find(path);
     HelperDictionary* const words = entry == reply.end() ? nullptr : entry->second.asDictionary();
     if (words == nullptr || !hasGone(path, before)) continue;
+    if (listsFailuresAlone) {
+      reply.erase(entry);
+      continue;
+    }
     (*words)["DeleteStatus"] = HelperEventErrorID::Success;
     (*words)["DeleteDesc"] = "";
   }
+  return listsFailuresAlone && reply.empty();
 }
 
 }  // namespace sorrel

@@ -18,10 +18,6 @@ constexpr const char* kOperation = "OperationValue";
 constexpr auto kNoCause = static_cast<std::int32_t>(HelperEventErrorID::NoCause);
 constexpr const char* kLostText = "The privileged helper ended before it had finished.";
 
-bool isDelete(std::int32_t eventID) {
-  return eventID == static_cast<std::int32_t>(HelperHanldeEventID::Delete);
-}
-
 }  // namespace
 
 HelperEvent::HelperEvent(std::int32_t eventID, HelperDictionary dictionary, HelperProtocol::EventReply reply,
@@ -73,9 +69,7 @@ void HelperEvent::refuse(const std::string& reason) const {
 void HelperEvent::deliver(bool flag, std::int32_t code, int memory) const {
   std::optional<HelperMessage> answer = SealedMessage::open(memory, HelperMessage::Kind::Reply);
   if (!answer.has_value()) return lose(DBusHelperConnection::repliesToLostEvents);
-  if (isStopped_ && isDelete(eventID_) && answer->dictionary.has_value()) {
-    settleByDisk(*message_.dictionary, message_.views, *answer->dictionary);
-  }
+  if (isStopped_ && answer->dictionary.has_value()) flag = settle(*answer->dictionary) || flag;
   reply_(flag, code, answer->dictionary);
 }
 
@@ -83,8 +77,12 @@ void HelperEvent::lose(bool isReplied) const {
   if (onLoss_ != nullptr && *onLoss_) (*onLoss_)();
   if (!isReplied) return;
   HelperDictionary answer = refusalOf(eventID_, *message_.dictionary, kLostText);
-  if (isDelete(eventID_)) settleByDisk(*message_.dictionary, message_.views, answer);
-  reply_(false, kNoCause, answer);
+  const bool flag = settle(answer);
+  reply_(flag, kNoCause, answer);
+}
+
+bool HelperEvent::settle(HelperDictionary& answer) const {
+  return settleByDisk(eventID_, *message_.dictionary, message_.views, answer);
 }
 
 }  // namespace sorrel

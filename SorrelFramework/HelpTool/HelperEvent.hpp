@@ -42,10 +42,13 @@ class HelperEvent {
   void refuse(const std::string& reason) const;
   /// Replies what the helper answered. An answer that is not sound is a loss.
   void deliver(bool flag, std::int32_t code, int memory) const;
-  /// No answer comes any more. Replies only if `isReplied`: then the disk decides what was deleted.
+  /// No answer comes any more. Replies only if `isReplied`: then the disk decides what was removed.
   void lose(bool isReplied) const;
 
  private:
+  /// Corrects an answer by the disk; true if everything is done.
+  bool settle(HelperDictionary& answer) const;
+
   std::int32_t eventID_;
   HelperMessage message_;
   HelperProtocol::EventReply reply_;

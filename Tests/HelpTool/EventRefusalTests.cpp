@@ -61,14 +61,15 @@ TEST(EventRefusal, eachReasonHasItsText) {
 class SettledReply : public testing::Test {
  protected:
   /// The status of a file of which the reply says `status`, after it was removed or not.
-  std::int64_t statusOf(bool isThereBefore, bool isThereNow, const std::string& key, int status = 2) {
+  std::int64_t statusOf(bool isThereBefore, bool isThereNow, const std::string& key, int status = 2,
+                        std::int32_t eventID = 0) {
     const std::string file = folder.path("file");
     if (isThereBefore) folder.file("file");
     const HelperDictionary event{{file, kEmpty}};
     const std::vector<SenderView> views{viewOf(file)};
     if (!isThereNow) ::unlink(file.c_str());
     HelperDictionary reply{{key.empty() ? file : key, HelperDictionary{{"0", 7}, {"DeleteStatus", status}}}};
-    settleByDisk(event, views, reply);
+    EXPECT_FALSE(settleByDisk(eventID, event, views, reply));
     const HelperDictionary& entry = *reply.begin()->second.asDictionary();
     EXPECT_EQ(*entry.at("0").asNumber(), 7);
     return *entry.at("DeleteStatus").asNumber();
@@ -81,6 +82,35 @@ TEST_F(SettledReply, aPathThatIsGoneIsDeletedWhateverTheReplySays) {
   EXPECT_EQ(statusOf(true, false, "0000000"), 0) << "the helper's replies have numbers for keys";
 }
 
+TEST_F(SettledReply, aShreddedPathThatIsGoneIsDone) {
+  EXPECT_EQ(statusOf(true, false, "0000000", 4, 1), 0);
+  EXPECT_EQ(statusOf(true, true, "0000000", 4, 1), 4);
+}
+
+TEST_F(SettledReply, aCleanListsOnlyWhatIsStillThere) {
+  const std::string gone = folder.path("gone");
+  const std::string left = folder.file("left");
+  const HelperDictionary event{{"OperationValue", 2}, {gone, kEmpty}, {left, kEmpty}};
+  const SenderView present{SenderView::Kind::Present, 1, 1};
+  const std::vector<SenderView> views{present, present, {}};  // in the order of the keys
+  const HelperDictionary failed{{"DeleteStatus", 2}, {"DeleteDesc", kText}};
+  HelperDictionary reply{{gone, failed}, {left, failed}};
+  EXPECT_FALSE(settleByDisk(2, event, views, reply));
+  EXPECT_TRUE(reply == (HelperDictionary{{left, failed}}));
+  ::unlink(left.c_str());
+  EXPECT_TRUE(settleByDisk(2, event, views, reply)) << "everything is done";
+  EXPECT_TRUE(reply.empty());
+}
+
+TEST_F(SettledReply, aMovedPathThatIsGoneMayBeAnywhere) {
+  const std::string gone = folder.path("gone");
+  const HelperDictionary event{{"OperationValue", 3}, {gone, HelperDictionary{{"ToPath", "/b"}}}};
+  const HelperDictionary failed{{"DeleteStatus", 5}, {"DeleteDesc", kText}};
+  HelperDictionary reply{{gone, failed}};
+  EXPECT_FALSE(settleByDisk(2, event, {{SenderView::Kind::Present, 1, 1}, {}}, reply));
+  EXPECT_TRUE(reply == (HelperDictionary{{gone, failed}}));
+}
+
 TEST_F(SettledReply, aPathThatIsThereIsAsTheReplySays) {
   EXPECT_EQ(statusOf(true, true, ""), 2);
   EXPECT_EQ(statusOf(true, true, "", 0), 0);
@@ -90,7 +120,7 @@ TEST_F(SettledReply, aPathThatWasNeverThereWasNotDeleted) { EXPECT_EQ(statusOf(f
 
 TEST_F(SettledReply, aPathThatTheReplyOmitsStaysOut) {
   HelperDictionary reply;
-  settleByDisk({{folder.path("none"), kEmpty}}, {{SenderView::Kind::Present, 1, 1}}, reply);
+  EXPECT_FALSE(settleByDisk(0, {{folder.path("none"), kEmpty}}, {{SenderView::Kind::Present, 1, 1}}, reply));
   EXPECT_TRUE(reply.empty());
 }
 
