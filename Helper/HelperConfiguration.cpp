@@ -148,4 +148,17 @@ HelperConfiguration HelperConfiguration::read(const std::string& file) {
   return readIn(folder.get(), file.c_str() + slash + 1);
 }
 
+const HelperConfiguration& ConfigurationFile::read() {
+  HelperConfiguration now = HelperConfiguration::read(path_);
+  if (now == last_) return last_;
+  last_ = std::move(now);
+  if (!last_.fault.empty()) log_.error(path_ + ": " + last_.fault + ": all events are refused");
+  for (const std::string& place : last_.refusedPlaces) {
+    struct stat status {};
+    if (::lstat(place.c_str(), &status) == 0 || (errno != ENOENT && errno != ENOTDIR)) continue;
+    log_.error(path_ + ": refuse: there is no \"" + escapedForLog(place) + "\"");
+  }
+  return last_;
+}
+
 }  // namespace sorrel::helper

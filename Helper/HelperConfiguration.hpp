@@ -3,7 +3,10 @@
 #include <chrono>
 #include <string>
 #include <string_view>
+#include <utility>
 #include <vector>
+
+#include "Helper/HelperLog.hpp"
 
 namespace sorrel::helper {
 
@@ -34,6 +37,23 @@ struct HelperConfiguration {
   static HelperConfiguration read(const std::string& file);
   /// Reads the text of such a file.
   static HelperConfiguration parse(std::string_view text);
+
+  friend bool operator==(const HelperConfiguration&, const HelperConfiguration&) = default;
+};
+
+/// A file of that form, which may change while the helper runs.
+class ConfigurationFile {
+ public:
+  ConfigurationFile(std::string path, HelperLog& log) : path_(std::move(path)), log_(log) {}
+  /// Reads it anew. What it says now holds until the next call. If that is something else than before, logs
+  /// its fault and each refused path that does not exist: it may be misspelled. Such a path is refused all
+  /// the same.
+  const HelperConfiguration& read();
+
+ private:
+  std::string path_;
+  HelperLog& log_;
+  HelperConfiguration last_;
 };
 
 }  // namespace sorrel::helper

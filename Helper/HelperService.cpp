@@ -65,11 +65,12 @@ bool returnAll(const Result& result, Values&&... values) {
 
 class HelperService::Core {
  public:
-  Core(std::unique_ptr<sdbus::IConnection> connection, HelperIdentity identity,
-       HelperConfiguration configuration, HelperLog& log)
+  Core(std::unique_ptr<sdbus::IConnection> connection, HelperIdentity identity, Configure configure,
+       HelperLog& log)
       : identity_(std::move(identity)),
         names_(identity_.service),
-        configuration_(std::move(configuration)),
+        configure_(std::move(configure)),
+        configuration_(&configure_()),
         log_(log),
         connection_(std::move(connection)),
         object_(sdbus::createObject(*connection_, names_.objectPath)),
@@ -117,7 +118,8 @@ class HelperService::Core {
 
   HelperIdentity identity_;
   const HelperWireNames names_;
-  const HelperConfiguration configuration_;
+  const Configure configure_;
+  const HelperConfiguration* configuration_;
   HelperLog& log_;
   std::unique_ptr<sdbus::IConnection> connection_;  // outlives what came over it
   CallList calls_;
@@ -302,7 +304,8 @@ void HelperService::Core::runEvent(RunResult&& result, std::uint64_t ticket) {
 }
 
 void HelperService::Core::startWork(HelperCall& call) {
-  const EventJob job{call.form.kind, call.uid, *call.view, configuration_};
+  configuration_ = &configure_();
+  const EventJob job{call.form.kind, call.uid, *call.view, *configuration_};
   const bool isStarted = supervisor_.start(
       call.id, job, [this, id = call.id](const Supervisor::Ending& ending) { finished(id, ending); });
   if (!isStarted) return refuse(call, HelperRefusal::noProcess);
@@ -326,7 +329,7 @@ void HelperService::Core::finished(std::uint64_t id, const Supervisor::Ending& e
   const EventOutcome told =
       ending.outcome.value_or(EventOutcome{false, static_cast<std::int32_t>(call->form.failure())});
   logFailures(*call, results);
-  if (configuration_.logsPaths && call->form.removes()) logRemoved(*call, results);
+  if (configuration_->logsPaths && call->form.removes()) logRemoved(*call, results);
   log_.info(call->described() + " done=" + std::to_string(results.successes()) +
             " failed=" + std::to_string(call->paths() - results.successes()) + notOverwritten(results) +
             " flag=" + (told.flag ? "1" : "0") + " code=" + std::to_string(told.code) + " " +
@@ -453,7 +456,7 @@ bool HelperService::Core::leave() {
 /// When the helper ends without authorised work. Questions delay it, but not for ever: the next helper asks
 /// them again.
 Clock::time_point HelperService::Core::idleEnd() const {
-  return lastWork_ + configuration_.idle + (calls_.hasWork() ? identity_.question : std::chrono::seconds(0));
+  return lastWork_ + configuration_->idle + (calls_.hasWork() ? identity_.question : std::chrono::seconds(0));
 }
 
 /// When something is to be done though nothing happens.
@@ -513,9 +516,8 @@ bool HelperService::Core::run(int stopSignal) {
 }
 
 HelperService::HelperService(std::unique_ptr<sdbus::IConnection> connection, HelperIdentity identity,
-                             HelperConfiguration configuration, HelperLog& log)
-    : core_(std::make_unique<Core>(std::move(connection), std::move(identity), std::move(configuration),
-                                   log)) {}
+                             Configure configure, HelperLog& log)
+    : core_(std::make_unique<Core>(std::move(connection), std::move(identity), std::move(configure), log)) {}
 
 HelperService::~HelperService() = default;
 

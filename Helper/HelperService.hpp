@@ -43,8 +43,11 @@ struct HelperIdentity {
 /// HelperRefusal::closing, which sends their callers to the next helper.
 class HelperService {
  public:
-  HelperService(std::unique_ptr<sdbus::IConnection> connection, HelperIdentity identity,
-                HelperConfiguration configuration, HelperLog& log);
+  /// Reads the configuration as it is now; asked at the start and before the work on each event.
+  using Configure = std::function<const HelperConfiguration&()>;
+
+  HelperService(std::unique_ptr<sdbus::IConnection> connection, HelperIdentity identity, Configure configure,
+                HelperLog& log);
   ~HelperService();
   HelperService(const HelperService&) = delete;
   HelperService& operator=(const HelperService&) = delete;

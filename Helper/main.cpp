@@ -76,10 +76,9 @@ int main(int count, char**) {
   std::shared_ptr<sdbus::IConnection> probe = systemBus(log);
   const int stop = stopSignal();
   if (bus == nullptr || probe == nullptr || stop < 0 || !leaveEveryInheritance()) return EXIT_FAILURE;
-  const std::string file = "/etc/" + std::string(kService) + "/helper.conf";
-  HelperConfiguration configuration = HelperConfiguration::read(file);
-  if (!configuration.fault.empty()) log.error(file + ": " + configuration.fault + ": all events are refused");
+  ConfigurationFile file("/etc/" + std::string(kService) + "/helper.conf", log);
+  const auto configure = [&file]() -> const HelperConfiguration& { return file.read(); };
   HelperService service(std::move(bus), {kService, SORREL_VERSION, watchProgram(), std::move(probe)},
-                        std::move(configuration), log);
+                        configure, log);
   return service.run(stop) ? EXIT_SUCCESS : EXIT_FAILURE;
 }

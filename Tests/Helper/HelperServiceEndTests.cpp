@@ -204,13 +204,12 @@ class HelperServiceEnd : public testing::Test {
 
   void start(ScriptedPolkit::Mode mode, std::chrono::seconds idle, std::chrono::seconds question = kLong) {
     polkit = std::make_unique<ScriptedPolkit>(bus.address(), mode);
-    HelperConfiguration configuration;
     configuration.idle = idle;
     auto connection = sdbus::createSessionBusConnectionWithAddress(bus.address());
     service = std::make_unique<HelperService>(
         std::move(connection),
         HelperIdentity{kOwnName, "1.2.3", [this] { return isReplaced.load(); }, nullptr, question},
-        configuration, log);
+        [this]() -> const HelperConfiguration& { return configuration; }, log);
     own.whenItHasItsName = [this] { hasName.set_value(); };
     thread = std::thread([&] {
       moments = &own;
@@ -247,6 +246,7 @@ class HelperServiceEnd : public testing::Test {
 
   PrivateBus bus;
   HelperLog log{"helper"};
+  HelperConfiguration configuration;
   Moments own;
   std::unique_ptr<ScriptedPolkit> polkit;
   std::unique_ptr<HelperService> service;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <future>
 
 #include "SorrelFramework/HelpTool/PrivilegeHelper.hpp"
@@ -246,6 +247,39 @@ TEST_F(Life, aFaultyConfigurationRefusesEveryEventAndSaysWhy) {
   EXPECT_EQ(::access(file.c_str(), F_OK), 0);
   EXPECT_TRUE(machine->waitForLog("/helper.conf: line 1 makes no sense: all events are refused"))
       << machine->log();
+}
+
+TEST_F(Life, theConfigurationIsReadForEachEvent) {
+  startScripted(ScriptedPolkit::Mode::Yes, "idle-seconds = 300\n");
+  const std::string configuration = "/etc/" + kService + "/helper.conf";
+  const auto removes = [this](const std::string& name) {
+    const std::string file = rootsFile(name);
+    EXPECT_TRUE(machine->ask(kDelete, {{file, HelperDictionary{{"0", 0}}}}).isThere);
+    return ::access(file.c_str(), F_OK) != 0;
+  };
+  EXPECT_TRUE(removes("a"));
+  const pid_t process = machine->helper();
+  std::ofstream(configuration) << "refuse = " << machine->folder().path() << "\nrefuse = /no/such/place\n";
+  EXPECT_FALSE(removes("b"));
+  EXPECT_TRUE(machine->waitForLog("helper.conf: refuse: there is no \"/no/such/place\"")) << machine->log();
+  std::ofstream(configuration) << "refuse = nonsense\n";
+  EXPECT_FALSE(removes("c"));
+  EXPECT_TRUE(machine->waitForLog("line 1 makes no sense: all events are refused")) << machine->log();
+  fs::remove(configuration);
+  EXPECT_TRUE(removes("d"));
+  EXPECT_EQ(machine->helper(), process) << "the same one";
+}
+
+TEST_F(Life, aRefusedPathThatAppearsLaterIsRefused) {
+  start({});
+  const std::string place = machine->folder().path("later");
+  fs::create_directory("/etc/" + kService);
+  std::ofstream("/etc/" + kService + "/helper.conf") << "refuse = " << place << "\n";
+  machine->ask(kDelete, kNowhere);
+  EXPECT_TRUE(machine->waitForLog("there is no \"" + place)) << machine->log();
+  const std::string file = machine->folder().file("later/file", "x");
+  machine->ask(kDelete, {{file, HelperDictionary{{"0", 0}}}});
+  EXPECT_EQ(::access(file.c_str(), F_OK), 0);
 }
 
 // --- uninstalling ---
