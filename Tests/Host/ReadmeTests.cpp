@@ -92,10 +92,28 @@ TEST(Readme, removalOfTheHelperNamesEachFileThatIsInstalled) {
   }
   EXPECT_EQ(installed.size(), 5U);
   EXPECT_EQ(removed, installed) << "what install-helper --remove takes away";
+  const std::string bundle =
+      SORREL_CMAKE " --install '" SORREL_BINARY_DIR "' --component helper-bundle >/dev/null";
+  ASSERT_EQ(std::system((there + bundle).c_str()), 0);
+  EXPECT_GT(filesBelow(machine.path()).size(), installed.size());
   machine.file("usr/lib/systemd/system/other.service", 1);
   ASSERT_EQ(
       std::system((there + "'" SORREL_SOURCE_DIR "/scripts/uninstall' '" SORREL_BINARY_DIR "'").c_str()), 0);
   EXPECT_EQ(filesBelow(machine.path()), std::set<std::string>{"/usr/lib/systemd/system/other.service"});
+}
+
+TEST(Readme, theBundleOfTheHelperLiesInLibexec) {
+  EXPECT_NE(contentOf(SORREL_SOURCE_DIR "/README.md").find("--component helper-bundle"), std::string::npos);
+  const TemporaryFolder prefix;
+  const std::string install = SORREL_CMAKE " --install '" SORREL_BINARY_DIR
+                                           "' --component helper-bundle --prefix '" +
+                              prefix.path() + "' >/dev/null";
+  ASSERT_EQ(std::system(install.c_str()), 0);
+  std::set<std::string> expected = {"/libexec/sorrel/install-helper"};
+  for (const char* file : {"actions.policy", "bus.conf", "bus.service", "sorrel-helper", "unit.service"}) {
+    expected.insert(std::string("/libexec/sorrel/helper/") + file);
+  }
+  EXPECT_EQ(filesBelow(prefix.path()), expected);
 }
 
 }  // namespace
