@@ -9,14 +9,20 @@
 namespace sorrel {
 namespace {
 
+constexpr unsigned kMask = STATX_TYPE | STATX_MODE | STATX_UID | STATX_INO | STATX_MNT_ID;
+
 std::optional<ItemIdentity> query(int folder, const char* name, int flags) {
   struct statx found {};
-  constexpr unsigned mask = STATX_TYPE | STATX_MODE | STATX_UID | STATX_INO | STATX_MNT_ID;
-  if (::statx(folder, name, flags | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, mask, &found) != 0) {
+  if (::statx(folder, name, flags | AT_SYMLINK_NOFOLLOW | AT_NO_AUTOMOUNT, kMask, &found) != 0) {
     return std::nullopt;
   }
-  // A kernel that cannot tell mounts apart gives nothing to rely on.
-  if ((found.stx_mask & mask) != mask || (found.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0) {
+  return identityIn(found);
+}
+
+}  // namespace
+
+std::optional<ItemIdentity> identityIn(const struct statx& found) {
+  if ((found.stx_mask & kMask) != kMask || (found.stx_attributes_mask & STATX_ATTR_MOUNT_ROOT) == 0) {
     errno = ENOTSUP;
     return std::nullopt;
   }
@@ -28,8 +34,6 @@ std::optional<ItemIdentity> query(int folder, const char* name, int flags) {
   identity.isMountRoot = (found.stx_attributes & (STATX_ATTR_MOUNT_ROOT | STATX_ATTR_AUTOMOUNT)) != 0;
   return identity;
 }
-
-}  // namespace
 
 bool ItemIdentity::isDirectory() const noexcept { return S_ISDIR(mode); }
 bool ItemIdentity::isLink() const noexcept { return S_ISLNK(mode); }

@@ -4,6 +4,8 @@
 #include <cstdint>
 #include <optional>
 
+struct statx;
+
 namespace sorrel {
 
 /// Which item of which file system: the same by whatever name it is reached.
@@ -41,6 +43,9 @@ struct ItemIdentity {
 std::optional<ItemIdentity> identityOf(int folder, const char* name);
 /// Identity of an open item.
 std::optional<ItemIdentity> identityOf(int descriptor);
+/// Identity by an answer of statx(2); nothing, with ENOTSUP, if the kernel did not report all of it: one that
+/// cannot tell mounts apart gives nothing to rely on.
+std::optional<ItemIdentity> identityIn(const struct statx& found);
 /// Number of the mount that an open item was reached through. Asks no file system.
 std::optional<std::uint64_t> mountOf(int descriptor);
 

@@ -164,6 +164,15 @@ TEST_F(HelperServiceTest, aTicketIsGoodForItsConnectionAlone) {
   EXPECT_NE(::access(file.c_str(), F_OK), 0);
 }
 
+TEST_F(HelperServiceTest, noTicketIsGoodBeforeTheYes) {
+  startScripted(test::ScriptedPolkit::Mode::Wait);
+  RawCaller caller(machine->address());
+  caller.beginUnanswered(kOneDelete);
+  ASSERT_TRUE(machine->polkit().waitForQuestions(1));
+  for (std::uint64_t guess = 0; guess < 4; ++guess)
+    EXPECT_EQ(caller.run(guess).refusal, "no-ticket") << guess;
+}
+
 TEST_F(HelperServiceTest, aCallerThatLeavesGivesItsTicketBack) {
   start({});
   auto caller = std::make_unique<RawCaller>(machine->address());

@@ -82,5 +82,20 @@ TEST(ItemIdentity, bindMountOfTheSameFileSystemShows) {
   EXPECT_EQ(told, "shows");
 }
 
+TEST(ItemIdentity, isNotKnownOnAKernelThatDoesNotKnowMounts) {
+  struct statx found {};
+  found.stx_mask = STATX_TYPE | STATX_MODE | STATX_UID | STATX_INO | STATX_MNT_ID;
+  found.stx_attributes_mask = STATX_ATTR_MOUNT_ROOT;
+  EXPECT_TRUE(identityIn(found));
+  for (const unsigned missing : {STATX_TYPE, STATX_UID, STATX_INO, STATX_MNT_ID}) {
+    struct statx less = found;
+    less.stx_mask &= ~missing;
+    EXPECT_FALSE(identityIn(less)) << missing;
+    EXPECT_EQ(errno, ENOTSUP);
+  }
+  found.stx_attributes_mask = 0;
+  EXPECT_FALSE(identityIn(found));
+}
+
 }  // namespace
 }  // namespace sorrel

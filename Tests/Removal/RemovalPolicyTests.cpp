@@ -391,18 +391,25 @@ TEST(RemovalPolicy, helperRefusesEverythingIfTheLookUpOfTheCallerFails) {
 TEST(RemovalPolicy, helperKeepsTheHomesThatThePasswordFileLists) {
   const test::TemporaryVolume volume;
   const std::string home = volume.folder("homes/home");
+  const std::string other = volume.folder("elsewhere/other");
   const std::string told = test::inMountingChild([&]() -> std::string {
-    const std::string users = volume.file(
-        "passwd", "root:x:0:0::/root:/bin/sh\nuser:x:" + std::to_string(kAlice) + ":1::" + home + ":\n");
+    const std::string users =
+        volume.file("passwd", "root:x:0:0::/root:/bin/sh\nuser:x:" + std::to_string(kAlice) + ":1::" + home +
+                                  ":\nother:x:" + std::to_string(kBob) + ":1::" + other + ":\n");
     if (::mount(users.c_str(), "/etc/passwd", nullptr, MS_BIND, nullptr) != 0) return "skip";
     const RemovalPolicy policy = RemovalPolicy::forHelper(kAlice);
     std::string kept;
-    for (const std::string& path : {home, volume.path("homes")})
+    for (const std::string& path : {home, volume.path("homes"), other, volume.path("elsewhere")})
       kept += protects(policy, path) ? "kept " : "free ";
     return kept;
   });
   if (told == "skip") GTEST_SKIP() << "no right to mount";
-  EXPECT_EQ(told, "kept kept ");
+  EXPECT_EQ(told, "kept kept kept kept ");
+}
+
+TEST(RemovalPolicy, helperKeepsItsOwnProgram) {
+  const std::string program = std::filesystem::read_symlink("/proc/self/exe");
+  EXPECT_TRUE(protects(RemovalPolicy::forHelper(kAlice), program));
 }
 
 TEST(RemovalPolicy, movesWithItsLists) {
