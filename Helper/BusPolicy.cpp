@@ -79,4 +79,14 @@ bool refusesDescriptors(sdbus::IConnection& probe, const HelperWireNames& names)
   return calls.areRefused() && !isDelivered;
 }
 
+bool isGuarded(sdbus::IConnection& probe, const HelperWireNames& names, HelperLog& log) {
+  try {
+    if (refusesDescriptors(probe, names)) return true;
+    log.error("the policy of the bus lets descriptors through: no call is taken");
+  } catch (const sdbus::Error& error) {
+    log.error("the policy of the bus: " + escapedForLog(error.getMessage()));
+  }
+  return false;
+}
+
 }  // namespace sorrel::helper

@@ -1,5 +1,6 @@
 #pragma once
 
+#include "Helper/HelperLog.hpp"
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
 
 namespace sdbus {
@@ -13,5 +14,8 @@ namespace sorrel::helper {
 /// latter is tried with `probe`, a connection without a name that sends to itself. Every descriptor that is
 /// delivered has to be closed, and closing it can wait for ever for the process that sent it.
 [[nodiscard]] bool refusesDescriptors(sdbus::IConnection& probe, const HelperWireNames& names);
+
+/// The same; logs it if it is not so, or cannot be tried.
+[[nodiscard]] bool isGuarded(sdbus::IConnection& probe, const HelperWireNames& names, HelperLog& log);
 
 }  // namespace sorrel::helper

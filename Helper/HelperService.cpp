@@ -7,17 +7,16 @@
 #include <array>
 #include <map>
 #include <optional>
-#include <string_view>
-#include <tuple>
 #include <utility>
 #include <vector>
 
 #include "Helper/Authority.hpp"
+#include "Helper/BusMethods.hpp"
 #include "Helper/BusPolicy.hpp"
 #include "Helper/CallList.hpp"
+#include "Helper/EventLog.hpp"
 #include "Helper/HelperCall.hpp"
 #include "Helper/Installation.hpp"
-#include "Helper/RemovedPaths.hpp"
 #include "Helper/Reply.hpp"
 #include "Helper/Supervisor.hpp"
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
@@ -28,38 +27,11 @@ namespace {
 
 using Clock = HelperCall::Clock;
 using Stage = HelperCall::Stage;
-using BeginResult = sdbus::Result<std::uint64_t, sdbus::UnixFd>;
-using RunResult = sdbus::Result<bool, std::int32_t, sdbus::UnixFd>;
 
 /// Grace period after start-up before the idle time counts: the call that started the helper is on its way.
 constexpr std::chrono::seconds kStart{2};
 /// Messages that are handled in a row before the workers' results are read.
 constexpr int kMostInARow = 64;
-
-/// Errors after which the connection still works.
-bool isShortage(const sdbus::Error& error) {
-  constexpr std::array kShortages = {"org.freedesktop.DBus.Error.NoMemory", "System.Error.ENOBUFS",
-                                     "System.Error.EMFILE", "System.Error.ENFILE", "System.Error.EXFULL"};
-  return std::ranges::find(kShortages, std::string_view(error.getName())) != kShortages.end();
-}
-
-/// The answer without memory or descriptors for a better one. It is no refusal: the event may have been done.
-template <class Result>
-void returnNoMemory(const Result& result) {
-  result.returnError(sdbus::Error("org.freedesktop.DBus.Error.NoMemory", "no memory"));
-}
-
-/// False if that was what was returned.
-template <class Result, class... Values>
-bool returnAll(const Result& result, Values&&... values) {
-  try {
-    result.returnResults(std::forward<Values>(values)...);
-    return true;
-  } catch (const sdbus::Error&) {
-    returnNoMemory(result);
-    return false;
-  }
-}
 
 }  // namespace
 
@@ -84,12 +56,9 @@ class HelperService::Core {
     bool isAuthorised = false;  ///< polkit has said yes to a call of this connection
   };
 
-  void offerMethods();
   void offer();
-  template <class Result>
-  std::function<void(const std::string&)> refusalBy(const std::shared_ptr<Result>& back) const;
-  void begin(BeginResult&& result, const std::optional<EventForm>& form, std::uint64_t bytes);
-  void runEvent(RunResult&& result, std::uint64_t ticket);
+  void begin(BeginAnswers&& answers, const std::optional<EventForm>& form, std::uint64_t bytes);
+  void runEvent(RunAnswers&& answers, std::uint64_t ticket);
   bool close();
   void admit(std::unique_ptr<HelperCall> call);
   void identified(std::uint64_t id, std::optional<std::uint32_t> uid);
@@ -107,14 +76,11 @@ class HelperService::Core {
   void stop();
   bool serveBus();
   bool leave();
-  [[nodiscard]] bool isGuarded();
   [[nodiscard]] std::string sender() const { return object_->getCurrentlyProcessedMessage()->getSender(); }
   [[nodiscard]] const char* refusalOfAll();
   [[nodiscard]] Clock::time_point idleEnd() const;
   [[nodiscard]] std::optional<Clock::time_point> deadline() const;
   void wait(int stopSignal);
-  void logFailures(const HelperCall& call, const ResultTable& results);
-  void logRemoved(const HelperCall& call, const ResultTable& results);
 
   HelperIdentity identity_;
   const HelperWireNames names_;
@@ -134,34 +100,15 @@ class HelperService::Core {
   Authority authority_;
 };
 
-void HelperService::Core::offerMethods() {
-  object_->registerMethod(HelperWireNames::getHelperVersion)
-      .onInterface(names_.interface)
-      .implementedAs([this] { return identity_.version; });
-  object_->registerMethod(HelperWireNames::begin)
-      .onInterface(names_.interface)
-      .implementedAs([this](BeginResult&& result, std::int32_t event, std::int32_t operation,
-                            std::uint32_t paths, std::uint64_t bytes) {
-        begin(std::move(result), EventForm::announced(event, operation, paths), bytes);
-      });
-  object_->registerMethod(HelperWireNames::run)
-      .onInterface(names_.interface)
-      .implementedAs(
-          [this](RunResult&& result, std::uint64_t ticket) { runEvent(std::move(result), ticket); });
-  object_->registerMethod(HelperWireNames::stop).onInterface(names_.interface).implementedAs([this] {
-    endCalls(calls_.from(sender()), HelperRefusal::stopped);
-  });
-  object_->registerMethod(HelperWireNames::closeHelper).onInterface(names_.interface).implementedAs([this] {
-    return close();
-  });
-  object_->registerMethod(HelperWireNames::uninstall).onInterface(names_.interface).implementedAs([this] {
-    return std::tuple(false, removalAdvice(identity_.service));
-  });
-  object_->finishRegistration();
-}
-
 void HelperService::Core::offer() {
-  offerMethods();
+  registerMethods(
+      *object_, names_,
+      {identity_.version, removalAdvice(identity_.service),
+       [this](BeginAnswers&& answers, const std::optional<EventForm>& form, std::uint64_t bytes) {
+         begin(std::move(answers), form, bytes);
+       },
+       [this](RunAnswers&& answers, std::uint64_t ticket) { runEvent(std::move(answers), ticket); },
+       [this] { endCalls(calls_.from(sender()), HelperRefusal::stopped); }, [this] { return close(); }});
   // Before any call can come: the bus reports a departure after the last call of the connection.
   departures_ = connection_->addMatch(
       "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
@@ -175,28 +122,16 @@ void HelperService::Core::offer() {
   connection_->requestName(identity_.service);
 }
 
-template <class Result>
-std::function<void(const std::string&)> HelperService::Core::refusalBy(
-    const std::shared_ptr<Result>& back) const {
-  return [back, name = names_.refusalName()](const std::string& reason) {
-    back->returnError(sdbus::Error(name, reason));
-  };
-}
-
-void HelperService::Core::begin(BeginResult&& result, const std::optional<EventForm>& form,
+void HelperService::Core::begin(BeginAnswers&& answers, const std::optional<EventForm>& form,
                                 std::uint64_t bytes) {
-  const auto back = std::make_shared<BeginResult>(std::move(result));
   if (!form.has_value() || bytes == 0 || bytes > HelperLimits::bytes) {
-    back->returnError(sdbus::Error(names_.refusalName(), HelperRefusal::unsound));
-    return;
+    return answers.refuse(HelperRefusal::unsound);
   }
   auto call = std::make_unique<HelperCall>();
   call->form = *form;
   call->bytes = bytes;
-  call->refuse = refusalBy(back);
-  call->begun = [back](std::uint64_t ticket, const FileDescriptor& memory) {
-    return returnAll(*back, ticket, sdbus::UnixFd(memory.get()));
-  };
+  call->refuse = std::move(answers.refuse);
+  call->begun = std::move(answers.begun);
   admit(std::move(call));
 }
 
@@ -286,19 +221,13 @@ void HelperService::Core::handOutMemory(HelperCall& call) {
   calls_.take(call.id);
 }
 
-void HelperService::Core::runEvent(RunResult&& result, std::uint64_t ticket) {
-  const auto back = std::make_shared<RunResult>(std::move(result));
+void HelperService::Core::runEvent(RunAnswers&& answers, std::uint64_t ticket) {
   HelperCall* const call = calls_.find(ticket);
   if (call == nullptr || call->sender != sender() || call->stage != Stage::Filling) {
-    back->returnError(sdbus::Error(names_.refusalName(), HelperRefusal::noTicket));
-    return;
+    return answers.refuse(HelperRefusal::noTicket);
   }
-  call->refuse = refusalBy(back);
-  call->finished = [back](const Reply& reply) {
-    // A reply without its list of failures would report success.
-    if (!reply.message.isOpen()) return returnNoMemory(*back);
-    returnAll(*back, reply.flag, reply.code, sdbus::UnixFd(reply.message.get()));
-  };
+  call->refuse = std::move(answers.refuse);
+  call->finished = std::move(answers.finished);
   if (!call->read()) return refuse(*call, HelperRefusal::unsound);
   if (hasRoomForReply(*call)) startWork(*call);
 }
@@ -313,58 +242,16 @@ void HelperService::Core::startWork(HelperCall& call) {
   log_.info(call.described() + " paths=" + std::to_string(call.paths()) + " start");
 }
 
-namespace {
-
-/// A shred removes data that it could not overwrite in place, which the caller is not told.
-std::string notOverwritten(const ResultTable& results) {
-  return results.remarks() == 0 ? "" : " not-overwritten=" + std::to_string(results.remarks());
-}
-
-}  // namespace
-
 void HelperService::Core::finished(std::uint64_t id, const Supervisor::Ending& ending) {
   HelperCall* const call = calls_.find(id);
   if (call == nullptr) return;
-  const ResultTable& results = ending.results;
   const EventOutcome told =
       ending.outcome.value_or(EventOutcome{false, static_cast<std::int32_t>(call->form.failure())});
-  logFailures(*call, results);
-  if (configuration_->logsPaths && call->form.removes()) logRemoved(*call, results);
-  log_.info(call->described() + " done=" + std::to_string(results.successes()) +
-            " failed=" + std::to_string(call->paths() - results.successes()) + notOverwritten(results) +
-            " flag=" + (told.flag ? "1" : "0") + " code=" + std::to_string(told.code) + " " +
-            (ending.outcome.has_value() ? "worker-memory=" + std::to_string(ending.peakMemory) + "KiB end"
-                                        : "killed"));
-  const Reply reply = Reply::of(call->form, *call->view, results, told, roomForReply(*call));
+  logEnding(log_, *call, ending, told, configuration_->logsPaths);
+  const Reply reply = Reply::of(call->form, *call->view, ending.results, told, roomForReply(*call));
   repliedBytes_ += reply.bytes;
   lastWork_ = Clock::now();
   answer(*call, [&](const HelperCall& ended) { ended.finished(reply); });
-}
-
-void HelperService::Core::logFailures(const HelperCall& call, const ResultTable& results) {
-  if (results.successes() == call.paths()) return;
-  for (const MessageView::Entry& entry : call.view->dictionary()) {
-    if (!results.isKnown(entry.index) || results.isSuccess(entry.index)) continue;
-    log_.limited(call.uid, [&] {
-      const auto status = results.status(entry.index, call.form.failure());
-      return "call " + std::to_string(call.id) +
-             ": not done: status=" + std::to_string(static_cast<int>(status)) + " path=\"" +
-             escapedForLog(entry.key) + "\" why=\"" + escapedForLog(results.text(entry.index, "")) + "\"";
-    });
-  }
-  log_.reportHeldBack(call.uid);
-}
-
-void HelperService::Core::logRemoved(const HelperCall& call, const ResultTable& results) {
-  const std::string number = "call " + std::to_string(call.id);
-  const RemovedPaths removed = RemovedPaths::of(*call.view, results);
-  for (const std::string_view path : removed.topmost) {
-    log_.info(number + ": removed path=\"" + escapedForLog(path) + "\"");
-  }
-  if (removed.count > removed.topmost.size()) {
-    log_.info(number + ": removed " + std::to_string(removed.count - removed.topmost.size()) +
-              " more that are not named");
-  }
 }
 
 bool HelperService::Core::close() {
@@ -467,36 +354,16 @@ std::optional<Clock::time_point> HelperService::Core::deadline() const {
 
 void HelperService::Core::wait(int stopSignal) {
   const sdbus::IConnection::PollData bus = connection_->getEventLoopPollData();
-  std::vector<pollfd> descriptors = {{bus.fd, bus.events, 0}, {isStopping_ ? -1 : stopSignal, POLLIN, 0}};
-  const std::vector<int> workers = supervisor_.descriptors();
-  for (const int descriptor : workers) descriptors.push_back({descriptor, POLLIN, 0});
+  std::array<pollfd, 2> others = {{{bus.fd, bus.events, 0}, {isStopping_ ? -1 : stopSignal, POLLIN, 0}}};
   int timeout = bus.getPollTimeout();
   if (const auto until = deadline()) {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(*until - Clock::now()).count();
     const int most = static_cast<int>(std::max<std::int64_t>(left, 0));
     timeout = timeout < 0 ? most : std::min(timeout, most);
   }
-  // A worker's results come one by one, sometimes a million of them: the bus is asked only if it has news, if
-  // there was more than kMostInARow (the time-out is 0 then), or if a worker has ended.
-  int ready = 0;
-  do {
-    ready = ::poll(descriptors.data(), descriptors.size(), timeout);
-    supervisor_.serve();
-  } while (ready > 0 && timeout != 0 && descriptors[0].revents == 0 && descriptors[1].revents == 0 &&
-           supervisor_.descriptors() == workers);
+  supervisor_.wait(others, timeout);
   dropUnusedTickets();
-  if (descriptors[1].revents != 0) stop();
-}
-
-bool HelperService::Core::isGuarded() {
-  const auto probe = std::exchange(identity_.probe, nullptr);
-  try {
-    if (probe == nullptr || refusesDescriptors(*probe, names_)) return true;
-    log_.error("the policy of the bus lets descriptors through: no call is taken");
-  } catch (const sdbus::Error& error) {
-    log_.error("the policy of the bus: " + escapedForLog(error.getMessage()));
-  }
-  return false;
+  if (others[1].revents != 0) stop();
 }
 
 bool HelperService::Core::run(int stopSignal) {
@@ -506,7 +373,9 @@ bool HelperService::Core::run(int stopSignal) {
     log_.error("no name on the bus: " + escapedForLog(error.getMessage()));
     return false;
   }
-  if (!isGuarded()) return false;
+  if (const auto probe = std::exchange(identity_.probe, nullptr); probe && !isGuarded(*probe, names_, log_)) {
+    return false;
+  }
   log_.info("version " + identity_.version + " serves " + identity_.service);
   while (serveBus()) {
     if (leave()) return true;

@@ -105,6 +105,22 @@ std::vector<int> Supervisor::descriptors() const {
   return all;
 }
 
+void Supervisor::wait(std::span<pollfd> others, int timeout) {
+  const std::vector<int> workers = descriptors();
+  std::vector<pollfd> all(others.begin(), others.end());
+  for (const int descriptor : workers) all.push_back({descriptor, POLLIN, 0});
+  bool hasNews = false;
+  int ready = 0;
+  do {
+    ready = ::poll(all.data(), all.size(), timeout);
+    serve();
+    for (std::size_t i = 0; i < others.size(); ++i) {
+      others[i].revents = all[i].revents;
+      hasNews = hasNews || all[i].revents != 0;
+    }
+  } while (ready > 0 && timeout != 0 && !hasNews && descriptors() == workers);
+}
+
 void Supervisor::serve() {
   std::vector<std::uint64_t> ids;
   for (const auto& [id, worker] : workers_) ids.push_back(id);

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <poll.h>
 #include <sys/types.h>
 
 #include <cstdint>
@@ -7,6 +8,7 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <vector>
 
 #include "Helper/EventRunner.hpp"
@@ -50,6 +52,10 @@ class Supervisor {
   [[nodiscard]] pid_t process(std::uint64_t id) const;
   /// What to wait for: readable descriptors.
   [[nodiscard]] std::vector<int> descriptors() const;
+  /// Waits for at most `timeout` milliseconds, without an end if it is negative, and serves the workers until
+  /// one of `others` has news or a worker has ended; with a time-out of 0 once. A worker's results come one
+  /// by one, sometimes a million of them: the caller has nothing to do for each.
+  void wait(std::span<pollfd> others, int timeout);
   /// Takes what has come; to be called after a wait. Never blocks.
   void serve();
 
