@@ -3,7 +3,6 @@
 #include <vector>
 
 #include "Helper/DeleteOperation.hpp"
-#include "Helper/EventForm.hpp"
 #include "Helper/FileSystemFence.hpp"
 #include "Helper/GonePaths.hpp"
 #include "Helper/MoveOperation.hpp"
@@ -14,7 +13,6 @@
 namespace sorrel::helper {
 namespace {
 
-constexpr std::string_view kOperation = "OperationValue";
 constexpr std::string_view kTarget = "ToPath";
 
 /// Hands each result on as soon as it is there, and keeps whether all were successes.
@@ -39,7 +37,7 @@ class Results {
 void runDelete(const MessageView& event, const RemovalPolicy& policy, Results& results) {
   GonePaths gone;
   for (const MessageView::Entry& entry : event.dictionary()) {
-    if (entry.key == kOperation) continue;
+    if (!isPathEntry(entry)) continue;
     const bool wentWithItsFolder =
         gone.holds(entry.key) && RemovalTarget::find(std::string(entry.key), policy).isAbsent();
     const PathResult result = wentWithItsFolder ? succeeded() : deletePath(entry.key, entry.seen, policy);
@@ -80,19 +78,9 @@ std::string_view targetOf(const MessageView::Entry& entry) {
 
 void runMove(const MessageView& event, const RemovalPolicy& policy, Results& results) {
   for (const MessageView::Entry& entry : event.dictionary()) {
-    if (entry.key == kOperation) continue;
+    if (!isPathEntry(entry)) continue;
     results.add(entry.index, movePath(entry.key, targetOf(entry), entry.seen, policy));
   }
-}
-
-/// Nothing if the event has none: the form of events forbids that.
-std::optional<HelperOperationID> operationOf(const MessageView& event) {
-  for (const MessageView::Entry& entry : event.dictionary()) {
-    if (entry.key != kOperation) continue;
-    if (entry.type != MessageView::Type::Number) return std::nullopt;
-    return static_cast<HelperOperationID>(entry.number);
-  }
-  return std::nullopt;
 }
 
 using PathsRunner = void (*)(const MessageView&, const RemovalPolicy&, Results&);
@@ -108,9 +96,8 @@ EventOutcome runPaths(const EventJob& job, ResultSink& sink, PathsRunner run) {
 }
 
 EventOutcome runMaintenance(const EventJob& job, ResultSink& sink) {
-  const std::optional<HelperOperationID> operation = operationOf(job.event);
-  if (!operation) return {};
-  switch (*operation) {
+  if (!job.form.operation) return {};
+  switch (*job.form.operation) {
     case HelperOperationID::CleanDNS:
       return cleanDNS(*SystemTools::ofThisMachine());
     case HelperOperationID::RebuildSpotlight:
@@ -124,11 +111,9 @@ EventOutcome runMaintenance(const EventJob& job, ResultSink& sink) {
 }
 
 EventOutcome refuseAll(const EventJob& job, ResultSink& sink) {
-  const auto form = EventForm::of(static_cast<std::int32_t>(job.kind), job.event);
-  if (!form) return {};
   const std::string text = std::string(kFaultyConfigurationText) + job.configuration.fault;
   for (const MessageView::Entry& entry : job.event.dictionary()) {
-    if (isPathEntry(entry)) sink.result(entry.index, form->failure(), text);
+    if (isPathEntry(entry)) sink.result(entry.index, job.form.failure(), text);
   }
   return {};
 }
@@ -137,7 +122,7 @@ EventOutcome refuseAll(const EventJob& job, ResultSink& sink) {
 
 EventOutcome runEvent(const EventJob& job, ResultSink& sink) {
   if (!job.configuration.fault.empty()) return refuseAll(job, sink);
-  switch (job.kind) {
+  switch (job.form.kind) {
     case HelperHanldeEventID::Delete:
       return runPaths(job, sink, runDelete);
     case HelperHanldeEventID::Shred:

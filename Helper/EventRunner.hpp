@@ -4,17 +4,19 @@
 #include <cstdint>
 #include <string_view>
 
+#include "Helper/EventForm.hpp"
 #include "Helper/HelperConfiguration.hpp"
 #include "SorrelFramework/HelpTool/HelperProtocol.hpp"
 #include "SorrelFramework/HelpTool/MessageView.hpp"
 
 namespace sorrel::helper {
 
-/// One event that the system has authorised, as the worker process gets it. Its form is sound (EventForm):
-/// only the dictionaries and types that the kind of event has. What its texts say is hostile all the same.
+/// One event that the system has authorised, as the worker process gets it. It has been checked and has this
+/// form: only the dictionaries and types that the kind of event has. What its texts say is hostile all the
+/// same.
 struct EventJob {
-  HelperHanldeEventID kind = HelperHanldeEventID::Delete;  ///< never CloseHelper
-  std::uint32_t caller = 0;                                ///< user id, as the bus knows it
+  EventForm form;
+  std::uint32_t caller = 0;  ///< user id, as the bus knows it
   /// The dictionary, with what the sender sees under each path. Lies in sealed memory.
   MessageView event;
   const HelperConfiguration& configuration;

@@ -234,7 +234,7 @@ void HelperService::Core::runEvent(RunAnswers&& answers, std::uint64_t ticket) {
 
 void HelperService::Core::startWork(HelperCall& call) {
   configuration_ = &configure_();
-  const EventJob job{call.form.kind, call.uid, *call.view, *configuration_};
+  const EventJob job{call.form, call.uid, *call.view, *configuration_};
   const bool isStarted = supervisor_.start(
       call.id, job, [this, id = call.id](const Supervisor::Ending& ending) { finished(id, ending); });
   if (!isStarted) return refuse(call, HelperRefusal::noProcess);

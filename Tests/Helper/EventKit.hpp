@@ -47,7 +47,9 @@ class EventKit : public testing::Test {
     results.clear();
     order.clear();
     Sink sink(*this, event);
-    return helper::runEvent({kind, caller, *view, configuration}, sink);
+    const auto form = helper::EventForm::of(static_cast<std::int32_t>(kind), *view);
+    return helper::runEvent({form.value_or(helper::EventForm{kind, {}, 0}), caller, *view, configuration},
+                            sink);
   }
   helper::EventOutcome removeAll(const std::vector<std::string>& paths) {
     HelperDictionary event;

@@ -66,8 +66,8 @@ TEST_F(EventRunnerTest, aResultComesRightAfterItsActAndBeforeTheNext) {
     message.views.push_back(viewOf(watch.paths.back()));
   }
   const std::string bytes = encodeHelperMessage(message).value_or("");
-  runEvent({HelperHanldeEventID::Delete, caller, MessageView::of(bytes, HelperMessage::Kind::Event).value(),
-            configuration},
+  runEvent({EventForm{HelperHanldeEventID::Delete, {}, 3}, caller,
+            MessageView::of(bytes, HelperMessage::Kind::Event).value(), configuration},
            watch);
   EXPECT_EQ(watch.told, "011 001 000 ");
 }
@@ -231,8 +231,8 @@ TEST_F(EventRunnerTest, aHundredThousandPathsNeedNoMemoryOfTheirOwn) {
     } count;
     rusage before{};
     ::getrusage(RUSAGE_SELF, &before);
-    runEvent({HelperHanldeEventID::Delete, caller, MessageView::of(bytes, HelperMessage::Kind::Event).value(),
-              configuration},
+    runEvent({EventForm{HelperHanldeEventID::Delete, {}, 100'000}, caller,
+              MessageView::of(bytes, HelperMessage::Kind::Event).value(), configuration},
              count);
     rusage after{};
     ::getrusage(RUSAGE_SELF, &after);

@@ -71,7 +71,7 @@ class SupervisorTest : public testing::Test {
                                   {"/d", HelperDictionary()}};
   const std::string bytes = encodeHelperMessage({HelperMessage::Kind::Event, event, {}}).value();
   const HelperConfiguration configuration{};
-  const EventJob job{HelperHanldeEventID::Delete, 10001,
+  const EventJob job{EventForm{HelperHanldeEventID::Delete, {}, 4}, 10001,
                      MessageView::of(bytes, HelperMessage::Kind::Event).value(), configuration};
 };
 
@@ -132,8 +132,8 @@ TEST_F(SupervisorTest, aHungWorkerHoldsUpNoOther) {
   });
   Ending hung;
   Ending quick;
-  ASSERT_TRUE(supervisor.start(1, {job.kind, 1, job.event, configuration}, noteIn(hung)));
-  ASSERT_TRUE(supervisor.start(2, {job.kind, 2, job.event, configuration}, noteIn(quick)));
+  ASSERT_TRUE(supervisor.start(1, {job.form, 1, job.event, configuration}, noteIn(hung)));
+  ASSERT_TRUE(supervisor.start(2, {job.form, 2, job.event, configuration}, noteIn(quick)));
   while (quick.count == 0) {
     pollfd wait{supervisor.descriptors().at(1), POLLIN, 0};
     ASSERT_EQ(::poll(&wait, 1, 20'000), 1);
@@ -208,7 +208,7 @@ TEST_F(SupervisorTest, aWorkerThatDiesSlowlyHoldsUpNothing) {
   });
   Ending slow;
   Ending other;
-  ASSERT_TRUE(supervisor.start(1, {job.kind, 1, job.event, configuration}, noteIn(slow)));
+  ASSERT_TRUE(supervisor.start(1, {job.form, 1, job.event, configuration}, noteIn(slow)));
   ASSERT_TRUE(serveOnce(supervisor));
   const pid_t worker = supervisor.process(1);
   Tracer tracer(worker);
@@ -218,7 +218,7 @@ TEST_F(SupervisorTest, aWorkerThatDiesSlowlyHoldsUpNothing) {
   EXPECT_EQ(slow.count, 1) << "answered";
   EXPECT_EQ(slow.statuses[0], 0);
   EXPECT_EQ(::kill(worker, 0), 0) << "though it is still there";
-  ASSERT_TRUE(supervisor.start(2, {job.kind, 2, job.event, configuration}, noteIn(other)));
+  ASSERT_TRUE(supervisor.start(2, {job.form, 2, job.event, configuration}, noteIn(other)));
   while (supervisor.running() > 0) ASSERT_TRUE(serveOnce(supervisor));
   EXPECT_EQ(other.count, 1);
   tracer.end();

@@ -109,7 +109,7 @@ TEST_F(Inheritance, aWorkerEndsWithItsSupervisor) {
   const std::string told = inChild([]() -> std::string {
     const std::string bytes = encodeHelperMessage({HelperMessage::Kind::Event, kNowhere, {}}).value();
     const HelperConfiguration configuration;
-    const EventJob job{HelperHanldeEventID::Delete, 0,
+    const EventJob job{EventForm{HelperHanldeEventID::Delete, {}, 1}, 0,
                        MessageView::of(bytes, HelperMessage::Kind::Event).value(), configuration};
     // Never destroyed: that would kill the worker.
     auto& supervisor = *new Supervisor([](const EventJob&, ResultSink& sink) -> EventOutcome {
