@@ -4,9 +4,13 @@
 #include <utility>
 
 #include "SorrelFramework/Platform/Machine/Host.hpp"
-#include "SorrelFramework/Scan/SuperScanService.hpp"
 
 namespace sorrel {
+
+const Image& defaultRecordImage() {
+  static const Image image = Image::lookUp("App_Cache");
+  return image;
+}
 
 Integer kindOf(const ResourceValues& values) {
   if (values.isPackage.value_or(false)) return rawValue(FilesKind::Package);
@@ -36,11 +40,11 @@ bool DeletionRule::isUserOrNobody(std::uint32_t uid) {
 Ref<FileInformation> makeRecord(const RecordTemplate& common, const URL& url, ResourceValues& values,
                                 Integer kind, std::int64_t size, bool canDelete) {
   std::string title =
-      values.localizedName ? std::move(*values.localizedName) : std::string(SuperScanService::defaultTitle);
-  Image icon = values.effectiveIcon ? *values.effectiveIcon : SuperScanService::defaultImage();
+      values.localizedName ? std::move(*values.localizedName) : std::string(kDefaultRecordTitle);
+  Image icon = values.effectiveIcon ? *values.effectiveIcon : defaultRecordImage();
   const Date date = values.creationDate ? *values.creationDate : Date::now();
   const std::string_view description =
-      values.localizedTypeDescription ? *values.localizedTypeDescription : SuperScanService::defaultTitle;
+      values.localizedTypeDescription ? *values.localizedTypeDescription : kDefaultRecordTitle;
   return makeRef<FileInformation>(common.state, common.finderID, common.parentFinderID, std::move(title),
                                   std::move(icon), size, date, url, description, canDelete, false, std::any(),
                                   Children<FileInformation>(), common.parentCategoryInfo, kind, Integer{0});

@@ -12,6 +12,9 @@
 
 namespace sorrel {
 
+/// The icon of a record whose item has none: the picture "App_Cache", or an empty image.
+const Image& defaultRecordImage();
+
 /// Folder, File or Package, from values that were asked for; an absent value counts as false.
 Integer kindOf(const ResourceValues& values);
 

@@ -3,7 +3,7 @@
 #include <utility>
 
 #include "SorrelFramework/Platform/Queues/MainQueue.hpp"
-#include "SorrelFramework/Scan/SuperScanService.hpp"
+#include "SorrelFramework/Scan/PathText.hpp"
 
 namespace sorrel {
 namespace {
@@ -27,7 +27,7 @@ void ProgressPost::flush() {
   posted_ = Clock::now();
   if (items_.empty()) return;
   MainQueue::post([progress = progress_, items = std::exchange(items_, {})] {
-    for (const Item& item : items) (*progress)(SuperScanService::handleURLToString(item.url), item.size);
+    for (const Item& item : items) (*progress)(pathTextOf(item.url), item.size);
   });
 }
 

@@ -4,6 +4,7 @@
 #include <functional>
 #include <map>
 #include <string>
+#include <string_view>
 #include <vector>
 
 #include "SorrelFramework/Model/FileInfo.hpp"
@@ -15,6 +16,10 @@
 namespace sorrel {
 
 using FileRecords = std::vector<Ref<FileInformation>>;
+
+/// What a record has if its item does not say.
+constexpr std::string_view kDefaultRecordTitle = "";
+constexpr std::int64_t kDefaultRecordSize = 0;
 
 /// Path and bytes of an item that was found. Called on the main queue, once for each item.
 using ProgressFunc = std::function<void(const std::string& path, std::int64_t size)>;

@@ -6,8 +6,8 @@
 #include "SorrelFramework/Platform/Files/FileManager.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "SorrelFramework/Platform/Text/Text.hpp"
-#include "SorrelFramework/Scan/ItemProcedure.hpp"
 #include "SorrelFramework/Scan/PackageSize.hpp"
+#include "SorrelFramework/Scan/PathText.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Scan/TreeWalk.hpp"
 #include "SorrelFramework/Scan/UnreadFolders.hpp"
@@ -53,10 +53,7 @@ std::shared_ptr<PercentService> PercentServiceSlot::exchange(std::shared_ptr<Per
 ScanStatusTable& SuperScanService::scanStatus = scanStatusTable();
 PercentServiceSlot SuperScanService::percentService;
 
-const Image& SuperScanService::defaultImage() {
-  static const Image image = Image::lookUp("App_Cache");
-  return image;
-}
+const Image& SuperScanService::defaultImage() { return defaultRecordImage(); }
 
 URL SuperScanService::supportFolder() {
   const std::string folder = Host::current().documentsFolder();
@@ -74,24 +71,9 @@ void SuperScanService::stopScan(FeatureInformation& featureInfo) {
     StreamFileHashUnit::shard().scanState = static_cast<int>(ScanState::suspend);
 }
 
-std::string SuperScanService::handleURLToString(const URL& url) {
-  constexpr std::string_view scheme = "file://";
-  const std::string_view text = url.relativeText();
-  if (!text.starts_with(scheme) || text.find(scheme, 1) != std::string_view::npos) {
-    return handleStringToString(url.absoluteString());
-  }
-  // Asked for once for each item of a scan: the usual text needs one copy, and a blank is decoded like any
-  // byte.
-  const std::string_view path = text.substr(scheme.size());
-  return path.find('%') == std::string_view::npos ? std::string(path)
-                                                  : removingPercentEncoding(path).value_or("");
-}
+std::string SuperScanService::handleURLToString(const URL& url) { return pathTextOf(url); }
 
-std::string SuperScanService::handleStringToString(std::string_view url) {
-  std::string path = replacingOccurrences(url, "file://", "");
-  if (path.find('%') == std::string::npos && isValidUTF8(path)) return path;
-  return removingPercentEncoding(replacingOccurrences(path, "%20", " ")).value_or("");
-}
+std::string SuperScanService::handleStringToString(std::string_view url) { return pathInText(url); }
 
 std::vector<Ref<CategoryInformation>> SuperScanService::largeAndOldFileFilterAllFile(
     const std::vector<Ref<CategoryInformation>>& /*category*/) {

@@ -44,8 +44,8 @@ class SuperScanService {
   static PercentServiceSlot percentService;
 
   static const Image& defaultImage();  ///< the picture "App_Cache", or an empty image
-  static constexpr std::string_view defaultTitle = "";
-  static constexpr std::int64_t defaultSize = 0;
+  static constexpr std::string_view defaultTitle = kDefaultRecordTitle;
+  static constexpr std::int64_t defaultSize = kDefaultRecordSize;
   static constexpr std::int64_t defaultSearchKeySize = 0;
   static URL defaultURL() { return {}; }
   /// The user's documents folder.

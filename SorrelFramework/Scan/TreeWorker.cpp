@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
-#include "SorrelFramework/Scan/SuperScanService.hpp"
 #include "SorrelFramework/Scan/UnreadFolders.hpp"
 
 namespace sorrel {
@@ -195,11 +194,11 @@ void TreeWorker::recordItem(Frame& frame, std::string_view name, const FileStatu
   ItemPosition position(frame.level);
   const bool kept = request.filter(url, values, &position);
   const Integer kind = kindOf(values);
-  const std::int64_t ownSize = values.fileSize.value_or(SuperScanService::defaultSize);
+  const std::int64_t ownSize = values.fileSize.value_or(kDefaultRecordSize);
 
   Ref<FileInformation> record;
   if (kept && kind == rawValue(FilesKind::File)) {
-    const std::int64_t size = status.isDirectory() ? SuperScanService::defaultSize : status.size;
+    const std::int64_t size = status.isDirectory() ? kDefaultRecordSize : status.size;
     fileBytes_ = checkedAdd(fileBytes_, size);
     ++fileCount_;
     if (size > 0 || request.isContainZeroItem) {

@@ -15,7 +15,7 @@
 #include "SorrelFramework/Platform/Files/FolderStack.hpp"
 #include "SorrelFramework/Platform/Files/FolderStream.hpp"
 #include "SorrelFramework/Scan/ProgressPost.hpp"
-#include "SorrelFramework/Scan/TreeWalk.hpp"
+#include "SorrelFramework/Scan/WalkRequest.hpp"
 #include "SorrelFramework/Scan/WalkTeam.hpp"
 
 namespace sorrel {

@@ -6,7 +6,7 @@
 #include <string_view>
 #include <vector>
 
-#include "SorrelFramework/Scan/TreeWalk.hpp"
+#include "SorrelFramework/Scan/WalkRequest.hpp"
 
 namespace sorrel {
 

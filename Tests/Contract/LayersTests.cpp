@@ -60,8 +60,6 @@ const std::vector<std::vector<std::string_view>> kKnownCircles = {
     {"Model/CategoryInfo", "Model/FeatureInfo", "Model/FileInfo", "Model/ModuleInfo"},
     {"HelpTool/DBusHelperConnection", "HelpTool/HelperEvent"},
     {"HelpTool/EventCodec", "HelpTool/MessageView"},
-    {"Scan/ItemProcedure", "Scan/ProgressPost", "Scan/SuperScanService", "Scan/TreeWalk", "Scan/TreeWorker",
-     "Scan/UnreadFolders"},
     {"Scan/Duplicate/DuplicateAnalysis", "Scan/Duplicate/DuplicateCategories",
      "Scan/Duplicate/DuplicatePlaces", "Scan/Duplicate/DuplicateRun", "Scan/Duplicate/DuplicateScanService",
      "Scan/Duplicate/DuplicateTree"},

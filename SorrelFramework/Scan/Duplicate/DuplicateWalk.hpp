@@ -12,7 +12,7 @@
 #include "SorrelFramework/Platform/Files/FolderStack.hpp"
 #include "SorrelFramework/Platform/Files/FolderStream.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateInfo.hpp"
-#include "SorrelFramework/Scan/TreeWalk.hpp"
+#include "SorrelFramework/Scan/WalkRequest.hpp"
 
 namespace sorrel {
 
