@@ -1,22 +1,23 @@
 #include "SorrelFramework/Scan/ScanFrame.hpp"
 
+#include <iterator>
+#include <tuple>
+
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
-#include "SorrelFramework/Scan/SuperScanService.hpp"
-#include "SorrelFramework/Scan/UnreadFolders.hpp"
+#include "SorrelFramework/Scan/RootsWalk.hpp"
+#include "SorrelFramework/Scan/ScanRun.hpp"
 
 namespace sorrel {
 namespace {
 
-/// A scan under way. `results` changes only in the plan's last step.
+/// The state of a scan. `results` and `left` change only in the plan's last step.
 struct CategoryScan {
-  Ref<FeatureInformation> feature;
-  ProgressFunc progress;
+  std::shared_ptr<ScanRun> run;
+  std::shared_ptr<const ProgressFunc> progress;
   ScanPlan plan;
-  std::shared_ptr<WeftSerialQueue> dispatch;
-  std::size_t categoryCount = 0;
-  std::size_t finished = 0;
+  std::size_t left = 0;  // categories
   CategoryResults results;
 };
 
@@ -51,20 +52,31 @@ CategoryResult joinRoots(std::map<URL, FileRecords>&& records,
 /// The last step of a category.
 void finishCategory(CategoryScan& scan, Integer index, CategoryResult result) {
   const CategoryResult& stored = scan.results.insert_or_assign(index, std::move(result)).first->second;
-  ++scan.finished;
   if (scan.plan.categoryDone) scan.plan.categoryDone(index, stored);
-  if (scan.finished != scan.categoryCount) return;
-  SuperScanService::scanStatus.set(scan.feature->finderID, ScanState::end);
-  scan.plan.done(std::move(scan.results));
+  if (--scan.left > 0) return;
+  std::int64_t bytes = 0;
+  if (scan.plan.fillTree)
+    std::ignore = scan.run->changeTree([&] { bytes = scan.plan.fillTree(scan.results); });
+  scan.run->end();
+  scan.plan.done(std::move(scan.results), bytes);
 }
 
-void stepTheBar(float /*share*/) {
-  if (const auto service = SuperScanService::percentService.get()) service->progressStep();
+WalkRequest requestFor(const CategoryScan& scan, CategoryInformation& category, CategoryPlan& plan) {
+  WalkRequest request;
+  request.keys = plan.keys;
+  request.options = plan.options;
+  request.filter = std::move(plan.filter);
+  request.unread = scan.run->unreadHandler();
+  request.record = {category.state, 0, category.finderID, Ref<CategoryInformation>(category)};
+  request.stop = scan.run->stopTest();
+  request.progress = scan.progress;
+  return request;
 }
 
 void walkCategory(const std::shared_ptr<CategoryScan>& scan, Integer index, CategoryInformation& category) {
   CategoryPlan plan = scan->plan.category(category);
   const std::vector<URL>& roots = plan.roots ? *plan.roots : category.urls;
+  const auto step = [scan](float /*share*/) { scan->run->step(); };
   auto done = [scan, index, touch = std::move(plan.record)](
                   std::map<URL, FileRecords> records, const std::map<URL, ScanFilesInformation>& totals) {
     auto result = std::make_shared<CategoryResult>(joinRoots(std::move(records), totals));
@@ -74,32 +86,28 @@ void walkCategory(const std::shared_ptr<CategoryScan>& scan, Integer index, Cate
     scan->plan.lastStep([scan, index, result] { finishCategory(*scan, index, std::move(*result)); });
   };
   if (plan.roots && plan.roots->empty()) {
-    stepTheBar(1);
+    step(1);
     return done({}, {});
   }
-  SuperScanService::getListFromUrls(*scan->feature, roots, category.state, plan.keys, plan.options,
-                                    scan->feature->finderID, scan->progress, stepTheBar,
-                                    std::move(plan.filter), std::move(done), scan->dispatch, category);
+  if (roots.empty()) return scan->run->keepOpen();
+  walkRoots(roots, requestFor(*scan, category, plan), scan->run->queue(), step, std::move(done));
 }
 
 }  // namespace
 
 void runCategoryScan(FeatureInformation& featureInfo, ProgressFunc progress, PercentFunc showPercent,
                      ScanPlan plan, std::shared_ptr<WeftSerialQueue> dispatch) {
-  if (!SuperScanService::scanStatus.startUnlessRunning(featureInfo.finderID)) return;
-  UnreadFolders::clear(featureInfo.finderID);
+  const std::size_t count = featureInfo.categoryInfo.size();
+  const auto bar = std::make_shared<PercentService>(std::move(showPercent), static_cast<Integer>(count));
+  auto run = ScanRun::begin(featureInfo, std::move(dispatch), bar, ScanSteps::BarInFlight);
+  if (!run) return;
+  if (count == 0) return run->keepOpen();
   const auto scan = std::make_shared<CategoryScan>();
-  scan->feature = Ref(featureInfo);
-  scan->progress = std::move(progress);
+  scan->run = std::move(run);
+  scan->progress = std::make_shared<const ProgressFunc>(std::move(progress));
   scan->plan = std::move(plan);
-  scan->dispatch = std::move(dispatch);
-  scan->categoryCount = featureInfo.categoryInfo.size();
-
-  const auto bar =
-      std::make_shared<PercentService>(std::move(showPercent), static_cast<Integer>(scan->categoryCount));
-  SuperScanService::percentService.exchange(bar);
-  bar->startTime();
-  for (std::size_t i = 0; i < scan->categoryCount; ++i) {
+  scan->left = count;
+  for (std::size_t i = 0; i < count; ++i) {
     GlobalQueue::submit([scan, i, category = featureInfo.categoryInfo.ref(i)] {
       walkCategory(scan, static_cast<Integer>(i), *category);
     });
@@ -116,7 +124,9 @@ void runJunkScan(FeatureInformation& featureInfo, ProgressFunc progress, Percent
   plan.categoryDone = [singleDone = std::move(singleDone)](Integer index, const CategoryResult& result) {
     if (singleDone) singleDone(index, checkedAdd(result.second.fileSize, result.second.folderSize));
   };
-  plan.done = std::move(done);
+  plan.done = [done = std::move(done)](CategoryResults results, std::int64_t /*bytes*/) {
+    done(std::move(results));
+  };
   runCategoryScan(featureInfo, std::move(progress), std::move(showPercent), std::move(plan),
                   std::move(dispatch));
 }

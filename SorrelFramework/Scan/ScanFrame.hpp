@@ -41,7 +41,10 @@ struct ScanPlan {
   /// Runs the last step of a category, and with it the end of the scan, where the scanner's callbacks belong.
   std::function<void(std::function<void()>)> lastStep;
   std::function<void(Integer index, const CategoryResult&)> categoryDone;
-  std::function<void(CategoryResults)> done;
+  /// Writes the results into the tree and returns their bytes, for scanners that do so themselves. Skipped if
+  /// a newer scan of the feature owns the tree.
+  std::function<std::int64_t(const CategoryResults&)> fillTree;
+  std::function<void(CategoryResults, std::int64_t bytes)> done;  ///< with the bytes of fillTree, else 0
 };
 
 /// The options of a walk that brings the direct children of its roots, each sized as a whole.
@@ -53,11 +56,11 @@ constexpr EnumerationOptions kDirectChildren = NSDirectoryEnumerationSkipsHidden
 constexpr ResourceKeys kRecordKeys = NSURLLocalizedNameKey | NSURLFileSizeKey | NSURLEffectiveIconKey |
                                      NSURLIsDirectoryKey | NSURLIsPackageKey;
 
-/// The frame of a scan. Does nothing at all if the feature's scan runs already. Otherwise: sets `start`,
-/// starts the progress bar with one step for each category, walks all categories at once on the global queue,
-/// brings the roots of each together on `dispatch`, numbers its records from 0, and after the last one sets
-/// `end` and calls the plan's `done`, once. A feature without categories, or a category without roots, never
-/// comes to an end.
+/// The frame of a scan. Does nothing at all if the feature's scan runs already. Otherwise: begins a ScanRun,
+/// whose bar has one step for each category, walks all categories at once on the global queue, joins the
+/// roots of each on `dispatch`, numbers its records from 0, and after the last one ends the run and calls the
+/// plan's `done`, once. A scan that was stopped, or replaced by a newer one, ends in the same manner with
+/// what it has found. A feature without categories, or a category without roots, keeps the scan from ending.
 void runCategoryScan(FeatureInformation& featureInfo, ProgressFunc progress, PercentFunc showPercent,
                      ScanPlan plan, std::shared_ptr<WeftSerialQueue> dispatch);
 

@@ -9,6 +9,7 @@
 #include "SorrelFramework/Scan/PackageSize.hpp"
 #include "SorrelFramework/Scan/PathText.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
+#include "SorrelFramework/Scan/RootsWalk.hpp"
 #include "SorrelFramework/Scan/TreeWalk.hpp"
 #include "SorrelFramework/Scan/UnreadFolders.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
@@ -38,6 +39,17 @@ Ref<FileInformation> recordOf(const URL& url, ResourceKeys keys, const RecordTem
   return makeRecord(common, url, *values, kind, size, DeletionRule().canDelete(url.path()));
 }
 
+/// A request with what the operations that applications call have in common.
+WalkRequest requestFor(const FeatureInformation& feature, CategoryInformation& category, Integer state,
+                       Integer scanID) {
+  WalkRequest request;
+  request.unread = UnreadFolders::handler(feature.finderID);
+  request.record = {state, 0, category.finderID, Ref<CategoryInformation>(category)};
+  request.stop.first = &scanStatusTable().cell(feature.finderID);
+  request.stop.second = &scanStatusTable().cell(scanID);
+  return request;
+}
+
 }  // namespace
 
 std::shared_ptr<PercentService> PercentServiceSlot::get() const {
@@ -48,6 +60,11 @@ std::shared_ptr<PercentService> PercentServiceSlot::get() const {
 std::shared_ptr<PercentService> PercentServiceSlot::exchange(std::shared_ptr<PercentService> service) {
   const std::lock_guard lock(mutex_);
   return std::exchange(service_, std::move(service));
+}
+
+void PercentServiceSlot::remove(const std::shared_ptr<PercentService>& service) {
+  const std::lock_guard lock(mutex_);
+  if (service_ == service) service_ = nullptr;
 }
 
 ScanStatusTable& SuperScanService::scanStatus = scanStatusTable();
@@ -85,7 +102,9 @@ std::int64_t SuperScanService::calculateSize(const URL& url, Integer kind) {
 }
 
 std::int64_t SuperScanService::appCalculateSize(const URL& url, Integer kind, Integer finderID) {
-  return sizeOf(url, kind, {&scanStatus.cell(finderID), nullptr}, UnreadFolders::handler(finderID));
+  StopTest stop;
+  stop.first = &scanStatus.cell(finderID);
+  return sizeOf(url, kind, stop, UnreadFolders::handler(finderID));
 }
 
 std::int64_t SuperScanService::getPackageSizeFromTerminal(const URL& url) {
@@ -105,6 +124,37 @@ Ref<FileInformation> SuperScanService::getFileInformationFromUrl(const URL& url,
                                                                  ResourceKeys propertiesForKey,
                                                                  std::optional<std::int64_t> inputSize) {
   return recordOf(url, propertiesForKey, {}, inputSize);
+}
+
+void SuperScanService::getListFromUrls(FeatureInformation& featureInfo, const std::vector<URL>& urls,
+                                       Integer state, ResourceKeys propertiesForKey,
+                                       EnumerationOptions enumOptions, Integer scanID, ProgressFunc progress,
+                                       PercentFunc showPercent, FilterFunc filterFunc, RootsDoneFunc done,
+                                       std::shared_ptr<WeftSerialQueue> dispatchQueue,
+                                       CategoryInformation& categoryInfo, bool isContainZeroItem) {
+  WalkRequest request = requestFor(featureInfo, categoryInfo, state, scanID);
+  request.keys = propertiesForKey;
+  request.options = enumOptions;
+  request.filter = std::move(filterFunc);
+  request.isContainZeroItem = isContainZeroItem;
+  request.progress = std::make_shared<const ProgressFunc>(std::move(progress));
+  walkRoots(urls, request, std::move(dispatchQueue), std::move(showPercent), std::move(done));
+}
+
+void SuperScanService::getListFromUrl(FeatureInformation& featureInfo, const URL& url, Integer state,
+                                      ResourceKeys propertiesForKey, EnumerationOptions enumOptions,
+                                      Integer scanID, EnumerationErrorHandler errorHandle,
+                                      FilterFunc filterFunc, ProgressFunc progress, const RootDoneFunc& done,
+                                      CategoryInformation& categoryInfo, bool isContainZeroItem) {
+  WalkRequest request = requestFor(featureInfo, categoryInfo, state, scanID);
+  request.keys = propertiesForKey;
+  request.options = enumOptions;
+  request.filter = std::move(filterFunc);
+  request.errorHandler = std::move(errorHandle);
+  request.isContainZeroItem = isContainZeroItem;
+  request.progress = std::make_shared<const ProgressFunc>(std::move(progress));
+  WalkResult result = walkRoot(url, std::move(request));
+  done(std::move(result.totals), std::move(result.records));
 }
 
 std::vector<std::string> SuperScanService::regexGetSub(std::string_view pattern, std::string_view str) {

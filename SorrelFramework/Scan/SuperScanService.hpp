@@ -25,6 +25,8 @@ class PercentServiceSlot {
   [[nodiscard]] std::shared_ptr<PercentService> get() const;
   /// Puts another one, or none, in its place and gives back what was there.
   std::shared_ptr<PercentService> exchange(std::shared_ptr<PercentService> service);
+  /// Empties the slot if it holds this service.
+  void remove(const std::shared_ptr<PercentService>& service);
 
  private:
   mutable std::mutex mutex_;

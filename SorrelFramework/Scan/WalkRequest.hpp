@@ -1,5 +1,7 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <functional>
 #include <memory>
 #include <string>
@@ -10,14 +12,18 @@
 
 namespace sorrel {
 
-/// A walk breaks off as soon as one of these entries of the table of running scans reads `suspend`.
+/// A walk breaks off as soon as one of these entries of the table of running scans reads `suspend`, or a scan
+/// with a newer number than its own has begun.
 struct StopTest {
   const ScanStatusTable::Cell* first = nullptr;
   const ScanStatusTable::Cell* second = nullptr;
+  const std::atomic<std::uint64_t>* newestScan = nullptr;
+  std::uint64_t scan = 0;
 
   [[nodiscard]] bool isStopped() const {
     return (first != nullptr && ScanStatusTable::isSuspended(*first)) ||
-           (second != nullptr && ScanStatusTable::isSuspended(*second));
+           (second != nullptr && ScanStatusTable::isSuspended(*second)) ||
+           (newestScan != nullptr && *newestScan != scan);
   }
 };
 

@@ -61,7 +61,7 @@ const std::vector<std::vector<std::string_view>> kKnownCircles = {
     {"HelpTool/DBusHelperConnection", "HelpTool/HelperEvent"},
     {"HelpTool/EventCodec", "HelpTool/MessageView"},
     {"Scan/Duplicate/DuplicateAnalysis", "Scan/Duplicate/DuplicateCategories",
-     "Scan/Duplicate/DuplicatePlaces", "Scan/Duplicate/DuplicateRun", "Scan/Duplicate/DuplicateScanService",
+     "Scan/Duplicate/DuplicatePlaces", "Scan/Duplicate/DuplicateScanService",
      "Scan/Duplicate/DuplicateTree"},
 };
 

@@ -12,6 +12,7 @@
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateTree.hpp"
 #include "SorrelFramework/Units/FileHashBatch.hpp"
 
@@ -58,7 +59,7 @@ std::vector<std::string> pathsOf(const std::vector<URL>& urls) {
 }
 
 /// Runs a batch on all threads of the pool, then `done` on the queue of the scan.
-void hash(const std::shared_ptr<DuplicateRun>& run, std::vector<std::string> paths,
+void hash(const std::shared_ptr<FinderRun>& run, std::vector<std::string> paths,
           std::function<void(const FileHashBatch&)> done) {
   const unsigned workers = GlobalQueue::width();
   const auto batch = std::make_shared<FileHashBatch>(std::move(paths), workers, bestMD5Kernel(),
@@ -76,11 +77,11 @@ void hash(const std::shared_ptr<DuplicateRun>& run, std::vector<std::string> pat
 
 class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis> {
  public:
-  DuplicateAnalysis(std::shared_ptr<DuplicateRun> run, DuplicatesBySize files)
+  DuplicateAnalysis(std::shared_ptr<FinderRun> run, DuplicatesBySize files)
       : run_(std::move(run)), files_(std::move(files)) {}
 
   void hashFolders(DuplicatesBySize candidates) {
-    groups_ = topmostFolders(std::move(candidates), duplicateLimit());
+    groups_ = topmostFolders(std::move(candidates), DuplicateScanService::limitInBytes());
     for (std::size_t group = 0; group < groups_.size(); ++group) {
       for (std::size_t i = 0; i < groups_[group].size(); ++i) folders_.push_back({group, i, {}});
     }
@@ -214,7 +215,7 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
     }
   }
 
-  std::shared_ptr<DuplicateRun> run_;
+  std::shared_ptr<FinderRun> run_;
   DuplicatesBySize files_;
   std::vector<std::vector<DuplicateInfo>> groups_;
   std::vector<Folder> folders_;
@@ -229,7 +230,7 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
 
 }  // namespace
 
-void analyseDuplicates(const std::shared_ptr<DuplicateRun>& run, DuplicatesBySize files,
+void analyseDuplicates(const std::shared_ptr<FinderRun>& run, DuplicatesBySize files,
                        DuplicatesBySize folders) {
   if (run->endsByStop()) return;
   run->step();

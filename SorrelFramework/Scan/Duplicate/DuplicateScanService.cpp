@@ -3,16 +3,16 @@
 #include <algorithm>
 #include <utility>
 
+#include "SorrelFramework/Platform/Base/CheckedMath.hpp"
 #include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateAnalysis.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCategories.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicatePlaces.hpp"
-#include "SorrelFramework/Scan/Duplicate/DuplicateRun.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateTree.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateWalk.hpp"
+#include "SorrelFramework/Scan/FinderRun.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
-#include "SorrelFramework/Scan/UnreadFolders.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 
@@ -28,18 +28,20 @@ bool isRegularFile(const URL& url) {
   return values && values->isRegularFile.value_or(false);
 }
 
+FinderRun::Plan planOf(DuplicateScanService::DoneFunc done, WeftQOS qosClass) {
+  return {std::move(done), "DuplicateScanService Finish", std::string(DuplicateScanService::kStopLog),
+          qosClass};
+}
+
 /// The first two stages of a scan.
 class DuplicateSearch : public std::enable_shared_from_this<DuplicateSearch> {
  public:
-  DuplicateSearch(std::shared_ptr<DuplicateRun> run, std::int64_t limit, std::size_t entries)
+  DuplicateSearch(std::shared_ptr<FinderRun> run, std::int64_t limit, std::size_t entries)
       : run_(std::move(run)), entries_(entries) {
     rules_.limit = limit;
     rules_.libraries = librariesOfHomes();
     rules_.isStopped = [run = run_] { return run->isStopped(); };
-    // A scan that a newer one replaced must not write into its report.
-    rules_.unread = [run = run_](const std::string& path, int error) {
-      if (!run->isStopped()) UnreadFolders::add(run->feature().finderID, path, error);
-    };
+    rules_.unread = run_->unreadHandler();
   }
 
   void start(const std::vector<URL>& list) {
@@ -87,7 +89,7 @@ class DuplicateSearch : public std::enable_shared_from_this<DuplicateSearch> {
     analyseDuplicates(run_, std::move(files_), std::move(candidates));
   }
 
-  std::shared_ptr<DuplicateRun> run_;
+  std::shared_ptr<FinderRun> run_;
   DuplicateWalkRules rules_;
   std::size_t entries_;
   // Change on the queue alone.
@@ -102,6 +104,12 @@ Integer DuplicateScanService::limitSize = 512;
 bool DuplicateScanService::findsEveryEqualPair = false;
 bool DuplicateScanService::ignoresFoldersWithoutHashes = false;
 std::map<Integer, std::string> DuplicateScanService::childrenCateogryDict;
+
+std::int64_t DuplicateScanService::limitInBytes() {
+  std::int64_t bytes = 0;
+  if (__builtin_mul_overflow(limitSize, 1024, &bytes)) fatalStop(kArithmeticOverflow);
+  return bytes;
+}
 
 void DuplicateScanService::scanDuplicate(FeatureInformation& featureInfo, const std::vector<URL>& scanPaths,
                                          ProgressFunc progress, PercentFunc showPercent,
@@ -120,21 +128,18 @@ void DuplicateScanService::scanProDuplicate(FeatureInformation& featureInfo,
                                             WeftQOS qosClass) {
   // NOLINTEND(performance-unnecessary-value-param)
   const auto bar = std::make_shared<PercentService>(std::move(showPercent), kSteps);
-  auto run = DuplicateRun::begin(featureInfo, done, std::move(dispatch), bar, qosClass);
+  auto run = ScanRun::begin<FinderRun>(featureInfo, std::move(dispatch), bar, planOf(done, qosClass));
   if (!run) return log("DuplicateScanService Scanning");
   StreamFileHashUnit::shard().scanState = static_cast<int>(ScanState::start);
   log("DuplicateScanService Start");
-  UnreadFolders::clear(featureInfo.finderID);
-  const std::int64_t limit = duplicateLimit();
+  const std::int64_t limit = limitInBytes();
   const std::vector<URL> list = duplicatePlaces(scanPaths);
 
-  percentService.exchange(bar);
-  bar->startTime();
-  bar->progressStep();
+  run->step();
   if (list.empty()) {
-    for (int i = 0; i < 3; ++i) bar->progressStep();
+    for (int i = 0; i < 3; ++i) run->step();
     log("DuplicateScanService Finish-0");
-    run->leaveEntry();
+    run->end();
     if (done) done(featureInfo, 0);
     return;
   }
@@ -153,8 +158,8 @@ void DuplicateScanService::analysisDataForDuplicate(
     ProgressFunc /*progress*/, PercentFunc /*showPercent*/, SingleDoneFunc /*singleDone*/, DoneFunc done,
     std::shared_ptr<WeftSerialQueue> dispatch, std::shared_ptr<PercentService> percentService,
     WeftQOS qosClass) {
-  analyseDuplicates(std::make_shared<DuplicateRun>(featureInfo, std::move(done), std::move(dispatch),
-                                                   std::move(percentService), qosClass),
+  analyseDuplicates(std::make_shared<FinderRun>(featureInfo, std::move(dispatch), std::move(percentService),
+                                                planOf(std::move(done), qosClass)),
                     std::move(preSizeAndFilePath), std::move(sizeAndFolderPath));
 }
 
@@ -162,8 +167,8 @@ void DuplicateScanService::organizeDataForDuplicate(
     DuplicatesByHash MD5AndFileInfo, DuplicatesByHash MD5AndFolderInfo, FeatureInformation& featureInfo,
     ProgressFunc /*progress*/, PercentFunc /*showPercent*/, SingleDoneFunc /*singleDone*/, DoneFunc done,
     std::shared_ptr<WeftSerialQueue> dispatch, std::shared_ptr<PercentService> percentService) {
-  organizeDuplicates(std::make_shared<DuplicateRun>(featureInfo, std::move(done), std::move(dispatch),
-                                                    std::move(percentService), WeftQOS::Default),
+  organizeDuplicates(std::make_shared<FinderRun>(featureInfo, std::move(dispatch), std::move(percentService),
+                                                 planOf(std::move(done), WeftQOS::Default)),
                      std::move(MD5AndFileInfo), std::move(MD5AndFolderInfo));
 }
 
@@ -173,7 +178,7 @@ bool DuplicateScanService::filter(const URL& url, const ResourceValues& values,
       !isPlainFolderName(url.lastPathComponent())) {
     position->skipDescendants();
   }
-  return values.fileSize.value_or(0) > duplicateLimit();
+  return values.fileSize.value_or(0) > limitInBytes();
 }
 
 void DuplicateScanService::scanTestAProDuplicate(FeatureInformation& featureInfo,

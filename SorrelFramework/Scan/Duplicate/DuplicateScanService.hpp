@@ -41,6 +41,8 @@ class DuplicateScanService : public SuperScanService {
 
   /// KiB; only what is larger takes part. Set it while no scan runs.
   static Integer limitSize;
+  /// The same in bytes; a fatal stop if it does not fit.
+  [[nodiscard]] static std::int64_t limitInBytes();
   /// False: the files of every folder that was hashed are no candidates for groups of files, whether or not
   /// the folder has a twin. True: only those of folders that have one are left out, and even these are
   /// members of the group of an equal file that lies in no such folder. So of every pair of equal files

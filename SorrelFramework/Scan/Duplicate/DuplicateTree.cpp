@@ -35,7 +35,7 @@ struct Group {
 
 class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
  public:
-  DuplicateTree(std::shared_ptr<DuplicateRun> run, DuplicatesByHash files, DuplicatesByHash folders)
+  DuplicateTree(std::shared_ptr<FinderRun> run, DuplicatesByHash files, DuplicatesByHash folders)
       : run_(std::move(run)), queue_(std::make_shared<WeftSerialQueue>(WeftQOS::Default)) {
     take(files, FilesKind::File);
     take(folders, FilesKind::Folder);
@@ -136,7 +136,7 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
                                     Ref<CategoryInformation>(category), rawValue(group.kind), 0);
   }
 
-  std::shared_ptr<DuplicateRun> run_;
+  std::shared_ptr<FinderRun> run_;
   std::shared_ptr<WeftSerialQueue> queue_;
   std::vector<Group> groups_;
   std::size_t left_ = 0;  // batches; changes on the queue alone
@@ -147,7 +147,7 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
 
 }  // namespace
 
-void organizeDuplicates(const std::shared_ptr<DuplicateRun>& run, DuplicatesByHash files,
+void organizeDuplicates(const std::shared_ptr<FinderRun>& run, DuplicatesByHash files,
                         DuplicatesByHash folders) {
   if (run->endsByStop()) return;
   std::make_shared<DuplicateTree>(run, std::move(files), std::move(folders))->start();

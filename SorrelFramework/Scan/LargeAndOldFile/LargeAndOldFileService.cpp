@@ -18,6 +18,7 @@
 #include "SorrelFramework/Scan/ItemProcedure.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Scan/ProgressPost.hpp"
+#include "SorrelFramework/Scan/ScanRun.hpp"
 #include "SorrelFramework/Scan/UnreadFolders.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/TerminalTool.hpp"
@@ -100,58 +101,101 @@ void putInto(CategoryInformation& row, FileInformation& file) {
   row.size = checkedAdd(row.size, file.size);
 }
 
-/// A scan under way.
+std::array<Integer, 3> rowsFor(const FileInformation& file, const AgeLimits& limits) {
+  return {LargeAndOldFileService::sortTypeFile(file), rawValue(ageOf(file, limits)),
+          rawValue(sizeBandOf(file))};
+}
+
+void putIntoRows(CategoryInformation& all, FileInformation& file, const std::array<Integer, 3>& kinds) {
+  LargeAndOldFileService::Rows rows;
+  for (const Integer kind : kinds) {
+    CategoryInformation& row = rowBelow(all, kind);
+    putInto(row, file);
+    rows.emplace(kind, &row);
+  }
+  putInto(all, file);
+  file.attachInformation = std::move(rows);
+}
+
+/// The state of a scan.
 struct LargeFileScan {
-  Ref<FeatureInformation> feature;
-  ProgressFunc progress;
-  PercentFunc showPercent;
-  SingleDoneFunc singleDone;
+  std::shared_ptr<ScanRun> run;
   LargeAndOldFileService::DoneFunc done;
-  std::shared_ptr<WeftSerialQueue> dispatch;
-  std::shared_ptr<PercentService> bar;
+  std::shared_ptr<ProgressPost> post;
   AgeLimits limits = limitsOfNow();
   Integer count = 0;
   std::int64_t size = 0;
-  std::shared_ptr<ProgressPost> post =
-      std::make_shared<ProgressPost>(std::make_shared<const ProgressFunc>(progress));
 
   [[nodiscard]] Ref<CategoryInformation> all() const {
-    if (feature->categoryInfo.empty()) {
+    if (run->feature().categoryInfo.empty()) {
       fatalStop(kUnexpectedNil, "large and old files: the catalogue's feature has no row \"All\"");
     }
-    return feature->categoryInfo.ref(0);
+    return run->feature().categoryInfo.ref(0);
   }
 
-  void add(const Ref<CategoryInformation>& all, const URL& url, ResourceValues values) {
+  /// False if a newer scan owns the tree.
+  [[nodiscard]] bool emptyTree() const {
+    return run->changeTree([this] { emptyAll(*all()); });
+  }
+
+  /// False if a newer scan owns the tree.
+  [[nodiscard]] bool add(const Ref<CategoryInformation>& all, const URL& url, ResourceValues values) {
     values.creationDate = values.contentModificationDate;  // what these records are dated by
     const auto record =
-        makeRecord({NSControlStateValueOff, count++, all->finderID, all}, url, values,
-                   rawValue(FilesKind::File), values.fileSize.value_or(SuperScanService::defaultSize), true);
-    LargeAndOldFileService::addToChildrenCategory(*all, *record, limits.year, limits.month, limits.week);
+        makeRecord({NSControlStateValueOff, count, all->finderID, all}, url, values,
+                   rawValue(FilesKind::File), values.fileSize.value_or(kDefaultRecordSize), true);
+    const std::array<Integer, 3> kinds = rowsFor(*record, limits);  // reads the file
+    if (!run->changeTree([&] { putIntoRows(*all, *record, kinds); })) return false;
+    ++count;
     size = checkedAdd(size, record->size);
     post->add(url, record->size);
     post->tick();
+    return true;
   }
 };
 using Scan = std::shared_ptr<LargeFileScan>;
 
+Scan makeScan(std::shared_ptr<ScanRun> run, ProgressFunc progress, LargeAndOldFileService::DoneFunc done) {
+  return std::make_shared<LargeFileScan>(LargeFileScan{
+      std::move(run), std::move(done),
+      std::make_shared<ProgressPost>(std::make_shared<const ProgressFunc>(std::move(progress)))});
+}
+
 void log(std::string text) { LogService::shard().log(LogService::LogLevel::Info, std::move(text)); }
 
-/// The end of both roads.
+/// The end of both roads. A scan that was replaced has left the tree to the newer one and reports no bytes.
 void finish(const Scan& scan) {
   scan->post->flush();
-  scan->bar->progressStep();
+  scan->run->step();
   MainQueue::post([scan] {
-    SuperScanService::scanStatus.set(scan->feature->finderID, ScanState::end);
-    scan->bar->stopTime();  // neither road takes all the steps that were announced
-    if (scan->done) scan->done(*scan->feature, scan->size);
+    if (scan->run->isReplaced()) scan->size = 0;
+    scan->run->end();
+    scan->run->endBar();  // neither road takes all the steps that were announced
+    if (scan->done) scan->done(scan->run->feature(), scan->size);
   });
 }
 
+void walkHome(const Scan& scan) {
+  const Ref<CategoryInformation> all = scan->all();
+  if (!scan->emptyTree()) return finish(scan);
+  DirectoryEnumerator files(
+      URL::fileURL(Host::current().home(), true),
+      NSDirectoryEnumerationSkipsHiddenFiles | NSDirectoryEnumerationSkipsPackageDescendants,
+      [unread = scan->run->unreadHandler()](const URL& url, int error) {
+        if (UnreadFolders::isReason(error)) unread(url.path(), error);
+        return true;
+      });
+  while (const DirectoryEnumerator::Item* const item = files.next()) {
+    if (scan->run->isStopped()) break;
+    // The other values cost much more than these, and few files are large.
+    if (!item->status.isRegularFile() || item->status.size < kEntrySize) continue;
+    if (!scan->add(all, item->url, files.values(kKeys))) break;
+  }
+  finish(scan);
+}
+
 void walkHomeInstead(const Scan& scan) {
-  LargeAndOldFileService::scanProLargeAndOldFileCommon(*scan->feature, scan->progress, scan->showPercent,
-                                                       scan->singleDone, scan->done, scan->dispatch,
-                                                       scan->bar);
+  GlobalQueue::submit([scan] { walkHome(scan); });
 }
 
 /// True for a path below the home. Another home may begin with the same letters, and a path that steps up
@@ -171,14 +215,15 @@ void takeFoundPaths(const Scan& scan, const std::string& output) {
     walkHomeInstead(scan);
     return;
   }
-  scan->bar->progressStep();
+  scan->run->step();
   const Ref<CategoryInformation> all = scan->all();
-  emptyAll(*all);
+  if (!scan->emptyTree()) return finish(scan);
   for (const std::string& line : lines) {
     if (!liesInHome(line)) continue;
     const URL url = URL::fileURL(line);
     auto values = resourceValues(url, kKeys);
-    if (values && values->isRegularFile.value_or(false)) scan->add(all, url, *std::move(values));
+    if (!values || !values->isRegularFile.value_or(false)) continue;
+    if (!scan->add(all, url, *std::move(values))) break;
   }
   finish(scan);
 }
@@ -192,35 +237,15 @@ void askTool(const Scan& scan) {
   }
   const auto notes = std::make_shared<const ChildNotes>();
   // A large home takes the tool long, and it prints nothing until its end.
-  TerminalUtilsClass(scan->feature->finderID)
+  TerminalUtilsClass(scan->run->feature().finderID)
       .runUntilStopped(
           kFindTool, {"-onlyin", host.home(), "kMDItemFSSize > " + std::to_string(kEntrySize)},
-          scan->dispatch,
+          scan->run->queue(),
           [scan, notes](const std::string& output) {
-            UnreadFolders::add(scan->feature->finderID, UnreadFolders::fromText(notes->text()));
+            scan->run->addUnread(UnreadFolders::fromText(notes->text()));
             takeFoundPaths(scan, output);
           },
           notes.get());
-}
-
-void walkHome(const Scan& scan) {
-  const Ref<CategoryInformation> all = scan->all();
-  emptyAll(*all);
-  const auto& state = SuperScanService::scanStatus.cell(scan->feature->finderID);
-  DirectoryEnumerator files(
-      URL::fileURL(Host::current().home(), true),
-      NSDirectoryEnumerationSkipsHiddenFiles | NSDirectoryEnumerationSkipsPackageDescendants,
-      [unread = UnreadFolders::handler(scan->feature->finderID)](const URL& url, int error) {
-        if (UnreadFolders::isReason(error)) unread(url.path(), error);
-        return true;
-      });
-  while (const DirectoryEnumerator::Item* const item = files.next()) {
-    if (ScanStatusTable::isSuspended(state)) break;
-    // The other values cost much more than these, and few files are large.
-    if (!item->status.isRegularFile() || item->status.size < kEntrySize) continue;
-    scan->add(all, item->url, files.values(kKeys));
-  }
-  finish(scan);
 }
 
 bool isDeleted(const FileInformation& file) {
@@ -236,36 +261,29 @@ void LargeAndOldFileService::scanLargeAndOldFile(FeatureInformation& featureInfo
                              std::move(done), std::move(dispatch));
 }
 
+// NOLINTBEGIN(performance-unnecessary-value-param): as all scanners
 void LargeAndOldFileService::scanProLargeAndOldFileFast(FeatureInformation& featureInfo,
                                                         ProgressFunc progress, PercentFunc showPercent,
-                                                        SingleDoneFunc singleDone, DoneFunc done,
+                                                        SingleDoneFunc /*singleDone*/, DoneFunc done,
                                                         std::shared_ptr<WeftSerialQueue> dispatch) {
-  if (!scanStatus.startUnlessRunning(featureInfo.finderID)) {
-    log("LargeAndOldScanService Scanning");
-    return;
-  }
+  const auto bar = std::make_shared<PercentService>(std::move(showPercent), kSteps, kStepsOfATick);
+  auto run = ScanRun::begin(featureInfo, std::move(dispatch), bar);
+  if (!run) return log("LargeAndOldScanService Scanning");
   log("LargeAndOldScanService Start");
-  UnreadFolders::clear(featureInfo.finderID);
-  const auto bar = std::make_shared<PercentService>(showPercent, kSteps, kStepsOfATick);
-  const auto scan = std::make_shared<LargeFileScan>(
-      LargeFileScan{Ref<FeatureInformation>(featureInfo), std::move(progress), std::move(showPercent),
-                    std::move(singleDone), std::move(done), std::move(dispatch), bar});
-  percentService.exchange(bar);
-  bar->startTime();
+  const Scan scan = makeScan(std::move(run), std::move(progress), std::move(done));
   // A child process may take long: no thread of the bounded pool waits for it.
   GlobalQueue::submitBlocking([scan] { askTool(scan); });
 }
 
 void LargeAndOldFileService::scanProLargeAndOldFileCommon(FeatureInformation& featureInfo,
-                                                          ProgressFunc progress, PercentFunc showPercent,
-                                                          SingleDoneFunc singleDone, DoneFunc done,
+                                                          ProgressFunc progress, PercentFunc /*showPercent*/,
+                                                          SingleDoneFunc /*singleDone*/, DoneFunc done,
                                                           std::shared_ptr<WeftSerialQueue> dispatch,
                                                           std::shared_ptr<PercentService> service) {
-  const auto scan = std::make_shared<LargeFileScan>(
-      LargeFileScan{Ref<FeatureInformation>(featureInfo), std::move(progress), std::move(showPercent),
-                    std::move(singleDone), std::move(done), std::move(dispatch), std::move(service)});
-  GlobalQueue::submit([scan] { walkHome(scan); });
+  walkHomeInstead(makeScan(std::make_shared<ScanRun>(featureInfo, std::move(dispatch), std::move(service)),
+                           std::move(progress), std::move(done)));
 }
+// NOLINTEND(performance-unnecessary-value-param)
 
 Integer LargeAndOldFileService::sortTypeFile(const FileInformation& file) {
   for (const std::string& type : contentTypeTree(file.url.path())) {
@@ -279,16 +297,7 @@ Integer LargeAndOldFileService::sortTypeFile(const FileInformation& file) {
 
 void LargeAndOldFileService::addToChildrenCategory(CategoryInformation& allCategory, FileInformation& file,
                                                    Date yearTime, Date monthTime, Date weekTime) {
-  const Integer kinds[] = {sortTypeFile(file), rawValue(ageOf(file, {yearTime, monthTime, weekTime})),
-                           rawValue(sizeBandOf(file))};
-  Rows rows;
-  for (const Integer kind : kinds) {
-    CategoryInformation& row = rowBelow(allCategory, kind);
-    putInto(row, file);
-    rows.emplace(kind, &row);
-  }
-  putInto(allCategory, file);
-  file.attachInformation = std::move(rows);
+  putIntoRows(allCategory, file, rowsFor(file, {yearTime, monthTime, weekTime}));
 }
 
 std::tuple<std::int64_t, FileRecords, std::string> LargeAndOldFileService::sortCategory(

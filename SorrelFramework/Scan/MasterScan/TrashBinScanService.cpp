@@ -73,9 +73,12 @@ void TrashBinScanService::scanProTrashBin(
   ScanPlan plan;
   plan.category = planFor;
   plan.lastStep = MainQueue::post;
-  plan.done = [feature = Ref(featureInfo), done = std::move(done)](const CategoryResults& results) {
-    const std::int64_t size = fillTree(*feature, results);
-    if (done) done(*feature, size);
+  plan.fillTree = [feature = Ref(featureInfo)](const CategoryResults& results) {
+    return fillTree(*feature, results);
+  };
+  plan.done = [feature = Ref(featureInfo), done = std::move(done)](const CategoryResults& /*results*/,
+                                                                   std::int64_t bytes) {
+    if (done) done(*feature, bytes);
   };
   runCategoryScan(featureInfo, std::move(progress), std::move(showPercent), std::move(plan),
                   std::move(dispatch));

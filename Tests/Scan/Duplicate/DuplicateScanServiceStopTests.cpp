@@ -1,4 +1,4 @@
-#include "SorrelFramework/Scan/Duplicate/DuplicateRun.hpp"
+#include "SorrelFramework/Scan/FinderRun.hpp"
 
 #include <gtest/gtest.h>
 
@@ -20,6 +20,10 @@ using Names = std::vector<std::string>;
 using Groups = test::DuplicateGroups;
 using test::DuplicateStages;
 using test::ScanRecord;
+
+FinderRun::Plan planOf(FinderRun::DoneFunc done) {
+  return {std::move(done), "Finish", std::string(DuplicateScanService::kStopLog)};
+}
 
 // Steps of the bar.
 
@@ -204,9 +208,7 @@ TEST_F(DuplicateStages, newScanEndsTheOneThatHasNotSeenItsStop) {
 TEST_F(DuplicateStages, runThatIsReplacedLeavesTheEntryToTheNewOne) {
   int ended = 0;
   const auto done = [&ended](FeatureInformation&, std::int64_t size) { ended += size == 0 ? 1 : 100; };
-  const auto begin = [&] {
-    return std::make_shared<DuplicateRun>(*feature, done, scan.queue, nullptr, WeftQOS::Default);
-  };
+  const auto begin = [&] { return std::make_shared<FinderRun>(*feature, scan.queue, nullptr, planOf(done)); };
   SuperScanService::scanStatus.set(kFeature, ScanState::start);
   const auto old = begin();
   EXPECT_FALSE(old->isStopped());
@@ -231,7 +233,7 @@ TEST_F(DuplicateStages, entryReadsEndWhenAStoppedRunTellsIt) {
   const auto done = [&atDone](FeatureInformation&, std::int64_t) {
     atDone = SuperScanService::scanStatus.get(kFeature);
   };
-  DuplicateRun run(*feature, done, scan.queue, nullptr, WeftQOS::Default);
+  FinderRun run(*feature, scan.queue, nullptr, planOf(done));
   SuperScanService::scanStatus.set(kFeature, ScanState::suspend);
   EXPECT_TRUE(run.endsByStop());
   EXPECT_EQ(atDone, ScanState::end);
@@ -241,8 +243,8 @@ TEST_F(DuplicateStages, runThatIsReplacedAtItsVeryEndIsDoneAndLeavesTheEntryToTh
   std::int64_t told = 0;
   const auto done = [&told](FeatureInformation&, std::int64_t size) { told = size; };
   SuperScanService::scanStatus.set(kFeature, ScanState::start);
-  DuplicateRun old(*feature, done, scan.queue, nullptr, WeftQOS::Default);
-  const DuplicateRun next(*feature, {}, scan.queue, nullptr, WeftQOS::Default);
+  FinderRun old(*feature, scan.queue, nullptr, planOf(done));
+  const FinderRun next(*feature, scan.queue, nullptr, planOf({}));
   old.finish(5);
   EXPECT_EQ(told, 5);
   EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::start);
@@ -250,16 +252,15 @@ TEST_F(DuplicateStages, runThatIsReplacedAtItsVeryEndIsDoneAndLeavesTheEntryToTh
 
 TEST_F(DuplicateStages, runOfAnotherFeatureReplacesNothing) {
   const auto other = test::makeFeature(kFeature + 1, {{CategoryInfomationKind::Common, {}}});
-  const DuplicateRun one(*feature, {}, scan.queue, nullptr, WeftQOS::Default);
-  const DuplicateRun two(*other, {}, scan.queue, nullptr, WeftQOS::Default);
+  const FinderRun one(*feature, scan.queue, nullptr, planOf({}));
+  const FinderRun two(*other, scan.queue, nullptr, planOf({}));
   EXPECT_FALSE(one.isReplaced());
 }
 
 TEST_F(DuplicateStages, runThatSawAStopStaysStopped) {
   int ended = 0;
-  DuplicateRun one(
-      *feature, [&ended](FeatureInformation&, std::int64_t) { ++ended; }, scan.queue, nullptr,
-      WeftQOS::Default);
+  FinderRun one(*feature, scan.queue, nullptr,
+                planOf([&ended](FeatureInformation&, std::int64_t) { ++ended; }));
   EXPECT_FALSE(one.endsByStop());
   SuperScanService::scanStatus.set(kFeature, ScanState::suspend);
   EXPECT_TRUE(one.isStopped());
@@ -274,16 +275,17 @@ TEST_F(DuplicateStages, runThatSawAStopStaysStopped) {
 
 TEST_F(DuplicateStages, limitIsGivenInKibibytes) {
   DuplicateScanService::limitSize = 512;
-  EXPECT_EQ(duplicateLimit(), 524288);
+  EXPECT_EQ(DuplicateScanService::limitInBytes(), 524288);
   DuplicateScanService::limitSize = -1;
-  EXPECT_EQ(duplicateLimit(), -1024);
+  EXPECT_EQ(DuplicateScanService::limitInBytes(), -1024);
 }
 
 TEST_F(DuplicateStages, limitThatDoesNotFitIsAFatalStop) {
   DuplicateScanService::limitSize = INT64_MAX / 1024;
-  EXPECT_EQ(duplicateLimit(), INT64_MAX - 1023);
+  EXPECT_EQ(DuplicateScanService::limitInBytes(), INT64_MAX - 1023);
   ++DuplicateScanService::limitSize;
-  EXPECT_EQ(test::inChild([] { return std::to_string(duplicateLimit()); }), "ended by signal 6");
+  EXPECT_EQ(test::inChild([] { return std::to_string(DuplicateScanService::limitInBytes()); }),
+            "ended by signal 6");
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include <utility>
 #include <vector>
 
-#include "SorrelFramework/Scan/Duplicate/DuplicateRun.hpp"
+#include "SorrelFramework/Scan/ScanRun.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 #include "Tests/Support/DuplicateKit.hpp"
 #include "Tests/Support/MainLoop.hpp"
@@ -43,9 +43,7 @@ class Restart : public test::DuplicateStages {
     EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::end);
   }
 
-  std::shared_ptr<DuplicateRun> begin() {
-    return DuplicateRun::begin(*feature, {}, scan.queue, nullptr, WeftQOS::Default);
-  }
+  std::shared_ptr<ScanRun> begin() { return ScanRun::begin(*feature, scan.queue, nullptr); }
 };
 
 TEST_F(Restart, runIsNotBegunWhileOneIsUnderWay) {
@@ -65,11 +63,11 @@ TEST_F(Restart, treeAndEntryBelongToTheNewestRun) {
   int changes = 0;
   EXPECT_FALSE(first->changeTree([&changes] { ++changes; }));
   EXPECT_EQ(changes, 0);
-  first->leaveEntry();
+  first->end();
   EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::start);
   EXPECT_TRUE(next->changeTree([&changes] { ++changes; }));
   EXPECT_EQ(changes, 1);
-  next->leaveEntry();
+  next->end();
   EXPECT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::end);
 }
 
@@ -84,14 +82,14 @@ TEST_F(Restart, entryOfARunIsNeverEndedByTheOneBefore) {
     };
     std::thread end([&] {
       meet();
-      first->leaveEntry();
+      first->end();
     });
     meet();
     const auto next = begin();
     end.join();
     ASSERT_NE(next, nullptr);
     ASSERT_EQ(SuperScanService::scanStatus.get(kFeature), ScanState::start) << i;
-    next->leaveEntry();
+    next->end();
   }
 }
 
