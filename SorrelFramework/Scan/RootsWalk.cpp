@@ -1,13 +1,13 @@
 #include "SorrelFramework/Scan/RootsWalk.hpp"
 
 #include <cerrno>
-#include <cstddef>
 #include <map>
 #include <string>
 #include <utility>
 
 #include "SorrelFramework/Platform/Files/FileManager.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Queues/Countdown.hpp"
 #include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/PathText.hpp"
 #include "SorrelFramework/Scan/ProgressPost.hpp"
@@ -17,23 +17,10 @@
 namespace sorrel {
 namespace {
 
-/// The cells that the walks of several roots share. They change on the serial queue alone.
-struct RootsWalk {
-  std::size_t count = 0;
-  std::size_t finished = 0;
+/// The results of several roots. They change on the serial queue alone.
+struct RootsResults {
   std::map<URL, FileRecords> records;
   std::map<URL, ScanFilesInformation> totals;
-  PercentFunc showPercent;
-  RootsDoneFunc done;
-
-  void finishRoot(const URL& url, WalkResult result) {
-    ++finished;
-    totals.insert_or_assign(url, std::move(result.totals));
-    records.insert_or_assign(url, std::move(result.records));
-    if (finished != count) return;
-    if (showPercent) showPercent(static_cast<float>(finished) / static_cast<float>(count));
-    if (done) done(std::move(records), std::move(totals));
-  }
 };
 
 /// A root that is a plain file: one record, and no question to the filter.
@@ -69,15 +56,22 @@ bool keepsEverything(const URL& /*url*/, const ResourceValues& /*values*/,
 
 void walkRoots(const std::vector<URL>& roots, const WalkRequest& request,
                std::shared_ptr<WeftSerialQueue> queue, PercentFunc showPercent, RootsDoneFunc done) {
-  const auto walk = std::make_shared<RootsWalk>();
-  walk->count = roots.size();
-  walk->showPercent = std::move(showPercent);
-  walk->done = std::move(done);
+  if (roots.empty()) return;
+  const auto all = std::make_shared<RootsResults>();
+  const auto left =
+      Countdown::from(roots.size(), [all, showPercent = std::move(showPercent), done = std::move(done)] {
+        if (showPercent) showPercent(1);
+        if (done) done(std::move(all->records), std::move(all->totals));
+      });
   for (const URL& root : roots) {
-    GlobalQueue::submit([walk, root, request, queue] {
+    GlobalQueue::submit([all, left, root, request, queue] {
       // Shared, so that a task that the queue refuses and takes later does not copy a million handles.
       auto result = std::make_shared<WalkResult>(walkRoot(root, request));
-      submitWithRetry(queue, [walk, root, result] { walk->finishRoot(root, std::move(*result)); });
+      submitWithRetry(queue, [all, left, root, result] {
+        all->totals.insert_or_assign(root, std::move(result->totals));
+        all->records.insert_or_assign(root, std::move(result->records));
+        left->arrive();
+      });
     });
   }
 }
