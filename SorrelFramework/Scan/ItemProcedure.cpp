@@ -1,8 +1,8 @@
 #include "SorrelFramework/Scan/ItemProcedure.hpp"
 
-#include <any>
 #include <utility>
 
+#include "SorrelFramework/Model/RecordParts.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel {
@@ -39,15 +39,18 @@ bool DeletionRule::isUserOrNobody(std::uint32_t uid) {
 
 Ref<FileInformation> makeRecord(const RecordTemplate& common, const URL& url, ResourceValues& values,
                                 Integer kind, std::int64_t size, bool canDelete) {
-  std::string title =
-      values.localizedName ? std::move(*values.localizedName) : std::string(kDefaultRecordTitle);
-  Image icon = values.effectiveIcon ? *values.effectiveIcon : defaultRecordImage();
-  const Date date = values.creationDate ? *values.creationDate : Date::now();
-  const std::string_view description =
-      values.localizedTypeDescription ? *values.localizedTypeDescription : kDefaultRecordTitle;
-  return makeRef<FileInformation>(common.state, common.finderID, common.parentFinderID, std::move(title),
-                                  std::move(icon), size, date, url, description, canDelete, false, std::any(),
-                                  Children<FileInformation>(), common.parentCategoryInfo, kind, Integer{0});
+  return makeFile(
+      {.state = common.state,
+       .finderID = common.finderID,
+       .parentFinderID = common.parentFinderID,
+       .title = values.localizedName ? std::move(*values.localizedName) : std::string(kDefaultRecordTitle),
+       .icon = values.effectiveIcon ? *values.effectiveIcon : defaultRecordImage(),
+       .size = size,
+       .date = values.creationDate ? *values.creationDate : Date::now(),
+       .url = url,
+       .canDelete = canDelete,
+       .parentCategoryInfo = common.parentCategoryInfo,
+       .fileKind = kind});
 }
 
 }  // namespace sorrel
