@@ -60,9 +60,6 @@ const std::vector<std::vector<std::string_view>> kKnownCircles = {
     {"Model/CategoryInfo", "Model/FeatureInfo", "Model/FileInfo", "Model/ModuleInfo"},
     {"HelpTool/DBusHelperConnection", "HelpTool/HelperEvent"},
     {"HelpTool/EventCodec", "HelpTool/MessageView"},
-    {"Scan/Duplicate/DuplicateAnalysis", "Scan/Duplicate/DuplicateCategories",
-     "Scan/Duplicate/DuplicatePlaces", "Scan/Duplicate/DuplicateScanService",
-     "Scan/Duplicate/DuplicateTree"},
 };
 
 struct ThirdParty {

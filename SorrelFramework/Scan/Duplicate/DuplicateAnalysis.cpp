@@ -1,25 +1,23 @@
 #include "SorrelFramework/Scan/Duplicate/DuplicateAnalysis.hpp"
 
 #include <algorithm>
-#include <atomic>
 #include <filesystem>
+#include <functional>
 #include <iterator>
-#include <memory>
-#include <optional>
 #include <system_error>
 #include <utility>
 
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
+#include "SorrelFramework/Platform/Items/DirectoryEnumerator.hpp"
+#include "SorrelFramework/Platform/Queues/Countdown.hpp"
 #include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
-#include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
-#include "SorrelFramework/Scan/Duplicate/DuplicateTree.hpp"
 #include "SorrelFramework/Units/FileHashBatch.hpp"
 
 namespace sorrel {
 namespace {
 
-/// What a walk saw of a folder's files.
+/// The files that a walk met in a folder.
 struct FolderContent {
   std::vector<URL> urls;
   std::vector<std::int64_t> sizes;
@@ -64,50 +62,39 @@ void hash(const std::shared_ptr<FinderRun>& run, std::vector<std::string> paths,
   const unsigned workers = GlobalQueue::width();
   const auto batch = std::make_shared<FileHashBatch>(std::move(paths), workers, bestMD5Kernel(),
                                                      [run] { return run->isStopped(); });
-  const auto left = std::make_shared<std::atomic<unsigned>>(workers);
+  const auto left = Countdown::from(
+      workers, [batch, done = std::move(done)] { done(*batch); }, run->queue());
   for (unsigned i = 0; i < workers; ++i) {
     GlobalQueue::submit(
-        [run, batch, left, done] {
+        [batch, left] {
           batch->run();
-          if (--*left == 0) run->onQueue([batch, done] { done(*batch); });
+          left->arrive();
         },
         run->qosClass());
   }
 }
 
-class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis> {
+class FolderHash : public std::enable_shared_from_this<FolderHash> {
  public:
-  DuplicateAnalysis(std::shared_ptr<FinderRun> run, DuplicatesBySize files)
-      : run_(std::move(run)), files_(std::move(files)) {}
+  FolderHash(DuplicateSearchRef search, StageThrough through)
+      : search_(std::move(search)), through_(std::move(through)) {}
 
-  void hashFolders(DuplicatesBySize candidates) {
-    groups_ = topmostFolders(std::move(candidates), DuplicateScanService::limitInBytes());
+  void start() {
+    groups_ = topmostFolders(std::move(search_->folders), search_->settings.limit);
     for (std::size_t group = 0; group < groups_.size(); ++group) {
       for (std::size_t i = 0; i < groups_[group].size(); ++i) folders_.push_back({group, i, {}});
     }
-    if (folders_.empty()) return foldersFinished();
-    left_ = folders_.size();
+    if (folders_.empty()) return finish();
+    const auto left = Countdown::from(folders_.size(), [self = shared_from_this()] { self->hashContents(); });
     for (std::size_t i = 0; i < folders_.size(); ++i) {
-      GlobalQueue::submit([self = shared_from_this(), i] { self->listFolder(i); }, run_->qosClass());
+      GlobalQueue::submit(
+          [self = shared_from_this(), left, i] {
+            self->listFolder(i);
+            left->arrive();
+          },
+          search_->run->qosClass());
     }
   }
-
-  /// On the queue.
-  void hashFiles() {
-    if (run_->endsByStop()) return;
-    auto records = std::make_shared<std::vector<DuplicateInfo>>(filesToHash(std::move(files_), leftOut_));
-    std::vector<std::string> paths;
-    paths.reserve(records->size());
-    for (const DuplicateInfo& record : *records) {
-      if (!hashesInTwins_.contains(record.path)) paths.push_back(record.path.path());
-    }
-    hash(run_, std::move(paths), [self = shared_from_this(), records](const FileHashBatch& batch) {
-      self->groupFiles(*records, batch);
-      self->organize();
-    });
-  }
-
-  void organize() { organizeDuplicates(run_, std::move(filesByHash_), std::move(foldersByHash_)); }
 
  private:
   struct Folder {
@@ -118,15 +105,14 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
 
   void listFolder(std::size_t i) {
     const URL& path = groups_[folders_[i].group][folders_[i].index].path;
-    folders_[i].content = contentOf(path, [this] { return run_->isStopped(); });
-    if (--left_ == 0) hashContents();
+    folders_[i].content = contentOf(path, [this] { return search_->run->isStopped(); });
   }
 
   void hashContents() {
     std::vector<std::string> paths;
     for (const Folder& folder : folders_)
       std::ranges::move(pathsOf(folder.content.urls), std::back_inserter(paths));
-    hash(run_, std::move(paths),
+    hash(search_->run, std::move(paths),
          [self = shared_from_this()](const FileHashBatch& batch) { self->groupFolders(batch); });
   }
 
@@ -158,7 +144,7 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
       }
       // What could not be read may differ: such a folder has no twin, and its files are hashed as files.
       if (!isWhole) continue;
-      if (ignoresFoldersWithoutHashes_ && hashed.empty()) continue;
+      if (search_->settings.ignoresFoldersWithoutHashes && hashed.empty()) continue;
       // A link is not hashed, yet folders whose links lead elsewhere are no copies.
       Twins& twins = groups[folder.group][text + folder.content.links];
       twins.records.push_back(std::move(groups_[folder.group][folder.index]));
@@ -166,88 +152,86 @@ class DuplicateAnalysis : public std::enable_shared_from_this<DuplicateAnalysis>
     }
     for (auto& group : groups)
       std::ranges::for_each(group, [&](auto& entry) {
-        if (findsEveryEqualPair_) {
+        if (search_->settings.findsEveryEqualPair) {
           keepTwins(entry.first, entry.second, batch);
         } else {
           keep(entry.first, entry.second);
         }
       });
-    foldersFinished();
+    finish();
   }
 
   /// Leaves out the files of every folder that was read, whether or not it has a twin. Of twins of different
   /// sizes with the same hashes, which packages bring about, the largest are kept.
   void keep(const std::string& text, Twins& twins) {
-    if (twins.records.size() > 1) foldersByHash_.try_emplace(text, std::move(twins.records));
+    if (twins.records.size() > 1) search_->foldersByHash.try_emplace(text, std::move(twins.records));
     if (twins.files.size() <= 1) return;
-    for (HashedFile& file : twins.files) leftOut_.insert(std::move(file.url));
+    for (HashedFile& file : twins.files) search_->leftOut.insert(std::move(file.url));
   }
 
   /// Keeps the same twins, and the hashes of their files alone: all other files are read as files.
   void keepTwins(const std::string& text, Twins& twins, const FileHashBatch& batch) {
     dropOtherMounts(twins.records);  // a folder that is mounted twice would have no group in the end
     if (twins.records.size() < 2) return;
-    if (!foldersByHash_.try_emplace(text, std::move(twins.records)).second) return;
+    if (!search_->foldersByHash.try_emplace(text, std::move(twins.records)).second) return;
     for (HashedFile& file : twins.files)
-      hashesInTwins_.emplace(std::move(file.url), *batch.hashes()[file.index]);
+      search_->hashesInTwins.emplace(std::move(file.url), *batch.hashes()[file.index]);
   }
 
-  /// A group of which every member lies in a twin folder is covered by the group of that folder.
-  void groupFiles(std::vector<DuplicateInfo>& records, const FileHashBatch& batch) {
-    std::size_t at = 0;
-    for (DuplicateInfo& record : records) {
-      const auto known = hashesInTwins_.find(record.path);
-      const auto text = known != hashesInTwins_.end() ? known->second : batch.hashes()[at++];
-      if (text) filesByHash_[*text].push_back(std::move(record));
-    }
-    std::erase_if(filesByHash_, [this](const auto& group) {
-      return std::ranges::all_of(
-          group.second, [this](const DuplicateInfo& file) { return hashesInTwins_.contains(file.path); });
-    });
+  void finish() {
+    search_->run->step();
+    through_(std::to_string(folders_.size()) + " folders read, " +
+             std::to_string(search_->foldersByHash.size()) + " groups");
   }
 
-  void foldersFinished() {
-    run_->step();
-    if (files_.empty()) {
-      organize();
-    } else {
-      hashFiles();
-    }
-  }
-
-  std::shared_ptr<FinderRun> run_;
-  DuplicatesBySize files_;
+  DuplicateSearchRef search_;
+  StageThrough through_;
   std::vector<std::vector<DuplicateInfo>> groups_;
   std::vector<Folder> folders_;
-  std::atomic<std::size_t> left_{0};
-  const bool findsEveryEqualPair_ = DuplicateScanService::findsEveryEqualPair;
-  const bool ignoresFoldersWithoutHashes_ = DuplicateScanService::ignoresFoldersWithoutHashes;
-  std::unordered_set<URL> leftOut_;
-  std::unordered_map<URL, std::optional<std::string>> hashesInTwins_;  // of the files of twin folders
-  DuplicatesByHash filesByHash_;
-  DuplicatesByHash foldersByHash_;
 };
+
+/// A group is dropped if every member lies in a twin folder: the group of that folder covers it.
+void groupFiles(DuplicateSearch& search, std::vector<DuplicateInfo>& records, const FileHashBatch& batch) {
+  std::size_t at = 0;
+  for (DuplicateInfo& record : records) {
+    const auto known = search.hashesInTwins.find(record.path);
+    const auto text = known != search.hashesInTwins.end() ? known->second : batch.hashes()[at++];
+    if (text) search.filesByHash[*text].push_back(std::move(record));
+  }
+  std::erase_if(search.filesByHash, [&search](const auto& group) {
+    return std::ranges::all_of(group.second, [&search](const DuplicateInfo& file) {
+      return search.hashesInTwins.contains(file.path);
+    });
+  });
+}
 
 }  // namespace
 
-void analyseDuplicates(const std::shared_ptr<FinderRun>& run, DuplicatesBySize files,
-                       DuplicatesBySize folders) {
-  if (run->endsByStop()) return;
-  run->step();
-  const bool hasFiles = !files.empty();
-  const auto analysis = std::make_shared<DuplicateAnalysis>(run, std::move(files));
-  if (!folders.empty()) {
-    analysis->hashFolders(std::move(folders));
-  } else if (hasFiles) {
-    analysis->hashFiles();
-  } else {
-    analysis->organize();
-  }
+void hashFolders(const DuplicateSearchRef& search, StageThrough through) {
+  search->run->step();
+  if (search->folders.empty()) return through("0 folders read, 0 groups");
+  std::make_shared<FolderHash>(search, std::move(through))->start();
 }
 
-std::tuple<std::string, std::vector<URL>, std::int64_t, std::unordered_set<URL>>
-DuplicateScanService::getMD5FromFolderPath(const URL& folderURL) {
-  const FolderContent content = contentOf(folderURL, nullptr);
+void hashFiles(const DuplicateSearchRef& search, const StageThrough& through) {
+  if (search->files.empty()) return through("0 files read, 0 hashes");
+  auto records =
+      std::make_shared<std::vector<DuplicateInfo>>(filesToHash(std::move(search->files), search->leftOut));
+  std::vector<std::string> paths;
+  paths.reserve(records->size());
+  for (const DuplicateInfo& record : *records) {
+    if (!search->hashesInTwins.contains(record.path)) paths.push_back(record.path.path());
+  }
+  hash(search->run, std::move(paths), [search, records, through](const FileHashBatch& batch) {
+    groupFiles(*search, *records, batch);
+    through(std::to_string(batch.paths().size()) + " files read, " +
+            std::to_string(search->filesByHash.size()) + " hashes");
+  });
+}
+
+std::tuple<std::string, std::vector<URL>, std::int64_t, std::unordered_set<URL>> hashesInFolder(
+    const URL& folder) {
+  const FolderContent content = contentOf(folder, nullptr);
   FileHashBatch batch(pathsOf(content.urls));
   batch.run();
   std::string text;

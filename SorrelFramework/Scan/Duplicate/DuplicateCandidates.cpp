@@ -4,36 +4,15 @@
 #include <functional>
 #include <iterator>
 #include <map>
-#include <optional>
-#include <set>
-#include <string>
-#include <tuple>
 
-#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Scan/SeenItems.hpp"
 
 namespace sorrel {
-namespace {
-
-using Number = std::pair<std::uint64_t, std::uint64_t>;  // of the file system, and in it
-/// An item, the folder above it and its name there: the same through whichever mount it is reached, other
-/// ones for another hard link. A folder has no hard links.
-using Entry = std::tuple<Number, Number, std::string>;
-
-std::optional<Number> numberOf(const std::string& path) {
-  const auto status = statusOf(path);
-  return status ? std::optional<Number>({status->device, status->inode}) : std::nullopt;
+std::size_t memberCount(const DuplicatesBySize& dictionary) {
+  std::size_t count = 0;
+  for (const auto& [size, records] : dictionary) count += records.size();
+  return count;
 }
-
-std::optional<Entry> entryOf(const DuplicateInfo& record) {
-  const std::string path = record.path.path();
-  const auto number = numberOf(record.fileOrPath ? path : path + '/');
-  if (!number || !record.fileOrPath) return number ? std::optional<Entry>({*number, {}, ""}) : std::nullopt;
-  const std::size_t name = path.rfind('/') + 1;
-  const auto above = numberOf(path.substr(0, name));
-  return above ? std::optional<Entry>({*number, *above, path.substr(name)}) : std::nullopt;
-}
-
-}  // namespace
 
 std::vector<Integer> sizesDescending(const DuplicatesBySize& dictionary) {
   std::vector<Integer> sizes;
@@ -51,11 +30,9 @@ void sortByPath(std::vector<DuplicateInfo>& records) {
 }
 
 void dropOtherMounts(std::vector<DuplicateInfo>& twins) {
-  std::set<Entry> known;
-  std::erase_if(twins, [&known](const DuplicateInfo& twin) {
-    auto entry = entryOf(twin);
-    return entry && !known.insert(*std::move(entry)).second;
-  });
+  SeenItems seen;
+  std::erase_if(
+      twins, [&seen](const DuplicateInfo& twin) { return !seen.insert(twin.path.path(), twin.fileOrPath); });
 }
 
 DuplicatesBySize candidateFolders(DuplicatesBySize folders, const std::function<bool()>& isStopped) {

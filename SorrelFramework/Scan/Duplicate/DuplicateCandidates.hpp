@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <cstdint>
 #include <functional>
 #include <unordered_set>
@@ -10,6 +11,9 @@
 
 namespace sorrel {
 
+/// The members of all entries of a dictionary.
+[[nodiscard]] std::size_t memberCount(const DuplicatesBySize& dictionary);
+
 /// The sizes of a dictionary, the largest first.
 [[nodiscard]] std::vector<Integer> sizesDescending(const DuplicatesBySize& dictionary);
 
@@ -17,8 +21,8 @@ namespace sorrel {
 /// twice because one place was to be scanned twice: it is no twin of itself.
 void sortByPath(std::vector<DuplicateInfo>& records);
 
-/// Takes out the members of a group that are one before them, reached through another mount: the only copy
-/// must not pass for two. Hard links stay. Asks the file system.
+/// Drops members that are the same item as an earlier member, seen through another mount (SeenItems). Hard
+/// links are kept.
 void dropOtherMounts(std::vector<DuplicateInfo>& twins);
 
 /// The second stage. Of the folders of one size those that agree in their number of files with another one

@@ -11,6 +11,17 @@
 
 namespace sorrel {
 
+/// Numbers the child categories: each is the index of its row in `childrenCateogry`.
+enum class DuplicateGroupKind : Integer {
+  File = 0,
+  Folder = 1,
+  Document = 2,
+  Media = 3,
+  Picture = 4,
+  Other = 5,
+  Archive = 6,
+};
+
 /// A file or folder that may have a twin.
 struct DuplicateInfo {
   Integer fileNumSum = 0;  ///< 1 for a file; for a folder the files counted in it

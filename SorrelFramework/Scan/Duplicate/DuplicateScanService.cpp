@@ -1,18 +1,20 @@
 #include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 
-#include <algorithm>
+#include <cstddef>
 #include <utility>
 
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
-#include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
+#include "SorrelFramework/Platform/Queues/Countdown.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateAnalysis.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCategories.hpp"
+#include "SorrelFramework/Scan/Duplicate/DuplicateListing.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicatePlaces.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateTree.hpp"
-#include "SorrelFramework/Scan/Duplicate/DuplicateWalk.hpp"
 #include "SorrelFramework/Scan/FinderRun.hpp"
 #include "SorrelFramework/Scan/PercentService.hpp"
+#include "SorrelFramework/Scan/ScanPlaces.hpp"
+#include "SorrelFramework/Scan/ScanStages.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 
@@ -23,80 +25,51 @@ constexpr std::int64_t kSteps = 4;
 
 void log(std::string text) { LogService::shard().log(LogService::LogLevel::Info, std::move(text)); }
 
-bool isRegularFile(const URL& url) {
-  const auto values = resourceValues(url, NSURLIsRegularFileKey);
-  return values && values->isRegularFile.value_or(false);
-}
-
 FinderRun::Plan planOf(DuplicateScanService::DoneFunc done, WeftQOS qosClass) {
   return {std::move(done), "DuplicateScanService Finish", std::string(DuplicateScanService::kStopLog),
           qosClass};
 }
 
-/// The first two stages of a scan.
-class DuplicateSearch : public std::enable_shared_from_this<DuplicateSearch> {
- public:
-  DuplicateSearch(std::shared_ptr<FinderRun> run, std::int64_t limit, std::size_t entries)
-      : run_(std::move(run)), entries_(entries) {
-    rules_.limit = limit;
-    rules_.libraries = librariesOfHomes();
-    rules_.isStopped = [run = run_] { return run->isStopped(); };
-    rules_.unread = run_->unreadHandler();
-  }
+DuplicateSearchRef makeSearch(std::shared_ptr<FinderRun> run, DuplicateSettings settings) {
+  auto search = std::make_shared<DuplicateSearch>();
+  search->run = std::move(run);
+  search->settings = settings;
+  return search;
+}
 
-  void start(const std::vector<URL>& list) {
-    for (const URL& entry : list) {
-      GlobalQueue::submit([self = shared_from_this(), entry] { self->walk(entry); }, run_->qosClass());
-    }
-  }
+DuplicateSettings settingsOfNow() {
+  return {DuplicateScanService::limitInBytes(), DuplicateScanService::findsEveryEqualPair,
+          DuplicateScanService::ignoresFoldersWithoutHashes};
+}
 
- private:
-  /// Candidates travel to the queue in batches, one task for many.
-  static constexpr std::size_t kBatch = 1024;
-  using Batch = std::vector<DuplicateInfo>;
+void chooseFolders(DuplicateSearch& search, const StageThrough& through) {
+  search.folders =
+      candidateFolders(std::move(search.folders), [run = search.run] { return run->isStopped(); });
+  through(std::to_string(memberCount(search.folders)) + " folders");
+}
 
-  void walk(const URL& entry) {
-    auto batch = std::make_shared<Batch>();
-    DuplicateWalk walk(rules_, [&](DuplicateInfo info) {
-      batch->push_back(std::move(info));
-      if (batch->size() < kBatch) return;
-      deliver(std::exchange(batch, std::make_shared<Batch>()));
-    });
-    if (isRegularFile(entry)) {
-      walk.fileInfo(entry);
-    } else {
-      walk.folderBackTracking(entry);
-    }
-    if (!batch->empty()) deliver(std::move(batch));
-    run_->onQueue([self = shared_from_this()] { self->backTrackingFinish(); });
-  }
+/// Places in the list of stages.
+constexpr std::ptrdiff_t kWalkStage = 0;
+constexpr std::ptrdiff_t kHashStage = 2;
+constexpr std::ptrdiff_t kTreeStage = 4;
 
-  void deliver(const std::shared_ptr<Batch>& batch) {
-    run_->onQueue([self = shared_from_this(), batch] {
-      for (DuplicateInfo& info : *batch) {
-        DuplicatesBySize& dictionary = info.fileOrPath ? self->files_ : self->folders_;
-        dictionary[info.fileSize].push_back(std::move(info));
-      }
-      batch->clear();
-    });
-  }
-
-  void backTrackingFinish() {
-    if (run_->endsByStop()) return;
-    ++finished_;
-    if (finished_ != entries_) return;
-    DuplicatesBySize candidates = candidateFolders(std::move(folders_), [this] { return run_->isStopped(); });
-    analyseDuplicates(run_, std::move(files_), std::move(candidates));
-  }
-
-  std::shared_ptr<FinderRun> run_;
-  DuplicateWalkRules rules_;
-  std::size_t entries_;
-  // Change on the queue alone.
-  std::size_t finished_ = 0;
-  DuplicatesBySize files_;
-  DuplicatesBySize folders_;
-};
+/// The stages of a search in their order. Each begins on the queue of the scan.
+void runStagesFrom(std::ptrdiff_t first, const DuplicateSearchRef& search,
+                   const std::vector<URL>& places = {}) {
+  std::vector<ScanStage> stages = {
+      {"walk", [search, places](const StageThrough& through) { listCandidates(search, places, through); }},
+      {"candidates", [search](const StageThrough& through) { chooseFolders(*search, through); }},
+      {"folder hashes", [search](const StageThrough& through) { hashFolders(search, through); }},
+      {"file hashes", [search](const StageThrough& through) { hashFiles(search, through); }},
+      {"tree",
+       [search](const StageThrough& through) {
+         buildDuplicateTree(search, DuplicateScanService::childrenCateogryDict, through);
+       }},
+  };
+  stages.erase(stages.begin(), stages.begin() + first);
+  // Without a name: applications know the lines that this scan logs, and there are no others.
+  runStages("", std::move(stages), [run = search->run] { return run->endsByStop(); });
+}
 
 }  // namespace
 
@@ -132,7 +105,7 @@ void DuplicateScanService::scanProDuplicate(FeatureInformation& featureInfo,
   if (!run) return log("DuplicateScanService Scanning");
   StreamFileHashUnit::shard().scanState = static_cast<int>(ScanState::start);
   log("DuplicateScanService Start");
-  const std::int64_t limit = limitInBytes();
+  const DuplicateSettings settings = settingsOfNow();
   const std::vector<URL> list = duplicatePlaces(scanPaths);
 
   run->step();
@@ -143,7 +116,7 @@ void DuplicateScanService::scanProDuplicate(FeatureInformation& featureInfo,
     if (done) done(featureInfo, 0);
     return;
   }
-  std::make_shared<DuplicateSearch>(std::move(run), limit, list.size())->start(list);
+  runStagesFrom(kWalkStage, makeSearch(std::move(run), settings), list);
 }
 
 void DuplicateScanService::stopDuplicate(FeatureInformation& featureInfo, const DoneFunc& done) {
@@ -158,18 +131,41 @@ void DuplicateScanService::analysisDataForDuplicate(
     ProgressFunc /*progress*/, PercentFunc /*showPercent*/, SingleDoneFunc /*singleDone*/, DoneFunc done,
     std::shared_ptr<WeftSerialQueue> dispatch, std::shared_ptr<PercentService> percentService,
     WeftQOS qosClass) {
-  analyseDuplicates(std::make_shared<FinderRun>(featureInfo, std::move(dispatch), std::move(percentService),
-                                                planOf(std::move(done), qosClass)),
-                    std::move(preSizeAndFilePath), std::move(sizeAndFolderPath));
+  const auto search =
+      makeSearch(std::make_shared<FinderRun>(featureInfo, std::move(dispatch), std::move(percentService),
+                                             planOf(std::move(done), qosClass)),
+                 settingsOfNow());
+  search->files = std::move(preSizeAndFilePath);
+  search->folders = std::move(sizeAndFolderPath);
+  runStagesFrom(kHashStage, search);
 }
 
 void DuplicateScanService::organizeDataForDuplicate(
     DuplicatesByHash MD5AndFileInfo, DuplicatesByHash MD5AndFolderInfo, FeatureInformation& featureInfo,
     ProgressFunc /*progress*/, PercentFunc /*showPercent*/, SingleDoneFunc /*singleDone*/, DoneFunc done,
     std::shared_ptr<WeftSerialQueue> dispatch, std::shared_ptr<PercentService> percentService) {
-  organizeDuplicates(std::make_shared<FinderRun>(featureInfo, std::move(dispatch), std::move(percentService),
-                                                 planOf(std::move(done), WeftQOS::Default)),
-                     std::move(MD5AndFileInfo), std::move(MD5AndFolderInfo));
+  const auto search =
+      makeSearch(std::make_shared<FinderRun>(featureInfo, std::move(dispatch), std::move(percentService),
+                                             planOf(std::move(done), WeftQOS::Default)),
+                 {});
+  search->filesByHash = std::move(MD5AndFileInfo);
+  search->foldersByHash = std::move(MD5AndFolderInfo);
+  runStagesFrom(kTreeStage, search);
+}
+
+std::tuple<std::string, std::vector<URL>, std::int64_t, std::unordered_set<URL>>
+DuplicateScanService::getMD5FromFolderPath(const URL& folderURL) {
+  return hashesInFolder(folderURL);
+}
+
+std::vector<URL> DuplicateScanService::placesInHome(const URL& home) { return placesToScanInHome(home); }
+
+std::vector<Integer> DuplicateScanService::sortFile(const FileInformation& file) { return kindsOfFile(file); }
+
+std::tuple<std::int64_t, FileRecords, std::string> DuplicateScanService::sortCategory(
+    CategoryInformation& allCategory) {
+  GroupRepair repair = repairDuplicates(allCategory, childrenCateogryDict);
+  return {repair.deleted, std::move(repair.failures), std::move(repair.texts)};
 }
 
 bool DuplicateScanService::filter(const URL& url, const ResourceValues& values,
@@ -187,13 +183,14 @@ void DuplicateScanService::scanTestAProDuplicate(FeatureInformation& featureInfo
                                                  DoneFunc /*done*/,
                                                  std::shared_ptr<WeftSerialQueue> dispatch) {
   if (featureInfo.categoryInfo.empty()) return;
-  const auto left = std::make_shared<std::size_t>(scanPaths.size());
+  if (scanPaths.empty()) return;
+  const auto left = Countdown::from(scanPaths.size(), [] { log("MMTest Scan Done"); });
   for (std::size_t i = 0; i < scanPaths.size(); ++i) {
     auto singleDones = [=](const auto& /*details*/, const std::map<URL, ScanFilesInformation>& infos) {
       std::int64_t bytes = 0;
       for (const auto& [url, totals] : infos) bytes = totals.fileSize;
       if (singleDone) singleDone(static_cast<Integer>(i), bytes);
-      if (--*left == 0) log("MMTest Scan Done");
+      left->arrive();
     };
     getListFromUrls(featureInfo, {scanPaths[i]}, NSControlStateValueOff, kMemberKeys,
                     NSDirectoryEnumerationSkipsHiddenFiles | NSDirectoryEnumerationSkipsPackageDescendants,

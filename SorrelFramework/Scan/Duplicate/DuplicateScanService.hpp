@@ -26,16 +26,7 @@ namespace sorrel {
 /// left, then of the files that lie in none of them; the tree of groups in the feature's first category.
 class DuplicateScanService : public SuperScanService {
  public:
-  /// Numbers the child categories: each is the place of its row in `childrenCateogry`.
-  enum class DuplicateKind : Integer {
-    File = 0,
-    Folder = 1,
-    Document = 2,
-    Media = 3,
-    Picture = 4,
-    Other = 5,
-    Archive = 6,
-  };
+  using DuplicateKind = DuplicateGroupKind;
   using DoneFunc = std::function<void(FeatureInformation&, std::int64_t size)>;
   using DuplicateInfo = sorrel::DuplicateInfo;
 

@@ -1,18 +1,20 @@
 #include "SorrelFramework/Scan/Duplicate/DuplicateTree.hpp"
 
 #include <algorithm>
-#include <atomic>
 #include <memory>
+#include <string>
 #include <tuple>
 #include <utility>
 #include <vector>
 
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
-#include "SorrelFramework/Platform/Base/Date.hpp"
 #include "SorrelFramework/Platform/Base/Fatal.hpp"
+#include "SorrelFramework/Platform/Queues/Countdown.hpp"
 #include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCategories.hpp"
+#include "SorrelFramework/Scan/FileGroups.hpp"
+#include "SorrelFramework/Scan/SuperScanService.hpp"
 
 namespace sorrel {
 namespace {
@@ -35,10 +37,13 @@ struct Group {
 
 class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
  public:
-  DuplicateTree(std::shared_ptr<FinderRun> run, DuplicatesByHash files, DuplicatesByHash folders)
-      : run_(std::move(run)), queue_(std::make_shared<WeftSerialQueue>(WeftQOS::Default)) {
-    take(files, FilesKind::File);
-    take(folders, FilesKind::Folder);
+  DuplicateTree(const DuplicateSearchRef& search, const DuplicateTitles& titles, StageThrough through)
+      : run_(search->run),
+        titles_(titles),
+        through_(std::move(through)),
+        queue_(std::make_shared<WeftSerialQueue>(WeftQOS::Default)) {
+    take(search->filesByHash, FilesKind::File);
+    take(search->foldersByHash, FilesKind::Folder);
     // Not in the order in which threads come to an end: a scan of the same files gives the same tree.
     std::ranges::sort(groups_, [](const Group& a, const Group& b) {
       if (a.weight() != b.weight()) return a.weight() > b.weight();
@@ -48,10 +53,14 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
 
   void start() {
     if (!run_->changeTree([this] { clear(); })) return leaveTree();
-    left_ = (groups_.size() + kBatch - 1) / kBatch;
-    if (left_ == 0) return submitWithRetry(queue_, [self = shared_from_this()] { self->build(); });
+    const std::size_t batches = (groups_.size() + kBatch - 1) / kBatch;
+    const auto left = Countdown::from(
+        batches, [self = shared_from_this()] { self->build(); }, queue_);
     for (std::size_t first = 0; first < groups_.size(); first += kBatch) {
-      GlobalQueue::submit([self = shared_from_this(), first] { self->makeMembers(first); });
+      GlobalQueue::submit([self = shared_from_this(), left, first] {
+        self->makeMembers(first);
+        left->arrive();
+      });
     }
   }
 
@@ -70,15 +79,12 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
   void clear() {
     if (run_->feature().categoryInfo.empty()) fatalStop("Index out of range", "the feature has no category");
     category().childrens.clear();
-    resetChildCategories(category());
+    resetChildCategories(category(), titles_);
   }
 
   void makeMembers(std::size_t first) {
     const std::size_t last = std::min(first + kBatch, groups_.size());
     for (std::size_t i = first; i < last && !run_->isStopped(); ++i) makeMembers(groups_[i]);
-    submitWithRetry(queue_, [self = shared_from_this()] {
-      if (--self->left_ == 0) self->build();
-    });
   }
 
   void makeMembers(Group& group) {
@@ -91,7 +97,7 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
       group.members.push_back(std::move(member));
     }
     if (group.kind == FilesKind::File && !group.members.empty())
-      group.kinds = DuplicateScanService::sortFile(*group.members.front());
+      group.kinds = kindsOfFile(*group.members.front());
   }
 
   /// On the queue, when all members are there.
@@ -107,6 +113,7 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
       }
     };
     if (!run_->changeTree(fill)) return leaveTree();
+    through_(std::to_string(headers_.size()) + " groups, " + std::to_string(total_) + " bytes");
     run_->finish(total_);
   }
 
@@ -114,32 +121,19 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
   void leaveTree() { std::ignore = run_->endsByStop(); }
 
   void addHeader(Group& group) {
-    const Ref<FileInformation> header = makeHeader(group);
-    Integer index = 0;
-    for (const Ref<FileInformation>& member : group.members) {
-      member->parentFileInfo = header;
-      member->parentFinderID = header->finderID;
-      member->finderID = index++;
-      header->size = checkedAdd(header->size, member->size);
-      header->childrens.push_back(member);
-    }
+    const FileInformation& first = *group.members.front();
+    const Ref<FileInformation> header =
+        makeGroupHeader(category(), {headers_.size(), first.title, first.icon, group.kind});
+    addGroupMembers(header, group.members);
     total_ = checkedAdd(total_, header->size);
     headers_.emplace_back(header, group.kind == FilesKind::File ? std::move(group.kinds) : kindsOf(*header));
   }
 
-  Ref<FileInformation> makeHeader(const Group& group) {
-    CategoryInformation& category = this->category();
-    const FileInformation& first = *group.members.front();
-    return makeRef<FileInformation>(NSControlStateValueOff, static_cast<Integer>(headers_.size()),
-                                    category.finderID, first.title, first.icon, 0, Date::now(), URL(), "",
-                                    true, false, std::any{}, Children<FileInformation>{},
-                                    Ref<CategoryInformation>(category), rawValue(group.kind), 0);
-  }
-
   std::shared_ptr<FinderRun> run_;
+  const DuplicateTitles& titles_;
+  StageThrough through_;
   std::shared_ptr<WeftSerialQueue> queue_;
   std::vector<Group> groups_;
-  std::size_t left_ = 0;  // batches; changes on the queue alone
   std::vector<std::pair<Ref<FileInformation>, std::vector<Integer>>>
       headers_;  // with the rows they belong to
   std::int64_t total_ = 0;
@@ -147,10 +141,9 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
 
 }  // namespace
 
-void organizeDuplicates(const std::shared_ptr<FinderRun>& run, DuplicatesByHash files,
-                        DuplicatesByHash folders) {
-  if (run->endsByStop()) return;
-  std::make_shared<DuplicateTree>(run, std::move(files), std::move(folders))->start();
+void buildDuplicateTree(const DuplicateSearchRef& search, const DuplicateTitles& titles,
+                        StageThrough through) {
+  std::make_shared<DuplicateTree>(search, titles, std::move(through))->start();
 }
 
 }  // namespace sorrel

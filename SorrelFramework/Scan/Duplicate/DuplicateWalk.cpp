@@ -11,6 +11,7 @@
 #include "SorrelFramework/Platform/Items/ResourceValues.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "SorrelFramework/Platform/Machine/ScanRoot.hpp"
+#include "SorrelFramework/Scan/ScanPlaces.hpp"
 #include "SorrelFramework/Scan/UnreadFolders.hpp"
 
 namespace sorrel {
@@ -18,7 +19,6 @@ namespace {
 
 constexpr std::string_view kCache = "/Cache";
 constexpr std::size_t kLengthOfLibrary = std::string_view("Library").size();  // in any letter case
-constexpr std::string_view kFolderType = "public.folder";
 constexpr std::int64_t kWeightOfTypeByte = 1024;
 
 /// Two packages of one type weigh the same, whatever they hold.
@@ -39,12 +39,6 @@ std::optional<std::int64_t> countEntries(FolderStream& stream, int parent, const
 }
 
 }  // namespace
-
-bool isPlainFolderName(std::string_view name) {
-  // Without an extension there is nothing to look up.
-  return name.find('.') == std::string_view::npos ||
-         contentType(name, true).find(kFolderType) != std::string::npos;
-}
 
 DuplicateWalk::DuplicateWalk(const DuplicateWalkRules& rules, Sink sink)
     : rules_(rules), sink_(std::move(sink)) {}

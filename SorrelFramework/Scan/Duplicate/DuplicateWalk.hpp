@@ -25,9 +25,6 @@ struct DuplicateWalkRules {
   UnreadFolderHandler unread;  ///< may be called on several threads at a time
 };
 
-/// True if a directory of this name is a folder and nothing but: neither a package nor a framework.
-[[nodiscard]] bool isPlainFolderName(std::string_view name);
-
 /// Collects the files and folders above a limit. Hidden items do not count; of two mounts that show the same
 /// files one would be taken for a copy of the other, so that no mount point below the root is entered.
 ///

@@ -2,6 +2,7 @@
 
 #include <array>
 #include <cstddef>
+#include <optional>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -19,6 +20,7 @@
 #include "SorrelFramework/Scan/PercentService.hpp"
 #include "SorrelFramework/Scan/ProgressPost.hpp"
 #include "SorrelFramework/Scan/ScanRun.hpp"
+#include "SorrelFramework/Scan/ScanStages.hpp"
 #include "SorrelFramework/Scan/UnreadFolders.hpp"
 #include "SorrelFramework/Units/LogService.hpp"
 #include "SorrelFramework/Units/TerminalTool.hpp"
@@ -123,6 +125,7 @@ struct LargeFileScan {
   LargeAndOldFileService::DoneFunc done;
   std::shared_ptr<ProgressPost> post;
   AgeLimits limits = limitsOfNow();
+  std::optional<std::vector<std::string>> found = std::nullopt;  ///< by the tool; else the home is walked
   Integer count = 0;
   std::int64_t size = 0;
 
@@ -163,41 +166,6 @@ Scan makeScan(std::shared_ptr<ScanRun> run, ProgressFunc progress, LargeAndOldFi
 
 void log(std::string text) { LogService::shard().log(LogService::LogLevel::Info, std::move(text)); }
 
-/// The end of both roads. A scan that was replaced has left the tree to the newer one and reports no bytes.
-void finish(const Scan& scan) {
-  scan->post->flush();
-  scan->run->step();
-  MainQueue::post([scan] {
-    if (scan->run->isReplaced()) scan->size = 0;
-    scan->run->end();
-    scan->run->endBar();  // neither road takes all the steps that were announced
-    if (scan->done) scan->done(scan->run->feature(), scan->size);
-  });
-}
-
-void walkHome(const Scan& scan) {
-  const Ref<CategoryInformation> all = scan->all();
-  if (!scan->emptyTree()) return finish(scan);
-  DirectoryEnumerator files(
-      URL::fileURL(Host::current().home(), true),
-      NSDirectoryEnumerationSkipsHiddenFiles | NSDirectoryEnumerationSkipsPackageDescendants,
-      [unread = scan->run->unreadHandler()](const URL& url, int error) {
-        if (UnreadFolders::isReason(error)) unread(url.path(), error);
-        return true;
-      });
-  while (const DirectoryEnumerator::Item* const item = files.next()) {
-    if (scan->run->isStopped()) break;
-    // The other values cost much more than these, and few files are large.
-    if (!item->status.isRegularFile() || item->status.size < kEntrySize) continue;
-    if (!scan->add(all, item->url, files.values(kKeys))) break;
-  }
-  finish(scan);
-}
-
-void walkHomeInstead(const Scan& scan) {
-  GlobalQueue::submit([scan] { walkHome(scan); });
-}
-
 /// True for a path below the home. Another home may begin with the same letters, and a path that steps up
 /// again ends elsewhere.
 bool liesInHome(std::string_view path) {
@@ -208,32 +176,50 @@ bool liesInHome(std::string_view path) {
   return below.find("/../") == std::string::npos;
 }
 
-void takeFoundPaths(const Scan& scan, const std::string& output) {
-  const std::vector<std::string> lines = componentsSeparatedBy(output, "\n");
-  if (lines.empty()) {
-    log("LargeAndOldScanService Code = 1");
-    walkHomeInstead(scan);
-    return;
-  }
-  scan->run->step();
-  const Ref<CategoryInformation> all = scan->all();
-  if (!scan->emptyTree()) return finish(scan);
-  for (const std::string& line : lines) {
+void takeFoundPaths(LargeFileScan& scan) {
+  scan.run->step();
+  const Ref<CategoryInformation> all = scan.all();
+  if (!scan.emptyTree()) return;
+  for (const std::string& line : *scan.found) {
     if (!liesInHome(line)) continue;
     const URL url = URL::fileURL(line);
     auto values = resourceValues(url, kKeys);
     if (!values || !values->isRegularFile.value_or(false)) continue;
-    if (!scan->add(all, url, *std::move(values))) break;
+    if (!scan.add(all, url, *std::move(values))) return;
   }
-  finish(scan);
 }
 
-void askTool(const Scan& scan) {
+void walkHome(LargeFileScan& scan) {
+  const Ref<CategoryInformation> all = scan.all();
+  if (!scan.emptyTree()) return;
+  DirectoryEnumerator files(
+      URL::fileURL(Host::current().home(), true),
+      NSDirectoryEnumerationSkipsHiddenFiles | NSDirectoryEnumerationSkipsPackageDescendants,
+      [unread = scan.run->unreadHandler()](const URL& url, int error) {
+        if (UnreadFolders::isReason(error)) unread(url.path(), error);
+        return true;
+      });
+  while (const DirectoryEnumerator::Item* const item = files.next()) {
+    if (scan.run->isStopped()) return;
+    // The other values cost much more than these, and few files are large.
+    if (!item->status.isRegularFile() || item->status.size < kEntrySize) continue;
+    if (!scan.add(all, item->url, files.values(kKeys))) return;
+  }
+}
+
+void takeLines(LargeFileScan& scan, const std::string& output) {
+  scan.found = componentsSeparatedBy(output, "\n");
+  if (!scan.found->empty()) return;
+  log("LargeAndOldScanService Code = 1");
+  scan.found.reset();
+}
+
+/// The first stage.
+void askTool(const Scan& scan, const StageThrough& through) {
   const Host& host = Host::current();
   if (!fileExists(host.tool(kFindTool))) {
     log("LargeAndOldScanService Code = 2");
-    walkHomeInstead(scan);
-    return;
+    return through("no tool");
   }
   const auto notes = std::make_shared<const ChildNotes>();
   // A large home takes the tool long, and it prints nothing until its end.
@@ -241,11 +227,47 @@ void askTool(const Scan& scan) {
       .runUntilStopped(
           kFindTool, {"-onlyin", host.home(), "kMDItemFSSize > " + std::to_string(kEntrySize)},
           scan->run->queue(),
-          [scan, notes](const std::string& output) {
+          [scan, notes, through](const std::string& output) {
             scan->run->addUnread(UnreadFolders::fromText(notes->text()));
-            takeFoundPaths(scan, output);
+            takeLines(*scan, output);
+            through(std::to_string(scan->found ? scan->found->size() : 0) + " lines");
           },
           notes.get());
+}
+
+/// The second stage.
+void makeRecords(const Scan& scan, const StageThrough& through) {
+  const auto work = [scan, through] {
+    if (scan->found) {
+      takeFoundPaths(*scan);
+    } else {
+      walkHome(*scan);
+    }
+    through(std::to_string(scan->count) + " files, " + std::to_string(scan->size) + " bytes");
+  };
+  if (scan->found) return work();  // on the queue of the scan
+  GlobalQueue::submit(work);
+}
+
+/// The last stage. A scan that was replaced has left the tree to the newer one and reports no bytes.
+void finish(const Scan& scan) {
+  scan->post->flush();
+  scan->run->step();
+  MainQueue::post([scan] {
+    if (scan->run->isReplaced()) scan->size = 0;
+    scan->run->end();
+    scan->run->endBar();  // neither kind of search takes all the steps that were announced
+    if (scan->done) scan->done(scan->run->feature(), scan->size);
+  });
+}
+
+/// The stages of a scan in their order.
+void runAllStages(const Scan& scan, bool asksTool) {
+  std::vector<ScanStage> stages;
+  if (asksTool) stages.push_back({"tool", [scan](const StageThrough& through) { askTool(scan, through); }});
+  stages.push_back({"records", [scan](const StageThrough& through) { makeRecords(scan, through); }});
+  stages.push_back({"end", [scan](const StageThrough& /*through*/) { finish(scan); }});
+  runStages("LargeAndOldScanService", std::move(stages), {});
 }
 
 bool isDeleted(const FileInformation& file) {
@@ -272,7 +294,7 @@ void LargeAndOldFileService::scanProLargeAndOldFileFast(FeatureInformation& feat
   log("LargeAndOldScanService Start");
   const Scan scan = makeScan(std::move(run), std::move(progress), std::move(done));
   // A child process may take long: no thread of the bounded pool waits for it.
-  GlobalQueue::submitBlocking([scan] { askTool(scan); });
+  GlobalQueue::submitBlocking([scan] { runAllStages(scan, true); });
 }
 
 void LargeAndOldFileService::scanProLargeAndOldFileCommon(FeatureInformation& featureInfo,
@@ -280,8 +302,9 @@ void LargeAndOldFileService::scanProLargeAndOldFileCommon(FeatureInformation& fe
                                                           SingleDoneFunc /*singleDone*/, DoneFunc done,
                                                           std::shared_ptr<WeftSerialQueue> dispatch,
                                                           std::shared_ptr<PercentService> service) {
-  walkHomeInstead(makeScan(std::make_shared<ScanRun>(featureInfo, std::move(dispatch), std::move(service)),
-                           std::move(progress), std::move(done)));
+  runAllStages(makeScan(std::make_shared<ScanRun>(featureInfo, std::move(dispatch), std::move(service)),
+                        std::move(progress), std::move(done)),
+               false);
 }
 // NOLINTEND(performance-unnecessary-value-param)
 

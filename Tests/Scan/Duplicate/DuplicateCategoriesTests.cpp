@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <set>
 
+#include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/ScanKit.hpp"
 
@@ -194,7 +195,7 @@ TEST_F(DuplicateRepair, groupThatIsOffIsNotLookedInto) {
 }
 
 TEST_F(DuplicateRepair, rowsAreMadeAnewWithTheirParent) {
-  resetChildCategories(all());
+  resetChildCategories(all(), DuplicateScanService::childrenCateogryDict);
   const Ref<CategoryInformation> old = all().childrenCateogry->ref(0);
   addGroup(2);
   addGroup(3, FilesKind::Folder);

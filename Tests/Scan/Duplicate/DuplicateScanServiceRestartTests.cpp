@@ -13,6 +13,7 @@
 #include "SorrelFramework/Scan/ScanRun.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 #include "Tests/Support/DuplicateKit.hpp"
+#include "Tests/Support/HoldingQueue.hpp"
 #include "Tests/Support/MainLoop.hpp"
 #include "Tests/Support/ReplacedRead.hpp"
 
@@ -123,34 +124,6 @@ TEST_F(Restart, hashOfOneLongFileStaysStoppedToo) {
   EXPECT_LE(reads.notes().size(), 2U);
 }
 
-/// Holds its tasks from the submission of a certain number on.
-class HoldingQueue : public test::RecordingQueue {
- public:
-  explicit HoldingQueue(std::size_t first) : first_(first) {}
-
-  void submit(Task task, Failure failure) override {
-    const std::lock_guard lock(mutex_);
-    if (++count_ < first_ || isReleased_) return RecordingQueue::submit(std::move(task), std::move(failure));
-    held_.emplace_back(std::move(task), std::move(failure));
-  }
-  [[nodiscard]] bool holds() {
-    const std::lock_guard lock(mutex_);
-    return !held_.empty();
-  }
-  void release() {
-    const std::lock_guard lock(mutex_);
-    isReleased_ = true;
-    for (auto& [task, failure] : std::exchange(held_, {})) RecordingQueue::submit(task, failure);
-  }
-
- private:
-  std::mutex mutex_;
-  std::size_t first_;
-  std::size_t count_ = 0;
-  bool isReleased_ = false;
-  std::vector<std::pair<Task, Failure>> held_;
-};
-
 /// By the number of the task at which the old scan is held: the candidates, the end of the walk, the hashes
 /// of folders, those of files.
 class RestartAt : public Restart, public testing::WithParamInterface<std::size_t> {};
@@ -158,7 +131,7 @@ class RestartAt : public Restart, public testing::WithParamInterface<std::size_t
 TEST_P(RestartAt, scanThatIsHeldUntilTheNextIsDoneLeavesItsTree) {
   twinFolders();
   twinFiles();
-  const auto holding = std::make_shared<HoldingQueue>(GetParam());
+  const auto holding = std::make_shared<test::HoldingQueue>(GetParam());
   scan.queue = holding;
   start(scan);
   ASSERT_TRUE(test::runMainLoopUntil([&] { return holding->holds(); }));
@@ -177,13 +150,13 @@ TEST_P(RestartAt, scanThatIsHeldUntilTheNextIsDoneLeavesItsTree) {
 TEST_P(RestartAt, scanThatIsHeldWhileTheNextBeginsLeavesItsTree) {
   twinFolders();
   twinFiles();
-  const auto holding = std::make_shared<HoldingQueue>(GetParam());
+  const auto holding = std::make_shared<test::HoldingQueue>(GetParam());
   scan.queue = holding;
   start(scan);
   ASSERT_TRUE(test::runMainLoopUntil([&] { return holding->holds(); }));
   SuperScanService::stopScan(*feature);
   ScanRecord next;
-  const auto nextHolding = std::make_shared<HoldingQueue>(1);
+  const auto nextHolding = std::make_shared<test::HoldingQueue>(1);
   next.queue = nextHolding;
   start(next, kOther);
   holding->release();
