@@ -1,5 +1,7 @@
 #include "Helper/BusMethods.hpp"
 
+#include <sdbus-c++/sdbus-c++.h>
+
 #include <algorithm>
 #include <array>
 #include <memory>
@@ -37,24 +39,22 @@ std::function<void(const std::string&)> refusalBy(const std::shared_ptr<Result>&
   return [back, name](const std::string& reason) { back->returnError(sdbus::Error(name, reason)); };
 }
 
-}  // namespace
-
-BeginAnswers::BeginAnswers(BeginResult&& result, const std::string& refusalName) {
+BeginAnswers answersOf(BeginResult&& result, const std::string& refusalName) {
   const auto back = std::make_shared<BeginResult>(std::move(result));
-  refuse = refusalBy(back, refusalName);
-  begun = [back](std::uint64_t ticket, const FileDescriptor& memory) {
-    return returnAll(*back, ticket, sdbus::UnixFd(memory.get()));
-  };
+  return {refusalBy(back, refusalName), [back](std::uint64_t ticket, const FileDescriptor& memory) {
+            return returnAll(*back, ticket, sdbus::UnixFd(memory.get()));
+          }};
 }
 
-RunAnswers::RunAnswers(RunResult&& result, const std::string& refusalName) {
+RunAnswers answersOf(RunResult&& result, const std::string& refusalName) {
   const auto back = std::make_shared<RunResult>(std::move(result));
-  refuse = refusalBy(back, refusalName);
-  finished = [back](const Reply& reply) {
-    if (!reply.message.isOpen()) return returnNoMemory(*back);
-    returnAll(*back, reply.flag, reply.code, sdbus::UnixFd(reply.message.get()));
-  };
+  return {refusalBy(back, refusalName), [back](const Reply& reply) {
+            if (!reply.message.isOpen()) return returnNoMemory(*back);
+            returnAll(*back, reply.flag, reply.code, sdbus::UnixFd(reply.message.get()));
+          }};
 }
+
+}  // namespace
 
 void registerMethods(sdbus::IObject& object, const HelperWireNames& names, const BusMethods& methods) {
   const auto add = [&](const char* method, auto&& work) {
@@ -65,10 +65,10 @@ void registerMethods(sdbus::IObject& object, const HelperWireNames& names, const
   add(HelperWireNames::begin,
       [begin = methods.begin, refusal](BeginResult&& result, std::int32_t event, std::int32_t operation,
                                        std::uint32_t paths, std::uint64_t bytes) {
-        begin({std::move(result), refusal}, EventForm::announced(event, operation, paths), bytes);
+        begin(answersOf(std::move(result), refusal), EventForm::announced(event, operation, paths), bytes);
       });
   add(HelperWireNames::run, [run = methods.run, refusal](RunResult&& result, std::uint64_t ticket) {
-    run({std::move(result), refusal}, ticket);
+    run(answersOf(std::move(result), refusal), ticket);
   });
   add(HelperWireNames::stop, [stop = methods.stop] { stop(); });
   add(HelperWireNames::closeHelper, [close = methods.close] { return close(); });

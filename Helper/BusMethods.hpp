@@ -1,7 +1,5 @@
 #pragma once
 
-#include <sdbus-c++/sdbus-c++.h>
-
 #include <cstdint>
 #include <functional>
 #include <optional>
@@ -12,6 +10,11 @@
 #include "SorrelFramework/HelpTool/HelperWireNames.hpp"
 #include "SorrelFramework/Platform/Base/FileDescriptor.hpp"
 
+namespace sdbus {
+class Error;
+class IObject;
+}  // namespace sdbus
+
 namespace sorrel::helper {
 
 /// The answers that a call of Begin may get; one of them is sent.
@@ -19,8 +22,6 @@ struct BeginAnswers {
   std::function<void(const std::string& reason)> refuse;
   /// False if there was no memory or no descriptor for it: the caller got an error then.
   std::function<bool(std::uint64_t ticket, const FileDescriptor& memory)> begun;
-
-  BeginAnswers(sdbus::Result<std::uint64_t, sdbus::UnixFd>&& result, const std::string& refusalName);
 };
 
 /// The answers that a call of Run may get.
@@ -28,8 +29,6 @@ struct RunAnswers {
   std::function<void(const std::string& reason)> refuse;
   /// An error in place of a reply without memory: without its list of failures it would report success.
   std::function<void(const Reply& reply)> finished;
-
-  RunAnswers(sdbus::Result<bool, std::int32_t, sdbus::UnixFd>&& result, const std::string& refusalName);
 };
 
 /// What the methods of HelperWireNames do.
