@@ -165,7 +165,7 @@ void killAt(int paths, int call, std::uint64_t when) {
   EXPECT_EQ(event.machine().helper(), helper);
   const std::string log = event.machine().log();
   EXPECT_EQ(count(log, "paths=" + std::to_string(paths) + " start"), 1U);
-  EXPECT_EQ(count(log, "KiB killed"), 1U) << log;
+  EXPECT_EQ(count(log, " killed\n"), 1U) << log;
 }
 
 using WorkerKillSweep = WorkerSweep;
