@@ -135,7 +135,11 @@ TrashRemains remainsOf(const CleanFeature& row, FeatureInformation& feature, con
   return TrashRemains::find(roots, Date::now());
 }
 
-/// Adds what will go, or has gone, to the rows. A scan may list a folder of nothing but links too.
+constexpr const char* kWhyYoungStay =
+    "Its item is not in the trash, and may be on the way there: the record can go when it is an hour old.";
+
+/// Adds what will go or has gone, and the records that stay, to the rows. A scan may list a folder of nothing
+/// but links too.
 void addRemains(const TrashRemains& remains, std::vector<CleanItem>& items, bool isDone) {
   std::set<std::string> names;
   for (const CleanItem& item : items) names.insert(item.name);
@@ -143,16 +147,26 @@ void addRemains(const TrashRemains& remains, std::vector<CleanItem>& items, bool
     if (names.contains(item.path) || (isDone && sorrel::statusOf(item.path))) continue;
     items.push_back({item.path, item.size, isDone, !isDone, false, ""});
   }
+  for (const TrashRemains::Item& record : remains.youngRecords())
+    items.push_back({record.path, record.size, false, true, true, kWhyYoungStay, true});
+}
+
+/// A document has no place for what no scan lists.
+void nameYoungRecords(const TrashRemains& remains) {
+  for (const TrashRemains::Item& record : remains.youngRecords())
+    std::cerr << "sorrel: left '" << printable(record.path) << "'. " << kWhyYoungStay << '\n';
 }
 
 ExitStatus showPlan(const Invocation& invocation, const CleanFeature& row, FeatureInformation& feature,
                     const ScanOutcome& scan) {
+  const TrashRemains remains = remainsOf(row, feature, invocation.clean);
   if (invocation.options.json) {
     writeScanDocument(std::cout, feature, scan);
+    nameYoungRecords(remains);
   } else {
     if (row.shape == TreeShape::Groups) untickCovered(feature);
     std::vector<CleanItem> items = cleanItems(tickedRecords(row.shape, feature));
-    addRemains(remainsOf(row, feature, invocation.clean), items, false);
+    addRemains(remains, items, false);
     writePlan(std::cout, items, invocation.order);
   }
   finishOutput();
@@ -264,6 +278,7 @@ ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
   const bool isCleared = !row.isTrash || stop.isPulled() || removeRemains(remains, items, stop);
   if (invocation.options.json) {
     writeCleanDocument(std::cout, *feature, scan, outcomeOf(*result, std::move(records).str()));
+    nameYoungRecords(remains);
   } else {
     writeCleaned(std::cout, items, checkedAdd(result->size, bytesOfGone(remains)), invocation.order);
   }

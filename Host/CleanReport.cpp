@@ -29,6 +29,11 @@ void writeItem(std::ostream& out, const CleanItem& item) {
   out << std::setw(kSizeColumn) << std::right << sizeText(item.size) << "  " << printable(item.name) << '\n';
 }
 
+void writeKept(std::ostream& out, const CleanItem& item) {
+  writeItem(out, item);
+  out << std::string(kSizeColumn + 2, ' ') << printable(item.why) << '\n';
+}
+
 auto sortedItems(const std::vector<CleanItem>& items, RowOrder order) {
   return sortedRows(items, order, [](const CleanItem& item) -> const std::string& { return item.name; });
 }
@@ -54,12 +59,20 @@ std::vector<CleanItem> cleanItems(const FileRecords& records) {
 
 void writePlan(std::ostream& out, const std::vector<CleanItem>& items, RowOrder order) {
   std::int64_t sum = 0;
-  if (!items.empty()) out << "Would remove:\n";
-  for (const CleanItem* const item : sortedItems(items, order)) {
+  const auto sorted = sortedItems(items, order);
+  const auto kept = static_cast<std::size_t>(std::ranges::count_if(items, &CleanItem::isKept));
+  const std::size_t going = items.size() - kept;
+  if (going > 0) out << "Would remove:\n";
+  for (const CleanItem* const item : sorted) {
+    if (item->isKept) continue;
     writeItem(out, *item);
     sum = checkedAdd(sum, item->size);
   }
-  out << count(items.size()) << ", " << sizeText(sum) << " would go; nothing was removed\n";
+  if (kept > 0) out << "Would stay:\n";
+  for (const CleanItem* const item : sorted) {
+    if (item->isKept) writeKept(out, *item);
+  }
+  out << count(going) << ", " << sizeText(sum) << " would go; nothing was removed\n";
 }
 
 void writeCleaned(std::ostream& out, const std::vector<CleanItem>& items, std::int64_t freed,
@@ -73,9 +86,7 @@ void writeCleaned(std::ostream& out, const std::vector<CleanItem>& items, std::i
   }
   if (left > 0) out << "Not removed:\n";
   for (const CleanItem* const item : sorted) {
-    if (item->isGone) continue;
-    writeItem(out, *item);
-    out << std::string(kSizeColumn + 2, ' ') << printable(item->why) << '\n';
+    if (!item->isGone) writeKept(out, *item);
   }
   out << count(gone) << " removed, " << sizeText(freed) << " freed";
   if (left > 0) out << "; " << count(left) << " not removed";

@@ -18,12 +18,13 @@ struct CleanItem {
   bool isLeft = false;     ///< it was not, and still lies there
   bool isRefused = false;  ///< it was not, and no helper may remove it either
   std::string why;         ///< it was not removed
+  bool isKept = false;     ///< the clean does not try to remove it
 };
 
 /// The leaves at and below these records with what their deletion left on them.
 std::vector<CleanItem> cleanItems(const FileRecords& records);
 
-/// What would be removed, in `order`, with a sum.
+/// What would be removed and what is kept, each in `order`, with the sum of what would go.
 void writePlan(std::ostream& out, const std::vector<CleanItem>& items, RowOrder order);
 
 /// What was removed and what not, and why, each in `order`, with `freed` bytes as the sum.

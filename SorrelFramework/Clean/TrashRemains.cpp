@@ -38,6 +38,14 @@ bool isMissing(int folder, const std::string& name) {
   return !statusOf(folder, name.c_str()) && errno == ENOENT;
 }
 
+/// The path of the item of the record at `path`; nothing if that is not the name of a record.
+std::optional<std::string> itemOfRecord(const std::string& path) {
+  const auto name = DesktopTrash::itemOfInfo(lastPathComponent(path));
+  if (!name) return std::nullopt;
+  const std::string trash = deletingLastPathComponent(deletingLastPathComponent(path));
+  return trash + "/files/" + std::string(*name);
+}
+
 std::vector<std::string> namesIn(const std::string& folder) {
   return namesIn(openFolder(folder).get()).value_or(std::vector<std::string>());
 }
@@ -63,10 +71,7 @@ std::optional<std::int64_t> bytesOf(const std::string& path) {
 /// Whether the item, once found, is gone now.
 bool isRemoved(const FileRemover::Session& removal, const TrashRemains::Item& item) {
   if (item.kind == TrashRemains::Kind::Record) {
-    const std::string info(lastPathComponent(item.path));
-    const std::string trash = deletingLastPathComponent(deletingLastPathComponent(item.path));
-    if (const auto name = DesktopTrash::itemOfInfo(info))
-      removal.forgetTrashed(URL::fileURL(trash + "/files/" + std::string(*name), false));
+    if (const auto trashed = itemOfRecord(item.path)) removal.forgetTrashed(URL::fileURL(*trashed, false));
   } else if (item.kind == TrashRemains::Kind::ItemWithoutBytes) {
     // The removal keeps what has got bytes; this keeps the empty files beside it too.
     if (bytesOf(item.path).value_or(0) != 0) return false;
@@ -106,8 +111,10 @@ void TrashRemains::look(DesktopTrash trash, Date now) {
     const auto item = DesktopTrash::itemOfInfo(entry);
     if (!item || !files.isOpen() || !isMissing(files.get(), std::string(*item))) continue;
     const auto status = statusOf(infos.get(), entry.c_str());
-    if (!status || now.secondsSince1970 - status->modified.secondsSince1970 < kSecondsOfMove) continue;
-    items_.push_back({trash.infoFolder() + '/' + entry, status->size, Kind::Record, {}});
+    if (!status) continue;
+    const bool isYoung = now.secondsSince1970 - status->modified.secondsSince1970 < kSecondsOfMove;
+    (isYoung ? youngRecords_ : items_)
+        .push_back({trash.infoFolder() + '/' + entry, status->size, Kind::Record, {}});
   }
   for (const std::string& name : namesIn(trash.expungedFolder())) {
     std::string path = trash.expungedFolder() + '/' + name;
@@ -136,6 +143,15 @@ std::vector<std::string> TrashRemains::remove(const std::function<bool()>& isSto
     if (files.isOpen() && !trash.removeSizes(isGone)) failures.push_back(trash.folder() + "/directorysizes");
   }
   return failures;
+}
+
+std::vector<TrashRemains::Item> TrashRemains::youngRecords() const {
+  std::vector<Item> records;
+  std::ranges::copy_if(youngRecords_, std::back_inserter(records), [](const Item& record) {
+    const auto trashed = itemOfRecord(record.path);
+    return statusOf(record.path) && trashed && !statusOf(*trashed);
+  });
+  return records;
 }
 
 std::vector<std::string> TrashRemains::itemsThatStayed() const {

@@ -33,6 +33,8 @@ class TrashRemains {
   static TrashRemains find(const std::vector<URL>& roots, Date now);
 
   [[nodiscard]] const std::vector<Item>& items() const noexcept { return items_; }
+  /// The records that were too young to be among items(), and are still there without their item.
+  [[nodiscard]] std::vector<Item> youngRecords() const;
 
   /// Removes what was found, until `isStopped` says so. An item without bytes that has got some since, or
   /// was replaced by another, stays with its record; no file with bytes in it is removed. Returns the paths
@@ -48,6 +50,7 @@ class TrashRemains {
 
   std::vector<DesktopTrash> trashes_;
   std::vector<Item> items_;
+  std::vector<Item> youngRecords_;
   std::vector<std::string> itemsWithBytes_;
 };
 

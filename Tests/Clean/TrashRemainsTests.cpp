@@ -137,6 +137,23 @@ TEST_F(TrashRemainsTest, recordsOfItemsThatMayBeOnTheirWayStay) {
   EXPECT_EQ(items.front().path, home_.path(infoOf("old")));
 }
 
+TEST_F(TrashRemainsTest, youngRecordsAreNamedUntilTheyOrTheirItemsChange) {
+  for (const char* name : {"arrived", "complete", "gone", "old", "young"}) {
+    home_.file(infoOf(name), "[Trash Info]\n");
+    home_.setModified(infoOf(name), kNow);
+  }
+  home_.file(kFiles + "complete", "x");
+  home_.setModified(infoOf("old"), kNow - 3600);
+  const TrashRemains remains = found("data/Trash/files", {static_cast<double>(kNow)});
+  home_.file(kFiles + "arrived", "x");
+  std::filesystem::remove(home_.path(infoOf("gone")));
+  EXPECT_EQ(remains.remove(), Names());
+  Names names;
+  for (const TrashRemains::Item& item : remains.youngRecords())
+    names.push_back(item.path + " " + std::to_string(item.size));
+  EXPECT_EQ(names, Names{home_.path(infoOf("young")) + " 13"});
+}
+
 TEST_F(TrashRemainsTest, looksAndNamesBeforeItRemoves) {
   home_.file(kFiles + "empty", "");
   home_.file(infoOf("lonely"), "12345");

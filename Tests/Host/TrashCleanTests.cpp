@@ -130,6 +130,29 @@ TEST_F(DesktopTrashClean, textsNameWhatNoScanLists) {
   }
 }
 
+TEST_F(DesktopTrashClean, youngRecordWithoutAnItemStaysAndIsNamed) {
+  const std::string record = home_.text(kTrash + "info/young.trashinfo", info("young"));
+  const std::string why =
+      "Its item is not in the trash, and may be on the way there: the record can go when it is an hour old.";
+  const std::string row = record + "\n             " + why + "\n";
+  const ProgramRun plan = clean({"--all", "--dry-run"});
+  EXPECT_EQ(plan.status, 0) << plan.err;
+  EXPECT_NE(plan.out.find("Would stay:\n"), std::string::npos) << plan.out;
+  EXPECT_NE(plan.out.find(row), std::string::npos) << plan.out;
+  EXPECT_NE(plan.out.find("3 items, 14 B would go"), std::string::npos) << plan.out;
+  EXPECT_EQ(clean({"--all", "--dry-run", "--json"}).err, "sorrel: left '" + record + "'. " + why + "\n");
+
+  const ProgramRun run = clean({"--all", "--yes"});
+  EXPECT_EQ(run.status, 1);
+  EXPECT_NE(run.out.find("Not removed:\n"), std::string::npos) << run.out;
+  EXPECT_NE(run.out.find(row), std::string::npos) << run.out;
+  EXPECT_EQ(run.err, "");
+  EXPECT_TRUE(fs::exists(record));
+  const ProgramRun document = clean({"--all", "--yes", "--json"});
+  EXPECT_EQ(document.status, 1);
+  EXPECT_EQ(document.err, "sorrel: left '" + record + "'. " + why + "\n");
+}
+
 TEST_F(DesktopTrashClean, recordThatStaysIsAFailureAndNamed) {
   fs::remove(home_.path(kTrash + "info/note.trashinfo"));
   home_.text(kTrash + "info/note.trashinfo/x", "x");
