@@ -3,11 +3,17 @@
 #include <algorithm>
 #include <array>
 #include <cstddef>
+#include <filesystem>
 #include <string>
+#include <string_view>
+#include <system_error>
 #include <utility>
 #include <vector>
 
+#include "SorrelFramework/Platform/Files/FileStatus.hpp"
+#include "SorrelFramework/Platform/Files/FolderStream.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
+#include "SorrelFramework/Platform/Machine/ScanRoot.hpp"
 
 namespace sorrel {
 namespace {
@@ -16,6 +22,7 @@ constexpr std::array kDerived = {PhotoScanService::osx12PhotoPath1, PhotoScanSer
                                  PhotoScanService::osx12PhotoPath3};
 constexpr std::array<std::string_view, 3> kPictures = {".png", ".jpg", ".jpeg"};
 constexpr std::string_view kLibrary = "photoslibrary";
+constexpr EnumerationOptions kOptions = NSDirectoryEnumerationSkipsHiddenFiles;
 
 std::vector<URL> foldersOfTheLibrary() {
   std::vector<URL> folders;
@@ -26,9 +33,43 @@ std::vector<URL> foldersOfTheLibrary() {
   return folders;
 }
 
-bool liesBelow(const std::string& path, std::string folder) {
-  if (!folder.ends_with('/')) folder += '/';
-  return path.size() > folder.size() && path.starts_with(folder);
+bool isPictureName(std::string_view name) {
+  return std::ranges::any_of(
+      kPictures, [name](std::string_view ending) { return name.find(ending) != std::string_view::npos; });
+}
+
+/// The path of a root without links; a root that is a link to a file is recorded as that link.
+std::string realPath(const std::string& path) {
+  namespace fs = std::filesystem;
+  std::error_code error;
+  if (fs::is_directory(path, error)) return fs::canonical(path, error).string();
+  const fs::path above = fs::canonical(deletingLastPathComponent(path), error);
+  return error ? path : (above / lastPathComponent(path)).string();
+}
+
+/// True if a walk of `folder` meets what lies in it at `below`: it enters neither hidden folders nor links
+/// nor mount points. Both are paths without links.
+bool walkMeets(const std::string& folder, std::string_view below) {
+  FileDescriptor above = openFolder(folder);
+  while (above.isOpen()) {
+    const std::string name(below.substr(0, below.find('/')));
+    if (!isMet(name, kOptions)) return false;
+    if (name.size() == below.size()) {
+      const auto status = statusOf(above.get(), name.c_str());
+      if (status && !status->isDirectory()) return isPictureName(name);
+    }
+    above = openFolderIn(above.get(), name.c_str());
+    if (name.size() == below.size()) return above.isOpen();
+    below.remove_prefix(name.size() + 1);
+  }
+  return false;
+}
+
+/// True if the walk of the root `outer` records what lies in the root `inner`.
+bool covers(std::string outer, const std::string& inner) {
+  if (!outer.ends_with('/')) outer += '/';
+  return inner.size() > outer.size() && inner.starts_with(outer) &&
+         walkMeets(outer, std::string_view(inner).substr(outer.size()));
 }
 
 /// The roots of one category on the desktop: its own folders, and the library in the first category. A folder
@@ -44,13 +85,14 @@ std::vector<URL> desktopRoots(const FeatureInformation& feature, const CategoryI
     all.insert(all.end(), other.urls.begin(), other.urls.end());
     if (&other == &category) end = all.size();
   }
+  std::vector<std::string> paths;
+  paths.reserve(all.size());
+  for (const URL& url : all) paths.push_back(realPath(url.path()));
   std::vector<URL> roots;
   for (std::size_t i = begin; i < end; ++i) {
     bool isWalkedElsewhere = false;
-    for (std::size_t j = 0; j < all.size() && !isWalkedElsewhere; ++j) {
-      const bool isSame = all[i].path() == all[j].path();
-      isWalkedElsewhere = isSame ? j < i : liesBelow(all[i].path(), all[j].path());
-    }
+    for (std::size_t j = 0; j < all.size() && !isWalkedElsewhere; ++j)
+      isWalkedElsewhere = paths[i] == paths[j] ? j < i : covers(paths[j], paths[i]);
     if (!isWalkedElsewhere) roots.push_back(all[i]);
   }
   return roots;
@@ -59,7 +101,7 @@ std::vector<URL> desktopRoots(const FeatureInformation& feature, const CategoryI
 CategoryPlan planFor(const FeatureInformation& feature, const CategoryInformation& category) {
   CategoryPlan plan;
   plan.keys = kRecordKeys | NSURLIsRegularFileKey | NSURLIsHiddenKey | NSURLPathKey;
-  plan.options = NSDirectoryEnumerationSkipsHiddenFiles;
+  plan.options = kOptions;
   plan.filter = PhotoScanService::pictureFilter;
   const bool isDesktop = Host::current().layout() == Host::Layout::LinuxDesktop;
   plan.roots = isDesktop ? desktopRoots(feature, category) : foldersOfTheLibrary();
@@ -80,9 +122,7 @@ std::optional<URL> PhotoScanService::getPhotoslibraryPath() {
 bool PhotoScanService::pictureFilter(const URL& /*url*/, const ResourceValues& values,
                                      EnumerationPosition* /*position*/) {
   if (!values.path) return false;
-  const std::string_view name = lastPathComponent(*values.path);
-  return std::ranges::any_of(
-      kPictures, [name](std::string_view ending) { return name.find(ending) != std::string_view::npos; });
+  return isPictureName(lastPathComponent(*values.path));
 }
 
 void PhotoScanService::scaniPhotoJunk(FeatureInformation& featureInfo, ProgressFunc progress,

@@ -2,6 +2,8 @@
 
 #include <gtest/gtest.h>
 
+#include <filesystem>
+
 #include "SorrelFramework/Platform/Machine/Host.hpp"
 #include "Tests/Scan/MasterScan/JunkScanKit.hpp"
 #include "Tests/Support/ScopedVariable.hpp"
@@ -128,6 +130,35 @@ TEST_F(PhotoScan, desktopWalksAFolderThatSeveralCategoriesNameOnce) {
   EXPECT_EQ(test::namesOf(scan.results.at(1).first, volume.url("home/")),
             (Names{"a/one/1.png", "a/two/2.png", "ab/3.png"}));
   EXPECT_TRUE(scan.results.at(2).first.empty());
+}
+
+TEST_F(PhotoScan, desktopWalksAFolderThatTheWalkAboveItDoesNotEnter) {
+  const test::ScopedVariable home("HOME", volume.path("home").c_str());
+  Host::install(Host::linuxDesktop({"org.example.test", "", {}}));
+  volume.file("home/ph/1.png", "1");
+  volume.file("home/ph/.hid/t/2.png", "22");
+  volume.file("home/elsewhere/3.png", "333");
+  std::filesystem::create_directory_symlink("../elsewhere", volume.path("home/ph/link"));
+  runCategories({{volume.url("home/ph/")}, {volume.url("home/ph/.hid/t/")}, {volume.url("home/ph/link/")}});
+  const auto sizeOf = [&](std::size_t category) { return scan.results.at(category).second.fileSize; };
+  EXPECT_EQ(sizeOf(0), 1);
+  EXPECT_EQ(sizeOf(1), 2);
+  EXPECT_EQ(sizeOf(2), 3);
+}
+
+TEST_F(PhotoScan, desktopWalksAFolderOnceByWhateverPath) {
+  const test::ScopedVariable home("HOME", volume.path("home").c_str());
+  Host::install(Host::linuxDesktop({"org.example.test", "", {}}));
+  volume.file("home/ph/t/1.png", "1");
+  volume.file("home/ph/2.png", "22");
+  volume.file("home/ph/readme", "4444");
+  std::filesystem::create_directory_symlink("ph/t", volume.path("home/link"));
+  std::filesystem::create_symlink("ph/2.png", volume.path("home/picture"));
+  runCategories({{volume.url("home/ph/")},
+                 {volume.url("home/link/"), volume.url("home/ph/2.png"), volume.url("home/ph/readme"),
+                  volume.url("home/picture"), volume.url("home/missing/")}});
+  EXPECT_EQ(names("home/"), (Names{"ph/2.png", "ph/t/1.png"}));
+  EXPECT_EQ(test::namesOf(scan.results.at(1).first, volume.url("home/")), (Names{"ph/readme", "picture"}));
 }
 
 TEST_F(PhotoScan, volumeListsTheLibraryInEachCategory) {
