@@ -4,6 +4,7 @@
 #include <filesystem>
 #include <functional>
 #include <iterator>
+#include <map>
 #include <system_error>
 #include <utility>
 
@@ -121,14 +122,22 @@ class FolderHash : public std::enable_shared_from_this<FolderHash> {
     std::size_t index;  // in the batch
   };
 
-  /// The folders of one size whose hashes, and links, are the same text, and their files.
+  /// Folders of one size with the same hashes and links, and their files.
   struct Twins {
     std::vector<DuplicateInfo> records;
     std::vector<HashedFile> files;
   };
 
+  /// The folders of one size with the same hashes.
+  struct SameHashes {
+    std::map<std::string, Twins> byLinks;
+    bool hasPartlyReadFolder = false;
+    /// True if some of the folders are not twins although their hashes are the same.
+    [[nodiscard]] bool isDivided() const { return hasPartlyReadFolder || byLinks.size() > 1; }
+  };
+
   void groupFolders(const FileHashBatch& batch) {
-    std::vector<std::unordered_map<std::string, Twins>> groups(groups_.size());
+    std::vector<std::unordered_map<std::string, SameHashes>> groups(groups_.size());
     std::size_t at = 0;
     for (Folder& folder : folders_) {
       std::string text;
@@ -142,30 +151,40 @@ class FolderHash : public std::enable_shared_from_this<FolderHash> {
           isWhole = isWhole && !folder.content.isRegular[i];
         }
       }
-      // What could not be read may differ: such a folder has no twin, and its files are hashed as files.
-      if (!isWhole) continue;
       if (search_->settings.ignoresFoldersWithoutHashes && hashed.empty()) continue;
+      SameHashes& same = groups[folder.group][text];
+      if (!isWhole) {
+        same.hasPartlyReadFolder = true;  // its unread files may differ
+        continue;
+      }
       // A link is not hashed, yet folders whose links lead elsewhere are no copies.
-      Twins& twins = groups[folder.group][text + folder.content.links];
+      Twins& twins = same.byLinks[folder.content.links];
       twins.records.push_back(std::move(groups_[folder.group][folder.index]));
       std::ranges::move(hashed, std::back_inserter(twins.files));
     }
-    for (auto& group : groups)
-      std::ranges::for_each(group, [&](auto& entry) {
-        if (search_->settings.findsEveryEqualPair) {
-          keepTwins(entry.first, entry.second, batch);
-        } else {
-          keep(entry.first, entry.second);
-        }
-      });
+    for (auto& group : groups) {
+      for (auto& [text, same] : group) keepGroups(text, same, batch);
+    }
     finish();
   }
 
-  /// Leaves out the files of every folder that was read, whether or not it has a twin. Of twins of different
-  /// sizes with the same hashes, which packages bring about, the largest are kept.
-  void keep(const std::string& text, Twins& twins) {
+  void keepGroups(const std::string& text, SameHashes& same, const FileHashBatch& batch) {
+    const bool isDivided = same.isDivided();
+    for (auto& [links, twins] : same.byLinks) {
+      if (search_->settings.findsEveryEqualPair) {
+        keepTwins(text + links, twins, batch);
+      } else {
+        keep(text + links, twins, isDivided);
+      }
+    }
+  }
+
+  /// Leaves out the files of every folder that was read, whether or not it has a twin, unless only its links
+  /// or unread files keep another folder from being its twin: the files of both are then compared as files.
+  /// Of twins of different sizes with the same hashes, which packages bring about, the largest are kept.
+  void keep(const std::string& text, Twins& twins, bool isDivided) {
     if (twins.records.size() > 1) search_->foldersByHash.try_emplace(text, std::move(twins.records));
-    if (twins.files.size() <= 1) return;
+    if (isDivided || twins.files.size() <= 1) return;
     for (HashedFile& file : twins.files) search_->leftOut.insert(std::move(file.url));
   }
 

@@ -72,6 +72,28 @@ TEST_F(DuplicateScan, foldersWhoseLinksLeadElsewhereAreNoCopiesOfEachOther) {
   EXPECT_EQ(groups(), (Groups{{"Data/Four/", "Data/Three/"}, {"Data/One/a", "Data/Two/a"}}));
 }
 
+TEST_F(DuplicateScan, filesOfFoldersWhoseLinksAloneDifferAreFound) {
+  for (const std::string top : {"One/", "Two/"}) {
+    volume.file("Users/alice/Data/" + top + "f1", "first file");
+    volume.file("Users/alice/Data/" + top + "f2", "the second");
+    volume.link("Users/alice/Data/" + top + "link", top == "One/" ? "x" : "y");
+  }
+  runData();
+  EXPECT_EQ(groups(), (Groups{{"Data/One/f1", "Data/Two/f1"}, {"Data/One/f2", "Data/Two/f2"}}));
+}
+
+TEST_F(DuplicateScan, filesOfAFolderThatIsNoThirdTwinForItsLinkAloneAreFound) {
+  for (const std::string top : {"One/", "Three/", "Two/"}) {
+    volume.file("Users/alice/Data/" + top + "f1", "first file");
+    volume.file("Users/alice/Data/" + top + "f2", "the second");
+    volume.link("Users/alice/Data/" + top + "link", top == "Three/" ? "x" : "y");
+  }
+  runData();
+  EXPECT_EQ(groups(), (Groups{{"Data/One/", "Data/Two/"},
+                              {"Data/One/f1", "Data/Three/f1", "Data/Two/f1"},
+                              {"Data/One/f2", "Data/Three/f2", "Data/Two/f2"}}));
+}
+
 TEST_F(DuplicateScan, textsOfLinksAreComparedOneByOne) {
   for (const std::string top : {"One/", "Two/"}) {
     volume.file("Users/alice/Data/" + top + "a", "same");
@@ -172,6 +194,18 @@ TEST_F(DuplicateScan, foldersWithAFolderThatCannotBeReadAreNoCopiesOfEachOther) 
   runDataAsPlainUser();
   for (const std::string top : {"One/", "Two/"}) volume.setMode("Users/alice/Data/" + top + "closed", 0755);
   EXPECT_EQ(groups(), (Groups{{"Data/Open One/", "Data/Open Two/"}, {"Data/One/a", "Data/Two/a"}}));
+}
+
+TEST_F(DuplicateScan, filesOfAFolderThatIsNoTwinOfAPartlyReadOneAreFound) {
+  for (const std::string top : {"One/", "Two/"}) {
+    volume.file("Users/alice/Data/" + top + "f1", "first file");
+    volume.file("Users/alice/Data/" + top + "f2", "the second");
+  }
+  volume.file("Users/alice/Data/One/closed/b", "1");
+  volume.setMode("Users/alice/Data/One/closed", 0);
+  runDataAsPlainUser();
+  volume.setMode("Users/alice/Data/One/closed", 0755);
+  EXPECT_EQ(groups(), (Groups{{"Data/One/f1", "Data/Two/f1"}, {"Data/One/f2", "Data/Two/f2"}}));
 }
 
 TEST_F(DuplicateScan, orderInWhichFilesWereMadeDoesNotMatter) {
