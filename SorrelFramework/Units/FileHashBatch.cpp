@@ -8,6 +8,7 @@
 #include "SorrelFramework/Platform/Digest/Digest.hpp"
 #include "SorrelFramework/Platform/Digest/MD5Lanes.hpp"
 #include "SorrelFramework/Platform/Files/FileReadStream.hpp"
+#include "SorrelFramework/Platform/Files/OpenFolderLimit.hpp"
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 
 namespace sorrel {
@@ -35,7 +36,7 @@ class FileHashBatch::Worker {
  private:
   struct File {
     std::size_t index = 0;
-    FileReadStream stream;
+    SharedReadStream stream;
   };
 
   void fillIdleLanes() {
@@ -43,11 +44,12 @@ class FileHashBatch::Worker {
       while (!lanes_.isBusy(lane)) {
         const auto index = waiting_ ? std::exchange(waiting_, std::nullopt) : batch_.next();
         if (!index) return;
-        files_[lane] = {*index, FileReadStream::open(batch_.paths_[*index], FileReadStream::Link::Refused)};
+        const auto lack = busy_ > 0 ? SharedReadStream::Lack::Fails : SharedReadStream::Lack::Waits;
+        files_[lane] = {*index, batch_.open(*index, lack)};
         if (files_[lane].stream.isOpen()) {
           lanes_.start(lane);
           ++busy_;
-        } else if ((errno == EMFILE || errno == ENFILE) && busy_ > 0) {
+        } else if (busy_ > 0 && OpenFolderLimit::isLackOfDescriptors(batch_.errors_[*index])) {
           waiting_ = index;
           return;
         }
@@ -60,8 +62,9 @@ class FileHashBatch::Worker {
     while (lanes_.wantsBytes(lane)) {
       if (batch_.isStopped()) return false;
       const auto room = lanes_.room(lane);
-      const std::ptrdiff_t count = files_[lane].stream.read(room.data(), room.size());
+      const std::ptrdiff_t count = files_[lane].stream->read(room.data(), room.size());
       if (count < 0) {
+        batch_.errors_[files_[lane].index] = errno;
         release(lane);
       } else if (count == 0) {
         lanes_.end(lane);
@@ -87,12 +90,12 @@ class FileHashBatch::Worker {
   MD5Lanes lanes_;
   std::array<File, kMostMD5Lanes> files_{};
   std::size_t busy_ = 0;
-  std::optional<std::size_t> waiting_;  // begun, but for want of descriptors not open yet
+  std::optional<std::size_t> waiting_;  // begun, but not open yet for lack of descriptors
 };
 
 FileHashBatch::FileHashBatch(std::vector<std::string> paths, std::size_t workers, const MD5Kernel& kernel,
                              std::function<bool()> isStopped)
-    : paths_(std::move(paths)), hashes_(paths_.size()), kernel_(kernel), stopTest_(std::move(isStopped)) {
+    : paths_(std::move(paths)), hashes_(paths_.size()), errors_(paths_.size()), kernel_(kernel), stopTest_(std::move(isStopped)) {
   const std::size_t threads = std::max<std::size_t>(workers, 1);
   const std::size_t each = (paths_.size() + threads - 1) / threads;
   share_ = std::min(each, kernel.lanes);
@@ -110,8 +113,17 @@ void FileHashBatch::run() {
 void FileHashBatch::runOneByOne() {
   while (const auto index = next()) {
     if (isStopped()) return;
-    hashes_[*index] = StreamFileHashUnit::hashFile(paths_[*index], [this] { return isStopped(); });
+    SharedReadStream stream = open(*index, SharedReadStream::Lack::Waits);
+    if (!stream.isOpen()) continue;
+    hashes_[*index] = StreamFileHashUnit::hashStream(*stream, [this] { return isStopped(); });
+    if (!hashes_[*index]) errors_[*index] = errno;
   }
+}
+
+SharedReadStream FileHashBatch::open(std::size_t index, SharedReadStream::Lack lack) {
+  SharedReadStream stream = SharedReadStream::open(paths_[index], FileReadStream::Link::Refused, lack);
+  errors_[index] = stream.isOpen() ? 0 : errno;
+  return stream;
 }
 
 std::optional<std::size_t> FileHashBatch::next() {

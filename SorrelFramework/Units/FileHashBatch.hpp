@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "SorrelFramework/Platform/Digest/MD5Kernels.hpp"
+#include "SorrelFramework/Platform/Files/SharedReadStream.hpp"
 
 namespace sorrel {
 
@@ -30,13 +31,17 @@ class FileHashBatch {
 
   /// Hashes files until every one of the batch is begun and those begun here are finished. Several threads
   /// may run at once, they take the files from one list. It holds up to 16 files open and 16 KiB for each,
-  /// whatever their lengths; short of descriptors, it makes do with fewer.
+  /// whatever their lengths; short of descriptors, it makes do with fewer, and waits for a file of another
+  /// thread to be closed if it has none.
   void run();
 
   [[nodiscard]] const std::vector<std::string>& paths() const { return paths_; }
   /// One for each path, in their order: 32 lower-case hexadecimal digits or nothing. To be read when every
   /// run() is over.
   [[nodiscard]] const std::vector<std::optional<std::string>>& hashes() const { return hashes_; }
+  /// One for each path: the errno of a file that could not be opened or read to its end, or 0; EMFILE or
+  /// ENFILE if no thread had a file open that it could have waited for. To be read when every run() is over.
+  [[nodiscard]] const std::vector<int>& errors() const { return errors_; }
 
  private:
   class Worker;
@@ -45,9 +50,12 @@ class FileHashBatch {
   /// Sticky: once stopped, a batch stays stopped.
   [[nodiscard]] bool isStopped();
   void runOneByOne();
+  /// Sets the file's error.
+  [[nodiscard]] SharedReadStream open(std::size_t index, SharedReadStream::Lack lack);
 
   std::vector<std::string> paths_;
   std::vector<std::optional<std::string>> hashes_;
+  std::vector<int> errors_;
   const MD5Kernel& kernel_;
   std::function<bool()> stopTest_;
   std::size_t share_;  // the most files that one run() holds open

@@ -1,6 +1,7 @@
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 
 #include <array>
+#include <cerrno>
 #include <cstddef>
 #include <cstdint>
 
@@ -21,14 +22,20 @@ std::optional<std::string> StreamFileHashUnit::hashFile(const std::string& path)
 std::optional<std::string> StreamFileHashUnit::hashFile(const std::string& path,
                                                         const std::function<bool()>& isStopped) {
   FileReadStream stream = FileReadStream::open(path, FileReadStream::Link::Refused);
-  if (!stream.isOpen()) return std::nullopt;
+  return stream.isOpen() ? hashStream(stream, isStopped) : std::nullopt;
+}
+
+std::optional<std::string> StreamFileHashUnit::hashStream(FileReadStream& stream,
+                                                          const std::function<bool()>& isStopped) {
   Digest digest(DigestKind::MD5);
   digest.start();
   std::array<std::uint8_t, 16384> chunk{};
   bool hasMoreData = true;
+  int error = 0;
   while (hasMoreData) {
-    if (isStopped()) return std::nullopt;
+    if (isStopped()) break;
     const std::ptrdiff_t count = stream.read(chunk.data(), chunk.size());
+    if (count < 0) error = errno;
     if (count < 0) break;
     if (count == 0) {
       hasMoreData = false;
@@ -37,8 +44,9 @@ std::optional<std::string> StreamFileHashUnit::hashFile(const std::string& path,
     }
   }
   std::array<std::uint8_t, Digest::length(DigestKind::MD5)> result{};
-  if (!digest.finish(result.data()) || hasMoreData) return std::nullopt;
-  return lowerCaseHex(result);
+  const bool isFinished = digest.finish(result.data());
+  errno = error;
+  return isFinished && !hasMoreData ? std::optional(lowerCaseHex(result)) : std::nullopt;
 }
 
 }  // namespace sorrel

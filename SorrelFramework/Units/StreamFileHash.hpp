@@ -5,6 +5,7 @@
 #include <optional>
 #include <string>
 
+#include "SorrelFramework/Platform/Files/FileReadStream.hpp"
 #include "SorrelFramework/Units/ScanStatus.hpp"
 
 namespace sorrel {
@@ -25,6 +26,9 @@ class StreamFileHashUnit {
   /// The same; `isStopped` takes the place of the test of scanState.
   [[nodiscard]] static std::optional<std::string> hashFile(const std::string& path,
                                                            const std::function<bool()>& isStopped);
+  /// The same for a file that is open. Nothing with errno if a read failed; with 0 in it for a stop.
+  [[nodiscard]] static std::optional<std::string> hashStream(FileReadStream& stream,
+                                                             const std::function<bool()>& isStopped);
 
   /// Raw ScanState; `suspend` breaks a hash at its next chunk.
   std::atomic<int> scanState{static_cast<int>(ScanState::start)};

@@ -8,6 +8,7 @@
 #include <algorithm>
 #include <cerrno>
 #include <filesystem>
+#include <functional>
 #include <random>
 #include <set>
 #include <string>
@@ -17,6 +18,7 @@
 #include "SorrelFramework/Units/StreamFileHash.hpp"
 #include "Tests/Support/EachMD5Kernel.hpp"
 #include "Tests/Support/ForkedChild.hpp"
+#include "Tests/Support/ProcessState.hpp"
 #include "Tests/Support/ReplacedRead.hpp"
 #include "Tests/Support/SystemCallFaults.hpp"
 #include "Tests/Support/TemporaryFolder.hpp"
@@ -321,6 +323,60 @@ TEST_F(FileHashBatches, fewDescriptorsMakeDoWithFewerFilesAtOnce) {
     };
     EXPECT_EQ(inChild(inFewDescriptors), "same");
   });
+}
+
+/// Hashes on 16 threads in a process that can open only so many more files.
+std::string inManyThreads(const Paths& paths, const MD5Kernel& kernel, unsigned descriptors,
+                          const std::function<std::string(const FileHashBatch&)>& report) {
+  return inChild([&]() -> std::string {
+    constexpr std::size_t kThreads = 16;
+    if (!leaveDescriptors(descriptors)) return "no limit";
+    FileHashBatch batch(paths, kThreads, kernel);
+    std::vector<std::thread> threads;
+    for (std::size_t i = 0; i < kThreads; ++i) threads.emplace_back([&batch] { batch.run(); });
+    for (std::thread& thread : threads) thread.join();
+    return report(batch);
+  });
+}
+
+TEST_F(FileHashBatches, manyThreadsLoseNoFileForLackOfDescriptors) {
+  const Paths paths = filesOf(300, 2 * kChunk);
+  const Hashes wanted = oneByOne(paths);
+  withEachMD5Kernel([&](const MD5Kernel& kernel) {
+    for (const unsigned descriptors : {1U, 5U, 20U}) {
+      const auto report = [&](const FileHashBatch& batch) {
+        return std::to_string(std::count(batch.hashes().begin(), batch.hashes().end(), std::nullopt)) +
+               " lost, " + (batch.hashes() == wanted ? "the same" : "others");
+      };
+      EXPECT_EQ(inManyThreads(paths, kernel, descriptors, report), "0 lost, the same") << descriptors;
+    }
+  });
+}
+
+TEST_F(FileHashBatches, withoutADescriptorEveryFileHasTheErrorOfThat) {
+  const Paths paths = filesOf(300, 10);
+  withEachMD5Kernel([&](const MD5Kernel& kernel) {
+    const auto report = [](const FileHashBatch& batch) {
+      return std::to_string(std::count(batch.errors().begin(), batch.errors().end(), EMFILE));
+    };
+    EXPECT_EQ(inManyThreads(paths, kernel, 0, report), "300");
+  });
+}
+
+TEST_F(FileHashBatches, haveTheErrorsOfFilesThatCouldNotBeRead) {
+  const Paths paths = {fileOf(5), folder.path("absent"), folder.path(), fileOf(3 * kChunk), fileOf(6)};
+  withEachMD5Kernel([&](const MD5Kernel& kernel) {
+    const ReplacedRead reads([](std::size_t) {
+      errno = EIO;
+      return -1;
+    });
+    FileHashBatch batch(paths, 1, kernel);
+    batch.run();
+    EXPECT_EQ(batch.errors(), (std::vector<int>{EIO, ENOENT, EISDIR, EIO, EIO}));
+  });
+  FileHashBatch batch({fileOf(5), fileOf(6)});
+  batch.run();
+  EXPECT_EQ(batch.errors(), (std::vector<int>{0, 0}));
 }
 
 TEST_F(FileHashBatches, descriptorsAreClosedAlsoAfterAStop) {
