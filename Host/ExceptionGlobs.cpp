@@ -61,9 +61,9 @@ std::string quoted(std::string_view path) {
 /// root.
 std::vector<std::string> pathsWithoutLinks(const std::string& path) {
   std::vector<std::string> paths;
-  for (const std::string& spelling : {path, Host::current().followingLinks(path)}) {
+  for (const auto follow : {straightPath, scannedPath}) {
     std::error_code error;
-    if (auto straight = straightPath(spelling, error)) paths.push_back(std::move(*straight));
+    if (auto straight = follow(path, error)) paths.push_back(std::move(*straight));
   }
   return paths;
 }

@@ -36,13 +36,62 @@ std::string underVolumesName(const std::string& path) {
   return root + path.substr(straight == "/" ? 0 : straight.size());
 }
 
+/// Follows a path of this machine to an item of the volume: its own links as its own system does, below its
+/// root, and those outside of it as this machine does.
+class VolumeRoute {
+ public:
+  explicit VolumeRoute(std::error_code& error)
+      : root_(Host::current().root()), straightRoot_(fs::canonical(root_ + '/', error).string()) {
+    enter("/");
+  }
+
+  /// Goes on by one component; false if there is no such item.
+  bool step(const std::string& name, std::error_code& error) {
+    if (!onVolume_) {
+      const std::string next = fs::canonical(here_ + '/' + name, error).string();
+      if (!error) enter(next);
+    } else if (name != "..") {
+      const std::string next = Host::current().followingLinks(*onVolume_ + '/' + name);
+      onVolume_ = belowRoot(fs::canonical(next, error).string());
+      if (!onVolume_ && !error) error = std::make_error_code(std::errc::no_such_file_or_directory);
+    } else if (onVolume_->size() == root_.size()) {
+      onVolume_.reset();
+      enter(fs::path(straightRoot_).parent_path().string());
+    } else {
+      onVolume_->resize(onVolume_->rfind('/'));
+    }
+    return !error;
+  }
+  /// The path with the volume's name as the user gave it; nothing off the volume.
+  [[nodiscard]] std::optional<std::string> onVolume() const {
+    return onVolume_ && onVolume_->empty() ? "/" : onVolume_;
+  }
+
+ private:
+  void enter(const std::string& place) {
+    here_ = place;
+    onVolume_ = belowRoot(place);
+  }
+  /// A path without links by the volume's name, without a slash at its end.
+  [[nodiscard]] std::optional<std::string> belowRoot(const std::string& straight) const {
+    if (straight == straightRoot_) return root_;
+    if (!isBelow(straight, straightRoot_)) return std::nullopt;
+    return root_ + straight.substr(straightRoot_ == "/" ? 0 : straightRoot_.size());
+  }
+
+  const std::string& root_;
+  std::string straightRoot_;
+  std::string here_;  // without links, while it lies off the volume
+  std::optional<std::string> onVolume_;
+};
+
 Place placeOf(const std::string& word) {
   const auto refuse = [&word](const std::string& why) {
     throw CommandError(ExitStatus::WrongUse, "the PATH '" + word + "' " + why + ".");
   };
   std::error_code error;
-  const auto straight = straightPath(word, error);
-  if (!straight) refuse("can't be reached: " + error.message());
+  const auto straight = scannedPath(word, error);
+  if (!straight) refuse("can't be reached: " + (error ? error.message() : "It is not on the volume"));
   const auto status = statusOf(*straight);
   if (!status) refuse("can't be reached");
   if (!status->isDirectory() && !status->isRegularFile()) refuse("is neither a folder nor a file");
@@ -55,6 +104,16 @@ std::optional<std::string> straightPath(const std::string& word, std::error_code
   const std::string straight = fs::canonical(word, error).string();
   if (error) return std::nullopt;
   return underVolumesName(straight);
+}
+
+std::optional<std::string> scannedPath(const std::string& word, std::error_code& error) {
+  if (Host::current().layout() != Host::Layout::MacVolume || word.empty()) return straightPath(word, error);
+  VolumeRoute route(error);
+  if (error) return std::nullopt;
+  for (const fs::path& name : fs::absolute(word, error).relative_path()) {
+    if (error || (!name.empty() && name != "." && !route.step(name.string(), error))) return std::nullopt;
+  }
+  return error ? std::nullopt : route.onVolume();
 }
 
 std::vector<URL> scanPlaces(const std::vector<std::string>& words) {

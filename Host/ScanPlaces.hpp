@@ -13,9 +13,13 @@ namespace sorrel::cli {
 /// can't be reached. After installHost().
 std::optional<std::string> straightPath(const std::string& word, std::error_code& error);
 
+/// The same with a volume's links followed as its own system does: below its root. Nothing without an error
+/// for a path off the volume.
+std::optional<std::string> scannedPath(const std::string& word, std::error_code& error);
+
 /// The paths of a scan that takes PATHs: `words` without links and "..", each place once, and none that lies
-/// in another one. A PATH that can't be reached, and one that is neither a folder nor a file, are wrong use.
-/// After installHost().
+/// in another one. A PATH that can't be reached, lies off the volume or is neither a folder nor a file is
+/// wrong use. After installHost().
 std::vector<URL> scanPlaces(const std::vector<std::string>& words);
 
 /// The folder with the files of the user, under the name that the user gave the volume. One that can't be

@@ -60,7 +60,7 @@ TEST(DuplicatesCommand, documentHoldsTheGroupsAndTheSevenRowsThatRepeatThem) {
 TEST(DuplicatesCommand, placesAreTakenOnceWhateverTheyAreCalled) {
   const FullDuplicatesVolume volume;
   const std::string data = volume.path(kHome + "Data");
-  fs::create_directory_symlink(data, volume.path("link"));
+  fs::create_directory_symlink(kHome + "Data", volume.path("link"));
   const Groups expected = {{"Data/one.txt", "Data/two.txt"}};
   EXPECT_EQ(volume.groups({data}), expected);
   EXPECT_EQ(volume.groups({data, data + "/", data + "/.", data + "/../Data", volume.path("link")}), expected);
@@ -119,6 +119,38 @@ TEST(DuplicatesCommand, volumeThatIsCalledByALinkKeepsThatName) {
             .document();
     const Json& group = DuplicatesVolume::all(document).at("childrens").at(0);
     EXPECT_EQ(group.at("childrens").at(0).at("path"), data + "/one.txt");
+  }
+}
+
+TEST(DuplicatesCommand, linksOfAVolumeLeadBelowItsRoot) {
+  const DuplicatesVolume volume;
+  for (const char* const name : {"Data/x/one", "Data/x/two"}) volume.text(name, "same");
+  fs::create_directory_symlink("/Data/x", volume.path(kHome + "Ext"));
+  fs::create_directory_symlink("../../Data", volume.path(kHome + "rel"));
+  const Groups expected = {{"../../Data/x/one", "../../Data/x/two"}};
+  const std::string home = volume.path("Users/alice/");
+  for (const std::string& path :
+       {home + "Ext", home + "rel/x/", home + "ext/../X", volume.path("users/ALICE/Rel"),
+        volume.path("../" + fs::path(volume.path()).filename().string() + "/Users/./alice//Ext")}) {
+    EXPECT_EQ(volume.groups({path}), expected) << path;
+  }
+  EXPECT_EQ(
+      volume.groupsIn(
+          volume.run("scan", {"--json", "../alice/Ext"}, {.folder = volume.path("Users/alice")}).document()),
+      expected);
+}
+
+TEST(DuplicatesCommand, pathOffTheVolumeCannotBeReached) {
+  const DuplicatesVolume volume;
+  const TemporaryFolder machine;
+  for (const char* const name : {"one", "two"}) machine.text(name, "same");
+  fs::create_directory_symlink(machine.path(), volume.path(kHome + "Off"));
+  fs::create_symlink("/loop", volume.path("loop"));
+  for (const std::string& path : {volume.path(kHome + "Off"), volume.path(kHome + "Off/one"), machine.path(),
+                                  volume.path(".."), volume.path("loop")}) {
+    const ProgramRun run = volume.scan({path});
+    EXPECT_EQ(run.status, 2) << path;
+    EXPECT_TRUE(run.err.starts_with("sorrel: the PATH '" + path + "' can't be reached: ")) << run.err;
   }
 }
 
