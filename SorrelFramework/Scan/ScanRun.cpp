@@ -69,6 +69,10 @@ void ScanRun::addUnread(const UnreadFolders::Report& report) const {
   if (!isReplaced()) UnreadFolders::add(feature_->finderID, report);
 }
 
+void ScanRun::addUnreadFile(const std::string& path, int error) const {
+  if (!isReplaced()) UnreadFolders::addFile(feature_->finderID, path, error);
+}
+
 bool ScanRun::isStopped() {
   if (isStopped_.load(std::memory_order_relaxed)) return true;
   if (!stopTest().isStopped()) return false;

@@ -63,6 +63,7 @@ class ScanRun {
   /// process lives.
   [[nodiscard]] UnreadFolderHandler unreadHandler() const;
   void addUnread(const UnreadFolders::Report& report) const;
+  void addUnreadFile(const std::string& path, int error) const;
 
   /// One step of the bar. A run that was replaced leaves the bar of the newer scan alone.
   void step() const;

@@ -39,6 +39,12 @@ bool takeNumber(std::string_view& text, Number& number) {
   return error == std::errc() && end == field->data() + field->size() && number >= 0;
 }
 
+void appendFirst(std::vector<UnreadFolders::Folder>& list, const std::vector<UnreadFolders::Folder>& more) {
+  for (const UnreadFolders::Folder& one : more) {
+    if (list.size() < UnreadFolders::kMostNamed) list.push_back(one);
+  }
+}
+
 }  // namespace
 
 bool UnreadFolders::isReason(int error) {
@@ -52,13 +58,20 @@ void UnreadFolders::add(std::int64_t finderID, const std::string& path, int erro
   if (report.first.size() < kMostNamed) report.first.push_back({path, error});
 }
 
+void UnreadFolders::addFile(std::int64_t finderID, const std::string& path, int error) {
+  const std::lock_guard lock(reports().mutex);
+  Report& report = reports().byFeature[finderID];
+  ++report.fileCount;
+  if (report.firstFiles.size() < kMostNamed) report.firstFiles.push_back({path, error});
+}
+
 void UnreadFolders::add(std::int64_t finderID, const Report& report) {
   const std::lock_guard lock(reports().mutex);
   Report& sum = reports().byFeature[finderID];
   sum.count += report.count;
-  for (const Folder& folder : report.first) {
-    if (sum.first.size() < kMostNamed) sum.first.push_back(folder);
-  }
+  sum.fileCount += report.fileCount;
+  appendFirst(sum.first, report.first);
+  appendFirst(sum.firstFiles, report.firstFiles);
 }
 
 UnreadFolders::Report UnreadFolders::of(std::int64_t finderID) {

@@ -11,7 +11,8 @@
 namespace sorrel {
 
 /// The folders that the walks of a feature's scan could not read: what they hold is in no record and in no
-/// size. An application may ask for them when the scan is over. Any thread.
+/// size; and the files that it could not compare with others. An application may ask for them when the scan
+/// is over. Any thread.
 class UnreadFolders {
  public:
   struct Folder {
@@ -23,6 +24,8 @@ class UnreadFolders {
   struct Report {
     std::int64_t count = 0;
     std::vector<Folder> first;  ///< the first kMostNamed of them
+    std::int64_t fileCount = 0;
+    std::vector<Folder> firstFiles = {};  ///< the first kMostNamed of the files
   };
   static constexpr std::size_t kMostNamed = 20;
 
@@ -32,14 +35,15 @@ class UnreadFolders {
   [[nodiscard]] static bool isReason(int error);
   static void add(std::int64_t finderID, const std::string& path, int error);
   static void add(std::int64_t finderID, const Report& report);
+  static void addFile(std::int64_t finderID, const std::string& path, int error);
   static Report of(std::int64_t finderID);
   /// For the beginning of a scan.
   static void clear(std::int64_t finderID);
   /// A handler for walks that adds to the report of the feature.
   static UnreadFolderHandler handler(std::int64_t finderID);
 
-  /// A report as a text that another process can read back; any bytes that are no such text give what stands
-  /// before the damage.
+  /// The folders of a report as a text that another process can read back; any bytes that are no such text
+  /// give what stands before the damage.
   [[nodiscard]] static std::string textOf(const Report& report);
   [[nodiscard]] static Report fromText(std::string_view text);
 };

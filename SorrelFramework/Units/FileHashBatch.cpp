@@ -95,7 +95,11 @@ class FileHashBatch::Worker {
 
 FileHashBatch::FileHashBatch(std::vector<std::string> paths, std::size_t workers, const MD5Kernel& kernel,
                              std::function<bool()> isStopped)
-    : paths_(std::move(paths)), hashes_(paths_.size()), errors_(paths_.size()), kernel_(kernel), stopTest_(std::move(isStopped)) {
+    : paths_(std::move(paths)),
+      hashes_(paths_.size()),
+      errors_(paths_.size()),
+      kernel_(kernel),
+      stopTest_(std::move(isStopped)) {
   const std::size_t threads = std::max<std::size_t>(workers, 1);
   const std::size_t each = (paths_.size() + threads - 1) / threads;
   share_ = std::min(each, kernel.lanes);

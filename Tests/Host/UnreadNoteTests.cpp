@@ -44,6 +44,26 @@ TEST(UnreadNote, namesTheFirstAndCountsTheRest) {
   EXPECT_TRUE(note.ends_with("sorrel:   and 3 more\n")) << note;
 }
 
+TEST(UnreadNote, namesTheFilesAfterTheFolders) {
+  static_cast<void>(noteOf(1));
+  std::ostringstream out;
+  UnreadFolders::addFile(kFeature, "/f0", EMFILE);
+  writeUnreadFolders(out, kFeature);
+  EXPECT_EQ(out.str(),
+            "sorrel: 1 folder could not be read; what it holds is not counted:\n"
+            "sorrel:   /a0 (Permission denied)\n"
+            "sorrel: 1 file could not be read; no copy of it is known:\n"
+            "sorrel:   /f0 (Too many open files)\n");
+  UnreadFolders::clear(kFeature);
+  for (const char* const path : {"/f0", "/f1"}) UnreadFolders::addFile(kFeature, path, EIO);
+  std::ostringstream files;
+  writeUnreadFolders(files, kFeature);
+  EXPECT_EQ(files.str(),
+            "sorrel: 2 files could not be read; no copies of them are known:\n"
+            "sorrel:   /f0 (Input/output error)\n"
+            "sorrel:   /f1 (Input/output error)\n");
+}
+
 /// A volume with folders that its user can't read.
 class UnreadVolume : public testing::Test {
  protected:
@@ -96,6 +116,19 @@ TEST_F(UnreadVolume, scanOfDuplicatesWritesIt) {
   EXPECT_EQ(loud.document().at("size"), 10);
   EXPECT_EQ(loud.err, noteAbout("Users/alice/Data/closed"));
   EXPECT_EQ(run({"--quiet", "scan", "duplicates", "--limit", "0"}).err, "");
+}
+
+TEST_F(UnreadVolume, scanOfDuplicatesNamesAFileThatItCouldNotHash) {
+  for (const char* const folder : {"One/", "Two/"}) {
+    volume.text(std::string("Users/alice/Data/") + folder + "a", "alike");
+    volume.text(std::string("Users/alice/Data/") + folder + "b", "as well");
+  }
+  close("Users/alice/Data/One/b");
+  const hosttests::ProgramRun loud = run({"--json", "scan", "duplicates", "--limit", "0"});
+  EXPECT_EQ(loud.status, 0);
+  EXPECT_EQ(loud.document().at("size"), 10);
+  EXPECT_EQ(loud.err, "sorrel: 1 file could not be read; no copy of it is known:\nsorrel:   " +
+                          volume.path("Users/alice/Data/One/b") + " (Permission denied)\n");
 }
 
 TEST_F(UnreadVolume, scanOfLargeFilesWritesItWithAndWithoutItsTool) {

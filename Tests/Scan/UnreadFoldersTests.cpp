@@ -86,6 +86,20 @@ TEST_F(Unread, sizeOfAnApplicationReportsToItsFeature) {
             (std::vector<UnreadFolders::Folder>{{volume.path("App/closed"), EACCES}}));
 }
 
+TEST_F(Unread, filesAreCountedAndNamedBesideTheFolders) {
+  UnreadFolders::add(kFeature, "/folder", EACCES);
+  for (std::size_t i = 0; i < UnreadFolders::kMostNamed + 5; ++i)
+    UnreadFolders::addFile(kFeature, std::to_string(i), EMFILE);
+  UnreadFolders::add(kFeature, {.count = 0, .first = {}, .fileCount = 2, .firstFiles = {{"/more", EIO}}});
+  const UnreadFolders::Report report = UnreadFolders::of(kFeature);
+  EXPECT_EQ(report.count, 1);
+  EXPECT_EQ(report.fileCount, static_cast<std::int64_t>(UnreadFolders::kMostNamed + 7));
+  ASSERT_EQ(report.firstFiles.size(), UnreadFolders::kMostNamed);
+  EXPECT_EQ(report.firstFiles[1], (UnreadFolders::Folder{"1", EMFILE}));
+  UnreadFolders::clear(kFeature);
+  EXPECT_EQ(UnreadFolders::of(kFeature).fileCount, 0);
+}
+
 TEST_F(Unread, aReportAddsToTheOneBefore) {
   UnreadFolders::add(kFeature, "/a", EACCES);
   UnreadFolders::add(kFeature, {.count = 30, .first = {{"/b", EIO}, {"/c", EPERM}}});

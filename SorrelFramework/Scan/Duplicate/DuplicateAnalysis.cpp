@@ -1,6 +1,7 @@
 #include "SorrelFramework/Scan/Duplicate/DuplicateAnalysis.hpp"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <functional>
 #include <iterator>
@@ -13,6 +14,7 @@
 #include "SorrelFramework/Platform/Queues/Countdown.hpp"
 #include "SorrelFramework/Platform/Queues/GlobalQueue.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateCandidates.hpp"
+#include "SorrelFramework/Scan/UnreadFolders.hpp"
 #include "SorrelFramework/Units/FileHashBatch.hpp"
 
 namespace sorrel {
@@ -75,6 +77,17 @@ void hash(const std::shared_ptr<FinderRun>& run, std::vector<std::string> paths,
   }
 }
 
+/// On the queue. What is gone, no regular file or left unread by a stop hides no copy. A file is reported
+/// once, though it may be read with its folder and by itself.
+void reportUnread(DuplicateSearch& search, const FileHashBatch& batch) {
+  if (search.run->isStopped()) return;
+  for (std::size_t i = 0; i < batch.paths().size(); ++i) {
+    const int error = batch.errors()[i];
+    if (!UnreadFolders::isReason(error) || error == EINVAL || error == EISDIR) continue;
+    if (search.unread.insert(batch.paths()[i]).second) search.run->addUnreadFile(batch.paths()[i], error);
+  }
+}
+
 class FolderHash : public std::enable_shared_from_this<FolderHash> {
  public:
   FolderHash(DuplicateSearchRef search, StageThrough through)
@@ -113,8 +126,10 @@ class FolderHash : public std::enable_shared_from_this<FolderHash> {
     std::vector<std::string> paths;
     for (const Folder& folder : folders_)
       std::ranges::move(pathsOf(folder.content.urls), std::back_inserter(paths));
-    hash(search_->run, std::move(paths),
-         [self = shared_from_this()](const FileHashBatch& batch) { self->groupFolders(batch); });
+    hash(search_->run, std::move(paths), [self = shared_from_this()](const FileHashBatch& batch) {
+      reportUnread(*self->search_, batch);
+      self->groupFolders(batch);
+    });
   }
 
   struct HashedFile {
@@ -242,6 +257,7 @@ void hashFiles(const DuplicateSearchRef& search, const StageThrough& through) {
     if (!search->hashesInTwins.contains(record.path)) paths.push_back(record.path.path());
   }
   hash(search->run, std::move(paths), [search, records, through](const FileHashBatch& batch) {
+    reportUnread(*search, batch);
     groupFiles(*search, *records, batch);
     through(std::to_string(batch.paths().size()) + " files read, " +
             std::to_string(search->filesByHash.size()) + " hashes");

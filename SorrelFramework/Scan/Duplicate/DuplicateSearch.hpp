@@ -28,6 +28,7 @@ struct DuplicateSearch {
   DuplicatesBySize folders;         ///< the same, then the candidates among them
   std::unordered_set<URL> leftOut;  ///< files that are not hashed again: their folders were
   std::unordered_map<URL, std::optional<std::string>> hashesInTwins;  ///< of the files of twin folders
+  std::unordered_set<std::string> unread;  ///< files that could not be read, and are reported
   DuplicatesByHash filesByHash;
   DuplicatesByHash foldersByHash;
 };
