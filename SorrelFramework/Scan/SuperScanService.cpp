@@ -24,14 +24,15 @@ constexpr Integer kDuplicateFeature = 7;
 
 std::int64_t sizeOf(const URL& url, Integer kind, const StopTest& stop, UnreadFolderHandler unread) {
   if (kind == rawValue(FilesKind::File)) {
-    const auto values = resourceValues(url, NSURLFileSizeKey);
+    const auto values = resourceValues(Host::current().matchingLetterCase(url), NSURLFileSizeKey);
     return values ? values->fileSize.value_or(SuperScanService::defaultSize) : SuperScanService::defaultSize;
   }
   return url.isFileURL() ? sizeOfTree(url.path(), stop, std::move(unread)) : 0;
 }
 
-Ref<FileInformation> recordOf(const URL& url, ResourceKeys keys, const RecordTemplate& common,
+Ref<FileInformation> recordOf(const URL& given, ResourceKeys keys, const RecordTemplate& common,
                               std::optional<std::int64_t> inputSize) {
+  const URL url = Host::current().matchingLetterCase(given);
   auto values = resourceValues(url, keys);
   if (!values) return nullptr;
   const Integer kind = kindOf(*values);

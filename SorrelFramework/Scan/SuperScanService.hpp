@@ -75,9 +75,10 @@ class SuperScanService {
   static std::int64_t getPackageSizeFromTerminal(const URL& url);
 
   /// A record for an item that was found by other means than a walk: numbered as the next child of the
-  /// category, but not attached to it. Nothing if the item can't be reached. `propertiesForKey` must hold
-  /// NSURLIsPackageKey and NSURLIsDirectoryKey, or every item counts as a file. An `inputSize` spares the
-  /// sizing.
+  /// category, but not attached to it. On a volume it is looked up as the volume's own system does, and the
+  /// record has the path by which this machine finds it. Nothing if the item can't be reached.
+  /// `propertiesForKey` must hold NSURLIsPackageKey and NSURLIsDirectoryKey, or every item counts as a file.
+  /// An `inputSize` spares the sizing.
   static Ref<FileInformation> getFileInformationFromUrl(const URL& url, ResourceKeys propertiesForKey,
                                                         CategoryInformation& categoryInfo,
                                                         std::optional<std::int64_t> inputSize = std::nullopt);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 
 #include "SorrelFramework/Platform/Machine/Host.hpp"
@@ -281,6 +282,21 @@ TEST_F(PackageSizeTool, missingToolGivesZero) {
 // Records of single items
 
 constexpr ResourceKeys kAllRecordKeys = kRecordKeys | NSURLCreationDateKey;
+
+TEST_F(SuperScan, itemBehindALinkOfTheVolumeIsFoundBelowItsRoot) {
+  const test::TemporaryFolder machine;
+  machine.file("a", "123");
+  const std::string below = machine.path().substr(1);
+  volume.file(below + "/a", "12345");
+  std::filesystem::create_directory_symlink(machine.path(), volume.path("Ext"));
+  for (const std::string name : {"Ext/a", "ext/A"}) {
+    const auto record = SuperScanService::getFileInformationFromUrl(volume.url(name), kAllRecordKeys);
+    ASSERT_NE(record, nullptr);
+    EXPECT_EQ(record->size, 5) << name;
+    EXPECT_EQ(record->url, volume.url(below + "/a")) << name;
+    EXPECT_EQ(SuperScanService::calculateSize(volume.url(name), rawValue(FilesKind::File)), 5) << name;
+  }
+}
 
 TEST_F(SuperScan, recordOfAFileHoldsWhatTheDiskSays) {
   volume.file("Users/alice/note.txt", "12345");

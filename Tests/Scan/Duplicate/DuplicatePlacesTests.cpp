@@ -170,6 +170,14 @@ TEST_F(Places, twoLinksToOnePlaceAreOne) {
   EXPECT_EQ(of({"Users/alice/One/", "Users/alice/Two/"}), Names{"Users/alice/One"});
 }
 
+TEST_F(Places, linkToAFileIsNotFollowed) {
+  volume.file("Data/a");
+  volume.link("Users/alice/absolute", "/Data/a");
+  volume.link("Users/alice/relative", "../../Data/a");
+  EXPECT_EQ(of({"Users/alice/absolute", "users/alice/relative"}),
+            (Names{"Users/alice/absolute", "Users/alice/relative"}));
+}
+
 TEST_F(Places, missingPlaceIsKept) { EXPECT_EQ(of({"Users/alice/None/"}), Names{"Users/alice/None"}); }
 
 TEST_F(Places, eachHomeHasALibrary) {

@@ -25,6 +25,30 @@ using test::operator""_B;  // NOLINT(misc-unused-using-decls): clang-tidy overlo
 // As it is before anybody sets it.
 const Integer kDefaultLimit = DuplicateScanService::limitSize;
 
+TEST_F(DuplicateScan, filesBehindAnAbsoluteLinkOfTheVolumeAreComparedThere) {
+  const test::TemporaryFolder machine;  // whose equal files have the paths of two others on the volume
+  for (const std::string name : {"p", "q"}) {
+    machine.file(name, "same");
+    volume.file(machine.path(name).substr(1), name + "...");
+  }
+  volume.link("Users/alice/Ext", machine.path());
+  run({volume.url("Users/alice/Ext/")});
+  EXPECT_EQ(groups(), Groups());
+}
+
+TEST_F(DuplicateScan, pathOfAScanLeadsWhereTheVolumesOwnSystemFindsIt) {
+  volume.file("Data/x/one", "same");
+  volume.file("Data/x/two", "same");
+  volume.link("Users/alice/Ext", "/Data/x");
+  volume.link("Users/alice/Rel", "../../Data/x");
+  for (const std::string path : {"Users/alice/Ext/", "users/ALICE/rel/", "Users/alice/Ext/../X/"}) {
+    ScanRecord record;
+    start(record, {volume.url(path)});
+    ASSERT_TRUE(record.waitUntilDone());
+    EXPECT_EQ(groupsBelow(""), (Groups{{"Data/x/one", "Data/x/two"}})) << path;
+  }
+}
+
 TEST_F(DuplicateScan, filesWithTheSameContentAreOneGroupWhateverTheyAreCalled) {
   volume.file("Users/alice/Data/a.txt", "same");
   volume.file("Users/alice/Data/deep/er/b.bin", "same");
