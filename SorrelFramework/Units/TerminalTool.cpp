@@ -83,12 +83,13 @@ enum class Stop {
   AtOnce,    ///< the tool is killed
 };
 
-/// `finderID` is the feature whose stop counts.
-void collectOnQueue(const std::string& launchPath, const std::vector<std::string>& arguments,
-                    const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish,
-                    Stop stop = Stop::Ignored, std::int64_t finderID = 0, const ChildNotes* notes = nullptr) {
+/// `finderID` is the feature whose stop counts. Returns the errno with which the tool could not be started.
+int collectOnQueue(const std::string& launchPath, const std::vector<std::string>& arguments,
+                   const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish,
+                   Stop stop = Stop::Ignored, std::int64_t finderID = 0, const ChildNotes* notes = nullptr) {
   const auto child =
       std::make_shared<ChildProcess>(Host::current().tool(launchPath), arguments, limits(), notes);
+  if (stop == Stop::AtOnce && child->startError() != 0) return child->startError();
   const auto* const cell = stop == Stop::AtOutput ? &scanStatusTable().cell(finderID) : nullptr;
   const auto output = std::make_shared<Output>(child, cell);
   std::atomic<bool> isKilled = false;
@@ -115,6 +116,7 @@ void collectOnQueue(const std::string& launchPath, const std::vector<std::string
     if (isPart) keepWholeLines(text);
     if (finish) finish(started && isValidUTF8(text) ? std::move(text) : std::string());
   });
+  return child->startError();
 }
 
 }  // namespace
@@ -157,11 +159,11 @@ void TerminalUtilsClass::realTimeRunTerminal(const std::string& launchPath,
   collectOnQueue(launchPath, arguments, thread, std::move(finish), Stop::AtOutput, featureIndex);
 }
 
-void TerminalUtilsClass::runUntilStopped(const std::string& launchPath,
-                                         const std::vector<std::string>& arguments,
-                                         const std::shared_ptr<WeftSerialQueue>& thread,
-                                         TerminalFinish finish, const ChildNotes* notes) const {
-  collectOnQueue(launchPath, arguments, thread, std::move(finish), Stop::AtOnce, featureIndex, notes);
+int TerminalUtilsClass::runUntilStopped(const std::string& launchPath,
+                                        const std::vector<std::string>& arguments,
+                                        const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish,
+                                        const ChildNotes* notes) const {
+  return collectOnQueue(launchPath, arguments, thread, std::move(finish), Stop::AtOnce, featureIndex, notes);
 }
 
 }  // namespace sorrel

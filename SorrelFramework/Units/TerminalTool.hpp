@@ -53,9 +53,10 @@ class TerminalUtilsClass {
 
   /// As TerminalUtils::realTimeRunTerminal; but a stop of the scan kills the tool at once, whatever it does.
   /// `finish` then gets the whole lines that it had printed. The tool may leave notes; null for none.
-  void runUntilStopped(const std::string& launchPath, const std::vector<std::string>& arguments,
-                       const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish,
-                       const ChildNotes* notes = nullptr) const;
+  /// Returns 0, or the errno with which the tool could not be started: then `finish` is not called.
+  int runUntilStopped(const std::string& launchPath, const std::vector<std::string>& arguments,
+                      const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish,
+                      const ChildNotes* notes = nullptr) const;
 
   std::int64_t featureIndex;  ///< finderID of the feature that the runner serves
 };

@@ -152,6 +152,22 @@ TEST_F(UnreadVolume, scanOfLargeFilesWritesItWithAndWithoutItsTool) {
   }
 }
 
+TEST_F(UnreadVolume, scansWithFewDescriptorsFindEverythingOrSayWhatIsMissing) {
+  std::filesystem::resize_file(volume.file("Users/alice/Data/big", 0), 60 << 20);
+  for (int i = 0; i < 40; ++i) volume.text("Users/alice/Data/" + std::to_string(i), std::string(5000, 'x'));
+  for (std::uint64_t files = 10; files < 26; ++files) {
+    for (const std::vector<std::string>& scan :
+         {std::vector<std::string>{"large-old"}, {"duplicates", "--limit", "1"}}) {
+      std::vector<std::string> words{"--volume", volume.path(), "--json", "scan"};
+      words.insert(words.end(), scan.begin(), scan.end());
+      const hosttests::ProgramRun run = hosttests::sorrel(words, {.files = files});
+      if (run.status != 0 || !run.err.empty()) continue;
+      EXPECT_EQ(run.document().at("size"), scan[0] == "large-old" ? 60 << 20 : 40 * 5000)
+          << scan[0] << " with " << files;
+    }
+  }
+}
+
 TEST_F(UnreadVolume, cleanOfDuplicatesWritesItBeforeItsPlan) {
   for (const char* const name : {"Data/closed/a", "Data/b", "Data/c"})
     volume.text(std::string("Users/alice/") + name, "alike");

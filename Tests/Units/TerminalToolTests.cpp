@@ -2,10 +2,10 @@
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <atomic>
 
 #include <algorithm>
 #include <atomic>
+#include <cerrno>
 #include <cstdint>
 #include <fstream>
 #include <memory>
@@ -312,6 +312,18 @@ TEST_F(TerminalTool, stopBeforeTheToolStartsEndsItToo) {
   scanStatusTable().set(kFeature, ScanState::suspend);
   Finished result;
   TerminalUtilsClass(kFeature).runUntilStopped("/bin/sleep", {"1000"}, queue_, result.on(queue_));
+  ASSERT_TRUE(test::drain(*queue_));
+  EXPECT_EQ(result.texts(), Texts{""});
+}
+
+TEST_F(TerminalTool, toolThatRunsUntilAStopReportsThatItCouldNotBeStarted) {
+  Finished result;
+  const TerminalUtilsClass tools(kFeature);
+  EXPECT_EQ(tools.runUntilStopped(folder_.path("missing"), {}, queue_, result.on(queue_)), ENOENT);
+  EXPECT_EQ(tools.runUntilStopped(folder_.file("text", "x"), {}, queue_, result.on(queue_)), EACCES);
+  ASSERT_TRUE(test::drain(*queue_));
+  EXPECT_EQ(result.texts(), Texts());
+  EXPECT_EQ(tools.runUntilStopped("/bin/true", {}, queue_, result.on(queue_)), 0);
   ASSERT_TRUE(test::drain(*queue_));
   EXPECT_EQ(result.texts(), Texts{""});
 }

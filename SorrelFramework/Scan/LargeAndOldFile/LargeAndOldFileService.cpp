@@ -223,16 +223,21 @@ void askTool(const Scan& scan, const StageThrough& through) {
   }
   const auto notes = std::make_shared<const ChildNotes>();
   // A large home takes the tool long, and it prints nothing until its end.
-  TerminalUtilsClass(scan->run->feature().finderID)
-      .runUntilStopped(
-          kFindTool, {"-onlyin", host.home(), "kMDItemFSSize > " + std::to_string(kEntrySize)},
-          scan->run->queue(),
-          [scan, notes, through](const std::string& output) {
-            scan->run->addUnread(UnreadFolders::fromText(notes->text()));
-            takeLines(*scan, output);
-            through(std::to_string(scan->found ? scan->found->size() : 0) + " lines");
-          },
-          notes.get());
+  const int error =
+      TerminalUtilsClass(scan->run->feature().finderID)
+          .runUntilStopped(
+              kFindTool, {"-onlyin", host.home(), "kMDItemFSSize > " + std::to_string(kEntrySize)},
+              scan->run->queue(),
+              [scan, notes, through](const std::string& output) {
+                scan->run->addUnread(UnreadFolders::fromText(notes->text()));
+                takeLines(*scan, output);
+                through(std::to_string(scan->found ? scan->found->size() : 0) + " lines");
+              },
+              notes.get());
+  if (error == 0) return;
+  // A tool that did not run has not found that there is nothing; for lack of descriptors, a walk needs fewer.
+  log("LargeAndOldScanService Code = 2");
+  through("tool not started");
 }
 
 /// The second stage.
