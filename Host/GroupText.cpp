@@ -41,15 +41,16 @@ void writeGroups(std::ostream& out, const FeatureInformation& feature, std::int6
   std::size_t groups = 0;
   std::size_t items = 0;
   writeRow(out, 0, size, feature.title);
-  for (const CategoryInformation& category : feature.categoryInfo) {
-    writeRow(out, 1, category.size, category.title);
-    for (const FileInformation* const group : sortedRows(category.childrens, order)) {
+  for (const auto* const category : sortedRows(feature.categoryInfo, order)) {
+    writeRow(out, 1, category->size, category->title);
+    for (const FileInformation* const group : sortedRows(category->childrens, order)) {
       writeGroup(out, *group, 2);
       items += group->childrens.size();
       ++groups;
     }
-    if (!category.childrenCateogry) continue;
-    for (const CategoryInformation& row : *category.childrenCateogry) writeRow(out, 2, row.size, row.title);
+    if (!category->childrenCateogry) continue;
+    for (const auto* const row : sortedRows(*category->childrenCateogry, order))
+      writeRow(out, 2, row->size, row->title);
   }
   out << items << (items == 1 ? " item in " : " items in ") << groups
       << (groups == 1 ? " group, " : " groups, ") << sizeText(size) << '\n';

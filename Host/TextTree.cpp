@@ -42,7 +42,8 @@ class ScanText {
     if (!category.childrenCateogry) return;
     // A row below "All" lists the same records again: they count once.
     const std::size_t items = items_;
-    for (const CategoryInformation& child : *category.childrenCateogry) writeCategory(child, level + 1);
+    for (const auto* const child : sortedRows(*category.childrenCateogry, order_))
+      writeCategory(*child, level + 1);
     items_ = items;
   }
   [[nodiscard]] std::size_t items() const { return items_; }

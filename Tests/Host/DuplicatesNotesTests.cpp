@@ -90,12 +90,12 @@ TEST(DuplicatesCommand, textShowsEachMemberWithWhatItsRemovalFrees) {
                 "        0 B        " +
                 home + "/Data/c  (hard link of " + home +
                 "/Data/a)\n"
-                "       15 B      Files\n"
+                "       49 B      Other\n"
                 "       34 B      Folders\n"
+                "       15 B      Files\n"
                 "        0 B      Documents\n"
                 "        0 B      Movies\n"
                 "        0 B      Pictures\n"
-                "       49 B      Other\n"
                 "        0 B      Archives\n"
                 "5 items in 2 groups, 49 B\n");
 }

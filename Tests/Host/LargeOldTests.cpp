@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -142,6 +143,29 @@ TEST_F(LargeOld, textTreeShowsTheRowsBelowAll) {
         "   60.0 MiB        backup.zip\n", "        0 B      Huge\n"}) {
     EXPECT_NE(scanned.out.find(line), std::string::npos) << line << scanned.out;
   }
+}
+
+TEST_F(LargeOld, rowsBelowAllGoBySizeOrByName) {
+  big("Users/alice/film.mov", 600 * kMiB);
+  big("Users/alice/backup.zip", 120 * kMiB);
+  // The lines without their sizes, from the first row below "All" on.
+  const auto rows = [](const ProgramRun& scanned) {
+    std::string text;
+    std::istringstream lines(scanned.out);
+    std::string line;
+    for (int i = 0; std::getline(lines, line); ++i) {
+      if (i > 3 && line.starts_with(' ')) text += line.substr(17) + '\n';
+    }
+    return text;
+  };
+  EXPECT_EQ(rows(run({"scan", "large-old"})),
+            "From this week\n  film.mov\n  backup.zip\nMovies\n  film.mov\nHuge\n  film.mov\n"
+            "Archives\n  backup.zip\nAverage\n  backup.zip\nPictures\nMusic\nOther\n"
+            "Older than a year\nOlder than a month\nOlder than a week\nSmall\n");
+  EXPECT_EQ(rows(run({"scan", "large-old", "--by", "name"})),
+            "Archives\n  backup.zip\nAverage\n  backup.zip\nFrom this week\n  backup.zip\n  film.mov\n"
+            "Huge\n  film.mov\nMovies\n  film.mov\nMusic\nOlder than a month\nOlder than a week\n"
+            "Older than a year\nOther\nPictures\nSmall\n");
 }
 
 TEST_F(LargeOld, anInterruptEndsTheToolAtOnce) {
