@@ -119,6 +119,15 @@ TEST_F(AuthorityTest, eachKindOfNoHasItsReason) {
   }
 }
 
+TEST_F(AuthorityTest, aYesToTheQuestionWhyThereWasNoneIsANo) {
+  startScripted(ScriptedPolkit::Mode::LateYes);
+  const std::string file = rootsFile("kept");
+  const auto answer = machine->askRaw(kDelete, codedEvent({{file, HelperDictionary{{"0", 1}}}}));
+  EXPECT_EQ(answer.refusal, "not-authorised");
+  EXPECT_TRUE(fs::exists(file));
+  EXPECT_EQ(machine->polkit().questions().size(), 2U);
+}
+
 TEST_F(AuthorityTest, theQuestionWhyThereWasNoYesAsksNoUser) {
   startScripted(ScriptedPolkit::Mode::WrongPassword);
   machine->ask(kDelete, kNowhere);

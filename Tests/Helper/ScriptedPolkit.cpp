@@ -33,6 +33,8 @@ struct ScriptedPolkit::State {
       result.returnError(sdbus::Error("org.freedesktop.PolicyKit1.Error.Failed", "no session"));
     } else if (mode == Mode::WrongPassword || mode == Mode::NoAgent || mode == Mode::NeverAsked) {
       result.returnResults(Check(false, couldAuthorise(mode, question.flags), Details()));
+    } else if (mode == Mode::LateYes) {
+      result.returnResults(Check(question.flags == 0, false, Details()));
     } else {
       const bool isFirst = question.subjectName == questions.front().subjectName;
       answer(result, mode == Mode::Yes || (mode == Mode::YesToFirst && isFirst));

@@ -29,6 +29,7 @@ class ScriptedPolkit {
     WrongPassword,  ///< a password could authorise it, and none was right
     NoAgent,        ///< a password could authorise it, and no program can ask for it
     NeverAsked,     ///< a rule refuses it
+    LateYes,        ///< no to the question that may ask the user, yes to the one after it
     Error,
     Wait,
     YesToFirst,  ///< to the connection that asked first
