@@ -6,11 +6,11 @@
 #include <string>
 
 #include "Host/CommandError.hpp"
-#include "Host/CommandLine.hpp"
-#include "Host/Features.hpp"
+#include "Host/FeatureTable.hpp"
 #include "Host/HostSetup.hpp"
-#include "Host/ScanFeatures.hpp"
+#include "Host/Invocation.hpp"
 #include "Host/ScanPlaces.hpp"
+#include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/ModuleInfo.hpp"
 
 namespace sorrel::cli {
@@ -42,38 +42,52 @@ void takeFeatureAndPaths(CLI::App& parser, Invocation& invocation) {
       ->check(CLI::IsMember({kBySize, kByName}));
 }
 
-const ScanFeature& scannerFor(const Invocation& invocation) {
-  const Integer number = featureNumber(invocation.feature);
-  const ScanFeature* const row = scanFeature(number);
-  if (row == nullptr) {
-    throw CommandError(ExitStatus::WrongUse,
-                       "this version of sorrel cannot scan '" + featureName(number) + "'.");
+const Feature& scannedFeature(const Invocation& invocation) {
+  const Feature& chosen = featureNamed(invocation.feature);
+  const std::string name(chosen.name);
+  if (chosen.scanner.start == nullptr) {
+    throw CommandError(ExitStatus::WrongUse, "this version of sorrel cannot scan '" + name + "'.");
   }
-  const auto refuse = [number](const std::string& what) {
-    throw CommandError(ExitStatus::WrongUse, "'" + featureName(number) + "' takes no " + what + ".");
+  const auto refuse = [&name](const std::string& what) {
+    throw CommandError(ExitStatus::WrongUse, "'" + name + "' takes no " + what + ".");
   };
-  if (row->placesInHome == nullptr && !invocation.paths.empty()) refuse("PATH");
-  if (!row->takesLimit && invocation.limit) refuse("--limit");
-  return *row;
+  if (chosen.scanner.placesInHome == nullptr && !invocation.paths.empty()) refuse("PATH");
+  if (!chosen.scanner.takesLimit && invocation.limit) refuse("--limit");
+  return chosen;
 }
 
-ScanScope scopeFor(const ScanFeature& row, const Invocation& invocation) {
+ScanScope scopeFor(const Feature& chosen, const Invocation& invocation) {
   ScanScope scope;
-  if (row.placesInHome != nullptr) {
-    scope.places = invocation.paths.empty() ? row.placesInHome(homePlace()) : scanPlaces(invocation.paths);
+  if (chosen.scanner.placesInHome != nullptr) {
+    scope.places =
+        invocation.paths.empty() ? chosen.scanner.placesInHome(homePlace()) : scanPlaces(invocation.paths);
   }
   if (invocation.limit) scope.limit = static_cast<Integer>(*invocation.limit);
   return scope;
 }
 
-Ref<FeatureInformation> featureOfCatalogue(const Invocation& invocation, Integer number) {
+Ref<FeatureInformation> featureOfCatalogue(const Feature& chosen, const Invocation& invocation) {
   for (const auto& module : ModuleInformation::getModule(chosenCatalogue(invocation.options))) {
     for (FeatureInformation& feature : module->featureInfo) {
-      if (feature.finderID == number) return Ref<FeatureInformation>(feature);
+      if (feature.finderID == chosen.number) return Ref<FeatureInformation>(feature);
     }
   }
-  throw CommandError(ExitStatus::FatalStop, "the catalogue has no feature " + std::to_string(number) + " (" +
-                                                featureName(number) + ").");
+  throw CommandError(ExitStatus::FatalStop, "the catalogue has no feature " + std::to_string(chosen.number) +
+                                                " (" + std::string(chosen.name) + ").");
+}
+
+void prepareScan(const Feature& chosen, FeatureInformation& feature) {
+  const auto refuse = [&chosen](const std::string& why) {
+    throw CommandError(ExitStatus::FatalStop, "the catalogue's feature '" + std::string(chosen.name) + "' " +
+                                                  why + ": its scan would never end.");
+  };
+  if (chosen.scanner.addCategories != nullptr) chosen.scanner.addCategories(feature);
+  if (chosen.scanner.needs == ScanNeeds::Nothing) return;
+  if (feature.categoryInfo.empty()) refuse("has no categories");
+  if (chosen.scanner.needs != ScanNeeds::FoldersOfCategories) return;
+  for (const CategoryInformation& category : feature.categoryInfo) {
+    if (category.urls.empty()) refuse("has a category without urls ('" + category.title + "')");
+  }
 }
 
 }  // namespace sorrel::cli

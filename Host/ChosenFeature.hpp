@@ -9,21 +9,25 @@ class App;
 
 namespace sorrel::cli {
 
+struct Feature;
 struct Invocation;
-struct ScanFeature;
 struct ScanScope;
 
 /// FEATURE, PATH... and the options of single features of a command line.
 void takeFeatureAndPaths(CLI::App& parser, Invocation& invocation);
 
-/// The scanner that a command line means. A feature that cannot be scanned, and a PATH or an option for one
-/// that takes none, are wrong use.
-const ScanFeature& scannerFor(const Invocation& invocation);
+/// The feature that a command line means. One that cannot be scanned, and a PATH or an option for one that
+/// takes none, are wrong use.
+const Feature& scannedFeature(const Invocation& invocation);
 
 /// What the command line asks of that scanner. After installHost().
-ScanScope scopeFor(const ScanFeature& row, const Invocation& invocation);
+ScanScope scopeFor(const Feature& chosen, const Invocation& invocation);
 
-/// The feature of that number in the chosen catalogue; one that is missing there is a fatal stop.
-Ref<FeatureInformation> featureOfCatalogue(const Invocation& invocation, Integer number);
+/// The feature in the chosen catalogue; one that is missing there is a fatal stop.
+Ref<FeatureInformation> featureOfCatalogue(const Feature& chosen, const Invocation& invocation);
+
+/// Brings the feature of the catalogue into the form that its scanner starts from. A feature whose scan could
+/// never end is refused with ExitStatus::FatalStop.
+void prepareScan(const Feature& chosen, FeatureInformation& feature);
 
 }  // namespace sorrel::cli

@@ -14,21 +14,21 @@
 #include <vector>
 
 #include "Host/ChosenFeature.hpp"
-#include "Host/CleanFeatures.hpp"
 #include "Host/CleanProgress.hpp"
 #include "Host/CleanReport.hpp"
 #include "Host/CleanSession.hpp"
+#include "Host/Cleaners.hpp"
 #include "Host/CommandError.hpp"
-#include "Host/CommandLine.hpp"
 #include "Host/ExceptionGlobs.hpp"
-#include "Host/Features.hpp"
+#include "Host/FeatureTable.hpp"
+#include "Host/GlobOptions.hpp"
 #include "Host/HelperAccess.hpp"
 #include "Host/HostSetup.hpp"
 #include "Host/InterruptWatch.hpp"
+#include "Host/Invocation.hpp"
 #include "Host/JsonDocument.hpp"
 #include "Host/Output.hpp"
 #include "Host/SafeText.hpp"
-#include "Host/ScanFeatures.hpp"
 #include "Host/ScanSession.hpp"
 #include "Host/StopSwitch.hpp"
 #include "Host/TextTree.hpp"
@@ -65,11 +65,11 @@ void refuseHalfOrders(const CleanOptions& order) {
   }
 }
 
-const CleanFeature& cleanerFor(Integer finderID) {
-  const CleanFeature* const row = cleanFeature(finderID);
-  if (row != nullptr) return *row;
+const Feature& cleanedFeature(const Invocation& invocation) {
+  const Feature& chosen = scannedFeature(invocation);
+  if (chosen.cleaner.start != nullptr) return chosen;
   throw CommandError(ExitStatus::WrongUse,
-                     "this version of sorrel cannot clean '" + featureName(finderID) + "'.");
+                     "this version of sorrel cannot clean '" + std::string(chosen.name) + "'.");
 }
 
 void tellUnused(const Globs& globs, const Invocation& invocation) {
@@ -103,13 +103,13 @@ void refuseUnused(const Globs& exceptions) {
                      "nothing was removed: --except names nothing that was found by " + list + ".");
 }
 
-void untickExceptions(const CleanFeature& row, FeatureInformation& feature, const Invocation& invocation) {
+void untickExceptions(const Cleaner& cleaner, FeatureInformation& feature, const Invocation& invocation) {
   if (invocation.clean.exceptions.empty()) return;
   Globs globs = exceptionGlobs(invocation.clean.exceptions);
   for (const std::string& folder : untickMatching(feature, globs)) {
     std::cerr << "sorrel: left whole, as --except names something in it: '" << printable(folder) << "'\n";
   }
-  if (row.isTrash && !globs.areAllUsed()) findUnlisted(feature, globs);
+  if (cleaner.isTrash && !globs.areAllUsed()) findUnlisted(feature, globs);
   refuseUnused(globs);
 }
 
@@ -126,9 +126,9 @@ ExitStatus showStopped(const Invocation& invocation, FeatureInformation& feature
 }
 
 /// What no scan lists in the trash folders of a feature, if all of it is to go. No exception could name it.
-TrashRemains remainsOf(const CleanFeature& row, FeatureInformation& feature, const CleanOptions& order) {
+TrashRemains remainsOf(const Cleaner& cleaner, FeatureInformation& feature, const CleanOptions& order) {
   std::vector<URL> roots;
-  if (row.isTrash && order.all && order.exceptions.empty()) {
+  if (cleaner.isTrash && order.all && order.exceptions.empty()) {
     for (const CategoryInformation& category : feature.categoryInfo)
       roots.insert(roots.end(), category.urls.begin(), category.urls.end());
   }
@@ -157,15 +157,15 @@ void nameYoungRecords(const TrashRemains& remains) {
     std::cerr << "sorrel: left '" << printable(record.path) << "'. " << kWhyYoungStay << '\n';
 }
 
-ExitStatus showPlan(const Invocation& invocation, const CleanFeature& row, FeatureInformation& feature,
+ExitStatus showPlan(const Invocation& invocation, const Cleaner& cleaner, FeatureInformation& feature,
                     const ScanOutcome& scan) {
-  const TrashRemains remains = remainsOf(row, feature, invocation.clean);
+  const TrashRemains remains = remainsOf(cleaner, feature, invocation.clean);
   if (invocation.options.json) {
     writeScanDocument(std::cout, feature, scan);
     nameYoungRecords(remains);
   } else {
-    if (row.shape == TreeShape::Groups) untickCovered(feature);
-    std::vector<CleanItem> items = cleanItems(tickedRecords(row.shape, feature));
+    if (cleaner.shape == TreeShape::Groups) untickCovered(feature);
+    std::vector<CleanItem> items = cleanItems(tickedRecords(cleaner.shape, feature));
     addRemains(remains, items, false);
     writePlan(std::cout, items, invocation.order);
   }
@@ -248,34 +248,34 @@ struct CleanSurroundings {
 };
 
 /// Where both streams are a terminal, the user sees a question and can answer it.
-CleanSurroundings setUpProgressAndHelper(const Invocation& invocation, const CleanFeature& row,
+CleanSurroundings setUpProgressAndHelper(const Invocation& invocation, const Cleaner& cleaner,
                                          FeatureInformation& feature) {
   const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
   const bool isShown = isTerminal && !invocation.options.json && !invocation.options.quiet;
   std::vector<CleanItem> items;
-  if (isShown) items = cleanItems(tickedRecords(row.shape, feature));
+  if (isShown) items = cleanItems(tickedRecords(cleaner.shape, feature));
   auto progress = std::make_shared<CleanProgress>(isShown, items);
   auto helper = setUpHelper(isTerminal && ::isatty(STDIN_FILENO) == 1,
                             [progress](const std::string& text) { progress->announce(text); });
   return {std::move(progress), std::move(helper)};
 }
 
-ExitStatus cleanTicked(const Invocation& invocation, const CleanFeature& row,
+ExitStatus cleanTicked(const Invocation& invocation, const Cleaner& cleaner,
                        const Ref<FeatureInformation>& feature, const ScanOutcome& scan, StopSwitch& stop) {
-  const FileRecords covered = row.shape == TreeShape::Groups ? untickCovered(*feature) : FileRecords();
+  const FileRecords covered = cleaner.shape == TreeShape::Groups ? untickCovered(*feature) : FileRecords();
   std::ostringstream records;
   std::vector<CleanItem> items;
   const auto onDeleted = [&](const FileRecords& handed) {
     items = cleanItems(handed);
     if (invocation.options.json) writeRecords(records, handed);
   };
-  auto surroundings = setUpProgressAndHelper(invocation, row, *feature);
-  const TrashRemains remains = remainsOf(row, *feature, invocation.clean);
-  const auto result = runClean(row, feature, stop, *surroundings.progress, onDeleted);
+  auto surroundings = setUpProgressAndHelper(invocation, cleaner, *feature);
+  const TrashRemains remains = remainsOf(cleaner, *feature, invocation.clean);
+  const auto result = runClean(cleaner, feature, stop, *surroundings.progress, onDeleted);
   surroundings.helper.reset();
   if (!result) return showStopped(invocation, *feature, scan);
   removeCoveredThatAreGone(*feature, covered);
-  const bool isCleared = !row.isTrash || stop.isPulled() || removeRemains(remains, items, stop);
+  const bool isCleared = !cleaner.isTrash || stop.isPulled() || removeRemains(remains, items, stop);
   if (invocation.options.json) {
     writeCleanDocument(std::cout, *feature, scan, outcomeOf(*result, std::move(records).str()));
     nameYoungRecords(remains);
@@ -300,21 +300,21 @@ void takeCleanArguments(CLI::App& parser, Invocation& invocation) {
 
 ExitStatus runCleanCommand(const Invocation& invocation, InterruptWatch& interrupts) {
   const GlobalOptions& options = invocation.options;
-  const ScanFeature& scanner = scannerFor(invocation);
-  const CleanFeature& cleaner = cleanerFor(scanner.finderID);
+  const Feature& chosen = cleanedFeature(invocation);
+  const Cleaner& cleaner = chosen.cleaner;
   refuseHalfOrders(invocation.clean);
   installHost(options);
-  ScanScope scope = scopeFor(scanner, invocation);
-  const Ref<FeatureInformation> feature = featureOfCatalogue(invocation, scanner.finderID);
+  ScanScope scope = scopeFor(chosen, invocation);
+  const Ref<FeatureInformation> feature = featureOfCatalogue(chosen, invocation);
   clearTicks(*feature);  // a scan hands them on to its records
-  prepareScan(scanner, *feature);
+  prepareScan(chosen, *feature);
 
   const auto stop = std::make_shared<StopSwitch>();
   interrupts.start([stop] { stop->pull(); });
   const timespec began = beginOfChanges();
   const SessionResult scan =
-      runScan(scanner, feature, std::move(scope), *stop, !options.json && !options.quiet);
-  if (!options.quiet) writeUnreadFolders(std::cerr, scanner.finderID);
+      runScan(chosen.scanner, feature, std::move(scope), *stop, !options.json && !options.quiet);
+  if (!options.quiet) writeUnreadFolders(std::cerr, chosen.number);
   if (stop->isPulled()) return showStopped(invocation, *feature, scan.outcome);
   tick(*feature, invocation);
   untickExceptions(cleaner, *feature, invocation);

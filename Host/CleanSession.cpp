@@ -12,6 +12,7 @@
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Platform/Queues/MainQueue.hpp"
+#include "SorrelFramework/Selection/RecordHolders.hpp"
 
 namespace sorrel::cli {
 namespace {
@@ -19,7 +20,7 @@ namespace {
 /// The last progress, after the deletions and before the repair of the tree.
 constexpr float kDeletionsOver = 0.75F;
 
-/// The topmost records that bear a status: a fresh scan has given them none.
+/// The topmost records that have a status: a fresh scan has given them none.
 void collectHanded(Children<FileInformation>& records, FileRecords& handed) {
   for (FileInformation& record : records) {
     if (record.deleteStatus != rawValue(DeleteStatus::None)) {
@@ -62,7 +63,8 @@ class Listener : public CleanServiceProtocol {
     if (isTold_) return;
     isTold_ = true;
     FileRecords handed;
-    for (CategoryInformation& category : feature_->categoryInfo) collectHanded(category.childrens, handed);
+    for (CategoryInformation* const holder : recordHolders(*feature_))
+      collectHanded(holder->childrens, handed);
     onDeleted_(handed);
   }
 
@@ -75,9 +77,10 @@ class Listener : public CleanServiceProtocol {
 
 /// What the clean leaves stands in place of the categories that it was given; those of one category have
 /// repaired that in place.
-void takeRepairedTree(const CleanFeature& row, FeatureInformation& feature,
+void takeRepairedTree(const Cleaner& cleaner, FeatureInformation& feature,
                       const std::vector<Ref<CategoryInformation>>& categories) {
-  if (row.shape == TreeShape::Categories) feature.categoryInfo = Children<CategoryInformation>(categories);
+  if (cleaner.shape == TreeShape::Categories)
+    feature.categoryInfo = Children<CategoryInformation>(categories);
   feature.state = NSControlStateValueOff;
 }
 
@@ -91,12 +94,12 @@ void stopClean() {
 
 }  // namespace
 
-std::optional<CleanResult> runClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,
+std::optional<CleanResult> runClean(const Cleaner& cleaner, const Ref<FeatureInformation>& feature,
                                     StopSwitch& stop, CleanProgress& progress, HandedFunc onDeleted) {
   const auto listener = std::make_shared<Listener>(feature, std::move(onDeleted));
   bool isStarted = false;
   stop.setAction({});
-  // Behind a Ctrl-C that waits on the main queue.
+  // After a Ctrl-C that waits on the main queue.
   MainQueue::post([&] {
     if (stop.isPulled()) return MainQueue::quit();
     isStarted = true;
@@ -105,13 +108,13 @@ std::optional<CleanResult> runClean(const CleanFeature& row, const Ref<FeatureIn
       stopClean();
     });
     progress.begin();
-    startClean(row, feature, listener);
+    cleaner.start(cleaner, feature, listener);
   });
   MainQueue::run();
   stop.setAction({});
   progress.end();
   if (!isStarted) return std::nullopt;
-  takeRepairedTree(row, *feature, listener->categories());
+  takeRepairedTree(cleaner, *feature, listener->categories());
   return listener->takeResult();
 }
 

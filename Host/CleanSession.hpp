@@ -6,7 +6,7 @@
 #include <string>
 #include <vector>
 
-#include "Host/CleanFeatures.hpp"
+#include "Host/Cleaners.hpp"
 #include "SorrelFramework/Scan/ScanTypes.hpp"
 
 namespace sorrel::cli {
@@ -32,7 +32,7 @@ using HandedFunc = std::function<void(const FileRecords& handed)>;
 /// nothing is answered, if the switch was pulled before. Ctrl-C during the clean ends the process at once
 /// with ExitStatus::Stopped: what is gone until then is gone. While the privileged helper is at work it stops
 /// the helper instead, and the clean ends with what the helper has done.
-std::optional<CleanResult> runClean(const CleanFeature& row, const Ref<FeatureInformation>& feature,
+std::optional<CleanResult> runClean(const Cleaner& cleaner, const Ref<FeatureInformation>& feature,
                                     StopSwitch& stop, CleanProgress& progress, HandedFunc onDeleted);
 
 }  // namespace sorrel::cli

@@ -7,9 +7,9 @@
 
 #include "Host/CommandError.hpp"
 #include "Host/Commands.hpp"
-#include "Host/Features.hpp"
+#include "Host/FeatureTable.hpp"
+#include "Host/GlobOptions.hpp"
 #include "Host/Output.hpp"
-#include "Host/ScanFeatures.hpp"
 #include "Host/Suggestion.hpp"
 
 namespace sorrel::cli {
@@ -50,8 +50,8 @@ std::string commandList() {
             std::string(command.summary) + "\n";
   }
   list += "\nFeatures that can be scanned:\n ";
-  for (const FeatureName& feature : featureNames()) {
-    if (scanFeature(feature.finderID) != nullptr) list += " " + std::string(feature.name);
+  for (const Feature& feature : featureTable()) {
+    if (feature.scanner.start != nullptr) list += " " + std::string(feature.name);
   }
   return list;
 }
@@ -72,35 +72,6 @@ void keepBrackets(CLI::App& parser, std::vector<std::string>& words) {
     if (option->get_items_expected_max() == 0) continue;
     option->transform([](std::string word) { return word.substr(word.starts_with('\0') ? 1 : 0); });
   }
-}
-
-constexpr const char* kSelect = "--select";
-constexpr const char* kExcept = "--except";
-
-/// Takes `OPTION GLOB...` and `OPTION=GLOB...` out of the words: CLI11 would take an option's words
-/// otherwise. A glob that begins with "-" has to follow the "=".
-std::vector<std::string> takeGlobs(std::vector<std::string>& words, const std::string& option) {
-  const std::string withValue = option + "=";
-  const auto end = std::ranges::find(words, "--");
-  std::vector<std::string> globs;
-  std::vector<std::string> rest;
-  auto word = words.begin();
-  while (word != end) {
-    if (*word != option && !word->starts_with(withValue)) {
-      rest.push_back(*word++);
-      continue;
-    }
-    const std::size_t before = globs.size();
-    if (word->starts_with(withValue)) globs.push_back(word->substr(withValue.size()));
-    for (++word; word != end && !word->starts_with('-'); ++word) globs.push_back(*word);
-    if (globs.size() == before) throw CommandError(ExitStatus::WrongUse, option + " needs a GLOB.");
-  }
-  for (const std::string& glob : globs) {
-    if (glob.empty()) throw CommandError(ExitStatus::WrongUse, option + ": a GLOB may not be empty");
-  }
-  rest.insert(rest.end(), end, words.end());
-  words = std::move(rest);
-  return globs;
 }
 
 /// The status of a request for help or for the version, which CLI11 reports by an exception; nothing after an
@@ -143,14 +114,6 @@ const Command& commandNamed(const std::string& word) {
 
 }  // namespace
 
-void addGlobOptions(CLI::App& parser, CleanOptions& order) {
-  parser
-      .add_option(kSelect, order.globs, "Clean what these patterns fit: paths, or titles of what has no path")
-      ->type_name("GLOB");
-  parser.add_option(kExcept, order.exceptions, "Leave what these patterns fit, and the folders that hold it")
-      ->type_name("GLOB");
-}
-
 std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::string>& words) {
   Invocation invocation;
   CLI::App program("Finds what a home folder and a system can spare.", "sorrel");
@@ -169,10 +132,7 @@ std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::str
   addGlobalOptions(parser, invocation.options);
   invocation.command->addArguments(parser, invocation);
   std::vector<std::string> arguments(rest.begin() + 1, rest.end());
-  if (parser.get_option_no_throw(kSelect) != nullptr) {
-    invocation.clean.globs = takeGlobs(arguments, kSelect);
-    invocation.clean.exceptions = takeGlobs(arguments, kExcept);
-  }
+  takeGlobOptions(parser, arguments, invocation.clean);
   keepBrackets(parser, arguments);
   if (const auto status = parse(parser, arguments)) return *status;
   refuseRepeated(program, parser);

@@ -1,61 +1,16 @@
 #pragma once
 
-#include <cstdint>
-#include <optional>
 #include <string>
 #include <variant>
 #include <vector>
 
 #include "Host/ExitStatus.hpp"
-#include "Host/RowOrder.hpp"
-
-namespace CLI {
-class App;
-}
+#include "Host/Invocation.hpp"
 
 namespace sorrel::cli {
 
-/// The options that every command takes, before or behind its name.
-struct GlobalOptions {
-  std::string catalogue;  ///< "": the one that comes with the program
-  std::string volume;     ///< "": this machine
-  std::string user;       ///< "": see HostSetup
-  std::string bundleID = SORREL_BUNDLE_ID;
-  std::string toolFolder;       ///< "": the stand-ins that come with the program, if any
-  bool engineDefaults = false;  ///< see EngineSwitches
-  bool json = false;
-  bool quiet = false;
-};
-
-/// What `clean` is to do.
-struct CleanOptions {
-  bool all = false;
-  std::vector<std::string> globs;
-  std::vector<std::string> exceptions;  ///< globs too
-  bool dryRun = false;
-  bool yes = false;
-  bool evenLastCopy = false;
-};
-
-struct Command;
-
-/// A command line that makes sense.
-struct Invocation {
-  GlobalOptions options;
-  const Command* command = nullptr;
-  std::string feature;                  ///< of `scan` and `clean`
-  std::vector<std::string> paths;       ///< of `scan` and `clean`
-  std::optional<std::int64_t> limit{};  ///< of `scan` and `clean`, KiB
-  RowOrder order = RowOrder::BySize;    ///< of `scan` and `clean`
-  CleanOptions clean;
-};
-
-/// Reads the words behind the program's name. Wrong use is a CommandError; "--help" and "--version" are
+/// Reads the words after the program's name. Wrong use is a CommandError; "--help" and "--version" are
 /// answered here, with the status to end with.
 std::variant<Invocation, ExitStatus> parseCommandLine(const std::vector<std::string>& words);
-
-/// Declares `--select GLOB...` and `--except GLOB...`, which take the words up to the next option, for
-/// Invocation::clean.
-void addGlobOptions(CLI::App& parser, CleanOptions& order);
 
 }  // namespace sorrel::cli

@@ -9,12 +9,12 @@
 
 #include "Host/ChosenFeature.hpp"
 #include "Host/CleanCommand.hpp"
-#include "Host/CommandLine.hpp"
+#include "Host/FeatureTable.hpp"
 #include "Host/HostSetup.hpp"
 #include "Host/InterruptWatch.hpp"
+#include "Host/Invocation.hpp"
 #include "Host/JsonDocument.hpp"
 #include "Host/Output.hpp"
-#include "Host/ScanFeatures.hpp"
 #include "Host/ScanSession.hpp"
 #include "Host/StopSwitch.hpp"
 #include "Host/TextTree.hpp"
@@ -42,22 +42,22 @@ ExitStatus runModules(const Invocation& invocation, InterruptWatch& interrupts) 
 
 ExitStatus runScanCommand(const Invocation& invocation, InterruptWatch& interrupts) {
   const GlobalOptions& options = invocation.options;
-  const ScanFeature& row = scannerFor(invocation);
+  const Feature& chosen = scannedFeature(invocation);
   installHost(options);
-  ScanScope scope = scopeFor(row, invocation);
-  const Ref<FeatureInformation> feature = featureOfCatalogue(invocation, row.finderID);
-  prepareScan(row, *feature);
+  ScanScope scope = scopeFor(chosen, invocation);
+  const Ref<FeatureInformation> feature = featureOfCatalogue(chosen, invocation);
+  prepareScan(chosen, *feature);
   const auto stop = std::make_shared<StopSwitch>();
   interrupts.start([stop] { stop->pull(); });
   const SessionResult result =
-      runScan(row, feature, std::move(scope), *stop, !options.json && !options.quiet);
+      runScan(chosen.scanner, feature, std::move(scope), *stop, !options.json && !options.quiet);
   if (options.json) {
     writeScanDocument(std::cout, *feature, result.outcome);
   } else {
     writeScan(std::cout, *feature, result.outcome.size, invocation.order);
   }
   finishOutput();
-  if (!options.quiet) writeUnreadFolders(std::cerr, row.finderID);
+  if (!options.quiet) writeUnreadFolders(std::cerr, chosen.number);
   return result.stopped ? ExitStatus::Stopped : ExitStatus::Done;
 }
 

@@ -2,7 +2,7 @@
 
 #include <array>
 
-#include "Host/CommandLine.hpp"
+#include "Host/Invocation.hpp"
 #include "SorrelFramework/Clean/CleanService.hpp"
 #include "SorrelFramework/HelpTool/DBusHelperConnection.hpp"
 #include "SorrelFramework/Scan/Duplicate/DuplicateScanService.hpp"

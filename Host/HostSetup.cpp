@@ -6,7 +6,7 @@
 #include <vector>
 
 #include "Host/CommandError.hpp"
-#include "Host/CommandLine.hpp"
+#include "Host/Invocation.hpp"
 #include "SorrelFramework/Platform/Machine/Host.hpp"
 
 namespace sorrel::cli {

@@ -9,7 +9,7 @@
 #include <utility>
 #include <vector>
 
-#include "Host/CleanFeatures.hpp"
+#include "Host/FeatureTable.hpp"
 #include "Host/JsonWriter.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FeatureInfo.hpp"
@@ -56,7 +56,7 @@ using Gains = std::map<const FileInformation*, Gain>;
 
 Gains gainsIn(const FeatureInformation& feature) {
   Gains gains;
-  if (!holdsGroups(feature.finderID)) return gains;
+  if (!showsGroups(feature.finderID)) return gains;
   for (const CategoryInformation& category : feature.categoryInfo) {
     for (const FileInformation& group : category.childrens) {
       std::vector<Gain> ofMembers = gainsOf(group);

@@ -8,6 +8,7 @@
 #include "SorrelFramework/Model/FeatureInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Model/RecordName.hpp"
+#include "SorrelFramework/Selection/RecordHolders.hpp"
 
 namespace sorrel::cli {
 namespace {
@@ -54,8 +55,7 @@ bool isVague(std::string_view title) {
 }
 
 RowTitles::RowTitles(const FeatureInformation& feature) {
-  // The rows below "All" list its records again.
-  for (const CategoryInformation& category : feature.categoryInfo) count(category.childrens);
+  for (const CategoryInformation* const holder : recordHolders(feature)) count(holder->childrens);
 }
 
 void RowTitles::count(const Children<FileInformation>& records) {

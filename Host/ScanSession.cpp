@@ -6,7 +6,7 @@
 #include <utility>
 
 #include "Host/ProgressLine.hpp"
-#include "Host/ScanFeatures.hpp"
+#include "Host/Scanners.hpp"
 #include "Host/StopSwitch.hpp"
 #include "SorrelFramework/Platform/Queues/MainQueue.hpp"
 #include "SorrelFramework/Platform/Queues/WeftSerialQueue.hpp"
@@ -104,12 +104,12 @@ class Session : public std::enable_shared_from_this<Session> {
 
 }  // namespace
 
-SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& feature, ScanScope scope,
+SessionResult runScan(const Scanner& scanner, const Ref<FeatureInformation>& feature, ScanScope scope,
                       StopSwitch& stop, bool showProgress) {
   const auto session = std::make_shared<Session>(feature, showProgress);
   stop.setAction([session] { session->stop(); });
   session->showProgress();
-  row.start(session->job(std::move(scope)));
+  scanner.start(session->job(std::move(scope)));
   MainQueue::run();
   stop.setAction({});
   return session->result();

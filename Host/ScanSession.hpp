@@ -6,8 +6,8 @@
 
 namespace sorrel::cli {
 
-struct ScanFeature;
 struct ScanScope;
+struct Scanner;
 class StopSwitch;
 
 struct SessionResult {
@@ -15,11 +15,11 @@ struct SessionResult {
   bool stopped = false;  ///< the switch was pulled before the scan was through
 };
 
-/// Runs the scanner of `row` over `feature` with this thread as the main loop, and returns when everything
+/// Runs `scanner` over `feature` with this thread as the main loop, and returns when everything
 /// has arrived: `done` has run, the bar has reported its end, and every block of progress has been delivered.
 /// The switch stops the scan, which then ends with what it has found so far. The tree is filled as an
 /// application does it.
-SessionResult runScan(const ScanFeature& row, const Ref<FeatureInformation>& feature, ScanScope scope,
+SessionResult runScan(const Scanner& scanner, const Ref<FeatureInformation>& feature, ScanScope scope,
                       StopSwitch& stop, bool showProgress);
 
 }  // namespace sorrel::cli

@@ -4,9 +4,9 @@
 #include <iomanip>
 #include <ostream>
 #include <string>
+#include <unordered_set>
 
-#include "Host/CleanFeatures.hpp"
-#include "Host/Features.hpp"
+#include "Host/FeatureTable.hpp"
 #include "Host/GroupText.hpp"
 #include "Host/RowTitles.hpp"
 #include "Host/SafeText.hpp"
@@ -23,8 +23,6 @@ constexpr int kSizeColumn = 11;     // "1023.9 KiB" and a blank
 constexpr std::size_t kStep = 2;    // columns for each level
 constexpr int kFeatureColumn = 14;  // the longest name of a feature, and two blanks
 
-constexpr Integer kLargeAndOld = 3;
-
 void writeRow(std::ostream& out, std::size_t level, std::int64_t size, std::string_view title) {
   out << std::setw(kSizeColumn) << std::right << sizeText(size) << std::string(2 + level * kStep, ' ')
       << printable(title) << '\n';
@@ -37,14 +35,19 @@ class ScanText {
       : out_(out), titles_(feature), order_(order) {}
 
   void writeCategory(const CategoryInformation& category, std::size_t level) {
+    // A row may hang in several categories: its records count once.
+    const bool isFirst = seen_.insert(&category).second;
+    const std::size_t before = items_;
     writeRow(out_, level, category.size, category.title);
     for (const auto* const record : sortedRows(category.childrens, order_)) writeRecord(*record, level + 1);
-    if (!category.childrenCateogry) return;
-    // A row below "All" lists the same records again: they count once.
-    const std::size_t items = items_;
-    for (const auto* const child : sortedRows(*category.childrenCateogry, order_))
-      writeCategory(*child, level + 1);
-    items_ = items;
+    const std::size_t own = items_;
+    if (category.childrenCateogry) {
+      for (const auto* const child : sortedRows(*category.childrenCateogry, order_))
+        writeCategory(*child, level + 1);
+    }
+    // Rows below a category with records list the same records again.
+    if (!category.childrens.empty()) items_ = own;
+    if (!isFirst) items_ = before;
   }
   [[nodiscard]] std::size_t items() const { return items_; }
 
@@ -59,6 +62,7 @@ class ScanText {
   RowTitles titles_;
   RowOrder order_;
   std::size_t items_ = 0;
+  std::unordered_set<const CategoryInformation*> seen_;
 };
 
 void writeCatalogueCategory(std::ostream& out, const CategoryInformation& category, std::size_t level) {
@@ -90,12 +94,13 @@ void writeModules(std::ostream& out, const std::vector<Ref<ModuleInformation>>& 
 }
 
 void writeScan(std::ostream& out, FeatureInformation& feature, std::int64_t size, RowOrder order) {
-  if (holdsGroups(feature.finderID)) return writeGroups(out, feature, size, order);
+  if (showsGroups(feature.finderID)) return writeGroups(out, feature, size, order);
   writeRow(out, 0, size, feature.title);
   ScanText text(out, feature, order);
   for (const auto* const category : sortedRows(feature.categoryInfo, order)) text.writeCategory(*category, 1);
   out << text.items() << (text.items() == 1 ? " item, " : " items, ") << sizeText(size);
-  if (feature.finderID == kLargeAndOld) out << "; files below 50 MiB are not listed";
+  const Feature* const known = findFeature(feature.finderID);
+  if (known != nullptr && !known->footnote.empty()) out << "; " << known->footnote;
   out << '\n';
 }
 

@@ -10,6 +10,7 @@
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Model/RecordName.hpp"
 #include "SorrelFramework/Selection/Globs.hpp"
+#include "SorrelFramework/Selection/RecordHolders.hpp"
 #include "SorrelFramework/Selection/RecordWalk.hpp"
 
 namespace sorrel {
@@ -196,10 +197,6 @@ Integer untickBelow(Children<FileInformation>& records, const std::unordered_set
   return above.value(NSControlStateValueOff);
 }
 
-void tickMatching(Children<CategoryInformation>& categories, Globs& globs) {
-  for (CategoryInformation& category : categories) Ticker(globs, category).tick(category.childrens);
-}
-
 void collectTicked(Children<FileInformation>& records, bool below, FileRecords& ticked) {
   for (FileInformation& record : records) {
     if (record.state == NSControlStateValueOn) {
@@ -208,6 +205,10 @@ void collectTicked(Children<FileInformation>& records, bool below, FileRecords& 
       collectTicked(record.childrens, below, ticked);
     }
   }
+}
+
+void collectMembers(CategoryInformation& category, FileRecords& ticked) {
+  for (FileInformation& group : category.childrens) collectTicked(group.childrens, true, ticked);
 }
 
 }  // namespace
@@ -239,18 +240,19 @@ void tickAll(FeatureInformation& feature) {
 
 void tickMatching(FeatureInformation& feature, Globs& globs) {
   clearTicks(feature);
-  tickMatching(feature.categoryInfo, globs);
+  for (CategoryInformation* const holder : recordHolders(feature))
+    Ticker(globs, *holder).tick(holder->childrens);
   CategoryStates(NSControlStateValueOff).setIn(feature);
 }
 
 std::vector<std::string> untickMatching(FeatureInformation& feature, Globs& globs) {
   std::vector<std::string> foldersLeft;
-  for (CategoryInformation& category : feature.categoryInfo) {
-    Unticker(globs, category, foldersLeft).untick(category.childrens);
-  }
+  const std::vector<CategoryInformation*> holders = recordHolders(feature);
+  for (CategoryInformation* const holder : holders)
+    Unticker(globs, *holder, foldersLeft).untick(holder->childrens);
   if (!foldersLeft.empty()) {
     const std::unordered_set<std::string> folders(foldersLeft.begin(), foldersLeft.end());
-    for (CategoryInformation& category : feature.categoryInfo) untickBelow(category.childrens, folders);
+    for (CategoryInformation* const holder : holders) untickBelow(holder->childrens, folders);
   }
   CategoryStates(NSControlStateValueOff).setIn(feature);
   return foldersLeft;
@@ -266,12 +268,18 @@ FileRecords tickedRecords(TreeShape shape, FeatureInformation& feature) {
       }
       break;
     case TreeShape::Groups:
-      for (FileInformation& group : feature.categoryInfo.front().childrens) {
-        collectTicked(group.childrens, true, ticked);
-      }
+      collectMembers(feature.categoryInfo.front(), ticked);
       break;
     case TreeShape::Flat:
       collectTicked(feature.categoryInfo.front().childrens, false, ticked);
+      break;
+    case TreeShape::Rows:
+      for (CategoryInformation* const row : recordHolders(feature)) {
+        collectTicked(row->childrens, true, ticked);
+      }
+      break;
+    case TreeShape::Details:
+      for (CategoryInformation& category : feature.categoryInfo) collectMembers(category, ticked);
       break;
   }
   return ticked;

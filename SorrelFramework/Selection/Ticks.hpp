@@ -15,6 +15,8 @@ enum class TreeShape {
   Categories,  ///< records of all categories, with what lies below them
   Groups,      ///< the first category holds groups of alike files, and only their members go
   Flat,        ///< the records of the first category, and nothing below them
+  Rows,        ///< rows below the categories hold the records; a row may hang in several categories
+  Details,     ///< every category holds groups of details, and only the details go
 };
 
 // The ticks (`state`) on a scanned tree, as the check boxes of an application set them: a row is on if all

@@ -1,5 +1,5 @@
 // What a clean of each feature makes of the ticks.
-#include "Host/CleanFeatures.hpp"
+#include "Host/FeatureTable.hpp"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -18,11 +18,13 @@ namespace {
 
 using test::kDeleteSuccess;
 
+const Cleaner& cleanerOf(Integer finderID) { return findFeature(finderID)->cleaner; }
+
 TEST_F(TicksTest, aSelectionOfEveryCopyIsRefusedWithTheGroupsNamed) {
   add("Duplicates",
       {titled("one", {realFile("a"), realFile("b")}), titled("two", {realFile("c"), realFile("d")}),
        titled("three", {realFile("e"), realFile("f")}), titled("none")});
-  const CleanFeature& duplicates = *cleanFeature(7);
+  const Cleaner& duplicates = cleanerOf(7);
   select({path("[abce]"), path("f"), "none"});
   try {
     refuseWholeGroups(duplicates, feature());
@@ -36,7 +38,7 @@ TEST_F(TicksTest, aSelectionOfEveryCopyIsRefusedWithTheGroupsNamed) {
   select({path("[ace]")});
   EXPECT_NO_THROW(refuseWholeGroups(duplicates, feature()));
   tickAll(feature());
-  EXPECT_NO_THROW(refuseWholeGroups(*cleanFeature(2), feature()));
+  EXPECT_NO_THROW(refuseWholeGroups(cleanerOf(2), feature()));
 }
 
 TEST_F(TicksTest, cleanOfWhatChangedFailsAndCleansWithoutGroupsDoNotAsk) {
@@ -46,14 +48,14 @@ TEST_F(TicksTest, cleanOfWhatChangedFailsAndCleansWithoutGroupsDoNotAsk) {
   struct stat last {};
   ASSERT_EQ(::lstat(path("b").c_str(), &last), 0);
   try {
-    refuseChangedGroups(*cleanFeature(7), feature(), longAgo);
+    refuseChangedGroups(cleanerOf(7), feature(), longAgo);
     FAIL() << "not refused";
   } catch (const CommandError& error) {
     EXPECT_EQ(error.status(), ExitStatus::Failed);
     EXPECT_NE(std::string(error.what()).find(path("a")), std::string::npos);
   }
-  EXPECT_NO_THROW(refuseChangedGroups(*cleanFeature(1), feature(), longAgo));
-  EXPECT_NO_THROW(refuseChangedGroups(*cleanFeature(7), feature(), last.st_ctim));
+  EXPECT_NO_THROW(refuseChangedGroups(cleanerOf(1), feature(), longAgo));
+  EXPECT_NO_THROW(refuseChangedGroups(cleanerOf(7), feature(), last.st_ctim));
 }
 
 TEST_F(TicksTest, eachFeatureIsCleanedByItsEntry) {
@@ -70,19 +72,20 @@ TEST_F(TicksTest, eachFeatureIsCleanedByItsEntry) {
                          Row{6, TreeShape::Categories, CleanServiceType::Common},
                          Row{7, TreeShape::Groups, CleanServiceType::Duplicate},
                          Row{8, TreeShape::Groups, CleanServiceType::Similar}}) {
-    const CleanFeature* const found = cleanFeature(row.finderID);
-    ASSERT_NE(found, nullptr) << row.finderID;
-    EXPECT_EQ(found->shape, row.shape) << row.finderID;
-    EXPECT_EQ(found->type, row.type) << row.finderID;
+    const Cleaner& found = cleanerOf(row.finderID);
+    ASSERT_NE(found.start, nullptr) << row.finderID;
+    EXPECT_EQ(found.shape, row.shape) << row.finderID;
+    EXPECT_EQ(found.type, row.type) << row.finderID;
   }
-  for (const Integer other : {0, 9, 10, 11, 12, 13}) EXPECT_EQ(cleanFeature(other), nullptr) << other;
+  for (const Integer other : {9, 10, 11, 12}) EXPECT_EQ(cleanerOf(other).start, nullptr) << other;
+  for (const Integer other : {0, 13}) EXPECT_EQ(findFeature(other), nullptr) << other;
 }
 
 TEST_F(TicksTest, whatIsSelectedIsWhatEachEntryRemoves) {
   const test::UnrepairedLargeFiles unrepaired;
   for (const Integer finderID : {2, 3, 7}) {
     feature().categoryInfo.clear();
-    const CleanFeature& row = *cleanFeature(finderID);
+    const Cleaner& row = cleanerOf(finderID);
     add("All", {titled("one", {realFile("a"), realFile("b")}), realFile("c"), realFile("d")});
     select({path("[ac]")});
     Names expected;
@@ -114,8 +117,7 @@ TEST_F(TicksTest, aCleanThatWasStoppedBeforeItBeganRemovesNothing) {
   StopSwitch stop;
   CleanProgress progress(false, {});
   stop.pull();
-  EXPECT_FALSE(
-      runClean(*cleanFeature(2), stage_.feature, stop, progress, [](const FileRecords&) { FAIL(); }));
+  EXPECT_FALSE(runClean(cleanerOf(2), stage_.feature, stop, progress, [](const FileRecords&) { FAIL(); }));
   EXPECT_EQ(test::snapshotOf(stage_.volume.path()), before);
 }
 

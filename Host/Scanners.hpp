@@ -33,23 +33,35 @@ struct ScanJob {
   std::shared_ptr<WeftSerialQueue> dispatch;
 };
 
-/// A feature that this program can scan.
-struct ScanFeature {
-  Integer finderID;
-  bool walksCategories;  ///< each category needs folders, or its scan never ends
-  void (*addCategories)(
-      FeatureInformation& feature);  ///< what the application adds to the catalogue, or null
-  void (*start)(const ScanJob& job);
-  /// For a feature that takes ScanScope::places: those of a user who named none. Else null.
+/// What the feature of the catalogue must have, or its scan would never end.
+enum class ScanNeeds {
+  Nothing,
+  Categories,
+  FoldersOfCategories,  ///< at least one for each category
+};
+
+/// How this program scans a feature.
+struct Scanner {
+  void (*start)(const ScanJob& job) = nullptr;  ///< null: it cannot
+  ScanNeeds needs = ScanNeeds::Nothing;
+  /// What the application adds to the catalogue; null for nothing.
+  void (*addCategories)(FeatureInformation& feature) = nullptr;
+  /// For a feature that takes ScanScope::places: those of a user who named none. Null for the others.
   std::vector<URL> (*placesInHome)(const URL& home) = nullptr;
   bool takesLimit = false;  ///< ScanScope::limit
 };
 
-/// The row of a feature; null if this version cannot scan it.
-const ScanFeature* scanFeature(Integer finderID);
+// The scanners of the features. Each fills the tree as an application does.
+void startSystemJunk(const ScanJob& job);
+void startTrash(const ScanJob& job);
+void startLargeAndOld(const ScanJob& job);
+void startMail(const ScanJob& job);
+void startDeviceBackups(const ScanJob& job);
+void startPhotos(const ScanJob& job);
+void startDuplicates(const ScanJob& job);
 
-/// Brings the feature into the form that its scanner starts from. A feature whose scan could never end is
-/// refused with ExitStatus::FatalStop.
-void prepareScan(const ScanFeature& row, FeatureInformation& feature);
+/// Adds a category for the trash of each other volume.
+void addOtherTrashes(FeatureInformation& feature);
+std::vector<URL> duplicatePlacesInHome(const URL& home);
 
 }  // namespace sorrel::cli

@@ -1,11 +1,9 @@
-#include "Host/ScanFeatures.hpp"
+#include "Host/Scanners.hpp"
 
 #include <algorithm>
 #include <array>
 #include <utility>
 
-#include "Host/CommandError.hpp"
-#include "Host/Features.hpp"
 #include "SorrelFramework/Model/CategoryInfo.hpp"
 #include "SorrelFramework/Model/FileInfo.hpp"
 #include "SorrelFramework/Platform/Base/CheckedMath.hpp"
@@ -57,7 +55,17 @@ Integer nextFinderID(const FeatureInformation& feature) {
   return next;
 }
 
-/// One category for the trash of each other volume.
+/// By DuplicateKind.
+constexpr std::array<const char*, 7> kDuplicateTitles = {"Files",    "Folders", "Documents", "Movies",
+                                                         "Pictures", "Other",   "Archives"};
+
+}  // namespace
+
+void startSystemJunk(const ScanJob& job) { startJunk<SystemScanService::scanSystemJunk>(job); }
+void startMail(const ScanJob& job) { startJunk<EmailScanService::scanEmailJunk>(job); }
+void startDeviceBackups(const ScanJob& job) { startJunk<iTunesScanService::scaniTunesJunk>(job); }
+void startPhotos(const ScanJob& job) { startJunk<PhotoScanService::scaniPhotoJunk>(job); }
+
 void addOtherTrashes(FeatureInformation& feature) {
   for (auto& [url, volume] : TrashBinScanService::getUSBInfo()) {
     feature.categoryInfo.push_back(makeRef<CategoryInformation>(
@@ -84,10 +92,6 @@ void startLargeAndOld(const ScanJob& job) {
                                               done, job.dispatch);
 }
 
-/// By DuplicateKind.
-constexpr std::array<const char*, 7> kDuplicateTitles = {"Files",    "Folders", "Documents", "Movies",
-                                                         "Pictures", "Other",   "Archives"};
-
 void startDuplicates(const ScanJob& job) {
   for (std::size_t kind = 0; kind < kDuplicateTitles.size(); ++kind) {
     DuplicateScanService::childrenCateogryDict[static_cast<Integer>(kind)] = kDuplicateTitles[kind];
@@ -103,41 +107,6 @@ void startDuplicates(const ScanJob& job) {
                                       job.singleDone, done, job.dispatch, WeftQOS::UserInitiated);
 }
 
-[[noreturn]] void refuse(Integer finderID, const std::string& why) {
-  throw CommandError(ExitStatus::FatalStop, "the catalogue's feature '" + featureName(finderID) + "' " + why +
-                                                ": its scan would never end.");
-}
-
-/// A photo library is found without a look at the categories' folders; each category is filled from it.
-void refuseWithoutCategories(FeatureInformation& feature) {
-  if (feature.categoryInfo.empty()) refuse(feature.finderID, "has no categories");
-}
-
-constexpr std::array<ScanFeature, 7> kScanners = {{
-    {1, true, nullptr, startJunk<SystemScanService::scanSystemJunk>},
-    {2, true, addOtherTrashes, startTrash},
-    {3, false, nullptr, startLargeAndOld},
-    {4, true, nullptr, startJunk<EmailScanService::scanEmailJunk>},
-    {5, true, nullptr, startJunk<iTunesScanService::scaniTunesJunk>},
-    {6, false, refuseWithoutCategories, startJunk<PhotoScanService::scaniPhotoJunk>},
-    {7, false, refuseWithoutCategories, startDuplicates, DuplicateScanService::placesInHome, true},
-}};
-static_assert(std::ranges::is_sorted(kScanners, {}, &ScanFeature::finderID));
-
-}  // namespace
-
-const ScanFeature* scanFeature(Integer finderID) {
-  const auto row = std::ranges::find(kScanners, finderID, &ScanFeature::finderID);
-  return row != kScanners.end() ? row : nullptr;
-}
-
-void prepareScan(const ScanFeature& row, FeatureInformation& feature) {
-  if (row.addCategories != nullptr) row.addCategories(feature);
-  if (!row.walksCategories) return;
-  refuseWithoutCategories(feature);
-  for (const CategoryInformation& category : feature.categoryInfo) {
-    if (category.urls.empty()) refuse(row.finderID, "has a category without urls ('" + category.title + "')");
-  }
-}
+std::vector<URL> duplicatePlacesInHome(const URL& home) { return DuplicateScanService::placesInHome(home); }
 
 }  // namespace sorrel::cli
