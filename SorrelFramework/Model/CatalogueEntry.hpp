@@ -10,24 +10,24 @@
 
 namespace sorrel {
 
-/// One dictionary of the module catalogue, which knows the place where it stands. A required value that is
-/// missing is a fatal stop with kUnexpectedNil, one of another kind a fatal stop on the failed cast; both
-/// name file, place and key on the line behind. The entry refers to the property list that it was read from.
+/// One dictionary of the module catalogue; it knows its own location in the file. A missing required value is
+/// a fatal stop with kUnexpectedNil, a value of another type is a fatal stop for the failed cast; both print
+/// file, location and key on the following line. The entry refers to the property list that it was read from.
 class CatalogueEntry {
  public:
-  /// The entries of the root dictionary, in the order of the file. A file that is missing or damaged, or
-  /// whose root is no dictionary, is a fatal stop. `list` keeps what was read.
+  /// The entries of the root dictionary, in the order of the file. A missing or damaged file, or a root that
+  /// is no dictionary, is a fatal stop. `list` owns the parsed property list.
   [[nodiscard]] static std::vector<CatalogueEntry> readFile(const std::string& file,
                                                             std::optional<PropertyList>& list);
 
-  /// Required values. A number is taken as an integer where its value stays the same.
+  /// Required values. A number counts as an integer if the conversion keeps its value.
   [[nodiscard]] Integer integer(std::string_view key) const;
   [[nodiscard]] const std::string& text(std::string_view key) const;
   /// An array of dictionaries.
   [[nodiscard]] std::vector<CatalogueEntry> entries(std::string_view key) const;
 
-  /// Values that may be missing; one of another kind counts as missing. An array counts as one of
-  /// dictionaries only if each element is one.
+  /// Optional values; a value of another type counts as missing. An array counts as an array of dictionaries
+  /// only if each element is one.
   [[nodiscard]] std::optional<std::string> textIfAny(std::string_view key) const;
   [[nodiscard]] std::vector<CatalogueEntry> entriesIfAny(std::string_view key) const;
 

@@ -44,7 +44,7 @@ class CategoryInformation final : public TreeNode {
   std::string hashValueString;
   Integer levelInt;  ///< 0 for a top row, 1 below a synthetic "All" row, deeper where a scanner says so
   bool needRemoveCategory;  ///< set and read by a clean
-  /// Sub-categories; without a value the row is no parent row.
+  /// Sub-categories; without a value the row is not a parent row.
   std::optional<Children<CategoryInformation>> childrenCateogry;
   ParentLink<CategoryInformation> parentCategory;  ///< the category that holds this one in childrenCateogry
 

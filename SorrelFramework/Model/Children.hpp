@@ -21,9 +21,9 @@ namespace sorrel {
 ///
 /// As the field of a record it owns its entries, but nothing above them. Every other object of this type,
 /// such as a copy of the field, a temporary or a member of an application's class, holds a handle on each
-/// entry, as a vector of Ref does: the parents of its records stay reachable. Construction, move and
-/// assignment change the kind of ownership with the place. As with any container, a reference or an iterator
-/// to an entry is valid only while something holds the record.
+/// entry, as a vector of Ref does: the parents of its records stay reachable. After a construction, move or
+/// assignment the target object, not the source, determines the kind of ownership. As with any container, a
+/// reference or an iterator to an entry is valid only while something holds the record.
 template <class T>
 class Children {
  public:
@@ -126,7 +126,7 @@ class Children {
     if (first == last) return first;
     const auto from = list_->begin() + index;
     const auto to = from + (last - first);
-    // Out of the array first: the end of a record may lead back here.
+    // Removed from the array first: destroying the record may call back into this array.
     const List removed(from, to);
     list_->erase(from, to);
     uncountAll(removed);
@@ -166,7 +166,7 @@ class Children {
     reserve(static_cast<std::size_t>(last - first));
     for (; first != last; ++first) push_back(*first);
   }
-  /// Takes the entries of `other` over, which is empty after that.
+  /// Takes over the entries of `other`, which is empty afterwards.
   void take(Children& other) noexcept {
     std::unique_ptr<List> taken = std::move(other.list_);
     if (taken && isField_ != other.isField_) {

@@ -15,7 +15,7 @@ enum ControlState : Integer {
   NSControlStateValueOn = 1
 };
 
-// Records hold these as their raw values. The numbers are stored and exchanged: they never change.
+// Records hold these as their raw values. The numbers are stored and exchanged, so they never change.
 enum class FilesKind : Integer { Folder = 0, File = 1, Package = 2, Privacy = 3, Maintenance = 4 };
 
 enum class LargeAndOldFilesKind : Integer { All = 0, ByType = 1, ByDate = 2, BySize = 3 };
@@ -75,7 +75,7 @@ struct RawValues<CategoryInfomationKind> {
   static constexpr Integer first = 1, last = 12;
 };
 
-/// The case behind a raw value; nothing if there is none.
+/// The case with that raw value; nothing if there is none.
 template <class Enumeration>
 [[nodiscard]] constexpr std::optional<Enumeration> fromRawValue(Integer raw) {
   if (raw < RawValues<Enumeration>::first || raw > RawValues<Enumeration>::last) return std::nullopt;

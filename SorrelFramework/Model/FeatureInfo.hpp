@@ -14,7 +14,7 @@ namespace sorrel {
 
 class ModuleInformation;
 
-/// One scanner's place in the tree.
+/// One scanner's node in the tree.
 class FeatureInformation final : public TreeNode {
  public:
   FeatureInformation(Integer finderID, Integer state, Image icon, std::string title, std::string description,

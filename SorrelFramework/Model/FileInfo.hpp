@@ -41,10 +41,10 @@ class FileInformation final : public TreeNode {
   URL url;
   bool canDelete;       ///< the user may delete it directly; otherwise it goes through the privileged helper
   bool removeCategory;  ///< when this record is cleaned, its category goes too
-  /// As of the last assignment of finderID: a change of any other field leaves it stale, on purpose.
+  /// Computed at the last assignment of finderID: a change of any other field leaves it stale, on purpose.
   IdentityText hashValueString;
-  /// Payload of the scanner; read back with its exact type or not at all. It leads to records of its own tree
-  /// with plain pointers, never with handles.
+  /// Payload of the scanner; it must be read back as its exact type. It refers to records of its own tree by
+  /// plain pointers, never by handles.
   std::any attachInformation;
   Children<FileInformation> childrens;
   ParentLink<CategoryInformation> parentCategoryInfo;
@@ -65,7 +65,7 @@ class FileInformation final : public TreeNode {
   void finderIDWasSet();
 };
 
-/// For sets of records: by what they hold, not by which object they are.
+/// For sets of records: hashes the contents, not the object's address.
 struct RecordHash {
   std::size_t operator()(const FileInformation& record) const noexcept;
   std::size_t operator()(const Ref<FileInformation>& record) const noexcept { return (*this)(*record); }

@@ -52,8 +52,8 @@ void IdentityText::take(Integer finderID, Integer parentFinderID, std::int64_t s
   finderID_ = finderID;
   parentFinderID_ = parentFinderID;
   size_ = size;
-  // A scan numbers its records more than once: the count of the shared text is left alone where nothing
-  // changed.
+  // A scan numbers its records more than once: if nothing changed, the reference count of the shared text is
+  // not touched.
   if (!url_.sharedText().isSharedWith(url.sharedText())) url_ = url;
   std::string* const present = text_.load(std::memory_order_relaxed);
   if (present != nullptr) *present = joined();

@@ -15,13 +15,13 @@
 
 namespace sorrel {
 
-/// The identity text of a file record: "finderID:parentFinderID:size:url" with the values of the moment it
-/// was taken. A scan makes millions of them and reads few, so it keeps the values, and writes the text when
-/// it is first needed as a string. From then on that string is the field: a reference to it stays valid as
-/// long as the field, and shows each change of it.
+/// The identity text of a file record: "finderID:parentFinderID:size:url" with the values at the time of
+/// take(). A scan makes millions of them and reads few, so it keeps the values, and builds the text when it
+/// is first needed as a string. From then on that string is the field: a reference to it stays valid as long
+/// as the field, and sees each change of it.
 ///
-/// It reads and writes like a std::string; operations that are not here are those of text(). Reading is safe
-/// on several threads at a time.
+/// It reads and writes like a std::string; operations missing here are available through text(). Several
+/// threads may read at once.
 class IdentityText {
  public:
   using value_type = char;
@@ -40,7 +40,7 @@ class IdentityText {
   operator const std::string&() const { return text(); }
   operator std::string&() { return text(); }
   operator std::string_view() const { return text(); }
-  /// A copy of the text. Leaves the field as small as it is.
+  /// A copy of the text. The field does not grow.
   [[nodiscard]] std::string str() const;
 
   [[nodiscard]] std::size_t size() const { return text().size(); }
@@ -135,7 +135,7 @@ class IdentityText {
   friend class FileInformation;
   IdentityText(Integer finderID, Integer parentFinderID, std::int64_t size, URL url)
       : finderID_(finderID), parentFinderID_(parentFinderID), size_(size), url_(std::move(url)) {}
-  /// Takes the present values.
+  /// Stores the current values.
   void take(Integer finderID, Integer parentFinderID, std::int64_t size, const URL& url);
   [[nodiscard]] std::string joined() const;
 
@@ -143,7 +143,7 @@ class IdentityText {
   Integer parentFinderID_;
   std::int64_t size_;
   URL url_;
-  mutable std::atomic<std::string*> text_{nullptr};  // once it is there, it is the field
+  mutable std::atomic<std::string*> text_{nullptr};  // once built, it is the field
 };
 
 }  // namespace sorrel

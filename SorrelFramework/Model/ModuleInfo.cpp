@@ -45,7 +45,7 @@ void sortByFinderID(std::vector<Ref<Record>>& records) {
   });
 }
 
-/// A text that is no URL stands for the process's current folder, and its element is kept.
+/// A text that is not a URL stands for the process's current folder; its element is kept.
 URL readLocation(const CatalogueEntry& entry) {
   const std::optional<URL> url = URL::parse(ModuleInformation::updateModuleURL(entry.text("url")));
   return url ? Host::current().locate(*url) : URL();
@@ -57,8 +57,8 @@ std::vector<URL> readLocations(const CatalogueEntry& category) {
   return urls;
 }
 
-// The readers take the keys in the order of the catalogue's description, so that of several broken values
-// always the same one is reported.
+// The readers query the keys in the order of the catalogue's description, so that of several broken values
+// the same one is reported each time.
 
 Ref<CategoryInformation> readCategory(const CatalogueEntry& entry, const Ref<FeatureInformation>& feature) {
   const Integer finderID = entry.integer("finder");
@@ -98,7 +98,7 @@ Categories uninstallerRows(const Ref<FeatureInformation>& feature) {
   return rows;
 }
 
-/// The categories that a feature of this type shows in place of those of the catalogue.
+/// The categories that a feature of this type shows instead of those of the catalogue.
 Categories arrange(const std::optional<std::string>& type, Categories categories,
                    const Ref<FeatureInformation>& feature) {
   if (type == kLargeAndOldFiles) return underOneRow(categories, feature);

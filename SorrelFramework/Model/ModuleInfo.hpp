@@ -29,13 +29,13 @@ class ModuleInformation final : public TreeNode {
 
   /// Reads the module catalogue, a property list, into the first three levels of the tree, modules ascending
   /// by finderID. Without a path: the resource "Feature.plist" of the main bundle. A catalogue that is
-  /// missing, is no dictionary, or lacks a required value is a fatal stop. "file://" locations are taken as
-  /// those of Host::current() and come out as places on this machine.
+  /// missing, is not a dictionary, or lacks a required value is a fatal stop. "file://" locations are
+  /// interpreted in the layout of Host::current() and returned as paths on this machine.
   static std::vector<Ref<ModuleInformation>> getModule(
       const std::optional<std::string>& moduleFile = std::nullopt);
 
-  /// `text` with every "file://~/" replaced by the user's home in the layout of Host::current(); nothing else
-  /// is touched.
+  /// `text` with every "file://~/" replaced by the user's home in the layout of Host::current(); the rest is
+  /// unchanged.
   static std::string updateModuleURL(std::string_view text);
 
  private:

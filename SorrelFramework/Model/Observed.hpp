@@ -9,8 +9,8 @@
 
 namespace sorrel {
 
-/// An integer field that reports each assignment to its record, also of the value that it already has. It has
-/// the operators of an integer; each of them that writes is one assignment. A copy of the field is a plain
+/// An integer field that reports each assignment to its record, even if the value stays the same. It has the
+/// operators of an integer; each writing operator counts as one assignment. A copy of the field is a plain
 /// number that reports to no record: `auto id = file.finderID` stays valid without the record.
 template <class Record>
 class Observed {

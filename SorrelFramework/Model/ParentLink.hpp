@@ -9,9 +9,10 @@
 
 namespace sorrel {
 
-/// The field of a record that leads to its parent. It reads, compares and assigns like a Ref. The field
-/// itself keeps only the bare record of the parent, and while the record that it belongs to has a handle, all
-/// of it. Each copy of the field is a handle: `auto parent = file.parentCategoryInfo` holds the parent.
+/// The field of a record that refers to its parent. It reads, compares and assigns like a Ref. The field
+/// itself keeps only the bare record of the parent; while the record that owns the field has a handle, the
+/// field keeps a handle on the parent. Each copy of the field is a handle: `auto parent =
+/// file.parentCategoryInfo` holds the parent.
 template <class T>
 class ParentLink {
  public:
@@ -33,7 +34,7 @@ class ParentLink {
   ParentLink& operator=(std::nullptr_t) noexcept { return assign(nullptr); }
   ~ParentLink() {
     if (parent_ == nullptr) return;
-    // A record that ends has no handle.
+    // A record that is being destroyed has no handle.
     owner_ == nullptr ? node(parent_)->dropHandle() : node(parent_)->dropLink();
   }
 

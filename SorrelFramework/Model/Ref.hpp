@@ -8,10 +8,10 @@
 
 namespace sorrel {
 
-/// A shared pointer to a record. One pointer wide; a record that is at hand as a reference can be held again
-/// at any time: `Ref<FileInformation>(record)`.
+/// A shared pointer to a record. It is one pointer wide; a reference to a record can be turned into a handle
+/// again at any time: `Ref<FileInformation>(record)`.
 ///
-/// A payload of a record leads to other records of the same tree with plain pointers: a Ref in there is held
+/// A payload of a record must refer to other records of the same tree by plain pointers: a Ref there is held
 /// by the tree itself, so the tree would never be freed.
 template <class T>
 class Ref {
@@ -39,7 +39,7 @@ class Ref {
   T* operator->() const noexcept { return record_; }
   explicit operator bool() const noexcept { return record_ != nullptr; }
 
-  /// Same object; the records' own == compares what they hold.
+  /// Same object; the records' own == compares their contents.
   friend bool operator==(const Ref& a, const Ref& b) noexcept { return a.record_ == b.record_; }
 
  private:

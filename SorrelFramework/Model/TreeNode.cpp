@@ -4,8 +4,8 @@
 
 namespace sorrel {
 
-// The lock bit is held for a few instructions, except where a pin waits for a node further up. It is taken
-// upwards only, so threads can't wait for each other in a ring.
+// The lock bit is held for a few instructions, except when a pin waits for a node further up. Locks are taken
+// upwards only, so threads can't deadlock in a cycle.
 
 bool TreeNode::countHandle() noexcept {
   std::uint64_t seen = counts_.load(std::memory_order_relaxed);
@@ -18,7 +18,7 @@ bool TreeNode::countHandle() noexcept {
     }
     const std::uint64_t next = seen + kHandle + (first ? kLock : 0);
     if (counts_.compare_exchange_weak(seen, next, std::memory_order_acquire, std::memory_order_relaxed)) {
-      // A retired record comes back; a link to it, which the caller followed, kept it.
+      // A retired record is revived; the link that the caller followed kept it in memory.
       if (seen == 0) addLink();
       return first;
     }
@@ -34,20 +34,20 @@ void TreeNode::addFirstHandle() noexcept {
 }
 
 void TreeNode::addHandle() noexcept {
-  // A new record, which no other thread knows yet. A scan makes millions of them.
+  // A new record, still unknown to other threads. A scan makes millions of them.
   if (counts_.load(std::memory_order_relaxed) == 0 && links_.load(std::memory_order_relaxed) == 0) {
     return addFirstHandle();
   }
 
-  // A loop along the last parent, with a recursion for the others, which are few: folders may be nested to
-  // any depth.
+  // Iterates along the last parent and recurses for the others, which are few: folders may be nested to any
+  // depth.
   TreeNode* node = this;
   bool first = node->countHandle();
   while (first) {
     const Parents up = node->parents();
     if (up.node[0] != nullptr) up.node[0]->addHandle();
     first = up.node[1] != nullptr && up.node[1]->countHandle();
-    // Not before: a thread that changes the link would give back a handle that the parent doesn't have yet.
+    // Not earlier: a thread that changes the link would release a handle that the parent doesn't have yet.
     node->unlockLinks();
     node = up.node[1];
   }
@@ -69,8 +69,8 @@ bool TreeNode::uncountHandle(Parents& pinned) noexcept {
     if (!last) return false;
     break;
   }
-  // Read before the count falls: after that another thread may drop the last slot and free this record. The
-  // parents stay alive meanwhile through the handles that the caller is about to give back.
+  // Read before the count drops: after that another thread may drop the last slot and free this record.
+  // Meanwhile the handles that the caller is about to release keep the parents alive.
   pinned = parents();
   const std::uint64_t before = counts_.fetch_sub(kHandle + kLock, std::memory_order_acq_rel);
   if ((before & kHandleMask) != kHandle) return false;  // another thread took a handle meanwhile
@@ -113,7 +113,7 @@ bool TreeNode::lockLinks() noexcept {
 void TreeNode::unlockLinks() noexcept { counts_.fetch_sub(kLock, std::memory_order_release); }
 
 void TreeNode::retireOrFree(TreeNode* unused) noexcept {
-  // One is the share of the counts: no link is left, and no other thread can make one.
+  // One belongs to counts_ itself: no link is left, and no other thread can make one.
   if (unused->links_.load(std::memory_order_acquire) > 1) {
     unused->dropChildren();
     if (unused->links_.fetch_sub(1, std::memory_order_acq_rel) != 1) return;
@@ -122,8 +122,8 @@ void TreeNode::retireOrFree(TreeNode* unused) noexcept {
 }
 
 void TreeNode::dispose(TreeNode* unused) noexcept {
-  // One after another instead of one inside the other: the depth of a tree must not become the depth of the
-  // stack. The counts of a waiting record are all zero; they hold the next one of the row.
+  // Freed one after another instead of recursively: the depth of a tree must not become the depth of the
+  // stack. The counts of a waiting record are all zero, so their storage holds the next record of the queue.
   static_assert(sizeof(std::uintptr_t) <= sizeof(std::uint64_t));
   thread_local TreeNode* row = nullptr;
   thread_local bool running = false;

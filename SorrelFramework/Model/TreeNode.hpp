@@ -14,17 +14,17 @@ namespace sorrel {
 /// A record is counted three times:
 /// - *Handles* are held by users of the record: Ref, and each copy of a field (ParentLink, Children).
 /// - *Slots* are its entries in the arrays that are fields of other records.
-/// - *Links* are the parent fields of other records that lead to it.
+/// - *Links* are the parent fields of other records that refer to it.
 ///
 /// While a record has a handle it keeps a handle on each of its parents, and so on up to the module. A record
-/// with neither handles nor slots owns nothing below it any more: its arrays are emptied. Its memory goes
-/// with the last link, so a link never leads to a freed record. Slots own downwards, links own the bare
-/// record upwards: there is no cycle.
+/// with neither handles nor slots no longer owns anything below it: its arrays are emptied. Its memory is
+/// freed with the last link, so a link never refers to a freed record. Slots own downwards, links own the
+/// bare record upwards: there is no cycle.
 ///
-/// Handles come and go on any thread, also while another thread changes a link of the same record. The fields
-/// themselves (parent links, arrays of children) are plain: they are read and changed by one thread at a
-/// time, and the last handle of a parent is not dropped while another thread takes a first handle on a child
-/// that outlives it.
+/// Handles may be taken and dropped on any thread, also while another thread changes a link of the same
+/// record. The fields themselves (parent links, arrays of children) are plain: one thread at a time reads and
+/// changes them, and the last handle of a parent must not be dropped while another thread takes a first
+/// handle on a child that outlives it.
 class TreeNode {
  public:
   TreeNode(const TreeNode&) = delete;
@@ -50,8 +50,8 @@ class TreeNode {
   TreeNode() = default;
   virtual ~TreeNode() = default;
 
-  /// The parents that a handle on this record keeps alive. A chain of any length leads through the last one;
-  /// chains through the others are short.
+  /// The parents that a handle on this record keeps alive. Only the path through the last one may have any
+  /// length; paths through the others are short.
   [[nodiscard]] virtual Parents parents() const noexcept { return {}; }
   /// Empties the record's arrays.
   virtual void dropChildren() noexcept {}
@@ -80,14 +80,15 @@ class TreeNode {
   void addLink() noexcept { links_.fetch_add(1, std::memory_order_relaxed); }
   void dropLink() noexcept;
 
-  /// Keeps the parent links, and whether there is a handle at all, as they are until unlockLinks(). True if
-  /// there is one.
+  /// Freezes the parent links, and whether there is a handle at all, until unlockLinks(). True if there is a
+  /// handle.
   bool lockLinks() noexcept;
   void unlockLinks() noexcept;
-  /// Counts one handle. True if it is the first: then the links are locked, and the caller pins the parents.
+  /// Counts one handle. True if it is the first: then the links are locked, and the caller must pin the
+  /// parents.
   bool countHandle() noexcept;
-  /// Takes one handle off. True if it was the last: then `pinned` holds the parents that the caller lets go,
-  /// and this record may be gone.
+  /// Removes one handle. True if it was the last: then `pinned` holds the parents that the caller must
+  /// release, and this record may be gone.
   bool uncountHandle(Parents& pinned) noexcept;
   /// Retires or frees a record that just lost its last handle and slot, or its last link.
   static void dispose(TreeNode* unused) noexcept;
