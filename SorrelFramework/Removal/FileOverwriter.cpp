@@ -20,15 +20,15 @@ struct Data {
   std::size_t end;
 };
 
-/// The next data of the file at or after `from`, cut at `size`; empty if there is none. Nothing, with errno,
-/// on failure. A file system without holes reports the whole file.
+/// The next data range of the file at or after `from`, cut off at `size`; empty if there is none. Nothing,
+/// with errno, on failure. A file system without holes reports the whole file.
 std::optional<Data> nextData(int file, std::size_t from, std::size_t size) {
   const off_t begin = ::lseek(file, static_cast<off_t>(from), SEEK_DATA);
   if (begin < 0 && errno == ENXIO) return Data{size, size};
   if (begin < 0 && errno == EINVAL) return Data{from, size};
   if (begin < 0) return std::nullopt;
   const off_t end = ::lseek(file, begin, SEEK_HOLE);
-  // The file was cut in between.
+  // The file was truncated in between.
   if (end < 0 && errno == ENXIO) return Data{size, size};
   if (end < 0) return std::nullopt;
   return Data{std::min(static_cast<std::size_t>(begin), size), std::min(static_cast<std::size_t>(end), size)};
@@ -57,7 +57,7 @@ FileDescriptor FileOverwriter::open(int item, const ItemIdentity& expected) {
   return {};
 }
 
-/// Also asks whether the file may be written over, which a new name can change at any time.
+/// Also checks whether the file may be overwritten, because another process can add a hard link at any time.
 int FileOverwriter::measure() {
   struct stat status {};
   if (::fstat(file_, &status) != 0) return errno;
@@ -84,7 +84,7 @@ int FileOverwriter::verify(unsigned char byte) {
   struct stat status {};
   if (::fstat(file_, &status) != 0) return errno;
   if (static_cast<std::size_t>(status.st_size) < size_) return EIO;
-  // From the disk, as far as the system drops what it has in memory.
+  // Drops the page cache where the system allows it, so that the data is read from the disk.
   static_cast<void>(::posix_fadvise(file_, 0, 0, POSIX_FADV_DONTNEED));
   return forEachBlock([&](Block block, std::size_t offset) {
     const ssize_t got = ::pread(file_, block.data(), block.size(), static_cast<off_t>(offset));

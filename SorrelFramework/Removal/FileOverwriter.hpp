@@ -23,21 +23,21 @@ class FileOverwriter {
  public:
   static constexpr std::size_t kBlock = std::size_t{1} << 20;
   using Block = std::span<unsigned char>;
-  /// Fills a block with what is to be written.
+  /// Fills a block with the bytes to write.
   using Fill = std::function<void(Block block)>;
-  /// Brings an open file to the disk; 0 or -1 with errno. For tests.
+  /// Flushes an open file to the disk; 0 or -1 with errno. For tests.
   using Sync = std::function<int(int file)>;
 
-  /// Opens the very item that `item` (O_PATH) holds for reading and writing, whatever has its name by now:
-  /// opening a FIFO or a device could already do something. Sets errno on failure: EINVAL for what is no
-  /// regular file, ESTALE for another item than `expected`.
+  /// Opens the item that `item` (O_PATH) holds for reading and writing, even if another item has its name by
+  /// now: opening a FIFO or a device could already have a side effect. Sets errno on failure: EINVAL for an
+  /// item that is not a regular file, ESTALE for another item than `expected`.
   static FileDescriptor open(int item, const ItemIdentity& expected);
 
-  /// `file` is open for reading and writing.
+  /// `file` must be open for reading and writing.
   explicit FileOverwriter(int file, Sync sync = ::fsync) : file_(file), sync_(std::move(sync)) {}
 
-  /// One pass over all data, brought to the disk. 0 or an errno: EMLINK for a file that has other names,
-  /// whose content is not ours to destroy; EIO for a short write.
+  /// One pass over all data, then a flush to the disk. 0 or an errno: EMLINK for a file with further hard
+  /// links, whose content must survive; EIO for a short write.
   [[nodiscard]] int write(const Fill& fill);
   /// 0 if all data that the passes write reads back as `byte`, else EIO or the errno of a failure.
   [[nodiscard]] int verify(unsigned char byte);
@@ -46,7 +46,7 @@ class FileOverwriter {
   [[nodiscard]] bool hasLeftData() const noexcept { return hasLeftData_; }
 
  private:
-  /// What is done with a block of data: 0 or an errno.
+  /// The action on one block of data: 0 or an errno.
   using Step = std::function<int(Block block, std::size_t offset)>;
   struct Range {
     std::size_t begin;

@@ -40,7 +40,7 @@ void FolderRemoval::run(FileDescriptor parent, std::string name, const ItemIdent
     }
   }
   if (here().hasRemoved) {
-    // Whatever failed on the way did not stay.
+    // The item is gone, so no earlier failure left anything behind.
     error_ = 0;
     isRefused_ = false;
     stranger_.reset();
@@ -101,8 +101,8 @@ void FolderRemoval::goDown(FileDescriptor folder, const std::string& name, const
   closeFarthest();
 }
 
-/// Enters a folder that its owner, the user, may not read, after giving the owner that right. False if it
-/// can't be opened so; then nothing has changed.
+/// Enters a folder that its owner, the user, may not read, after adding that permission. False if that does
+/// not open it; the mode is then unchanged.
 bool FolderRemoval::enterClosed(const std::string& name, const ItemIdentity& identity) {
   if (!policy_.opensOwnFolders()) return false;
   const FileDescriptor held = holdFolderIn(here().folder.get(), name.c_str());
@@ -121,20 +121,20 @@ bool FolderRemoval::enterClosed(const std::string& name, const ItemIdentity& ide
   return true;
 }
 
-/// Gives the folder, if it is the user's own, the rights of its owner that it lacks.
+/// If the user owns the folder, adds the owner permissions that it lacks.
 void FolderRemoval::openHere() {
   if (policy_.opensOwnFolders()) {
     here().modeBefore = giveOwnerRights(here().folder.get(), policy_.caller());
   }
 }
 
-/// A folder that is closed has its mode back already.
+/// closeFarthest() has restored the mode of a closed level already.
 void FolderRemoval::restoreMode(const Level& level) {
   if (level.modeBefore && level.folder.isOpen()) setFolderMode(level.folder.get(), *level.modeBefore);
 }
 
-/// The item was looked at a moment ago: what opens under its name, past no link and no mount point, is it or
-/// is not. False if it can't be told so; then nothing has happened.
+/// The item was checked a moment ago, so opening it by name (no links, no mount points) and comparing
+/// identities is enough. False if it could not be opened or identified; then nothing has happened.
 bool FolderRemoval::enterItem(const std::string& name) {
   FileDescriptor folder = openFolderIn(here().folder.get(), name.c_str());
   const auto opened = folder.isOpen() ? identityOf(folder.get()) : std::nullopt;
@@ -143,7 +143,7 @@ bool FolderRemoval::enterItem(const std::string& name) {
   return true;
 }
 
-/// Called right after `identity` was taken.
+/// Must be called right after `identity` was taken.
 void FolderRemoval::removeOther(const std::string& name, const ItemIdentity& identity) {
   if (mayTouch(identity) && !mustStay(name)) take(name, 0);
 }
@@ -162,7 +162,7 @@ bool FolderRemoval::mustStay(const std::string& name) {
   return true;
 }
 
-/// A folder that can't be read may still be empty, and then it may go. The system knows.
+/// An unreadable folder may still be empty and removable: the system call decides.
 void FolderRemoval::removeUnreadable(const std::string& name, const ItemIdentity& identity) {
   const auto now = identityOf(here().folder.get(), name.c_str());
   if (!now) return failByName(errno);
@@ -170,7 +170,7 @@ void FolderRemoval::removeUnreadable(const std::string& name, const ItemIdentity
   take(name, AT_REMOVEDIR);
 }
 
-/// The one place but removeFinishedFolder() where something is removed.
+/// The only function besides removeFinishedFolder() that removes something.
 void FolderRemoval::take(const std::string& name, int flags) {
   if (::unlinkat(here().folder.get(), name.c_str(), flags) == 0) {
     ++removedEntries_;
@@ -201,7 +201,7 @@ void FolderRemoval::removeFinishedFolder() {
   }
 }
 
-/// Another reading can only help if the last one has changed something.
+/// Another pass helps only if the last one removed something.
 bool FolderRemoval::readAgain() {
   Level& level = here();
   if (!level.hasRemoved || level.readings == kMostReadings) return false;
@@ -225,7 +225,7 @@ void FolderRemoval::leave(int error) {
   if (here().hasFailed) here().remaining.insert(inode);
 }
 
-/// The way back is lost: the folder was moved to another place, where nothing is to be removed.
+/// The path back is lost: the folder was moved to another parent, where nothing may be removed.
 void FolderRemoval::abandon(int error) {
   fail(error);
   for (auto level = levels_.begin() + 1; level != levels_.end(); ++level) restoreMode(*level);
@@ -251,8 +251,8 @@ bool FolderRemoval::openFolderAbove() {
   return true;
 }
 
-/// The folder that holds the item stays open: it can't be checked by the way that led to it. A folder gets
-/// its mode back before it is closed, as the way back to it may get lost.
+/// The folder that holds the item stays open: reopening it through ".." could not be checked against an
+/// identity. The mode of a folder is restored before it is closed, as it may not be found again.
 void FolderRemoval::closeFarthest() {
   if (levels_.size() <= kMostOpen + 1) return;
   Level& farthest = levels_[levels_.size() - 1 - kMostOpen];
@@ -260,7 +260,7 @@ void FolderRemoval::closeFarthest() {
   farthest.folder.reset();
 }
 
-/// Whether something that was found under a name of this folder may be removed or entered.
+/// True if an item that was found by name in this folder may be removed or entered.
 bool FolderRemoval::mayTouch(const ItemIdentity& identity) {
   if (isAtItem()) {
     if (identity.isSameAs(item_)) return true;
@@ -271,7 +271,7 @@ bool FolderRemoval::mayTouch(const ItemIdentity& identity) {
   if (identity.isMountRoot || identity.mount != folder.mount) {
     fail(EBUSY);
   } else if (identity.isDirectory() && identity.number.device != folder.number.device) {
-    // Of folders only: a file of an overlay may show the device of the layer that it is in.
+    // Directories only: a file of an overlay may report the device of its layer.
     fail(EXDEV);
   } else if (policy_.protects(identity.number) || !policy_.trustsItemOf(identity.uid)) {
     if (error_ == 0) isRefused_ = true;
@@ -288,7 +288,7 @@ void FolderRemoval::fail(int error) {
   here().hasFailed = true;
 }
 
-/// Below the item, somebody else may have removed what was there a moment ago.
+/// Below the item, another process may have removed the entry in the meantime.
 void FolderRemoval::failByName(int error) {
   if (error != ENOENT || isAtItem()) fail(error);
 }

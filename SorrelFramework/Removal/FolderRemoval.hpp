@@ -22,10 +22,11 @@ namespace sorrel {
 /// folder.
 class FolderRemoval {
  public:
-  /// Levels that are open at once. Besides these: the folder that holds the item, the item, one in passing.
+  /// Levels that are open at once. In addition: the folder that holds the item, the item, and one temporary
+  /// descriptor.
   static constexpr std::size_t kMostOpen = 48;
-  /// Readings of one folder. A file system may pass over entries when others are removed meanwhile, but
-  /// somebody who keeps adding entries must not keep the removal busy for ever.
+  /// Passes over one folder. A file system may skip entries when others are removed at the same time, but a
+  /// process that keeps adding entries must not keep the removal busy for ever.
   static constexpr int kMostReadings = 64;
 
   explicit FolderRemoval(const RemovalPolicy& policy) : policy_(policy) {}
@@ -42,7 +43,7 @@ class FolderRemoval {
   /// 0 if the item is gone, else the first failure.
   [[nodiscard]] int error() const noexcept { return error_; }
   [[nodiscard]] bool isRefused() const noexcept { return isRefused_; }
-  /// The owner of what was refused first, if that is neither root nor the caller.
+  /// The owner of the first refused item, if that is neither root nor the caller.
   [[nodiscard]] std::optional<std::uint32_t> stranger() const noexcept { return stranger_; }
   [[nodiscard]] std::uint64_t removedEntries() const noexcept { return removedEntries_; }
 
@@ -50,17 +51,17 @@ class FolderRemoval {
   struct Level {
     FileDescriptor folder;
     std::string name;                              // in the folder above
-    ItemIdentity identity;                         // of the bottom, which stays open, none is needed
+    ItemIdentity identity;                         // unset for the bottom level, which stays open
     std::vector<std::string> pending;              // folders that were read and not yet entered
     std::unordered_set<std::uint64_t> remaining;   // inodes of folders that could not be removed
-    std::optional<std::uint32_t> modeBefore = {};  // if the folder was given its owner's rights
+    std::optional<std::uint32_t> modeBefore = {};  // set if owner permissions were added
     int readings = 1;
     bool isRead = false;  // to its end
     bool hasRemoved = false;
     bool hasFailed = false;
   };
 
-  /// The bottom of the stack is the folder that holds the item; nothing but the item is touched there.
+  /// True at the bottom of the stack, the folder that holds the item: there only the item may be touched.
   [[nodiscard]] bool isAtItem() const noexcept { return levels_.size() == 1; }
   [[nodiscard]] Level& here() noexcept { return levels_.back(); }
 

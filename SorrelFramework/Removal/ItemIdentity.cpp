@@ -44,7 +44,7 @@ bool ItemIdentity::isSameAs(const ItemIdentity& other) const noexcept {
          isMountRoot == other.isMountRoot;
 }
 
-// By name an item has just been looked up, and what the system remembers of it is as new as that.
+// A look-up by name has just refreshed the cached attributes, so no further synchronisation is needed.
 std::optional<ItemIdentity> identityOf(int folder, const char* name) {
   return query(folder, name, AT_STATX_DONT_SYNC);
 }
@@ -52,7 +52,7 @@ std::optional<ItemIdentity> identityOf(int descriptor) { return query(descriptor
 
 std::optional<std::uint64_t> mountOf(int descriptor) {
   struct statx found {};
-  // With nothing asked for, no file system fails either; the mount is always told.
+  // With an empty mask no file system can fail, and the mount ID is always reported.
   if (::statx(descriptor, "", AT_EMPTY_PATH | AT_STATX_DONT_SYNC, 0, &found) != 0) return std::nullopt;
   if ((found.stx_mask & STATX_MNT_ID) == 0) {
     errno = ENOTSUP;

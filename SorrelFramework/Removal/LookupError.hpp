@@ -2,13 +2,13 @@
 
 namespace sorrel {
 
-/// Whether a failed look-up answers that this process can reach no such place: it is missing, closed to it,
-/// or on a volume that is gone. Every other errno (no descriptors left, no memory, a bad sector) tells
-/// nothing of the place, and whoever wanted to keep something off it must keep off everything.
+/// True if a failed look-up proves that this process can reach no such path: it is missing, access is denied,
+/// or its volume is gone. Every other errno (no descriptors left, no memory, a bad sector) says nothing about
+/// the path; a caller that wants to protect it must then protect everything.
 [[nodiscard]] bool tellsOfNoPlace(int error) noexcept;
 
-/// Whether it is one of those that leave open that there is such a place: closed to this process, or on a
-/// volume that does not answer now. For another process, or a moment later, it may be there.
+/// True for errors that do not prove absence: access is denied, or the volume does not answer now. For
+/// another process, or a moment later, the path may exist.
 [[nodiscard]] bool tellsOfPlaceOutOfReach(int error) noexcept;
 
 }  // namespace sorrel

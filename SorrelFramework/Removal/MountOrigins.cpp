@@ -12,13 +12,13 @@
 namespace sorrel {
 namespace {
 
-/// A subvolume is the top of a tree of its own, which other subvolumes need not show.
+/// A subvolume is the root of its own tree, which other subvolumes need not show.
 bool isSubvolume(const Mount& mount, const ItemIdentity& shown) {
   constexpr std::uint64_t kTopOfSubvolume = 256;
   return mount.type == "btrfs" && shown.number.inode == kTopOfSubvolume;
 }
 
-/// The points of mounts are paths without links.
+/// Mount points in the table are paths without links.
 bool trustsNoLink(std::uint32_t /*owner*/) { return false; }
 /// The path of a layer may have some.
 bool trustsEveryLink(std::uint32_t /*owner*/) { return true; }
@@ -78,7 +78,7 @@ MountOrigins::Origin MountOrigins::of(const ItemIdentity& shown) const {
   for (const OtherPath& other : otherPathsTo(*mount)) {
     const PathWalk walk = walkTo(other.path, trustsNoLink);
     origin.isInDoubt = origin.isInDoubt || isDoubt(walk);
-    // The table's paths may be out of date, and a later mount may hide what they name.
+    // The table's paths may be out of date, and a later mount may hide them.
     if (walk.error() != 0 || walk.chain().back().number != shown.number) continue;
     origin.isKnown = origin.isKnown || other.isLonger;
     origin.chains.push_back(walk.chain());

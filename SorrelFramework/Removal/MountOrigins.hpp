@@ -12,20 +12,20 @@
 
 namespace sorrel {
 
-/// Where the folder that a mount shows lies in the file tree. A bind mount of an inner folder leads past the
-/// folders that the shown one lies in; they are found by the other mounts of the same file system.
+/// Finds the location, in the file tree, of the folder that a mount shows. A bind mount of an inner folder
+/// bypasses the ancestors of that folder; they are found through the other mounts of the same file system.
 class MountOrigins {
  public:
-  /// The items from "/" down to the shown folder, both included.
+  /// The items from "/" down to the shown folder, inclusive.
   using Chain = std::vector<ItemIdentity>;
   struct Origin {
-    /// False if the mount shows a folder of the middle of a file system, and no mount shows one above it; or
-    /// if the mount table lacks the mount.
+    /// False if the mount shows an inner folder of a file system, and no other mount shows an ancestor of it;
+    /// or if the mount table lacks the mount.
     bool isKnown = false;
     /// Some chain was not found for lack of descriptors or memory.
     bool isInDoubt = false;
-    /// Through each other mount that shows the folder too. Empty for most mounts, which show a whole file
-    /// system at one place.
+    /// One path for each other mount that shows the folder too. Empty for most mounts, which show a whole
+    /// file system once.
     std::vector<Chain> chains;
   };
 

@@ -35,7 +35,7 @@ std::optional<std::uint32_t> giveOwnerRights(int folder, std::uint32_t user) {
 bool setFolderMode(int folder, std::uint32_t mode) {
   if (::fchmod(folder, mode) == 0) return true;
   if (errno != EBADF) return false;
-  // fchmod() takes no O_PATH descriptor. The link of /proc leads to the very folder that is open.
+  // fchmod() does not accept an O_PATH descriptor. The link in /proc leads to exactly the open folder.
   return ::chmod(("/proc/self/fd/" + std::to_string(folder)).c_str(), mode) == 0;
 }
 

@@ -20,14 +20,14 @@ namespace {
 
 constexpr int kPathFlags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
 
-/// Opens one component; a link itself.
+/// Opens one component; a link is opened itself.
 FileDescriptor openComponent(int folder, const char* name) {
   constexpr std::uint64_t resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS | RESOLVE_BENEATH;
   if (auto item = openResolving(folder, name, kPathFlags, resolve)) return std::move(*item);
   return FileDescriptor(::openat(folder, name, kPathFlags));
 }
 
-/// The text of an open link; "" if it can't be read whole.
+/// The target text of an open link; "" if it can't be read completely.
 std::string textOfLink(int link) {
   std::array<char, PATH_MAX> text{};
   const ssize_t length = ::readlinkat(link, "", text.data(), text.size());
@@ -70,8 +70,8 @@ PathWalk PathWalk::toParentOf(std::string_view path, const LinkTrust& trust, Kno
   return walk;
 }
 
-/// That the folder is the same one is asked of the folder; which folders stand above it can't have changed
-/// for the worse without it.
+/// Checking the folder's identity is enough: if an ancestor had been swapped, this path would lead to another
+/// folder.
 bool PathWalk::goKnownWay(const KnownWay& known) {
   constexpr std::uint64_t resolve = RESOLVE_NO_SYMLINKS | RESOLVE_NO_MAGICLINKS;
   auto folder = openResolving(AT_FDCWD, known.folder.c_str(), kPathFlags | O_DIRECTORY, resolve);
@@ -122,7 +122,7 @@ bool PathWalk::step(const std::string& name) {
   return true;
 }
 
-/// ".." stands in texts of links only. It must lead back to the folder that the way came through.
+/// ".." occurs only in link texts. It must lead back to the folder that the walk came through.
 bool PathWalk::goUp() {
   if (chain_.size() == 1) return true;
   FileDescriptor above(::openat(end_.get(), "..", kPathFlags | O_DIRECTORY));
@@ -150,7 +150,7 @@ bool PathWalk::follow(const FileDescriptor& link, const ItemIdentity& identity) 
   return true;
 }
 
-/// Nothing, with errno, if the item is not there to be looked at.
+/// Nothing, with errno, if the item can't be opened or its mount may not be entered.
 std::optional<ItemIdentity> PathWalk::identityBehind(const FileDescriptor& item) {
   if (!item.isOpen() || !mayEnterMountOf(item.get())) return std::nullopt;
   return identityOf(item.get());

@@ -14,46 +14,46 @@
 
 namespace sorrel {
 
-/// The way from "/" down a path, one component at a time, each opened (O_PATH) in the folder before it, so
-/// that what was looked at is what is used. The kernel follows no link here: a link is followed by hand, and
-/// only if its owner is trusted. Links of /proc, whose text is not where they lead, never are. Works for
-/// paths of any length.
+/// Walks from "/" down a path, one component at a time, each opened (O_PATH) in the folder before it, so that
+/// the checked item is the used one. The kernel follows no link here: a link is followed by hand, and only if
+/// its owner is trusted. Magic links of /proc, whose text does not say where they lead, are never followed.
+/// Works for paths of any length.
 class PathWalk {
  public:
-  /// Says whether links of the user `owner` may be followed.
+  /// True if links owned by `owner` may be followed.
   using LinkTrust = std::function<bool(std::uint32_t owner)>;
-  /// Says whether the mount of this number may be entered; nothing for every mount. Asked before the file
-  /// system that is mounted is.
+  /// True if the mount with this ID may be entered; an empty function allows every mount. Called before the
+  /// mounted file system is queried.
   using MountTrust = std::function<bool(std::uint64_t mount)>;
   static constexpr int kMostLinks = 40;
-  /// A way without links that was gone before.
+  /// A path without links that was walked before.
   struct KnownWay {
     std::string folder;
     std::vector<ItemIdentity> chain;
   };
 
-  /// To the folder that holds the last component of `path`, which is not looked at. `path` must be absolute
-  /// and normal (RemovalPolicy::isNormalPath).
+  /// Walks to the folder that holds the last component of `path`; the last component itself is not looked up.
+  /// `path` must be absolute and normal (RemovalPolicy::isNormalPath).
   static PathWalk toParentOf(std::string_view path, const LinkTrust& trust, const MountTrust& mounts = {});
-  /// The same for one of many paths. Where `known` leads to the same folder, and that still is the one it
-  /// was, without a link on the way, one call of the system stands for all the steps; afterwards `known` is
-  /// this way.
+  /// The same for one of many paths. If `known` names the same folder, which still has the same identity and
+  /// is reached without a link, one system call replaces all steps; afterwards `known` describes this path.
   static PathWalk toParentOf(std::string_view path, const LinkTrust& trust, KnownWay& known);
-  /// To the item that `path` shows, through a link in the last component too. `path` must begin with "/".
+  /// Walks to the item that `path` leads to, following a link in the last component too. `path` must begin
+  /// with "/".
   static PathWalk into(std::string_view path, const LinkTrust& trust, const MountTrust& mounts = {});
 
-  /// The errno that ended the way, 0 if it was gone to its end.
+  /// The errno that ended the walk, 0 if it reached its end.
   [[nodiscard]] int error() const noexcept { return error_; }
-  /// True if it ended at a link that may not be followed, or a mount that may not be entered.
+  /// True if the walk ended at a link that may not be followed, or a mount that may not be entered.
   [[nodiscard]] bool isRefused() const noexcept { return isRefused_; }
-  /// The last item of the way, opened with O_PATH; a folder after toParentOf().
+  /// The last item of the walk, opened with O_PATH; a folder after toParentOf().
   [[nodiscard]] int end() const noexcept { return end_.get(); }
   [[nodiscard]] FileDescriptor takeEnd() noexcept { return std::move(end_); }
   /// The last component of the path after toParentOf(), "" after into().
   [[nodiscard]] const std::string& leaf() const noexcept { return leaf_; }
-  /// The items from "/" down to the end, as they lie in the file system.
+  /// The items from "/" down to the end, in the physical hierarchy without links.
   [[nodiscard]] const std::vector<ItemIdentity>& chain() const noexcept { return chain_; }
-  /// Everything that was passed, in order: also links, and folders that a link led away from again.
+  /// Every visited item, in order: also links, and folders that a link led away from again.
   [[nodiscard]] const std::vector<ItemIdentity>& passed() const noexcept { return passed_; }
 
  private:
@@ -72,8 +72,8 @@ class PathWalk {
   MountTrust mounts_;
   FileDescriptor end_;
   std::string leaf_;
-  std::string rest_;    // the components that are still ahead
-  std::size_t at_ = 0;  // where the next one begins
+  std::string rest_;    // the remaining components
+  std::size_t at_ = 0;  // start of the next component
   std::vector<ItemIdentity> chain_;
   std::vector<ItemIdentity> passed_;
   int links_ = 0;

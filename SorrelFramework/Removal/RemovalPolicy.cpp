@@ -31,9 +31,9 @@ constexpr const char* kSubtrees[] = {"/usr",    "/etc",     "/boot",          "/
                                      "/lib64",  "/libx32",  "/sbin",          "/proc", "/sys", "/dev",
                                      "/run",    "/var/lib", "/efi",           "/nix",  "/gnu", "/sysroot",
                                      "/ostree", "/snap",    "/var/spool/cron"};
-/// Its own home is where a user who is root cleans.
+/// Not for a user who is root: that user cleans in this home.
 constexpr const char* kSubtreeForHelper = "/root";
-// On a system that is an image, /var and /home are folders of /sysroot.
+// On image-based systems, /var and /home are folders of /sysroot.
 constexpr const char* kExceptions[] = {"/run/media", "/usr/local", "/var", "/home"};
 constexpr const char* kTrash = "/.local/share/Trash";
 constexpr const char* kOwnProgram = "/proc/self/exe";
@@ -42,13 +42,14 @@ enum Listing : unsigned { kPlace = 1, kSubtree = 2, kException = 4 };
 
 bool trustsAnyone(std::uint32_t /*owner*/) { return true; }
 
-/// What a failing user database says that knows nothing of the users; a missing service gives other errors.
+/// Errors of a failing user database, which leave open whether the user exists; a missing service gives other
+/// errors.
 bool isDoubt(int error) {
   return error == EIO || error == EMFILE || error == ENFILE || error == ENOMEM || error == EINTR;
 }
 
-/// The password file is read through one place in the process: two readers would each get a part of it.
-/// `error` is set if it can't be read to its end.
+/// Serialised: getpwent() has one position per process, so two readers would each get a part of the file.
+/// Sets `error` if the file can't be read to its end.
 std::vector<std::string> listedHomes(int& error) {
   static std::mutex mutex;
   const std::lock_guard<std::mutex> lock(mutex);
@@ -65,8 +66,8 @@ std::vector<std::string> listedHomes(int& error) {
   return homes;
 }
 
-/// Asked for by itself: a directory service may know a user and not list him. Nothing if no service knows
-/// him.
+/// A separate query: a directory service may know a user without listing that user. Nothing if no service
+/// knows the user.
 std::optional<std::string> homeOf(std::uint32_t uid, int& error) {
   std::vector<char> buffer(std::size_t{1} << 16U);
   passwd entry{};
@@ -82,10 +83,10 @@ std::optional<std::string> homeOf(std::uint32_t uid, int& error) {
 struct RemovalPolicy::Lists {
   Lists(bool isStrict, const PathWalk::MountTrust& mounts) : isStrict_(isStrict), origins_(mounts) {}
 
-  /// Listings of a place; of what lies above a place, kPlace.
+  /// Listings by item; ancestors of a listed item get kPlace.
   std::unordered_map<ItemNumber, unsigned, ItemNumberHash> places;
   std::optional<ItemNumber> top;
-  /// The first failure that leaves a place unknown.
+  /// The first failure that leaves a path unknown.
   int error = 0;
 
   void add(const ItemNumber& number, unsigned listing) {
@@ -120,11 +121,11 @@ struct RemovalPolicy::Lists {
 
   bool isStrict_;
   bool hasSubtree_ = false;
-  std::mutex mutex_;  // for what follows
+  std::mutex mutex_;  // guards the members below
   MountOrigins origins_;
   /// Listings of folders whose content a mount shows at a place, and of what lies above them.
   std::unordered_map<ItemNumber, unsigned, ItemNumberHash> aliases_;
-  std::unordered_map<std::uint64_t, bool> shownFromSubtree_;  // by mount
+  std::unordered_map<std::uint64_t, bool> shownFromSubtree_;  // by mount ID
   std::set<std::uint64_t> underWay_;
   std::atomic<bool> isOutOfDate_ = true;
   std::atomic<bool> hasAliases_ = false;
@@ -189,7 +190,8 @@ unsigned RemovalPolicy::Lists::of(const ItemNumber& number) const {
   return (place == places.end() ? 0 : place->second) | (alias == aliases_.end() ? 0 : alias->second);
 }
 
-/// The deepest listing decides. Above the folder that a mount shows, there are two ways up.
+/// The deepest listing decides. Above the folder that a mount shows, the hierarchy continues on two sides:
+/// above the mount point and at the origin of the mount.
 bool RemovalPolicy::Lists::decide(const std::vector<ItemIdentity>& chain) {
   for (std::size_t i = chain.size(); i-- > 0;) {
     const unsigned listing = of(chain[i].number) & (kSubtree | kException);
@@ -203,11 +205,11 @@ bool RemovalPolicy::Lists::isShownFromSubtree(const ItemIdentity& shown) {
   if (const auto known = shownFromSubtree_.find(shown.mount); known != shownFromSubtree_.end()) {
     return known->second;
   }
-  // Two mounts may each lead to the other; the first of them goes on to ask the rest.
+  // Two mounts may each lead to the other; the first of them continues with the rest.
   if (!underWay_.insert(shown.mount).second) return false;
   const bool isProtected = findOutOrigin(shown);
   underWay_.erase(shown.mount);
-  // What was found out on behalf of another mount may lack that mount's part.
+  // A result computed while another mount is being resolved may lack that mount's part.
   if (underWay_.empty()) shownFromSubtree_[shown.mount] = isProtected;
   return isProtected;
 }
@@ -218,8 +220,8 @@ bool RemovalPolicy::Lists::findOutOrigin(const ItemIdentity& shown) {
   return std::ranges::any_of(origin.chains, [this](const auto& chain) { return decide(chain); });
 }
 
-/// Everything that the path leads through is kept too: without a link in its middle, the place would be as
-/// good as gone. So is the way to a place that is out of reach, as far as it goes: the place may lie there.
+/// Every item that the path passes through is protected too: without a link in its middle, the path would be
+/// broken. If the path is out of reach, the reachable part of it is protected: the item may be there.
 void RemovalPolicy::Lists::addPath(const std::string& path, unsigned listing,
                                    const PathWalk::MountTrust& mounts) {
   if (!path.starts_with('/')) return;
@@ -228,12 +230,12 @@ void RemovalPolicy::Lists::addPath(const std::string& path, unsigned listing,
   if (isBroken) fail(walk.error());
   if (isBroken && !tellsOfPlaceOutOfReach(walk.error())) return;
   for (const ItemIdentity& item : walk.passed()) add(item.number, kPlace);
-  if (walk.error() != 0) return;  // nor will a removal get there
+  if (walk.error() != 0) return;  // a removal cannot get there either
   add(walk.chain().back().number, kPlace | listing);
   if (walk.chain().back().isDirectory()) addFoldersAbove(walk.end());
 }
 
-/// By ".." and not by name: the folders above may have been reached by another of their names.
+/// Follows ".." instead of names: the ancestors may have been reached by another of their names.
 void RemovalPolicy::Lists::addFoldersAbove(int item) {
   constexpr int flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   auto last = identityOf(item);
@@ -301,7 +303,7 @@ void RemovalPolicy::listHomes() {
   if (const auto own = homeOf(caller_, error)) {
     homes.push_back(*own);
   } else if (actor_ == Actor::Helper && error == 0) {
-    // The caller has one, or the system would not have authorised the call. No service can say where.
+    // The caller must have a home, or the system would not have authorised the call, but no service knows it.
     error = ESRCH;
   }
   if (error != 0) lists_->fail(error);

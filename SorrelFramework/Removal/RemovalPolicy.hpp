@@ -34,15 +34,16 @@ namespace sorrel {
 /// changes it.
 class RemovalPolicy {
  public:
-  /// Who removes. `User`: the process's own rights; links above the item are followed if root or the user
-  /// owns them. `Helper`: as root for the user `caller`; such links are followed only if root owns them, the
-  /// whole-subtree class holds, every component must belong to root or the caller, and so must the item and
-  /// all that lies in it. A caller whose home no user database knows may remove nothing.
+  /// The process that removes. `User`: with the process's own permissions; links above the item are followed
+  /// if root or the user owns them. `Helper`: as root for the user `caller`; such links are followed only if
+  /// root owns them, the whole-subtree class applies, and every component, the item and everything below it
+  /// must belong to root or the caller. A caller whose home is in no user database may remove nothing.
   enum class Actor { User, Helper };
   using MountTrust = PathWalk::MountTrust;
 
-  /// Looks all listed places up at this moment. A user that is root gets the whole-subtree class too. The
-  /// helper enters only the mounts that `mounts` trusts, for that and on the way to an item; it is kept.
+  /// Looks up all listed paths now. For a user that is root the whole-subtree class applies too. The helper
+  /// enters only the mounts that `mounts` trusts, both here and on the path to an item; the policy keeps
+  /// `mounts`.
   static RemovalPolicy forUser();
   static RemovalPolicy forHelper(std::uint32_t caller, MountTrust mounts = {});
 
@@ -50,49 +51,50 @@ class RemovalPolicy {
   RemovalPolicy(RemovalPolicy&&) noexcept;
   RemovalPolicy& operator=(RemovalPolicy&&) noexcept;
 
-  /// Adds a place to a class; one that does not exist is passed over. Of one that is out of reach, closed to
-  /// this process or on a volume that does not answer, the way there joins the first class as far as it goes.
-  /// For an administrator's list, for places that only the application knows, and for tests.
+  /// Adds a path to a class; a missing one is skipped. If it is out of reach (access denied, or a volume that
+  /// does not answer), the reachable part of the path joins the first class. For an administrator's list, for
+  /// paths that only the application knows, and for tests.
   void protectSelfAndAncestors(const std::string& path);
   void protectSubtree(const std::string& path);
-  /// Makes what lies in a place below a protected subtree removable again, though not the place itself. A
-  /// place that is listed as a subtree too stays one.
+  /// Makes the contents of a folder below a protected subtree removable again, but not the folder itself. A
+  /// folder that is also listed as a subtree stays protected.
   void allowSubtree(const std::string& path);
 
   /// An absolute, normal path of bytes: begins with "/", no empty, "." or ".." component, no NUL, not "/"
   /// itself, no slash at its end, at most 1 MiB.
   [[nodiscard]] static bool isNormalPath(std::string_view path);
 
-  /// A user's removals give the user's own folders the owner's rights that they lack (default: they do not).
-  /// Never those of a helper.
+  /// Lets a user's removals add missing owner permissions to the user's own folders (default: off). No effect
+  /// for a helper.
   void openOwnFolders() noexcept { opensOwnFolders_ = actor_ == Actor::User; }
   [[nodiscard]] bool opensOwnFolders() const noexcept { return opensOwnFolders_; }
 
-  /// Tells that places which were to be added are not known, because of `error`.
+  /// Records that paths which should have been added are unknown, because of `error`.
   void addUnknown(int error);
-  /// The errno of the first look-up of a place that failed without telling whether there is such a place
-  /// (tellsOfNoPlace); nothing may be removed then, since it might be that place. 0 if all are known.
+  /// The errno of the first look-up that failed without proving that the path is absent (tellsOfNoPlace);
+  /// nothing may be removed then, since any item might be that path. 0 if all paths are known.
   [[nodiscard]] int error() const noexcept;
 
   [[nodiscard]] Actor actor() const noexcept { return actor_; }
   [[nodiscard]] std::uint32_t caller() const noexcept { return caller_; }
 
-  /// Which mounts may be entered on the way to an item; nothing for all of them.
+  /// Which mounts may be entered on the path to an item; empty for all of them.
   [[nodiscard]] const MountTrust& mounts() const noexcept { return mounts_; }
-  /// Whether a link of the user `owner` may be followed on the way to an item.
+  /// True if a link owned by `owner` may be followed on the path to an item.
   [[nodiscard]] bool trustsLinkOf(std::uint32_t owner) const noexcept;
-  /// Whether something of the user `owner` may be removed. Always true for a user, whose rights decide.
+  /// True if items owned by `owner` may be removed. Always true for a user, whose permissions decide.
   [[nodiscard]] bool trustsItemOf(std::uint32_t owner) const noexcept;
-  /// Whether everything that was passed on the way to an item belongs to root or the caller: the owner of a
-  /// folder decides what a path through it leads to. Always true for a user.
+  /// True if every item visited on the path belongs to root or the caller: the owner of a folder decides
+  /// where a path through it leads. Always true for a user.
   [[nodiscard]] bool trustsWay(const std::vector<ItemIdentity>& passed) const;
-  /// Whether no entry of this folder may be removed: it is "/".
+  /// True if no entry of this folder may be removed: it is "/".
   [[nodiscard]] bool protectsEntriesOf(const ItemNumber& folder) const;
-  /// Whether the item is a listed place, of any class, or lies above one.
+  /// True if the item is listed in any class, or is an ancestor of a listed one.
   [[nodiscard]] bool protects(const ItemNumber& item) const;
-  /// Whether things in the last folder of `chain`, which begins with "/", lie in a protected subtree. Where
-  /// the chain enters a mount that shows a folder of another place too, what lies above that place counts as
-  /// well; if that can't be found out, a helper's policy takes it as protected.
+  /// True if the contents of the last folder of `chain`, which begins with "/", lie in a protected subtree.
+  /// Where the chain enters a mount that shows a folder which also lies elsewhere, the ancestors of that
+  /// other location count as well; if they can't be determined, a helper's policy treats the folder as
+  /// protected.
   [[nodiscard]] bool protectsWhatLiesIn(const std::vector<ItemIdentity>& chain) const;
 
  private:

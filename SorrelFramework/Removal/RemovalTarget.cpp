@@ -12,7 +12,7 @@
 namespace sorrel {
 namespace {
 
-/// Names of trash folders at the top of a file system: of freedesktop.org desktops, and of macOS.
+/// Names of trash folders at the root of a file system: freedesktop.org's and those of macOS.
 bool isTrashName(std::string_view name) {
   constexpr std::string_view ofUser = ".Trash-";
   if (name == ".Trash" || name == ".Trashes") return true;
@@ -20,13 +20,13 @@ bool isTrashName(std::string_view name) {
   return std::ranges::all_of(name.substr(ofUser.size()), [](char c) { return c >= '0' && c <= '9'; });
 }
 
-/// Of a path that is not normal, nothing is looked at, nor while a protected place is unknown.
+/// Refuses before any look-up: for a path that is not normal, or while a protected path is unknown.
 int errorBeforeLooking(const std::string& path, const RemovalPolicy& policy) {
   return RemovalPolicy::isNormalPath(path) ? policy.error() : EINVAL;
 }
 
-/// Opens what stands under `name` in the folder of the mount `mount`; a link itself. EXDEV if something is
-/// mounted there, which is not asked: it may never answer.
+/// Opens `name` in a folder of the mount `mount`; a link is opened itself. EXDEV if something is mounted
+/// there; that file system is not queried, as it may never answer.
 FileDescriptor openOnMount(int folder, const char* name, std::uint64_t mount) {
   constexpr int flags = O_PATH | O_NOFOLLOW | O_CLOEXEC;
   constexpr std::uint64_t resolve = RESOLVE_NO_XDEV | RESOLVE_NO_SYMLINKS | RESOLVE_BENEATH;
@@ -80,7 +80,7 @@ void RemovalTarget::check(const RemovalPolicy& policy, const std::optional<ItemN
     if (errno == EXDEV) return refuse(EBUSY);
   }
   const int error = walk_.error() != 0 ? walk_.error() : errno;
-  // What stands in the way of others is not told either.
+  // The error in another user's folder is not reported: it would reveal what exists there.
   if (!policy.trustsWay(walk_.passed())) return refuse(EPERM);
   isAbsent_ = error == ENOENT;
   fail(error);
