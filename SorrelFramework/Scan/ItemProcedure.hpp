@@ -15,7 +15,7 @@ namespace sorrel {
 /// The icon of a record whose item has none: the picture "App_Cache", or an empty image.
 const Image& defaultRecordImage();
 
-/// Folder, File or Package, from values that were asked for; an absent value counts as false.
+/// Folder, File or Package, from the requested values; an absent value counts as false.
 Integer kindOf(const ResourceValues& values);
 
 /// True if the user's process may delete the item itself: the folder allows it, and the owner is the user or
@@ -23,17 +23,18 @@ Integer kindOf(const ResourceValues& values);
 class DeletionRule {
  public:
   [[nodiscard]] bool canDelete(const FolderRights& folder, std::uint32_t uid);
-  /// The same for an item that is named by its path. One whose owner can't be read counts as nobody's.
+  /// The same for an item that is named by its path. If the owner can't be read, it counts as an owner
+  /// without a name.
   [[nodiscard]] bool canDelete(const std::string& path);
 
  private:
   [[nodiscard]] bool isUserOrNobody(std::uint32_t uid);
 
-  std::optional<std::uint32_t> lastUID_;  // a folder's items mostly have one owner
+  std::optional<std::uint32_t> lastUID_;  // most items of a folder have one owner
   bool lastAnswer_ = false;
 };
 
-/// What a new record of a scan has in common with the others.
+/// The values that all records of a scan share.
 struct RecordTemplate {
   Integer state = 0;
   Integer finderID = 0;
@@ -41,7 +42,7 @@ struct RecordTemplate {
   Ref<CategoryInformation> parentCategoryInfo;
 };
 
-/// A record for an item that was found. Takes title and icon out of `values`.
+/// A record for an item that was found. Moves title and icon out of `values`.
 Ref<FileInformation> makeRecord(const RecordTemplate& common, const URL& url, ResourceValues& values,
                                 Integer kind, std::int64_t size, bool canDelete);
 

@@ -14,7 +14,7 @@ bool isSizeLine(std::string_view line) {
          line.find("kMDItemFSSize") != std::string_view::npos;
 }
 
-/// The first run of digits as a number that stays within its type.
+/// The first run of digits as a number, limited to the range of its type.
 std::int64_t firstNumber(std::string_view line) {
   constexpr std::int64_t largest = std::numeric_limits<std::int64_t>::max();
   constexpr std::string_view digits = "0123456789";

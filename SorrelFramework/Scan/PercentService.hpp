@@ -12,9 +12,9 @@ namespace sorrel {
 
 class MainTimer;
 
-/// Smooths a progress bar. Scanners finish their work in lumps; a timer on the main queue lets a value creep
-/// toward the count of finished steps and reports it as a fraction of all steps. Any
-/// owner will do; a service that is gone reports no further.
+/// Smooths a progress bar. Scanners finish their work in bursts; a timer on the main queue lets a value
+/// approach the count of finished steps slowly and reports it as a fraction of all steps. Any object may own
+/// a service; a destroyed service reports no further.
 class PercentService : public std::enable_shared_from_this<PercentService> {
  public:
   /// `progressFunc` gets the fraction, on the main queue. It may pass 1.0 when more steps are finished than
@@ -28,23 +28,23 @@ class PercentService : public std::enable_shared_from_this<PercentService> {
   void startTime();
   /// One step is finished. Any thread.
   void progressStep();
-  /// One tick: ends the timer if all steps are finished; otherwise adds increaseValue to the creeping value
-  /// and reports it, if it is behind the finished steps. On the main queue.
+  /// One tick: ends the timer if all steps are finished; otherwise, if the slow value is below the finished
+  /// steps, adds increaseValue to it and reports it. On the main queue.
   void updatePercent();
-  /// Ends the timer and reports 1.0, each time it is called: at once on the main queue, through it on other
+  /// Ends the timer and reports 1.0 on each call: at once on the main queue, via the main queue from other
   /// threads. Any thread.
   void stopTime();
 
   std::function<void(float)> progressFunc;
   std::int64_t totalStep;
   std::atomic<std::int64_t> currentStep{0};  ///< steps finished
-  std::atomic<float> singleStep{0};          ///< the creeping value, in steps
+  std::atomic<float> singleStep{0};          ///< the slow value, in steps
   float increaseValue;                       ///< steps added by a tick
 
  private:
   std::unique_ptr<MainTimer> exchangeTimer(std::unique_ptr<MainTimer> timer);
 
-  std::mutex mutex_;  // of timer_
+  std::mutex mutex_;  // guards timer_
   std::unique_ptr<MainTimer> timer_;
   CallGuard guard_;
 };

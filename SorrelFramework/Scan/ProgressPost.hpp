@@ -10,8 +10,8 @@
 
 namespace sorrel {
 
-/// Carries the items that one thread finds to the main queue, in order, many in one block: as many as come in
-/// a twentieth of a second, so that the user sees them at once and a million of them do not drown the loop.
+/// Carries the items that one thread finds to the main queue, in order, many in one block: those found within
+/// a twentieth of a second, so that the user sees them at once and a million of them do not flood the loop.
 class ProgressPost {
  public:
   explicit ProgressPost(std::shared_ptr<const ProgressFunc> progress) : progress_(std::move(progress)) {}
@@ -20,7 +20,7 @@ class ProgressPost {
   ProgressPost& operator=(const ProgressPost&) = delete;
 
   void add(const URL& url, std::int64_t size);
-  /// Posts what has gathered if it is time.
+  /// Posts the collected items if it is time.
   void tick();
   void flush();
 

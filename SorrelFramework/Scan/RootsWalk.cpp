@@ -23,7 +23,7 @@ struct RootsResults {
   std::map<URL, ScanFilesInformation> totals;
 };
 
-/// A root that is a plain file: one record, and no question to the filter.
+/// A root that is a plain file: one record, and no call of the filter.
 WalkResult recordPlainFile(const URL& given, const WalkRequest& request) {
   WalkResult result;
   const URL url = Host::current().matchingLetterCase(given);
@@ -65,7 +65,7 @@ void walkRoots(const std::vector<URL>& roots, const WalkRequest& request,
       });
   for (const URL& root : roots) {
     GlobalQueue::submit([all, left, root, request, queue] {
-      // Shared, so that a task that the queue refuses and takes later does not copy a million handles.
+      // Shared, so that a task that the queue refuses and accepts later does not copy a million handles.
       auto result = std::make_shared<WalkResult>(walkRoot(root, request));
       submitWithRetry(queue, [all, left, root, result] {
         all->totals.insert_or_assign(root, std::move(result->totals));

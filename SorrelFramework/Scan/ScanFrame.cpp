@@ -42,7 +42,8 @@ CategoryResult joinRoots(std::map<URL, FileRecords>&& records,
   for (const auto& [url, rootTotals] : totals) addTotals(joined.second, rootTotals);
   Integer finderID = 0;
   for (const Ref<FileInformation>& record : joined.first) {
-    // The first root's records have their numbers already; the same number again would change nothing.
+    // The first root's records have their numbers already; assigning the same number again would change
+    // nothing.
     if (record->finderID != finderID) record->finderID = finderID;
     ++finderID;
   }

@@ -16,7 +16,7 @@
 
 namespace sorrel {
 
-/// The records of one category and the totals of its roots, summed up; the totals' url is that of the empty
+/// The records of one category and the sum of its roots' totals; the url of the totals is that of the empty
 /// path.
 using CategoryResult = std::pair<FileRecords, ScanFilesInformation>;
 /// By the index of the category in the feature's categoryInfo.
@@ -25,20 +25,22 @@ using CategoryResults = std::map<Integer, CategoryResult>;
 /// One category is finished: its index and its bytes.
 using SingleDoneFunc = std::function<void(Integer index, std::int64_t size)>;
 
-/// How one category is walked.
+/// How the walk treats one category.
 struct CategoryPlan {
   ResourceKeys keys;
   EnumerationOptions options = 0;
   FilterFunc filter;  ///< keeps everything if empty
-  /// The category's urls if there are none of its own. Own roots that are an empty list give an empty result.
+  /// Roots that replace the category's urls; without a value the urls are used. An empty list gives an empty
+  /// result.
   std::optional<std::vector<URL>> roots;
-  std::function<void(FileInformation&)> record;  ///< a last touch to each record, on the serial queue
+  std::function<void(FileInformation&)> record;  ///< a final change to each record, on the serial queue
 };
 
-/// What sets one scanner of the family apart from the others. Everything they share is in runCategoryScan().
+/// The differences between the scanners of the family. Everything they share is in runCategoryScan().
 struct ScanPlan {
   std::function<CategoryPlan(const CategoryInformation&)> category;
-  /// Runs the last step of a category, and with it the end of the scan, where the scanner's callbacks belong.
+  /// Runs the last step of a category, and with it the end of the scan, on the queue that the scanner's
+  /// callbacks use.
   std::function<void(std::function<void()>)> lastStep;
   std::function<void(Integer index, const CategoryResult&)> categoryDone;
   /// Writes the results into the tree and returns their bytes, for scanners that do so themselves. Skipped if
@@ -47,12 +49,12 @@ struct ScanPlan {
   std::function<void(CategoryResults, std::int64_t bytes)> done;  ///< with the bytes of fillTree, else 0
 };
 
-/// The options of a walk that brings the direct children of its roots, each sized as a whole.
+/// The options of a walk that finds the direct children of its roots, each sized as a whole.
 constexpr EnumerationOptions kDirectChildren = NSDirectoryEnumerationSkipsHiddenFiles |
                                                NSDirectoryEnumerationSkipsPackageDescendants |
                                                NSDirectoryEnumerationSkipsSubdirectoryDescendants;
 
-/// The keys that every scanner of the family asks for.
+/// The keys that every scanner of the family requests.
 constexpr ResourceKeys kRecordKeys = NSURLLocalizedNameKey | NSURLFileSizeKey | NSURLEffectiveIconKey |
                                      NSURLIsDirectoryKey | NSURLIsPackageKey;
 
@@ -65,13 +67,13 @@ void runCategoryScan(FeatureInformation& featureInfo, ProgressFunc progress, Per
                      ScanPlan plan, std::shared_ptr<WeftSerialQueue> dispatch);
 
 /// The frame for the scanners whose `singleDone` and `done` run on `dispatch` and whose callers fill the tree
-/// themselves: they differ in `category` alone.
+/// themselves: they differ in `category` only.
 void runJunkScan(FeatureInformation& featureInfo, ProgressFunc progress, PercentFunc showPercent,
                  SingleDoneFunc singleDone, std::function<void(CategoryResults)> done,
                  std::shared_ptr<WeftSerialQueue> dispatch,
                  std::function<CategoryPlan(const CategoryInformation&)> category);
 
-/// A last step that runs on `dispatch`, with the retry rule.
+/// A last step that runs on `dispatch`, submitted again if the queue refuses it.
 std::function<void(std::function<void()>)> onSerialQueue(std::shared_ptr<WeftSerialQueue> dispatch);
 
 }  // namespace sorrel

@@ -53,7 +53,7 @@ std::string realPath(const std::string& path) {
   return real.empty() ? real : real + path.substr(slash);
 }
 
-/// The places of a list, each with the path that was given and the real one.
+/// The paths of a list, each with the given and the real one.
 class Places {
  public:
   explicit Places(std::vector<URL> list) : list_(std::move(list)) {

@@ -78,7 +78,7 @@ class ScanRun {
   void keepOpen() { isKeptOpen_ = true; }
 
  private:
-  /// What the scans of one feature share; it lives as long as the process.
+  /// State shared by the scans of one feature; it lives as long as the process.
   struct Owner;
   [[nodiscard]] static Owner& ownerOf(Integer finderID);
   [[nodiscard]] static bool claim(Integer finderID, const std::function<void()>& makeRun);

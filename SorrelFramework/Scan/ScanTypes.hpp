@@ -23,9 +23,9 @@ constexpr std::int64_t kDefaultRecordSize = 0;
 
 /// Path and bytes of an item that was found. Called on the main queue, once for each item.
 using ProgressFunc = std::function<void(const std::string& path, std::int64_t size)>;
-/// Share of the work that is done, 0 to 1.
+/// Fraction of the work that is done, 0 to 1.
 using PercentFunc = std::function<void(float share)>;
-/// True keeps the item. `position` is null where there is no walk. Called on several threads at once.
+/// True keeps the item. `position` is null outside a walk. Called on several threads at once.
 using FilterFunc =
     std::function<bool(const URL& url, const ResourceValues& values, EnumerationPosition* position)>;
 /// The records and the totals of each root.

@@ -19,11 +19,11 @@ namespace sorrel {
 
 class PercentService;
 
-/// Holds the progress service of the scan in flight. Safe on any thread.
+/// Holds the progress service of the running scan. Safe on any thread.
 class PercentServiceSlot {
  public:
   [[nodiscard]] std::shared_ptr<PercentService> get() const;
-  /// Puts another one, or none, in its place and gives back what was there.
+  /// Stores another service, or none, and returns the previous one.
   std::shared_ptr<PercentService> exchange(std::shared_ptr<PercentService> service);
   /// Empties the slot if it holds this service.
   void remove(const std::shared_ptr<PercentService>& service);
@@ -53,8 +53,8 @@ class SuperScanService {
   /// The user's documents folder.
   static URL supportFolder();
 
-  /// Asks the running walks of the feature to stop at their next item and ends the progress bar. What was
-  /// found so far is delivered through the normal completion of the scan.
+  /// Requests the running walks of the feature to stop at their next item and ends the progress bar. The
+  /// results found so far are delivered through the normal completion of the scan.
   static void stopScan(FeatureInformation& featureInfo);
 
   /// The path in the text of a URL: without any "file://", percent-decoded; "" if it can't be decoded as
@@ -62,16 +62,16 @@ class SuperScanService {
   static std::string handleURLToString(const URL& url);
   static std::string handleStringToString(std::string_view url);
 
-  /// Filters nothing in: always empty.
+  /// Selects nothing: always empty.
   static std::vector<Ref<CategoryInformation>> largeAndOldFileFilterAllFile(
       const std::vector<Ref<CategoryInformation>>& category);
 
   /// Logical bytes of a file (raw FilesKind `File`), or of all files below a folder for any other kind,
-  /// hidden ones and the insides of packages included. 0 for what can't be read.
+  /// including hidden ones and the contents of packages. Unreadable items count as 0.
   static std::int64_t calculateSize(const URL& url, Integer kind);
   /// The same; stops with the partial sum as soon as the entry of `finderID` reads `suspend`.
   static std::int64_t appCalculateSize(const URL& url, Integer kind, Integer finderID);
-  /// Asks the metadata store (mdls) for the size of a bundle; 0 if it does not know.
+  /// Queries the metadata store (mdls) for the size of a bundle; 0 if it does not know the bundle.
   static std::int64_t getPackageSizeFromTerminal(const URL& url);
 
   /// A record for an item that was found by other means than a walk: numbered as the next child of the
@@ -98,9 +98,8 @@ class SuperScanService {
                               CategoryInformation& categoryInfo, bool isContainZeroItem = false);
 
   /// Walks one root on the calling thread, with the help of free threads of the global queue; `done` runs on
-  /// the calling thread. A root that is a plain file is recorded without a question to the filter; one that
-  /// is missing gives zeros and no records. Records are numbered from 0, a parent before its children,
-  /// children by name.
+  /// the calling thread. A root that is a plain file is recorded without calling the filter; a missing one
+  /// gives zeros and no records. Records are numbered from 0, a parent before its children, children by name.
   static void getListFromUrl(FeatureInformation& featureInfo, const URL& url, Integer state,
                              ResourceKeys propertiesForKey, EnumerationOptions enumOptions, Integer scanID,
                              EnumerationErrorHandler errorHandle, FilterFunc filterFunc,

@@ -35,8 +35,9 @@ void callHelpers(const std::shared_ptr<TreeJob>& job) {
   }
 }
 
-/// Turns the folders that a walk kept into its result: sums come up, records go out in order. A folder whose
-/// sum a stop broke off gets no record, as a part of its size would pass for the whole.
+/// Turns the folders that a walk kept into its result: sums are propagated upwards, records are emitted in
+/// order. A folder whose sum is incomplete because of a stop gets no record, as a partial size would be taken
+/// for the whole.
 class Harvest {
  public:
   Harvest(bool containsZeroItems, WalkResult& result)
@@ -60,9 +61,9 @@ class Harvest {
   struct Step {
     WalkFolder* folder;
     std::size_t next;
-    std::int64_t bytes;  // of the folders below that are finished
+    std::int64_t bytes;  // of the finished folders below
     std::size_t record;  // index of the folder's own record
-    bool isCut;          // true if one of the folders below is
+    bool isCut;          // true if one of the folders below is cut
   };
 
   void goInto(WalkItem& item) {
@@ -79,7 +80,7 @@ class Harvest {
     path_.pop_back();
     const std::int64_t bytes = checkedAdd(step.bytes, step.folder->bytes.load(std::memory_order_relaxed));
     const bool isCut = step.isCut || step.folder->isCut.load(std::memory_order_relaxed);
-    step.folder->items = {};  // the walk's memory goes while the result's grows
+    step.folder->items = {};  // the walk's memory is freed while the result's grows
     if (step.record != kNoRecord) finishRecord(result_.records[step.record], bytes, isCut);
     if (path_.empty()) return;
     path_.back().bytes = checkedAdd(path_.back().bytes, bytes);

@@ -12,10 +12,10 @@
 namespace sorrel {
 namespace {
 
-/// A walk that has met this many folders is worth the help of other threads.
+/// From this many folders on, a walk is worth the help of other threads.
 constexpr std::size_t kLargeWalk = 32;
 
-/// Path of an open folder; "" if the system can't tell.
+/// Path of an open folder; "" if the system does not report it.
 std::string pathOf(int folder) {
   std::error_code error;
   return std::filesystem::read_symlink("/proc/self/fd/" + std::to_string(folder), error).string();
@@ -224,12 +224,12 @@ void TreeWorker::recordItem(Frame& frame, std::string_view name, const FileStatu
 void TreeWorker::keepForLater(Frame& frame, std::string_view name, WalkFolder* result, bool makesRecords,
                               bool wantsBytes) {
   frame.pending.push_back({frame.names.size(), result, makesRecords, wantsBytes});
-  frame.names.append(name.data(), name.size() + 1);  // both sources of names end them in NUL
+  frame.names.append(name.data(), name.size() + 1);  // both sources of names end them with NUL
 }
 
 void TreeWorker::giveAway() {
-  if (OpenFolderLimit::isShort()) return;  // the folder that is given keeps a descriptor until it is taken
-  // The highest folder has the largest subtrees.
+  if (OpenFolderLimit::isShort()) return;  // a folder given away keeps a descriptor until it is taken
+  // The topmost folder has the largest subtrees.
   for (std::size_t i = 0; i < used_; ++i) {
     Frame& frame = *frames_[i];
     if (frame.next == frame.pending.size() || folders_.at(i) < 0) continue;

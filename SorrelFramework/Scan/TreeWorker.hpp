@@ -22,17 +22,18 @@ namespace sorrel {
 
 struct WalkFolder;
 
-/// An item of a folder that matters for the result: it has a record, or lies above items that may have one.
+/// An item of a folder that matters for the result: it has a record, or is an ancestor of items that may have
+/// one.
 struct WalkItem {
   Ref<FileInformation> record;
-  WalkFolder* below = nullptr;  ///< of folders
+  WalkFolder* below = nullptr;  ///< set for folders
 };
 
-/// What a walk keeps of one folder that it met.
+/// The data that a walk keeps of one folder.
 struct WalkFolder {
   std::vector<WalkItem> items;         ///< by name
-  std::atomic<std::int64_t> bytes{0};  ///< of all that lies below and is in no WalkFolder of its own
-  std::atomic<bool> isCut{false};      ///< the walk was broken off before it had read all of the folder
+  std::atomic<std::int64_t> bytes{0};  ///< of everything below that has no WalkFolder of its own
+  std::atomic<bool> isCut{false};      ///< the walk was stopped before it had read the whole folder
 
   void addBytes(std::int64_t count);
 };
@@ -41,22 +42,22 @@ struct WalkFolder {
 struct WalkWork {
   FileDescriptor folder;
   WalkFolder* result = nullptr;
-  std::string urlText;  ///< with its "/"; empty where only sizes are wanted
+  std::string urlText;  ///< with a trailing "/"; empty if only sizes are wanted
   int level = 0;        ///< of the folder's items
   bool wantsBytes = false;
 
   [[nodiscard]] bool makesRecords() const noexcept { return !urlText.empty(); }
 };
 
-/// One walk: the request, what the members of its team bring together, and where they keep it.
+/// One walk: the request, the totals of the members of its team, and the storage for their folders.
 class TreeJob {
  public:
   explicit TreeJob(const WalkRequest& walkRequest) : request(walkRequest) {}
 
-  const WalkRequest& request;  ///< outlives all work, though not every helper that comes too late
+  const WalkRequest& request;  ///< outlives all work, but not a helper that starts too late
   WalkTeam<WalkWork> team;
 
-  /// A place for one member's folders; lives as long as the job.
+  /// Storage for one member's folders; lives as long as the job.
   std::deque<WalkFolder>& newArena();
   void addFiles(std::int64_t bytes, Integer count);
   /// Reports a folder that could not be read to both handlers; the error handler may end the walk.
@@ -78,22 +79,23 @@ class TreeJob {
   std::atomic<bool> ended_{false};
 };
 
-/// One member of a walk: goes depth first through the folders it was given, with one system call for each
-/// item, a bounded number of open files and no memory that grows with what it only sizes.
+/// One member of a walk: walks depth first through its folders, with one system call for each item, a bounded
+/// number of open files and, for folders that are only sized, no growing memory.
 class TreeWorker {
  public:
   explicit TreeWorker(TreeJob& job);
   ~TreeWorker();
 
-  /// Called once for each folder from which on helpers are worth their while; set by the owner of the walk.
+  /// Called once, when the walk has met enough folders to make helpers worthwhile; set by the owner of the
+  /// walk.
   std::function<void()> onLargeWalk;
 
   void run(WalkWork work);
 
  private:
-  /// A folder below the present one that is still to be entered.
+  /// A folder below the current one that is still to be entered.
   struct Pending {
-    std::size_t name;  // where it begins in names
+    std::size_t name;  // its offset in names
     WalkFolder* result;
     bool makesRecords;
     bool wantsBytes;
@@ -119,14 +121,14 @@ class TreeWorker {
                     bool wantsBytes);
   void giveAway();
   void leave();
-  /// Marks the folders that are still to be entered: they won't be.
+  /// Marks the folders that are still pending as cut: they will not be entered.
   static void cutOff(Frame& frame);
   [[nodiscard]] std::string_view urlOf(const Frame& frame) const {
     return {urlText_.data(), frame.urlLength};
   }
-  /// `folder` is the open folder of `above`, -1 if it could not be opened again.
+  /// `folder` is the open folder of `above`, -1 if it could not be reopened.
   void reportUnreadable(const Frame& above, int folder, const Pending& pending, int error);
-  /// The same for the folder that the walk is in, unless `error` is 0.
+  /// The same for the current folder, unless `error` is 0.
   void reportTop(const Frame& frame, int error);
 
   TreeJob& job_;
@@ -137,8 +139,8 @@ class TreeWorker {
   std::vector<std::unique_ptr<Frame>> frames_;
   std::size_t used_ = 0;  // frames in use; the others are kept for their memory
   std::size_t visited_ = 0;
-  std::string urlText_;  // of the present folder, with its "/"; those above it are heads of it
-  std::string tail_;     // coded name of the present item
+  std::string urlText_;  // of the current folder, with its "/"; the texts of its ancestors are prefixes of it
+  std::string tail_;     // encoded name of the current item
   DeletionRule deletion_;
   ProgressPost progress_;
   std::int64_t fileBytes_ = 0;

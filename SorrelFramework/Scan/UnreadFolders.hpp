@@ -16,7 +16,7 @@ namespace sorrel {
 class UnreadFolders {
  public:
   struct Folder {
-    std::string path;  ///< without a slash at its end
+    std::string path;  ///< without a trailing slash
     int error = 0;     ///< errno
 
     friend bool operator==(const Folder&, const Folder&) = default;
@@ -37,7 +37,7 @@ class UnreadFolders {
   static void add(std::int64_t finderID, const Report& report);
   static void addFile(std::int64_t finderID, const std::string& path, int error);
   static Report of(std::int64_t finderID);
-  /// For the beginning of a scan.
+  /// To be called at the start of a scan.
   static void clear(std::int64_t finderID);
   /// A handler for walks that adds to the report of the feature.
   static UnreadFolderHandler handler(std::int64_t finderID);

@@ -35,7 +35,7 @@ struct WalkRequest {
   ResourceKeys keys;
   EnumerationOptions options = 0;
   FilterFunc filter;
-  EnumerationErrorHandler errorHandler;  ///< for folders that are only sized it is not called
+  EnumerationErrorHandler errorHandler;  ///< not called for folders that are only sized
   UnreadFolderHandler unread;            ///< for these too
   RecordTemplate record;
   bool isContainZeroItem = false;

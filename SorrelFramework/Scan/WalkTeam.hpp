@@ -10,9 +10,9 @@
 
 namespace sorrel {
 
-/// Shares the work of one walk among the threads that happen to be free. Each member works on a subtree of
-/// its own and gives parts of it away when another one waits. The owner of the walk works too, and helpers
-/// join only if a thread gets to run them, so nobody ever waits for a task that has not started.
+/// Shares the work of one walk among the threads that are currently free. Each member works on a subtree of
+/// its own and gives parts of it away when another member waits. The owner of the walk works too, and helpers
+/// join only once a thread runs them, so no member ever waits for a task that has not started.
 template <class Work>
 class WalkTeam {
  public:
@@ -24,7 +24,8 @@ class WalkTeam {
     return true;
   }
 
-  /// A member is done with what it had. The next piece, or nothing when all work of all members is done.
+  /// Called by a member that has finished its work. Returns the next piece, or nothing when all work of all
+  /// members is done.
   [[nodiscard]] std::optional<Work> next() {
     std::unique_lock lock(mutex_);
     --busy_;
@@ -44,7 +45,7 @@ class WalkTeam {
     return work;
   }
 
-  /// True while more members wait than there are pieces to take. Cheap.
+  /// True while more members wait than pieces are available. Cheap.
   [[nodiscard]] bool wantsWork() const noexcept {
     return wanted_.load(std::memory_order_relaxed) > offered_.load(std::memory_order_relaxed);
   }
@@ -59,7 +60,7 @@ class WalkTeam {
   std::mutex mutex_;
   std::condition_variable changed_;
   std::vector<Work> gifts_;
-  std::size_t busy_ = 1;  // the owner
+  std::size_t busy_ = 1;  // starts with the owner
   bool over_ = false;
   std::atomic<std::size_t> wanted_{0};
   std::atomic<std::size_t> offered_{0};

@@ -25,8 +25,8 @@ struct FolderContent {
   std::vector<URL> urls;
   std::vector<std::int64_t> sizes;
   std::vector<bool> isRegular;
-  std::string links;    // NUL and the text of each link; what else is no regular file has no text
-  bool isWhole = true;  // no folder was closed to the walk
+  std::string links;    // a NUL and the target of each link; other special files add nothing
+  bool isWhole = true;  // every folder could be read
 };
 
 void addLink(const URL& url, std::string& links) {
@@ -172,7 +172,7 @@ class FolderHash : public std::enable_shared_from_this<FolderHash> {
         same.hasPartlyReadFolder = true;  // its unread files may differ
         continue;
       }
-      // A link is not hashed, yet folders whose links lead elsewhere are no copies.
+      // Links are not hashed, yet folders whose links have other targets are not copies.
       Twins& twins = same.byLinks[folder.content.links];
       twins.records.push_back(std::move(groups_[folder.group][folder.index]));
       std::ranges::move(hashed, std::back_inserter(twins.files));
@@ -203,9 +203,10 @@ class FolderHash : public std::enable_shared_from_this<FolderHash> {
     for (HashedFile& file : twins.files) search_->leftOut.insert(std::move(file.url));
   }
 
-  /// Keeps the same twins, and the hashes of their files alone: all other files are read as files.
+  /// Keeps the same twins, but only the hashes of their own files: all other files are treated as single
+  /// files.
   void keepTwins(const std::string& text, Twins& twins, const FileHashBatch& batch) {
-    dropOtherMounts(twins.records);  // a folder that is mounted twice would have no group in the end
+    dropOtherMounts(twins.records);  // a folder that is mounted twice would end up without a group
     if (twins.records.size() < 2) return;
     if (!search_->foldersByHash.try_emplace(text, std::move(twins.records)).second) return;
     for (HashedFile& file : twins.files)

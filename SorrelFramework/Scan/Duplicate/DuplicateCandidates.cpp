@@ -75,7 +75,7 @@ std::vector<DuplicateInfo> filesToHash(DuplicatesBySize files, const std::unorde
     if (records.size() < 2) continue;
     std::erase_if(records, [&](const DuplicateInfo& record) { return leftOut.contains(record.path); });
     sortByPath(records);
-    if (records.size() < 2) continue;  // what is alone has no twin to be found
+    if (records.size() < 2) continue;  // a single file can have no twin
     std::ranges::move(records, std::back_inserter(list));
   }
   return list;

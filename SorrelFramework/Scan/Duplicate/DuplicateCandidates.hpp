@@ -17,26 +17,26 @@ namespace sorrel {
 /// The sizes of a dictionary, the largest first.
 [[nodiscard]] std::vector<Integer> sizesDescending(const DuplicatesBySize& dictionary);
 
-/// Sorts by path, so that results do not hang on which walk was through first, and takes out what was met
-/// twice because one place was to be scanned twice: it is no twin of itself.
+/// Sorts by path, so that results do not depend on which walk finished first, and removes records that were
+/// found twice because the same path was scanned twice: a file is not its own twin.
 void sortByPath(std::vector<DuplicateInfo>& records);
 
 /// Drops members that are the same item as an earlier member, seen through another mount (SeenItems). Hard
 /// links are kept.
 void dropOtherMounts(std::vector<DuplicateInfo>& twins);
 
-/// The second stage. Of the folders of one size those that agree in their number of files with another one
-/// stay. The largest go first and cover the sizes of all folders below them: a size that is covered is not
-/// looked at again, whichever folders bear it.
+/// The second stage. Keeps the folders of one size that share their number of files with another one. The
+/// largest go first and cover the sizes of all folders below them: a covered size is skipped, even for other
+/// folders that have it.
 [[nodiscard]] DuplicatesBySize candidateFolders(DuplicatesBySize folders,
                                                 const std::function<bool()>& isStopped);
 
-/// Takes the sizes out that also belong to a folder below one of the candidates, and those below the limit;
-/// the largest first.
+/// Removes the sizes that also belong to a folder below one of the candidates, and those below the limit; the
+/// largest first.
 [[nodiscard]] std::vector<std::vector<DuplicateInfo>> topmostFolders(DuplicatesBySize candidates,
                                                                      std::int64_t limit);
 
-/// The files that have to be read: at least two of a size, none in `leftOut`, the largest first.
+/// The files that must be read: at least two of a size, none in `leftOut`, the largest first.
 [[nodiscard]] std::vector<DuplicateInfo> filesToHash(DuplicatesBySize files,
                                                      const std::unordered_set<URL>& leftOut);
 

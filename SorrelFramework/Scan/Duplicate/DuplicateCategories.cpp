@@ -22,7 +22,7 @@ struct TypeWord {
   Kind kind;
 };
 constexpr TypeWord kTypeWords[] = {
-    {"image", "-image", Kind::Picture},  // "disk-image" is no picture
+    {"image", "-image", Kind::Picture},  // "disk-image" is not a picture
     {"movie", {}, Kind::Media},
     {"document", {}, Kind::Document},
     {"archive", {}, Kind::Archive},

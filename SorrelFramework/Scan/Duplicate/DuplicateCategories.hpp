@@ -29,7 +29,7 @@ void addToChildCategories(CategoryInformation& allCategory, const Ref<FileInform
 /// The repair of the tree after a clean; see DuplicateScanService::sortCategory().
 GroupRepair repairDuplicates(CategoryInformation& allCategory, const DuplicateTitles& titles);
 
-/// What the records of members are made from.
+/// The keys from which the records of members are made.
 constexpr ResourceKeys kMemberKeys = NSURLLocalizedNameKey | NSURLFileSizeKey | NSURLEffectiveIconKey |
                                      NSURLIsDirectoryKey | NSURLIsPackageKey |
                                      NSURLContentModificationDateKey | NSURLLocalizedTypeDescriptionKey;

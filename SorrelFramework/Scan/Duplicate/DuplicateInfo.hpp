@@ -25,12 +25,11 @@ enum class DuplicateGroupKind : Integer {
 /// A file or folder that may have a twin.
 struct DuplicateInfo {
   Integer fileNumSum = 0;  ///< 1 for a file; for a folder the files counted in it
-  /// Bytes of a file. Of a folder a computed size, which tells folders apart and is no size on disk: see
-  /// DuplicateWalk.
+  /// Bytes of a file. For a folder a computed size, a fingerprint that is no size on disk: see DuplicateWalk.
   Integer fileSize = 0;
   URL path;
   bool fileOrPath = true;   ///< true for a file, false for a folder
-  SubfolderSizes sizeList;  ///< computed sizes of all folders below that the walk went down into
+  SubfolderSizes sizeList;  ///< computed sizes of all folders below that the walk entered
 };
 
 /// Candidates by their size.

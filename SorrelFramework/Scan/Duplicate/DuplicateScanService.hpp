@@ -18,27 +18,27 @@
 namespace sorrel {
 
 /// Finds files and whole folders with the same content. Files are twins if they have the same size, above the
-/// limit, and the same MD5 of their whole content; folders, if computed size, number of files and the MD5s of
-/// all their files, one behind the other, are the same, and their links have the same texts. Names, dates and
-/// places play no part, hidden items are not seen. What is reached through two mounts is one member.
+/// limit, and the same MD5 of their whole content; folders are twins if computed size, number of files and
+/// the concatenated MD5s of all their files are equal, and their links have the same targets. Names, dates
+/// and locations do not matter, hidden items are ignored. An item reached through two mounts is one member.
 ///
-/// Four stages: a walk that reads no content; a choice of folders, the largest first; the hash of the folders
-/// left, then of the files that lie in none of them; the tree of groups in the feature's first category.
+/// Four stages: a walk that reads no content; a selection of folders, the largest first; the hashes of the
+/// remaining folders, then of the files that lie in none of them; the tree of groups in the feature's first
+/// category.
 class DuplicateScanService : public SuperScanService {
  public:
   using DuplicateKind = DuplicateGroupKind;
   using DoneFunc = std::function<void(FeatureInformation&, std::int64_t size)>;
   using DuplicateInfo = sorrel::DuplicateInfo;
 
-  /// KiB; only what is larger takes part. Set it while no scan runs.
+  /// KiB; only larger files take part. Set it while no scan runs.
   static Integer limitSize;
   /// The same in bytes; a fatal stop if it does not fit.
   [[nodiscard]] static std::int64_t limitInBytes();
   /// False: the files of every folder that was hashed are no candidates for groups of files, whether or not
-  /// the folder has a twin. True: only those of folders that have one are left out, and even these are
-  /// members of the group of an equal file that lies in no such folder. So of every pair of equal files
-  /// above the limit both are in one group, or both lie in folders that have a twin. Set it while no scan
-  /// runs.
+  /// the folder has a twin. True: only the files of folders with a twin are excluded, and even these are
+  /// members of the group of an equal file that lies in no such folder. So of every pair of equal files above
+  /// the limit both are in one group, or both lie in folders that have a twin. Set it while no scan runs.
   static bool findsEveryEqualPair;
   /// False: folders without a file that could be hashed are twins if their computed sizes are equal. True:
   /// such folders have no twin. Set it while no scan runs.
@@ -48,12 +48,12 @@ class DuplicateScanService : public SuperScanService {
   static std::map<Integer, std::string> childrenCateogryDict;
 
   /// Starts the scan and returns. A path with fewer than four components ("/Users/alice" has three) stands
-  /// for what lies directly in it, links aside; of two paths to one place, by way of a link, one is walked.
-  /// `done` gets the feature and the bytes of all members of all groups, once, on a serial queue of the
-  /// scan's own; of a stopped scan 0, on the thread that noticed the stop. No paths: `done` runs before the
-  /// call returns. While a scan of this feature runs, a second one does nothing; behind a stop, the new scan
-  /// ends what is left of the old one. `progress` and `singleDone` are never called; `showPercent` as in the
-  /// other scanners.
+  /// for its direct children, except links; if two paths lead to the same item, one through a link, one is
+  /// walked. `done` gets the feature and the bytes of all members of all groups, once, on a serial queue of
+  /// the scan's own; for a stopped scan it gets 0, on the thread that noticed the stop. Without paths, `done`
+  /// runs before the call returns. While a scan of this feature runs, a second call does nothing; after a
+  /// stop, the new scan ends the rest of the old one. `progress` and `singleDone` are never called;
+  /// `showPercent` as in the other scanners.
   static void scanDuplicate(FeatureInformation& featureInfo, const std::vector<URL>& scanPaths,
                             ProgressFunc progress, PercentFunc showPercent, SingleDoneFunc singleDone,
                             DoneFunc done, std::shared_ptr<WeftSerialQueue> dispatch,
@@ -63,7 +63,7 @@ class DuplicateScanService : public SuperScanService {
                                DoneFunc done, std::shared_ptr<WeftSerialQueue> dispatch,
                                WeftQOS qosClass = WeftQOS::Background);
 
-  /// Paths to scan for a user who chose none: what lies directly in the home and is not hidden, except links,
+  /// Paths to scan when the user chose none: the direct, visible children of the home, except links,
   /// packages, the folder Library and mounts that are not local volumes. The path of the home itself would
   /// stand for its packages and its Library too. An entry with fewer than four components is replaced by its
   /// own entries, except packages.
@@ -72,7 +72,7 @@ class DuplicateScanService : public SuperScanService {
   /// Ends a stopped scan: nothing is built, `done` gets 0.
   static void stopDuplicate(FeatureInformation& featureInfo, const DoneFunc& done);
 
-  /// The third stage, on `dispatch`: hashes the candidates and goes on to organizeDataForDuplicate.
+  /// The third stage, on `dispatch`: hashes the candidates, then calls organizeDataForDuplicate.
   static void analysisDataForDuplicate(DuplicatesBySize preSizeAndFilePath,
                                        DuplicatesBySize sizeAndFolderPath, FeatureInformation& featureInfo,
                                        ProgressFunc progress, PercentFunc showPercent,
@@ -80,9 +80,8 @@ class DuplicateScanService : public SuperScanService {
                                        std::shared_ptr<WeftSerialQueue> dispatch,
                                        std::shared_ptr<PercentService> percentService, WeftQOS qosClass);
 
-  /// The hashes of all files below the folder, hidden ones aside and packages included, one behind the other
-  /// in the order of the walk; the URLs of these files; their bytes; and the URLs of those that have a size.
-  /// Blocks.
+  /// The concatenated hashes of all files below the folder, except hidden ones, packages included, in the
+  /// order of the walk; the URLs of these files; their bytes; and the URLs of those that have a size. Blocks.
   static std::tuple<std::string, std::vector<URL>, std::int64_t, std::unordered_set<URL>>
   getMD5FromFolderPath(const URL& folderURL);
 
@@ -94,20 +93,20 @@ class DuplicateScanService : public SuperScanService {
                                        std::shared_ptr<WeftSerialQueue> dispatch,
                                        std::shared_ptr<PercentService> percentService);
 
-  /// The kinds of the group that the file belongs to, by the tree of its content type.
+  /// The kinds of the group that the file belongs to, determined by its content type tree.
   static std::vector<Integer> sortFile(const FileInformation& file);
 
-  /// The repair after a clean: takes the members that were deleted out of `allCategory`, and groups with
-  /// fewer than two; numbers the rest and makes the child categories anew. Bytes deleted, members that could
-  /// not be, and their texts, a line each.
+  /// The repair after a clean: removes the deleted members from `allCategory`, and groups with fewer than
+  /// two; numbers the rest and recreates the child categories. Returns the bytes deleted, the members that
+  /// could not be deleted, and their texts, one line each.
   static std::tuple<std::int64_t, FileRecords, std::string> sortCategory(CategoryInformation& allCategory);
 
-  /// A walk by way of getListFromUrls, in no scan's use: hashes nothing, and tells of each path through
+  /// A walk through getListFromUrls that no scan uses: hashes nothing, and reports each path through
   /// `singleDone` (its index, the bytes found) on `dispatch`. `done` is not called.
   static void scanTestAProDuplicate(FeatureInformation& featureInfo, const std::vector<URL>& scanPaths,
                                     ProgressFunc progress, PercentFunc showPercent, SingleDoneFunc singleDone,
                                     DoneFunc done, std::shared_ptr<WeftSerialQueue> dispatch);
-  /// Keeps what is above the limit; leaves packages and frameworks unentered.
+  /// Keeps files above the limit; does not enter packages and frameworks.
   static bool filter(const URL& url, const ResourceValues& values, EnumerationPosition* position);
 
   static constexpr std::string_view kStopLog = "DuplicateScanService stopDuplicate Supend";

@@ -26,7 +26,7 @@ struct Group {
   FileRecords members;
   std::vector<Integer> kinds;
 
-  /// Bytes of all members, for the order of the groups.
+  /// Bytes of all members; groups are ordered by it.
   [[nodiscard]] std::int64_t weight() const {
     std::int64_t bytes = 0;
     if (__builtin_mul_overflow(twins.front().fileSize, static_cast<std::int64_t>(twins.size()), &bytes))
@@ -44,7 +44,7 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
         queue_(std::make_shared<WeftSerialQueue>(WeftQOS::Default)) {
     take(search->filesByHash, FilesKind::File);
     take(search->foldersByHash, FilesKind::Folder);
-    // Not in the order in which threads come to an end: a scan of the same files gives the same tree.
+    // Sorted, because threads finish in any order: a scan of the same files must give the same tree.
     std::ranges::sort(groups_, [](const Group& a, const Group& b) {
       if (a.weight() != b.weight()) return a.weight() > b.weight();
       return a.twins.front().path < b.twins.front().path;
@@ -65,7 +65,7 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
   }
 
  private:
-  /// Groups whose members one task makes.
+  /// Number of groups whose members one task makes.
   static constexpr std::size_t kBatch = 32;
 
   [[nodiscard]] CategoryInformation& category() { return run_->feature().categoryInfo[0]; }
@@ -90,7 +90,8 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
   void makeMembers(Group& group) {
     dropOtherMounts(group.twins);
     for (const DuplicateInfo& twin : group.twins) {
-      // Without the category, whose children may belong to a newer scan: the member is numbered in its group.
+      // Made without the category, whose children may belong to a newer scan: the member is numbered in its
+      // group.
       Ref<FileInformation> member = SuperScanService::getFileInformationFromUrl(twin.path, kMemberKeys);
       if (!member) continue;
       member->parentCategoryInfo = Ref<CategoryInformation>(category());
@@ -100,7 +101,7 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
       group.kinds = kindsOfFile(*group.members.front());
   }
 
-  /// On the queue, when all members are there.
+  /// Runs on the queue, when all members exist.
   void build() {
     for (Group& group : groups_) {
       if (group.members.size() > 1) addHeader(group);
@@ -134,8 +135,7 @@ class DuplicateTree : public std::enable_shared_from_this<DuplicateTree> {
   StageThrough through_;
   std::shared_ptr<WeftSerialQueue> queue_;
   std::vector<Group> groups_;
-  std::vector<std::pair<Ref<FileInformation>, std::vector<Integer>>>
-      headers_;  // with the rows they belong to
+  std::vector<std::pair<Ref<FileInformation>, std::vector<Integer>>> headers_;  // with their rows
   std::int64_t total_ = 0;
 };
 

@@ -21,7 +21,7 @@ constexpr std::string_view kCache = "/Cache";
 constexpr std::size_t kLengthOfLibrary = std::string_view("Library").size();  // in any letter case
 constexpr std::int64_t kWeightOfTypeByte = 1024;
 
-/// Two packages of one type weigh the same, whatever they hold.
+/// Two packages of one type weigh the same, whatever they contain.
 std::int64_t weightOfType(std::string_view type) {
   std::int64_t weight = 0;
   for (const char byte : type) weight += static_cast<unsigned char>(byte) * kWeightOfTypeByte;
@@ -77,7 +77,7 @@ DuplicateInfo DuplicateWalk::folderBackTracking(const URL& url) {
   return result;
 }
 
-/// The folder that folders_ went down into, at path_.
+/// Starts the level of the folder at path_ that folders_ has just entered.
 void DuplicateWalk::enterTop() {
   if (used_ == levels_.size()) levels_.push_back(std::make_unique<Level>());
   Level& level = *levels_[used_++];
@@ -88,8 +88,8 @@ void DuplicateWalk::enterTop() {
   weighFiles();
 }
 
-/// The weights of files add up in any order, so that the folder is read once, and only what has to be met in
-/// the order of the names stays in the listing: folders and candidates.
+/// The order of files does not change their sum, so the folder is read once, and the listing keeps only what
+/// must be visited in the order of names: folders and candidates.
 void DuplicateWalk::weighFiles() {
   FolderListing& listing = top().listing;
   int error = 0;
@@ -108,7 +108,7 @@ void DuplicateWalk::weighFiles() {
       listing.add({entry->name, entry->length, FolderStream::Type::Directory});
       continue;
     }
-    const std::int64_t size = status ? status->size : 0;  // one that is gone by now still counts as a file
+    const std::int64_t size = status ? status->size : 0;  // a file that is gone by now still counts
     add({1, size});
     if (rules_.limit < size) listing.add(*entry, size);
   }
@@ -128,8 +128,8 @@ void DuplicateWalk::leaveTop(DuplicateInfo& result) {
   if (used_ > 0) {
     sizes_->folders.push_back({weight.bytes, first});
     add(weight);
-    // A folder that was moved away while the walk was below it is not found again: what is left of it is
-    // passed over.
+    // A folder that was moved away while the walk was below it is not found again: its remaining entries are
+    // skipped.
     if (!isBack) passOver(error);
   }
   const bool isCandidate = rules_.limit < weight.bytes;

@@ -16,17 +16,17 @@
 
 namespace sorrel {
 
-/// What all walks of one scan have in common.
+/// Settings shared by all walks of one scan.
 struct DuplicateWalkRules {
-  std::int64_t limit = 0;  ///< bytes; only what is larger is a candidate
+  std::int64_t limit = 0;  ///< bytes; only larger files and folders are candidates
   /// Paths of the folders "Library" of all homes: weighed, not entered.
   std::unordered_set<std::string> libraries;
   std::function<bool()> isStopped;
   UnreadFolderHandler unread;  ///< may be called on several threads at a time
 };
 
-/// Collects the files and folders above a limit. Hidden items do not count; of two mounts that show the same
-/// files one would be taken for a copy of the other, so that no mount point below the root is entered.
+/// Collects the files and folders above a limit. Hidden items do not count; no mount point below the root is
+/// entered, because if two mounts show the same files one would be taken for a copy of the other.
 ///
 /// The size computed for a folder is a fingerprint: the bytes of its files, whatever their size, plus the
 /// computed sizes of the folders in it. A bundle, a user's Library and a folder below a cache are not
@@ -36,7 +36,7 @@ class DuplicateWalk {
  public:
   using Sink = std::function<void(DuplicateInfo)>;
 
-  /// `sink` takes each candidate on the walking thread: a folder behind all that lies in it.
+  /// `sink` takes each candidate on the walking thread: a folder after everything in it.
   DuplicateWalk(const DuplicateWalkRules& rules, Sink sink);
 
   /// Weighs the file at `url`; a candidate if it is above the limit.
@@ -46,18 +46,18 @@ class DuplicateWalk {
   DuplicateInfo folderBackTracking(const URL& url);
 
  private:
-  /// What an item adds to the folder that holds it.
+  /// The contribution of an item to its parent folder.
   struct Weight {
     Integer files = 0;
     Integer bytes = 0;  // computed, for a folder
   };
-  /// Of a folder that went away since the one above it was read.
+  /// The weight of a folder that vanished after its parent was read.
   static constexpr Weight kGoneFolder{1, 1};
   struct Level {
     FolderListing listing;
     std::size_t next = 0;
     std::size_t pathLength = 0;
-    std::size_t firstBelow = 0;  // in sizes_
+    std::size_t firstBelow = 0;  // index in sizes_
     Weight weight;
   };
   [[nodiscard]] Level& top() { return *levels_[used_ - 1]; }
@@ -81,8 +81,8 @@ class DuplicateWalk {
   FolderStream stream_;
   std::vector<std::unique_ptr<Level>> levels_;  // kept for the next folder of that depth
   std::size_t used_ = 0;
-  std::string path_;              // of the item the walk is at
-  std::size_t layoutOffset_ = 0;  // of the path below the root of the volume
+  std::string path_;              // of the current item
+  std::size_t layoutOffset_ = 0;  // offset in path_ of the part below the root of the volume
   std::shared_ptr<WalkedSizes> sizes_;
 };
 

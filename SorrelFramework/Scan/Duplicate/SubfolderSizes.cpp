@@ -20,7 +20,7 @@ void SizeUnion::insert(const SubfolderSizes& sizes) {
   while (i > sizes.first_) {
     const WalkedSizes::Folder& folder = sizes.walk_->folders[--i];
     sizes_.insert(folder.size);
-    // Folders lie in one another or apart: with this one all that is below it goes in.
+    // Two folders are nested or disjoint: if this one is in already, so is everything below it.
     if (!expanded_.insert(&folder).second) i = folder.first;
   }
 }

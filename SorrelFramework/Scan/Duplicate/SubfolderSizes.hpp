@@ -9,21 +9,21 @@
 
 namespace sorrel {
 
-/// The computed sizes of all folders that one walk went down into, a folder behind those below it. So the
-/// folders below any folder are one stretch of it, and a walk keeps one word for each folder at any depth.
+/// The computed sizes of all folders that one walk entered, each folder after those below it. So the folders
+/// below any folder form one contiguous range, and a walk keeps one entry for each folder at any depth.
 struct WalkedSizes {
   struct Folder {
     std::int64_t size;
-    std::size_t first;  ///< of the folders below it; the last one stands right before it
+    std::size_t first;  ///< of the folders below it; the last one is the entry right before this one
   };
   std::vector<Folder> folders;
 };
 
-/// A set of sizes: of all folders below one folder, at any depth.
+/// The set of sizes of all folders below one folder, at any depth.
 class SubfolderSizes {
  public:
   SubfolderSizes() = default;
-  /// The folders `first` up to, and without, `last` of the walk.
+  /// The folders from `first` to `last` (exclusive) of the walk.
   SubfolderSizes(std::shared_ptr<const WalkedSizes> walk, std::size_t first, std::size_t last)
       : walk_(std::move(walk)), first_(first), last_(last) {}
 
@@ -39,8 +39,8 @@ class SubfolderSizes {
   std::size_t last_ = 0;
 };
 
-/// The union of many such sets. What is below a folder is gone through once, however many of the folders
-/// above it are put in too.
+/// The union of many such sets. The entries below a folder are inserted once, even if many of its ancestors
+/// are inserted too.
 class SizeUnion {
  public:
   void insert(const SubfolderSizes& sizes);
@@ -48,7 +48,7 @@ class SizeUnion {
 
  private:
   std::unordered_set<std::int64_t> sizes_;
-  std::unordered_set<const WalkedSizes::Folder*> expanded_;  // all below them is in
+  std::unordered_set<const WalkedSizes::Folder*> expanded_;  // everything below them is inserted
 };
 
 }  // namespace sorrel

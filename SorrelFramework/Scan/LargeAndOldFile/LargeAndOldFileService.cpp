@@ -54,7 +54,7 @@ constexpr std::array<TypeWord, 4> kTypeWords = {{
     {"archive", Kind::Archives},
 }};
 
-/// The moments that tell how old a file is.
+/// The limits between the rows by age.
 struct AgeLimits {
   Date year;
   Date month;
@@ -143,7 +143,7 @@ struct LargeFileScan {
 
   /// False if a newer scan owns the tree.
   [[nodiscard]] bool add(const Ref<CategoryInformation>& all, const URL& url, ResourceValues values) {
-    values.creationDate = values.contentModificationDate;  // what these records are dated by
+    values.creationDate = values.contentModificationDate;  // the date that the rows by age use
     const auto record =
         makeRecord({NSControlStateValueOff, count, all->finderID, all}, url, values,
                    rawValue(FilesKind::File), values.fileSize.value_or(kDefaultRecordSize), true);
@@ -166,8 +166,8 @@ Scan makeScan(std::shared_ptr<ScanRun> run, ProgressFunc progress, LargeAndOldFi
 
 void log(std::string text) { LogService::shard().log(LogService::LogLevel::Info, std::move(text)); }
 
-/// True for a path below the home. Another home may begin with the same letters, and a path that steps up
-/// again ends elsewhere.
+/// True for a path below the home. Another home may begin with the same letters, and a path with ".." may end
+/// elsewhere.
 bool liesInHome(std::string_view path) {
   std::string home = Host::current().home();
   if (!home.ends_with('/')) home += '/';
@@ -201,7 +201,7 @@ void walkHome(LargeFileScan& scan) {
       });
   while (const DirectoryEnumerator::Item* const item = files.next()) {
     if (scan.run->isStopped()) return;
-    // The other values cost much more than these, and few files are large.
+    // The other values are much more expensive than these, and few files are large.
     if (!item->status.isRegularFile() || item->status.size < kEntrySize) continue;
     if (!scan.add(all, item->url, files.values(kKeys))) return;
   }
@@ -222,7 +222,7 @@ void askTool(const Scan& scan, const StageThrough& through) {
     return through("no tool");
   }
   const auto notes = std::make_shared<const ChildNotes>();
-  // A large home takes the tool long, and it prints nothing until its end.
+  // In a large home the tool takes long, and it prints nothing until its end.
   const int error =
       TerminalUtilsClass(scan->run->feature().finderID)
           .runUntilStopped(
@@ -298,7 +298,7 @@ void LargeAndOldFileService::scanProLargeAndOldFileFast(FeatureInformation& feat
   if (!run) return log("LargeAndOldScanService Scanning");
   log("LargeAndOldScanService Start");
   const Scan scan = makeScan(std::move(run), std::move(progress), std::move(done));
-  // A child process may take long: no thread of the bounded pool waits for it.
+  // A child process may take long: no thread of the bounded pool may wait for it.
   GlobalQueue::submitBlocking([scan] { runAllStages(scan, true); });
 }
 

@@ -32,16 +32,16 @@ CategoryPlan planFor(const CategoryInformation& category) {
   return plan;
 }
 
-/// True if the path below the home leads through a folder of attachments. A volume or a home that itself lies
-/// in a folder of that name would make one of every message.
+/// True if the path below the home leads through a folder of attachments. The path above is ignored: if the
+/// volume or the home itself lies in a folder of that name, every message would count as an attachment.
 bool isBelowAttachments(std::string_view path) {
   const Host& host = Host::current();
   if (path.starts_with(host.home() + "/")) path.remove_prefix(host.home().size());
   return host.layoutPath(path).find(kAttachments) != std::string::npos;
 }
 
-/// Puts a copy of `source` in the place of `target`; true if there is a file at `target` then. A folder there
-/// is somebody's own and stays.
+/// Replaces `target` by a copy of `source`; true if `target` is a file afterwards. A folder there is the
+/// user's own and stays.
 bool renewCopy(const std::string& source, const std::string& target) {
   bool isFolder = false;
   if (fileExists(target, &isFolder) && isFolder) return false;

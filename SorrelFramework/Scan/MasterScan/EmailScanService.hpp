@@ -25,13 +25,13 @@ class EmailScanService : public SuperScanService {
                                std::shared_ptr<WeftSerialQueue> dispatch);
 
   /// Names of the version folders ("V10") of the mail store whose "PersistenceInfo.plist" lies in the folder
-  /// `url`, in the order of that file: the keys of the dictionaries under its keys that hold
-  /// "VersionDirectoryIdentifiers". The file is copied to the user's documents folder first, over what bears
-  /// that name there unless it is a folder, and the copy is read; if that fails, the file itself. Empty if
+  /// `url`, in the order of that file: the keys of the dictionaries under its keys that contain
+  /// "VersionDirectoryIdentifiers". The file is copied to the user's documents folder first, replacing an
+  /// item of that name unless it is a folder, and the copy is read; if that fails, the file itself. Empty if
   /// neither can be read.
   static std::vector<std::string> getMailAttachmentsDirectoryId(const URL& url);
 
-  /// The filter of EmailAttachment categories: files at level 4 or deeper with a folder "Attachments" above,
+  /// The filter of EmailAttachment categories: files at level 4 or deeper that have an ancestor "Attachments"
   /// below the home.
   static bool attachmentFilter(const URL& url, const ResourceValues& values, EnumerationPosition* position);
 };

@@ -73,8 +73,8 @@ bool covers(std::string outer, const std::string& inner) {
 }
 
 /// The roots of one category on the desktop: its own folders, and the library in the first category. A folder
-/// that two categories name, or that lies in another one, is walked once: twice, its bytes would count twice,
-/// and a clean would miss the second time what it had removed itself.
+/// that two categories name, or that lies in another one, is walked once: walked twice, its bytes would count
+/// twice, and a clean would fail on the items that it had already removed itself.
 std::vector<URL> desktopRoots(const FeatureInformation& feature, const CategoryInformation& category) {
   std::vector<URL> all = foldersOfTheLibrary();
   const bool isFirst = &category == &*feature.categoryInfo.begin();

@@ -10,7 +10,7 @@
 
 namespace sorrel {
 
-/// Measures the pictures that a photo library has made from its originals: on a macOS volume in the user's
+/// Measures the pictures that a photo library has derived from its originals: on a macOS volume in the user's
 /// Photos library, on the desktop also in the folders that the catalogue names for its photo managers. On a
 /// volume each category lists the library; on the desktop the first one does, and no folder is listed twice.
 class PhotoScanService : public SuperScanService {
@@ -30,10 +30,10 @@ class PhotoScanService : public SuperScanService {
                                 std::function<void(CategoryResults)> done,
                                 std::shared_ptr<WeftSerialQueue> dispatch);
 
-  /// The library directly in the user's folder of pictures: the last one, by name, of several.
+  /// The library directly in the user's folder of pictures; the last one by name if there are several.
   static std::optional<URL> getPhotoslibraryPath();
 
-  /// Keeps what has ".png", ".jpg" or ".jpeg" in its name, in small letters.
+  /// Keeps items with ".png", ".jpg" or ".jpeg" in their names, in lower case.
   static bool pictureFilter(const URL& url, const ResourceValues& values, EnumerationPosition* position);
 };
 

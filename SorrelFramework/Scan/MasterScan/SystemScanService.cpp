@@ -12,7 +12,7 @@
 namespace sorrel {
 namespace {
 
-/// Caches of the system's own machinery for XPC and kernel extensions, in small letters; never offered.
+/// Caches of the system's own services for XPC and kernel extensions, in lower case; never offered.
 constexpr std::array<std::string_view, 2> kSystemOwnCaches = {"com.apple.xpchelper.cache",
                                                               "com.apple.kext.caches"};
 
@@ -38,7 +38,7 @@ CategoryPlan planFor(const CategoryInformation& category) {
 bool SystemScanService::systemCacheFilter(const URL& /*url*/, const ResourceValues& values,
                                           EnumerationPosition* position) {
   if (position == nullptr || position->level() < 1) return false;
-  // Below the root: where a volume is mounted says nothing of what lies on it.
+  // Compared below the root: the mount point of a volume says nothing about its contents.
   if (values.path && isSystemOwnCache(Host::current().layoutPath(*values.path))) return false;
   if (values.isDirectory.value_or(false)) position->skipDescendants();
   return true;

@@ -11,12 +11,12 @@ namespace sorrel {
 
 /// Measures the caches and logs that the catalogue names. A category of kind SystemCache gives one record for
 /// each item directly in its folders, sized as a whole; any other kind a record for every item at every
-/// depth, where a folder's size holds what its items hold too.
+/// depth, where a folder's size includes its items.
 class SystemScanService : public SuperScanService {
  public:
   /// Starts the scan and returns. `progress` runs on the main queue once for each item, `showPercent` on the
   /// main thread up to 1.0, `singleDone` and `done` (once) on `dispatch`. No callback is made if the
-  /// feature's scan runs already. The tree is left as it is: the caller merges what `done` brings.
+  /// feature's scan runs already. The tree is left as it is: the caller merges the results that `done` gets.
   static void scanSystemJunk(FeatureInformation& featureInfo, ProgressFunc progress, PercentFunc showPercent,
                              SingleDoneFunc singleDone, std::function<void(CategoryResults)> done,
                              std::shared_ptr<WeftSerialQueue> dispatch);

@@ -18,7 +18,7 @@ bool isLink(const URL& url) {
   return status && !status->isDirectory() && !status->isRegularFile();
 }
 
-/// Folders that are links are left out: what they lead to is no trash, and may be all of the disk.
+/// Folders that are links are left out: they do not lead to a trash, and may lead to the whole disk.
 CategoryPlan planFor(const CategoryInformation& category) {
   CategoryPlan plan;
   plan.keys = kRecordKeys;
@@ -29,12 +29,12 @@ CategoryPlan planFor(const CategoryInformation& category) {
   return plan;
 }
 
-/// Writes the results into the tree; all bytes of the feature.
+/// Writes the results into the tree; returns all bytes of the feature.
 std::int64_t fillTree(FeatureInformation& feature, const CategoryResults& results) {
   std::int64_t all = 0;
   for (const auto& [index, result] : results) {
     if (static_cast<std::size_t>(index) >= feature.categoryInfo.size())
-      continue;  // taken away during the scan
+      continue;  // removed from the tree during the scan
     CategoryInformation& category = feature.categoryInfo[static_cast<std::size_t>(index)];
     category.childrens = result.first;
     category.size = checkedAdd(result.second.fileSize, result.second.folderSize);
@@ -43,7 +43,7 @@ std::int64_t fillTree(FeatureInformation& feature, const CategoryResults& result
   return all;
 }
 
-/// Counted from the root of the layout: "/Volumes/X" has three pieces, the root itself two.
+/// Counted from the root of the layout: "/Volumes/X" has three components, the root itself two.
 bool isOtherVolume(const URL& volume) {
   const auto pieces = componentsSeparatedBy(Host::current().layoutPath(volume.path()), "/");
   return pieces.size() > 2 && pieces[1] != "System";

@@ -13,7 +13,7 @@
 
 namespace sorrel {
 
-/// Lists what lies in the user's trash, a category of the catalogue, and in the trash folders of other
+/// Lists the items in the user's trash, a category of the catalogue, and in the trash folders of other
 /// volumes, categories of kind OtherTrashBin that the application makes from getUSBInfo(). One record for
 /// each item directly in a trash folder, sized as a whole.
 class TrashBinScanService : public SuperScanService {
@@ -24,7 +24,7 @@ class TrashBinScanService : public SuperScanService {
   /// Starts the scan and returns. Fills `childrens` and `size` of the feature's categories and then calls
   /// `done` with the feature and all bytes, once, on the main queue. `progress` and `showPercent` as in the
   /// other scanners; `singleDone` is never called. `otherTrashBinDesc` is the application's text for the rows
-  /// of other volumes; the scan has no use for it.
+  /// of other volumes; the scan does not use it.
   static void scanTrashBin(FeatureInformation& featureInfo, ProgressFunc progress, PercentFunc showPercent,
                            SingleDoneFunc singleDone,
                            std::function<void(FeatureInformation&, std::int64_t size)> done,
@@ -35,8 +35,8 @@ class TrashBinScanService : public SuperScanService {
                               const std::string& otherTrashBinDesc,
                               std::shared_ptr<WeftSerialQueue> dispatch);
 
-  /// The user's trash folder on each mounted volume but the system's own, with the volume's name. A volume
-  /// without one is not listed.
+  /// The user's trash folder on each mounted volume except the system's own, with the volume's name. A volume
+  /// without a trash folder is not listed.
   static std::vector<std::pair<URL, std::string>> getUSBInfo();
 
   /// True for the items directly in a trash folder.

@@ -8,8 +8,8 @@
 
 namespace sorrel {
 
-/// Measures the folders that the catalogue names for phones and tablets, above all the backups of devices:
-/// one record for each item directly in a folder, sized as a whole. A backup bears the name of its device.
+/// Measures the folders that the catalogue names for phones and tablets, mainly the backups of devices: one
+/// record for each item directly in a folder, sized as a whole. A backup has the name of its device.
 class iTunesScanService : public SuperScanService {
  public:
   /// Starts the scan and returns. Callbacks, and the tree, as in SystemScanService::scanSystemJunk.
@@ -21,9 +21,9 @@ class iTunesScanService : public SuperScanService {
                                 std::function<void(CategoryResults)> done,
                                 std::shared_ptr<WeftSerialQueue> dispatch);
 
-  /// Gives the record of a device backup the "Display Name" of its "Info.plist" as title; any other record,
-  /// and a backup without that name, stays as it is. On a macOS volume a backup is what lies in the folder of
-  /// backups; on the desktop, where users keep them where they like, also any folder with the files of one.
+  /// Sets the title of a device backup's record to the "Display Name" of its "Info.plist"; any other record,
+  /// and a backup without that name, stays as it is. On a macOS volume every item in the folder of backups is
+  /// a backup; on the desktop, where users keep backups in any folder, also any folder with the files of one.
   static void updateTitle(FileInformation& record);
 };
 
