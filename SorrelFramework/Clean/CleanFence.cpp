@@ -15,11 +15,11 @@
 namespace sorrel {
 namespace {
 
-/// Whether a URL names an item of this machine, and its path alone says which one.
+/// True if a URL names an item of this machine, and its path alone identifies the item.
 bool hasPlace(const URL& url) {
   if (!url.isFileURL() || url.isEmptyPath()) return false;
   std::string_view text = url.relativeText();
-  // "file:///a#1" may well have been meant for a file called "a#1", and not for the one called "a".
+  // "file:///a#1" may have been meant for a file called "a#1" instead of the one called "a".
   if (text.find_first_of("?#") != std::string_view::npos) return false;
   text.remove_prefix(std::string_view("file:").size());
   return !text.starts_with("//") || text.starts_with("///") || text.starts_with("//localhost/");
@@ -40,7 +40,7 @@ bool mayBeLink(const std::string& path) {
 
 CleanFence::CleanFence() : root_(Host::current().root()), currentFolders_(foldersUpFrom(".")) {
   if (currentFolders_.empty()) currentError_ = errno;
-  // Then it was removed: there is nothing to keep.
+  // The folder was removed: there is nothing to protect.
   if (currentError_ == ENOENT) currentError_ = 0;
   if (root_.empty()) return;
   const std::vector<FolderIdentity> upFromRoot = foldersUpFrom(root_);
@@ -63,7 +63,7 @@ int CleanFence::error(const std::string& path, const RemovalTarget& found) const
 }
 
 int CleanFence::outsideError(const std::string& path, const RemovalTarget& found) const {
-  // A way that met no link went where its names say.
+  // A path without links ends where its names say.
   if (!found.isBehindLink() && path.starts_with(root_ + "/")) return 0;
   if (const int error = outsideError(path); error != 0) return error;
   const auto isRoot = [this](const ItemIdentity& folder) {
@@ -72,9 +72,9 @@ int CleanFence::outsideError(const std::string& path, const RemovalTarget& found
   return std::ranges::any_of(found.chain(), isRoot) ? 0 : EACCES;
 }
 
-/// Of an item that can't be reached from here, because a folder above it is gone or is the helper's business,
-/// the nearest place above counts that can be, and from there on the names. Unless that place is a link:
-/// nobody knows where it leads.
+/// If the item is unreachable, because an ancestor is gone or only the helper may enter it, its nearest
+/// reachable ancestor decides; the rest of the path is compared as text. Unless that ancestor is a link: its
+/// target is unknown.
 int CleanFence::outsideError(const std::string& path) const {
   std::string at = path;
   do {

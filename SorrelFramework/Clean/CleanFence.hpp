@@ -10,23 +10,23 @@
 
 namespace sorrel {
 
-/// What a clean never touches, neither by itself nor through the helper, which knows nothing of this process:
-/// a record without a place (its URL is no file URL, or has a foreign host, a query or a fragment, or is that
-/// of the empty path, which names whatever folder the process happens to be in), the current folder and those
-/// above it, and on a macOS volume everything that does not lie below the volume's root when the links above
-/// it are followed. What can't be looked up for want of descriptors and the like is not touched either. An
-/// ordinary failure of the record each time.
+/// Items that a clean never touches, neither by itself nor through the helper, which knows nothing of this
+/// process: a record whose URL names no local item (it is no file URL, or has a foreign host, a query or a
+/// fragment, or is that of the empty path, which means the current folder of the process), the current folder
+/// and its ancestors, and on a macOS volume everything that does not lie below the volume's root after the
+/// links in its path are followed. An item that can't be looked up for lack of descriptors or memory is not
+/// touched either. Each refusal is an ordinary failure of the record.
 class CleanFence {
  public:
-  /// For the current folder and the host of this moment.
+  /// For the current folder and the host at this time.
   CleanFence();
 
-  /// 0 if the item may be removed as far as the fence goes, else an errno for removalErrorText().
+  /// 0 if the fence allows the removal of the item, else an errno for removalErrorText().
   [[nodiscard]] int error(const URL& url) const;
-  /// Only as far as the URL itself tells: EINVAL for a record without a place.
+  /// The check of the URL alone: EINVAL for a URL that names no local item.
   [[nodiscard]] static int placeError(const URL& url);
-  /// The rest, for the item that was found at `path` and may go as far as the removal's policy is concerned:
-  /// the answer holds for that item and the way that led to it, whatever stands under the path by now.
+  /// The remaining checks, for an item that was found at `path` and that the removal's policy allows: the
+  /// result applies to that item and the path walked to it, even if the path leads to another item by now.
   [[nodiscard]] int error(const std::string& path, const RemovalTarget& found) const;
 
  private:
@@ -38,7 +38,7 @@ class CleanFence {
   std::string root_;  ///< of the macOS volume; "" for this machine
   std::optional<FolderIdentity> rootFolder_;
   std::vector<FolderIdentity> currentFolders_;
-  int currentError_ = 0;  ///< why these are not known
+  int currentError_ = 0;  ///< why the current folders are unknown
 };
 
 }  // namespace sorrel

@@ -22,7 +22,7 @@ void selectAll(Children<FileInformation>& files, HelperCleanService& service) {
   for (FileInformation& file : files) select(file, service);
 }
 
-/// Each record by its own state.
+/// Selects each record by its own state.
 void selectEach(Children<FileInformation>& files, HelperCleanService& service) {
   for (FileInformation& file : files) {
     if (file.state == NSControlStateValueOn) {
@@ -44,8 +44,8 @@ void selectBelow(Integer state, Children<FileInformation>& files, HelperCleanSer
 
 using Selection = std::function<void(HelperCleanService& service)>;
 
-/// The helper's part may ask the user for a password, so the block gets a thread of its own: a clean that
-/// waits must not hold up a scan.
+/// The helper's part may prompt the user for a password, so the block gets a thread of its own: a waiting
+/// clean must not delay a scan.
 void startClean(std::vector<Ref<CategoryInformation>> categorys, CleanServiceType cleanType,
                 std::shared_ptr<CleanServiceProtocol> finishService, Ref<FeatureInformation> featureInfo,
                 Selection selection) {

@@ -13,8 +13,8 @@
 namespace sorrel {
 namespace {
 
-/// The removal takes normal paths alone. Slashes too many and "." change nothing about where a path leads;
-/// ".." may, behind a link, and stays.
+/// The removal accepts normal paths only. Repeated slashes and "." do not change where a path leads; ".."
+/// after a link may, so it stays.
 std::string normalPath(std::string_view path) {
   std::string normal;
   while (!path.empty()) {
@@ -58,7 +58,7 @@ void FileRemover::Session::forgetTrashed(const URL& url) const {
 
 void FileRemover::Session::finish() const { trash_->finish(); }
 
-/// The fence is asked of the item that is held, and not of a path that may lead elsewhere a moment later.
+/// The fence checks the item that is held open, as the path may lead elsewhere a moment later.
 int FileRemover::Session::errorOfRemoval(const URL& url) const {
   if (const int error = CleanFence::placeError(url); error != 0) return error;
   RemovalTarget item = find(url);

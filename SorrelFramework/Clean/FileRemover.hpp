@@ -16,20 +16,20 @@
 
 namespace sorrel {
 
-/// Removes files for a clean with the rights of this process. Safe on any thread.
+/// Removes files for a clean with the permissions of this process. Safe on any thread.
 class FileRemover {
  public:
   using RemoveFunc = std::function<RemovalResult(const std::string& path, const RemovalPolicy& policy)>;
 
-  /// The removals of one clean: what must never be removed is looked up once, when it begins.
+  /// The removals of one clean: the protected paths are looked up once, at its start.
   class Session {
    public:
-    /// `remove` in place of the real removal, if it is not empty.
+    /// `remove` replaces the real removal, if it is not empty.
     explicit Session(RemoveFunc remove);
 
-    /// Removes the item itself (a link, never what it leads to) with all that lies below it. Nothing on
-    /// success, else the text for the user. What CleanFence, RemovalPolicy or protectPlacesOfHost() refuses
-    /// is an ordinary failure. A slash at the end, doubled slashes and "." in the path do not count.
+    /// Removes the item itself (a link, never its target) with everything below it. Nothing on success, else
+    /// the text for the user. A refusal by CleanFence, RemovalPolicy or protectPlacesOfHost() is an ordinary
+    /// failure. A trailing slash, doubled slashes and "." in the path are ignored.
     [[nodiscard]] std::optional<std::string> removeItem(const URL& url) const;
 
     /// The same for an item in which nothing holds bytes: only if it is `expected`, and of it no regular file
@@ -37,15 +37,15 @@ class FileRemover {
     [[nodiscard]] std::optional<std::string> removeItemWithoutBytes(const URL& url,
                                                                     const ItemNumber& expected) const;
 
-    /// Removes what a desktop's trash has on record about `url` (TrashRecords), if the item is gone.
-    /// removeItem() does so by itself; this is for what the helper removed.
+    /// Removes the records that a desktop's trash keeps about `url` (TrashRecords), if the item is gone.
+    /// removeItem() does so by itself; this is for items that the helper removed.
     void forgetTrashed(const URL& url) const;
-    /// To be called when all is removed: brings the sizes that a trash keeps up to date.
+    /// To be called after the last removal: updates the sizes that a trash keeps.
     void finish() const;
 
-    /// What must not go to the helper either, which knows neither this process nor its host: the errno with
-    /// which CleanFence refuses the item, EPERM for a place that is protected here, or why that can't be
-    /// told; 0 if nothing speaks against it.
+    /// Checks an item before it goes to the helper, which knows neither this process nor its host: the errno
+    /// with which CleanFence refuses the item, EPERM for a path that is protected here, or the error that
+    /// prevented the check; 0 if nothing forbids it.
     [[nodiscard]] int refusal(const URL& url) const;
 
    private:
@@ -73,7 +73,7 @@ class FileRemover {
 
   [[nodiscard]] Session begin() const;
 
-  /// For tests: what removes from now on; an empty function puts the real one back.
+  /// For tests: replaces the removal function; an empty function restores the real one.
   void setRemoveForTesting(RemoveFunc remove);
 
  private:

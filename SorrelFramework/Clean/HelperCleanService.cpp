@@ -15,7 +15,7 @@
 namespace sorrel {
 namespace {
 
-/// Digits with or without a sign, that fit in an integer.
+/// Digits with an optional sign, that fit in an integer.
 bool isDecimalInteger(std::string_view text) {
   if (text.starts_with('+')) {
     text.remove_prefix(1);
@@ -33,8 +33,8 @@ auto* valueOf(Dictionary& dictionary, const std::string& key) {
   return found == dictionary.end() ? nullptr : &found->second;
 }
 
-/// The selection marks a folder without going down into it. Without a word of the helper its leaves must
-/// count as failed and stay in the tree, not as leaves that nobody selected.
+/// The selection marks a folder but not its contents. If the helper reports nothing, the leaves must count as
+/// failed and stay in the tree, not as leaves that were never selected.
 void markLeavesOf(const RecordSet& records) {
   for (const Ref<FileInformation>& record : records) {
     sumOfLeaves(*record, [](FileInformation& leaf) -> Integer {
@@ -74,8 +74,8 @@ void HelperCleanService::allFinish() {
   finishService->cleanFinished(cleanCategorys, repaired.size, repaired.abnormalFiles, errorStatus, errorDesc);
 }
 
-/// Repairs the tree of a finder. Without a repair for the type the tree stays as it is, but the listener
-/// still hears what was deleted and what was not.
+/// Repairs the tree of a finder. If the type has no repair the tree stays as it is, but the listener still
+/// gets the deleted and the failed records.
 TreeRepairResult HelperCleanService::repairTree() {
   const TreeRepairFunc repair = treeRepair(cleanType);
   if (!repair) return tallyWithoutRepair();
@@ -95,7 +95,7 @@ void HelperCleanService::deleteHelperFile() {
 
   HelperDictionary eventDict;
   auto fileDict = std::make_shared<FileDict>();
-  // Refusals are decided anew: the user may have been asked for a password for minutes.
+  // Refusals are checked again: the password prompt may have taken minutes.
   const FileRemover::Session removal = FileRemover::shard().begin();
   for (const RecordSet* records : {&commonDeleteAbnormal, &helperDelete}) {
     for (const Ref<FileInformation>& record : *records) {
@@ -109,8 +109,8 @@ void HelperCleanService::deleteHelperFile() {
                                replyCallback(fileDict));
 }
 
-/// Holds this service until the reply if a shared pointer owns it. Another owner may end it before: then the
-/// reply finds nothing to do.
+/// If a shared pointer owns this service, the callback keeps it alive until the reply. Another owner may
+/// destroy it earlier: then the reply has no effect.
 HelperProtocol::EventReply HelperCleanService::replyCallback(std::shared_ptr<const FileDict> fileDict) {
   const auto take = [this, fileDict](bool, std::int32_t, const std::optional<HelperDictionary>& dictionary) {
     if (dictionary) takeReply(*dictionary, *fileDict);
@@ -123,7 +123,7 @@ HelperProtocol::EventReply HelperCleanService::replyCallback(std::shared_ptr<con
   };
 }
 
-/// False if this process refuses every leaf: then the helper is not fetched, and the user not asked.
+/// False if this process refuses every leaf: then the helper is not fetched, and the user not prompted.
 bool HelperCleanService::hasLeafForHelper() const {
   const FileRemover::Session removal = FileRemover::shard().begin();
   const auto mayGo = [&removal](FileInformation& leaf) -> Integer {
@@ -174,7 +174,7 @@ void HelperCleanService::endHelperHalf() {
 void HelperCleanService::addToEventDict(FileInformation& file, const FileRemover::Session& removal,
                                         HelperDictionary& eventDict, FileDict& fileDict) {
   sumOfLeaves(file, [&](FileInformation& leaf) -> Integer {
-    // The helper can't know what this process must not touch, and would do it as root.
+    // The helper can't know which items this process must not touch, and would remove them as root.
     if (const int error = removal.refusal(leaf.url); error != 0) {
       leaf.deleteStatus = rawValue(DeleteStatus::DeleteError);
       leaf.deleteErrorDesc = removalErrorText(leaf.url.lastPathComponent(), error);

@@ -23,9 +23,9 @@ namespace sorrel {
 
 /// The state of one clean: its tally, the half that the privileged helper does, the repair of the tree, and
 /// the final callback. CleanService makes one for each clean. It is used by one thread at a time and has no
-/// lock: the two halves are strictly one after the other. The reply of the helper may come long after the
-/// event. A service that a shared pointer owns lives until then; another one, such as one on the stack, has
-/// to outlive the reply, or the clean ends without its final callback.
+/// lock: the two halves run strictly one after the other. The reply of the helper may come long after the
+/// event. A service that a shared pointer owns lives until then; any other, such as one on the stack, must
+/// outlive the reply, or the clean ends without its final callback.
 class HelperCleanService : public std::enable_shared_from_this<HelperCleanService> {
  public:
   HelperCleanService(std::shared_ptr<CleanServiceProtocol> finishService, CleanServiceType cleanType,
@@ -34,10 +34,10 @@ class HelperCleanService : public std::enable_shared_from_this<HelperCleanServic
   HelperCleanService(const HelperCleanService&) = delete;
   HelperCleanService& operator=(const HelperCleanService&) = delete;
 
-  std::shared_ptr<CleanServiceProtocol> finishService;   ///< whom to tell
+  std::shared_ptr<CleanServiceProtocol> finishService;   ///< the listener
   std::vector<Ref<CategoryInformation>> cleanCategorys;  ///< the tree, repaired in place
   Integer cleanFinshCount = 0;                           ///< halves of the clean that are done
-  RecordSet commonDelete;          ///< records for the user's process; those it removed stay here
+  RecordSet commonDelete;          ///< records for the user's process; the removed ones stay here
   RecordSet commonDeleteAbnormal;  ///< records that the user's process failed to remove
   Integer commonDeleteFinishCount = 0;
   Integer commonDeleteAbnormalCount = 0;
@@ -49,27 +49,27 @@ class HelperCleanService : public std::enable_shared_from_this<HelperCleanServic
   CleanServiceType cleanType;                          ///< which repair follows
   std::int64_t commonDeleteSize = 0;                   ///< bytes freed by the user's process
   std::int64_t helperDeleteSize = 0;                   ///< bytes freed by the helper
-  Ref<FeatureInformation> featureInformation;          ///< needed for Uninstall only
+  Ref<FeatureInformation> featureInformation;          ///< used by Uninstall only
 
-  /// At the second call with cleanFinshCount at 2: reports 0.75, repairs the tree and calls cleanFinished.
-  /// A Common clean reports the sum of the two tallies, always the joined texts of the failed records, and
-  /// leaves errorStatus alone. The other types report the repair's own size; only if records failed, the
-  /// status is DeleteError and the text the repair's. A type without a repair leaves the tree alone and
-  /// reports the sum of the tallies, the failed leaves, and why there was no helper or else their texts.
+  /// At the second call with cleanFinshCount at 2: reports 0.75, repairs the tree and calls cleanFinished. A
+  /// Common clean reports the sum of the two tallies, always the joined texts of the failed records, and does
+  /// not change errorStatus. The other types report the repair's own size; only if records failed, the status
+  /// is DeleteError and the text the repair's. A type without a repair leaves the tree unchanged and reports
+  /// the sum of the tallies, the failed leaves, and the reason for a missing helper or else their texts.
   virtual void allFinish();
   /// Ends the half of the user's process.
   virtual void commonFinish();
-  /// Sends what the user's process failed to delete, or may not delete, to the helper in one event; with
-  /// nothing to send, or nothing but what this process refuses to touch, the helper is not asked for. Leaves
-  /// that it does not tell about count as failed. Returns at once; the reply ends this half.
+  /// Sends the records that the user's process failed to delete, or may not delete, to the helper in one
+  /// event; if there are none, or this process refuses all of them, no helper is fetched. Leaves that the
+  /// helper does not report count as failed. Returns at once; the reply ends this half.
   virtual void deleteHelperFile();
-  /// The repair for Common: takes the deleted records out of the tree, and emptied categories that ask for
-  /// it, numbers what is left, sums the sizes anew and clears all ticks. Answers the leaves that were
-  /// selected and are still there, and their texts, each followed by ",".
+  /// The repair for Common: removes the deleted records from the tree, and emptied categories that ask for
+  /// it, numbers the rest, recomputes the sizes and clears all ticks. Returns the leaves that were selected
+  /// and are still there, and their texts, each followed by ",".
   virtual std::pair<FileRecords, std::string> sortCategory(HelperCleanService& helpToolCleanService);
 
  protected:
-  /// The helper of that service name, or perhaps the message why there is none. May install it and ask the
+  /// The helper of that service name, or perhaps the message why there is none. May install it and prompt the
   /// user, so it may block for long.
   virtual PrivilegeHelper::Tool askForHelper(const std::string& machServiceName);
 

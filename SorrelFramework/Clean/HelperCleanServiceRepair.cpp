@@ -1,4 +1,4 @@
-// The repair of the tree after a Common clean, and what is reported where a tree has no repair.
+// The repair of the tree after a Common clean, and the report for a tree without a repair.
 
 #include <algorithm>
 #include <cstddef>
@@ -16,7 +16,7 @@ namespace {
 
 using Files = Children<FileInformation>;
 
-/// Leaves that were selected and are still there.
+/// Leaves that were selected and still exist.
 struct FailedLeaves {
   RecordSet records;
   std::string text;
@@ -34,7 +34,7 @@ Integer getNodeDeleteStatus(FileInformation& file, FailedLeaves& failed) {
   });
 }
 
-/// Takes the records at these ascending indexes out, in one pass.
+/// Removes the records at these ascending indexes, in one pass.
 void removeAt(Files& files, const std::vector<std::size_t>& indexes) {
   if (indexes.empty()) return;
   // The category was given twice, and its records are gone already.
@@ -52,7 +52,7 @@ void removeAt(Files& files, const std::vector<std::size_t>& indexes) {
   files = Files(kept);
 }
 
-/// The records of a category that go from the tree. Marks the category as mixed if any stays.
+/// The records of a category to remove from the tree. Marks the category as mixed if any stays.
 std::vector<std::size_t> deletedRecords(CategoryInformation& category, FailedLeaves& failed) {
   std::vector<std::size_t> indexes;
   for (std::size_t j = 0; j < category.childrens.size(); ++j) {
@@ -66,7 +66,7 @@ std::vector<std::size_t> deletedRecords(CategoryInformation& category, FailedLea
   return indexes;
 }
 
-/// Takes the deleted children out of a record that stays, and out of its mixed children, and so on down.
+/// Removes the deleted children from a record that stays, from its mixed children, and so on down.
 void updateSubInfo(FileInformation& top) {
   std::vector<FileInformation*> pending{&top};
   while (!pending.empty()) {
@@ -87,7 +87,8 @@ void updateSubInfo(FileInformation& top) {
   }
 }
 
-/// Clears the ticks of a level and all below it, numbers them and sums them up anew. A leaf keeps its size.
+/// Clears the ticks of a level and everything below it, numbers the records and recomputes the sums. A leaf
+/// keeps its size.
 std::int64_t updateChildrenInfo(Files& files, Integer parentFinderID) {
   struct Level {
     Files* files;
@@ -128,7 +129,7 @@ TreeRepairResult HelperCleanService::tallyWithoutRepair() const {
   for (const RecordSet* records : {&commonDeleteAbnormal, &helperDelete}) {
     for (const Ref<FileInformation>& record : *records) getNodeDeleteStatus(*record, failed);
   }
-  // Why there is no helper says more than the leaves that were left to it.
+  // The reason for a missing helper is more useful than the texts of the leaves left to it.
   std::string desc = errorDesc.empty() ? std::move(failed.text) : errorDesc;
   return {checkedAdd(commonDeleteSize, helperDeleteSize), failed.records.records(), std::move(desc), {}};
 }
@@ -150,7 +151,7 @@ std::pair<FileRecords, std::string> HelperCleanService::sortCategory(
       categorys.erase(categorys.begin() + static_cast<std::ptrdiff_t>(i));
     }
   }
-  // The categories of a tree are alike: the first decides for all.
+  // All categories of a tree have the same setting: the first decides for all.
   if (!categorys.empty() && categorys.front()->needRemoveCategory) {
     for (std::size_t i = 0; i < categorys.size(); ++i) categorys[i]->finderID = static_cast<Integer>(i);
   }

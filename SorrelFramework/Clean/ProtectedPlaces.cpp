@@ -16,10 +16,10 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// The desktop's trash holds the folder of the things and that of their descriptions.
+// The desktop's trash keeps the items and their descriptions in two folders.
 constexpr const char* kTrashesOfHome[] = {"/.Trash", "/.local/share/Trash/files", "/.local/share/Trash/info"};
 
-/// What can't be told for want of descriptors and the like is not passed over in silence.
+/// A path that can't be checked for lack of descriptors or memory is reported as unknown, not skipped.
 std::vector<std::string> foldersIn(const std::string& parent, RemovalPolicy& policy) {
   std::vector<std::string> folders;
   std::error_code error;

@@ -10,9 +10,9 @@
 
 namespace sorrel {
 
-/// A set of records by what they hold, in the order in which they came. Of two equal records it holds the
+/// A set of records, compared by content, in the order of insertion. If two records are equal it keeps the
 /// first. The fields that make records equal (finderID, parentFinderID, size, url) must not change while a
-/// record lies in a set that is still searched: it would not be found again.
+/// record is in a set that is still searched: it would not be found again.
 class RecordSet {
  public:
   using const_iterator = std::list<Ref<FileInformation>>::const_iterator;
@@ -37,7 +37,7 @@ class RecordSet {
   [[nodiscard]] bool empty() const noexcept { return order_.empty(); }
   [[nodiscard]] const_iterator begin() const noexcept { return order_.begin(); }
   [[nodiscard]] const_iterator end() const noexcept { return order_.end(); }
-  /// The records of this moment, in order.
+  /// A copy of the current records, in order.
   [[nodiscard]] FileRecords records() const { return {order_.begin(), order_.end()}; }
 
  private:

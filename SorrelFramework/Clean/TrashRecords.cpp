@@ -24,8 +24,8 @@ std::optional<ItemIdentity> folderIn(int parent, const char* name) {
   return folder.isOpen() ? identityOf(folder.get()) : std::nullopt;
 }
 
-/// Whether `info` lies in the very folder `info` of the trash whose folder `files` held `item`. The user may
-/// own links on the way, which a look-up by path follows.
+/// True if `info` lies in the folder `info` of the trash whose folder `files` held `item`. The user may own
+/// links on the path, which a look-up by path would follow.
 bool isInInfoFolderBeside(const RemovalTarget& item, const RemovalTarget& info) {
   const FileDescriptor trash(::openat(item.folder(), "..", O_PATH | O_DIRECTORY | O_CLOEXEC));
   const auto opened = trash.isOpen() ? identityOf(trash.get()) : std::nullopt;
@@ -64,7 +64,7 @@ void TrashRecords::finish() {
   for (auto& [files, known] : known_) {
     if (known.gone.empty()) continue;
     const std::set<std::string>& gone = known.gone;
-    // A line that could not be taken out is a stale one, which other programs know to ignore.
+    // A line that could not be removed is stale, and other programs ignore stale lines.
     static_cast<void>(
         known.trash->removeSizes([&gone](const std::string& name) { return gone.contains(name); }));
     known.gone.clear();
@@ -84,7 +84,7 @@ TrashRecords::Known* TrashRecords::trashWithFiles(const std::string& files) {
   return known.trash ? &known : nullptr;
 }
 
-/// Only a file or a link goes.
+/// Removes only a file or a link.
 void TrashRecords::removeInfo(const Known& known, const RemovalTarget& item) {
   RemovalTarget info = infos_.find(known.trash->infoFile(item.leaf()));
   if (info.error() != 0 || info.identity().isDirectory()) return;

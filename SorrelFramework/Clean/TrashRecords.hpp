@@ -11,21 +11,21 @@
 
 namespace sorrel {
 
-/// What a desktop's trash has on record about the items that a clean removes from it: once an item is gone,
-/// its `.trashinfo` goes, and then its line in `directorysizes`. Otherwise name and origin of what was
-/// deleted stay readable, and other programs list items that are no longer there. Any folder but a trash of
-/// the user (DesktopTrash) has no records. Not safe on several threads at a time; `policy` must outlive it.
+/// The records that a desktop's trash keeps about the items that a clean removes from it: once an item is
+/// gone, its `.trashinfo` is removed, and then its line in `directorysizes`. Otherwise name and origin of the
+/// deleted item stay readable, and other programs list items that no longer exist. A folder that is not a
+/// trash of the user (DesktopTrash) has no records. Not thread-safe; `policy` must outlive it.
 class TrashRecords {
  public:
   explicit TrashRecords(const RemovalPolicy& policy) : items_(policy), infos_(policy) {}
 
-  /// To be called when the item at `path`, a normal path, was removed. Does nothing if an item is still, or
-  /// again, there. The record is found in the `info` folder beside the very `files` folder that held the
-  /// item, without a link on the way.
+  /// To be called after the item at `path`, a normal path, was removed. Does nothing if an item exists there,
+  /// or exists again. The record is looked up in the `info` folder beside the `files` folder that held the
+  /// item, without following a link.
   void forget(const std::string& path);
-  /// Takes the lines of all that was forgotten since the last call out of `directorysizes`.
+  /// Removes the lines of all items forgotten since the last call from `directorysizes`.
   void finish();
-  /// The record that is still there though the item at `path`, of a trash, is gone.
+  /// The record that still exists though the item at `path`, in a trash, is gone.
   static std::optional<std::string> recordLeftBy(const std::string& path);
 
  private:

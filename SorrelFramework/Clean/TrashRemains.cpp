@@ -50,8 +50,8 @@ std::vector<std::string> namesIn(const std::string& folder) {
   return namesIn(openFolder(folder).get()).value_or(std::vector<std::string>());
 }
 
-/// Bytes of the regular files at and below an item; nothing if not all of it can be read. Of an item that is
-/// neither a file nor a folder its own size counts, as in a scan.
+/// Bytes of the regular files at and below an item; nothing if a part of it can't be read. For an item that
+/// is neither a file nor a folder its own size counts, as in a scan.
 std::optional<std::int64_t> bytesOf(const std::string& path) {
   const auto status = statusOf(path);
   if (!status) return std::nullopt;
@@ -68,7 +68,7 @@ std::optional<std::int64_t> bytesOf(const std::string& path) {
   return isWhole ? std::optional(bytes) : std::nullopt;
 }
 
-/// Whether the item, once found, is gone now.
+/// True if the item, once found, is gone now.
 bool isRemoved(const FileRemover::Session& removal, const TrashRemains::Item& item) {
   if (item.kind == TrashRemains::Kind::Record) {
     if (const auto trashed = itemOfRecord(item.path)) removal.forgetTrashed(URL::fileURL(*trashed, false));

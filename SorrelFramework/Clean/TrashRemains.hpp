@@ -12,9 +12,10 @@
 
 namespace sorrel {
 
-/// What is left in a desktop's trash when all that a scan listed was removed: items without a byte, which no
-/// scan lists, records whose item is gone, and what a file manager was about to delete. For an application
-/// whose user empties the whole trash: it can show what was found, and then remove that and nothing else.
+/// The items left in a desktop's trash after everything that a scan listed was removed: items of zero bytes,
+/// which no scan lists, records whose item is gone, and items that a file manager was about to delete. For an
+/// application whose user empties the whole trash: it can show the found items, and then remove exactly
+/// those.
 class TrashRemains {
  public:
   enum class Kind { ItemWithoutBytes, Record, Expunged };
@@ -25,11 +26,11 @@ class TrashRemains {
     ItemNumber number = {};  ///< of an item without bytes
   };
 
-  /// File managers write the record of an item before they move the item, so a younger one is left alone.
+  /// File managers write the record of an item before they move the item, so a younger record is left alone.
   static constexpr double kSecondsOfMove = 3600;
 
-  /// Looks into those of the folders `roots` that hold the items of a trash of the user (DesktopTrash) and
-  /// changes nothing. An item with a part that can't be read counts as one with bytes.
+  /// Reads those of the folders `roots` that hold the items of a trash of the user (DesktopTrash) and changes
+  /// nothing. An item with an unreadable part counts as not empty.
   static TrashRemains find(const std::vector<URL>& roots, Date now);
 
   [[nodiscard]] const std::vector<Item>& items() const noexcept { return items_; }
@@ -42,7 +43,7 @@ class TrashRemains {
   /// calling thread.
   [[nodiscard]] std::vector<std::string> remove(const std::function<bool()>& isStopped = {}) const;
 
-  /// The items with bytes that were there and still are: those that a clean should have removed.
+  /// The items with bytes that existed before and still exist: a clean should have removed them.
   [[nodiscard]] std::vector<std::string> itemsThatStayed() const;
 
  private:

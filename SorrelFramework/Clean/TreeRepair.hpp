@@ -13,18 +13,18 @@
 
 namespace sorrel {
 
-/// What the repair of a tree found after a clean.
+/// The result of a tree's repair after a clean.
 struct TreeRepairResult {
   std::int64_t size = 0;  ///< bytes freed, by the repair's own figure
-  /// Records that could not be deleted; of large and old files, the records that went.
+  /// Records that could not be deleted; for large and old files, the records that were removed.
   FileRecords abnormalFiles;
   std::string desc;  ///< their texts
   /// The new categories, if the repair makes any; otherwise those of the clean stay.
   std::optional<std::vector<Ref<CategoryInformation>>> categorys;
 };
 
-/// Brings a finder's tree up to date after a clean, on the clean's background thread. `allCategory` is the
-/// first category of the clean, `featureInfo` its feature; either may be empty.
+/// Updates a finder's tree after a clean, on the clean's background thread. `allCategory` is the first
+/// category of the clean, `featureInfo` its feature; either may be empty.
 using TreeRepairFunc = std::function<TreeRepairResult(const Ref<CategoryInformation>& allCategory,
                                                       const Ref<FeatureInformation>& featureInfo)>;
 
@@ -32,7 +32,7 @@ using TreeRepairFunc = std::function<TreeRepairResult(const Ref<CategoryInformat
 /// HelperCleanService repairs itself, and any whose finder is not part of the framework.
 [[nodiscard]] TreeRepairFunc treeRepair(CleanServiceType type);
 
-/// Sets the repair of a type and gives back the one before; an empty function takes it away. Any thread.
+/// Sets the repair of a type and returns the previous one; an empty function removes it. Any thread.
 TreeRepairFunc registerTreeRepair(CleanServiceType type, TreeRepairFunc repair);
 
 }  // namespace sorrel

@@ -20,7 +20,7 @@ std::string hashOfFile(const std::string& path, DigestKind kind) {
   return FileHash::hashOfFileAtPath(path, {init, update, final, Digest::length(kind), &digest});
 }
 
-/// Whether the whole file went to the update operation.
+/// True if the update operation got the whole file.
 bool feed(FileReadStream& stream, const FileHashComputationContext& context) {
   std::array<std::uint8_t, 4096> chunk;
   for (;;) {

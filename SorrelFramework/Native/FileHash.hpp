@@ -6,7 +6,7 @@
 
 namespace sorrel {
 
-/// One kind of digest for FileHash::hashOfFileAtPath: its operations and its state. An operation answers
+/// One kind of digest for FileHash::hashOfFileAtPath: its operations and its state. An operation returns
 /// false if it failed, which counts like a failed read.
 struct FileHashComputationContext {
   bool (*initFunction)(void* digest);
@@ -16,9 +16,9 @@ struct FileHashComputationContext {
   void* digest;              ///< the state, which the caller owns
 };
 
-/// Digests of whole files for applications: lower-case hexadecimal digits, or "" for what is no regular file
-/// or cannot be read to its end. Links are followed: the caller names the file. Any thread, many at once; no
-/// stop reaches it.
+/// Digests of whole files for applications: lower-case hexadecimal digits, or "" for an item that is not a
+/// regular file or cannot be read to its end. Links are followed: the caller names the file. Any thread, many
+/// at once; a stop has no effect.
 class FileHash {
  public:
   FileHash() = delete;

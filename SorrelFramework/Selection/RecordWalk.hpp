@@ -13,7 +13,7 @@ namespace sorrel {
 }
 
 /// Sum of `ofLeaf` over the leaves at and below `record`, in the order of the arrays. `atParent`, if given,
-/// runs for each record with children after all of them, with their sum. Trees of any depth.
+/// runs for each record with children after all of them, with their sum. Trees may have any depth.
 Integer sumOfLeaves(FileInformation& record, const std::function<Integer(FileInformation& leaf)>& ofLeaf,
                     const std::function<void(FileInformation& parent, Integer sum)>& atParent = {});
 

@@ -13,8 +13,8 @@ namespace {
 bool isASCII(char byte) { return static_cast<unsigned char>(byte) < 0x80; }
 bool isContinuation(char byte) { return (static_cast<unsigned char>(byte) & 0xC0) == 0x80; }
 
-/// A letter with an accent behind it is one character, and none of ASCII's. Two of ASCII's never make one,
-/// a line feed behind its carriage return aside.
+/// A letter followed by a combining accent is one character, and not an ASCII one. Two ASCII characters never
+/// combine, except carriage return and line feed.
 bool isPartOfMore(std::string_view text, std::size_t at) {
   std::size_t first = at;
   if (at > 0 && !isASCII(text[at - 1])) {
@@ -42,7 +42,7 @@ Integer sumOfASCII(std::string_view text) {
   return sum;
 }
 
-/// The text that is greater comes first; of two ways to write the same text, the greater bytes.
+/// Descending order; for canonically equivalent texts, the greater bytes come first.
 bool isBefore(const std::string& a, const std::string& b) {
   if (textLess(b, a)) return true;
   return !textLess(a, b) && a > b;

@@ -13,14 +13,14 @@ namespace sorrel {
 
 class DuplicateNode;
 
-/// What the nodes of one tree share.
+/// State shared by the nodes of one tree.
 class DuplicateFolderInfo {
  public:
   std::vector<std::string> rootPath;
   std::map<std::string, std::pair<Integer, std::vector<std::shared_ptr<DuplicateNode>>>> foldersAndNodesInfo;
 
-  /// How far the sums of the characters' ASCII values of two texts lie apart. A character without one, such
-  /// as a letter with an accent however it is written, adds nothing.
+  /// The difference between the sums of the characters' ASCII values of two texts. A non-ASCII character,
+  /// such as a letter with an accent in any encoding form, adds zero.
   [[nodiscard]] static Integer calculateValue(std::string_view folder1, std::string_view folder2);
 };
 
