@@ -57,7 +57,8 @@ class FileHashBatch::Worker {
     }
   }
 
-  /// Reads until the lane has a block to run, or lets go of a file that can't be read. False for a stop.
+  /// Reads until the lane has a block to process, or drops a file that can't be read. False if the batch was
+  /// stopped.
   bool feed(std::size_t lane) {
     while (lanes_.wantsBytes(lane)) {
       if (batch_.isStopped()) return false;
@@ -106,7 +107,7 @@ FileHashBatch::FileHashBatch(std::vector<std::string> paths, std::size_t workers
 }
 
 void FileHashBatch::run() {
-  // A file alone is digested faster by the system's library, and needs no buffers of lanes.
+  // A single file is digested faster by the system's library, and needs no lane buffers.
   if (share_ < std::max<std::size_t>(kernel_.leastLanes, 2)) {
     runOneByOne();
   } else {

@@ -14,18 +14,18 @@ namespace sorrel {
 
 /// StreamFileHashUnit::hashFile for many files, several times as fast: each thread reads up to 16 of them in
 /// turn, a chunk of 16384 bytes of each, and digests these chunks side by side (AVX-512 or AVX2). The results
-/// are those of hashFile on each path. A stop is seen before each chunk of any file; whatever has no digest
-/// by then gets none, even if scanState is set back.
+/// are those of hashFile on each path. A stop is checked before each chunk of any file; a file without a
+/// digest by then gets none, even if scanState is reset.
 ///
 ///     auto batch = std::make_shared<FileHashBatch>(paths, workers);
 ///     for each worker: GlobalQueue::submit([batch] { batch->run(); ...count the worker on the queue... });
-///     behind the last of them: batch->hashes()
+///     after the last of them: batch->hashes()
 class FileHashBatch {
  public:
   /// `workers` is the number of threads that will call run(): each takes its share of a few files, so that no
-  /// thread is idle. Files are begun in the order of the paths; the longest first keeps all threads busy to
-  /// the end. `kernel` must be supported by this processor. `isStopped` stops this batch alone, on whichever
-  /// thread runs it; scanState, which a new scan sets back, stops them all.
+  /// thread is idle. Files are begun in the order of the paths; with the longest first, all threads stay busy
+  /// to the end. `kernel` must be supported by this processor. `isStopped` stops this batch only, on any
+  /// thread that runs it; scanState, which a new scan resets, stops all batches.
   explicit FileHashBatch(std::vector<std::string> paths, std::size_t workers = 1,
                          const MD5Kernel& kernel = bestMD5Kernel(), std::function<bool()> isStopped = {});
 
@@ -36,8 +36,8 @@ class FileHashBatch {
   void run();
 
   [[nodiscard]] const std::vector<std::string>& paths() const { return paths_; }
-  /// One for each path, in their order: 32 lower-case hexadecimal digits or nothing. To be read when every
-  /// run() is over.
+  /// One for each path, in their order: 32 lower-case hexadecimal digits or nothing. To be read after every
+  /// run() has returned.
   [[nodiscard]] const std::vector<std::optional<std::string>>& hashes() const { return hashes_; }
   /// One for each path: the errno of a file that could not be opened or read to its end, or 0; EMFILE or
   /// ENFILE if no thread had a file open that it could have waited for. To be read when every run() is over.

@@ -28,14 +28,14 @@ namespace {
 constexpr std::string_view kFileName = "FrameworkLog.txt";
 constexpr std::string_view kDateFormat = "yyyy-MM-dd HH:mm:ss";
 constexpr const char* kLocale = "zh_CN";
-// While the process ends: a step between two checks, and how many without a written entry, and in all, it
-// waits.
+// Waiting at exit: the step between two checks, the maximum number of steps without a written entry, and the
+// maximum in total.
 constexpr std::uint64_t kExitStepMicroseconds = 1'000;
 constexpr int kExitStepsWithoutEntry = 1'000;
 constexpr int kExitStepsInAll = 10'000;
 constexpr mode_t kFileMode = 0644;
 
-/// Entries that were written or dropped, of all logs.
+/// Entries that were written or dropped, over all logs.
 std::atomic<std::uint64_t> finishedEntries{0};
 
 std::string now(std::string_view dateFormat) { return formattedDate(Date::now(), dateFormat, kLocale); }
@@ -45,9 +45,9 @@ void createFileOnce(const std::string& path) {
   if (fd >= 0) ::close(fd);
 }
 
-/// One write, so that entries of several processes with the same log do not mix.
+/// One write call, so that entries of several processes with the same log do not mix.
 void append(const std::string& path, std::string_view entry) {
-  // Nonblocking, since a FIFO in the place of the file must not hold the queue.
+  // Nonblocking, because a FIFO at the log's path must not block the queue.
   const int fd = ::open(path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) return;
   struct stat status {};
@@ -65,7 +65,7 @@ void writeEntry(const std::string& path, LogService::LogLevel level, std::string
   append(path, entry);
 }
 
-/// Ready once everything that was submitted before has run, or if the queue takes nothing any more.
+/// Ready once everything that was submitted before has run, or if the queue accepts no tasks any more.
 std::future<void> everythingBefore(WeftSerialQueue& queue) {
   const auto reached = std::make_shared<std::promise<void>>();
   std::future<void> done = reached->get_future();
@@ -77,8 +77,8 @@ bool isReady(const std::future<void>& done) {
   return done.wait_for(std::chrono::seconds(0)) == std::future_status::ready;
 }
 
-/// Waits as long as entries are still being written, so that a busy machine loses none, but not for a disk
-/// that hangs.
+/// Waits as long as entries are still being written, so that a busy machine loses none, but not for a hanging
+/// disk.
 void flushForExit(WeftSerialQueue& queue) {
   if (queue.isCurrent()) return;
   const std::future<void> done = everythingBefore(queue);
@@ -95,7 +95,7 @@ void flushForExit(WeftSerialQueue& queue) {
 struct Shared {
   std::mutex mutex;
   std::atomic<LogService*> service{nullptr};
-  std::atomic<pid_t> process{0};  // the one that made the service
+  std::atomic<pid_t> process{0};  // the process that made the service
 };
 
 Shared& shared() {

@@ -11,8 +11,8 @@
 namespace sorrel {
 
 /// The framework's own log: a UTF-8 text that grows at its end, one entry after another. All writing happens
-/// on a queue of its own, so that no caller waits for the disk, and errors there are not reported: the log
-/// never stops the program. Entries of one thread keep their order. All calls are safe on any thread.
+/// on a queue of its own, so that no caller waits for the disk. Write errors are not reported: the log never
+/// stops the program. Entries of one thread keep their order. All calls are safe on any thread.
 class LogService {
  public:
   enum class LogLevel { Debug, Info };
@@ -21,30 +21,31 @@ class LogService {
 
   /// The log of this process, made on first use: ID/IDFrameworkLog.txt below the user's application support
   /// folder, where ID is the identifier of the main bundle. A main bundle without one is a fatal stop. When
-  /// the process ends by exit(), what was logged before is still written. That wait ends after ten seconds, or
+  /// the process ends by exit(), pending entries are still written. That wait ends after ten seconds, or
   /// after one second in which no entry was written.
   static LogService& shard();
 
-  /// A log for the application ID `bundleIdentifier` below `supportFolder`. Makes the folder and the empty
-  /// file if they are missing; this is the only moment when they are made.
+  /// A log for the application ID `bundleIdentifier` below `supportFolder`. Creates the folder and the empty
+  /// file if they are missing; they are never created later.
   LogService(const std::string& supportFolder, const std::string& bundleIdentifier);
-  /// Writes what was logged before.
+  /// Writes the pending entries.
   ~LogService();
   LogService(const LogService&) = delete;
   LogService& operator=(const LogService&) = delete;
 
-  /// Appends "<", the moment of writing, ":Debug>:" or ":Info>:", `txt` as it is, and a line feed. A text
-  /// that is no UTF-8 is dropped.
+  /// Appends "<", the time of writing, ":Debug>:" or ":Info>:", `txt` as it is, and a line feed. A text that
+  /// is not UTF-8 is dropped.
   void log(LogLevel level, std::string txt);
   /// The same; the text is a line feed, key, ":", value and a line feed for each pair.
   void logDict(LogLevel level, const std::map<std::string, std::string>& txt);
 
-  /// The present moment in the local time zone; `dateFormat` is a pattern of Unicode Technical Standard 35.
+  /// The current time in the local time zone; `dateFormat` is a pattern of Unicode Technical Standard 35.
   [[nodiscard]] std::string dateToString(std::string_view dateFormat = "yyyy-MM-dd HH:mm:ss") const;
 
-  /// Returns when everything that was logged before is written. Not on the log's own queue.
+  /// Returns when all pending entries are written. Must not be called on the log's own queue.
   void flushForTesting();
-  /// Ends shard(): the next call makes a new one for the Host of that time. Not while a thread logs.
+  /// Ends shard(): the next call makes a new one for the then current Host. Must not be called while a thread
+  /// logs.
   static void resetForTesting();
 
   URL logPath;

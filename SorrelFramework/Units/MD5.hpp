@@ -9,8 +9,8 @@
 
 namespace sorrel {
 
-// The digest of a text (RFC 1321), on signed 32-bit words held in sparse dictionaries. It serves as the
-// identity text of a category and for nothing that needs safety. All functions are pure: any thread.
+// The digest of a text (RFC 1321), on signed 32-bit words held in sparse dictionaries. It is the identity
+// text of a category and has no security purpose. All functions are pure: any thread.
 
 /// Word index to word; a missing word counts as 0.
 using MD5Words = std::map<int, std::int32_t>;
@@ -30,13 +30,13 @@ using MD5Words = std::map<int, std::int32_t>;
 [[nodiscard]] std::string rstr2tr(const std::vector<std::uint8_t>& bytes);
 /// Bytes packed into words, the lowest byte first; the last word is filled with zero bits.
 [[nodiscard]] std::vector<std::int32_t> rstr2binl(const std::vector<std::uint8_t>& bytes);
-/// An array as long as the dictionary has keys. The keys must run from 0 without a gap; one beyond is a fatal
-/// stop.
+/// An array with one element for each key of the dictionary. The keys must run from 0 without a gap; a key
+/// beyond is a fatal stop.
 [[nodiscard]] std::vector<std::int32_t> dictionary2array(const MD5Words& words);
 /// Words to four bytes each, the lowest first.
 [[nodiscard]] std::vector<std::uint8_t> binl2rstr(const std::vector<std::int32_t>& words);
 /// The four words of the digest of `bitLength` bits packed into `words`. Lengths are signed words of 32 bits:
-/// here and above, one that does not fit is a fatal stop.
+/// in this and the functions above, a length that does not fit is a fatal stop.
 [[nodiscard]] std::vector<std::int32_t> binl_md5(const std::vector<std::int32_t>& words, int bitLength);
 
 /// The largest key plus 1; 1 for an empty dictionary.
@@ -44,7 +44,7 @@ using MD5Words = std::map<int, std::int32_t>;
 [[nodiscard]] std::int32_t unwrap(std::optional<std::int32_t> value, std::int32_t fallback = 0);
 /// Logical shift: the sign bit does not spread. A count of 32 or more gives 0.
 [[nodiscard]] std::int32_t zeroFillRightShift(std::int32_t value, int count);
-/// A sum that wraps.
+/// Addition that wraps.
 [[nodiscard]] std::int32_t safe_add(std::int32_t x, std::int32_t y);
 /// Rotates left; counts from 0 to 32.
 [[nodiscard]] std::int32_t bit_rol(std::int32_t value, int count);

@@ -22,7 +22,8 @@ namespace {
 
 constexpr std::int64_t kMaximumBytes = std::int64_t{512} * 1024 * 1024;
 constexpr std::size_t kChunk = std::size_t{256} * 1024;
-// Ends a journal that names a super-journal (Database File Format, 3; pager.c, readSuperJournal).
+// The last bytes of a journal that names a super-journal (Database File Format, 3; pager.c,
+// readSuperJournal).
 constexpr std::string_view kJournalMagic("\xd9\xd5\x05\xf9\x20\xa1\x63\xd7", 8);
 
 std::string privateFolder() {
@@ -93,7 +94,8 @@ RolledBackCopy::~RolledBackCopy() {
 }
 
 void RolledBackCopy::rollBack(sqlite3* copy) {
-  // With the exclusive mode, set before the first read, no side file is looked for once the names are gone.
+  // With the exclusive mode, set before the first read, SQLite does not look for side files after the names
+  // are removed.
   sqlite3_exec(copy,
                "pragma locking_mode=exclusive; pragma synchronous=off; select 1 from sqlite_master limit 1;"
                "pragma query_only=1",

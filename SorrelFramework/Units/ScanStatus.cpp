@@ -13,7 +13,7 @@ struct Cells {
 };
 
 Cells& shared() {
-  static Cells& cells = *new Cells;  // background threads may look at it while the process ends
+  static Cells& cells = *new Cells;  // background threads may read it while the process ends
   return cells;
 }
 
@@ -57,14 +57,14 @@ struct SuspendWatch::Shared {
 };
 
 SuspendWatch::Shared& SuspendWatch::shared() {
-  static Shared& watches = *new Shared;  // as the cells
+  static Shared& watches = *new Shared;  // never destroyed, like the cells
   return watches;
 }
 
 SuspendWatch::SuspendWatch(std::int64_t finderID, std::function<void()> action) {
   const std::lock_guard lock(shared().mutex);
   entry_ = shared().entries.insert(shared().entries.end(), {finderID, std::move(action)});
-  // A stop that came before the entry was made has found nothing to run.
+  // A stop before the entry existed found no action to run.
   if (ScanStatusTable::isSuspended(scanStatusTable().cell(finderID))) entry_->action();
 }
 

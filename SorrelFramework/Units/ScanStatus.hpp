@@ -10,8 +10,8 @@ namespace sorrel {
 
 enum class ScanState : int { start = 0, end = 1, suspend = 2 };
 
-/// The table of running scans: one ScanState for each feature's finderID. Safe on any thread. A walk takes
-/// the cell of its feature once and reads that, so that the test before each item costs one load.
+/// The table of running scans: one ScanState for each feature's finderID. Safe on any thread. A walk fetches
+/// the cell of its feature once and reads only the cell, so that the test before each item costs one load.
 class ScanStatusTable {
  public:
   /// Value of a cell whose feature has no entry yet.
@@ -21,9 +21,9 @@ class ScanStatusTable {
   /// Nothing if the feature was never scanned or stopped.
   [[nodiscard]] std::optional<ScanState> get(std::int64_t finderID) const;
   void set(std::int64_t finderID, ScanState state);
-  /// Sets `start` and answers true, unless the entry reads `start` already: then nothing changes.
+  /// Sets `start` and returns true, unless the entry reads `start` already: then nothing changes.
   [[nodiscard]] bool startUnlessRunning(std::int64_t finderID);
-  /// Sets `suspend` and answers true, unless the entry reads `suspend` already.
+  /// Sets `suspend` and returns true, unless the entry reads `suspend` already.
   [[nodiscard]] bool suspendUnlessSuspended(std::int64_t finderID);
   /// The cell of a feature; it lives as long as the process.
   [[nodiscard]] Cell& cell(std::int64_t finderID) const;
@@ -36,13 +36,13 @@ class ScanStatusTable {
 };
 
 /// While it lives, a stop of the feature's scan runs `action`: when the entry becomes `suspend`, or at once
-/// if it reads that already. For work that looks at no entry while it waits, such as a child process. The
+/// if it reads that already. For work that cannot poll the entry while it waits, such as a child process. The
 /// action runs on the thread that stops the scan, perhaps more than once; it must be short and make no
 /// SuspendWatch.
 class SuspendWatch {
  public:
   SuspendWatch(std::int64_t finderID, std::function<void()> action);
-  /// Waits for an action that runs at this moment.
+  /// Waits for a running action.
   ~SuspendWatch();
   SuspendWatch(const SuspendWatch&) = delete;
   SuspendWatch& operator=(const SuspendWatch&) = delete;

@@ -6,7 +6,7 @@ namespace sorrel {
 
 std::optional<std::string_view> SqliteRow::find(std::string_view name) const {
   if (!names_) return std::nullopt;
-  // A query has a dozen columns: looking through them beats hashing.
+  // A query has about a dozen columns: a linear search is faster than hashing.
   const auto found = std::ranges::find(*names_, name);
   if (found == names_->end()) return std::nullopt;
   const Cell& cell = cells_[static_cast<std::size_t>(found - names_->begin())];

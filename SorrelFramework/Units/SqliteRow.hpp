@@ -17,7 +17,7 @@ namespace sorrel {
 class SqliteRow {
  public:
   using Names = std::vector<std::string>;
-  /// A stretch of the row's text block; NULL cells have none.
+  /// A range of the row's text block; NULL cells have none.
   struct Cell {
     static constexpr std::uint32_t kNull = UINT32_MAX;
     std::uint32_t offset = kNull;
@@ -28,11 +28,11 @@ class SqliteRow {
   SqliteRow(std::shared_ptr<const Names> names, std::vector<Cell> cells, std::string text)
       : names_(std::move(names)), cells_(std::move(cells)), text_(std::move(text)) {}
 
-  /// Text of the column `name`; nothing if it is NULL or not part of the query. Of several columns of one
-  /// name the last that is not NULL counts. The view lives as long as the row.
+  /// Text of the column `name`; nothing if it is NULL or not part of the query. If several columns have one
+  /// name, the last that is not NULL counts. The view lives as long as the row.
   [[nodiscard]] std::optional<std::string_view> find(std::string_view name) const;
   [[nodiscard]] bool contains(std::string_view name) const { return find(name).has_value(); }
-  /// Number of names that have a text.
+  /// Number of columns that have a text.
   [[nodiscard]] std::size_t size() const;
   /// The row as a dictionary.
   [[nodiscard]] std::map<std::string, std::string> dictionary() const;

@@ -20,7 +20,7 @@
 namespace sorrel {
 namespace {
 
-// What a database written by somebody else may ask of a reader.
+// Limits for a database written by another program.
 struct Limit {
   int id;
   int value;
@@ -32,13 +32,13 @@ constexpr std::array<Limit, 5> kLimits = {{{SQLITE_LIMIT_LENGTH, 16 * 1024 * 102
                                            {SQLITE_LIMIT_ATTACHED, 0}}};
 constexpr std::size_t kMaximumResultBytes = std::size_t{512} * 1024 * 1024;
 constexpr int kOperationsBetweenStopTests = 20'000;
-// Bytes 18 and 19 of the file: the write and the read version, 2 where a write-ahead log is in use (Database
+// Bytes 18 and 19 of the file: the write and the read version, 2 if a write-ahead log is in use (Database
 // File Format, 1.3.3).
 constexpr int kHeaderLength = 20;
 constexpr char kWriteAheadVersion = 2;
 constexpr off_t kLogHeaderLength = 32;
 
-// No file can be called that, so SQLite answers with its own error and message.
+// No file can have that name, so SQLite returns its own error and message.
 constexpr const char* kImpossibleName = "/dev/null/database";
 
 struct StatementCloser {
@@ -46,7 +46,8 @@ struct StatementCloser {
 };
 using Statement = std::unique_ptr<sqlite3_stmt, StatementCloser>;
 
-/// The real path of a regular file, as SQLite puts its side files beside that; "" for anything else.
+/// The real path of a regular file, because SQLite derives the names of its side files from it; "" for
+/// anything else.
 std::string regularFile(const std::string& path) {
   if (path.empty()) return {};
   const std::unique_ptr<char, decltype(&std::free)> real(::realpath(path.c_str(), nullptr), &std::free);
@@ -72,7 +73,7 @@ bool hasJournal(const std::string& path) {
   return started;
 }
 
-/// Whether the header of the open database asks for a write-ahead log. Read through SQLite's own descriptor:
+/// True if the header of the open database asks for a write-ahead log. Read through SQLite's own descriptor:
 /// opening and closing the file once more would drop the locks of this process's other connections.
 bool usesWriteAheadLog(sqlite3* database) {
   sqlite3_file* file = nullptr;
@@ -90,7 +91,7 @@ std::string fileURI(const std::string& path, const char* parameters) {
   return "file://" + percentEncodedPath(path) + "?" + parameters;
 }
 
-/// Decides on what a rule of SqliteTool::restrictToDeleting() allows; `rule` is the name of the table.
+/// SQLite's authorizer for SqliteTool::restrictToDeleting(); `rule` is the name of the table.
 int authorize(void* rule, int action, const char* first, const char* second, const char*, const char* inner) {
   const auto& table = *static_cast<const std::string*>(rule);
   const bool onTable = first != nullptr && ::strcasecmp(first, table.c_str()) == 0;
@@ -105,7 +106,8 @@ int authorize(void* rule, int action, const char* first, const char* second, con
     case SQLITE_UPDATE:
     case SQLITE_SELECT:
     case SQLITE_FUNCTION:
-      // What a trigger of the schema does belongs to the deletion; a statement cannot bring one along.
+      // Statements run by a trigger of the schema belong to the deletion; a statement cannot define a trigger
+      // itself.
       return inner != nullptr ? SQLITE_OK : SQLITE_DENY;
     default:
       static_cast<void>(second);
@@ -115,7 +117,7 @@ int authorize(void* rule, int action, const char* first, const char* second, con
 
 int askToStop(void* condition) { return (*static_cast<std::function<bool()>*>(condition))() ? 1 : 0; }
 
-/// Builds rows from a statement; knows each column's place among the names of the rows.
+/// Builds rows from a statement; maps each column to its index among the names of the rows.
 class RowReader {
  public:
   explicit RowReader(sqlite3_stmt* statement) : statement_(statement) {
@@ -150,7 +152,7 @@ class RowReader {
       text_.append(value, length);
     }
     bytes_ += sizeof(SqliteRow) + cells_.size() * sizeof(SqliteRow::Cell);
-    rows.emplace_back(names_, cells_, text_);  // copies, as those have just the size they need
+    rows.emplace_back(names_, cells_, text_);  // copies, as those have exactly the size they need
     return true;
   }
 
@@ -161,7 +163,7 @@ class RowReader {
   std::shared_ptr<const SqliteRow::Names> names_;
   std::vector<std::size_t> places_;  // for each column, the index of its name
   std::size_t bytes_ = 0;
-  std::vector<SqliteRow::Cell> cells_;  // of the row at hand
+  std::vector<SqliteRow::Cell> cells_;  // of the current row
   std::string text_;
 };
 
@@ -223,7 +225,7 @@ void SqliteTool::setStopCondition(std::function<bool()> stop) {
   applyRules();
 }
 
-/// Gives up the present connection and makes another; false leaves one that holds the error.
+/// Replaces the current connection by a new one; false leaves a connection that holds the error.
 bool SqliteTool::connect(const std::string& name, int flags, const char* vfs) {
   sqlite3_close_v2(std::exchange(runSqliteDB, nullptr));
   const int code =
@@ -234,7 +236,7 @@ bool SqliteTool::connect(const std::string& name, int flags, const char* vfs) {
   return true;
 }
 
-/// Each state in which a browser, alive or killed, leaves its files has one way of opening that changes none
+/// For each state in which a browser, running or killed, leaves its files, one method of opening changes none
 /// of them.
 bool SqliteTool::connectForReading() {
   const off_t log = sizeOf(path_ + "-wal");
@@ -242,23 +244,23 @@ bool SqliteTool::connectForReading() {
   const std::string unlocked = fileURI(path_, "mode=ro&immutable=1");
   if (!connect(fileURI(path_, "mode=ro"), SQLITE_OPEN_READONLY, nullptr)) return false;
   if (hasJournal(path_)) return !RolledBackCopy::isNeeded(runSqliteDB) || connectToCopy();
-  // A log beside an empty database would be removed.
+  // SQLite would remove a log beside an empty database.
   if (sizeOf(path_) == 0) return connect(unlocked, SQLITE_OPEN_READONLY, nullptr);
-  // No log: opening one would make it. Without a log the file is complete in itself.
+  // No log: opening it in that mode would create one. Without a log the file is complete in itself.
   if (log < 0) return !usesWriteAheadLog(runSqliteDB) || connect(unlocked, SQLITE_OPEN_READONLY, nullptr);
-  // A shared index, so a writer may be alive: take part in its locks, but never write to the index, whose
-  // contents are rebuilt in private memory if nobody is there any more.
+  // A shared index, so a writer may be alive: use its locks, but never write to the index. If no writer is
+  // left, SQLite rebuilds the contents in private memory.
   if (index) return connect(fileURI(path_, "mode=ro&readonly_shm=1"), SQLITE_OPEN_READONLY, nullptr);
   if (log < kLogHeaderLength) return connect(unlocked, SQLITE_OPEN_READONLY, nullptr);
-  // A log that a killed writer left. Nobody has the database open, so no lock is needed, and with the
-  // exclusive mode (before the first read) the index lives in memory instead of a new file.
+  // A log left by a killed writer. No process has the database open, so no lock is needed, and with the
+  // exclusive mode (set before the first read) the index lives in memory instead of a new file.
   if (!connect(fileURI(path_, "mode=ro"), SQLITE_OPEN_READONLY, "unix-none")) return false;
   sqlite3_exec(runSqliteDB, "pragma locking_mode=exclusive", nullptr, nullptr, nullptr);
   return true;
 }
 
-/// An unfinished transaction: a connection that cannot write cannot roll it back, and shows nothing. Without
-/// a copy it stays like that.
+/// An unfinished transaction: a connection that cannot write cannot roll it back, and returns no rows.
+/// Without a copy it stays like that.
 bool SqliteTool::connectToCopy() {
   const RolledBackCopy copy(runSqliteDB, path_);
   if (copy.path().empty()) return true;

@@ -18,12 +18,12 @@ namespace {
 
 constexpr std::string_view kNoText = "Error";
 
-/// What a tool has printed: pieces that nobody has looked at yet, and the text of those that were kept. A
-/// task looks at the first piece that is left, not at one of its own: a task that the queue takes late, after
-/// it was refused, then changes neither the order nor what the end finds.
+/// The output of a tool: pieces that are not processed yet, and the text of those that were kept. A task
+/// processes the first remaining piece, not one of its own: a task that the queue first refuses and accepts
+/// late then changes neither the order nor the final text.
 class Output {
  public:
-  /// `cell` is the state of the scan that may be stopped; none for a tool that always runs to its end.
+  /// `cell` is the state of the scan that may be stopped; null for a tool that always runs to its end.
   Output(std::shared_ptr<ChildProcess> child, const ScanStatusTable::Cell* cell)
       : child_(std::move(child)), cell_(cell) {}
 
@@ -32,8 +32,8 @@ class Output {
     pieces_.emplace_back(piece);
   }
 
-  /// Keeps the first piece that is left, or drops it and interrupts the tool if the scan was stopped; false
-  /// if none is left. On the queue, as takeText().
+  /// Keeps the first remaining piece, or drops it and interrupts the tool if the scan was stopped; false if
+  /// no piece is left. On the queue, like takeText().
   bool lookAtPiece() {
     std::string piece;
     {
@@ -55,7 +55,7 @@ class Output {
  private:
   const std::shared_ptr<ChildProcess> child_;
   const ScanStatusTable::Cell* const cell_;
-  std::mutex mutex_;  // of pieces_
+  std::mutex mutex_;  // guards pieces_
   std::deque<std::string> pieces_;
   std::string text_;
 };
@@ -68,7 +68,7 @@ ChildLimits limits() {
   return chosen;
 }
 
-/// A line that was cut may be the path of another file.
+/// A truncated line may be the path of another file.
 void keepWholeLines(std::string& text) { text.resize(text.rfind('\n') + 1); }
 
 void logCutOutput(const std::string& launchPath) {

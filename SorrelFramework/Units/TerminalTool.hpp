@@ -16,11 +16,11 @@ class ChildNotes;
 /// Gets the whole output of a tool.
 using TerminalFinish = std::function<void(std::string)>;
 
-/// Runs the tools of the system as child processes. `launchPath` is the path that the system gives the tool;
-/// the machine may keep a stand-in elsewhere. Only standard output is looked at, not the exit status. A tool
-/// that cannot be started counts as one whose output is no text. Of more than 256 MiB of output the whole
-/// lines before that count, the tool is ended, and the log says so. All calls block until the tool has
-/// exited: never call them on the main queue.
+/// Runs the tools of the system as child processes. `launchPath` is the path at which the system has the
+/// tool; the machine may have a stand-in elsewhere. Only standard output is used, not the exit status. A tool
+/// that cannot be started counts as one whose output is not text. If the output exceeds 256 MiB, the whole
+/// lines before that limit count, the tool is ended, and the log reports it. All calls block until the tool
+/// has exited: never call them on the main queue.
 class TerminalUtils {
  public:
   TerminalUtils() = delete;
@@ -29,12 +29,12 @@ class TerminalUtils {
   static std::string runTerminal(const std::string& launchPath, const std::vector<std::string>& arguments);
 
   /// Collects the output piece by piece on `thread` and calls `finish` there, once, when the tool has exited:
-  /// with the whole output, or "" if it is not UTF-8. Refused pieces are submitted again until `thread` takes
-  /// them; a queue that was shut down never calls `finish`.
+  /// with the whole output, or "" if it is not UTF-8. Refused pieces are submitted again until `thread`
+  /// accepts them; a queue that was shut down never calls `finish`.
   static void realTimeRunTerminal(const std::string& launchPath, const std::vector<std::string>& arguments,
                                   const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish);
 
-  /// Another limit than 256 MiB; nothing restores it. Not while a tool runs.
+  /// Changes the limit of 256 MiB; it is not restored. Must not be called while a tool runs.
   static void setOutputLimitForTesting(std::size_t bytes);
 };
 
@@ -45,9 +45,9 @@ class TerminalUtilsClass {
 
   std::string runTerminal(const std::string& launchPath, const std::vector<std::string>& arguments) const;
 
-  /// As TerminalUtils::realTimeRunTerminal; but each piece of output that meets a suspended scan is dropped
-  /// and sends the tool SIGINT. `finish` gets what was collected before. A tool that prints nothing more is
-  /// not interrupted.
+  /// Like TerminalUtils::realTimeRunTerminal; but each piece of output that arrives while the scan is
+  /// suspended is dropped and sends the tool SIGINT. `finish` gets the text collected before. A tool that
+  /// prints nothing more is not interrupted.
   void realTimeRunTerminal(const std::string& launchPath, const std::vector<std::string>& arguments,
                            const std::shared_ptr<WeftSerialQueue>& thread, TerminalFinish finish) const;
 
