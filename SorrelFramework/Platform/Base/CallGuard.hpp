@@ -7,8 +7,9 @@
 namespace sorrel {
 
 /// A member of an object that hands out callbacks but may be owned by something other than a shared pointer:
-/// on the stack, in a unique pointer, or as a member. A guarded callback does nothing once the guard is gone.
-/// The end of the guard waits for a callback that runs on another thread; it may come from inside one.
+/// on the stack, in a unique pointer, or as a member. A guarded callback does nothing after the guard is
+/// destroyed. The destructor waits for a callback that runs on another thread; it may be called from inside a
+/// callback.
 class CallGuard {
  public:
   CallGuard() = default;

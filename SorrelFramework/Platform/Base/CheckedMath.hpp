@@ -6,7 +6,7 @@ namespace sorrel {
 
 inline constexpr std::string_view kArithmeticOverflow = "Arithmetic overflow";
 
-/// `a + b`; an overflow is a fatal stop, since a sum of bytes that wraps would tell the user a lie.
+/// `a + b`; an overflow is a fatal stop, because a wrapped sum of bytes would show the user a wrong figure.
 template <class Integral>
 [[nodiscard]] constexpr Integral checkedAdd(Integral a, Integral b) {
   Integral sum{};

@@ -11,7 +11,8 @@ namespace {
 
 std::atomic<FatalHandler> handler{nullptr};
 
-/// What a terminal shows as it stands. A key of a catalogue may be anything, also a command to the terminal.
+/// Escapes everything but printable ASCII: a key of a catalogue may contain any bytes, even terminal
+/// commands.
 void appendPrintable(std::string& text, std::string_view bytes) {
   constexpr std::string_view digits = "0123456789abcdef";
   for (const char byte : bytes) {
@@ -34,7 +35,7 @@ void fatalStop(std::string_view reason, std::string_view context) {
   std::string text;
   appendPrintable(text, reason);
   if (!context.empty()) appendPrintable(text.append("  "), context);
-  // One write: several threads may stop at once, and no lock may be needed to say why.
+  // One write call: several threads may stop at once, and reporting the reason must not need a lock.
   [[maybe_unused]] const auto written = ::write(STDERR_FILENO, text.data(), text.size());
   if (const FatalHandler end = handler.load()) end();
   std::abort();

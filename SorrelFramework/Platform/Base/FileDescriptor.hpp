@@ -19,7 +19,7 @@ class FileDescriptor {
 
   [[nodiscard]] int get() const noexcept { return descriptor_; }
   [[nodiscard]] bool isOpen() const noexcept { return descriptor_ >= 0; }
-  /// Closes it at once. False if there is none, or if the file system reports a late failure to write.
+  /// Closes it at once. False if there is none, or if the file system reports a deferred write error.
   bool close() noexcept;
   void reset() noexcept;
 
@@ -27,8 +27,7 @@ class FileDescriptor {
   int descriptor_ = -1;
 };
 
-/// Writes all of `bytes`, in as many calls as that takes. False, with errno set, after the first call that
-/// fails.
+/// Writes all of `bytes`, in as many calls as needed. False, with errno set, after the first call that fails.
 [[nodiscard]] bool writeAll(int descriptor, std::string_view bytes) noexcept;
 
 }  // namespace sorrel

@@ -4,12 +4,11 @@
 
 namespace sorrel {
 
-/// Prints `text` and a line feed to the standard output of the application: what the framework has to tell a
-/// developer, such as why a database could not be opened. The only way in which the framework writes there.
-/// Any thread.
+/// Prints `text` and a line feed to the standard output of the application: messages for a developer, such as
+/// why a database could not be opened. The framework writes there only through this function. Any thread.
 void printLine(std::string_view text);
 
-/// What prints instead; null brings standard output back. For applications whose standard output is a
+/// Replaces the printing function; null restores standard output. For applications whose standard output is a
 /// document: `sorrel` sends the lines to standard error. Called on the thread that prints. Set it before the
 /// first call of the framework.
 using LinePrinter = void (*)(std::string_view text);

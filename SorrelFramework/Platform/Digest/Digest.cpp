@@ -9,8 +9,8 @@ namespace sorrel {
 namespace {
 
 /// Fetched once: a fetch takes locks and costs as much as the digest of some hundred bytes. Never released,
-/// and the library is told not to clean up at exit: threads of the global queue may hash while the process
-/// ends. "-fips": a file's identity needs no approved digest.
+/// and the library must not clean up at exit: threads of the global queue may hash while the process ends.
+/// "-fips": a file's identity needs no approved digest.
 EVP_MD* fetch(const char* name) {
   OPENSSL_init_crypto(OPENSSL_INIT_NO_ATEXIT, nullptr);
   return EVP_MD_fetch(nullptr, name, "-fips");

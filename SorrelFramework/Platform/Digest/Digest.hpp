@@ -13,7 +13,8 @@ namespace sorrel {
 
 enum class DigestKind { MD5, SHA512 };
 
-/// One running digest of a stream of bytes: MD5 (RFC 1321) or SHA-512 (FIPS 180-4). Each thread its own.
+/// One running digest of a stream of bytes: MD5 (RFC 1321) or SHA-512 (FIPS 180-4). Not shared between
+/// threads.
 class Digest {
  public:
   static constexpr std::size_t kLongest = 64;
@@ -23,7 +24,7 @@ class Digest {
 
   explicit Digest(DigestKind kind);
 
-  /// Begins anew. False if the system's library does not offer this digest; so are all further steps then.
+  /// Begins a new digest. False if the system's library does not offer it; all further steps fail then too.
   bool start();
   /// Any number of bytes.
   bool update(const void* bytes, std::size_t count);

@@ -9,7 +9,7 @@ namespace sorrel {
 inline constexpr std::size_t kMD5Block = 64;
 inline constexpr std::size_t kMostMD5Lanes = 16;
 
-/// The running digests of messages side by side: word k of lane l is at [k][l].
+/// The running digests of several messages in parallel: word k of lane l is at [k][l].
 using MD5States = std::uint32_t[4][kMostMD5Lanes];
 
 /// RFC 1321, 3.3: the state before the first block.
@@ -26,7 +26,7 @@ inline constexpr std::array<std::uint32_t, 64> kMD5Sines = {
     0xf4292244, 0x432aff97, 0xab9423a7, 0xfc93a039, 0x655b59c3, 0x8f0ccc92, 0xffeff47d, 0x85845dd1,
     0x6fa87e4f, 0xfe2ce6e0, 0xa3014314, 0x4e0811a1, 0xf7537e82, 0xbd3af235, 0x2ad7d2bb, 0xeb86d391};
 
-/// The four shifts of a round, and which word of the block its step i takes: (i * factor + start) mod 16.
+/// The four shifts of a round, and which word of the block its step i uses: (i * factor + start) mod 16.
 struct MD5Round {
   std::array<int, 4> shifts;
   int factor;

@@ -2,7 +2,8 @@
 
 #if defined(__x86_64__)
 
-// GCC 12 takes the vectors that its own header leaves undefined on purpose for slips (bug 105593).
+// GCC 12 mistakes vectors that its own header leaves undefined on purpose for uninitialized ones (bug
+// 105593).
 #if defined(__GNUC__) && !defined(__clang__)
 #pragma GCC diagnostic ignored "-Wmaybe-uninitialized"
 #endif
@@ -26,7 +27,7 @@ template <int Count>
 SORREL_MD5_TARGET Word rotate(Word x) {
   return _mm512_rol_epi32(x, Count);
 }
-// Each function of three words is one instruction, told by its truth table: bit 4b + 2c + d.
+// Each function of three words is one instruction, given by its truth table: bit 4b + 2c + d.
 SORREL_MD5_TARGET Word plusF(Word sum, Word b, Word c, Word d) {
   return add(sum, _mm512_ternarylogic_epi32(b, c, d, 0xCA));
 }

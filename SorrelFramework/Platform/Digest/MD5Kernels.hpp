@@ -9,13 +9,13 @@
 
 namespace sorrel {
 
-/// One way to run the block function of MD5 over several messages at once.
+/// An implementation of MD5's block function for several messages at once.
 struct MD5Kernel {
   std::string_view name;
   std::size_t lanes;
-  /// The number of busy lanes from which on it is faster than one message after the other.
+  /// The smallest number of busy lanes with which it is faster than one message after the other.
   std::size_t leastLanes;
-  /// Whether this processor, and the system on it, can run it.
+  /// True if this processor, and the system on it, can run it.
   bool (*isSupported)();
   /// Feeds `count` whole blocks from blocks[l] to each lane l below `lanes`.
   void (*run)(MD5States& states, const std::uint8_t* const* blocks, std::size_t count);

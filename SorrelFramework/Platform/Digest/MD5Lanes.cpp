@@ -72,7 +72,7 @@ void MD5Lanes::runSideBySide(std::size_t blocks) {
     from[lane] = isBusy(lane) ? buffer(lane) + lanes_[lane].from : nullptr;
     if (isBusy(lane)) anyBusy = from[lane];
   }
-  // An idle lane has nothing to lose: it takes what a busy one takes.
+  // An idle lane has no state to keep: it reads the same bytes as a busy one.
   std::replace(from, from + kernel_.lanes, static_cast<const std::uint8_t*>(nullptr), anyBusy);
   kernel_.run(states_, from, blocks);
   for (Lane& lane : lanes_) {

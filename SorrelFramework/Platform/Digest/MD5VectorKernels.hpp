@@ -7,8 +7,8 @@
 
 namespace sorrel {
 
-// The kernels for one kind of processor each; md5Kernels() says where they may run. There is none of them on
-// other machines than x86-64.
+// The kernels for one kind of processor each; md5Kernels() determines where they may run. They exist on
+// x86-64 only.
 
 /// 16 lanes.
 void runMD5AVX512(MD5States& states, const std::uint8_t* const* blocks, std::size_t count);

@@ -16,19 +16,20 @@ namespace {
 
 using Extents = std::vector<FileExtent>;
 
-/// Data with one of these has no blocks yet, unknown ones, or a part of one.
+/// Data with one of these flags has no blocks yet, unknown blocks, or a part of one.
 constexpr std::uint32_t kWithoutBlocks = FIEMAP_EXTENT_UNKNOWN | FIEMAP_EXTENT_DELALLOC |
                                          FIEMAP_EXTENT_NOT_ALIGNED | FIEMAP_EXTENT_DATA_INLINE |
                                          FIEMAP_EXTENT_DATA_TAIL;
-/// Length and place of these have nothing to do with each other: many pieces may start at one place.
+/// Length and location of such extents are unrelated: many pieces may start at one block.
 constexpr std::uint32_t kCoded = FIEMAP_EXTENT_ENCODED | FIEMAP_EXTENT_DATA_ENCRYPTED;
-/// What else than its place tells two pieces apart.
+/// Properties besides the location that distinguish two pieces.
 constexpr std::uint32_t kKindOfData = kCoded | FIEMAP_EXTENT_UNWRITTEN;
 
 bool isShared(const FileExtent& extent) { return (extent.flags & FIEMAP_EXTENT_SHARED) != 0; }
 bool isCoded(const FileExtent& extent) { return (extent.flags & kCoded) != 0; }
 
-/// The extents of the first `size` bytes of a file; nothing if the file system can't tell, or for too many.
+/// The extents of the first `size` bytes of a file; nothing if the file system does not report them, or if
+/// there are too many.
 std::optional<Extents> readExtents(int file, std::uint64_t size, std::uint32_t flags, std::size_t most) {
   Extents extents;
   for (std::uint64_t start = 0; start < size; start = extents.back().logical + extents.back().length) {
@@ -41,7 +42,7 @@ std::optional<Extents> readExtents(int file, std::uint64_t size, std::uint32_t f
   return extents;
 }
 
-/// Each extent begins where the one before it ends or behind that, and has blocks.
+/// True if each extent begins at or after the end of the previous one, and has blocks.
 bool areInOrder(const Extents& extents) {
   constexpr std::uint64_t kMost = std::numeric_limits<std::uint64_t>::max();
   std::uint64_t end = 0;
@@ -60,7 +61,7 @@ void cutAtEnd(Extents& extents, std::uint64_t size) {
   last.length = std::min(last.length, size - last.logical);
 }
 
-/// Blocks that a file has twice may be shared with nobody but itself.
+/// True if one block occurs twice in the file: such blocks may be shared within this file only.
 bool hasBlocksTwice(Extents extents) {
   std::erase_if(extents, isCoded);
   std::ranges::sort(extents, {}, &FileExtent::physical);
@@ -76,7 +77,7 @@ bool continues(const FileExtent& before, const FileExtent& extent) {
          extent.physical == before.physical + before.length;
 }
 
-/// How a file system cuts a run of blocks into extents is not the same for all files that have it.
+/// File systems may split the same run of blocks into different extents in different files.
 Extents merged(const Extents& extents) {
   Extents runs;
   for (FileExtent extent : extents) {
@@ -90,7 +91,7 @@ Extents merged(const Extents& extents) {
   return runs;
 }
 
-/// A digest, as the extents of all members of a large group would take much memory.
+/// A digest, because the extents of all members of a large group would take much memory.
 std::string textOf(std::uint64_t device, std::uint64_t size, const Extents& runs) {
   std::vector<std::uint64_t> numbers = {device, size};
   for (const FileExtent& run : runs) {
@@ -113,7 +114,7 @@ std::optional<BlockSharing> BlockSharing::of(const std::string& path, std::size_
   struct stat status {};
   if (!stream.isOpen() || ::fstat(file, &status) != 0) return std::nullopt;
   const auto size = static_cast<std::uint64_t>(status.st_size);
-  // Unwritten data may take a file's shared blocks away from it, and never adds any.
+  // Unwritten data may replace a file's shared blocks by own ones, but never adds shared blocks.
   std::optional<Extents> extents = readExtents(file, size, 0, most);
   if (!extents || std::ranges::none_of(*extents, isShared)) return std::nullopt;
   extents = readExtents(file, size, FIEMAP_FLAG_SYNC, most);

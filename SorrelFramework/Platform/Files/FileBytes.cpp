@@ -24,7 +24,7 @@ bool isRegular(const FileDescriptor& file, struct stat& status) {
 }
 
 std::string temporaryName(std::string_view name) {
-  // Short enough for a name of the greatest length too.
+  // Leaves room for the suffix even if the name has the maximum length.
   static constexpr std::size_t kLongestStem = 200;
   std::random_device random;
   char suffix[24];
@@ -32,7 +32,7 @@ std::string temporaryName(std::string_view name) {
   return "." + std::string(name.substr(0, kLongestStem)) + suffix;
 }
 
-/// One replacement of a file, everything relative to the folder that was opened once.
+/// One replacement of a file; all steps are relative to the folder that was opened once.
 class Replacement {
  public:
   Replacement(const std::string& folder, std::string name)
@@ -50,13 +50,13 @@ class Replacement {
     if (!writeAll(file.get(), bytes) || ::fsync(file.get()) != 0 || !file.close()) return false;
     if (::renameat(folder_.get(), temporary_.c_str(), folder_.get(), name_.c_str()) != 0) return false;
     temporary_.clear();
-    // The new content is in place whatever this says; some file systems can't synchronise a folder.
+    // The new content is in place even if this fails; some file systems can't synchronise a folder.
     ::fsync(folder_.get());
     return true;
   }
 
  private:
-  /// The target may be missing; if it is there it must be a regular file itself.
+  /// The target may be missing; if it exists it must be a regular file itself.
   bool lookAtTarget() {
     const FileDescriptor target(::openat(folder_.get(), name_.c_str(), O_PATH | O_NOFOLLOW | O_CLOEXEC));
     if (!target.isOpen()) return errno == ENOENT;
@@ -96,12 +96,12 @@ class Replacement {
 
 std::optional<std::string> readFileBytes(const std::string& path, std::size_t limit, LinkAtEnd linkAtEnd) {
   if (path.find('\0') != path.npos) return std::nullopt;
-  // O_NONBLOCK: to open a FIFO would wait for its other end.
+  // O_NONBLOCK: opening a FIFO would wait for its other end.
   const int refusal = linkAtEnd == LinkAtEnd::Refused ? O_NOFOLLOW : 0;
   const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | refusal));
   struct stat status {};
   if (!isRegular(file, status) || std::cmp_greater(status.st_size, limit)) return std::nullopt;
-  // Read to the end, whatever the size says: it may change meanwhile, and some file systems report none.
+  // Read to the end regardless of the reported size: it may change meanwhile, and some file systems report 0.
   std::string bytes(std::max(static_cast<std::size_t>(status.st_size) + 1, kFirstChunk), '\0');
   std::size_t length = 0;
   for (;;) {

@@ -7,7 +7,7 @@
 
 namespace sorrel {
 
-/// What a link in the last component of a path does; links before it are always followed.
+/// How a link in the last component of a path is treated; links before it are always followed.
 enum class LinkAtEnd { Followed, Refused };
 
 /// The whole content of a regular file. Nothing if it is missing, unreadable, longer than `limit` bytes, or
@@ -16,9 +16,9 @@ enum class LinkAtEnd { Followed, Refused };
                                                        LinkAtEnd linkAtEnd = LinkAtEnd::Followed);
 
 /// Replaces the content of `path` in one step: a temporary file beside it with the mode and the owner of the
-/// old one, synchronised with the disk, then renamed over it. A new file gets the mode 0666 less the umask.
+/// old one, synchronised with the disk, then renamed over it. A new file gets the mode 0666 minus the umask.
 /// False if any step fails, and for a path that is a link, a folder or a device; the old file is untouched
-/// then, and no temporary file stays behind. Any thread.
+/// then, and no temporary file remains. Any thread.
 [[nodiscard]] bool writeFileAtomically(const std::string& path, std::string_view bytes);
 
 }  // namespace sorrel

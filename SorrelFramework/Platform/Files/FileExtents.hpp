@@ -9,7 +9,7 @@ namespace sorrel {
 /// A piece of a file and where it lies, as FIEMAP reports it (fiemap_extent in <linux/fiemap.h>).
 struct FileExtent {
   std::uint64_t logical = 0;   ///< bytes from the start of the file
-  std::uint64_t physical = 0;  ///< bytes from the start of what the file system lies on
+  std::uint64_t physical = 0;  ///< bytes from the start of the file system's device
   std::uint64_t length = 0;    ///< bytes; the last piece may reach beyond the end of the file
   std::uint32_t flags = 0;     ///< FIEMAP_EXTENT_...
 };

@@ -12,7 +12,7 @@ namespace {
 
 std::atomic<const FileReadStream::ReadFunc*> replacement{nullptr};
 
-/// Sets errno if it isn't.
+/// Sets errno if it is not.
 bool isRegular(const struct stat& status) {
   if (S_ISREG(status.st_mode)) return true;
   errno = S_ISDIR(status.st_mode) ? EISDIR : EINVAL;
@@ -30,7 +30,7 @@ FileReadStream FileReadStream::open(const std::string& path, Link link) {
   struct stat status {};
   const int lookFlags = AT_NO_AUTOMOUNT | (isFollowed ? 0 : AT_SYMLINK_NOFOLLOW);
   if (::fstatat(AT_FDCWD, path.c_str(), &status, lookFlags) != 0 || !isRegular(status)) return {};
-  // Asked again below, as the name may mean something else by now; O_NONBLOCK is for that case too.
+  // Checked again below, as the name may refer to another item by now; O_NONBLOCK is for that case too.
   const int openFlags = O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC | (isFollowed ? 0 : O_NOFOLLOW);
   FileDescriptor file(::open(path.c_str(), openFlags));
   if (!file.isOpen() || ::fstat(file.get(), &status) != 0 || !isRegular(status)) return {};

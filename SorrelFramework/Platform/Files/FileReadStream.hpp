@@ -9,22 +9,22 @@
 
 namespace sorrel {
 
-/// A regular file, read from its start to its end. Nothing else is opened at all: a FIFO would block and
+/// A regular file, read from its start to its end. No other item is opened at all: a FIFO would block and
 /// would wake the program at its other end, and some devices act when they are opened.
 class FileReadStream {
  public:
-  /// What a link in the last component of the path means; links before it are always followed.
+  /// How a link in the last component of the path is treated; links before it are always followed.
   enum class Link { Refused, Followed };
 
-  /// A closed stream, with errno, if there is no such file or it is no regular one. A path with a NUL in it
-  /// names nothing.
+  /// A closed stream, with errno, if the file is missing or not a regular file. A path with a NUL in it names
+  /// nothing.
   static FileReadStream open(const std::string& path, Link link);
 
   FileReadStream() noexcept = default;
   [[nodiscard]] bool isOpen() const noexcept { return file_.isOpen(); }
-  /// For questions about the file; -1 if the stream is closed.
+  /// For queries about the file; -1 if the stream is closed.
   [[nodiscard]] int descriptor() const noexcept { return file_.get(); }
-  /// The number of bytes that were read, up to `count`; 0 at the end, -1 with errno for a failure.
+  /// The number of bytes read, up to `count`; 0 at the end, -1 with errno for a failure.
   std::ptrdiff_t read(void* bytes, std::size_t count);
 
   using ReadFunc = std::function<std::ptrdiff_t(int file, void* bytes, std::size_t count)>;

@@ -8,14 +8,14 @@
 
 namespace sorrel {
 
-/// What one system call tells about an item itself; links are not followed.
+/// The result of one system call about an item itself; links are not followed.
 struct FileStatus {
   std::uint32_t mode = 0;  ///< type and permission bits, as in stat(2)
   std::uint32_t uid = 0;
-  std::int64_t size = 0;  ///< bytes; of a link, the length of its text
+  std::int64_t size = 0;  ///< bytes; for a link, the length of its text
   std::uint64_t device = 0;
   std::uint64_t inode = 0;
-  std::optional<Date> created;  ///< nothing where the file system keeps none
+  std::optional<Date> created;  ///< nothing if the file system does not store it
   Date modified;
 
   [[nodiscard]] bool isDirectory() const noexcept;

@@ -26,7 +26,7 @@ std::string_view withoutSlashesInFront(std::string_view path) {
   return path.substr(std::min(path.find_first_not_of('/'), path.size()));
 }
 
-/// Opens the folder in pieces that the system takes. Closed, with errno set, on failure.
+/// Opens the folder in pieces that the system accepts. Closed, with errno set, on failure.
 FileDescriptor openLongFolder(std::string_view path) {
   constexpr std::size_t kLongestPiece = PATH_MAX - 1;
   FileDescriptor folder = openFolder(AT_FDCWD, path.starts_with('/') ? "/" : ".");
@@ -46,15 +46,15 @@ FileDescriptor openLongFolder(std::string_view path) {
 
 FolderIdentity identityOf(const FileStatus& status) { return {status.device, status.inode}; }
 
-/// As foldersUpFrom(), but no farther than `last` if that is met.
+/// Like foldersUpFrom(), but stops at `last` if it is reached.
 std::vector<FolderIdentity> foldersUpTo(const std::optional<FolderIdentity>& last, const std::string& path) {
   std::vector<FolderIdentity> folders;
   FileDescriptor folder = openLongFolder(path);
-  // Up from the folder itself: no spelling of a path and no link can lie about what is above it.
+  // Walks up from the folder itself through "..": neither spelling nor links can disguise its ancestors.
   while (folder.isOpen()) {
     const std::optional<FileStatus> here = statusOf(folder.get());
     if (!here) return {};
-    if (!folders.empty() && folders.back() == identityOf(*here)) return folders;  // "/" is above itself
+    if (!folders.empty() && folders.back() == identityOf(*here)) return folders;  // "/" is its own parent
     folders.push_back(identityOf(*here));
     if (folders.back() == last) return folders;
     folder = openFolder(folder.get(), "..");
@@ -62,7 +62,7 @@ std::vector<FolderIdentity> foldersUpTo(const std::optional<FolderIdentity>& las
   return {};
 }
 
-/// Whether the names alone say so, as the system finds no link on the way to the folder of the item.
+/// True if the names alone prove it, because there is no link on the path to the item's folder.
 bool isInByNames(const std::string& path, const std::string& root) {
   if (root.empty() || !path.starts_with(root + "/")) return false;
   const std::string folder = deletingLastPathComponent(path);

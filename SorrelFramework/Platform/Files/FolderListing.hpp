@@ -10,11 +10,11 @@
 
 namespace sorrel {
 
-/// All names of one folder in the order of their bytes, so that every walk meets them in the same order on
-/// every file system. The memory is used again for the next folder.
+/// All names of one folder in the order of their bytes, so that every walk visits them in the same order on
+/// every file system. The memory is reused for the next folder.
 class FolderListing {
  public:
-  /// Reads the open folder; false if the listing broke off, with the names met until then.
+  /// Reads the open folder; false if the listing was incomplete, with the names found until then.
   bool read(FolderStream& stream, int folder);
 
   /// For a walk that keeps only some of the names: clear, add each of them, sort. `size` stays with the name.
@@ -23,7 +23,7 @@ class FolderListing {
   void sort();
 
   [[nodiscard]] std::size_t size() const noexcept { return spans_.size(); }
-  /// Ends in NUL.
+  /// Followed by a NUL.
   [[nodiscard]] std::string_view name(std::size_t index) const noexcept {
     return {names_.data() + spans_[index].offset, spans_[index].length};
   }
@@ -37,7 +37,7 @@ class FolderListing {
     std::uint32_t length;
     FolderStream::Type type;
   };
-  std::string names_;  // one behind the other, each with its NUL
+  std::string names_;  // concatenated, each with its NUL
   std::vector<Span> spans_;
 };
 

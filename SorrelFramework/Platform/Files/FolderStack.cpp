@@ -52,7 +52,7 @@ bool FolderStack::pop() {
   return isBack;
 }
 
-/// Opens the top again if it was closed. `left` is the folder below it.
+/// Reopens the top if it was closed. `left` is the folder below it.
 bool FolderStack::goBackFrom(const FileDescriptor& left) {
   if (levels_.back().folder.isOpen()) return true;
   firstOpen_ = std::min(firstOpen_, std::max<std::size_t>(levels_.size() - 1, 1));
@@ -98,12 +98,12 @@ bool FolderStack::reopenTopByNames() {
   return levels_.back().accept(std::move(opened));
 }
 
-/// Leaves the `most` nearest folders open, the one that the walk is in among them, and the root.
+/// Keeps the `most` nearest folders open, including the current one, and the root.
 void FolderStack::closeFarthest(std::size_t most) {
   while (levels_.size() > firstOpen_ + most) levels_[firstOpen_++].close();
 }
 
-/// Closes one folder, the root after all others. False if only the one is left that the walk is in.
+/// Closes one folder, the root last. False if only the current one is left.
 bool FolderStack::giveBack() {
   if (levels_.size() > firstOpen_ + 1) {
     closeFarthest(levels_.size() - firstOpen_ - 1);

@@ -18,16 +18,17 @@ class FolderStream {
   struct Entry {
     const char* name;  ///< ends in NUL; valid until the next call
     std::size_t length;
-    Type type;  ///< Unknown where the file system does not say
+    Type type;  ///< Unknown if the file system does not report it
   };
 
   FolderStream();
 
-  /// From the first entry of `folder`, which must stay open; if it was read before, from where that ended.
+  /// Starts at the first entry of `folder`, which must stay open; if it was read before, continues where that
+  /// ended.
   void start(int folder);
   /// The next entry; null at the end, and after an error.
   const Entry* next();
-  /// True if next() will ask the system again: all that the last call to it gave has been handed out.
+  /// True if the next call of next() will query the system: all entries of the last buffer were returned.
   [[nodiscard]] bool isDrained() const noexcept { return at_ == filled_; }
   /// The errno that ended the listing early, 0 if it is complete.
   [[nodiscard]] int error() const noexcept { return error_; }
@@ -41,8 +42,8 @@ class FolderStream {
   Entry entry_{};
 };
 
-/// Opens the folder `name` of the open folder `parent`; follows no link and enters no mount point, also none
-/// that shows another place of the same file system. Sets errno on failure.
+/// Opens the folder `name` of the open folder `parent`; follows no link and enters no mount point, not even a
+/// bind mount within the same file system. Sets errno on failure.
 FileDescriptor openFolderIn(int parent, const char* name);
 
 }  // namespace sorrel

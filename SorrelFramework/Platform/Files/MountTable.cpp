@@ -25,7 +25,7 @@ class OwnMountTable : public MountSource {
  public:
   bool hasChanged() override {
     pollfd table{table_.get(), POLLPRI, 0};
-    // A table that can't be watched may always have changed.
+    // A table that can't be watched counts as changed.
     return ::poll(&table, 1, 0) != 0 || !table_.isOpen();
   }
 
@@ -55,7 +55,7 @@ std::string_view takeField(std::string_view& line) {
 
 bool isOctal(char c) { return c >= '0' && c <= '7'; }
 
-/// Undoes the \ooo of blanks, tabs, newlines and backslashes.
+/// Decodes the \ooo escapes of blanks, tabs, newlines and backslashes.
 std::string unescaped(std::string_view field) {
   std::string text;
   for (std::size_t i = 0; i < field.size(); ++i) {

@@ -14,9 +14,9 @@ namespace sorrel {
 struct Mount {
   std::uint64_t number = 0;
   std::string device;  ///< "major:minor" of the file system
-  std::string root;    ///< the folder of that file system that is mounted, "/" for all of it
-  std::string point;   ///< where it is mounted
-  std::string type;    ///< as mount(8) calls it
+  std::string root;    ///< the folder of that file system that is mounted, "/" for the whole file system
+  std::string point;   ///< the mount point
+  std::string type;    ///< the name that mount(8) uses
   /// The folders that an overlay shows or works in, as its options name them; none for other types.
   std::vector<std::string> layers{};
 
@@ -29,7 +29,7 @@ struct Mount {
 /// The lines of a mount table, in their order; a line that cannot be read is skipped.
 [[nodiscard]] std::vector<Mount> mountsIn(std::string_view mountTable);
 
-/// Where the mount table comes from.
+/// The source of the mount table.
 class MountSource {
  public:
   static constexpr const char* kTable = "/proc/self/mountinfo";
@@ -42,8 +42,8 @@ class MountSource {
   static std::unique_ptr<MountSource> ofThisProcess();
 };
 
-/// The mounts of this process, kept up to date. Reads the table alone: no file system is asked for anything.
-/// Opened and read at the first question.
+/// The mounts of this process, kept up to date. Reads the table only: no file system is queried. Opened and
+/// read at the first query.
 class MountTable {
  public:
   explicit MountTable(std::unique_ptr<MountSource> source = nullptr) : source_(std::move(source)) {}
@@ -52,7 +52,7 @@ class MountTable {
   bool refresh();
   /// As of the last refresh().
   [[nodiscard]] const std::vector<Mount>& mounts() const noexcept { return mounts_; }
-  /// The mount of this number as of the last refresh(); null if there is none.
+  /// The mount with this ID as of the last refresh(); null if there is none.
   [[nodiscard]] const Mount* find(std::uint64_t number) const;
 
  private:

@@ -15,9 +15,9 @@ namespace {
 
 using namespace std::chrono_literals;
 
-/// A waiting walk tests for a stop this often.
+/// Interval at which a waiting walk checks for a stop.
 constexpr auto kSlice = 10ms;
-/// So many slices in which no walk gives a folder back are enough to give up.
+/// A walk gives up after so many slices in which no walk returned a descriptor.
 constexpr int kPatience = 100;
 
 struct State {
@@ -36,7 +36,7 @@ State& state() {
   return state;
 }
 
-/// Waits until a walk has given a folder back since `seen` closures, one slice at most; false if none did.
+/// Waits until a walk has returned a descriptor since `seen` closures, one slice at most; false if none did.
 bool awaitClosure(std::uint64_t seen) {
   State& shared = state();
   std::unique_lock lock(shared.mutex);
@@ -47,18 +47,18 @@ bool awaitClosure(std::uint64_t seen) {
   return isClosed;
 }
 
-/// How long a walk has waited for descriptors.
+/// The time that a walk has waited for descriptors.
 class Wait {
  public:
   Wait(std::size_t ownWalks, const std::function<bool()>& isStopped)
       : ownWalks_(ownWalks), isStopped_(isStopped) {}
 
-  /// Before each attempt, so that no folder that is given back from then on is missed.
+  /// To be called before each attempt, so that every descriptor returned from then on is noticed.
   void begin() { seen_ = state().closures.load(); }
-  /// After one that failed: true if it is worth while to try again.
+  /// To be called after a failed attempt: true if another attempt is worthwhile.
   [[nodiscard]] bool goOn() {
     State& shared = state();
-    // Without another walk there is none that could give anything back.
+    // Without another walk, no descriptor can be returned.
     if (shared.walks.load() <= ownWalks_ || (isStopped_ && isStopped_())) return false;
     idle_ = awaitClosure(seen_) ? 0 : idle_ + 1;
     if (idle_ < shared.patience.load()) return true;
@@ -134,7 +134,7 @@ FileDescriptor OpenFolderLimit::openFirst(const std::function<FileDescriptor()>&
     opened.reset();
     lower();
     if (wait.goOn()) continue;
-    // Alone it can at least read this folder.
+    // A walk on its own can at least read this folder.
     if (isLast) return open();
     errno = EMFILE;
     return {};

@@ -8,18 +8,18 @@
 namespace sorrel {
 
 /// How many folders each walk of this process may keep open. A walk that gets no descriptor (EMFILE, ENFILE)
-/// lowers the limit for all of them; each closes what it holds beyond that when it next enters or leaves a
-/// folder. The limit is back at kMost once no walk runs. Any thread.
+/// lowers the limit for all of them; each closes its surplus folders when it next enters or leaves a folder.
+/// The limit is back at kMost once no walk runs. Any thread.
 class OpenFolderLimit {
  public:
   static constexpr std::size_t kMost = 32;
-  /// True if there are fewer descriptors than the walks would like to have.
+  /// True if there are fewer descriptors than the walks could use.
   [[nodiscard]] static bool isShort() noexcept { return most() < kMost; }
   [[nodiscard]] static std::size_t most() noexcept;
   /// Halves the limit, down to 1.
   static void lower() noexcept;
 
-  /// One walk under way.
+  /// One running walk.
   class Walk {
    public:
     Walk();
@@ -33,18 +33,18 @@ class OpenFolderLimit {
 
   /// Calls `open` until it succeeds or fails for another reason than a lack of descriptors; in between calls
   /// `giveBack`, which closes one of the caller's own folders, or waits for other walks when that returns
-  /// false. Gives up, with errno, when `isStopped` says so or no other walk gives anything back.
+  /// false. Gives up, with errno, when `isStopped` returns true or no other walk returns a descriptor.
   static FileDescriptor openSparing(const std::function<FileDescriptor()>& open,
                                     const std::function<bool()>& giveBack,
                                     const std::function<bool()>& isStopped);
 
   /// The same for the first folder of a walk, which is opened only if that leaves a descriptor free: a walk
   /// needs a second one to go down or up. Otherwise walks could take the last ones from each other, and none
-  /// would get on.
+  /// would make progress.
   static FileDescriptor openFirst(const std::function<FileDescriptor()>& open,
                                   const std::function<bool()>& isStopped);
-  /// True if one more descriptor is free beside `opened`; if that is closed, unless `error`, with which it
-  /// could not be opened, is a lack of descriptors.
+  /// True if one more descriptor is free besides `opened`. If `opened` is closed: true unless `error`, with
+  /// which it could not be opened, is a lack of descriptors.
   [[nodiscard]] static bool leavesRoom(const FileDescriptor& opened, int error);
   [[nodiscard]] static bool isLackOfDescriptors(int error) noexcept;
 };

@@ -16,7 +16,7 @@ std::optional<FileDescriptor> openResolving(int folder, const char* name, int fl
   how.flags = static_cast<std::uint64_t>(flags);
   how.resolve = resolve;
   const long opened = ::syscall(SYS_openat2, folder, name, &how, sizeof how);
-  // A sandbox that does not know the call may answer so.
+  // A sandbox that does not know the call may return EPERM.
   if (opened < 0 && errno == EPERM) return std::nullopt;
   if (opened < 0 && errno == ENOSYS) {
     isMissing.store(true, std::memory_order_relaxed);

@@ -7,9 +7,9 @@
 
 namespace sorrel {
 
-/// openat2(2): opens `name` in the open folder `folder` and keeps the rules `resolve` (RESOLVE_NO_SYMLINKS
-/// and so on, from <linux/openat2.h>) for every component. A closed descriptor, with errno, if it fails;
-/// nothing where the kernel or a sandbox does not have the call.
+/// openat2(2): opens `name` in the open folder `folder` and applies the rules `resolve` (RESOLVE_NO_SYMLINKS
+/// and so on, from <linux/openat2.h>) to every component. A closed descriptor, with errno, if it fails;
+/// nothing if the kernel or a sandbox does not offer the call.
 std::optional<FileDescriptor> openResolving(int folder, const char* name, int flags, std::uint64_t resolve);
 
 }  // namespace sorrel

@@ -12,7 +12,7 @@ struct Cause {
   std::string_view text;
 };
 
-// Whatever has no row is told without a cause. Quotes and apostrophes are the typographic ones.
+// An error without a row is reported without a cause. Quotes and apostrophes are the typographic ones.
 constexpr Cause kCauses[] = {
     {EACCES, " because you don’t have permission to access it"},
     {EPERM, " because you don’t have permission to access it"},

@@ -5,8 +5,8 @@
 
 namespace sorrel {
 
-/// What a user reads when the item called `name` could not be removed, as Foundation words it in English;
-/// `error` is an errno. A name that is no UTF-8 is shown with U+FFFD.
+/// The message for a user when the item called `name` could not be removed, in Foundation's English wording;
+/// `error` is an errno. In a name that is not UTF-8, invalid bytes are shown as U+FFFD.
 std::string removalErrorText(std::string_view name, int error);
 
 }  // namespace sorrel

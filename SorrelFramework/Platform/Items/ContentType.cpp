@@ -20,7 +20,7 @@ constexpr std::string_view kFolder = "public.folder";
 constexpr std::string_view kFramework = "com.apple.framework";
 constexpr std::size_t kRememberedExtensions = 4096;
 
-/// What an extension says: a type, and types an item conforms to beside that type's parents.
+/// The meaning of an extension: a type, and types an item conforms to in addition to that type's parents.
 struct Meaning {
   std::string_view type;
   std::string_view also;
@@ -71,7 +71,7 @@ std::string_view parentsOf(std::string_view type) {
   return found == index.end() ? std::string_view() : found->second;
 }
 
-/// Extensions are compared in ASCII letters only: all known ones are.
+/// Extensions are compared case-insensitively in ASCII only: all known ones are ASCII.
 std::string lowerExtension(std::string_view path) {
   std::string extension(pathExtension(lastPathComponent(path)));
   for (char& c : extension) {
@@ -80,8 +80,8 @@ std::string lowerExtension(std::string_view path) {
   return extension;
 }
 
-/// GLib reads the database once more, and loses the first copy, if its folders are settled after the first
-/// guess.
+/// If the MIME folders are determined only after the first guess, GLib reads the database twice and leaks the
+/// first copy.
 void settleMimeFolders() {
   static std::once_flag once;
   std::call_once(once, [] { static_cast<void>(g_content_type_get_mime_dirs()); });
@@ -109,7 +109,7 @@ Meaning meaningOfMimeType(const std::string& mime) {
   return {"public.data", {}};
 }
 
-/// The MIME database goes through dozens of patterns for each name, and few extensions are met again and
+/// The MIME database matches dozens of patterns against each name, and a few extensions occur again and
 /// again.
 Meaning meaningByMimeType(const std::string& extension) {
   static std::shared_mutex mutex;
@@ -136,7 +136,7 @@ Meaning meaningOf(std::string_view path, bool isDirectory) {
   return meaningByMimeType(extension);
 }
 
-/// The same with what lstat tells; an empty type if it fails.
+/// The same based on lstat; an empty type if it fails.
 Meaning meaningOnDisk(std::string_view path) {
   struct stat info {};
   if (::lstat(std::string(path).c_str(), &info) != 0) return {};
@@ -184,7 +184,7 @@ std::string mimeType(std::string_view path, bool isDirectory) {
 }
 
 std::string localizedTypeDescription(std::string_view path, bool isDirectory) {
-  settleMimeFolders();  // nothing is guessed about a folder
+  settleMimeFolders();  // folders are not guessed by name
   const std::string mime = mimeType(path, isDirectory);
   const GText type(g_content_type_from_mime_type(mime.c_str()));
   const GText text(g_content_type_get_description(type ? type.get() : mime.c_str()));

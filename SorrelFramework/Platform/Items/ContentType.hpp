@@ -14,7 +14,7 @@ namespace sorrel {
 /// unknown extension, or none, is "public.data".
 [[nodiscard]] std::string contentType(std::string_view path, bool isDirectory);
 /// The same for the item on disk: nothing ("") if lstat fails, "public.symlink" for a link, and
-/// "public.unix-executable" for a file without extension that somebody may execute.
+/// "public.unix-executable" for a file without extension that has an execute bit.
 [[nodiscard]] std::string contentType(std::string_view path);
 
 /// The type and all types it conforms to: the type itself, then its parents depth first in their declared
@@ -23,11 +23,11 @@ namespace sorrel {
 /// The same for the item on disk; empty if lstat fails.
 [[nodiscard]] std::vector<std::string> contentTypeTree(std::string_view path);
 
-/// Whether a directory of this name is a package: a folder that is shown as one item. Regardless of letter
-/// case. A plain file is never one, so ask for directories only.
+/// True if a directory of this name is a package: a folder that is shown as one item. Case-insensitive. A
+/// plain file is never a package, so call it for directories only.
 [[nodiscard]] bool isPackageName(std::string_view name);
 
-/// MIME type by the name, "application/octet-stream" if nothing is known, "inode/directory" for a folder.
+/// MIME type by the name, "application/octet-stream" if it is unknown, "inode/directory" for a folder.
 [[nodiscard]] std::string mimeType(std::string_view path, bool isDirectory);
 
 /// The type in words, in the user's language: "JPEG image", "folder".

@@ -1,7 +1,7 @@
 #include "SorrelFramework/Platform/Items/ContentTypeTables.hpp"
 
 // The identifiers and their parents are those that macOS declares in its core and application types; "dyn"
-// types, which it makes up for extensions it does not know, have no counterpart here.
+// types, which it generates for extensions it does not know, have no counterpart here.
 
 namespace sorrel {
 namespace {

@@ -21,7 +21,7 @@ std::optional<std::string> desktopEntryName(const std::string& path) {
   const auto bytes = readFileBytes(path, kMostBytes, LinkAtEnd::Refused);
   if (!bytes) return std::nullopt;
   const std::unique_ptr<GKeyFile, decltype(&g_key_file_unref)> file(g_key_file_new(), &g_key_file_unref);
-  // Every language is kept, as the one that is wanted is chosen below.
+  // All translations are kept, because the language is chosen below.
   if (g_key_file_load_from_data(file.get(), bytes->data(), bytes->size(), G_KEY_FILE_KEEP_TRANSLATIONS,
                                 nullptr) == FALSE) {
     return std::nullopt;

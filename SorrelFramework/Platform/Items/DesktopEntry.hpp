@@ -10,9 +10,9 @@ namespace sorrel {
 [[nodiscard]] bool isDesktopEntryName(std::string_view name);
 
 /// The `Name` of the group [Desktop Entry], in the language of the process (LANGUAGE, LC_ALL, LC_MESSAGES,
-/// LANG), by the desktop entry rules of freedesktop.org. Always valid UTF-8 and not empty.
-/// Nothing for a link, for anything but a regular file of at most 64 KiB, and for a file that cannot be read
-/// as key file. Any thread.
+/// LANG), by the desktop entry rules of freedesktop.org. Always valid UTF-8 and not empty. Nothing for a
+/// link, for an item that is not a regular file of at most 64 KiB, and for a file that cannot be read as a
+/// key file. Any thread.
 [[nodiscard]] std::optional<std::string> desktopEntryName(const std::string& path);
 
 }  // namespace sorrel

@@ -89,8 +89,8 @@ void DirectoryEnumerator::leaveTop() {
   if (used_ == 0) return;
   Level& top = *levels_[used_ - 1];
   urlText_.resize(top.urlLength);
-  // A folder that was moved away while the walk was below it is not found again: what is left of it is passed
-  // over.
+  // A folder that was moved away while the walk was below it is not found again: its remaining entries are
+  // skipped.
   if (isBack) return;
   const bool isLost = OpenFolderLimit::isLackOfDescriptors(error) && top.next < top.listing.size();
   top.next = top.listing.size();
