@@ -18,8 +18,8 @@ namespace {
 
 constexpr std::array<std::string_view, 5> kResourceTypes = {"png", "svg", "icns", "tiff", ""};
 
-// The part of the freedesktop.org icon theme rules that needs no index file: the theme every other one falls
-// back to, the one that most desktops bring, and the folders they have.
+// The part of the freedesktop.org icon theme rules that needs no index file: the fallback theme of all
+// others, the theme of most desktops, and their folders.
 constexpr std::array<std::string_view, 2> kThemes = {"hicolor", "Adwaita"};
 constexpr std::array<std::string_view, 14> kSizes = {"scalable", "symbolic", "16x16",   "22x22",  "24x24",
                                                      "32x32",    "36x36",    "48x48",   "64x64",  "72x72",
@@ -74,7 +74,7 @@ void addThemeFolders(const std::string& theme, std::vector<std::string>& folders
   }
 }
 
-/// Every folder that may hold a themed icon and exists, with a slash at its end.
+/// Every existing folder that may hold a themed icon, with a trailing slash.
 std::vector<std::string> iconFolders(std::string_view data) {
   std::vector<std::string> folders;
   for (const std::string_view theme : kThemes) {
@@ -97,8 +97,8 @@ bool holdsIcon(const std::vector<std::string>& folders, const std::string& name)
   return false;
 }
 
-/// Whether the desktop's icons include `name`. Icons are installed rarely and asked for often, so each answer
-/// holds as long as the process looks into the same data folders.
+/// True if the desktop's icons include `name`. Icons are installed rarely and queried often, so each result
+/// is cached as long as the process uses the same data folders.
 bool isThemeIcon(const std::string& data, const std::string& name) {
   static std::mutex mutex;
   static std::string searched;
@@ -130,7 +130,7 @@ Image Image::named(std::string_view name) {
 }
 
 Image Image::lookUp(std::string_view name) {
-  // A name is no path: it must not lead out of the folders of pictures.
+  // A name is not a path: it must not lead out of the folders of pictures.
   if (name.empty() || name.find_first_of(std::string_view("/\0", 2)) != std::string_view::npos) return {};
   const Host& host = Host::current();
   if (isResource(host, name) || isThemeIcon(dataFolders(host), std::string(name))) return named(name);

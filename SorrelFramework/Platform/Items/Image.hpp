@@ -8,14 +8,14 @@
 
 namespace sorrel {
 
-/// A cheap handle on a picture that is loaded only when somebody draws it: the name of a picture of the
+/// A cheap handle on a picture that is loaded only when it is drawn: the name of a picture of the
 /// application's main bundle, the icon that the desktop shows for a file, or nothing.
 class Image {
  public:
   enum class Kind { Empty, Named, FileIcon };
 
   Image() = default;
-  /// A handle on a named picture without a look whether it exists; empty if `name` holds a slash.
+  /// A handle on a named picture, without a check that it exists; empty if `name` contains a slash.
   static Image named(std::string_view name);
   /// The picture called `name` among the resources of the main bundle (with any extension), or in the icon
   /// theme of the desktop; an empty handle if there is none.
@@ -38,7 +38,7 @@ class Image {
  private:
   explicit Image(SharedText text) : text_(std::move(text)) {}
 
-  SharedText text_;  // one word, since every record of a scan has a picture; no name begins as a URL does
+  SharedText text_;  // one word, since every record of a scan has a picture; no name begins like a URL
 };
 
 }  // namespace sorrel

@@ -22,7 +22,7 @@ struct GFree {
 };
 using GText = std::unique_ptr<char, GFree>;
 
-/// The newest moment of each path.
+/// The newest time of each path.
 class Moments {
  public:
   void add(const std::string& path, GDateTime* moment) {
@@ -35,7 +35,7 @@ class Moments {
   std::map<std::string, Date> take() { return std::move(newest_); }
 
  private:
-  /// GLib puts the present in the place of a moment that is missing.
+  /// GLib replaces a missing time by the current one.
   Date began_{std::floor(Date::now().secondsSince1970)};
   std::map<std::string, Date> newest_;
 };

@@ -12,7 +12,7 @@
 namespace sorrel {
 namespace {
 
-/// Without the extension for an application bundle, which hides it.
+/// Drops the extension of an application bundle, which the desktop hides.
 std::string_view withoutBundleExtension(std::string_view name, const FileStatus& status) {
   constexpr std::string_view application = ".app";
   if (status.isDirectory() && name.size() > application.size() &&
@@ -23,8 +23,8 @@ std::string_view withoutBundleExtension(std::string_view name, const FileStatus&
   return name;
 }
 
-/// The name that the desktop shows: a starter of the Linux desktop has one of its own. Bytes that are no
-/// UTF-8 show as U+FFFD.
+/// The name that the desktop shows: a desktop entry of Linux has one of its own. Bytes that are not UTF-8
+/// become U+FFFD.
 std::string shownName(const URL& url, std::string_view name, const FileStatus& status) {
   if (status.isRegularFile() && isDesktopEntryName(name) &&
       Host::current().layout() == Host::Layout::LinuxDesktop) {

@@ -12,7 +12,7 @@
 
 namespace sorrel {
 
-/// What can be asked about an item.
+/// The properties of an item that can be requested.
 enum ResourceKey : std::uint32_t {
   NSURLLocalizedNameKey = 1U << 0U,
   NSURLFileSizeKey = 1U << 1U,
@@ -44,10 +44,10 @@ class ResourceKeys {
 };
 constexpr ResourceKeys operator|(ResourceKey a, ResourceKey b) { return ResourceKeys(a) | ResourceKeys(b); }
 
-/// The values of the keys that were asked for. A key that was not asked for is absent, and so is a value that
-/// the item does not have. All look at the item itself, never at what a link points to.
+/// The values of the requested keys. A key that was not requested is absent, and so is a value that the item
+/// does not have. All describe the item itself, never the target of a link.
 struct ResourceValues {
-  /// As the desktop shows it; always valid UTF-8. A *.desktop file of the Linux desktop is opened for it.
+  /// As the desktop shows it; always valid UTF-8. A *.desktop file of Linux is opened for it.
   std::optional<std::string> localizedName;
   std::optional<std::int64_t> fileSize;  ///< bytes; absent for folders
   std::optional<Image> effectiveIcon;
@@ -58,12 +58,12 @@ struct ResourceValues {
   std::optional<Date> creationDate;
   std::optional<Date> contentModificationDate;
   std::optional<std::string> localizedTypeDescription;
-  std::optional<std::string> path;  ///< without a slash at its end
+  std::optional<std::string> path;  ///< without a trailing slash
 };
 
 /// Nothing if the item can't be reached.
 std::optional<ResourceValues> resourceValues(const URL& url, ResourceKeys keys);
-/// The same for an item whose name and status are known already. `name` is its last path component.
+/// The same for an item whose name and status are already known. `name` is its last path component.
 ResourceValues resourceValues(const URL& url, ResourceKeys keys, std::string_view name,
                               const FileStatus& status);
 

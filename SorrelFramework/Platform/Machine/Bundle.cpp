@@ -18,7 +18,7 @@ namespace {
 constexpr const char* kContents = "Contents";
 constexpr const char* kResources = "Resources";
 constexpr const char* kSupportFiles = "Support Files";
-/// The first of them that is there is read.
+/// The first existing one is read.
 constexpr const char* kInfoNames[] = {"Info-macos.plist", "Info.plist"};
 
 bool isFolder(const std::string& path) {
@@ -26,7 +26,7 @@ bool isFolder(const std::string& path) {
   return ::stat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
 }
 
-/// The names in a folder, in the order of their bytes, so that every file system gives the same answer.
+/// The names in a folder, in the order of their bytes, so that every file system gives the same result.
 std::vector<std::string> namesIn(const std::string& folder) {
   std::vector<std::string> names;
   const std::unique_ptr<DIR, int (*)(DIR*)> stream(::opendir(folder.c_str()), ::closedir);
@@ -36,7 +36,7 @@ std::vector<std::string> namesIn(const std::string& folder) {
   return names;
 }
 
-/// The entry called `name`: spelled so, or else the first that differs in letter case only.
+/// The entry called `name`: the exact name, or else the first that differs in letter case only.
 std::optional<std::string> entryNamed(const std::vector<std::string>& names, const char* name) {
   if (std::ranges::binary_search(names, name)) return name;
   const auto found = std::ranges::find_if(
@@ -65,7 +65,7 @@ std::string infoFileIn(const std::string& folder) {
   return {};
 }
 
-/// An application made for another device comes wrapped: a folder "Wrapper", and a link to the bundle in it.
+/// An application made for another device is wrapped: a folder "Wrapper", and a link to the bundle in it.
 std::optional<std::string> wrappedInfoFile(const std::string& path, const std::vector<std::string>& names) {
   if (!folderOrLink(path, names, "Wrapper").has_value()) return std::nullopt;
   const std::optional<std::string> wrapped = folderOrLink(path, names, "WrappedBundle");
@@ -85,7 +85,7 @@ std::string infoFileOf(const std::string& path) {
     if (const std::optional<std::string> folder = folderOrLink(path, names, layout))
       return infoFileIn(*folder);
   }
-  // A flat bundle; but the inner folder of another one is no bundle of its own.
+  // A flat bundle; but the inner folder of another bundle is not a bundle of its own.
   const bool isInner =
       std::ranges::any_of(layouts, [&path](std::string_view layout) { return path.ends_with(layout); });
   return isInner ? std::string() : infoFileIn(path);

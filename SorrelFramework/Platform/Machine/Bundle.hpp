@@ -8,19 +8,20 @@
 
 namespace sorrel {
 
-/// A folder seen as a bundle (an application, a framework, a plug-in): the folder and its info dictionary.
+/// A folder interpreted as a bundle (an application, a framework, a plug-in): the folder and its info
+/// dictionary.
 class Bundle {
  public:
-  /// Nothing unless `path` is an existing folder (or a link to one). Every folder will do: without a readable
-  /// Info.plist the info dictionary is empty.
+  /// Nothing unless `path` is an existing folder (or a link to one). Any folder is accepted: without a
+  /// readable Info.plist the info dictionary is empty.
   [[nodiscard]] static std::optional<Bundle> atPath(const std::string& path);
   [[nodiscard]] static std::optional<Bundle> atURL(const URL& url);
 
   [[nodiscard]] const std::string& path() const noexcept { return path_; }
-  /// Path of the property list that was read; "" if there is none.
+  /// Path of the info property list; "" if there is none.
   [[nodiscard]] const std::string& infoPath() const noexcept { return infoPath_; }
   [[nodiscard]] const PropertyListDictionary& infoDictionary() const noexcept { return info_; }
-  /// The text under "CFBundleIdentifier"; nothing if it is missing or no text.
+  /// The text under "CFBundleIdentifier"; nothing if it is missing or not a text.
   [[nodiscard]] std::optional<std::string> bundleIdentifier() const;
 
  private:

@@ -27,8 +27,8 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-constexpr std::size_t kChunk = std::size_t{64} * 1024;  // what a pipe holds
-/// How often to look after the child where the kernel has no descriptor for processes.
+constexpr std::size_t kChunk = std::size_t{64} * 1024;  // the capacity of a pipe
+/// Polling interval for the child's end on kernels without process descriptors.
 constexpr int kLookMilliseconds = 50;
 constexpr int kNotStarted = 127;
 
@@ -69,8 +69,8 @@ struct Pipe {
   Descriptor reading;
   Descriptor writing;
 
-  /// False with errno set if there is none. Never on the numbers of the standard streams, which this process
-  /// may have closed and which the child is about to fill.
+  /// False with errno set if there is no pipe. Never uses the numbers of the standard streams, which this
+  /// process may have closed and which the child is about to fill.
   bool open() {
     std::array<int, 2> ends{};
     if (::pipe2(ends.data(), O_CLOEXEC) != 0) return false;
@@ -110,7 +110,7 @@ std::vector<char*> pointers(std::vector<std::string>& texts) {
 
 bool hasZeroByte(const std::string& text) { return text.find('\0') != std::string::npos; }
 
-/// Everything the child needs, made before the fork: behind it only async-signal-safe calls are allowed.
+/// Everything the child needs, made before the fork: after it only async-signal-safe calls are allowed.
 struct Launch {
   char* const* arguments;
   char* const* environment;
@@ -144,11 +144,12 @@ bool connectStreams(const Launch& launch) {
 [[noreturn]] void becomeProgram(const Launch& launch) {
   ::setsid();
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // The parent may have died before the wish was known.
+  // The parent may have died before the death signal was set.
   if (::getppid() != launch.parent) ::_exit(kNotStarted);
   resetSignals();
   if (connectStreams(launch)) {
-    // Descriptors that other libraries of this process left open to children; not a promise of every kernel.
+    // Closes descriptors that other libraries of this process left inheritable; not every kernel has the
+    // call.
     ::syscall(SYS_close_range, STDERR_FILENO + 1, UINT_MAX, CLOSE_RANGE_CLOEXEC);
     if (launch.notes >= 0) ::fcntl(launch.notes, F_SETFD, 0);
     ::execve(launch.arguments[0], launch.arguments, launch.environment);
@@ -182,7 +183,7 @@ int readReport(int fd) {
   return count == ssize_t{sizeof error} ? error : 0;
 }
 
-/// How much can be read from a pipe at once.
+/// The number of bytes that can be read from a pipe at once.
 std::size_t bytesWaiting(int fd) {
   int count = 0;
   return fd >= 0 && ::ioctl(fd, FIONREAD, &count) == 0 ? static_cast<std::size_t>(count) : 0;
@@ -195,7 +196,7 @@ int remainingMilliseconds(steady_clock::time_point end) {
 
 }  // namespace
 
-/// Where a run stands.
+/// The progress of a run.
 struct ChildProcess::Reading {
   std::vector<char> buffer = std::vector<char>(kChunk);
   std::size_t total = 0;
@@ -272,7 +273,7 @@ ChildProcess::Ending ChildProcess::run(const OutputHandler& onOutput) {
     if (ready > 0 && events[0].revents != 0) {
       readSome(reading, onOutput);
     } else if (ready >= 0) {
-      reading.owed = 0;  // nothing is there
+      reading.owed = 0;  // all available bytes were read
     }
     keepLimits(reading);
   }
@@ -308,7 +309,7 @@ void ChildProcess::keepLimits(Reading& reading) {
     reading.drainEnd = steady_clock::now() + limits_.drain;
   }
   const auto now = steady_clock::now();
-  // What the child itself has written is read however long it takes.
+  // Output of the child itself is read to its end, even after the drain time.
   const bool drained = reading.drainEnd && reading.owed == 0 && now >= *reading.drainEnd;
   if (output_ >= 0 && drained) ::close(std::exchange(output_, -1));
   if (reading.killTime && now >= *reading.killTime) {
@@ -330,7 +331,7 @@ void ChildProcess::sendSignal(int signal) {
   if (pid_ > 0) ::kill(pid_, signal);
 }
 
-/// Leaves the child as it is, for reap(). A child that somebody else has waited for has ended too.
+/// Does not reap the child; reap() does. A child that other code has waited for has ended too.
 bool ChildProcess::hasEnded() const {
   siginfo_t info{};
   if (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOHANG | WNOWAIT) != 0)
@@ -339,7 +340,7 @@ bool ChildProcess::hasEnded() const {
 }
 
 ChildProcess::Ending ChildProcess::reap() {
-  // Waiting must not hold the lock, or nobody could interrupt the child meanwhile.
+  // Waiting must not hold the lock, or no thread could interrupt the child meanwhile.
   siginfo_t info{};
   while (::waitid(P_PID, static_cast<id_t>(pid_), &info, WEXITED | WNOWAIT) != 0 && errno == EINTR) {
   }

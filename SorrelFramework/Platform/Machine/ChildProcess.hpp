@@ -14,17 +14,18 @@ namespace sorrel {
 
 class ChildNotes;
 
-/// The variable that tells a child the root of the macOS volume that this process works on; see ChildProcess.
+/// The variable that passes the root of the macOS volume that this process works on to a child; see
+/// ChildProcess.
 inline constexpr const char* kVolumeVariable = "SORREL_VOLUME";
 
-/// What a child process may take before it is ended, and how long it is waited for.
+/// Limits for a child process's output and for the waiting times.
 struct ChildLimits {
-  /// Bytes of output. A child that prints more gets SIGINT; the rest of its output is thrown away.
+  /// Bytes of output. A child that prints more gets SIGINT; the rest of its output is discarded.
   std::size_t output = std::size_t{256} << 20;
-  /// How long a child that goes on after that lives until SIGKILL.
+  /// Time until SIGKILL for a child that continues after that.
   std::chrono::milliseconds killAfter{5'000};
-  /// How long the output of an ended child is read when a process that it left behind keeps it open. What the
-  /// child itself has printed is read in any case.
+  /// How long the output of an ended child is read when a process that it left behind keeps it open. Output
+  /// of the child itself is read in any case.
   std::chrono::milliseconds drain{1'000};
 };
 
@@ -37,14 +38,15 @@ struct ChildLimits {
 /// else, so that no setting of the user's shell changes what a system tool prints.
 class ChildProcess {
  public:
-  /// How the child ended: the status if it ended by itself, the number of the signal that ended it otherwise.
+  /// How the child ended: the status if it exited by itself, otherwise the number of the signal that ended
+  /// it.
   struct Ending {
     int exitStatus = -1;
     int signal = 0;
     bool outputCut = false;  ///< it printed more than ChildLimits::output
   };
-  /// Gets the next piece of output, on the thread of run(). False asks for an interrupt of the child, whose
-  /// output is read on until its end.
+  /// Gets the next piece of output, on the thread of run(). False interrupts the child, whose output is read
+  /// on until its end.
   using OutputHandler = std::function<bool(std::string_view)>;
 
   /// Starts the program at the absolute path `path`; `arguments` do not hold its name. A text with a zero
@@ -59,15 +61,16 @@ class ChildProcess {
   /// 0, or the errno that kept the program from starting.
   [[nodiscard]] int startError() const { return startError_; }
 
-  /// Reads the output and returns when the child has ended and all output was handed over. Blocks as long as
-  /// the child lives. Once, on the thread that made the child; a child that did not start ends at once.
+  /// Reads the output and returns when the child has ended and all output was passed on. Blocks as long as
+  /// the child lives. To be called once, on the thread that made the child; a child that did not start ends
+  /// at once.
   Ending run(const OutputHandler& onOutput);
 
-  /// Sends SIGINT to the child; nothing once it has ended. Any thread.
+  /// Sends SIGINT to the child; no effect once it has ended. Any thread.
   void interrupt();
 
-  /// Sends SIGKILL to the child and the processes of its group; what the child has printed is still read.
-  /// Nothing once the child has ended. Any thread.
+  /// Sends SIGKILL to the child and the processes of its group; output printed by the child is still read. No
+  /// effect once the child has ended. Any thread.
   void kill();
 
  private:
@@ -83,7 +86,7 @@ class ChildProcess {
   ChildLimits limits_;
   int startError_ = 0;
   int output_ = -1;
-  std::mutex mutex_;  // a signal never goes to a process id that was given back
+  std::mutex mutex_;  // ensures that a signal never goes to a reused process id
   pid_t pid_ = 0;
 };
 

@@ -31,7 +31,7 @@ std::optional<FileStatus> ownFolder(const std::string& path) {
   return status;
 }
 
-/// Where the folder lies if `path` is a link of the user's own, else `path`.
+/// The target folder if `path` is a link of the user's own, else `path`.
 std::string behindOwnLink(const std::string& path) {
   const auto status = statusOf(path);
   if (!status || !S_ISLNK(status->mode) || status->uid != Host::current().userID()) return path;
@@ -47,7 +47,7 @@ bool isMountPoint(const std::string& path) {
          (found.stx_attributes & STATX_ATTR_MOUNT_ROOT) != 0;
 }
 
-/// Whether the folder `trash` is where a volume may have its trash.
+/// True if the folder `trash` is at a path where a volume may have its trash.
 bool isPlaceOnVolume(const std::string& trash) {
   const std::string uid = std::to_string(Host::current().userID());
   const std::string_view name = lastPathComponent(trash);
@@ -113,7 +113,7 @@ bool DesktopTrash::removeSizes(const std::function<bool(const std::string& name)
     if (!sizes) return false;
     const std::string kept = withoutLinesOf(*sizes, isGone);
     if (kept.size() == sizes->size()) return true;
-    // Another program replaced the file meanwhile: its lines count.
+    // Another program has replaced the file meanwhile: its lines are kept.
     const auto now = statusOf(trash.get(), kSizesFile);
     if (now && isSame(*now, *found))
       return writeFileAtomically(pathOfOpen(trash.get()) + '/' + kSizesFile, kept);

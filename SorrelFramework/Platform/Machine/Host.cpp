@@ -18,7 +18,7 @@
 namespace sorrel {
 namespace {
 
-/// A folder below the home, the variable that may move it, and nothing else: the XDG base directories.
+/// A folder below the home and the variable that may move it: the XDG base directories.
 struct XDGFolder {
   const char* variable;
   std::string_view belowHome;
@@ -88,7 +88,7 @@ bool isAtOrBelow(std::string_view path, std::string_view folder) {
   return path.starts_with(folder) && (path.size() == folder.size() || path[folder.size()] == '/');
 }
 
-/// The file URL of another path, unless that is the same one.
+/// The file URL of the changed path, or `url` itself if the path does not change.
 template <class Change>
 URL withPath(const URL& url, const Change& change) {
   if (!url.isFileURL() || url.isEmptyPath()) return url;
@@ -113,7 +113,7 @@ Host Host::macVolume(std::string root, std::string user, MainBundle bundle) {
   host.bundle_ = std::move(bundle);
   host.userID_ = ownerOf(home.real).value_or(::getuid());
   host.volumeOwners_ = ownersOfHomes(host.homesFolder());
-  // The user whose eyes this is wins where several homes have one owner.
+  // If several homes have one owner, the user of this host wins.
   if (exists(host.home_)) host.volumeOwners_[host.userID_] = host.userName_;
   return host;
 }
@@ -137,7 +137,7 @@ Host Host::linuxDesktop(MainBundle bundle) {
 }
 
 void Host::install(Host host) {
-  // Kept for good: a thread of an earlier scan may still look at the host it started with.
+  // Never freed: a thread of an earlier scan may still use the host it started with.
   static std::mutex mutex;
   static std::vector<std::unique_ptr<const Host>>& hosts = *new std::vector<std::unique_ptr<const Host>>;
   const std::lock_guard lock(mutex);
@@ -219,7 +219,7 @@ std::optional<std::string> Host::mailFolder() const {
 
 std::optional<std::string> Host::ownerName(uid_t uid) const {
   if (const auto known = volumeOwners_.find(uid); known != volumeOwners_.end()) return known->second;
-  // The password file may lie on the network: each id is asked for once.
+  // The user database may be on the network: each id is queried once.
   static std::mutex mutex;
   static std::map<uid_t, std::optional<std::string>>& names =
       *new std::map<uid_t, std::optional<std::string>>;

@@ -13,16 +13,17 @@
 
 namespace sorrel {
 
-/// Which machine this is: a macOS volume mounted somewhere, or this Linux desktop. The one place that knows
-/// how either lays out its folders. The application installs it once, before the first call of the framework;
-/// a process that installs none works on this machine. Everything but install() is safe on any thread.
+/// The machine whose folders are scanned: a macOS volume mounted somewhere, or this Linux desktop. This class
+/// alone knows the folder layout of either. The application installs it once, before the first call of the
+/// framework; a process that installs none works on this machine. Everything except install() is safe on any
+/// thread.
 class Host {
  public:
   enum class Layout { MacVolume, LinuxDesktop };
 
   /// The application that links the framework.
   struct MainBundle {
-    std::string identifier;      ///< empty: the bundle has none
+    std::string identifier;      ///< empty if the bundle has none
     std::string resourceFolder;  ///< path of a folder with the named resources
     std::map<std::string, std::string> infoDictionary;
   };
@@ -37,60 +38,61 @@ class Host {
   static const Host& current();
 
   [[nodiscard]] Layout layout() const { return layout_; }
-  /// The root folder without a slash at its end; "" for the machine's own root.
+  /// The root folder without a trailing slash; "" for the machine's own root.
   [[nodiscard]] const std::string& root() const { return root_; }
   [[nodiscard]] const std::string& userName() const { return userName_; }
   [[nodiscard]] const std::string& home() const { return home_; }
-  /// False if the user has no folder, on a volume none that lies there.
+  /// False if the user has no home folder, or, on a volume, none that lies on the volume.
   [[nodiscard]] bool hasHome() const;
   /// The folder that holds the homes: ROOT/Users, /home.
   [[nodiscard]] std::string homesFolder() const;
   [[nodiscard]] const MainBundle& mainBundle() const { return bundle_; }
 
-  /// Where an absolute path of the layout lies on this machine: below the root of a macOS volume; on the
-  /// desktop the path itself, with ~/.cache, ~/.config, ~/.local/share and ~/.local/state sent to the XDG
-  /// folders.
+  /// The path on this machine of an absolute path of the layout: below the root of a macOS volume; on the
+  /// desktop the path itself, with ~/.cache, ~/.config, ~/.local/share and ~/.local/state redirected to the
+  /// XDG folders.
   [[nodiscard]] std::string locate(std::string_view layoutPath) const;
-  /// The same for a file URL; other URLs come back as they are.
+  /// The same for a file URL; other URLs are returned unchanged.
   [[nodiscard]] URL locate(const URL& layoutURL) const;
-  /// The reverse for paths below the root: "/Volumes/X" for ROOT/Volumes/X. Counts of path components are
-  /// made on this form.
+  /// The reverse for paths below the root: "/Volumes/X" for ROOT/Volumes/X. Path components are counted on
+  /// this form.
   [[nodiscard]] std::string layoutPath(std::string_view path) const;
 
-  /// The text that stands for "file://~/" in a catalogue, percent-coded: "file:///Users/NAME/" on a macOS
-  /// volume (locate() puts the root before it), the home's own URL on the desktop.
+  /// The replacement for "file://~/" in a catalogue, percent-encoded: "file:///Users/NAME/" on a macOS volume
+  /// (locate() prepends the root), the home's own URL on the desktop.
   [[nodiscard]] std::string homeURLText() const;
 
   [[nodiscard]] std::string applicationSupportFolder() const;  ///< of the user
   [[nodiscard]] std::string cachesFolder() const;
   [[nodiscard]] std::string preferencesFolder() const;
-  /// On the desktop the XDG_DOCUMENTS_DIR of user-dirs.dirs(5), "Documents" in the home without one.
+  /// On the desktop the XDG_DOCUMENTS_DIR of user-dirs.dirs(5), or "Documents" in the home if it is not set.
   [[nodiscard]] std::string documentsFolder() const;
   /// The same for XDG_PICTURES_DIR and "Pictures".
   [[nodiscard]] std::string picturesFolder() const;
-  /// Where the mail program of the layout keeps everything; nothing on the desktop, where each keeps its own.
+  /// The folder in which the mail program of the layout stores everything; nothing on the desktop, where each
+  /// mail program has its own.
   [[nodiscard]] std::optional<std::string> mailFolder() const;
 
   /// Name of a numeric user id: the table of the volume, else the password file; nothing if neither knows it.
   [[nodiscard]] std::optional<std::string> ownerName(uid_t uid) const;
-  /// The id whose trash folders and file rights count: the owner of the home on a macOS volume, else
+  /// The id that determines trash folders and file permissions: the owner of the home on a macOS volume, else
   /// getuid().
   [[nodiscard]] uid_t userID() const { return userID_; }
 
-  /// Letter case of names on the original file system: a macOS volume ignores it.
+  /// True if names on the original file system are case-insensitive, as on a macOS volume.
   [[nodiscard]] bool ignoresLetterCase() const { return layout_ == Layout::MacVolume; }
-  /// On a macOS volume: `path` below the root spelled as on disk, where the exact name is absent (first match
-  /// in byte order; composed and decomposed letters are the same), and by way of the folders to which the
-  /// volume's links lead there: absolute ones from its root, none off it. A link at the end is kept. Where
-  /// nothing matches, and on the desktop, `path` itself; so for a URL that is no file's.
+  /// On a macOS volume: `path` below the root in its spelling on the disk, if the exact name is absent (first
+  /// match in byte order; composed and decomposed letters are the same), with links resolved as on the
+  /// volume: absolute ones begin at its root, none leads off it. A link at the end is kept. If nothing
+  /// matches, and on the desktop, `path` itself; likewise a URL that is not a file URL.
   [[nodiscard]] std::string matchingLetterCase(std::string_view path) const;
   [[nodiscard]] URL matchingLetterCase(const URL& url) const;
-  /// The same for what a link at the end leads to.
+  /// The same, but a link at the end is followed.
   [[nodiscard]] std::string followingLinks(std::string_view path) const;
   [[nodiscard]] URL followingLinks(const URL& url) const;
 
-  /// Where a system tool such as "/usr/bin/mdls" is: in the folder of stand-ins if it is there, else the
-  /// path.
+  /// The path of a system tool such as "/usr/bin/mdls": in the folder of stand-ins if it exists there, else
+  /// `path`.
   [[nodiscard]] std::string tool(std::string_view path) const;
   void setToolFolder(std::string folder) { toolFolder_ = std::move(folder); }
 
@@ -106,11 +108,11 @@ class Host {
   std::string root_;
   std::string userName_;
   std::string home_;
-  std::string homes_;  // of a volume
+  std::string homes_;  // on a volume
   uid_t userID_ = 0;
   MainBundle bundle_;
   std::string toolFolder_;
-  std::map<std::string, std::string> xdg_;     // ".cache" and its like, below the home, to the XDG folder
+  std::map<std::string, std::string> xdg_;  // from ".cache" and the like, below the home, to the XDG folder
   std::map<uid_t, std::string> volumeOwners_;  // owners of Users/NAME
 };
 

@@ -20,7 +20,7 @@ struct FileSystem {
   bool isNetwork;
 };
 
-// File systems that keep a user's files. Everything else of a mount table (proc, tmpfs, overlay, squashfs of
+// File systems that hold a user's files. Everything else in a mount table (proc, tmpfs, overlay, squashfs of
 // snaps, portals of the desktop) belongs to the system.
 constexpr std::array<FileSystem, 24> kFileSystems = {
     {{"ext2", false},    {"ext3", false},  {"ext4", false},     {"xfs", false},      {"btrfs", false},

@@ -18,7 +18,7 @@ namespace {
 
 constexpr int kFlags = O_RDONLY | O_DIRECTORY | O_CLOEXEC;
 
-/// A component ".." beside a rename elsewhere makes the kernel give up.
+/// With a ".." in the path, a concurrent rename makes the kernel return EAGAIN.
 constexpr int kMostTries = 16;
 
 FileDescriptor openOnVolume(const std::string& root, const std::string& path) {

@@ -14,7 +14,7 @@ bool isRealFolder(const std::string& path) {
   return status && status->isDirectory();
 }
 
-/// A real folder of the user's own; what a link or a stranger's folder holds is not the user's trash.
+/// True for a real folder owned by the user; a link, or a folder of another user, is not the user's trash.
 bool isOwnFolder(const std::string& path, std::uint32_t uid) {
   const auto status = statusOf(path);
   return status && status->isDirectory() && status->uid == uid;
@@ -39,7 +39,8 @@ std::vector<std::string> trashFoldersOf(const std::string& volume) {
   if (host.layout() == Host::Layout::MacVolume) {
     const std::string trashes = host.matchingLetterCase(appendingPathComponent(volume, ".Trashes"));
     if (!isRealFolder(trashes)) return folders;
-    // The user of the volume may be called by another number on this machine, whose own stick this may be.
+    // Checks both ids: the user may have another id on this machine, and the volume may be a stick of this
+    // machine.
     for (const uid_t number : {host.userID(), ::getuid()}) {
       const std::string trash = appendingPathComponent(trashes, std::to_string(number));
       if (folders.empty() && isRealFolder(trash)) folders.push_back(trash);

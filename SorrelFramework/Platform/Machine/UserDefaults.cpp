@@ -15,7 +15,7 @@ namespace sorrel {
 
 namespace {
 
-/// "" for an identifier that would name a file elsewhere, or none.
+/// "" for an empty identifier, or one that would name a file in another folder.
 std::string standardPath() {
   const std::string& identifier = Host::current().mainBundle().identifier;
   const bool isFileName =
@@ -26,7 +26,7 @@ std::string standardPath() {
 }  // namespace
 
 UserDefaults& UserDefaults::standard() {
-  // One instance for each file, for good: somebody may still hold it when another host is installed.
+  // One instance for each file, never freed: a caller may still hold it when another host is installed.
   static std::mutex mutex;
   static std::map<std::string, std::unique_ptr<UserDefaults>> instances;
   const std::string path = standardPath();
@@ -47,7 +47,7 @@ std::optional<PropertyList> UserDefaults::load() const {
 
 bool UserDefaults::store(const PropertyList& list) const {
   if (path_.empty()) return false;
-  std::error_code ignored;  // the write fails too if the folder could not be made
+  std::error_code ignored;  // the write fails too if the folder could not be created
   std::filesystem::create_directories(std::filesystem::path(path_).parent_path(), ignored);
   return writePropertyListFile(path_, list);
 }

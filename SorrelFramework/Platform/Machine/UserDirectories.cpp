@@ -21,7 +21,7 @@ bool skip(std::string_view& text, std::string_view prefix) {
   return true;
 }
 
-/// What stands before the closing quotation mark; nothing if there is none.
+/// The unescaped text before the closing quotation mark; nothing if there is none.
 std::optional<std::string> unescaped(std::string_view text) {
   std::string plain;
   for (std::size_t i = 0; i < text.size(); ++i) {

@@ -53,7 +53,7 @@ class Resolver {
     return !rest_.empty();
   }
 
-  /// Goes on by one component; false if there is no such item.
+  /// Advances by one component; false if there is no such item.
   bool step() {
     const std::string name = rest_.substr(0, rest_.find('/'));
     std::string rest = rest_.substr(name.size());
@@ -97,7 +97,7 @@ class Resolver {
     const std::string folder = root_ + found_ + '/';
     if (const auto mode = modeOf(folder + name)) return {name, mode};
     const auto names = namesIn(folder);
-    // Not strcasecmp(3), which follows the locale: a Turkish desktop would tell "I" from "i".
+    // Not strcasecmp(3), which follows the locale: a Turkish desktop would distinguish "I" from "i".
     const auto match = std::ranges::find_if(names, [wanted = lowercased(name)](const std::string& candidate) {
       return textEqual(lowercased(candidate), wanted);
     });
@@ -112,7 +112,7 @@ class Resolver {
   LastLink last_;
   int links_ = 0;
   bool isRespelled_ = false;   // a name differs in letter case
-  bool isRedirected_ = false;  // a link leads elsewhere than it does on this machine
+  bool isRedirected_ = false;  // a link resolves differently than on this machine
 };
 
 }  // namespace

@@ -9,7 +9,7 @@ namespace {
 
 constexpr double kTwoToThe63 = 9223372036854775808.0;
 
-/// A dictionary below this size is searched from its first key on; that is faster than to keep an index.
+/// A smaller dictionary is searched linearly; that is faster than maintaining an index.
 constexpr std::size_t kIndexedSize = 24;
 constexpr std::size_t kNoPosition = std::numeric_limits<std::size_t>::max();
 
@@ -27,8 +27,8 @@ PropertyList PropertyList::dateSince2001(double seconds) {
   return list;
 }
 
-// A worklist, since a recursive copy of a deep list would need a deep stack. Every container gets its full
-// size at once, so that the addresses in the list stay good.
+// A worklist, because a recursive copy of a deep list would need a deep stack. Every container gets its full
+// size at once, so that the addresses in the worklist stay valid.
 PropertyList::PropertyList(const PropertyList& other) : value_(false) {
   std::vector<std::pair<const PropertyList*, PropertyList*>> pending{{&other, this}};
   while (!pending.empty()) {
@@ -63,7 +63,7 @@ PropertyList::PropertyList(PropertyList&& other) noexcept : value_(std::move(oth
 }
 
 PropertyList& PropertyList::operator=(PropertyList&& other) noexcept {
-  // By way of a value of its own: `other` may lie inside the tree that goes away here.
+  // Moved to a local value first: `other` may lie inside the tree that is freed here.
   Value taken = std::exchange(other.value_, Value(false));
   freeIteratively();
   value_ = std::move(taken);

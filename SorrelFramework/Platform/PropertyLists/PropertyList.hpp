@@ -23,7 +23,7 @@ class PropertyListDictionary;
 /// be built, copied, compared and freed without a deep stack; only readers and writers have a limit.
 class PropertyList {
  public:
-// GCC takes a scoped enumerator for a shadow of sorrel::Integer.
+// GCC reports a scoped enumerator as shadowing sorrel::Integer.
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wshadow"
   enum class Type { Boolean, Integer, Real, String, Data, Date, Array, Dictionary, UID };
@@ -39,8 +39,8 @@ class PropertyList {
 
   /// An empty dictionary.
   PropertyList();
-  /// A boolean stays one. Integers are signed 64 bits wide; an unsigned one above that range keeps its value,
-  /// but only asReal() and asUnsigned() hand it out.
+  /// A boolean stays a boolean. Integers are signed 64 bits wide; an unsigned one above that range keeps its
+  /// value, but only asReal() and asUnsigned() return it.
   template <std::integral Number>
   PropertyList(Number value) : value_(widened(value)) {}
   PropertyList(double value) : value_(value) {}
@@ -52,21 +52,22 @@ class PropertyList {
   PropertyList(UID value) : value_(value) {}
   PropertyList(Array value);
   PropertyList(Dictionary value);
-  /// A date as files hold it. Kept in that form, so that a list written back has the very same bytes for it.
+  /// A date in the form that files use. Kept in that form, so that a list written back has exactly the same
+  /// bytes for it.
   [[nodiscard]] static PropertyList dateSince2001(double seconds);
 
   PropertyList(const PropertyList& other);
   PropertyList& operator=(const PropertyList& other);
-  /// What was moved from holds false.
+  /// The source of a move becomes false.
   PropertyList(PropertyList&& other) noexcept;
   PropertyList& operator=(PropertyList&& other) noexcept;
   ~PropertyList();
 
   [[nodiscard]] Type type() const noexcept;
 
-  /// The typed readers: nothing if the value is of another kind. Numbers bridge into one another where the
-  /// value stays the same: an integer is asked of booleans (0, 1) and of reals without a fraction, a boolean
-  /// of the numbers 0 and 1, a real of every number.
+  /// The typed readers: nothing if the value is of another type. Numbers convert where the value stays the
+  /// same: asInteger accepts booleans (0, 1) and reals without a fraction, asBoolean the numbers 0 and 1,
+  /// asReal every number.
   [[nodiscard]] std::optional<bool> asBoolean() const noexcept;
   [[nodiscard]] std::optional<std::int64_t> asInteger() const noexcept;
   [[nodiscard]] std::optional<std::uint64_t> asUnsigned() const noexcept;
@@ -74,7 +75,7 @@ class PropertyList {
   [[nodiscard]] std::optional<sorrel::Date> asDate() const noexcept;
   [[nodiscard]] std::optional<double> asSecondsSince2001() const noexcept;
   [[nodiscard]] std::optional<UID> asUID() const noexcept;
-  /// Texts are UTF-8. The pointers live as long as this value stays as it is.
+  /// Texts are UTF-8. The pointers are valid while this value is unchanged.
   [[nodiscard]] const std::string* asString() const noexcept;
   [[nodiscard]] const Data* asData() const noexcept;
   [[nodiscard]] const Array* asArray() const noexcept;
@@ -82,7 +83,7 @@ class PropertyList {
   [[nodiscard]] const Dictionary* asDictionary() const noexcept;
   [[nodiscard]] Dictionary* asDictionary() noexcept;
 
-  /// The value under `key`; nullptr if this is no dictionary or has no such key.
+  /// The value under `key`; nullptr if this is not a dictionary or has no such key.
   [[nodiscard]] const PropertyList* find(std::string_view key) const noexcept;
   [[nodiscard]] PropertyList* find(std::string_view key) noexcept;
   /// The text, the array ... under `key`: find() and the typed reader in one.
@@ -90,7 +91,7 @@ class PropertyList {
   [[nodiscard]] const Array* findArray(std::string_view key) const noexcept;
   [[nodiscard]] Array* findArray(std::string_view key) noexcept;
 
-  /// Same kinds and values all the way down. The order of a dictionary's keys does not count; NaN equals NaN.
+  /// Same types and values at every level. The order of a dictionary's keys does not count; NaN equals NaN.
   friend bool operator==(const PropertyList& a, const PropertyList& b);
 
  private:
@@ -138,7 +139,8 @@ class PropertyListDictionary {
 
   [[nodiscard]] const PropertyList* find(std::string_view key) const noexcept;
   [[nodiscard]] PropertyList* find(std::string_view key) noexcept;
-  /// Replaces the value under `key` at its place, or appends. Pointers from find() end here and in erase().
+  /// Replaces the value under `key` in its position, or appends. This and erase() invalidate pointers from
+  /// find().
   PropertyList& set(std::string key, PropertyList value);
   /// False if there is no such key.
   bool erase(std::string_view key);
@@ -157,7 +159,7 @@ class PropertyListDictionary {
   void rebuildIndex();
 
   std::vector<Entry> entries_;
-  std::unique_ptr<Index> index_;  // only for big dictionaries
+  std::unique_ptr<Index> index_;  // only for large dictionaries
 };
 
 struct PropertyListDictionary::Entry {
@@ -167,32 +169,33 @@ struct PropertyListDictionary::Entry {
 
 enum class PropertyListFormat { XML, Binary };
 
-/// Limits of a list that is read. One that passes any of them counts as damaged. The writers hold the depth
-/// too.
+/// Limits for reading a list. A list that exceeds any of them counts as damaged. The writers enforce the
+/// depth too.
 inline constexpr std::size_t kPropertyListByteLimit = std::size_t{64} << 20;
 inline constexpr std::size_t kPropertyListDepthLimit = 512;
 inline constexpr std::size_t kPropertyListNodeLimit = 4'000'000;
 
-/// Reads a property list and tells its form by the content: binary ("bplist0"), XML (UTF-8, or UTF-16 with a
-/// byte order mark), otherwise old-style text. Nothing if the bytes are damaged or pass a limit. Any thread.
+/// Reads a property list and detects its form by the content: binary ("bplist0"), XML (UTF-8, or UTF-16 with
+/// a byte order mark), otherwise old-style text. Nothing if the bytes are damaged or exceed a limit. Any
+/// thread.
 [[nodiscard]] std::optional<PropertyList> parsePropertyList(std::string_view bytes);
 
-/// The same for the file at `path` (links are followed); nothing also if it is missing, unreadable or no
+/// The same for the file at `path` (links are followed); nothing also if it is missing, unreadable or not a
 /// regular file: a FIFO or a device is never read.
 [[nodiscard]] std::optional<PropertyList> readPropertyListFile(const std::string& path);
 
 /// The XML form: UTF-8, keys in ascending order of their bytes, indented by tabs, a line feed at the end;
-/// dates in whole seconds. A UID becomes a dictionary with the one key CF$UID. Nothing if the list can't be
-/// told in XML: a text that is no UTF-8 or holds a NUL, a date outside the years 1 to 9999, more levels than
+/// dates in whole seconds. A UID becomes a dictionary with the one key CF$UID. Nothing if XML can't represent
+/// the list: a text that is not UTF-8 or contains a NUL, a date outside the years 1 to 9999, more levels than
 /// the limit.
 [[nodiscard]] std::optional<std::string> writePropertyListXML(const PropertyList& list);
 
-/// The binary form ("bplist00"): keys in their order, equal scalars stored once. Nothing if a text is no
+/// The binary form ("bplist00"): keys in their order, equal scalars stored once. Nothing if a text is not
 /// UTF-8 or the list has more levels than the limit.
 [[nodiscard]] std::optional<std::string> writePropertyListBinary(const PropertyList& list);
 
-/// Writes the list so that at every moment the file is whole, old or new: see writeFileAtomically(). False on
-/// failure; then the old file is untouched.
+/// Writes the list so that at every moment the file is complete, old or new: see writeFileAtomically(). False
+/// on failure; then the old file is unchanged.
 [[nodiscard]] bool writePropertyListFile(const std::string& path, const PropertyList& list,
                                          PropertyListFormat format = PropertyListFormat::XML);
 

@@ -1,8 +1,7 @@
 // The binary form, read and written here rather than by libplist 2.2.0. To read it safely every offset,
-// count, reference, cycle and the size of the expanded tree have to be checked first, and with that done the
-// decoding is a dozen lines more, while the library would walk the file again with the recursion and the
-// sizes it trusts. Its writer would lose what a file of another program holds: dates outside 1933-2069, texts
-// with a NUL.
+// count, reference, cycle and the size of the expanded tree have to be checked first; after that the decoding
+// is a dozen lines more, while the library would parse the file again recursively and trust its sizes. The
+// library's writer would lose contents of other programs' files: dates outside 1933-2069, texts with a NUL.
 #include <algorithm>
 #include <bit>
 
@@ -17,15 +16,15 @@ using namespace propertylist;
 
 namespace {
 
-/// A list that shares its objects grows, as each use gets a copy. What a tree may hold is measured by the
-/// file, so that a few bytes can't ask for a gigabyte.
+/// A list that shares its objects grows, because each use gets a copy. The allowed size of the tree depends
+/// on the file's, so that a few bytes can't request a gigabyte.
 constexpr std::size_t kPayloadLimit = kPropertyListByteLimit * 4;
 constexpr std::size_t kPayloadAtLeast = std::size_t{1} << 20;
 constexpr std::size_t kPayloadPerByte = 64;
 constexpr std::size_t kNodesAtLeast = std::size_t{1} << 16;
 constexpr std::size_t kNodesPerByte = 256;
-/// Arrays may lie over one another, one inside the other, so that the sum of their counts is far above the
-/// size of the file: room for more is made only as the items come.
+/// Arrays may overlap or contain one another, so that the sum of their counts may far exceed the size of the
+/// file: memory beyond this is allocated only as the items are read.
 constexpr std::size_t kReservedAtMost = 1024;
 
 std::uint64_t bigEndian(std::string_view bytes) {
@@ -47,7 +46,7 @@ class BinaryReader {
   }
 
  private:
-  /// An object without its marker: `size` is the low half of the marker or the count behind it.
+  /// An object without its marker: `size` is the low half of the marker or the count after it.
   struct Head {
     unsigned kind = 0;
     unsigned low = 0;
@@ -99,7 +98,7 @@ class BinaryReader {
     return true;
   }
 
-  /// Bytes that each of `count` takes, after `count` was made the right one for objects of a fixed size.
+  /// Bytes that each of `count` units takes; corrects `count` for objects of a fixed size.
   std::optional<std::uint64_t> unitSize(Head& head) const {
     switch (head.kind) {
       case kSimple:
@@ -127,7 +126,7 @@ class BinaryReader {
         return refSize_;
       case kDictionary:
         return 2 * static_cast<std::uint64_t>(refSize_);
-      default:  // sets and the null object are no values of a property list
+      default:  // sets and the null object are not valid in a property list
         return std::nullopt;
     }
   }
@@ -199,7 +198,8 @@ class BinaryReader {
   }
 
   static std::optional<PropertyList> integer(std::string_view body) {
-    // One, two and four bytes hold no sign, eight hold one; sixteen are for unsigned values above that.
+    // One, two and four bytes are unsigned, eight are signed; sixteen are for unsigned values above that
+    // range.
     if (body.size() < 8) return PropertyList(bigEndian(body));
     const std::uint64_t low = bigEndian(body.substr(body.size() - 8));
     if (body.size() == 8) return PropertyList(static_cast<std::int64_t>(low));
@@ -237,7 +237,7 @@ class BinaryReader {
   std::uint64_t table_ = 0;
   std::size_t nodes_ = 0;
   std::size_t payload_ = 0;
-  std::vector<bool> onPath_;  // the containers that are open at the moment: to meet one again is a cycle
+  std::vector<bool> onPath_;  // the containers on the current path: meeting one again is a cycle
 };
 
 }  // namespace

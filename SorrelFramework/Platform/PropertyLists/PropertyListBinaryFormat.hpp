@@ -3,14 +3,14 @@
 #include <cstddef>
 #include <string_view>
 
-/// The names of the binary form ("bplist00"), shared by its reader and its writer. The form: the header, the
-/// objects, a table of their offsets, a trailer of 32 bytes; all numbers big-endian.
+/// The constants of the binary form ("bplist00"), shared by its reader and its writer. The form: the header,
+/// the objects, a table of their offsets, a trailer of 32 bytes; all numbers big-endian.
 namespace sorrel::propertylist {
 
 inline constexpr std::string_view kHeader = "bplist00";
 inline constexpr std::size_t kTrailerSize = 32;
 
-/// The high half of the byte that each object begins with.
+/// The high half of the first byte of each object.
 enum Marker : unsigned {
   kSimple = 0x0,
   kInteger = 0x1,

@@ -15,7 +15,7 @@ void appendBigEndian(std::string& out, std::uint64_t value, std::size_t width) {
   for (std::size_t i = width; i-- > 0;) out.push_back(static_cast<char>(value >> (8 * i) & 0xFF));
 }
 
-/// The number of bytes (1, 2, 4 or 8) that hold `value`.
+/// The number of bytes (1, 2, 4 or 8) that `value` needs.
 std::size_t widthOf(std::uint64_t value) {
   return value <= 0xFF ? 1 : value <= 0xFFFF ? 2 : value <= 0xFFFFFFFF ? 4 : 8;
 }
@@ -64,7 +64,7 @@ class BinaryWriter {
  private:
   struct Object {
     std::string bytes;                // a whole scalar, or the marker and count of a container
-    std::vector<std::uint32_t> refs;  // of a container
+    std::vector<std::uint32_t> refs;  // for a container
   };
 
   std::optional<std::uint32_t> add(const PropertyList& list, std::size_t depth) {
@@ -166,7 +166,7 @@ class BinaryWriter {
     const std::optional<std::u16string> units = utf16FromUTF8(text);
     if (!units.has_value()) return std::nullopt;
     std::string out;
-    // As many units as bytes: nothing but ASCII.
+    // As many units as bytes: pure ASCII.
     if (units->size() == text.size()) {
       appendCount(out, kASCII, text.size());
       return out + text;

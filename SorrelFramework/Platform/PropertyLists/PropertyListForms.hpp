@@ -6,8 +6,8 @@
 
 #include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 
-/// The readers of the single forms, behind parsePropertyList(). Each gives nothing for damaged bytes and for
-/// a list that passes the limits of PropertyList.hpp.
+/// The readers of the individual forms, called by parsePropertyList(). Each returns nothing for damaged bytes
+/// and for a list that exceeds the limits of PropertyList.hpp.
 namespace sorrel::propertylist {
 
 /// Everything that begins with "bplist0".

@@ -11,7 +11,7 @@ namespace sorrel {
 
 namespace {
 
-/// What the bytes 128-255 of an octal escape stand for: the NeXTSTEP character set.
+/// The characters for the bytes 128-255 of an octal escape: the NeXTSTEP character set.
 constexpr std::array<char16_t, 128> kNeXTSTEP = {
     0x00A0, 0x00C0, 0x00C1, 0x00C2, 0x00C3, 0x00C4, 0x00C5, 0x00C7, 0x00C8, 0x00C9, 0x00CA, 0x00CB, 0x00CC,
     0x00CD, 0x00CE, 0x00CF, 0x00D0, 0x00D1, 0x00D2, 0x00D3, 0x00D4, 0x00D5, 0x00D6, 0x00D9, 0x00DA, 0x00DB,
@@ -38,7 +38,7 @@ bool isBare(char c) {
 
 bool isBlank(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
-/// The value of a digit, or the base if it is none.
+/// The value of a digit, or the base if it is not a digit.
 unsigned digit(char c, unsigned base) {
   unsigned value = base;
   if (c >= '0' && c <= '9') value = static_cast<unsigned>(c - '0');
@@ -52,11 +52,10 @@ class OldStyleReader {
   explicit OldStyleReader(std::string_view text) : text_(text) {}
 
   std::optional<PropertyList> read() {
-    if (!skipBlanks())
-      return PropertyList();  // nothing but blanks and comments: a strings file without a line
+    if (!skipBlanks()) return PropertyList();  // only blanks and comments: a strings file without a line
     std::optional<PropertyList> root = value(1);
     if (!root.has_value() || !skipBlanks()) return root;
-    // More behind the first value: only a file of "key = value;" lines looks like that.
+    // Text after the first value: only a file of "key = value;" lines has that.
     if (root->asString() == nullptr) return std::nullopt;
     position_ = 0;
     root = entries(1);
@@ -67,7 +66,7 @@ class OldStyleReader {
   [[nodiscard]] bool atEnd() const { return position_ >= text_.size(); }
   [[nodiscard]] char here() const { return text_[position_]; }
 
-  /// Moves to the next character that counts; false at the end. A comment that never ends goes to the end.
+  /// Skips to the next significant character; false at the end. An unterminated comment extends to the end.
   bool skipBlanks() {
     while (!atEnd()) {
       const std::string_view rest = text_.substr(position_);
@@ -104,7 +103,7 @@ class OldStyleReader {
     return PropertyList(std::move(*text));
   }
 
-  /// "key = value;" again and again, up to something that is no key. "key;" is short for "key = key;".
+  /// Repeated "key = value;", up to a token that is not a key. "key;" is short for "key = key;".
   std::optional<PropertyList> entries(std::size_t depth) {
     if (depth > kPropertyListDepthLimit) return std::nullopt;
     PropertyListDictionary values;
@@ -174,7 +173,7 @@ class OldStyleReader {
     }
   }
 
-  /// A run of escapes at once, since two of them may be the halves of one character.
+  /// Decodes a run of escapes at once, because two of them may be the halves of one character.
   void escapes(std::string& out) {
     std::u16string units;
     std::string plain;
@@ -188,7 +187,7 @@ class OldStyleReader {
     if (plain.empty() && position_ + 1 == text_.size() && here() == '\\') ++position_;
   }
 
-  /// One escape without its backslash: a unit, or the byte itself where the escape means nothing.
+  /// One escape without its backslash: a unit, or the byte itself if the escape has no meaning.
   void escape(std::u16string& units, std::string& plain) {
     if (digit(here(), 8) < 8) {
       const unsigned code = number(8, 3) & 0xFF;

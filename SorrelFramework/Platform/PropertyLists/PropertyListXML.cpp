@@ -1,5 +1,5 @@
-// The XML form, read straight from the scanner into values. A damaged document, or one over a limit, is
-// refused as a whole; nothing is resolved but the five named and the numeric references.
+// The XML form, read directly from the scanner into values. A damaged document, or one over a limit, is
+// rejected as a whole; only the five named and the numeric references are resolved.
 #include <charconv>
 #include <ctime>
 #include <type_traits>
@@ -14,7 +14,7 @@ namespace {
 
 using Value = std::optional<PropertyList>;
 
-/// The number that all of `text` spells, whatever the locale.
+/// The number that the whole of `text` spells, independent of the locale.
 template <class Number>
 std::optional<Number> wholeNumber(std::string_view text, int base = 10) {
   Number number{};

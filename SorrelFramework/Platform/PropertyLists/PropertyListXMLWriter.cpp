@@ -17,8 +17,8 @@ constexpr std::string_view kHead =
     "<plist version=\"1.0\">\n";
 constexpr std::string_view kFoot = "</plist>\n";
 
-/// Lines of data are filled up to this column, a tab counted as eight, and indented by eight tabs at the
-/// most.
+/// Lines of data are filled up to this column, with a tab counted as eight, and indented by at most eight
+/// tabs.
 constexpr std::size_t kDataColumns = 76;
 constexpr std::size_t kDataIndent = 8;
 
@@ -53,7 +53,7 @@ class XMLWriter {
   }
 
  private:
-  /// `level` counts the containers around the value; it is the number of tabs too.
+  /// `level` counts the containers around the value, and is also the number of tabs.
   bool value(const PropertyList& list, std::size_t level) {
     switch (list.type()) {
       case PropertyList::Type::Boolean:

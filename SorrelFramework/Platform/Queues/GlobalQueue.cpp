@@ -43,7 +43,7 @@ class Pool {
       ++threads_;
       thread.detach();
     } else if (threads_ == 0) {
-      // Nobody would ever run the task, and a scan that waits for it would hang without a word.
+      // The task would never run, and a scan that waits for it would hang silently.
       fatalStop("No thread can be started");
     }
   }
@@ -69,7 +69,7 @@ class Pool {
   std::mutex mutex_;
   std::condition_variable wake_;
   std::deque<std::function<void()>> tasks_;
-  std::size_t idle_ = 0;  // threads that wait, or were woken and did not take their task yet
+  std::size_t idle_ = 0;  // threads that wait, or were woken and have not taken their task yet
   unsigned threads_ = 0;
 };
 
@@ -89,7 +89,7 @@ void GlobalQueue::submit(std::function<void()> task, WeftQOS qos) {
 void GlobalQueue::submitBlocking(std::function<void()> task) {
   if (!task) return;
   auto shared = std::make_shared<std::function<void()>>(std::move(task));
-  // Moved out, so that what the task holds is freed where it ran.
+  // Moved out, so that the objects held by the task are freed on the thread that ran it.
   const auto run = [shared] { std::exchange(*shared, nullptr)(); };
   std::thread thread = startWorkerThread("sorrel-blocking", WeftQOS::Default, run);
   if (thread.joinable()) {

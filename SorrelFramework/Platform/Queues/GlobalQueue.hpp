@@ -7,8 +7,8 @@
 namespace sorrel {
 
 /// The global concurrent queue: one bounded pool of threads for each quality of service, started on first
-/// use. Utility and Background threads give way to the desktop (nice value, and the idle class of input and
-/// output for Background). A task must not wait for another task of the pool that may not have started.
+/// use. Utility and Background threads yield to the desktop (nice value, and the idle I/O class for
+/// Background). A task must not wait for another task of the pool that may not have started.
 class GlobalQueue {
  public:
   GlobalQueue() = delete;
@@ -19,7 +19,7 @@ class GlobalQueue {
   /// Runs `task`, which is going to block (a child process, a dialog), on a thread outside the bounded pool.
   static void submitBlocking(std::function<void()> task);
 
-  /// Threads of one pool: as many as the machine has processors, two at the least.
+  /// Threads of one pool: the number of the machine's processors, at least two.
   static unsigned width();
 };
 

@@ -16,9 +16,9 @@ namespace {
 using std::chrono::milliseconds;
 using std::chrono::steady_clock;
 
-/// Longest time in one go, so that a burst of tasks leaves the application time to draw.
+/// Longest time per dispatch, so that a burst of tasks leaves the application time to draw.
 constexpr milliseconds kBudget{8};
-/// How often runUntil() tests its condition when nothing happens on the loop.
+/// How often runUntil() tests its condition when the loop gets no events.
 constexpr guint kConditionTestMilliseconds = 10;
 
 struct TaskList {
@@ -54,8 +54,7 @@ gboolean prepareTasks(GSource*, gint* timeout) {
 
 gboolean checkTasks(GSource*) { return taskList().isEmpty() ? FALSE : TRUE; }
 
-/// Runs what was there at the beginning, one by one: a task that runs the loop itself finds the rest in
-/// order.
+/// Runs the tasks present at the start, one by one: a task that runs the loop itself finds the rest in order.
 gboolean dispatchTasks(GSource*, GSourceFunc, gpointer) {
   const auto end = steady_clock::now() + kBudget;
   for (std::size_t left = taskList().count(); left > 0; --left) {
@@ -86,7 +85,7 @@ std::vector<bool*>& runningLoops() {
 
 gboolean keepGoing(gpointer) { return G_SOURCE_CONTINUE; }
 
-/// Wakes the loop again and again, for a condition that changes without an event.
+/// Wakes the loop periodically, for a condition that changes without an event.
 class Waker {
  public:
   Waker() : source_(g_timeout_source_new(kConditionTestMilliseconds)) {

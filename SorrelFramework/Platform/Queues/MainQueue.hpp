@@ -15,30 +15,30 @@ class MainQueue {
   /// Any thread.
   static void post(std::function<void()> task);
 
-  /// True on the thread that runs the loop; while none does, on the first thread of the process.
+  /// True on the thread that runs the loop; while no thread does, on the first thread of the process.
   [[nodiscard]] static bool isCurrent();
 
   /// For applications without an event loop of their own, such as a command-line program: runs the loop on
   /// the calling thread until quit().
   static void run();
   static void quit();
-  /// Runs the loop until `condition` holds (tested after each round, and every 10 ms) or the time is over;
-  /// true if it holds.
+  /// Runs the loop until `condition` is true (tested after each round, and every 10 ms) or the time is over;
+  /// returns whether it is true.
   static bool runUntil(const std::function<bool()>& condition, std::chrono::milliseconds limit);
 };
 
 /// A repeating timer of the main queue. Ticks only while the loop runs; late ticks coalesce.
 class MainTimer {
  public:
-  /// Starts to tick after one `interval`. Any thread.
+  /// The first tick comes after one `interval`. Any thread.
   MainTimer(std::chrono::milliseconds interval, std::function<void()> tick);
   /// Same as invalidate().
   ~MainTimer();
   MainTimer(const MainTimer&) = delete;
   MainTimer& operator=(const MainTimer&) = delete;
 
-  /// No tick starts after this call has returned, except one that runs on another thread at this moment. Any
-  /// thread, also from inside the tick; more than once does no harm.
+  /// No tick starts after this call has returned, except one that is already running on another thread. Any
+  /// thread, also from inside the tick; repeated calls are harmless.
   void invalidate();
 
  private:

@@ -20,7 +20,7 @@ thread_local const void* currentState = nullptr;
 
 }  // namespace
 
-/// Shared with the thread, so that it outlives a queue that goes away inside one of its own tasks.
+/// Shared with the thread, so that it outlives a queue that is destroyed inside one of its own tasks.
 struct WeftSerialQueue::State {
   explicit State(WeftQOS quality) : qos(quality) {}
 
@@ -43,7 +43,7 @@ struct WeftSerialQueue::State {
     while (Task task = next()) task();
   }
 
-  /// Empty when the queue is closed and nothing is left.
+  /// Empty when the queue is closed and no task is left.
   Task next() {
     std::unique_lock lock(mutex);
     wake.wait(lock, [this] { return closed || !tasks.empty(); });
@@ -80,7 +80,7 @@ WeftSerialQueue::~WeftSerialQueue() {
 
 // NOLINTNEXTLINE(performance-unnecessary-value-param): a queue that overrides this may keep the failure
 void WeftSerialQueue::submit(Task task, Failure failure) {
-  if (!task) task = [] {};  // an empty function would read as the end of the queue
+  if (!task) task = [] {};  // an empty function would signal the end of the queue
   const auto refused = state_->take(state_, task);
   if (refused && failure) failure(*refused);
 }
@@ -123,7 +123,7 @@ std::optional<WeftRunError> submitOnce(const std::shared_ptr<WeftSerialQueue>& q
   const auto attempt = std::make_shared<Attempt>();
   const std::weak_ptr<WeftSerialQueue> weakQueue = queue;
   queue->submit(
-      // Moved out, so that what the task holds is freed on the queue.
+      // Moved out, so that the objects held by the task are freed on the queue.
       [task] { std::exchange(*task, nullptr)(); },
       [attempt, weakQueue, task](WeftRunError error) {
         if (attempt->leaveForSubmitter(error) || error == WeftRunError::ShutDown) return;

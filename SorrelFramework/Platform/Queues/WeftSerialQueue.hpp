@@ -7,8 +7,8 @@
 
 namespace sorrel {
 
-/// Why a serial queue refused a task. Only the ordinal of ShutDown carries a meaning for callers: that queue
-/// will never take a task again.
+/// Why a serial queue refused a task. Only ShutDown has a meaning for callers: that queue will never accept a
+/// task again.
 enum class WeftRunError : int {
   QueueFull = 0,
   Suspended = 1,
@@ -27,15 +27,15 @@ class WeftSerialQueue {
   using Failure = std::function<void(WeftRunError)>;
 
   explicit WeftSerialQueue(WeftQOS qos);
-  /// Runs what was submitted, then ends the thread. May be called from a task of the queue itself.
+  /// Runs the submitted tasks, then ends the thread. May be called from a task of the queue itself.
   virtual ~WeftSerialQueue();
   WeftSerialQueue(const WeftSerialQueue&) = delete;
   WeftSerialQueue& operator=(const WeftSerialQueue&) = delete;
 
-  /// Takes `task`, or calls `failure` on the calling thread before it returns; never both. Any thread.
+  /// Accepts `task`, or calls `failure` on the calling thread before it returns; never both. Any thread.
   virtual void submit(Task task, Failure failure);
 
-  /// No task is taken any more: submit() fails with ShutDown. What was taken before still runs.
+  /// Accepts no further tasks: submit() fails with ShutDown. Tasks accepted before still run.
   void shutDown();
 
   /// True on the thread that runs this queue's tasks.
@@ -46,8 +46,8 @@ class WeftSerialQueue {
   std::shared_ptr<State> state_;
 };
 
-/// Submits `task` until the queue takes it: waits half a second after each refusal, and gives up only on
-/// WeftRunError::ShutDown. The one retry rule of the framework. Blocks the caller while it waits.
+/// Submits `task` until the queue accepts it: waits half a second after each refusal, and gives up only on
+/// WeftRunError::ShutDown. The only retry rule of the framework. Blocks the caller while it waits.
 void submitWithRetry(const std::shared_ptr<WeftSerialQueue>& queue, WeftSerialQueue::Task task);
 
 }  // namespace sorrel

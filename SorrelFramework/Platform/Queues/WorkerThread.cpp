@@ -17,13 +17,13 @@ constexpr int kUtilityNice = 5;
 constexpr int kBackgroundNice = 15;
 constexpr int kMostNice = 19;
 
-// From linux/ioprio.h, which later versions wrote in a way that only C takes.
+// From linux/ioprio.h, whose later versions compile as C only.
 constexpr int kIoprioWhoProcess = 1;
 constexpr int kIoprioClassIdle = 3;
 constexpr int kIoprioClassShift = 13;
 
-/// Blocks the signals that a thread about to start shall not take. Those that a fault of the thread itself
-/// raises stay open, so that crash handlers see them.
+/// Blocks the signals that a new thread must not handle. Signals raised by a fault of the thread itself stay
+/// unblocked, so that crash handlers see them.
 class SignalsBlocked {
  public:
   SignalsBlocked() {
@@ -42,13 +42,13 @@ class SignalsBlocked {
   sigset_t before_{};
 };
 
-/// Below the process, which may itself run as less urgent than usual.
+/// Relative to the process, which may itself run at a lower priority than usual.
 void giveWay(WeftQOS qos) {
   if (qos != WeftQOS::Utility && qos != WeftQOS::Background) return;
   const auto thread = static_cast<id_t>(::gettid());
   const int own = ::getpriority(PRIO_PROCESS, static_cast<id_t>(::getpid()));
   const int more = qos == WeftQOS::Background ? kBackgroundNice : kUtilityNice;
-  // Only a wish: a failure leaves the thread as urgent as the others.
+  // Best effort: after a failure the thread keeps the priority of the others.
   ::setpriority(PRIO_PROCESS, thread, std::min(own + more, kMostNice));
   if (qos == WeftQOS::Background) {
     ::syscall(SYS_ioprio_set, kIoprioWhoProcess, thread, kIoprioClassIdle << kIoprioClassShift);

@@ -12,7 +12,7 @@ class SharedText {
  public:
   SharedText() noexcept = default;
   explicit SharedText(std::string_view text) : SharedText(text, {}) {}
-  /// The two pieces joined, without a temporary in between.
+  /// The two pieces joined, without a temporary string.
   SharedText(std::string_view head, std::string_view tail);
   SharedText(const SharedText& other) noexcept;
   SharedText(SharedText&& other) noexcept : block_(other.block_) { other.block_ = nullptr; }

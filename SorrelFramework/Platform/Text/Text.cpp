@@ -45,8 +45,8 @@ Sequence firstSequence(std::string_view text) noexcept {
   if (lead < 0x80) return {1, true};
   if (lead < 0xC2 || lead > 0xF4) return {1, false};
   const std::size_t length = lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4;
-  // Only the second byte has bounds of its own: they shut out overlong forms, surrogates and too large
-  // values.
+  // Only the second byte has special bounds: they exclude overlong forms, surrogates and values that are too
+  // large.
   unsigned char low = lead == 0xE0 ? 0xA0 : lead == 0xF0 ? 0x90 : 0x80;
   unsigned char high = lead == 0xED ? 0x9F : lead == 0xF4 ? 0x8F : 0xBF;
   for (std::size_t i = 1; i < length; ++i) {
@@ -67,7 +67,7 @@ std::size_t validPrefix(std::string_view text) noexcept {
   return at;
 }
 
-/// Runs `convert(piece, out)` on each stretch of valid UTF-8 and `keep(bytes, out)` on each bad sequence.
+/// Runs `convert(piece, out)` on each run of valid UTF-8 and `keep(bytes, out)` on each invalid sequence.
 template <class Convert, class Keep>
 std::string mapPieces(std::string_view text, Convert convert, Keep keep) {
   std::string out;
@@ -86,12 +86,12 @@ std::string mapPieces(std::string_view text, Convert convert, Keep keep) {
 
 void append(std::string_view piece, std::string& out) { out.append(piece); }
 
-/// The library counts in 31 bits; what lies beyond is not looked at.
+/// The library counts in 31 bits; text beyond that is ignored.
 icu::StringPiece pieceOf(std::string_view text) {
   return {text.data(), static_cast<std::int32_t>(std::min<std::size_t>(text.size(), INT32_MAX))};
 }
 
-/// The composed form; bytes that are no UTF-8 stay, so that different names never become one.
+/// The composed form; bytes that are not UTF-8 are kept, so that different names never become equal.
 std::string composed(std::string_view text) {
   UErrorCode status = U_ZERO_ERROR;
   const icu::Normalizer2* const nfc = icu::Normalizer2::getNFCInstance(status);
@@ -110,14 +110,14 @@ icu::UnicodeString utf16(std::string_view text) { return icu::UnicodeString::fro
 
 std::size_t graphemesOf(const icu::UnicodeString& text) {
   UErrorCode status = U_ZERO_ERROR;
-  // Making one costs far more than using it; none may serve two threads.
+  // Creating one is far more expensive than using it; an iterator must not serve two threads.
   thread_local const std::unique_ptr<icu::BreakIterator> characters(
       icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
   if (!characters) return static_cast<std::size_t>(text.countChar32());
   characters->setText(text);
   std::size_t count = 0;
   while (characters->next() != icu::BreakIterator::DONE) ++count;
-  // The iterator outlives the text and must not be left pointing at it.
+  // The iterator outlives the text and must not keep a pointer to it.
   static const icu::UnicodeString empty;
   characters->setText(empty);
   return count;

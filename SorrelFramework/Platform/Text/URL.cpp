@@ -51,7 +51,7 @@ constexpr int hexDigit(char c) {
   return -1;
 }
 
-/// The byte coded at text[at] == '%', or -1.
+/// The byte encoded at text[at] == '%', or -1.
 int codedByte(std::string_view text, std::size_t at) {
   if (at + 2 >= text.size()) return -1;
   const int high = hexDigit(text[at + 1]);
@@ -74,19 +74,19 @@ std::string_view withoutTrailingSlashes(std::string_view path) {
   return path;
 }
 
-/// The path of a URL's text, still coded: what stands between scheme and authority and "?" or "#".
+/// The path of a URL's text, still encoded: the part between scheme and authority and "?" or "#".
 std::string_view codedPath(std::string_view text) {
   text = text.substr(0, text.find_first_of("?#"));
   const auto colon = text.find(':');
   if (colon == std::string_view::npos || text.find('/') < colon) return text;
   text.remove_prefix(colon + 1);
-  if (!text.starts_with('/')) return {};  // "mailto:a@b" and its like have no path
+  if (!text.starts_with('/')) return {};  // "mailto:a@b" and the like have no path
   if (!text.starts_with("//")) return text;
   const auto slash = text.find('/', 2);
   return slash == std::string_view::npos ? std::string_view() : text.substr(slash);
 }
 
-/// Where the last dot of a coded path begins, which may be coded itself; the end if there is none.
+/// Offset of the last dot of an encoded path, which may be encoded itself; the end if there is none.
 std::size_t lastDot(std::string_view coded) {
   for (std::size_t at = coded.size(); at-- > 0;) {
     if (coded[at] == '.' || (coded[at] == '%' && codedByte(coded, at) == '.')) return at;
@@ -144,7 +144,7 @@ bool URL::isFileURL() const { return isEmptyPath() || text_.view().starts_with("
 
 std::string URL::path() const {
   std::string path = percentDecodedBytes(codedPath(absoluteText()));
-  path.resize(withoutTrailingSlashes(path).size());  // a slash may have been coded
+  path.resize(withoutTrailingSlashes(path).size());  // a slash may have been encoded
   return path;
 }
 
@@ -258,8 +258,8 @@ std::optional<std::string> removingPercentEncoding(std::string_view text) {
 
 namespace {
 
-/// Characters that turn the direction of text; an extension that holds one is none (U+061C, U+200E, U+200F,
-/// U+202A to U+202E, U+2066 to U+2069, as UTF-8).
+/// Characters that change the direction of text; an extension that contains one is not an extension (U+061C,
+/// U+200E, U+200F, U+202A to U+202E, U+2066 to U+2069, as UTF-8).
 bool holdsDirectionControl(std::string_view text) {
   constexpr std::array<std::string_view, 12> controls = {
       "\xD8\x9C",     "\xE2\x80\x8E", "\xE2\x80\x8F", "\xE2\x80\xAA", "\xE2\x80\xAB", "\xE2\x80\xAC",

@@ -6,9 +6,9 @@
 
 namespace sorrel {
 
-/// Nothing if `text` is no UTF-8.
+/// Nothing if `text` is not UTF-8.
 [[nodiscard]] std::optional<std::u16string> utf16FromUTF8(std::string_view text);
-/// A surrogate without its partner becomes U+FFFD.
+/// An unpaired surrogate becomes U+FFFD.
 [[nodiscard]] std::string utf8FromUTF16(std::u16string_view text);
 
 }  // namespace sorrel

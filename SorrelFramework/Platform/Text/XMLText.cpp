@@ -13,7 +13,7 @@ namespace {
 constexpr std::pair<std::string_view, char> kEntities[] = {
     {"amp", '&'}, {"lt", '<'}, {"gt", '>'}, {"quot", '"'}, {"apos", '\''}};
 
-/// Longest text between "&" and ";" that can mean anything: a numeric one with zeros in front.
+/// Longest valid text between "&" and ";": a numeric reference with leading zeros.
 constexpr std::size_t kLongestEntity = 16;
 
 std::optional<std::string> numericEntity(std::string_view digits) {
@@ -73,8 +73,7 @@ bool XMLScanner::skipPast(std::string_view opening, std::string_view closing) {
 }
 
 bool XMLScanner::skipDocumentType() {
-  // A document type with a part in brackets is where entities are declared, and nobody writes one by
-  // accident.
+  // Only a document type with a part in brackets can declare entities, and no ordinary document has one.
   const std::size_t end = text_.find_first_of("[>", position_);
   if (end == text_.npos || text_[end] == '[') return false;
   position_ = end + 1;

@@ -13,8 +13,8 @@ namespace sorrel {
 /// "&", "<" and ">" as entities.
 [[nodiscard]] std::string escapedXML(std::string_view text);
 
-/// Cuts a small XML document into tags and texts, without recursion. Knows no entities but the five of XML
-/// itself and numeric ones, and refuses a document type with declarations inside.
+/// Splits a small XML document into tags and texts, without recursion. Knows only the five entities of XML
+/// itself and numeric ones, and rejects a document type with declarations inside.
 class XMLScanner {
  public:
   struct Tag {
@@ -25,14 +25,14 @@ class XMLScanner {
 
   explicit XMLScanner(std::string_view text) : text_(text) {}
 
-  /// Moves to the first element. False if there is none, or something that can't stand before it.
+  /// Moves to the first element. False if there is none, or if anything invalid precedes it.
   [[nodiscard]] bool skipProlog();
-  /// Moves over white space, comments and processing instructions to the next tag; false if there is anything
+  /// Skips white space, comments and processing instructions up to the next tag; false if there is anything
   /// else.
   [[nodiscard]] bool skipToTag();
-  /// Reads the tag here; its attributes are dropped.
+  /// Reads the tag at the current position; its attributes are ignored.
   [[nodiscard]] std::optional<Tag> tag();
-  /// Appends the text up to the end tag of `name`, entities resolved, and moves behind that tag. False if
+  /// Appends the text up to the end tag of `name`, entities resolved, and moves past that tag. False if
   /// another element comes first, or none.
   [[nodiscard]] bool content(std::string_view name, std::string& out);
 
