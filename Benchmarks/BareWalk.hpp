@@ -13,7 +13,7 @@
 
 namespace sorrel::bench {
 
-/// The least that a program can do with a tree: list each folder, ask for each file's size; one thread.
+/// The minimum work on a tree: list each folder, query each file's size; one thread.
 class BareWalk {
  public:
   /// Bytes of all files.

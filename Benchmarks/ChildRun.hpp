@@ -11,12 +11,12 @@
 
 namespace sorrel::bench {
 
-/// What a program took.
+/// The resources that a program used.
 struct ChildRun {
   double seconds = 0;
   double processor = 0;  ///< seconds of all its threads, in user and in system mode
   double peakKiB = 0;    ///< resident
-  bool isDone = false;   ///< it ended by itself, with status 0
+  bool isDone = false;   ///< it exited by itself, with status 0
 };
 
 /// Runs a program, found in PATH, with its standard output in `output`.

@@ -38,7 +38,7 @@ constexpr std::size_t kStreams = 16;
 constexpr std::size_t kChunksOfAStream = 1024;  // 256 MiB in all
 constexpr double kMiB = 1024.0 * 1024.0;
 
-/// Sum of the first words of digests, to compare what the sides found.
+/// Sum of the first words of digests, to compare the results of both sides.
 using Found = double;
 
 const std::vector<std::uint8_t>& memory() {
@@ -52,7 +52,7 @@ const std::vector<std::uint8_t>& memory() {
 }
 const std::uint8_t* stream(std::size_t number) { return memory().data() + number * (kChunk + kMD5Block); }
 
-/// The padding behind kChunksOfAStream chunks.
+/// The padding after kChunksOfAStream chunks.
 std::vector<std::uint8_t> padding() {
   std::vector<std::uint8_t> block(kMD5Block);
   block[0] = 0x80;

@@ -87,7 +87,7 @@ int scan(const std::string& folder, Integer limit) {
   return 0;
 }
 
-/// A folder for what the programs print.
+/// A folder for the programs' output.
 class OutputFolder {
  public:
   OutputFolder() {
@@ -105,7 +105,7 @@ class OutputFolder {
   std::string path_;
 };
 
-/// Lets go of all that the system keeps of the disks. False where that isn't allowed.
+/// Drops all cached data of the disks. False if that isn't allowed.
 bool dropCaches() {
   ::sync();
   std::ofstream file("/proc/sys/vm/drop_caches");
@@ -114,7 +114,7 @@ bool dropCaches() {
 
 enum class Cache : std::uint8_t { Warm, Cold };
 
-/// A scan by each of the programs, which keep what came of it.
+/// A scan by each of the programs; their results are kept.
 std::vector<Variant> scansOf(std::vector<Program>& programs, const std::string& place, Cache cache) {
   std::vector<Variant> variants;
   variants.reserve(programs.size());
@@ -226,7 +226,7 @@ int compareWalks(const std::vector<std::string>& trees, int rounds) {
 
 // A tree of this machine
 
-/// Folders that are not walked into by rule, and what the hash of folders would leave out.
+/// Folders that are never entered, and those that the hash of folders would leave out.
 bool isOutOfReach(const std::string& path, const std::string& top) {
   const std::string below = path.substr(top.size());
   if (below.find("/Cache") != std::string::npos) return true;
@@ -234,8 +234,8 @@ bool isOutOfReach(const std::string& path, const std::string& top) {
   return std::ranges::any_of(folders, [](const fs::path& name) { return isPackageName(name.string()); });
 }
 
-/// Puts a file of a size of its own into each folder, so that no folder is like another one: what is left to
-/// be found are files.
+/// Puts a file of a unique size into each folder, so that no two folders are equal: only files remain to be
+/// found.
 void makeFoldersDiffer(const std::string& tree) {
   std::vector<fs::path> folders{tree};
   for (const auto& entry : fs::recursive_directory_iterator(tree)) {

@@ -32,7 +32,7 @@ Paths pathsPrintedBy(const std::string& tool, const std::vector<std::string>& ar
   return paths;
 }
 
-/// Both ways to ask for the files of more than `bytes` below `folder`.
+/// The two commands that search for the files of more than `bytes` below `folder`.
 struct Question {
   std::string mdfind;
   std::string folder;
@@ -41,7 +41,7 @@ struct Question {
   [[nodiscard]] Paths ask() const {
     return pathsPrintedBy(mdfind, {"-onlyin", folder, "kMDItemFSSize > " + bytes});
   }
-  /// As the index has it: no hidden folders, no other file systems.
+  /// Like the index: no hidden folders, no other file systems.
   [[nodiscard]] Paths askFind() const {
     return pathsPrintedBy("/usr/bin/find", {folder, "-xdev", "-type", "d", "-name", ".?*", "-prune", "-o",
                                             "-type", "f", "-size", "+" + bytes + "c", "-print"});

@@ -22,7 +22,7 @@ inline std::string contentOf(const std::string& path) {
   return {std::istreambuf_iterator<char>(file), {}};
 }
 
-/// A path a line, an empty line behind each group.
+/// One path on a line, an empty line after each group.
 inline Groups groupsOfLines(const std::string& path) {
   Groups groups;
   Group group;
@@ -46,7 +46,7 @@ inline Groups groupsOf(const std::map<std::string, Group>& named) {
   return groups;
 }
 
-/// Seven words and the path; the second one is the number of the group, negative behind its first file.
+/// Seven words and the path; the second one is the number of the group, negative after its first file.
 inline Groups groupsOfRdfind(const std::string& path) {
   std::map<std::string, Group> named;
   std::ifstream file(path);
@@ -75,11 +75,11 @@ inline Groups groupsOfRmlint(const std::string& path) {
   return groupsOf(named);
 }
 
-/// The engine or a peer, and what came of it.
+/// The engine or a peer, and its result.
 struct Program {
   std::string name;
   std::vector<std::string> words;
-  std::string result;  ///< the file it leaves its groups in
+  std::string result;  ///< the file with its groups
   Groups (*read)(const std::string& path);
   double peakKiB = 0;
   Groups groups{};

@@ -105,7 +105,7 @@ std::vector<Ref<CategoryInformation>> makeRecords() {
 }
 
 /// From the ticks to the last callback. A record with children is not removed itself, so the hundred and one
-/// folders above the others stay behind.
+/// folders above the others remain.
 Outcome runClean(const std::function<void()>& installHost) {
   makeTree();
   installHost();
@@ -120,7 +120,7 @@ Outcome runClean(const std::function<void()>& installHost) {
   return {isDone ? kEntries : 0.0, took.count()};
 }
 
-/// Makes the tree, removes it, and tells how long the removal alone took; finds 0 if something was left.
+/// Makes the tree, removes it, and returns the duration of the removal alone; finds 0 if something was left.
 Outcome timed(bool (*removal)()) {
   makeTree();
   const auto start = std::chrono::steady_clock::now();

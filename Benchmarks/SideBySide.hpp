@@ -9,8 +9,8 @@
 
 namespace sorrel::bench {
 
-/// What one run found, so that the sides can be compared, and how long it took where the caller's own clock
-/// would count work that is not part of the job.
+/// The result of one run, so that the sides can be compared, and its duration if the caller's own clock would
+/// include other work.
 struct Outcome {
   Outcome(double what) : found(what) {}
   Outcome(double what, double took) : found(what), seconds(took) {}
@@ -18,7 +18,7 @@ struct Outcome {
   double seconds = -1;
 };
 
-/// One way to do a job.
+/// One method to do a job.
 struct Variant {
   std::string name;
   std::function<Outcome()> run;
@@ -33,8 +33,8 @@ struct Variant {
   }
 };
 
-/// Runs all variants round by round, so that a slow moment of the machine meets all of them, after one round
-/// that does not count.
+/// Runs all variants round by round, so that a slow moment of the machine affects all of them, after one
+/// round that does not count.
 inline void measure(std::vector<Variant>& variants, int rounds) {
   for (int round = -1; round < rounds; ++round) {
     for (Variant& variant : variants) {

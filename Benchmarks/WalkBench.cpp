@@ -51,7 +51,7 @@ double output(const std::string& command) {
   return std::atof(text.c_str());
 }
 
-/// Bytes of the files alone: du counts each folder's own entry too.
+/// Bytes of the folders' own entries, which du counts too.
 double foldersOwnBytes() {
   return output("find '" + tree + "' -type d -printf '%s\\n' | awk '{s+=$1} END {printf \"%.0f\", s}'");
 }
@@ -135,8 +135,8 @@ class WholeScan {
 
   void waitForEverything() {
     sorrel::MainQueue::runUntil([this] { return isDone_.load(); }, std::chrono::minutes(2));
-    // The scan's last blocks of progress were posted before its end was told: one round of the queue delivers
-    // them.
+    // The scan's last blocks of progress were posted before its end was reported: one round of the queue
+    // delivers them.
     bool isDelivered = false;
     sorrel::MainQueue::post([&] { isDelivered = true; });
     sorrel::MainQueue::runUntil([&] { return isDelivered; }, std::chrono::minutes(2));
@@ -195,7 +195,7 @@ int profile(std::string_view name, int rounds) {
   return 2;
 }
 
-/// The longest of several scans that are stopped in their course, from the stop to the end.
+/// The longest time from the stop to the end, of several scans that are stopped midway.
 double slowestStop() {
   double slowest = 0;
   for (const std::size_t stopAt : {1, 1000, 50000, 200000}) {
@@ -207,7 +207,7 @@ double slowestStop() {
   return slowest;
 }
 
-/// Holds the measured variants against each other and against their bounds; the program's exit status.
+/// Compares the measured variants with each other and with their bounds; returns the program's exit status.
 int judge(const std::vector<Variant>& variants, double wanted, const ScanOutcome& common) {
   const double slowest = slowestStop();
   std::printf("\n");

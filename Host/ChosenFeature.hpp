@@ -13,14 +13,14 @@ struct Feature;
 struct Invocation;
 struct ScanScope;
 
-/// FEATURE, PATH... and the options of single features of a command line.
+/// FEATURE, PATH... and the feature-specific options of a command line.
 void takeFeatureAndPaths(CLI::App& parser, Invocation& invocation);
 
 /// The feature that a command line means. One that cannot be scanned, and a PATH or an option for one that
 /// takes none, are wrong use.
 const Feature& scannedFeature(const Invocation& invocation);
 
-/// What the command line asks of that scanner. After installHost().
+/// The scope that the command line gives that scanner. After installHost().
 ScanScope scopeFor(const Feature& chosen, const Invocation& invocation);
 
 /// The feature in the chosen catalogue; one that is missing there is a fatal stop.

@@ -86,14 +86,14 @@ void tick(FeatureInformation& feature, const Invocation& invocation) {
   tellUnused(globs, invocation);
 }
 
-/// Searches the trash folders for what no scan lists: an exception may name that.
+/// Searches the trash folders for items that no scan lists: an exception may name one of them.
 void findUnlisted(const FeatureInformation& trash, Globs& globs) {
   for (const CategoryInformation& category : trash.categoryInfo) {
     for (const URL& root : category.urls) holdsMatch(pathOf(root), globs);
   }
 }
 
-/// What an exception that fits nothing was meant to keep would go.
+/// If an exception matches nothing, the items it was meant to keep would be removed.
 void refuseUnused(const Globs& exceptions) {
   const std::vector<std::string> unused = exceptions.unused();
   if (unused.empty()) return;
@@ -125,7 +125,8 @@ ExitStatus showStopped(const Invocation& invocation, FeatureInformation& feature
   return ExitStatus::Stopped;
 }
 
-/// What no scan lists in the trash folders of a feature, if all of it is to go. No exception could name it.
+/// The items in the trash folders of a feature that no scan lists, if everything is to be removed. No
+/// exception could name them.
 TrashRemains remainsOf(const Cleaner& cleaner, FeatureInformation& feature, const CleanOptions& order) {
   std::vector<URL> roots;
   if (cleaner.isTrash && order.all && order.exceptions.empty()) {
@@ -186,7 +187,7 @@ bool isHelperInstalled() {
   return fileExists(installation.serviceFile(name)) && fileExists(installation.program(name));
 }
 
-/// Why the helper did not remove what was left for it.
+/// Reports why the helper did not remove the items left to it.
 void reportHelper(const std::vector<CleanItem>& items) {
   const bool isWanted =
       std::ranges::any_of(items, [](const CleanItem& item) { return item.isLeft && !item.isRefused; });
@@ -220,7 +221,7 @@ std::int64_t bytesOfGone(const TrashRemains& remains) {
   return bytes;
 }
 
-/// Removes `remains`, adds what went to `items`, and names what stayed; false if something did.
+/// Removes `remains`, adds the removed ones to `items`, and names those that stayed; false if there are any.
 bool removeRemains(const TrashRemains& remains, std::vector<CleanItem>& items, StopSwitch& stop) {
   std::set<std::string> left;
   for (const CleanItem& item : items) {
@@ -247,7 +248,7 @@ struct CleanSurroundings {
   std::shared_ptr<void> helper;
 };
 
-/// Where both streams are a terminal, the user sees a question and can answer it.
+/// If both streams are a terminal, the user can see a question and answer it.
 CleanSurroundings setUpProgressAndHelper(const Invocation& invocation, const Cleaner& cleaner,
                                          FeatureInformation& feature) {
   const bool isTerminal = ::isatty(STDERR_FILENO) == 1;
@@ -306,7 +307,7 @@ ExitStatus runCleanCommand(const Invocation& invocation, InterruptWatch& interru
   installHost(options);
   ScanScope scope = scopeFor(chosen, invocation);
   const Ref<FeatureInformation> feature = featureOfCatalogue(chosen, invocation);
-  clearTicks(*feature);  // a scan hands them on to its records
+  clearTicks(*feature);  // a scan copies them to its records
   prepareScan(chosen, *feature);
 
   const auto stop = std::make_shared<StopSwitch>();

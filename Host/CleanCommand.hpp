@@ -11,7 +11,7 @@ namespace sorrel::cli {
 class InterruptWatch;
 struct Invocation;
 
-/// `sorrel clean`: a scan, ticks, and the clean of what is ticked.
+/// `sorrel clean`: a scan, ticks, and the clean of the ticked items.
 void takeCleanArguments(CLI::App& parser, Invocation& invocation);
 ExitStatus runCleanCommand(const Invocation& invocation, InterruptWatch& interrupts);
 

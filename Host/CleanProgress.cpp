@@ -12,7 +12,7 @@
 namespace sorrel::cli {
 namespace {
 
-/// How many items each drawing of the line looks for.
+/// Number of items checked per drawing of the line.
 constexpr std::size_t kLooks = 500;
 
 }  // namespace

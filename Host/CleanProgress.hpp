@@ -11,15 +11,15 @@
 namespace sorrel::cli {
 
 /// The live line of a running clean: how many of its items are gone from the disk. The clean reports three
-/// steps only, so the line looks for the items itself, some of them each time. Main thread only.
+/// steps only, so the line checks the items itself, some of them each time. Main thread only.
 class CleanProgress {
  public:
   CleanProgress(bool wanted, const std::vector<CleanItem>& items);
 
   void begin() { line_.begin(); }
   void end() { line_.end(); }
-  /// Takes the line off the screen for good, as what follows may write to the terminal itself, and writes
-  /// `text` to standard error if that is a terminal.
+  /// Removes the line for good, because later output may go to the terminal itself, and writes `text` to
+  /// standard error if that is a terminal.
   void announce(const std::string& text);
 
  private:
@@ -34,7 +34,7 @@ class CleanProgress {
   std::size_t gone_ = 0;
   std::int64_t bytes_ = 0;
   std::size_t next_ = 0;
-  std::vector<Item> there_;  ///< items that were there when they were last looked for
+  std::vector<Item> there_;  ///< items that existed at their last check
   LiveLine line_;
 };
 

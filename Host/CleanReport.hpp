@@ -10,24 +10,24 @@
 
 namespace sorrel::cli {
 
-/// One thing that a clean removes from the disk, or should have.
+/// One item that a clean removed from the disk, or should have removed.
 struct CleanItem {
   std::string name;
   std::int64_t size = 0;
   bool isGone = false;     ///< it was removed
-  bool isLeft = false;     ///< it was not, and still lies there
-  bool isRefused = false;  ///< it was not, and no helper may remove it either
+  bool isLeft = false;     ///< it was not removed, and still exists
+  bool isRefused = false;  ///< it was not removed, and the helper may not remove it either
   std::string why;         ///< it was not removed
   bool isKept = false;     ///< the clean does not try to remove it
 };
 
-/// The leaves at and below these records with what their deletion left on them.
+/// The leaves at and below these records with the results of their deletion.
 std::vector<CleanItem> cleanItems(const FileRecords& records);
 
 /// What would be removed and what is kept, each in `order`, with the sum of what would go.
 void writePlan(std::ostream& out, const std::vector<CleanItem>& items, RowOrder order);
 
-/// What was removed and what not, and why, each in `order`, with `freed` bytes as the sum.
+/// The removed items and those that stayed, with the reasons, each in `order`, with `freed` bytes as the sum.
 void writeCleaned(std::ostream& out, const std::vector<CleanItem>& items, std::int64_t freed, RowOrder order);
 
 }  // namespace sorrel::cli

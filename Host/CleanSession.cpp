@@ -31,7 +31,7 @@ void collectHanded(Children<FileInformation>& records, FileRecords& handed) {
   }
 }
 
-/// Gathers the callbacks of one clean, which come one after the other on background threads; the main thread
+/// Collects the callbacks of one clean, which come one after the other on background threads; the main thread
 /// reads them when its loop has ended.
 class Listener : public CleanServiceProtocol {
  public:
@@ -58,7 +58,7 @@ class Listener : public CleanServiceProtocol {
   CleanResult takeResult() { return std::move(result_); }
 
  private:
-  /// Once; a clean that ends early reports no progress.
+  /// Runs once; a clean that ends early reports no progress.
   void tellHanded() {
     if (isTold_) return;
     isTold_ = true;
@@ -75,8 +75,8 @@ class Listener : public CleanServiceProtocol {
   CleanResult result_;
 };
 
-/// What the clean leaves stands in place of the categories that it was given; those of one category have
-/// repaired that in place.
+/// The categories that the clean returns replace those that it was given; a feature with one category has it
+/// repaired in place.
 void takeRepairedTree(const Cleaner& cleaner, FeatureInformation& feature,
                       const std::vector<Ref<CategoryInformation>>& categories) {
   if (cleaner.shape == TreeShape::Categories)
@@ -84,7 +84,7 @@ void takeRepairedTree(const Cleaner& cleaner, FeatureInformation& feature,
   feature.state = NSControlStateValueOff;
 }
 
-/// While the helper is at work its replies decide what was removed, and the clean ends with them.
+/// While the helper works, its replies decide what was removed, and the clean ends with them.
 void stopClean() {
   if (PrivilegeHelper::shard().stopEvents()) return;
   std::cerr << "sorrel: stopped. What was removed until now is gone, the rest was left as it is."

@@ -14,7 +14,7 @@ namespace sorrel::cli {
 class CleanProgress;
 class StopSwitch;
 
-/// What a clean called back.
+/// The results that a clean reported.
 struct CleanResult {
   std::int64_t size = 0;  ///< bytes freed
   Integer status = 0;     ///< raw DeleteStatus
@@ -23,15 +23,15 @@ struct CleanResult {
   std::vector<float> progress;
 };
 
-/// Gets the records that the clean was handed, when all deletions are over and before the tree is repaired:
-/// their outcome stands on them. Runs on a background thread while nothing else uses the tree.
+/// Gets the records that the clean was given, when all deletions are over and before the tree is repaired:
+/// the records carry their results. Runs on a background thread while no other thread uses the tree.
 using HandedFunc = std::function<void(const FileRecords& handed)>;
 
-/// Cleans what is ticked in `feature`, with this thread as the main loop, and returns at the end of the
-/// clean; `feature` is then the repaired tree. `progress` is on the screen meanwhile. Nothing happens, and
-/// nothing is answered, if the switch was pulled before. Ctrl-C during the clean ends the process at once
-/// with ExitStatus::Stopped: what is gone until then is gone. While the privileged helper is at work it stops
-/// the helper instead, and the clean ends with what the helper has done.
+/// Cleans the ticked items in `feature`, with this thread as the main loop, and returns at the end of the
+/// clean; `feature` is then the repaired tree. `progress` is on the screen meanwhile. Does nothing and
+/// returns nothing if the switch was pulled before. Ctrl-C during the clean ends the process at once with
+/// ExitStatus::Stopped: items removed by then stay removed. While the privileged helper works it stops the
+/// helper instead, and the clean ends with the helper's results so far.
 std::optional<CleanResult> runClean(const Cleaner& cleaner, const Ref<FeatureInformation>& feature,
                                     StopSwitch& stop, CleanProgress& progress, HandedFunc onDeleted);
 

@@ -20,7 +20,7 @@ struct Cleaner {
                 const Listener& listener) = nullptr;
   TreeShape shape = TreeShape::Categories;
   CleanServiceType type = CleanServiceType::Common;
-  bool isTrash = false;  ///< `--all` empties it, records of other programs included
+  bool isTrash = false;  ///< `--all` empties it, including records of other programs
 };
 
 // The entries of CleanService.

@@ -7,7 +7,7 @@
 
 namespace sorrel::cli {
 
-/// Ends a command with a message on standard error. Thrown anywhere in the program, caught in main alone; the
+/// Ends a command with a message on standard error. Thrown anywhere in the program, caught in main only; the
 /// framework never sees it.
 class CommandError : public std::runtime_error {
  public:

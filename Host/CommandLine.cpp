@@ -15,7 +15,7 @@
 namespace sorrel::cli {
 namespace {
 
-// An empty word is a script's unset variable: `--volume "$volume"` must not turn to this machine.
+// An empty word is a script's unset variable: `--volume "$volume"` must not silently mean this machine.
 std::string refuseEmpty(const std::string& word) { return word.empty() ? "may not be empty" : ""; }
 
 /// The identifier becomes the name of a folder and of the helper's service.
@@ -62,8 +62,8 @@ std::vector<std::string> reversed(std::vector<std::string> words) {
   return words;
 }
 
-/// CLI11 splits a word in square brackets, "[a,b]", where many may stand. A NUL before it, which no word of a
-/// command line holds, keeps it whole until its option takes it.
+/// CLI11 splits a word in square brackets, "[a,b]", for an option with many values. A leading NUL, which no
+/// word of a command line contains, prevents that until its option takes the word.
 void keepBrackets(CLI::App& parser, std::vector<std::string>& words) {
   for (std::string& word : words) {
     if (word.starts_with('[')) word.insert(0, 1, '\0');
@@ -90,7 +90,7 @@ std::optional<ExitStatus> parse(CLI::App& parser, const std::vector<std::string>
   }
 }
 
-/// An option with a value stands once, before the command's name or behind it.
+/// An option with a value may occur once, before the command's name or after it.
 void refuseRepeated(const CLI::App& before, const CLI::App& behind) {
   for (const CLI::Option* const option : before.get_options()) {
     const CLI::Option* const again = behind.get_option_no_throw(option->get_name());

@@ -17,8 +17,8 @@ struct EngineSwitch {
 /// Every switch that the library has, sorted by name. docs/cautions.md describes each.
 std::span<const EngineSwitch> engineSwitches();
 
-/// Turns every switch on, unless `--engine-defaults` was given: then all stay as the library has them. Call
-/// it before the first scan or clean.
+/// Turns every switch on, unless `--engine-defaults` was given: then all keep the library's default. Call it
+/// before the first scan or clean.
 void setEngineSwitches(const GlobalOptions& options);
 
 }  // namespace sorrel::cli

@@ -19,7 +19,7 @@ std::string withoutSlashesAtTheEnd(std::string word) {
   return word;
 }
 
-/// The text before the first wildcard, without the backslashes that quote, and where the rest begins.
+/// The text before the first wildcard, with quoting backslashes removed, and the offset of the rest.
 struct Literal {
   std::string text;
   std::size_t end = 0;
@@ -37,7 +37,7 @@ Literal literalFolder(std::string_view pattern) {
   return folder;
 }
 
-/// All of it; nothing if it has a wildcard.
+/// The whole pattern as text; nothing if it has a wildcard.
 std::optional<std::string> literalText(std::string_view pattern) {
   std::string text;
   for (std::size_t i = 0; i < pattern.size(); ++i) {
@@ -57,8 +57,7 @@ std::string quoted(std::string_view path) {
   return pattern;
 }
 
-/// Where the links of this machine lead, and where those of a volume do, whose absolute ones begin at its
-/// root.
+/// The targets of this machine's links, and of a volume's links, whose absolute ones begin at its root.
 std::vector<std::string> pathsWithoutLinks(const std::string& path) {
   std::vector<std::string> paths;
   for (const auto follow : {straightPath, scannedPath}) {

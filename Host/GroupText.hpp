@@ -11,9 +11,9 @@ class FeatureInformation;
 
 namespace sorrel::cli {
 
-/// A scanned feature whose records are groups of alike files: for each member its path and what its removal
-/// alone would free, as gainsOf() has it. Below the groups the sums of the rows that list them again. `order`
-/// is that of the groups; the members of each keep theirs.
+/// A scanned feature whose records are groups of equal files: for each member its path and the bytes that its
+/// removal alone would free, as computed by gainsOf(). After the groups come the sums of the rows that list
+/// them again. `order` applies to the groups; the members of each keep their order.
 void writeGroups(std::ostream& out, const FeatureInformation& feature, std::int64_t size, RowOrder order);
 
 }  // namespace sorrel::cli

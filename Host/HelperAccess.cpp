@@ -31,7 +31,7 @@ class FixedInstallation : public SystemHelperInstallation {
   }
 };
 
-/// True for an answer that begins with "y". Byte by byte: what follows the line belongs to the shell.
+/// True for an answer that begins with "y". Read byte by byte: the input after the line belongs to the shell.
 bool readYes() {
   std::string line;
   char byte = 0;
@@ -51,7 +51,7 @@ class AskingInstallation : public SystemHelperInstallation {
 
   [[nodiscard]] PrivilegeInstallResult install(const std::string& privilegeType,
                                                const std::string& machServiceName) override {
-    // A question whose yes could change nothing is not asked.
+    // The user is not prompted if the installation is impossible anyway.
     const bool isPossible = installer().has_value() && fileExists(Host::current().tool(kPkexec));
     if (isPossible && !isWanted(machServiceName)) return PrivilegeInstallResult::authorizationFail;
     return SystemHelperInstallation::install(privilegeType, machServiceName);
@@ -70,7 +70,7 @@ class AskingInstallation : public SystemHelperInstallation {
   Announce announce_;
 };
 
-/// Runs `work` on the main queue and returns when it has.
+/// Runs `work` on the main queue and returns afterwards.
 void runOnMainQueue(const std::function<void()>& work) {
   auto done = std::make_shared<std::promise<void>>();
   auto isDone = done->get_future();

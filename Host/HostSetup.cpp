@@ -21,8 +21,8 @@ bool isFolder(const fs::path& path) {
 
 [[noreturn]] void wrongUse(const std::string& message) { throw CommandError(ExitStatus::WrongUse, message); }
 
-/// The folder above the one that holds the program: /usr for /usr/bin/sorrel, the build folder for one not
-/// yet installed.
+/// The parent of the folder that contains the program: /usr for /usr/bin/sorrel, the build folder for a
+/// program that is not installed.
 fs::path installation() {
   std::error_code error;
   const fs::path program = fs::read_symlink("/proc/self/exe", error);
@@ -34,11 +34,11 @@ Host::MainBundle bundle(const GlobalOptions& options, const char* layout) {
   return {options.bundleID, resources.string(), {{"CFBundleShortVersionString", SORREL_VERSION}}};
 }
 
-/// An absolute path without a slash at its end; "" for the machine's own root.
+/// An absolute path without a trailing slash; "" for the machine's own root.
 std::string volumeRoot(const std::string& volume) {
   std::error_code error;
   fs::path root = fs::absolute(volume, error);
-  // "a/.." may lead elsewhere than the text says, when "a" is a link.
+  // "a/.." may lead elsewhere than the text suggests, if "a" is a link.
   const bool stepsUp = volume.find("..") != std::string::npos;
   root = stepsUp ? fs::canonical(root, error) : root.lexically_normal();
   if (error || !isFolder(root)) wrongUse("the volume '" + volume + "' is no folder");

@@ -7,14 +7,14 @@ namespace sorrel::cli {
 
 struct GlobalOptions;
 
-/// Tells the framework which machine it works on, and with which resources, before its first call.
+/// Selects the machine that the framework works on, and its resources, before the framework's first call.
 ///
 /// With a volume: the home is that of `user`; without one, the single folder below Users other than "Shared",
-/// else the login name. A volume that is no folder or lacks the home is wrong use. Without a volume: this
-/// machine, and no user but the one who runs the program.
+/// else the login name. A volume that is not a folder or lacks the home is wrong use. Without a volume: this
+/// machine, and only the user who runs the program.
 ///
-/// What comes with the program lies beside it: its catalogues in ../share/sorrel/Catalogue/{macOS,Linux},
-/// stand-ins for system tools in ../libexec/sorrel. The build folder has the same form as an installation.
+/// The program's own files lie beside it: its catalogues in ../share/sorrel/Catalogue/{macOS,Linux},
+/// stand-ins for system tools in ../libexec/sorrel. The build folder has the same layout as an installation.
 void installHost(const GlobalOptions& options);
 
 /// Where the program's own install-helper lies if it came with one: ../libexec/sorrel. "" on a volume, where

@@ -29,7 +29,7 @@ InterruptWatch::InterruptWatch() {
 InterruptWatch::~InterruptWatch() {
   if (thread_.joinable()) {
     const std::uint64_t one = 1;
-    // An eventfd at 0 always takes a 1.
+    // An eventfd at 0 always accepts a 1.
     [[maybe_unused]] const ssize_t written = ::write(finish_, &one, sizeof one);
     thread_.join();
   }

@@ -5,7 +5,7 @@
 
 namespace sorrel::cli {
 
-/// Turns Ctrl-C (SIGINT) into a call on the main queue. Make it first of all in main: the signal must be
+/// Turns Ctrl-C (SIGINT) into a call on the main queue. Construct it first in main: the signal must be
 /// blocked before any other thread starts. The second Ctrl-C ends the process at once with status 130.
 class InterruptWatch {
  public:
@@ -15,7 +15,7 @@ class InterruptWatch {
   InterruptWatch& operator=(const InterruptWatch&) = delete;
 
   /// `stop` runs once on the main queue at the first Ctrl-C; a signal that came before start() counts, and
-  /// its call is posted before start() returns. Once in the life of the watch.
+  /// its call is posted before start() returns. May be called once.
   void start(std::function<void()> stop);
 
  private:

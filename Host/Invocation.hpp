@@ -15,7 +15,7 @@ struct GlobalOptions {
   std::string volume;     ///< "": this machine
   std::string user;       ///< "": see HostSetup
   std::string bundleID = SORREL_BUNDLE_ID;
-  std::string toolFolder;       ///< "": the stand-ins that come with the program, if any
+  std::string toolFolder;       ///< "": the program's own stand-ins, if any
   bool engineDefaults = false;  ///< see EngineSwitches
   bool json = false;
   bool quiet = false;

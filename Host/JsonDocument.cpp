@@ -146,7 +146,7 @@ void writeScan(JsonWriter& out, const FeatureInformation& feature, const ScanOut
   out.endObject();
 }
 
-/// Hands `write` the writer of a document that is an object, and ends the line.
+/// Passes the writer of a JSON object to `write`, and ends the line.
 template <class Write>
 void writeDocument(std::ostream& out, Write write) {
   {

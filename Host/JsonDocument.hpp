@@ -16,7 +16,7 @@ class Ref;
 
 namespace sorrel::cli {
 
-/// How often each callback of a scan ran, and the last value of the bar.
+/// How often each callback of a scan ran, and the last value of the progress bar.
 struct CallbackCounts {
   std::int64_t done = 0;
   std::int64_t singleDone = 0;
@@ -24,19 +24,19 @@ struct CallbackCounts {
   double lastPercent = 0;
 };
 
-/// What a scan left behind.
+/// The results of a scan.
 struct ScanOutcome {
   std::int64_t size = 0;
-  std::string_view status;  ///< "start", "end" or "suspend", as the table of running scans reads at the end
+  std::string_view status;  ///< "start", "end" or "suspend", from the table of running scans at the end
   CallbackCounts callbacks;
 };
 
-/// What a clean called back.
+/// The results that a clean reported.
 struct CleanOutcome {
   std::int64_t size = 0;
   std::int64_t status = 0;
   std::string desc;
-  std::vector<std::string> abnormalFiles;  ///< paths, or titles of what has none
+  std::vector<std::string> abnormalFiles;  ///< paths, or titles of records without a path
   std::vector<float> progress;
   std::string records;  ///< as writeRecords() wrote them before the repair of the tree
 };
@@ -49,7 +49,7 @@ void writeScanDocument(std::ostream& out, const FeatureInformation& feature, con
 void writeCleanDocument(std::ostream& out, const FeatureInformation& feature, const ScanOutcome& scan,
                         const CleanOutcome& clean);
 
-/// The list of these records, a piece of a document.
+/// The list of these records, a part of a document.
 void writeRecords(std::ostream& out, const std::vector<Ref<FileInformation>>& records);
 
 }  // namespace sorrel::cli

@@ -23,9 +23,9 @@ class JsonWriter {
   JsonWriter& endList() { return end(']'); }
   JsonWriter& key(std::string_view name);  ///< `name` is plain ASCII
 
-  JsonWriter& text(std::string_view bytes);  ///< bytes that are no UTF-8 become U+FFFD
+  JsonWriter& text(std::string_view bytes);  ///< bytes that are not UTF-8 become U+FFFD
   JsonWriter& integer(std::int64_t value);
-  JsonWriter& real(double value);  ///< the shortest decimal that is this number; null for what is not finite
+  JsonWriter& real(double value);  ///< the shortest decimal that gives this number; null if not finite
   JsonWriter& flag(bool value) { return json(value ? "true" : "false"); }
   JsonWriter& null() { return json("null"); }
   JsonWriter& json(std::string_view value);  ///< a value that is JSON already

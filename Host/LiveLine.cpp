@@ -24,7 +24,7 @@ std::size_t terminalColumns() {
   return size.ws_col;
 }
 
-// The first `columns` characters. A wide character counts as one here, so the line keeps well clear of the
+// The first `columns` characters. A wide character counts as one here, so the line stays well clear of the
 // edge.
 std::string_view firstCharacters(std::string_view text, std::size_t columns) {
   std::size_t at = 0;

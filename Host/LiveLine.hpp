@@ -12,24 +12,24 @@ class MainTimer;
 namespace sorrel::cli {
 
 /// A line at the end of standard error that changes while something runs: on the screen from begin() to
-/// end(), written anew when something changed and twice a second, with the seconds that passed. Does nothing
-/// where standard error is no terminal. Main thread only.
+/// end(), redrawn on each change and twice a second, with the elapsed seconds. Does nothing if standard error
+/// is not a terminal. Main thread only.
 class LiveLine {
  public:
   using Text = std::function<std::string()>;
 
-  /// `text` gives the line of the moment; characters that a terminal would act on are escaped in it.
+  /// `text` returns the current line; characters that a terminal would interpret are escaped in it.
   LiveLine(bool wanted, Text text);
   ~LiveLine();
   LiveLine(const LiveLine&) = delete;
   LiveLine& operator=(const LiveLine&) = delete;
 
   void begin();
-  /// Draws the line again, unless that happened a moment ago.
+  /// Redraws the line, unless that happened a moment ago.
   void changed();
-  /// The same at once.
+  /// Redraws the line at once.
   void draw();
-  /// Takes the line off the screen for good.
+  /// Removes the line from the screen for good.
   void end();
   [[nodiscard]] bool isEnabled() const noexcept { return enabled_; }
 

@@ -7,7 +7,8 @@
 namespace sorrel::cli {
 namespace {
 
-/// More would be of no use, and child processes inherit it: some close every number up to the limit.
+/// A higher limit would be of no use, and child processes inherit it: some close every number up to the
+/// limit.
 constexpr rlim_t kEnough = 8192;
 
 }  // namespace

@@ -10,7 +10,7 @@
 namespace sorrel::cli {
 
 void openStandardStreams() {
-  // open(2) takes the lowest free number. For reading, so that a closed output still counts as one that
+  // open(2) returns the lowest free number. Opened for reading, so that writing to a closed output still
   // fails.
   int stream = 0;
   while (stream >= 0 && stream <= STDERR_FILENO) stream = ::open("/dev/null", O_RDONLY);

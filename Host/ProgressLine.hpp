@@ -16,7 +16,7 @@ class ProgressLine {
   void begin() { line_.begin(); }
   void item(std::string_view path, std::int64_t size);
   void percent(float fraction);
-  /// Takes the line off the screen for good.
+  /// Removes the line from the screen for good.
   void end() { line_.end(); }
 
  private:

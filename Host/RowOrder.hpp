@@ -14,8 +14,8 @@ enum class RowOrder {
   ByName,
 };
 
-/// The rows in that order; equal ones stay as they are. Rows have a `size`, and `name` gives what they are
-/// sorted by otherwise.
+/// The rows in that order; equal ones keep their order. Rows have a `size`, and `name` returns the sort key
+/// otherwise.
 template <class Rows, class Name>
 auto sortedRows(const Rows& rows, RowOrder order, Name name) {
   std::vector<decltype(&*rows.begin())> sorted;

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kShortestWord = 3;
 
-/// Names that programs of all kinds give to their files and folders, and common endings; sorted.
+/// Names that programs of all kinds give to their files and folders, and common extensions; sorted.
 constexpr auto kVagueWords = std::to_array<std::string_view>(
     {"bin",      "blob",    "blobs",   "cache", "cached",  "caches", "content", "contents", "dat",  "data",
      "database", "default", "entries", "file",  "files",   "gif",    "idx",     "index",    "item", "items",

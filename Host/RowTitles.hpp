@@ -13,8 +13,8 @@ class Children;
 
 namespace sorrel::cli {
 
-/// True for a title that does not tell what the item is: no word of three letters or more in it but those
-/// that many programs use ("index", "content-v2", "0001.jpg") and hexadecimal numbers.
+/// True for a title that does not identify the item: no word of three letters or more in it except those that
+/// many programs use ("index", "content-v2", "0001.jpg") and hexadecimal numbers.
 bool isVague(std::string_view title);
 
 /// The texts of a scan's rows.
@@ -22,8 +22,8 @@ class RowTitles {
  public:
   explicit RowTitles(const FeatureInformation& feature);
 
-  /// The title; with the folder that the item lies in where the title is vague, or several records of the
-  /// scan share it.
+  /// The title; with the name of the parent folder if the title is vague, or several records of the scan
+  /// share it.
   [[nodiscard]] std::string of(const FileInformation& record) const;
 
  private:

@@ -31,7 +31,7 @@ std::string escaped(unsigned point) {
   return {text.data(), static_cast<std::size_t>(length)};
 }
 
-/// How many bytes the character with this first byte has, in valid UTF-8.
+/// The number of bytes of the character with this first byte, in valid UTF-8.
 std::size_t lengthOf(unsigned char lead) { return lead < 0x80 ? 1 : lead < 0xE0 ? 2 : lead < 0xF0 ? 3 : 4; }
 
 unsigned codePoint(std::string_view character) {

@@ -5,13 +5,13 @@
 
 namespace sorrel::cli {
 
-/// `bytes` as valid UTF-8: each sequence that is none becomes one U+FFFD, cut as the Unicode standard
+/// `bytes` as valid UTF-8: each ill-formed sequence becomes one U+FFFD, split as the Unicode standard
 /// recommends (the longest part that could have begun a character).
 std::string validUTF8(std::string_view bytes);
 
-/// `bytes` for a terminal: valid UTF-8 in which control characters and the characters that turn the direction
-/// of writing stand as escapes ("\n", "\x1b", "\u202e"), so that a file's name can neither move the cursor
-/// nor look like another one.
+/// `bytes` for a terminal: valid UTF-8 in which control characters and bidirectional control characters are
+/// escaped ("\n", "\x1b", "\u202e"), so that a file's name can neither move the cursor nor look like another
+/// one.
 std::string printable(std::string_view bytes);
 
 }  // namespace sorrel::cli

@@ -25,8 +25,8 @@ bool isBelow(const std::string& path, const std::string& folder) {
   return path.size() > above.size() && path.starts_with(above);
 }
 
-/// The volume is known by the name that the user gave it, which links may be part of: what lies on it is
-/// called by that name too.
+/// The volume keeps the path that the user gave it, which may contain links: items on it are shown below that
+/// path too.
 std::string underVolumesName(const std::string& path) {
   const std::string& root = Host::current().root();
   if (root.empty()) return path;
@@ -122,7 +122,7 @@ std::vector<URL> scanPlaces(const std::vector<std::string>& words) {
   for (const std::string& word : words) places.push_back(placeOf(word));
 
   std::vector<URL> urls;
-  std::set<std::pair<std::uint64_t, std::uint64_t>> known;  // by device and inode: a folder mounted twice
+  std::set<std::pair<std::uint64_t, std::uint64_t>> known;  // device and inode: a folder may be mounted twice
   for (const Place& place : places) {
     const bool isInside =
         std::ranges::any_of(places, [&](const Place& other) { return isBelow(place.path, other.path); });

@@ -9,8 +9,8 @@
 
 namespace sorrel::cli {
 
-/// The path of an item without links and "..", with that of the volume as the user gave it; nothing if it
-/// can't be reached. After installHost().
+/// The path of an item without links and "..", beginning with the volume's path as the user gave it; nothing
+/// if it can't be reached. After installHost().
 std::optional<std::string> straightPath(const std::string& word, std::error_code& error);
 
 /// The same with a volume's links followed as its own system does: below its root. Nothing without an error
@@ -22,8 +22,8 @@ std::optional<std::string> scannedPath(const std::string& word, std::error_code&
 /// wrong use. After installHost().
 std::vector<URL> scanPlaces(const std::vector<std::string>& words);
 
-/// The folder with the files of the user, under the name that the user gave the volume. One that can't be
-/// reached is wrong use. After installHost().
+/// The folder with the user's files, below the volume's path as the user gave it. If it can't be reached,
+/// that is wrong use. After installHost().
 URL homePlace();
 
 }  // namespace sorrel::cli

@@ -16,8 +16,8 @@
 namespace sorrel::cli {
 namespace {
 
-/// Gathers the callbacks of one scan. Lives until the last of them is gone, as blocks of progress may outlive
-/// the walk that posted them. What is not atomic belongs to the main queue.
+/// Collects the callbacks of one scan. Lives until the last of them is gone, as blocks of progress may
+/// outlive the walk that posted them. Members that are not atomic belong to the main queue.
 class Session : public std::enable_shared_from_this<Session> {
  public:
   Session(Ref<FeatureInformation> feature, bool showProgress)
@@ -36,7 +36,7 @@ class Session : public std::enable_shared_from_this<Session> {
     job.singleDone = [self](Integer, std::int64_t) { ++self->singleDone_; };
     job.done = [self](std::function<std::int64_t()> fillTree) {
       ++self->done_;
-      // Behind the blocks of progress that the walks have posted until now.
+      // Runs after the blocks of progress that the walks have posted until now.
       MainQueue::post([self, fillTree = std::move(fillTree)] { self->arrived(fillTree); });
     };
     job.dispatch = std::make_shared<WeftSerialQueue>(WeftQOS::UserInitiated);

@@ -12,7 +12,7 @@ class StopSwitch;
 
 struct SessionResult {
   ScanOutcome outcome;
-  bool stopped = false;  ///< the switch was pulled before the scan was through
+  bool stopped = false;  ///< the switch was pulled before the scan ended
 };
 
 /// Runs `scanner` over `feature` with this thread as the main loop, and returns when everything

@@ -20,7 +20,7 @@ namespace {
 
 constexpr const char* kOtherTrashDescription = "What was thrown away on this volume.";
 
-/// Puts what a scan brought into the tree; answers with the bytes of the feature.
+/// Puts the results of a scan into the tree; returns the bytes of the feature.
 std::int64_t fillTree(FeatureInformation& feature, const CategoryResults& results) {
   std::int64_t sum = 0;
   for (const auto& [index, result] : results) {

@@ -15,20 +15,21 @@
 
 namespace sorrel::cli {
 
-/// What the user asks of a scan; for the features that take it.
+/// The user's settings for a scan; for the features that take them.
 struct ScanScope {
   std::vector<URL> places;         ///< where to look
   std::optional<Integer> limit{};  ///< KiB; only what is larger takes part
 };
 
-/// What a scanner is started with. The callbacks run where the scanner runs them.
+/// The arguments of a scanner. The callbacks run on the scanner's threads.
 struct ScanJob {
   Ref<FeatureInformation> feature;
   ScanScope scope;
   std::function<void(const std::string&, std::int64_t)> progress;
   std::function<void(float)> showPercent;
   std::function<void(Integer, std::int64_t)> singleDone;
-  /// Takes what is still to be done to the tree, on the main queue; it answers with the bytes of the feature.
+  /// Gets the remaining work on the tree, and runs it on the main queue; that work returns the bytes of the
+  /// feature.
   std::function<void(std::function<std::int64_t()>)> done;
   std::shared_ptr<WeftSerialQueue> dispatch;
 };

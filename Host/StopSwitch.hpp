@@ -5,10 +5,10 @@
 
 namespace sorrel::cli {
 
-/// What the first Ctrl-C does, which differs from one stage of a command to the next. Main thread only.
+/// The effect of the first Ctrl-C, which differs from one stage of a command to the next. Main thread only.
 class StopSwitch {
  public:
-  /// The action of the stage that begins; an empty one while there is nothing to stop.
+  /// Sets the action of the next stage; an empty one while there is nothing to stop.
   void setAction(std::function<void()> action) { action_ = std::move(action); }
   void pull() {
     isPulled_ = true;

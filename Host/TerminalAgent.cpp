@@ -13,15 +13,15 @@
 namespace sorrel::cli {
 namespace {
 
-/// The descriptor on which the agent reports that polkit knows it.
+/// The descriptor on which the agent reports that it is registered with polkit.
 constexpr int kNotify = 3;
-/// Milliseconds for a bus that does not answer the agent; then it does not answer this process either.
+/// Milliseconds to wait for a bus that does not answer the agent; it would not answer this process either.
 constexpr int kPatience = 2'000;
 
 [[noreturn]] void runAgent(const char* program, const char* process, int notify, pid_t parent) {
   ::prctl(PR_SET_PDEATHSIG, SIGTERM);
   const int nothing = ::open("/dev/null", O_RDWR);
-  // It opens the terminal itself. Its complaint where there is no polkit says no more than the refusal.
+  // The agent opens the terminal itself. Its error message without polkit adds nothing to the refusal.
   for (const int stream : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) ::dup2(nothing, stream);
   if (notify == kNotify) {
     ::fcntl(kNotify, F_SETFD, 0);
@@ -59,7 +59,7 @@ TerminalAgent::~TerminalAgent() {
   ::kill(process_, SIGTERM);
   while (::waitpid(process_, nullptr, 0) < 0 && errno == EINTR) {
   }
-  // An agent that ends in the middle of a question leaves the terminal without echo.
+  // An agent that is killed during a prompt leaves the terminal without echo.
   if (hasTerminal_) ::tcsetattr(STDIN_FILENO, TCSADRAIN, &settings_);
 }
 

@@ -7,22 +7,22 @@
 
 namespace sorrel::cli {
 
-/// The program that asks for an administrator's password on the terminal of this process, where no program of
-/// the session does: on a text console. It serves polkit's questions about this process only, from
-/// waitUntilReady() until the end of the object.
+/// The program that asks for an administrator's password on the terminal of this process, for sessions
+/// without an agent of their own, such as a text console. It handles polkit's requests for this process only,
+/// from waitUntilReady() until the destruction of the object.
 class TerminalAgent {
  public:
   static constexpr const char* kProgram = "/usr/bin/pkttyagent";
 
-  /// Starts `program`. On the main thread: the agent ends with the thread that started it.
+  /// Starts `program`. To be called on the main thread: the agent ends with the thread that started it.
   explicit TerminalAgent(const std::string& program);
-  /// Ends it, and gives the terminal the settings that it had before.
+  /// Ends the agent, and restores the terminal's settings.
   ~TerminalAgent();
   TerminalAgent(const TerminalAgent&) = delete;
   TerminalAgent& operator=(const TerminalAgent&) = delete;
 
-  /// Returns once polkit knows the agent, the agent has ended, as it does without polkit, or two seconds are
-  /// over.
+  /// Returns once the agent is registered with polkit, the agent has ended, as it does without polkit, or
+  /// after two seconds.
   void waitUntilReady();
 
  private:

@@ -21,8 +21,8 @@ namespace sorrel::cli {
 void writeModules(std::ostream& out, const std::vector<Ref<ModuleInformation>>& modules);
 
 /// A scanned feature: a size in front of each row, rows below their parents in `order`, and a line with the
-/// sum at the end. The rows below "All" keep the catalogue's order. Groups of alike files as writeGroups()
-/// has them.
+/// sum at the end. The rows below "All" keep the catalogue's order. Groups of equal files are written by
+/// writeGroups().
 void writeScan(std::ostream& out, FeatureInformation& feature, std::int64_t size, RowOrder order);
 
 }  // namespace sorrel::cli

@@ -23,7 +23,7 @@ using sorrel::cli::CommandError;
 using sorrel::cli::ExitStatus;
 using sorrel::cli::Invocation;
 
-/// Standard output is for the results alone.
+/// Standard output is reserved for results.
 void printToStandardError(std::string_view text) {
   std::cerr << "sorrel: " + sorrel::cli::printable(text) + '\n';
 }

@@ -21,7 +21,7 @@ std::string_view withoutBlanks(std::string_view text) {
   return text.substr(first, text.find_last_not_of(kBlanks) - first + 1);
 }
 
-/// The text between quotes, or a text that has none; nothing if they do not match.
+/// The text between quotes, or a text without quotes; nothing if they do not match.
 std::optional<std::string_view> unquoted(std::string_view text) {
   if (text.empty()) return std::nullopt;
   const char quote = text.front();
@@ -33,7 +33,7 @@ std::optional<std::string_view> unquoted(std::string_view text) {
   return text;
 }
 
-/// All characters but "*" stand for themselves.
+/// All characters except "*" are literal.
 std::string fnmatchPattern(std::string_view text) {
   std::string pattern;
   for (const char c : text) {

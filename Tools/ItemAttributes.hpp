@@ -13,11 +13,11 @@ struct ItemAttribute {
   std::string value;
 };
 
-/// What the item itself tells, sorted by name: dates, type and type tree, kind, size, number of entries.
-/// Texts are in quotes, dates are UTC; a value that an item of its sort does not have is "(null)". The size
-/// of a folder or package is that of all files below it. kMDItemLastUsedDate stands among them only if there
-/// is one: whoever looks for an unused item asks whether it does. No name of a file is among the values, so
-/// that none can pass for another attribute. Nothing if the item can't be reached.
+/// The item's own attributes, sorted by name: dates, type and type tree, kind, size, number of entries. Texts
+/// are in quotes, dates are UTC; a value that an item of its type does not have is "(null)". The size of a
+/// folder or package is that of all files below it. kMDItemLastUsedDate is included only if there is one: a
+/// search for unused items tests its presence. No name of a file is among the values, so that none can be
+/// mistaken for another attribute. Nothing if the item can't be reached.
 std::optional<std::vector<ItemAttribute>> itemAttributes(const std::string& path);
 
 }  // namespace sorrel::tools

@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::size_t kRememberedKinds = 4096;
 
-/// Types whose kind is not the desktop's name for them; the first in an item's type tree counts.
+/// Types whose kind differs from the desktop's name for them; the first in an item's type tree counts.
 struct KindRow {
   std::string_view type;
   std::string_view kind;
@@ -32,7 +32,7 @@ constexpr std::array<KindRow, 9> kKinds = {{
     {"com.pkware.zip-archive", "ZIP archive"},
 }};
 
-/// What is counted among the images is called so: "Adobe DNG negative image".
+/// Types below public.image get the suffix "image": "Adobe DNG negative image".
 std::string describedKind(const std::string& name, const std::vector<std::string>& tree) {
   std::string kind = localizedTypeDescription(name, false);
   const bool isImage = std::ranges::find(tree, "public.image") != tree.end();

@@ -42,7 +42,7 @@ bool isLater(const timespec& a, const timespec& b) {
   return a.tv_sec != b.tv_sec ? a.tv_sec > b.tv_sec : a.tv_nsec > b.tv_nsec;
 }
 
-/// What is unpacked bears an older time of reading than of change, until somebody starts it.
+/// An unpacked file has an access time older than its change time, until it is started.
 std::optional<Date> ofReading(const struct stat& status) {
   constexpr mode_t kAnyExecute = S_IXUSR | S_IXGRP | S_IXOTH;
   if (!S_ISREG(status.st_mode) || (status.st_mode & kAnyExecute) == 0) return std::nullopt;

@@ -4,9 +4,9 @@
 
 namespace sorrel::tools {
 
-/// Works on the macOS volume that the process which runs the tool works on, if that told so (see
-/// ChildProcess): then no path leads out of it. Call it before anything else. Answers the root of the search
-/// for whoever names none: the volume's, else "/".
+/// Selects the macOS volume of the process that runs the tool, if that process passed one (see ChildProcess):
+/// then no path leads out of it. Call it before anything else. Returns the default root of a search: the
+/// volume's, else "/".
 std::string installToolHost();
 
 }  // namespace sorrel::tools

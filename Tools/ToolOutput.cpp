@@ -12,7 +12,7 @@ namespace sorrel::tools {
 
 ToolOutput::ToolOutput() {
   for (int stream = STDIN_FILENO; stream <= STDERR_FILENO; ++stream) {
-    // The lowest free number is this one. Nothing can be written to it.
+    // open(2) returns the lowest free number, which is this one. Nothing can be written to it.
     if (::fcntl(stream, F_GETFD) < 0 && ::open("/dev/null", O_RDONLY) != stream) lost_ = true;
   }
 }

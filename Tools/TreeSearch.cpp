@@ -11,14 +11,14 @@
 namespace sorrel::tools {
 namespace {
 
-/// The last component of a file URL's text, still coded.
+/// The last component of a file URL's text, still encoded.
 std::string_view codedName(std::string_view url, bool isDirectory) {
   if (isDirectory) url.remove_suffix(1);
   return url.substr(url.rfind('/') + 1);
 }
 
-/// Sorts so that a folder stands right before what lies in it: "a", "a/b", "a.b". No name holds a NUL, which
-/// stands before every other byte.
+/// Sorts so that a folder comes right before its contents: "a", "a/b", "a.b". No name contains a NUL, which
+/// sorts before every other byte.
 void sortAsWalked(std::vector<std::string>& paths) {
   for (std::string& path : paths) std::ranges::replace(path, '/', '\0');
   std::ranges::sort(paths);

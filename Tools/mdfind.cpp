@@ -1,9 +1,9 @@
-// mdfind [-onlyin DIR] QUERY: the paths of what matches, one on a line.
+// mdfind [-onlyin DIR] QUERY: the paths of the matching items, one on a line.
 //
 // Searches the disk, as there is no index: everything on the file system of DIR, or of the volume's root
-// without one. A path that holds a line feed, is no UTF-8 or is longer than PATH_MAX cannot stand on a line
-// and is left out; how many were is told on standard error. Ends with 0, also if nothing was found, and with
-// 1 for wrong use and for output that was lost.
+// without one. A path that contains a line feed, is not UTF-8 or is longer than PATH_MAX cannot be written on
+// a line and is left out; their number is reported on standard error. Exits with 0, also if nothing was
+// found, and with 1 for wrong use and for output that was lost.
 
 #include <cstdint>
 #include <cstdio>
@@ -31,7 +31,7 @@ int wrongUse() {
   return 1;
 }
 
-/// The folder's absolute path without a slash at its end.
+/// The folder's absolute path without a trailing slash.
 std::string absoluteFolder(const std::string& folder) {
   std::error_code error;
   std::string path = std::filesystem::absolute(folder, error).string();

@@ -1,8 +1,8 @@
-// mdls [-raw] [-name ATTRIBUTE]... PATH: what is known about an item, an attribute on a line.
+// mdls [-raw] [-name ATTRIBUTE]... PATH: the attributes of an item, one on a line.
 //
-// With -name only these, "(null)" for one that is unknown; with -raw the values alone, one behind the other,
-// each but the last with a NUL. Ends with 0, and with 1 for wrong use, an item that can't be reached, and
-// output that was lost. Values see Tools/ItemAttributes.hpp.
+// With -name only these, "(null)" for an unknown one; with -raw the values only, separated by NULs. Exits
+// with 0, and with 1 for wrong use, an item that can't be reached, and output that was lost. For the values
+// see Tools/ItemAttributes.hpp.
 
 #include <unistd.h>
 #include <algorithm>
@@ -86,7 +86,7 @@ int main(int count, char** words) {
   }
   const std::optional<Attributes> all = itemAttributes(request->path);
   if (!all) {
-    // Without the path, which could pass for an attribute, or turn a terminal upside down.
+    // Without the path, which could be mistaken for an attribute, or contain terminal commands.
     std::fputs("mdls: could not find the item.\n", stderr);
     return 1;
   }

@@ -9,11 +9,11 @@ class URL;
 
 namespace sorrel {
 
-/// The path of a URL on this machine, in bytes, without a slash at its end; "" for the empty file URL and for
-/// URLs that are no files.
+/// The path of a URL on this machine, in bytes, without a trailing slash; "" for the empty file URL and for
+/// URLs that are not file URLs.
 std::string pathOf(const URL& url);
 
-/// What a record is called where one line must do: its path, else its title.
+/// The name of a record where one line must do: its path, else its title.
 std::string nameOf(const FileInformation& record);
 
 }  // namespace sorrel

@@ -5,13 +5,13 @@
 
 namespace sorrel {
 
-// A file may be a member of one group, and the folder that it lies in a member of another. If both are
-// ticked, the file goes with the folder: to remove it once more would fail, and its bytes would count twice.
+// A file may be a member of one group, and its parent folder a member of another. If both are ticked, the
+// file is removed with the folder: a second removal would fail, and its bytes would count twice.
 
-/// Takes the ticks off members of groups that lie below another ticked member; gives these members.
+/// Unticks members of groups that lie below another ticked member; returns these members.
 FileRecords untickCovered(FeatureInformation& feature);
 
-/// Takes those of the members that are gone by now out of the tree, which a clean has repaired.
+/// Removes those of the members that are gone by now from the tree, which a clean has repaired.
 void removeCoveredThatAreGone(FeatureInformation& feature, const FileRecords& covered);
 
 }  // namespace sorrel

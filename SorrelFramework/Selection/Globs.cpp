@@ -30,7 +30,7 @@ bool Globs::match(const std::string& text) {
   bool any = false;
   for (Pattern& pattern : patterns_) {
     const bool isFit = std::ranges::any_of(pattern.spellings, [&](const std::string& spelling) {
-      // The pattern as written too: [[:upper:]] fits no folded text.
+      // The unfolded pattern too: [[:upper:]] matches no folded text.
       return fits(spelling, text) || (isFolded && fits(lowercased(spelling), folded));
     });
     pattern.isUsed = pattern.isUsed || isFit;

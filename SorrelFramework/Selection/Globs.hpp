@@ -5,24 +5,24 @@
 
 namespace sorrel {
 
-/// Shell patterns as fnmatch(3) reads them without flags, over bytes: "*" meets "/" and a leading dot too,
-/// "?" is one byte. A pattern must fit the whole text.
+/// Shell patterns as fnmatch(3) interprets them without flags, over bytes: "*" matches "/" and a leading dot
+/// too, "?" is one byte. A pattern must match the whole text.
 class Globs {
  public:
   enum class LetterCase { Counts, Ignored };
   struct Pattern {
     std::string given;                   ///< as the user wrote it
-    std::vector<std::string> spellings;  ///< any of them may fit
+    std::vector<std::string> spellings;  ///< any of them may match
     bool isUsed = false;
   };
 
   explicit Globs(std::vector<std::string> patterns);
   Globs(std::vector<Pattern> patterns, LetterCase letterCase);
 
-  /// Whether any pattern fits. All are tried, so that unused() is right. A text with a NUL byte, which a
-  /// pattern would not see the end of, fits none.
+  /// True if any pattern matches. All are tried, so that unused() is right. A text with a NUL byte, where
+  /// fnmatch(3) would stop, matches none.
   bool match(const std::string& text);
-  /// The patterns, as given, that fitted nothing so far, in their order.
+  /// The patterns, as given, that have matched nothing so far, in their order.
   [[nodiscard]] std::vector<std::string> unused() const;
   [[nodiscard]] bool areAllUsed() const;
 

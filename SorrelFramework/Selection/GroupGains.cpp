@@ -28,7 +28,7 @@ bool holdsHiddenItems(const std::string& folder) {
   return false;
 }
 
-/// The members of one group by what they share.
+/// The members of one group and the blocks they share.
 class Group {
  public:
   explicit Group(const FileInformation& header) {
@@ -47,12 +47,12 @@ class Group {
   using FileID = std::pair<dev_t, ino_t>;
   struct Member {
     const FileInformation* record;
-    mode_t mode = 0;  // 0: it is gone
+    mode_t mode = 0;  // 0 if it is gone
     nlink_t links = 0;
     FileID id;
   };
   struct File {
-    std::string path;  // of the first member that is this file
+    std::string path;  // of the group's first member with this inode
     std::optional<BlockSharing> sharing;
   };
   struct Clones {

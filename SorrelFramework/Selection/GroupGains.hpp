@@ -10,7 +10,7 @@ class FileInformation;
 
 namespace sorrel {
 
-/// What the removal of one member of a group of alike files would free, if all else stays.
+/// The bytes that the removal of one member of a group of equal files would free, if everything else stays.
 struct Gain {
   std::int64_t bytes = 0;
   /// Why that is not the member's size, or another hint: "hard link of PATH", "clone of PATH"; "" most often.

@@ -21,8 +21,8 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// An entry of the disk, whatever path leads to it: a folder itself; of anything else, which may have more
-/// than one name, the folder that it lies in and its name there.
+/// A directory entry, independent of the path: a folder itself; any other item, which may have several hard
+/// links, by its parent folder and its name.
 using Entry = std::tuple<dev_t, ino_t, std::string>;
 
 std::optional<Entry> entryAt(const std::string& path) {
@@ -37,7 +37,7 @@ std::optional<Entry> entryAt(const std::string& path) {
   return Entry{status.st_dev, status.st_ino, name};
 }
 
-/// What a clean takes away.
+/// The items that a clean removes.
 class Takings {
  public:
   explicit Takings(FeatureInformation& feature) {
@@ -49,7 +49,7 @@ class Takings {
     }
   }
 
-  /// Also if another mount, or a link, leads to what is taken.
+  /// True also if another mount, or a link, leads to a removed item.
   [[nodiscard]] bool touches(const std::string& path) const {
     return touchesText(path) || touchesText(places_.of(path));
   }
@@ -75,11 +75,11 @@ class Takings {
   }
 
   StoredPlaces places_ = StoredPlaces::ofThisMoment();
-  std::set<std::string> paths_;  // and where they are stored
+  std::set<std::string> paths_;  // also the paths on their file systems
   std::set<Entry> entries_;
 };
 
-/// Groups with a member that goes, or is taken from.
+/// Groups with a member that is removed, or loses contents.
 FileRecords touchedGroups(FeatureInformation& feature, const Takings& takings) {
   FileRecords groups;
   if (feature.categoryInfo.empty()) return groups;
@@ -95,7 +95,7 @@ bool isLater(const timespec& a, const timespec& b) {
   return std::tie(a.tv_sec, a.tv_nsec) > std::tie(b.tv_sec, b.tv_nsec);
 }
 
-/// Collects what changed at and below a path.
+/// Collects the changes at and below a path.
 class Changes {
  public:
   explicit Changes(const timespec& since) : since_(since) {}
@@ -137,7 +137,7 @@ FileRecords groupsWithoutACopyLeft(FeatureInformation& feature) {
 
 timespec beginOfChanges() {
   timespec now{};
-  // Kernels stamp files with this clock or, most of them, with the coarse one, which is some milliseconds
+  // Kernels timestamp files with this clock or, most of them, with the coarse one, which is some milliseconds
   // behind.
   timespec stamp{};
   ::clock_gettime(CLOCK_REALTIME, &now);

@@ -16,7 +16,7 @@
 namespace sorrel {
 namespace {
 
-/// State of a row from those of the rows below it.
+/// Computes the state of a row from those of the rows below it.
 class StateAbove {
  public:
   void add(Integer below) {
@@ -31,8 +31,8 @@ class StateAbove {
   bool isSet_ = false;
 };
 
-/// Sets the states of a feature and its categories from those of the records; `ofEmpty` is that of a category
-/// without any.
+/// Sets the states of a feature and its categories from those of the records; `ofEmpty` is the state of a
+/// category without records.
 class CategoryStates {
  public:
   explicit CategoryStates(Integer ofEmpty) : ofEmpty_(ofEmpty) {}
@@ -48,7 +48,7 @@ class CategoryStates {
     StateAbove above;
     for (const FileInformation& record : category.childrens) above.add(record.state);
     if (category.childrenCateogry) {
-      // What a row below "All" lists again needs no second count.
+      // Rows below "All" list the same records again and are not counted twice.
       const bool listsRecords = !category.childrens.empty();
       for (CategoryInformation& below : *category.childrenCateogry) {
         const Integer state = setIn(below);
@@ -76,7 +76,7 @@ void setAll(Children<CategoryInformation>& categories, Integer state) {
   }
 }
 
-/// The folders above the item at `path`, from the nearest up, without "/".
+/// The ancestors of the item at `path`, from the nearest up, without "/".
 std::vector<std::string> foldersAbove(const std::string& path) {
   std::vector<std::string> folders;
   for (std::size_t slash = path.rfind('/'); slash != std::string::npos && slash > 0;
@@ -91,7 +91,7 @@ bool isBelowAny(const std::string& path, const std::unordered_set<std::string>& 
                              [&folders](const std::string& folder) { return folders.contains(folder); });
 }
 
-/// True if a folder above the item fits a glob.
+/// True if an ancestor of the item matches a glob.
 bool isBelowMatch(const std::string& path, Globs& globs) {
   bool any = false;
   for (const std::string& folder : foldersAbove(path)) any = globs.match(folder) || any;
@@ -108,7 +108,7 @@ class RecordMatcher {
     const std::string path = pathOf(record.url);
     if (!path.empty()) return globs_.match(path);
     bool any = globs_.match(record.title);
-    // The category's title alone makes no group: "*/name" means files, and not each group of that name.
+    // The category's title alone is not a group: "*/name" means files, and not each group of that name.
     if (titles_.size() < 2) return any;
     std::string name = record.title;
     for (auto title = titles_.rbegin(); title != titles_.rend(); ++title) {
@@ -122,7 +122,7 @@ class RecordMatcher {
   std::vector<std::string> titles_;  ///< of the rows above a record, from the category down
 };
 
-/// Ticks the records of one category that the globs fit.
+/// Ticks the records of one category that match the globs.
 class Ticker : RecordMatcher {
  public:
   using RecordMatcher::RecordMatcher;
@@ -133,7 +133,7 @@ class Ticker : RecordMatcher {
 
  private:
   Integer tick(FileInformation& record, bool isAboveOn) {
-    // A glob counts as used where a record above is ticked already, too.
+    // A glob counts as used even if an ancestor of the record is already ticked.
     const bool isOn = matches(record) || isAboveOn;
     titles_.push_back(record.title);
     StateAbove below;
@@ -145,7 +145,7 @@ class Ticker : RecordMatcher {
   }
 };
 
-/// Takes the ticks off the records of one category that the globs fit.
+/// Unticks the records of one category that match the globs.
 class Unticker : RecordMatcher {
  public:
   Unticker(Globs& globs, const CategoryInformation& category, std::vector<std::string>& foldersLeft)
@@ -168,7 +168,7 @@ class Unticker : RecordMatcher {
       record.state = NSControlStateValueOff;
       setAll(record.childrens, NSControlStateValueOff);
     }
-    // Records without a tick are matched too: a glob that fits one of them is used.
+    // Records without a tick are matched too: a glob that matches one of them counts as used.
     titles_.push_back(record.title);
     StateAbove below;
     for (FileInformation& child : record.childrens) below.add(untick(child));
@@ -180,7 +180,7 @@ class Unticker : RecordMatcher {
   std::vector<std::string>& foldersLeft_;
 };
 
-/// A scan may list a folder and, beside it, what lies in it: a folder that is left whole keeps that too.
+/// A scan may list a folder and, beside it, items in it: if the folder stays, these stay too.
 Integer untickBelow(Children<FileInformation>& records, const std::unordered_set<std::string>& folders) {
   StateAbove above;
   for (FileInformation& record : records) {
@@ -218,7 +218,7 @@ bool holdsMatch(const std::string& path, Globs& globs) {
   std::error_code error;
   if (path.empty()) return false;
   const fs::file_type type = fs::symlink_status(path, error).type();
-  if (type == fs::file_type::none) return true;  // it may be there
+  if (type == fs::file_type::none) return true;  // its existence is unknown
   if (type != fs::file_type::directory) return false;
   bool any = false;
   fs::recursive_directory_iterator at(path, error);

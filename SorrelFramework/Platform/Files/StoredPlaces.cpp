@@ -19,7 +19,7 @@ std::string withoutSlashAtEnd(std::string path) {
   return path;
 }
 
-/// The path without links above the item; the item may be one.
+/// Resolves the links above the item; the item itself may be a link.
 std::optional<std::string> realPath(const std::string& path, bool isLink) {
   std::error_code error;
   const fs::path given(path);

@@ -11,7 +11,7 @@ namespace sorrel {
 /// lead to it. An item that is seen through a file system of its own, such as an overlay, has another text.
 class StoredPlaces {
  public:
-  /// By the text of /proc/self/mountinfo, proc(5).
+  /// Parses the text of /proc/self/mountinfo, proc(5).
   explicit StoredPlaces(std::string_view mountTable);
   static StoredPlaces ofThisMoment();
 
@@ -21,8 +21,8 @@ class StoredPlaces {
 
  private:
   struct Stored {
-    std::string place;  // of what is mounted
-    std::string point;  // without a slash at its end
+    std::string place;  // location of the mounted folder
+    std::string point;  // without a trailing slash
   };
 
   std::map<std::uint64_t, Stored> mounts_;  // by their numbers
