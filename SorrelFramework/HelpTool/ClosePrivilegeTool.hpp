@@ -2,7 +2,7 @@
 
 namespace sorrel {
 
-/// For an application that quits: asks the privileged helper to end with it.
+/// For an application that quits: requests the privileged helper to end with it.
 class ClosePrivilegeTool {
  public:
   ClosePrivilegeTool() = delete;

@@ -26,12 +26,12 @@ constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kBusPath = "/org/freedesktop/DBus";
 constexpr std::uint64_t kNoTimeout = UINT64_MAX;
 
-/// How often a call is sent at most while it is certain that no helper has done it.
+/// Maximum number of attempts while it is certain that no helper has executed the call.
 constexpr int kTries = 5;
 
-/// True if the bus itself says that it did not deliver the call: the owner is gone, or it has given up the
-/// name and with it the policy that lets calls through (AccessDenied). An error that the helper sends says
-/// nothing of the kind.
+/// True if the bus itself reports that it did not deliver the call: the owner is gone, or it has released the
+/// name and with it the policy that lets calls through (AccessDenied). An error that the helper sends does
+/// not prove that.
 bool wasNeverDelivered(const sdbus::MethodReply& reply, const sdbus::Error& error) {
   constexpr std::array kNames = {"org.freedesktop.DBus.Error.ServiceUnknown",
                                  "org.freedesktop.DBus.Error.NameHasNoOwner",
@@ -42,18 +42,18 @@ bool wasNeverDelivered(const sdbus::MethodReply& reply, const sdbus::Error& erro
 
 }  // namespace
 
-/// The bus and its thread. Whatever is sdbus-c++ is touched on that thread only, and a callback of sdbus-c++
-/// does no more than post what it got: no reply block runs inside one, and no object ends in its own
+/// The bus and its thread. All sdbus-c++ objects are used on that thread only, and a callback of sdbus-c++
+/// only posts the received data: no reply block runs inside one, and no object is destroyed in its own
 /// callback.
 class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
  public:
-  /// Puts the arguments into a call.
+  /// Appends the arguments to a call.
   using Arguments = std::function<void(sdbus::MethodCall&)>;
-  /// Takes the results out of a reply, on the thread of the bus but inside its callback; the answer runs
-  /// after that. No answer: the reply is not sound.
+  /// Extracts the results from a reply, on the bus thread and inside its callback; the returned function runs
+  /// after that. An empty function means that the reply is malformed.
   using Results = std::function<std::function<void()>(sdbus::MethodReply&)>;
 
-  /// Why a call has no results.
+  /// The reason why a call has no results.
   struct Failure {
     bool wasNeverDelivered = false;
     std::string refusal;  ///< a word of HelperRefusal; "" if the helper has not refused it
@@ -98,15 +98,15 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     });
   }
 
-  /// Runs `task` on the thread of the bus; it holds the link until then. Not at all if the last holder has
-  /// let go: the thread may still be handling what came in.
+  /// Runs `task` on the bus thread; the task holds the link until then. Does nothing if the last holder has
+  /// released the link: the thread may still be processing incoming messages.
   void onThread(std::function<void(Link&)> task) {
     auto self = weak_from_this().lock();
     if (self == nullptr) return;
     thread_.post([self = std::move(self), task = std::move(task)] { task(*self); });
   }
 
-  /// Blocks until the helper runs, or is known not to.
+  /// Blocks until the helper runs, or is known not to run.
   bool hasHelper() {
     if (thread_.isCurrent()) return !trustedOwner(true).empty();
     const auto answer = std::make_shared<std::promise<bool>>();
@@ -114,7 +114,7 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     return answer->get_future().get();
   }
 
-  /// Runs on the bus thread. Sends to the present owner of the name, and again if no helper got it.
+  /// Runs on the bus thread. Sends to the current owner of the name, and again if no helper got it.
   void send(const SharedCall& call) {
     const std::string owner = trustedOwner(call->startsHelper);
     if (owner.empty()) return call->failed(*this, {});
@@ -124,7 +124,7 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     });
   }
 
-  /// On the thread of the bus: from Begin to the reply.
+  /// Runs on the bus thread: handles the event from Begin to the reply.
   void sendEvent(const SharedEvent& event) {
     if (!event->encode()) return event->refuse("");
     events_.insert(event);
@@ -143,14 +143,15 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
   }
 
  private:
-  /// A call on its way. It keeps the link alive: a reply comes even if nobody holds a proxy any more. It ends
-  /// with its reply or with the bus, not with the helper's name, which a helper gives up before it ends.
+  /// A pending call. It keeps the link alive, so that a reply arrives even if the caller has released its
+  /// proxy. It ends with its reply or with the bus, not with the helper's name, which a helper releases
+  /// before it ends.
   struct Pending {
     std::shared_ptr<Link> link;
     std::unique_ptr<sdbus::IProxy> helper;
     SharedCall call;
     std::function<void(const Failure&)> failed;
-    bool isAnswered = false;  // what follows from the answer is a task of the thread
+    bool isAnswered = false;  // the consequences of the answer run as a task of the thread
   };
 
   void begin(const SharedEvent& event) {
@@ -211,7 +212,7 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     event->lose(repliesToLostEvents);
   }
 
-  /// True unless the bus said no. An exception of sdbus-c++ goes no further.
+  /// False if the bus reported an error. Exceptions of sdbus-c++ are not propagated.
   template <class Work>
   bool guarded(const Work& work) {
     try {
@@ -223,9 +224,9 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     }
   }
 
-  /// The unique name of the helper if its owner is who he has to be, else "".
+  /// The unique name of the helper if its owner is the expected user, else "".
   std::string trustedOwner(bool startsHelper) {
-    // A helper may end just now; the one after it stays for a while.
+    // A helper may be ending right now; its successor stays for a while.
     for (int look = 0; look < 2; ++look) {
       std::string owner = currentOwner();
       if (owner.empty() && startsHelper && startHelper()) owner = currentOwner();
@@ -288,7 +289,7 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     return {wasNeverDelivered(reply, error), isRefusal ? error.getMessage() : ""};
   }
 
-  /// Inside the callback of sdbus-c++, where neither this object nor the call's proxy may go.
+  /// Runs inside the callback of sdbus-c++, where neither this object nor the call's proxy may be destroyed.
   void finish(std::uint64_t number, sdbus::MethodReply& reply, const sdbus::Error* error) {
     Pending& pending = pending_.at(number);
     pending.isAnswered = true;
@@ -319,7 +320,7 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
     });
   }
 
-  /// Ends the calls on their way without a reply.
+  /// Ends the pending calls without a reply.
   void loseAll() {
     const auto lost = std::exchange(pending_, {});
     for (const auto& [number, pending] : lost) {
@@ -328,7 +329,7 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
   }
 
   void busIsGone() {
-    const auto self = weak_from_this().lock();  // the last call on its way may be what holds the link
+    const auto self = weak_from_this().lock();  // the last pending call may be the only holder of the link
     if (self == nullptr) return;
     ownerWatch_ = {};
     loseAll();
@@ -357,11 +358,11 @@ class DBusHelperConnection::Link : public std::enable_shared_from_this<Link> {
 
   const HelperWireNames names_;
   const Options options_;
-  // All below on the thread of the bus alone; ended in reverse order, the thread first.
+  // The members below are used on the bus thread only; they are destroyed in reverse order, the thread first.
   std::unique_ptr<sdbus::IConnection> connection_;
   std::unique_ptr<sdbus::IProxy> bus_;
   sdbus::Slot ownerWatch_;
-  std::string owner_;  // whom the bus named last
+  std::string owner_;  // the owner that the bus reported last
   std::map<std::uint64_t, Pending> pending_;
   std::set<SharedEvent> events_;
   std::atomic<std::size_t> eventsUnderWay_ = 0;
@@ -441,7 +442,7 @@ std::shared_ptr<HelperConnection> DBusHelperConnection::make(const std::string& 
     auto link = std::make_shared<Link>(std::move(connection), machServiceName, options);
     link->start();
     return std::shared_ptr<HelperConnection>(new DBusHelperConnection(std::move(link)));
-  } catch (const std::exception&) {  // of the bus, or of a system without descriptors or threads left
+  } catch (const std::exception&) {  // from the bus, or from a system without descriptors or threads left
     return nullptr;
   }
 }

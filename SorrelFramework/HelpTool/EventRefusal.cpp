@@ -34,7 +34,7 @@ HelperDictionary numbersOf(const HelperValue& value) {
   return numbers;
 }
 
-/// The key of the helper's reply for the path with this index: of one width, so that texts sort as numbers.
+/// The key in the helper's reply for the path with this index: of fixed width, so that texts sort as numbers.
 std::string numberKey(std::size_t index) {
   constexpr std::size_t kDigits = 7;
   const std::string digits = std::to_string(index);

@@ -11,8 +11,8 @@
 
 namespace sorrel {
 
-/// One event on its way to the privileged helper and back, without the bus. It ends with one call of
-/// refuse(), deliver() or lose(). Used on the connection's thread alone.
+/// One event sent to the privileged helper and its reply, independent of the bus. It ends with one call of
+/// refuse(), deliver() or lose(). Used on the connection's thread only.
 class HelperEvent {
  public:
   using Handler = std::function<void()>;
@@ -21,26 +21,26 @@ class HelperEvent {
   HelperEvent(std::int32_t eventID, HelperDictionary dictionary, HelperProtocol::EventReply reply,
               std::shared_ptr<const Handler> onLoss);
 
-  /// Codes the event, with what this process sees under its paths. False if it is over a cap.
+  /// Encodes the event, with this process's view of its paths. False if it is over a cap.
   [[nodiscard]] bool encode();
   [[nodiscard]] std::int32_t eventID() const { return eventID_; }
-  /// As Begin announces them.
+  /// The values that Begin announces.
   [[nodiscard]] std::int32_t operation() const;
   [[nodiscard]] std::uint32_t paths() const;
   [[nodiscard]] std::uint64_t bytes() const { return bytes_.size(); }
-  /// Writes the coded event into the helper's memory.
+  /// Writes the encoded event into the helper's memory.
   [[nodiscard]] bool fill(int memory) const;
 
-  /// Takes one of the times that the event may begin again after it reached no helper; false if none is left.
+  /// Uses up one of the attempts to begin again after the event reached no helper; false if none is left.
   [[nodiscard]] bool takeTry() { return --triesLeft_ > 0; }
 
-  /// The user has stopped it: what its reply says is corrected by the disk.
+  /// The user has stopped the event: the results in its reply are corrected by the state of the disk.
   void stop() { isStopped_ = true; }
   [[nodiscard]] bool isStopped() const { return isStopped_; }
 
   /// Replies that nothing was done; `reason` is a word of HelperRefusal.
   void refuse(const std::string& reason) const;
-  /// Replies what the helper answered. An answer that is not sound is a loss.
+  /// Replies with the helper's answer. A malformed answer is a loss.
   void deliver(bool flag, std::int32_t code, int memory) const;
   /// No answer comes any more. Replies only if `isReplied`: then the disk decides what was removed.
   void lose(bool isReplied) const;

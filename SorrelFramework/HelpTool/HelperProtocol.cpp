@@ -16,7 +16,7 @@ HelperValue::HelperValue(const HelperValue& other) {
 }
 
 HelperValue& HelperValue::operator=(const HelperValue& other) {
-  // The copy first: `other` may lie inside the dictionary that goes.
+  // Copied first: `other` may lie inside the dictionary that is destroyed.
   if (this != &other) *this = HelperValue(other);
   return *this;
 }

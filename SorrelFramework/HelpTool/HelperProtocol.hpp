@@ -25,12 +25,12 @@ enum class HelperEventErrorID : std::int64_t {
   MoveFail = 5,
 };
 
-/// What a Maintenance event asks for, under "OperationValue".
+/// The operation of a Maintenance event, under "OperationValue".
 enum class HelperOperationID : std::int64_t { CleanDNS = 0, RebuildSpotlight = 1, Clean = 2, Move = 3 };
 
 /// A value of an event or a reply: a number, a text of bytes (file names need not be UTF-8), or a dictionary.
 class HelperValue;
-/// The dictionary of an event or a reply. Keys are bytes; at the top of most events they are absolute paths.
+/// The dictionary of an event or a reply. Keys are bytes; most events have absolute paths as top-level keys.
 using HelperDictionary = std::map<std::string, HelperValue>;
 
 class HelperValue {
@@ -46,7 +46,7 @@ class HelperValue {
   /// Deep: a copy shares nothing with its original.
   HelperValue(const HelperValue& other);
   HelperValue& operator=(const HelperValue& other);
-  /// What was moved from is good for assignment and destruction only.
+  /// The source of a move may only be assigned to or destroyed.
   HelperValue(HelperValue&& other) noexcept;
   HelperValue& operator=(HelperValue&& other) noexcept;
   ~HelperValue();
@@ -63,10 +63,10 @@ class HelperValue {
   std::variant<std::int64_t, std::string, std::unique_ptr<HelperDictionary>> value_;
 };
 
-/// What the privileged helper can be asked for. The dictionaries' forms:
+/// The requests to the privileged helper. The dictionaries' forms:
 ///
-/// Delete: each path maps to a dictionary of the sender's running numbers, "0", "1", ... to number. Reply:
-/// for each path handled a dictionary with these numbers, "DeleteStatus" (a HelperEventErrorID) and
+/// Delete: each path maps to a dictionary from the sender's running numbers, "0", "1", ... to numbers. Reply:
+/// for each processed path a dictionary with these numbers, "DeleteStatus" (a HelperEventErrorID) and
 /// "DeleteDesc" (text). Shred: each path maps to an empty dictionary. Reply with the flag false: dictionaries
 /// with "DeleteStatus", "Path" and "DeleteDesc". Maintenance: "OperationValue" (0 CleanDNS, 1
 /// RebuildSpotlight, 2 Clean, 3 Move) and, for Clean, paths with empty dictionaries, for Move, source paths

@@ -6,16 +6,16 @@
 
 namespace sorrel {
 
-/// Why the helper refused a call; nothing was done then.
+/// Why the helper refused a call, without any effect.
 struct HelperRefusal {
-  static constexpr const char* notAuthorised = "not-authorised";  ///< the user has said no
+  static constexpr const char* notAuthorised = "not-authorised";  ///< the user declined
   static constexpr const char* wrongPassword = "wrong-password";
   static constexpr const char* noAgent = "no-agent";  ///< no program of the session can ask for a password
-  static constexpr const char* neverAsked = "never-asked";    ///< the rules refuse it in this session at once
-  static constexpr const char* noAuthority = "no-authority";  ///< polkit does not answer
-  static constexpr const char* unknownCaller = "unknown-caller";  ///< the bus does not know it any more
-  static constexpr const char* tooMany = "too-many";              ///< this user has an event under way
-  static constexpr const char* busy = "busy";                     ///< the helper has no room
+  static constexpr const char* neverAsked = "never-asked";        ///< the rules deny it without asking
+  static constexpr const char* noAuthority = "no-authority";      ///< polkit does not answer
+  static constexpr const char* unknownCaller = "unknown-caller";  ///< the bus no longer knows the caller
+  static constexpr const char* tooMany = "too-many";              ///< this user has a running event
+  static constexpr const char* busy = "busy";                     ///< the helper's limits are reached
   static constexpr const char* closing = "closing";               ///< the next helper takes the call
   static constexpr const char* stopped = "stopped";               ///< by the caller, or with the helper
   static constexpr const char* unsound = "unsound-message";
@@ -25,14 +25,19 @@ struct HelperRefusal {
   static constexpr const char* callerLeft = "caller-left";
 };
 
-/// The names under which the two programs meet on the system bus; all follow from the service name.
+/// The names that the two programs use on the system bus; all are derived from the service name.
 ///
-///   Begin(i event, i operation, u paths, t bytes) -> (t ticket, h memory)  asks polkit; the caller fills
-///   memory Run(t ticket) -> (b flag, i code, h message)                           does what the memory holds
-///   Stop()                       ends every event of this connection; each of them still gets its reply
-///   CloseHelper() -> (b flag)    ends the helper, if the connection has used it and nothing is under way
-///   GetHelperVersion() -> (s version)
-///   Uninstall() -> (b flag, s text)    false, with the command that removes the helper
+///     Begin(i event, i operation, u paths, t bytes) -> (t ticket, h memory)
+///         asks polkit; the caller fills the memory
+///     Run(t ticket) -> (b flag, i code, h message)
+///         executes the event in the memory
+///     Stop()
+///         ends every event of this connection; each of them still gets its reply
+///     CloseHelper() -> (b flag)
+///         ends the helper, if the connection has used it and no event is running
+///     GetHelperVersion() -> (s version)
+///     Uninstall() -> (b flag, s text)
+///         false, with the command that removes the helper
 ///
 /// No method takes a descriptor, and the bus policy lets none through to the helper. A refusal is the error
 /// refusalName(), with one of the words of HelperRefusal as its message.
@@ -43,11 +48,11 @@ struct HelperWireNames {
   static constexpr const char* stop = "Stop";
   static constexpr const char* closeHelper = "CloseHelper";
   static constexpr const char* uninstall = "Uninstall";
-  /// The operation of an event that has none.
+  /// The operation number of an event without an operation.
   static constexpr int noOperation = -1;
 
   std::string service;     ///< the name on the bus
-  std::string interface;   ///< the same with "_" for what an interface name must not hold
+  std::string interface;   ///< the same with "_" for characters that an interface name must not contain
   std::string objectPath;  ///< the interface's parts as folders
 
   explicit HelperWireNames(const std::string& machServiceName)
@@ -59,8 +64,8 @@ struct HelperWireNames {
 
   [[nodiscard]] std::string refusalName() const { return interface + ".Error.Refused"; }
 
-  /// True if the bus takes the name: two or more parts with dots between them, each of letters, digits, "-"
-  /// and "_" and without a digit at its beginning; at most 255 bytes.
+  /// True if it is a valid bus name: two or more parts with dots between them, each of letters, digits, "-"
+  /// and "_" and without a leading digit; at most 255 bytes.
   [[nodiscard]] bool isValid() const {
     if (service.size() > 255 || service.find('.') == std::string::npos) return false;
     std::string_view rest = service;

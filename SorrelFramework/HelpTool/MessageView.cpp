@@ -5,7 +5,7 @@ namespace {
 
 constexpr std::size_t kNumberSize = sizeof(std::int64_t);
 
-/// Takes an integer off the front; the bytes must be there.
+/// Removes an integer from the front; the bytes must be there.
 template <class Unsigned>
 Unsigned takeInteger(std::string_view& rest) {
   std::uint64_t value = 0;
@@ -27,7 +27,7 @@ std::string_view takeText(std::string_view& rest) {
   return take(rest, length);
 }
 
-/// Passes the entries of a checked dictionary below the top; answers them.
+/// Skips the entries of a checked dictionary below the top level and returns them.
 std::string_view takeEntries(std::string_view& rest, std::size_t count) {
   const std::string_view start = rest;
   for (std::size_t i = 0; i < count; ++i) {
@@ -58,7 +58,7 @@ SenderView takeView(std::string_view& rest) {
 
 }  // namespace
 
-/// Reads bytes that may be anything, once, from the first to the last.
+/// Parses arbitrary bytes in one pass from the first to the last.
 class MessageView::Check {
  public:
   Check(std::string_view bytes, HelperMessage::Kind kind) : rest_(bytes), kind_(kind) {}
@@ -133,7 +133,7 @@ class MessageView::Check {
     bool hasViews = false;
     if (!flag(hasViews)) return false;
     if (!hasViews) return true;
-    // "Given, but none" would be a second spelling of "none".
+    // "Given, but empty" would be a second encoding of "none".
     if (found.empty()) return false;
     found.views_ = rest_;
     for (std::size_t i = 0; i < found.size(); ++i) {

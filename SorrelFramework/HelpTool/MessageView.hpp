@@ -10,8 +10,8 @@
 
 namespace sorrel {
 
-/// A coded message, read in place: what it holds points into its bytes, which must stay. Takes no memory of
-/// its own, however many entries the message has. The form is the one of encodeHelperMessage().
+/// An encoded message, read in place: the view points into the bytes, which must outlive it. Allocates no
+/// memory, however many entries the message has. The form is that of encodeHelperMessage().
 class MessageView {
  public:
   enum class Type : std::uint8_t { Number = 1, Text = 2, Dictionary = 3 };
@@ -24,7 +24,7 @@ class MessageView {
     Dictionary() = default;
     [[nodiscard]] std::size_t size() const noexcept { return size_; }
     [[nodiscard]] bool empty() const noexcept { return size_ == 0; }
-    /// All entries as they are coded, without the count.
+    /// All entries as they are encoded, without the count.
     [[nodiscard]] std::string_view coded() const noexcept { return coded_; }
     [[nodiscard]] Iterator begin() const;
     [[nodiscard]] Iterator end() const;
@@ -36,14 +36,13 @@ class MessageView {
     std::string_view views_;
   };
 
-  /// Nothing unless decodeHelperMessage() reads a message of this kind from `bytes`; they may come from
-  /// anybody.
+  /// Nothing unless decodeHelperMessage() decodes a message of this kind from `bytes`, which may be hostile.
   [[nodiscard]] static std::optional<MessageView> of(std::string_view bytes, HelperMessage::Kind kind);
 
   [[nodiscard]] bool hasDictionary() const noexcept { return hasDictionary_; }
-  /// The top; empty if none is given.
+  /// The top-level dictionary; empty if none is given.
   [[nodiscard]] const Dictionary& dictionary() const noexcept { return dictionary_; }
-  /// Whether the sender told what it sees under the keys.
+  /// True if the sender sent its view of the keys.
   [[nodiscard]] bool hasViews() const noexcept { return !dictionary_.views_.empty(); }
 
  private:
@@ -61,7 +60,7 @@ struct MessageView::Entry {
   std::int64_t number = 0;  ///< of a Number
   std::string_view text;    ///< of a Text
   Dictionary below;         ///< of a Dictionary
-  SenderView seen;          ///< under the key; NoPath where nothing is told
+  SenderView seen;          ///< at the key; NoPath if the sender sent no view
 };
 
 class MessageView::Iterator {
@@ -70,7 +69,7 @@ class MessageView::Iterator {
   using value_type = Entry;
   using difference_type = std::ptrdiff_t;
   using pointer = const Entry*;
-  using reference = Entry;  // of its own: the iterator's one ends with it
+  using reference = Entry;  // a value, because the iterator's own entry ends with it
 
   Iterator() = default;
   [[nodiscard]] reference operator*() const noexcept { return entry_; }
@@ -86,7 +85,7 @@ class MessageView::Iterator {
 
   Entry entry_;
   std::size_t left_ = 0;    // entries from this one to the end
-  std::string_view coded_;  // what comes after this entry
+  std::string_view coded_;  // the bytes after this entry
   std::string_view views_;
 };
 

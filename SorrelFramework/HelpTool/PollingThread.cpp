@@ -26,7 +26,7 @@ struct PollingThread::State {
 
   void ring() const {
     const std::uint64_t one = 1;
-    // Fails only when the counter is full, and then it rings already.
+    // Fails only when the counter is full, and then the thread is woken already.
     [[maybe_unused]] const ssize_t written = ::write(wake.get(), &one, sizeof one);
   }
 
@@ -35,7 +35,7 @@ struct PollingThread::State {
     return isEnding;
   }
 
-  /// False if there is none. A task may end the object that owns the thread.
+  /// False if there is no task. A task may destroy the object that owns the thread.
   bool runOneTask() {
     std::function<void()> task;
     {

@@ -9,7 +9,7 @@ namespace sorrel {
 /// A thread that runs posted tasks in order and waits for one event source in between.
 class PollingThread {
  public:
-  /// What the thread waits for; poll(2).
+  /// The condition that the thread waits for; poll(2).
   struct Wait {
     int descriptor = -1;  ///< -1: for tasks only
     short events = 0;
@@ -18,16 +18,16 @@ class PollingThread {
   struct Source {
     /// Called on the thread before each wait.
     std::function<Wait()> wait;
-    /// Called on the thread after each wait and each task: handles what has come in.
+    /// Called on the thread after each wait and each task: processes incoming data.
     std::function<void()> process;
   };
 
   /// This and start() throw std::system_error if the system has no descriptor or no thread left.
   explicit PollingThread(Source source);
-  /// Once. Tasks that were posted before run then.
+  /// To be called once. Tasks that were posted before run then.
   void start();
-  /// No task and no call of the source starts after this. Waits for the running one, unless it is the one
-  /// that ends the object: the thread ends by itself then. Tasks that did not run are dropped.
+  /// No task and no call of the source starts after this. Waits for the running one, unless that one destroys
+  /// the object: then the thread ends by itself. Tasks that did not run are dropped.
   ~PollingThread();
   PollingThread(const PollingThread&) = delete;
   PollingThread& operator=(const PollingThread&) = delete;

@@ -25,7 +25,7 @@ std::optional<std::string> infoText(const std::string& key) {
   return found == info.end() ? std::nullopt : std::optional(found->second);
 }
 
-/// The info dictionary holds texts: a boolean there is spelled "true", "YES" or "1".
+/// The info dictionary contains texts: a boolean there is spelled "true", "YES" or "1".
 bool infoFlag(const std::string& key) {
   const std::string text = infoText(key).value_or("");
   return text == "1" || ::strcasecmp(text.c_str(), "yes") == 0 || ::strcasecmp(text.c_str(), "true") == 0;
@@ -37,7 +37,7 @@ std::string installedKey(const std::string& machServiceName) { return machServic
 
 }  // namespace
 
-/// Each field is read and written under the lock; no lock is held while a helper is asked or installed.
+/// Each field is read and written under the lock; no lock is held while a helper is called or installed.
 struct PrivilegeHelper::Fields {
   mutable std::mutex mutex;
   std::shared_ptr<HelperConnection> connect;
@@ -49,7 +49,7 @@ struct PrivilegeHelper::Fields {
     const std::lock_guard lock(mutex);
     return this->*field;
   }
-  /// What the field held goes after the lock: its end may run foreign code.
+  /// The old value is destroyed after the lock is released: its destructor may run foreign code.
   template <class Type>
   void set(std::shared_ptr<Type> Fields::*field, std::shared_ptr<Type> value) {
     const std::lock_guard lock(mutex);
@@ -87,7 +87,7 @@ PrivilegeHelper::PrivilegeHelper(std::shared_ptr<HelperInstallation> installatio
 void PrivilegeHelper::use(std::shared_ptr<HelperInstallation> installation, HelperConnector connector) {
   installation_ = std::move(installation);
   connector_ = std::move(connector);
-  // New fields: blocks of the old connections that are still on the main queue clear nothing here.
+  // New fields: blocks of the old connections that are still on the main queue change nothing here.
   fields_ = std::make_shared<Fields>();
 }
 

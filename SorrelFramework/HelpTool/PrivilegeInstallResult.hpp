@@ -5,7 +5,7 @@
 
 namespace sorrel {
 
-/// How the installation of the privileged helper ended: one of four cases, the first of them with a code.
+/// The result of the installation of the privileged helper: one of four cases, the first of them with a code.
 class PrivilegeInstallResult {
  public:
   /// The installer failed. Codes 2 to 7, 9 and 10 have texts of their own.
@@ -13,13 +13,13 @@ class PrivilegeInstallResult {
     return {Case::BlessError, code};
   }
   static const PrivilegeInstallResult success;
-  /// The system has nobody who could be asked for rights.
+  /// No program or service of the system can ask for the authorisation.
   static const PrivilegeInstallResult authorizationFail;
-  /// The user, or the system for him, said no.
+  /// The user declined, or the system denied the authorisation.
   static const PrivilegeInstallResult getAdmainFail;
 
   /// The message for the user; "" for `success`. The text of code 9 promises a pasteboard: the application
-  /// keeps that.
+  /// must provide it.
   [[nodiscard]] std::string content() const;
 
   friend bool operator==(const PrivilegeInstallResult&, const PrivilegeInstallResult&) = default;

@@ -17,13 +17,13 @@ namespace {
 
 constexpr int kSeals = F_SEAL_SHRINK | F_SEAL_GROW | F_SEAL_WRITE | F_SEAL_SEAL;
 
-/// Huge pages are sealed alike, but reading them may fail with a signal when the machine has none left.
+/// Huge pages are sealed alike, but reading them may raise a signal when the machine has none left.
 bool isOrdinaryMemory(int descriptor) {
   struct statfs system {};
   return ::fstatfs(descriptor, &system) == 0 && system.f_type == TMPFS_MAGIC;
 }
 
-/// Whoever reads a hole first pays for its memory; the maker is to have paid for all of it.
+/// The first reader of a hole pays for its memory; the sender must have paid for all of it.
 bool hasHoles(const struct stat& status) {
   constexpr blkcnt_t kBlock = 512;
   return status.st_blocks < (status.st_size + kBlock - 1) / kBlock;

@@ -10,17 +10,18 @@
 
 namespace sorrel {
 
-/// Bytes in a file without a name that nobody can change any more, not even its maker: a memfd with the seals
-/// SHRINK, GROW, WRITE and SEAL. The form in which bytes pass between two programs that do not trust each
-/// other: what was checked once stays as it was, and no mapping of it can be cut short.
+/// Bytes in a file without a name that no process can change any more, not even its creator: a memfd with the
+/// seals SHRINK, GROW, WRITE and SEAL. Bytes are passed in this form between two programs that do not trust
+/// each other: once checked they stay unchanged, and no mapping of them can be truncated.
 class SealedMemory {
  public:
-  /// Makes one piece by piece, without holding its bytes in between.
+  /// Creates one piece by piece, without holding its bytes in between.
   class Builder {
    public:
     Builder();
     void append(std::string_view bytes);
-    /// What was appended, with all seals; none open if the system had no memory for it. Once.
+    /// The appended bytes, with all seals; a closed descriptor if the system had no memory for it. To be
+    /// called once.
     [[nodiscard]] FileDescriptor seal();
 
    private:
@@ -33,19 +34,19 @@ class SealedMemory {
     bool isWhole_;
   };
 
-  /// Makes one of `bytes`; none open if the system has no memory for it.
+  /// Creates one from `bytes`; a closed descriptor if the system has no memory for it.
   [[nodiscard]] static FileDescriptor make(std::string_view bytes);
 
-  /// Memory of `size` bytes, all zero, for another process to fill: its size can't change any more. None open
-  /// if the system has no memory for it.
+  /// Memory of `size` bytes, all zero, for another process to fill: its size can't change any more. A closed
+  /// descriptor if the system has no memory for it.
   [[nodiscard]] static FileDescriptor forFilling(std::size_t size);
-  /// Seals what another process has filled and maps it. Nothing while that process can still write to it, nor
-  /// if it left a part out, whose memory this process would have to pay for.
+  /// Seals memory that another process has filled and maps it. Nothing while that process can still write to
+  /// it, nor if it left a part unfilled, whose memory this process would have to pay for.
   [[nodiscard]] static std::optional<SealedMemory> sealFilled(const FileDescriptor& memory);
 
-  /// The content of a descriptor that came from anybody. Nothing unless it is a memfd of ordinary memory with
-  /// all four seals and 1 to `limit` bytes, none of them in a hole, so that reading it takes no memory;
-  /// nothing is mapped before all of that is known. The descriptor may be closed afterwards.
+  /// The content of a descriptor from an untrusted sender. Nothing unless it is a memfd of ordinary memory
+  /// with all four seals and 1 to `limit` bytes, none of them in a hole, so that reading it takes no memory;
+  /// it is mapped only after all these checks. The descriptor may be closed afterwards.
   [[nodiscard]] static std::optional<SealedMemory> map(int descriptor, std::size_t limit);
 
   SealedMemory(SealedMemory&& other) noexcept : bytes_(std::exchange(other.bytes_, {})) {}

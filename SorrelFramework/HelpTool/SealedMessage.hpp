@@ -6,10 +6,10 @@
 
 namespace sorrel {
 
-/// A message in SealedMemory, as replies travel.
+/// A message in SealedMemory, the form in which replies are sent.
 struct SealedMessage {
-  /// Reads a descriptor of any origin, which may be closed afterwards: nothing unless it is SealedMemory of a
-  /// sound message of this kind.
+  /// Reads a descriptor of any origin, which may be closed afterwards: nothing unless it is SealedMemory with
+  /// a well-formed message of this kind.
   [[nodiscard]] static std::optional<HelperMessage> open(int descriptor, HelperMessage::Kind kind);
 };
 

@@ -10,7 +10,7 @@
 namespace sorrel {
 namespace {
 
-/// Folders and endings of one layout.
+/// Folders and suffixes of one layout.
 struct Places {
   std::string_view serviceFolder;
   std::string_view serviceSuffix;
@@ -24,7 +24,7 @@ const Places& places() {
   return Host::current().layout() == Host::Layout::MacVolume ? kMacVolume : kLinuxDesktop;
 }
 
-// blessError codes of what happens before an installer could answer.
+// blessError codes for failures without an exit status of the installer.
 constexpr int kInternalFailure = 2;
 constexpr int kToolNotValid = 5;
 

@@ -8,9 +8,9 @@
 
 namespace sorrel {
 
-/// The helper as the layout of Host::current() keeps it. On the desktop the service file of the system bus,
+/// The helper in the layout of Host::current(). On the desktop the service file of the system bus,
 /// /usr/share/dbus-1/system-services/NAME.service, and /usr/libexec/NAME, both usually installed by a
-/// package; on a macOS volume the two places below /Library.
+/// package; on a macOS volume the two paths below /Library.
 class SystemHelperInstallation : public HelperInstallation {
  public:
   /// `pkexec` is where the system keeps that program; `installer` is an install-helper for an application
