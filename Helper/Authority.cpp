@@ -17,16 +17,16 @@ constexpr const char* kPolkitPath = "/org/freedesktop/PolicyKit1/Authority";
 constexpr const char* kPolkitInterface = "org.freedesktop.PolicyKit1.Authority";
 constexpr std::uint32_t kMayAskTheUser = 1;
 constexpr std::uint32_t kAsksNoUser = 0;
-/// Among the details of a result: the user has closed the question.
+/// A key in the details of a result: the user has closed the dialog.
 constexpr const char* kDismissed = "polkit.dismissed";
 constexpr std::uint64_t kNoTimeout = UINT64_MAX;
 
 using Details = std::map<std::string, std::string>;
 using Subject = sdbus::Struct<std::string, std::map<std::string, sdbus::Variant>>;
-/// Whether it is authorised; whether a password could authorise it; details.
+/// Whether the subject is authorised; whether a password could authorise it; details.
 using CheckResult = sdbus::Struct<bool, bool, Details>;
 
-/// What the question names, ready to be read: a message of polkit knows no plural.
+/// The items of the event as readable text: polkit's messages have no plural forms.
 std::string countedItems(Action action, std::size_t count) {
   const char* const item = action == Action::Move ? "extension" : "item";
   return std::to_string(count) + " " + item + (count == 1 ? "" : "s");
@@ -77,7 +77,8 @@ void Authority::explain(const std::string& sender, const std::string& action, Ch
       .onInterface(kPolkitInterface)
       .withArguments(subject, action, Details(), kAsksNoUser, std::string())
       .uponReplyInvoke([answer = std::move(answer)](const sdbus::Error* error, const CheckResult& result) {
-        // A yes that comes only now was given to nothing.
+        // An authorisation in this second check, made without a dialog, was not given for this event: it does
+        // not count.
         if (error != nullptr || result.get<0>()) return answer(false, HelperRefusal::notAuthorised);
         answer(false, result.get<1>() ? HelperRefusal::wrongPassword : HelperRefusal::neverAsked);
       });

@@ -15,7 +15,8 @@ namespace {
 using BeginResult = sdbus::Result<std::uint64_t, sdbus::UnixFd>;
 using RunResult = sdbus::Result<bool, std::int32_t, sdbus::UnixFd>;
 
-/// The answer without memory or descriptors for a better one. It is no refusal: the event may have been done.
+/// The answer when memory or descriptors for a better one are lacking. It is not a refusal: the event may
+/// have been executed.
 template <class Result>
 void returnNoMemory(const Result& result) {
   result.returnError(sdbus::Error("org.freedesktop.DBus.Error.NoMemory", "no memory"));

@@ -12,35 +12,35 @@
 
 namespace sorrel::helper {
 
-/// The calls that are under way, by number. Callers that are not identified yet may have one call each and
-/// kMostUnidentified together; identified users one each, kMostQuestions together while polkit is asked, and
-/// kMost together once they are authorised: questions, which need no yes, hold up no authorised user.
+/// The active calls, by number. Callers that are not identified yet may have one call each and
+/// kMostUnidentified in total; identified users one each, kMostQuestions in total while polkit is queried,
+/// and kMost in total once they are authorised: unanswered questions do not block authorised users.
 class CallList {
  public:
   static constexpr std::size_t kMost = 16;
   static constexpr std::size_t kMostUnidentified = 1024;
   static constexpr std::size_t kMostQuestions = 1024;
 
-  /// Gives the call its number and returns it.
+  /// Assigns the call's number and returns the call.
   HelperCall& add(std::unique_ptr<HelperCall> call);
-  /// Null if it is not under way any more.
+  /// Null if it is no longer active.
   [[nodiscard]] HelperCall* find(std::uint64_t id) const;
-  /// Takes one off the list that is on it.
+  /// Removes a call that is on the list.
   std::unique_ptr<HelperCall> take(std::uint64_t id);
 
   [[nodiscard]] bool canIdentify(const std::string& sender) const;
-  /// Whether an identified user has an event under way.
+  /// True if an identified user has an active event.
   [[nodiscard]] bool hasCallOf(std::uint32_t uid) const;
   [[nodiscard]] bool mayAsk() const;
-  /// Whether kMost authorised calls are under way.
+  /// True if kMost authorised calls are active.
   [[nodiscard]] bool isFull() const;
-  /// Whether anything is under way for an identified, or for an authorised, caller.
+  /// True if a call is active for an identified, or for an authorised, caller.
   [[nodiscard]] bool hasWork() const;
   [[nodiscard]] bool hasAuthorisedWork() const;
   /// The most that the replies to the running events can take, except for this one. An event that may still
   /// never run holds no room.
   [[nodiscard]] std::size_t mostReplyBytesBeside(const HelperCall& call) const;
-  /// When the first ticket expires.
+  /// The time when the first ticket expires.
   [[nodiscard]] std::optional<HelperCall::Clock::time_point> firstDeadline() const;
 
   /// The numbers of all calls, or of those of one connection.

@@ -19,9 +19,9 @@ constexpr std::uint32_t kNeeded =
 
 bool isNeeded(int capability) { return capability < 32 && (kNeeded >> capability & 1U) != 0; }
 
-/// Bounds what programs that this process starts can have.
+/// Limits the capabilities of programs that this process starts.
 bool boundCapabilities() {
-  // The kernel may know more of them than the header that this was compiled with.
+  // The kernel may know more capabilities than the header that this was compiled with.
   for (int capability = 0;; ++capability) {
     const int has = ::prctl(PR_CAPBSET_READ, capability);
     if (has < 0) return errno == EINVAL && capability > CAP_FOWNER;

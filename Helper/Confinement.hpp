@@ -2,13 +2,14 @@
 
 namespace sorrel::helper {
 
-/// Takes from this process, for good, every right that its work does not need: its capabilities are the three
-/// that removing other users' files takes, no program that it starts gets more, and it opens at most
-/// kMostDescriptors files. The unit of the service manager does the same; a bus without a service manager
-/// starts the program without a unit. False, with errno, if that failed. Before the first thread.
+/// Permanently drops every permission of this process that its work does not need: it keeps the three
+/// capabilities needed to remove other users' files, programs that it starts get no more, and it opens at
+/// most kMostDescriptors files. The unit of the service manager does the same; a bus without a service
+/// manager starts the program without a unit. False, with errno, if that failed. To be called before the
+/// first thread starts.
 bool confineProcess();
 
-/// As in the unit.
+/// The same value as in the unit.
 inline constexpr unsigned kMostDescriptors = 4096;
 
 }  // namespace sorrel::helper

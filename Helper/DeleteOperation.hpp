@@ -6,9 +6,9 @@
 
 namespace sorrel::helper {
 
-/// Deletes the item at `path`, with all that lies below it, if it is what the sender sees there. What neither
-/// side finds, in a place where it might have been deleted, is a success: somebody else was first. The
-/// failure is DeleteError.
+/// Deletes the item at `path`, with everything below it, if it is the item that the sender saw. If neither
+/// side finds an item, at a path where a deletion would be allowed, that is a success: another process was
+/// first. The failure is DeleteError.
 PathResult deletePath(std::string_view path, const SenderView& seen, const RemovalPolicy& policy);
 
 }  // namespace sorrel::helper

@@ -14,7 +14,7 @@ using Type = MessageView::Type;
 constexpr std::string_view kOperationKey = "OperationValue";
 constexpr std::string_view kTargetKey = "ToPath";
 
-/// What stands below each path of an event.
+/// The entries expected below each path of an event.
 enum class Below { Nothing, Numbers, Target };
 
 struct Row {
@@ -38,7 +38,7 @@ constexpr auto kRows = std::to_array<Row>({
      "clean-dns"},
     {Kind::Maintenance, Operation::RebuildSpotlight, false, Below::Nothing, Action::Maintenance,
      Error::NoCause, "rebuild-index"},
-    // A list of paths is a deletion, by whatever event it comes.
+    // A list of paths is a deletion, in any kind of event.
     {Kind::Maintenance, Operation::Clean, true, Below::Nothing, Action::Delete, Error::DeleteError, "clean"},
     {Kind::Maintenance, Operation::Move, true, Below::Target, Action::Move, Error::MoveFail, "move"},
 });
@@ -67,7 +67,7 @@ bool fits(const MessageView::Dictionary& below, Below form) {
   return false;
 }
 
-/// The operation that a Maintenance event names; nothing if it names none that is known.
+/// The operation of a Maintenance event; nothing if it is missing or unknown.
 std::optional<Operation> operationOf(const MessageView& event) {
   for (const MessageView::Entry& entry : event.dictionary()) {
     if (entry.key != kOperationKey || entry.type != Type::Number) continue;

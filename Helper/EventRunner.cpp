@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::string_view kTarget = "ToPath";
 
-/// Hands each result on as soon as it is there, and keeps whether all were successes.
+/// Passes each result on at once, and records whether all were successes.
 class Results {
  public:
   explicit Results(ResultSink& sink) : sink_(sink) {}
@@ -63,7 +63,7 @@ void runShred(const MessageView& event, const RemovalPolicy& policy, Results& re
       results.add(entry.index, result);
     }
   }
-  // What lies in a folder comes behind it in the order of the keys.
+  // The contents of a folder follow it in the order of the keys.
   for (auto folder = folders.rbegin(); folder != folders.rend(); ++folder) {
     results.add(folder->index, removeShreddedFolder(folder->path, folder->seen, policy));
   }

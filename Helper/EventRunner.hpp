@@ -16,34 +16,34 @@ namespace sorrel::helper {
 /// same.
 struct EventJob {
   EventForm form;
-  std::uint32_t caller = 0;  ///< user id, as the bus knows it
-  /// The dictionary, with what the sender sees under each path. Lies in sealed memory.
+  std::uint32_t caller = 0;  ///< user id, as reported by the bus
+  /// The dictionary, with the sender's view of each path. Lies in sealed memory.
   MessageView event;
   const HelperConfiguration& configuration;
 };
 
-/// Takes what is done with each path, as soon as it is done: the answer holds it even if the worker dies
-/// right after.
+/// Gets the result of each path as soon as the path is processed: the answer includes it even if the worker
+/// dies right after.
 class ResultSink {
  public:
   virtual ~ResultSink() = default;
-  /// Once for each path, in any order. `index` is that of its entry at the top of the event's dictionary. A
-  /// text longer than kMostResultText bytes is cut.
+  /// Once for each path, in any order. `index` is that of its entry in the event's top-level dictionary. A
+  /// text longer than kMostResultText bytes is truncated.
   virtual void result(std::size_t index, HelperEventErrorID status, std::string_view desc) = 0;
 };
 inline constexpr std::size_t kMostResultText = 512;
 
-/// What every path gets, with the fault after it, while the configuration has one.
+/// The text for every path, followed by the fault, while the configuration has one.
 inline constexpr std::string_view kFaultyConfigurationText = "The helper’s configuration can’t be used: ";
 
-/// What the caller gets beside the results. A path without a result counts as failed.
+/// The rest of the caller's answer besides the results. A path without a result counts as failed.
 struct EventOutcome {
   bool flag = false;
   std::int32_t code = static_cast<std::int32_t>(HelperEventErrorID::NoCause);
 };
 
-/// Does what the event asks for. Runs in a process of its own, as root, that may be killed at any moment and
-/// has one thread; its current folder is "/", its environment holds PATH alone.
+/// Executes the event. Runs in a process of its own, as root, that may be killed at any moment and has one
+/// thread; its current folder is "/", its environment contains only PATH.
 EventOutcome runEvent(const EventJob& job, ResultSink& sink);
 
 }  // namespace sorrel::helper

@@ -9,18 +9,18 @@
 
 namespace sorrel::helper {
 
-/// Writes over what an open regular file holds (FileOverwriter): all bytes 0xFF, then random ones, then 0x00,
-/// each pass brought to the disk, and reads the last one back.
+/// Overwrites the content of an open regular file (FileOverwriter): all bytes 0xFF, then random ones, then
+/// 0x00, each pass flushed to the disk, and reads the last one back.
 class FileShredder {
  public:
   static constexpr std::size_t kBlock = FileOverwriter::kBlock;
   using Sync = FileOverwriter::Sync;
 
-  /// `file` is open for reading and writing.
+  /// `file` must be open for reading and writing.
   explicit FileShredder(int file, Sync sync = ::fsync) : overwriter_(file, std::move(sync)) {}
 
-  /// 0, or the errno of the first failure: those of FileOverwriter, and EIO for bytes that don't come back as
-  /// they were written.
+  /// 0, or the errno of the first failure: those of FileOverwriter, and EIO for bytes that are not read back
+  /// as they were written.
   [[nodiscard]] int run();
   /// Whether data stayed that can't be overwritten in place.
   [[nodiscard]] bool hasLeftData() const noexcept { return overwriter_.hasLeftData(); }

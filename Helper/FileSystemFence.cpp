@@ -7,7 +7,7 @@
 namespace sorrel::helper {
 namespace {
 
-// A type that is not here may be one that nobody has thought of.
+// A type that is not listed may be one that was never considered.
 constexpr std::string_view kLocalTypes[] = {
     "ext2",    "ext3", "ext4",     "xfs",      "btrfs", "f2fs",    "zfs",  "bcachefs", "jfs",
     "nilfs2",  "ntfs", "reiserfs", "vfat",     "msdos", "exfat",   "hfs",  "hfsplus",  "ntfs3",
@@ -19,7 +19,7 @@ FileSystemFence::FileSystemFence(std::vector<std::string> allowedTypes, std::uni
     : allowedTypes_(std::move(allowedTypes)), table_(std::move(source)) {}
 
 bool FileSystemFence::mayEnter(std::uint64_t mount) {
-  // The number of a mount that is gone may already be that of another.
+  // The ID of a mount that is gone may already have been reused.
   table_.refresh();
   const Mount* const found = table_.find(mount);
   return found != nullptr && isAllowed(found->type);

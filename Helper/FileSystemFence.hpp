@@ -10,16 +10,16 @@
 
 namespace sorrel::helper {
 
-/// Which file systems the helper works on: those that are known to keep their files on this machine and to
-/// answer without a user's program or the network, and those that the administrator adds. A FUSE or network
-/// file system may never answer, and answers what its maker likes.
+/// The file systems that the helper works on: those known to store their files on this machine and to answer
+/// without a user's program or the network, and those that the administrator adds. A FUSE or network file
+/// system may never answer, and may answer anything.
 class FileSystemFence {
  public:
   explicit FileSystemFence(std::vector<std::string> allowedTypes,
                            std::unique_ptr<MountSource> source = nullptr);
 
-  /// Whether the mount of this number may be entered. Reads the mount table alone: the file system
-  /// itself is not asked. A mount that is not in the table may not.
+  /// True if the mount with this ID may be entered. Reads the mount table only: the file system itself is not
+  /// queried. False for a mount that is not in the table.
   [[nodiscard]] bool mayEnter(std::uint64_t mount);
 
  private:

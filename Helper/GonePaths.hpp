@@ -5,11 +5,11 @@
 
 namespace sorrel::helper {
 
-/// Paths that are gone, in ascending byte order as they come; knows what lay below them.
+/// Paths that are gone, added in ascending byte order; tells which later paths lay below them.
 class GonePaths {
  public:
   void add(std::string_view path) { paths_.push_back(path); }
-  /// Whether `path`, which sorts after all that were added, lay below one of them.
+  /// True if `path`, which sorts after all added ones, lay below one of them.
   [[nodiscard]] bool holds(std::string_view path);
 
  private:

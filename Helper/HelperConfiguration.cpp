@@ -39,14 +39,15 @@ bool setSeconds(std::string_view value, std::chrono::seconds& place) {
   return true;
 }
 
-/// Whether an editor or a web page has left a typographic quote or a no-break space at the end.
+/// True if an editor or a web page has left a typographic quote or a no-break space at the end.
 bool endsTypographically(std::string_view value) {
   constexpr std::string_view kEnds[] = {"\u00a0", "\u2018", "\u2019", "\u201c", "\u201d", "\u202f"};
   return std::ranges::any_of(kEnds, [value](std::string_view end) { return value.ends_with(end); });
 }
 
-/// The value of "refuse" as a path, "" if it is none. A quoted path, an escape, a pattern, a variable, a list
-/// or a comment after the path would name a place that does not exist, and so protect nothing.
+/// The value of "refuse" as a path, "" if it is not a plain path. A quoted path, an escape, a pattern, a
+/// variable, a list or a comment after the path would name a path that does not exist, and so protect
+/// nothing.
 std::string refusedPlace(std::string_view value) {
   constexpr std::string_view kNeverPlain = "\"\\*?${};";
   if (value.find_first_of(kNeverPlain) != std::string_view::npos || value.ends_with('\'')) return {};
@@ -112,7 +113,7 @@ HelperConfiguration unusable(const char* fault) {
 }
 
 HelperConfiguration readIn(int folder, const char* name) {
-  // O_NONBLOCK: a FIFO in its place must not keep the helper from starting.
+  // O_NONBLOCK: a FIFO at this path must not keep the helper from starting.
   const FileDescriptor file(::openat(folder, name, O_RDONLY | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
   if (!file.isOpen()) return errno == ENOENT ? HelperConfiguration() : unusable("cannot be opened");
   if (!isRootsAlone(file.get(), S_IFREG)) return unusable("others than root may write it");
@@ -129,7 +130,7 @@ HelperConfiguration HelperConfiguration::parse(std::string_view text) {
     const std::size_t end = text.find('\n');
     const std::string_view words = trimmed(text.substr(0, end));
     text.remove_prefix(end == std::string_view::npos ? text.size() : end + 1);
-    // A control byte in a comment may be the line end of another system, and what follows it a line.
+    // A control byte in a comment may be a line end on another system, and the text after it a line.
     const bool isComment = words.starts_with('#') && std::ranges::none_of(words, isOddControl);
     if (words.empty() || isComment || setLine(words, configuration)) continue;
     if (configuration.fault.empty()) configuration.fault = "line " + std::to_string(line) + " makes no sense";
@@ -143,7 +144,7 @@ HelperConfiguration HelperConfiguration::read(const std::string& file) {
   constexpr int flags = O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC;
   const FileDescriptor folder(::open(file.substr(0, slash).c_str(), flags));
   if (!folder.isOpen()) return errno == ENOENT ? HelperConfiguration() : unusable("cannot be opened");
-  // Another user could take the file away, and with it all that it refuses.
+  // Another user could remove the file, and with it all its rules.
   if (!isRootsAlone(folder.get(), S_IFDIR)) return unusable("others than root may write its folder");
   return readIn(folder.get(), file.c_str() + slash + 1);
 }

@@ -10,30 +10,31 @@
 
 namespace sorrel::helper {
 
-/// What the administrator adds to the rules of the helper, /etc/NAME/helper.conf. It can only make the rules
-/// about places stricter: nothing lifts what is built in.
+/// The administrator's additions to the rules of the helper, /etc/NAME/helper.conf. It can only make the
+/// rules about paths stricter: nothing lifts the built-in rules.
 ///
 /// Lines "key = value"; empty lines and lines that begin with "#" are skipped:
-///   refuse = /absolute/path       neither the place, nor what lies in it, nor what is above it; repeatable,
-///                                 with or without a slash at the end. The path is written plainly: quotes,
-///                                 backslashes, and a comment after it are faults
-///   allow-file-system = TYPE      works on this type too, as /proc/self/mountinfo calls it; repeatable
-///   log-paths = yes | no          whether the journal names what was removed; yes by default
-///   idle-seconds = 0...3600       how long the helper stays without work; 300 by default
 ///
-/// A file that exists and cannot be used whole makes the helper refuse every event: the line that was not
-/// understood may have been the one that protects something.
+///     refuse = /absolute/path       the item, its contents and its ancestors are never touched; repeatable,
+///                                   with or without a trailing slash. The path is written plainly: quotes,
+///                                   backslashes, and a comment after it are faults
+///     allow-file-system = TYPE      also works on this type, named as in /proc/self/mountinfo; repeatable
+///     log-paths = yes | no          whether the journal names the removed paths; yes by default
+///     idle-seconds = 0...3600       how long the helper stays without work; 300 by default
+///
+/// If a file exists and is not valid as a whole, the helper refuses every event: the line that was not
+/// understood may have been one that protects a path.
 struct HelperConfiguration {
   std::vector<std::string> refusedPlaces;
   std::vector<std::string> allowedFileSystems;
   bool logsPaths = true;
   std::chrono::seconds idle{300};
-  /// Why the file cannot be used; "" if it can, or if there is none. With a fault no event may be carried
-  /// out. It names no path, so that it can be shown to any caller.
+  /// Why the file cannot be used; "" if it can, or if there is none. With a fault no event may be executed.
+  /// It names no path, so that it can be shown to any caller.
   std::string fault;
 
-  /// Reads the file. Only root may be able to write it and the folder that it lies in, and neither may be a
-  /// link. No file is no fault.
+  /// Reads the file. Only root may have write permission on it and on its folder, and neither may be a link.
+  /// A missing file is not a fault.
   static HelperConfiguration read(const std::string& file);
   /// Reads the text of such a file.
   static HelperConfiguration parse(std::string_view text);

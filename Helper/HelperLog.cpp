@@ -87,7 +87,7 @@ void HelperLog::write(int priority, const std::string& line) {
     ::syslog(priority, "%s", line.c_str());
     return;
   }
-  // The journal reads the priority from the beginning of the line; one write is one line.
+  // The journal reads the priority from the beginning of the line; one write call is one line.
   const std::string whole = "<" + std::to_string(priority) + ">" + line + "\n";
   [[maybe_unused]] const ssize_t written = ::write(STDERR_FILENO, whole.data(), whole.size());
 }

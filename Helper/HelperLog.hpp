@@ -11,24 +11,25 @@
 namespace sorrel::helper {
 
 /// The text with every byte that is not plain ASCII, and every quote and backslash, as \xHH: one line, in
-/// which nobody can pretend the end of a field. Cut after kMostEscaped bytes of input, with "..." behind it.
+/// which no text can fake the end of a field. Truncated after kMostEscaped bytes of input, with "..."
+/// appended.
 inline constexpr std::size_t kMostEscaped = 1024;
 [[nodiscard]] std::string escapedForLog(std::string_view text);
 
-/// The number of no user, for callers that are not known yet.
+/// A number that no user has, for callers that are not identified yet.
 inline constexpr std::uint32_t kUnknownUser = UINT32_MAX;
 
-/// Lets a burst through, then as much in each interval.
+/// Allows a burst, then the same number in each interval.
 class RateLimit {
  public:
   using Clock = std::chrono::steady_clock;
 
   RateLimit(std::size_t burst, std::chrono::seconds interval) : burst_(burst), interval_(interval) {}
-  /// Whether one more may pass at this moment.
+  /// True if one more may pass now.
   [[nodiscard]] bool admits(Clock::time_point now);
   /// Whether the interval is over, so that the limit says nothing about the next one.
   [[nodiscard]] bool isOver(Clock::time_point now) const { return now - start_ >= interval_; }
-  /// How many were held back since the last call.
+  /// Returns and resets the number of suppressed lines.
   [[nodiscard]] std::size_t takeHeldBack();
 
  private:
@@ -39,26 +40,26 @@ class RateLimit {
   std::size_t heldBack_ = 0;
 };
 
-/// The journal: standard error where the service manager reads it, else the system log with a copy there. The
-/// caller escapes what comes from outside.
+/// The journal: standard error if the service manager reads it, else the system log and a copy on standard
+/// error. The caller escapes external texts.
 class HelperLog {
  public:
   using Now = std::function<RateLimit::Clock::time_point()>;
 
-  /// `name` must stay. To be made before the environment is cleared.
+  /// `name` must outlive the log. To be constructed before the environment is cleared.
   explicit HelperLog(const char* name, Now now = RateLimit::Clock::now);
 
-  /// Tells what was held back and not reported yet.
+  /// Reports the suppressed lines that were not reported yet.
   ~HelperLog();
   HelperLog(const HelperLog&) = delete;
   HelperLog& operator=(const HelperLog&) = delete;
 
   void info(const std::string& line);
   void error(const std::string& line);
-  /// A line that user `uid` can cause at will: at most kMostOfUser of them in ten seconds. `line` is only
-  /// called for a line that is written.
+  /// A line that user `uid` can cause at will: at most kMostOfUser of them in ten seconds. `line` is called
+  /// only if the line is written.
   void limited(std::uint32_t uid, const std::function<std::string()>& line);
-  /// Writes how many lines of that user were held back since the last time.
+  /// Writes how many lines of that user were suppressed since the last report.
   void reportHeldBack(std::uint32_t uid);
 
   static constexpr std::size_t kMostOfUser = 50;

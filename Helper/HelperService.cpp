@@ -28,9 +28,10 @@ namespace {
 using Clock = HelperCall::Clock;
 using Stage = HelperCall::Stage;
 
-/// Grace period after start-up before the idle time counts: the call that started the helper is on its way.
+/// Grace period after start-up before the idle time counts: the call that started the helper is about to
+/// arrive.
 constexpr std::chrono::seconds kStart{2};
-/// Messages that are handled in a row before the workers' results are read.
+/// Messages processed in a row before the workers' results are read.
 constexpr int kMostInARow = 64;
 
 }  // namespace
@@ -53,7 +54,7 @@ class HelperService::Core {
  private:
   struct Caller {
     std::uint32_t uid = kUnknownUser;
-    bool isAuthorised = false;  ///< polkit has said yes to a call of this connection
+    bool isAuthorised = false;  ///< polkit has authorised a call of this connection
   };
 
   void offer();
@@ -87,12 +88,12 @@ class HelperService::Core {
   const Configure configure_;
   const HelperConfiguration* configuration_;
   HelperLog& log_;
-  std::unique_ptr<sdbus::IConnection> connection_;  // outlives what came over it
+  std::unique_ptr<sdbus::IConnection> connection_;  // outlives the objects received over it
   CallList calls_;
   std::map<std::string, Caller> callers_;  // by unique name; erased when the connection leaves the bus
-  bool isStopping_ = false;                // takes no more work
+  bool isStopping_ = false;                // accepts no more work
   bool isLeaving_ = false;                 // ends when no authorised work is left
-  std::size_t repliedBytes_ = 0;           // their receivers may still hold this much of our memory
+  std::size_t repliedBytes_ = 0;  // this much of our memory may still be held by the receivers of replies
   Clock::time_point lastWork_ = Clock::now() + kStart;
   Supervisor supervisor_;
   sdbus::Slot departures_;
@@ -109,7 +110,7 @@ void HelperService::Core::offer() {
        },
        [this](RunAnswers&& answers, std::uint64_t ticket) { runEvent(std::move(answers), ticket); },
        [this] { endCalls(calls_.from(sender()), HelperRefusal::stopped); }, [this] { return close(); }});
-  // Before any call can come: the bus reports a departure after the last call of the connection.
+  // Registered before any call can arrive: the bus reports a departure after the last call of the connection.
   departures_ = connection_->addMatch(
       "type='signal',sender='org.freedesktop.DBus',interface='org.freedesktop.DBus',"
       "member='NameOwnerChanged',arg2=''",
@@ -135,7 +136,7 @@ void HelperService::Core::begin(BeginAnswers&& answers, const std::optional<Even
   admit(std::move(call));
 }
 
-/// The reason why no call is taken any more; null while calls are.
+/// The reason why no call is accepted any more; null while calls are.
 const char* HelperService::Core::refusalOfAll() {
   const bool isFree = !isLeaving_ && !calls_.hasAuthorisedWork();
   if (isFree && identity_.isReplaced && identity_.isReplaced()) {
@@ -271,7 +272,7 @@ void HelperService::Core::refuse(HelperCall& call, const std::string& reason) {
   });
 }
 
-/// The call is off the list before its caller can make another.
+/// The call is removed from the list before its caller can make another.
 template <class Answer>
 void HelperService::Core::answer(const HelperCall& call, const Answer& send) {
   const auto ended = calls_.take(call.id);
@@ -307,7 +308,7 @@ void HelperService::Core::stop() {
   endCalls(calls_.all(), HelperRefusal::stopped);
 }
 
-/// False once the bus is gone. A flood of messages does not keep the workers' results waiting.
+/// False once the bus is gone. A flood of messages does not delay the workers' results.
 bool HelperService::Core::serveBus() {
   try {
     const auto isDone = [this] { return isLeaving_ && !calls_.hasAuthorisedWork(); };
@@ -320,7 +321,7 @@ bool HelperService::Core::serveBus() {
   }
 }
 
-/// True at the end of the service. Gives up the name first, so that later calls start the next helper, and
+/// True at the end of the service. Releases the name first, so that later calls start the next helper, and
 /// answers the calls that were delivered before that.
 bool HelperService::Core::leave() {
   if (calls_.hasAuthorisedWork()) return false;
@@ -346,7 +347,7 @@ Clock::time_point HelperService::Core::idleEnd() const {
   return lastWork_ + configuration_->idle + (calls_.hasWork() ? identity_.question : std::chrono::seconds(0));
 }
 
-/// When something is to be done though nothing happens.
+/// The next time at which work is due without an incoming event.
 std::optional<Clock::time_point> HelperService::Core::deadline() const {
   if (const auto ticket = calls_.firstDeadline()) return ticket;
   return calls_.hasAuthorisedWork() ? std::nullopt : std::optional(idleEnd());

@@ -16,14 +16,14 @@ class IConnection;
 
 namespace sorrel::helper {
 
-/// What the service is and may do.
+/// Identity and settings of the service.
 struct HelperIdentity {
   std::string service;  ///< its name on the bus
   std::string version;
-  /// Whether another program has taken the place of this one on the disk; may be empty.
+  /// True if another program has replaced this one on the disk; may be empty.
   std::function<bool()> isReplaced;
   /// Another connection to the bus, over which the service checks that no descriptor can reach it; null for
-  /// no check. Used at the start alone.
+  /// no check. Used at the start only.
   std::shared_ptr<sdbus::IConnection> probe;
   /// For how long questions to users may delay the end of an idle helper.
   std::chrono::seconds question{300};
@@ -54,10 +54,10 @@ class HelperService {
 
   /// Takes the name and serves until the helper is closed, has been idle, `stopSignal` becomes readable, or
   /// the bus is gone. After a stop, running workers are killed and their events answered. False if there is
-  /// no bus or no name (any more), or if the bus would let descriptors through.
+  /// no bus, the name is not available or is lost, or the bus would let descriptors through.
   bool run(int stopSignal);
 
-  /// How long a caller may take to fill the memory that it got.
+  /// How long a caller may take to fill its memory.
   static constexpr std::chrono::seconds kFill{60};
 
  private:

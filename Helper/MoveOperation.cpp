@@ -71,15 +71,15 @@ bool isRootsAlone(const ItemIdentity& folder) {
   return folder.isDirectory() && folder.uid == 0 && (folder.mode & (S_IWGRP | S_IWOTH)) == 0;
 }
 
-/// From "/" to the folder with the extension.
+/// Checks the folders from "/" to the folder with the extension.
 bool isSafeWay(const RemovalTarget& item) {
   const std::vector<ItemIdentity>& chain = item.chain();
-  // The volume, its folder Library, and the one with the extension.
+  // The volume, its folder Library, and the folder with the extension.
   if (item.isBehindLink() || chain.size() < 3) return false;
   const std::size_t volume = chain.size() - 3;
   if (!chain[volume].isMountRoot && volume != 0) return false;
   for (std::size_t i = 0; i < chain.size(); ++i) {
-    // In a sticky folder nobody can put something else in the place of what root has there.
+    // In a sticky folder other users can't replace an item that root owns.
     const bool isSticky = i < volume && chain[i].uid == 0 && chain[i].isSticky();
     if (!isSticky && !isRootsAlone(chain[i])) return false;
   }
@@ -90,7 +90,7 @@ FileDescriptor openFolder(int folder, const std::string& name) {
   return FileDescriptor(::openat(folder, name.c_str(), O_PATH | O_DIRECTORY | O_NOFOLLOW | O_CLOEXEC));
 }
 
-/// Readable for everybody, as the folder beside it is.
+/// Readable for everybody, like the folder beside it.
 int makeFolder(int folder, const std::string& name) {
   constexpr mode_t kReadable = S_IRWXU | S_IRGRP | S_IXGRP | S_IROTH | S_IXOTH;
   const mode_t before = ::umask(S_IWGRP | S_IWOTH);
@@ -99,7 +99,7 @@ int makeFolder(int folder, const std::string& name) {
   return error;
 }
 
-/// The folder beside the one that holds the extension; not open, with errno, if it is not there.
+/// The folder beside the one that contains the extension; not open, with errno, if it does not exist.
 FileDescriptor openBeside(const RemovalTarget& source, const ExtensionPath& target) {
   const FileDescriptor library = openFolder(source.folder(), "..");
   const auto identity = library.isOpen() ? identityOf(library.get()) : std::nullopt;

@@ -8,7 +8,7 @@
 namespace sorrel::helper {
 namespace {
 
-/// No item has this number: Linux gives no file system the device 0.
+/// No item has this number: Linux assigns the device 0 to no file system.
 constexpr ItemNumber kNothing{0, 0};
 
 std::optional<ItemNumber> expectedBy(const SenderView& seen) {
@@ -24,7 +24,7 @@ std::optional<ItemNumber> expectedBy(const SenderView& seen) {
   return kNothing;
 }
 
-/// The name of a user, or the number of one that has none.
+/// The name of a user, or the number if the user has no name.
 std::string nameOf(std::uint32_t uid) {
   const passwd* const user = ::getpwuid(uid);
   return user != nullptr ? user->pw_name : "user " + std::to_string(uid);

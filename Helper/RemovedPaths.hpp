@@ -9,10 +9,10 @@
 
 namespace sorrel::helper {
 
-/// What the journal says about the paths that an event removed.
+/// The journal's report of the paths that an event removed.
 struct RemovedPaths {
   static constexpr std::size_t kMost = 100;
-  /// The first kMost paths that are gone and did not lie below another one that is.
+  /// The first kMost removed paths that did not lie below another removed path.
   std::vector<std::string_view> topmost;
   /// Number of all paths of that kind.
   std::size_t count = 0;

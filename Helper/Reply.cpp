@@ -22,7 +22,7 @@ constexpr std::string_view kPath = "Path";
 // The caps of a reply leave room for this much.
 static_assert(kUnfinishedText.size() <= 40);
 
-/// Where a message goes when only its size matters.
+/// An output that only counts the size of a message.
 class Counter {
  public:
   void append(std::string_view bytes) { size_ += bytes.size(); }
@@ -32,7 +32,7 @@ class Counter {
   std::size_t size_ = 0;
 };
 
-/// Writes the pieces of the form of encodeHelperMessage(), so that no reply is ever held as a dictionary.
+/// Writes the parts of the form of encodeHelperMessage(), so that a reply never exists as a dictionary.
 template <class Out>
 class Pieces {
  public:
@@ -79,7 +79,7 @@ class Pieces {
   Out& out_;
 };
 
-/// The running number of an entry: of one width, so that their order as texts is that of the numbers.
+/// The running number of an entry: of fixed width, so that the numbers sort as texts.
 class NumberKey {
  public:
   explicit NumberKey(std::size_t index) {
@@ -95,7 +95,7 @@ class NumberKey {
   std::array<char, 7> digits_{};
 };
 
-/// All that a reply is made of.
+/// The data from which a reply is made.
 struct Content {
   const EventForm& form;
   const MessageView& event;
@@ -105,8 +105,8 @@ struct Content {
 
   [[nodiscard]] bool isDelete() const { return form.kind == HelperHanldeEventID::Delete; }
   [[nodiscard]] bool isShred() const { return form.kind == HelperHanldeEventID::Shred; }
-  /// Entries of the reply: all paths of a Delete, none of what succeeded as a whole, else the failed ones
-  /// and, for Shred, the others too.
+  /// Entries of the reply: all paths of a Delete; none if everything succeeded; else the failed ones and, for
+  /// Shred, the others too.
   [[nodiscard]] std::size_t entries() const {
     if (isDelete()) return form.paths;
     if (flag) return 0;
@@ -163,7 +163,7 @@ FileDescriptor sealedWithoutEntries() {
   return memory.seal();
 }
 
-/// The same memory for every caller: keeping many replies takes no memory of the helper.
+/// The same memory for every caller: callers that keep many replies use no further memory of the helper.
 FileDescriptor withoutEntries() {
   static FileDescriptor message;
   if (!message.isOpen()) message = sealedWithoutEntries();
@@ -174,7 +174,7 @@ FileDescriptor withoutEntries() {
 
 Reply Reply::of(const EventForm& form, const MessageView& event, const ResultTable& results,
                 const EventOutcome& outcome, std::size_t most) {
-  // What the worker says of the whole never covers a path that is not known to be done.
+  // The worker's overall result never covers a path that is not known to be done.
   const bool flag = outcome.flag && results.successes() == form.paths;
   const std::int32_t code = outcome.flag && !flag ? static_cast<std::int32_t>(form.failure()) : outcome.code;
   Content content{form, event, results, flag, true};

@@ -14,12 +14,12 @@ namespace sorrel::helper {
 /// The text of a path without a result.
 inline constexpr std::string_view kUnfinishedText = "The operation was not finished.";
 
-/// What goes back to the caller.
+/// The answer to the caller.
 struct Reply {
   bool flag = false;
   std::int32_t code = static_cast<std::int32_t>(HelperEventErrorID::NoCause);
   FileDescriptor message;  ///< sealed; not open if the system has no memory for it
-  std::size_t bytes = 0;   ///< of the message that are this reply's own
+  std::size_t bytes = 0;   ///< bytes of the message that are not shared with other replies
 
   /// The forms are those of HelperProtocol; of Delete and Shred, where nobody reads the keys, they are
   /// running numbers. A path without a result has failed. If the reply would have more than `most` bytes, the

@@ -12,7 +12,7 @@ namespace {
 
 constexpr std::uint32_t kEnd = UINT32_MAX;
 
-/// Both ends are one program on one machine: the record travels as it lies in memory.
+/// Both ends are one program on one machine, so the record is sent in its memory layout.
 struct Record {
   std::uint32_t index = kEnd;
   std::int32_t code = 0;  // the status of a path, or the code of the outcome

@@ -14,10 +14,10 @@ namespace sorrel::helper {
 /// the process if the other end is gone.
 class ResultPipeWriter : public ResultSink {
  public:
-  /// Takes no part in the life of `pipe`.
+  /// Does not own `pipe`.
   explicit ResultPipeWriter(int pipe) : pipe_(pipe) {}
   void result(std::size_t index, HelperEventErrorID status, std::string_view desc) override;
-  /// The last word.
+  /// Writes the final record.
   void end(const EventOutcome& outcome);
 
  private:
@@ -26,20 +26,20 @@ class ResultPipeWriter : public ResultSink {
   int pipe_;
 };
 
-/// The supervisor's end: takes what comes, in pieces of any size.
+/// The supervisor's end: accepts the stream in pieces of any size.
 class ResultPipeReader {
  public:
   explicit ResultPipeReader(ResultTable& table) : table_(table) {}
-  /// False if the bytes are none that a writer makes.
+  /// False if a writer can't have produced these bytes.
   [[nodiscard]] bool take(std::string_view bytes);
-  /// What the worker ended with; nothing if it did not get that far.
+  /// The worker's overall result; nothing if the worker did not get that far.
   [[nodiscard]] const std::optional<EventOutcome>& outcome() const noexcept { return outcome_; }
   /// Of the worker, KiB; 0 without an outcome.
   [[nodiscard]] long peakMemory() const noexcept { return peakMemory_; }
 
  private:
   ResultTable& table_;
-  std::string rest_;  // the beginning of a record
+  std::string rest_;  // the beginning of an incomplete record
   std::optional<EventOutcome> outcome_;
   long peakMemory_ = 0;
 };

@@ -11,19 +11,19 @@
 
 namespace sorrel::helper {
 
-/// What became of each path of one event. Takes a byte for a path, four more once any of them has a text, and
-/// each text of a failure once if it is one of the first that came.
+/// The results of all paths of one event. Takes one byte for each path, four more once any of them has a
+/// text, and stores the texts of failures, each of the first ones only once.
 class ResultTable {
  public:
   /// Of all texts of a table; what comes later is kept without its text. The tables of all events that may
   /// run at a time take sixteen times as much.
   static constexpr std::size_t kMostTextBytes = std::size_t{8} << 20;
-  /// Texts that are looked for again.
+  /// Number of texts that are searched for duplicates.
   static constexpr std::size_t kSharedTexts = 256;
 
   explicit ResultTable(std::size_t entries) : statuses_(entries, kOpen) {}
 
-  /// The first result of an entry holds; one for an entry that is not there is passed over.
+  /// The first result of an entry counts; a result for an index out of range is ignored.
   void set(std::size_t index, HelperEventErrorID status, std::string_view text);
 
   [[nodiscard]] std::size_t entries() const noexcept { return statuses_.size(); }
@@ -32,7 +32,7 @@ class ResultTable {
   [[nodiscard]] std::size_t successes() const noexcept { return successes_; }
   /// Successes that came with a text.
   [[nodiscard]] std::size_t remarks() const noexcept { return remarks_; }
-  /// The status of an entry, `otherwise` if nothing is known.
+  /// The status of an entry, `otherwise` if it is unknown.
   [[nodiscard]] HelperEventErrorID status(std::size_t index, HelperEventErrorID otherwise) const;
   /// The text of a failure, `otherwise` if there is none.
   [[nodiscard]] std::string_view text(std::size_t index, std::string_view otherwise) const;
@@ -43,8 +43,8 @@ class ResultTable {
   std::uint32_t keep(std::string_view text);
 
   std::vector<std::uint8_t> statuses_;
-  std::vector<std::uint32_t> places_;  // of the texts, plus 1; 0 for none
-  std::string texts_;                  // each with its length in two bytes before it
+  std::vector<std::uint32_t> places_;  // offset of the text plus 1; 0 for none
+  std::string texts_;                  // each preceded by its length in two bytes
   std::map<std::string, std::uint32_t, std::less<>> shared_;
   std::size_t successes_ = 0;
   std::size_t remarks_ = 0;

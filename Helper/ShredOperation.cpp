@@ -16,7 +16,7 @@ constexpr std::string_view kNotOverwritten = "Couldn’t be overwritten";
 constexpr std::string_view kLeftData = "Data in shared, compressed or copied blocks was not overwritten";
 constexpr std::string_view kNotRemoved = "Couldn’t be removed";
 
-/// The refusal of a policy is no failure of the overwriting.
+/// A refusal by the policy is not a failure to overwrite.
 PathResult notFound(const RemovalTarget& target) {
   const auto status = target.isRefused() ? HelperEventErrorID::DeleteError : HelperEventErrorID::ShreadFail;
   return failed(status, kNotOverwritten, target);

@@ -6,15 +6,16 @@
 
 namespace sorrel::helper {
 
-/// What to do with a path that was not yet dealt with.
+/// The next step for a path.
 enum class ShredStep { Done, FolderWaits };
 
-/// Shreds the item at `path` if it is what the sender sees there, and tells how it went in `result`: a
-/// regular file with one name is overwritten (FileShredder) and removed; of a link, or anything else without
-/// content, the name is removed and never what it leads to. A folder is left for removeShreddedFolder().
+/// Shreds the item at `path` if it is the item that the sender saw, and stores the result in `result`: a
+/// regular file without further hard links is overwritten (FileShredder) and removed; an item without
+/// content, such as a link, is removed by name, and a link's target is never touched. A folder is left for
+/// removeShreddedFolder().
 ///
-/// ShreadFail: not overwritten, and still there, perhaps in part; also for what nobody finds, since nobody
-/// can say how it went. DeleteError: refused, or overwritten and still there.
+/// ShreadFail: not overwritten, and still there, perhaps in part; also if no item is found, because its fate
+/// is unknown. DeleteError: refused, or overwritten and still there.
 ShredStep shredPath(std::string_view path, const SenderView& seen, const RemovalPolicy& policy,
                     PathResult& result);
 

@@ -16,11 +16,12 @@
 namespace sorrel::helper {
 namespace {
 
-/// The only descriptor of a worker beside the standard ones.
+/// The only descriptor of a worker besides the standard ones.
 constexpr int kPipe = 3;
 constexpr std::size_t kPieceSize = std::size_t{64} << 10;
 
-/// When the machine runs out of memory, a worker goes before the one who has to answer for it.
+/// If the machine runs out of memory, the kernel should kill a worker before the supervisor, which must
+/// report its end.
 void offerToMemoryKiller() {
   const FileDescriptor score(::open("/proc/self/oom_score_adj", O_WRONLY | O_CLOEXEC));
   [[maybe_unused]] const ssize_t written = ::write(score.get(), "500", 3);
@@ -68,11 +69,11 @@ bool Supervisor::start(std::uint64_t id, const EventJob& job, Done done) {
 
 void Supervisor::work(int pipe, pid_t supervisor, const EventJob& job) const {
   ::prctl(PR_SET_PDEATHSIG, SIGKILL);
-  // No orphan: the supervisor may have gone before the line above.
+  // Not left as an orphan: the supervisor may have died before the line above.
   if (::getppid() != supervisor) ::_exit(1);
   if (pipe != kPipe && ::dup2(pipe, kPipe) != kPipe) ::_exit(1);
   ::fcntl(kPipe, F_SETFD, FD_CLOEXEC);
-  // Nothing of the bus, nor of other events, is for this process.
+  // The worker must not keep descriptors of the bus or of other events.
   if (::close_range(kPipe + 1, ~0U, 0) != 0) ::_exit(1);
   resetSignals();
   offerToMemoryKiller();
@@ -128,14 +129,14 @@ void Supervisor::serve() {
   reap();
 }
 
-/// One piece, so that a busy worker does not keep the others waiting.
+/// One piece, so that a busy worker does not delay the others.
 void Supervisor::read(std::uint64_t id) {
   Worker& worker = *workers_.at(id);
   std::array<char, kPieceSize> piece{};
   const ssize_t got = ::read(worker.pipe.get(), piece.data(), piece.size());
   if (got < 0 && (errno == EAGAIN || errno == EINTR)) return;
   if (got > 0 && worker.reader.take({piece.data(), static_cast<std::size_t>(got)})) return;
-  // The end of the pipe, or bytes that make no sense.
+  // The end of the pipe, or malformed bytes.
   finish(id);
 }
 

@@ -18,9 +18,9 @@
 
 namespace sorrel::helper {
 
-/// Has each event done by a process of its own and keeps account of it, so that every event ends with a
-/// tally, whatever becomes of the process. One thread; it must be the only one of this process, since workers
-/// are forked from it and go on as this program.
+/// Runs each event in a process of its own and keeps its results, so that every event ends with a tally, even
+/// if the process dies. One thread; it must be the only one of this process, because workers are forked from
+/// it and continue as this program.
 class Supervisor {
  public:
   using Run = std::function<EventOutcome(const EventJob&, ResultSink&)>;
@@ -41,16 +41,16 @@ class Supervisor {
   Supervisor(const Supervisor&) = delete;
   Supervisor& operator=(const Supervisor&) = delete;
 
-  /// The job's event and configuration must stay until `done` was called. False if the system gives no
-  /// process: `done` is not called then. `id` is the caller's own name for it.
+  /// The job's event and configuration must stay valid until `done` was called. False if the system can't
+  /// create a process: `done` is not called then. `id` is chosen by the caller.
   [[nodiscard]] bool start(std::uint64_t id, const EventJob& job, Done done);
-  /// Ends the worker; `done` comes all the same.
+  /// Kills the worker; `done` is still called.
   void kill(std::uint64_t id);
 
   [[nodiscard]] std::size_t running() const noexcept { return workers_.size(); }
-  /// The process of a worker; -1 if it is done.
+  /// The process id of a worker; -1 if it is done.
   [[nodiscard]] pid_t process(std::uint64_t id) const;
-  /// What to wait for: readable descriptors.
+  /// The descriptors to wait for until they are readable.
   [[nodiscard]] std::vector<int> descriptors() const;
   /// Waits for at most `timeout` milliseconds, without an end if it is negative, and serves the workers until
   /// one of `others` has news or a worker has ended; with a time-out of 0 once. A worker's results come one

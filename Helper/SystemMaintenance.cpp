@@ -9,13 +9,13 @@ constexpr BusMethod kCaches[] = {
     {"org.freedesktop.resolve1", "/org/freedesktop/resolve1", "org.freedesktop.resolve1.Manager",
      "FlushCaches"},
     {"uk.org.thekelleys.dnsmasq", "/uk/org/thekelleys/dnsmasq", "uk.org.thekelleys.dnsmasq", "ClearCache"},
-    // The one that NetworkManager starts.
+    // The dnsmasq that NetworkManager starts.
     {"org.freedesktop.NetworkManager.dnsmasq", "/uk/org/thekelleys/dnsmasq", "uk.org.thekelleys.dnsmasq",
      "ClearCache"},
 };
 constexpr FixedCommand kNameCache = {"/run/nscd/socket", false, {"/usr/sbin/nscd", "-i", "hosts", nullptr}};
-// By its own service, which has the rights for it. A service whose conditions do not hold (a machine on
-// battery) "starts" without doing anything: the new index is the proof.
+// Through its own service, which has the permissions for it. A service whose conditions are not met (a
+// machine on battery) "starts" without doing anything: only a new index proves success.
 constexpr FixedCommand kFileIndex = {"/var/lib/plocate/plocate.db",
                                      true,
                                      {"/usr/bin/systemctl", "start", "plocate-updatedb.service", nullptr}};

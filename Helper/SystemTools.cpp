@@ -30,7 +30,7 @@ bool isTimeout(const sdbus::Error& error) {
          error.getName() == "org.freedesktop.DBus.Error.NoReply";
 }
 
-/// What changes when another file takes a file's place, or its content is written anew.
+/// Fields that change when another file replaces a file, or its content is rewritten.
 struct Version {
   ino_t inode;
   timespec modified;
@@ -47,7 +47,7 @@ std::optional<Version> versionOf(const char* path) {
   return Version{status.st_ino, status.st_mtim};
 }
 
-/// Standard streams on /dev/null, and signals as a new process has them.
+/// Standard streams on /dev/null, and signals as in a new process.
 class Surroundings {
  public:
   Surroundings() {

@@ -15,27 +15,27 @@ struct BusMethod {
 
 /// A program with fixed arguments.
 struct FixedCommand {
-  /// The command has a purpose only if this exists.
+  /// The command is run only if this exists.
   const char* purpose;
-  /// Whether the command puts something new in the place of `purpose`, and has failed if it does not.
+  /// True if the command replaces `purpose` by a new item, and has failed if it does not.
   bool renewsPurpose;
-  /// The program's absolute path first; null behind the last.
+  /// The program's absolute path first; null after the last.
   std::array<const char*, 4> arguments;
 };
 
-/// The parts of the system that maintenance needs: its services and programs. No shell, an empty environment
-/// but for PATH, and nothing that came with an event.
+/// The parts of the system that maintenance uses: its services and programs. No shell, an environment with
+/// PATH only, and no data of an event.
 class SystemTools {
  public:
   enum class Answer { Absent, Done, Failed, TimedOut };
 
   virtual ~SystemTools() = default;
-  /// Calls a service that runs; Absent if none does. None is started for it.
+  /// Calls a running service; Absent if it does not run. It is not started.
   virtual Answer call(const BusMethod& method) = 0;
-  /// Runs the command to its end; Absent without a purpose.
+  /// Runs the command to its end; Absent if its purpose does not exist.
   virtual Answer run(const FixedCommand& command) = 0;
 
-  /// Those of this machine.
+  /// The tools of this machine.
   static std::unique_ptr<SystemTools> ofThisMachine();
 };
 

@@ -24,7 +24,7 @@ namespace {
 
 constexpr const char* kService = SORREL_HELPER_SERVICE;
 
-/// Drops what the program that started this one could act through.
+/// Drops everything through which the parent program could influence this one.
 bool leaveEveryInheritance() {
   if (::prctl(PR_SET_DUMPABLE, 0) != 0 || ::clearenv() != 0) return false;
   if (::setenv("PATH", "/usr/sbin:/usr/bin:/sbin:/bin", 1) != 0) return false;
@@ -42,7 +42,7 @@ bool closeForeignDescriptors() {
   return ::close_range(STDERR_FILENO + 1, ~0U, 0) == 0;
 }
 
-/// A descriptor that is readable once a signal asks the program to end.
+/// A descriptor that becomes readable when a signal requests the program to end.
 int stopSignal() {
   ::signal(SIGPIPE, SIG_IGN);
   sigset_t stops;
@@ -71,7 +71,7 @@ int main(int count, char**) {
     log.error("the rights that are not needed cannot be given up");
     return EXIT_FAILURE;
   }
-  // The bus's address is the one thing that the environment may say; only root sets it.
+  // The bus's address is the only setting that the environment may change; only root sets it.
   std::unique_ptr<sdbus::IConnection> bus = systemBus(log);
   std::shared_ptr<sdbus::IConnection> probe = systemBus(log);
   const int stop = stopSignal();
