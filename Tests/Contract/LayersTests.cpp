@@ -1,5 +1,5 @@
 // The folder tree is the architecture: these tests read every #include of the framework and of the
-// command-line program and hold them against the tables below.
+// command-line program and compare them with the tables below.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -60,8 +60,8 @@ const std::vector<Room> kRooms = {
     {"ToolKits", {"HelpTool", "Scan", "Tree", "Model", "Units", "Native", "Extension", "Platform"}},
 };
 
-/// Units that include each other. The records of the tree know their parents and their children, which is how
-/// it shall be; the other circles are still to be opened, and none may be added.
+/// Units that include each other. The records of the tree know their parents and their children, which is
+/// intended; the other circles should be removed, and none may be added.
 const std::vector<std::vector<std::string_view>> kKnownCircles = {
     {"Model/CategoryInfo", "Model/FeatureInfo", "Model/FileInfo", "Model/ModuleInfo"},
     {"HelpTool/DBusHelperConnection", "HelpTool/HelperEvent"},
@@ -69,8 +69,8 @@ const std::vector<std::vector<std::string_view>> kKnownCircles = {
 };
 
 struct ThirdParty {
-  std::string_view prefix;                // how its headers begin
-  std::vector<std::string_view> folders;  // whose sources may include them
+  std::string_view prefix;                // the prefix of its headers
+  std::vector<std::string_view> folders;  // folders whose sources may include them
 };
 
 const std::vector<ThirdParty> kThirdParties = {
@@ -103,7 +103,7 @@ const Room* findRoom(std::string_view folder) {
   return room == kRooms.end() ? nullptr : &*room;
 }
 
-/// The folder below Scan/ that a scanner lives in, "" for what all scanners share.
+/// The folder below Scan/ of a scanner, "" for files that all scanners share.
 std::string_view scannerFolder(std::string_view path) {
   if (!path.starts_with("Scan/")) return "";
   const std::string_view below = path.substr(5);
@@ -111,7 +111,7 @@ std::string_view scannerFolder(std::string_view path) {
   return slash == std::string_view::npos ? "" : below.substr(0, slash);
 }
 
-/// What is wrong with `file` including `target`, both relative to SorrelFramework/; "" if nothing is.
+/// The fault in `file` including `target`, both relative to SorrelFramework/; "" if there is none.
 std::string arrowFault(std::string_view file, std::string_view target) {
   const std::string_view from = roomOf(file);
   const std::string_view to = roomOf(target);
@@ -127,7 +127,7 @@ std::string arrowFault(std::string_view file, std::string_view target) {
   return "";
 }
 
-/// What is wrong with `file`, in folder `folder`, including <header>; "" if nothing is.
+/// The fault in `file`, in folder `folder`, including <header>; "" if there is none.
 std::string thirdPartyFault(std::string_view file, std::string_view folder, std::string_view header) {
   for (const ThirdParty& library : kThirdParties) {
     if (!header.starts_with(library.prefix)) continue;
@@ -137,7 +137,7 @@ std::string thirdPartyFault(std::string_view file, std::string_view folder, std:
   return "";
 }
 
-/// Whether <header> belongs to the operating system rather than to the language.
+/// True if <header> belongs to the operating system rather than to the language.
 bool isOfTheSystem(std::string_view header) {
   static const std::vector<std::string_view> kFolders = {"sys", "linux", "asm", "net", "netinet", "arpa"};
   static const std::vector<std::string_view> kLanguage = {"immintrin.h", "cpuid.h"};  // the processor's
@@ -147,7 +147,7 @@ bool isOfTheSystem(std::string_view header) {
          std::ranges::none_of(kThirdParties, isThirdParty);
 }
 
-/// What is wrong with `file`, relative to SorrelFramework/, including <header>; "" if nothing is.
+/// The fault in `file`, relative to SorrelFramework/, including <header>; "" if there is none.
 std::string systemFault(std::string_view file, std::string_view header) {
   const Room* room = findRoom(roomOf(file));
   if (!isOfTheSystem(header) || (room != nullptr && room->knowsTheSystem)) return "";
@@ -269,7 +269,7 @@ TEST(Layers, includesInsideTheFrameworkNameFilesOfTheFramework) {
   }
 }
 
-/// Whether the root program may include `target`, relative to SorrelFramework/.
+/// True if the root program may include `target`, relative to SorrelFramework/.
 bool isForTheHelper(std::string_view target) {
   static const std::vector<std::string_view> kShared = {
       "HelpTool/EventCodec.hpp",        "HelpTool/HelperProtocol.hpp",
@@ -303,8 +303,8 @@ TEST(Layers, theRootProgramReadsNoRichFormats) {
   EXPECT_TRUE(isForTheHelper("Removal/TreeRemoval.hpp"));
 }
 
-/// What is wrong with a stand-in tool including `target`; "" if nothing is. The tools are programs of their
-/// own that the framework starts: they share its walk of a tree and its platform, and know no records.
+/// The fault in a stand-in tool including `target`; "" if there is none. The tools are separate programs that
+/// the framework starts: they share its walk of a tree and its platform, and use no records.
 std::string toolFault(std::string_view target) {
   static const std::vector<std::string_view> kShared = {"Scan/TreeWalk.hpp", "Scan/UnreadFolders.hpp"};
   if (target.starts_with("Tools/")) return "";

@@ -1,4 +1,4 @@
-// The public names of the clean and of the way to the helper. PublicNames.hpp says what is checked.
+// The public names of the clean and of the access to the helper. PublicNames.hpp defines the checks.
 #include <concepts>
 #include <cstdint>
 #include <memory>
@@ -105,7 +105,7 @@ static_assert(isMethod<void()>(&HelperCleanService::commonFinish));
 static_assert(isMethod<void()>(&HelperCleanService::deleteHelperFile));
 static_assert(
     isMethod<std::pair<FileRecords, std::string>(HelperCleanService&)>(&HelperCleanService::sortCategory));
-// The four operations are open to overriding.
+// The four operations can be overridden.
 struct OverridingService : HelperCleanService {
   using HelperCleanService::HelperCleanService;
   void allFinish() override {}

@@ -1,5 +1,5 @@
-// The names that applications compile against, letter for letter with their slips of spelling, and the types
-// behind them, are checked by the compiler: a rename does not build.
+// The names that applications compile against, letter for letter including their misspellings, and their
+// types, are checked by the compiler: a rename does not build.
 #pragma once
 
 namespace sorrel {

@@ -1,4 +1,4 @@
-// The public names of the records, of the platform, and of the units. PublicNames.hpp says what is checked.
+// The public names of the records, of the platform, and of the units. PublicNames.hpp defines the checks.
 #include <gtest/gtest.h>
 
 #include <any>
@@ -107,7 +107,7 @@ static_assert(isField<bool>(&FileInformation::canDelete));
 static_assert(isField<bool>(&FileInformation::removeCategory));
 static_assert(isField<IdentityText>(&FileInformation::hashValueString));
 static_assert(std::convertible_to<IdentityText, std::string>);
-static_assert(isField<std::any>(&FileInformation::attachInformation));  // spelt correctly at this level alone
+static_assert(isField<std::any>(&FileInformation::attachInformation));  // spelt correctly at this level only
 static_assert(isField<Children<FileInformation>>(&FileInformation::childrens));
 static_assert(isField<ParentLink<CategoryInformation>>(&FileInformation::parentCategoryInfo));
 static_assert(isField<Integer>(&FileInformation::fileKind));

@@ -1,4 +1,4 @@
-// The public names of the scanners. PublicNames.hpp says what is checked.
+// The public names of the scanners. PublicNames.hpp defines the checks.
 #include <concepts>
 #include <cstdint>
 #include <functional>

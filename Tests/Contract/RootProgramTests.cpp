@@ -1,4 +1,4 @@
-// What the root program is made of, read from the program and the files that are installed with it.
+// The contents of the root program, read from the program and the files that are installed with it.
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <TestPlaces.hpp>

@@ -1,5 +1,4 @@
-// Tests that TestProgramTests runs in a program of their own, to see what the main function of a test program
-// does.
+// Tests that TestProgramTests runs in a separate program, to observe the main function of a test program.
 
 #include <gtest/gtest.h>
 #include <sys/mount.h>

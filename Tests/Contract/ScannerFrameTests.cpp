@@ -1,4 +1,4 @@
-// What holds for every scanner that walks the categories of a feature. A new scanner is one more row of the
+// The contract of every scanner that walks the categories of a feature. A new scanner is one more row of the
 // table.
 #include <gtest/gtest.h>
 
@@ -32,16 +32,16 @@ namespace {
 
 using test::ScanRecord;
 
-/// One scanner of the family, as far as it differs from the others.
+/// One scanner of the family and its differences from the others.
 struct Scanner {
   std::string_view name;
   Integer finderID;
-  std::vector<CategoryInfomationKind> kinds;  ///< of the categories it is tried with
-  bool endsOnMain;                            ///< where done runs: the main queue, else the serial one
+  std::vector<CategoryInfomationKind> kinds;  ///< of the categories used in the tests
+  bool endsOnMain;                            ///< the queue of done: the main queue, else the serial one
   bool tellsSingles;                          ///< calls singleDone for each category
   void (*start)(FeatureInformation& feature, ScanRecord& scan);
   FileRecords (*records)(FeatureInformation& feature, ScanRecord& scan, std::size_t category);
-  std::string_view ending;  ///< of the names of files that it keeps
+  std::string_view ending;  ///< extension of the files that it keeps
   bool onDesktop = false;   ///< walks the folders of the catalogue only there
 };
 
@@ -271,8 +271,8 @@ TEST_P(ScannerFrame, stopKeepsWhatWasFoundLeavesTheRestAndStillEnds) {
   file("one/a", "1");
   file("two/b", "1");
   feature = makeFeature({{"one/"}, {"two/"}});
-  // One thread walks the categories one after the other; the first to be finished is refused by the queue,
-  // and that moment is the stop.
+  // One thread walks the categories one after the other; the queue refuses the first finished one, and at
+  // that moment the scan is stopped.
   const test::BusyThreads allButOne(GlobalQueue::width() - 1);
   const test::VirtualClock clock([this](std::uint64_t) { SuperScanService::stopScan(*feature); });
   scan.queue->refuseNext(1);

@@ -1,4 +1,4 @@
-// What the main function of a test program promises; shown with the tests of SampleProgram.cpp.
+// The contract of the main function of a test program, checked with the tests of SampleProgram.cpp.
 
 #include <gtest/gtest.h>
 #include <TestPlaces.hpp>
@@ -17,12 +17,12 @@ namespace {
 struct SampleRun {
   int status = -1;
   bool isSkipped = false;  ///< as CTest sees it
-  std::string out;         ///< without the words that CTest looks for
+  std::string out;         ///< without the words that CTest searches for
 };
 
 class TestProgram : public testing::Test {
  protected:
-  /// Runs one sample as user 1000 of a user namespace, who has no rights beyond this user's.
+  /// Runs one sample as user 1000 of a user namespace, without any further permissions.
   [[nodiscard]] SampleRun asPlainUser(const std::string& sample) const {
     return start("/usr/bin/unshare", {"--user", "--map-user=1000", "--map-group=1000", "/usr/bin/env",
                                       "TMPDIR=" + folder.path(), SORREL_SAMPLE_PROGRAM, filter(sample)});

@@ -1,4 +1,4 @@
-// A scan for duplicates while what it looks at changes.
+// A scan for duplicates while its files change.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -61,17 +61,17 @@ class ChangingFiles : public testing::Test {
     EXPECT_EQ(scan.doneCount, 1);
     EXPECT_EQ(SuperScanService::scanStatus.get(7), ScanState::end);
   }
-  /// Does not wait for a reader where a pipe is.
+  /// Does not wait for the reader of a pipe.
   static void write(const std::string& path, int flags, std::size_t count, char byte) {
     const int file = ::open(path.c_str(), O_WRONLY | O_CREAT | O_NONBLOCK | O_CLOEXEC | flags, 0600);
     if (file < 0) return;
     static_cast<void>(::write(file, std::string(count, byte).data(), count) == 0);
     ::close(file);
   }
-  /// Does something to a file: it grows, shrinks, changes, vanishes, becomes a folder, a pipe, or a link.
+  /// Changes a file: it grows, shrinks, changes, vanishes, becomes a folder, a pipe, or a link.
   void change(int i, unsigned how) const {
     const std::string path = volume.path(nameOf(i));
-    std::error_code error;  // another thread may have been at it
+    std::error_code error;  // another thread may have changed it
     switch (how % 8) {
       case 0:
         write(path, O_APPEND, 50000, 'x');
@@ -102,7 +102,7 @@ class ChangingFiles : public testing::Test {
         write(path, O_TRUNC, 40000, 'a');
     }
   }
-  /// Each group has two members at least, and its sum is that of its members.
+  /// Each group has at least two members, and its sum is that of its members.
   void expectWellFormed(const ScanRecord& scan) const {
     std::int64_t sum = 0;
     for (const FileInformation& header : feature->categoryInfo[0].childrens) {
@@ -145,7 +145,7 @@ TEST_F(ChangingFiles, folderThatVanishesBelowTheScanEndsItOnce) {
       return std::ptrdiff_t{0};
     });
     ASSERT_NO_FATAL_FAILURE(run(scan)) << atRead;
-    // Files that were open then are read to their end; no record can be made of any.
+    // Files that were open then are read to their end; no record can be made of them.
     EXPECT_EQ(scan.treeSize, 0);
     EXPECT_TRUE(feature->categoryInfo[0].childrens.empty());
     fs::remove_all(volume.path("elsewhere"));

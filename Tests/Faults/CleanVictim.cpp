@@ -1,5 +1,5 @@
-// Runs one clean of the ticked tree in a volume, killed at the entry of removal number POINT; with 0 it comes
-// to its end. usage: CleanVictim ROOT POINT. The helper is there and refuses everything.
+// Runs one clean of the ticked tree in a volume, killed at the entry of removal number POINT; with 0 it runs
+// to its end. usage: CleanVictim ROOT POINT. The helper exists and refuses everything.
 
 #include <sys/syscall.h>
 

@@ -1,6 +1,6 @@
-// Lets every system call of a removal, and of a clean, fail in every way that a file system knows, one at a
-// time. The faults of a clean are dealt to 83 parts; SORREL_ERRNO_PARTS sets how many of them are tried, 83
-// for all.
+// Makes every system call of a removal, and of a clean, fail with every errno that a file system returns, one
+// at a time. The faults of a clean are divided into 83 parts; SORREL_ERRNO_PARTS sets how many of them are
+// tried, 83 for all.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -32,11 +32,11 @@ using Names = std::vector<std::string>;
 
 constexpr int kErrors[] = {EIO,       ENOSPC, EDQUOT, EACCES, EPERM, EBUSY, EROFS, ENOENT,
                            ENOTEMPTY, EMFILE, ENFILE, ENOMEM, EINTR, ELOOP, ESTALE};
-/// These tell of a place that it is not there or not to be reached, and where they are no lie there is
-/// nothing to protect.
+/// These errors report that a path is missing or unreachable, and if that is true there is nothing to
+/// protect.
 const std::set<int> kTellingOfNoPlace = {EACCES, EPERM, ENOENT, ELOOP, ESTALE};
 
-/// Memory, threads and what the process knows of itself; all others have to do with files.
+/// Memory, threads and the process's own state; all other calls concern files.
 const std::set<int> kOtherCalls = {SYS_brk,          SYS_mmap,
                                    SYS_munmap,       SYS_mremap,
                                    SYS_mprotect,     SYS_madvise,
@@ -56,7 +56,7 @@ bool isThere(const std::string& path) {
   return ::lstat(path.c_str(), &status) == 0;
 }
 
-/// Something that is done again and again, with another fault each time.
+/// An operation that is repeated with another fault each time.
 class Scene {
  public:
   Scene() = default;
@@ -66,7 +66,7 @@ class Scene {
 
   virtual void prepare() = 0;
   virtual void work() = 0;
-  /// Checks, by expectations, what the work has done under a fault with this errno.
+  /// Checks, by expectations, the result of the operation under a fault with this errno.
   virtual void judge(int error) = 0;
 };
 
@@ -81,7 +81,7 @@ class Sweep {
   /// Part number `part` of `parts`.
   Sweep(Scene& scene, unsigned part, unsigned parts) : scene_(scene), part_(part), parts_(parts) {}
 
-  /// What is wrong, "" if nothing is; "skip" where no calls can be watched.
+  /// The fault found, "" if there is none; "skip" where calls can't be watched.
   std::string run(int error) {
     scene_.prepare();
     const auto calls = test::runWithFault({}, [this] { scene_.work(); });
@@ -122,11 +122,11 @@ class Sweep {
   unsigned runs_ = 0;
 };
 
-/// One removal of a small tree, by way of a link.
+/// One removal of a small tree, through a link.
 class RemovalScene : public Scene {
  public:
   explicit RemovalScene(RemovalPolicy policy) : policy_(std::move(policy)) {
-    // The policy opens the mount table at its first question and keeps it.
+    // The policy opens the mount table at its first query and keeps it open.
     EXPECT_FALSE(removeItem(volume_.path("absent"), policy_).isSuccess());
     volume_.file("canary/file", "precious");
     volume_.file("work/beside", "precious");
@@ -168,14 +168,14 @@ class RemovalScene : public Scene {
   RemovalResult result_;
 };
 
-/// What a clean may change; it writes a log when the helper can't be had.
+/// The part of the tree that a clean may change; it writes a log if the helper is not available.
 std::vector<test::TreeEntry> snapshotBesideTheLog(const std::string& path) {
   std::vector<test::TreeEntry> entries = test::snapshotOf(path);
   std::erase_if(entries, [](const auto& entry) { return entry.path.starts_with("Users/alice/Library"); });
   return entries;
 }
 
-/// A whole clean: what it may take, what a tick leaves alone, and what policy and fence keep from it.
+/// A whole clean: items that it may remove, items without a tick, and items that policy and fence protect.
 class CleanScene : public Scene {
  public:
   CleanScene() {
@@ -255,7 +255,7 @@ class CleanScene : public Scene {
     }
   }
 
-  /// The helper, which knows nothing of this process, was asked for nothing that the fence keeps.
+  /// The helper, which knows nothing of this process, got no item that the fence protects.
   void expectFenced(bool isUnreachable) const {
     const auto events = helper_->events();
     for (std::size_t i = events_; i < events.size(); ++i) {
@@ -266,7 +266,7 @@ class CleanScene : public Scene {
 
   test::CleanStage stage_;
   const test::TemporaryFolder other_;
-  /// Answers without a word on any path.
+  /// Answers without a result for any path.
   const std::shared_ptr<test::ScriptedHelper> helper_ = std::make_shared<test::ScriptedHelper>(
       [](const auto&) { return std::optional(test::ScriptedHelper::Reply()); },
       test::ScriptedHelper::Thread::Caller);
@@ -280,7 +280,7 @@ class CleanScene : public Scene {
   bool hasFinished_ = false;
 };
 
-/// In a child with a file system in memory; the answer ends in the number of faults if nothing is wrong.
+/// Runs in a child with a file system in memory; the result ends in the number of faults if all is well.
 template <class Work>
 void expectRight(const Work& work, const std::string& what) {
   unsigned runs = 0;
@@ -319,7 +319,7 @@ TEST(ErrnoSweep, removalForAHelperIsTrueUnderEveryFault) {
               "a removal for a helper");
 }
 
-/// Where the system has no openat2(2), it is not asked again for the rest of the process.
+/// If the system lacks openat2(2), the process does not call it again.
 TEST(ErrnoSweep, removalOnAnOldSystemIsTrueUnderEveryFault) {
   expectRight(
       [](int error, unsigned& runs) {

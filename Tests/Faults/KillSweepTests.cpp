@@ -1,4 +1,4 @@
-// Kills a clean at many places and looks at what it leaves. SORREL_KILL_POINTS sets the number of places.
+// Kills a clean at many points and checks what is left. SORREL_KILL_POINTS sets the number of points.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -23,10 +23,10 @@ namespace {
 using Names = std::vector<std::string>;
 using Snapshot = std::vector<test::TreeEntry>;
 
-constexpr int kCannotWatch = 77;  // of the victim
+constexpr int kCannotWatch = 77;  // exit status of the victim
 
-/// Runs the program, found by $PATH, to its end; answers its wait status, -1 if it can't be started. Its
-/// home and its temporary folder lie in the volume, where a snapshot sees what it leaves.
+/// Runs the program, found by $PATH, to its end; returns its wait status, -1 if it can't be started. Its home
+/// and its temporary folder lie in the volume, so that a snapshot includes them.
 int run(Names words, const test::TemporaryVolume& volume) {
   Names environment = {"PATH=/usr/local/bin:/usr/bin:/bin", "HOME=" + volume.path("Users/alice"),
                        "TMPDIR=" + volume.folder("tmp")};
@@ -59,7 +59,7 @@ Names selectedIn(const Snapshot& before) {
   return selected;
 }
 
-/// A clean killed at the entry of removal number `point`, and one more that is left in peace.
+/// A clean killed at the entry of removal number `point`, and another one that is not killed.
 void killAt(std::size_t point) {
   const test::TemporaryVolume volume;
   test::tickedtree::makeFiles(volume);
@@ -76,7 +76,7 @@ void killAt(std::size_t point) {
   EXPECT_EQ(test::goneBetween(before, test::snapshotOf(volume.path())), selectedIn(before));
 }
 
-/// "skip" if the victim can't be killed here, otherwise how many removals a clean has that nobody kills.
+/// "skip" if the victim can't be killed here, otherwise the number of removals of an undisturbed clean.
 std::string countRemovals() {
   const test::TemporaryVolume volume;
   test::tickedtree::makeFiles(volume);

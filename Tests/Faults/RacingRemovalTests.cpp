@@ -1,4 +1,4 @@
-// Removals while somebody else is at work in the same place.
+// Removals while another thread changes the same folder.
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
@@ -32,7 +32,7 @@ using test::numberOf;
 /// Swaps two names as fast as it can while it lives.
 class Swapper {
  public:
-  /// Comes back when the swapping has begun.
+  /// Returns when the swapping has begun.
   Swapper(std::string a, std::string b)
       : thread_([this, one = std::move(a), two = std::move(b)] {
           while (!isDone_) {
@@ -66,8 +66,8 @@ class RacingRemoval : public test::RemovalStage {
     before_ = test::snapshotOf(volume_.path("canary"));
   }
   void expectCanaries() const { EXPECT_EQ(test::snapshotOf(volume_.path("canary")), before_); }
-  /// Some rounds, and on until the race has been won and lost: who wins is up to the machine and its load.
-  /// Each round answers whether its removal came through.
+  /// Some rounds, and more until the race has been both won and lost: the winner depends on the machine and
+  /// its load. Each round returns whether its removal succeeded.
   static void race(const std::function<bool()>& round) {
     const auto end = std::chrono::steady_clock::now() + test::kPatience;
     int won = 0;
@@ -91,7 +91,7 @@ TEST_F(RacingRemoval, swap_leaf_while_removing) {
     race([&] {
       volume_.folder("fill/x/y");
       ::symlink("../canary", link.c_str());
-      // A folder never takes the place of a link, so this can't land among the canaries.
+      // rename() never replaces a link by a folder, so this can't land among the canaries.
       ::rename(volume_.path("fill").c_str(), item.c_str());
       return remove("work/item").isSuccess();
     });
@@ -115,7 +115,8 @@ TEST_F(RacingRemoval, swap_folder_in_the_tree_while_removing) {
   expectCanaries();
 }
 
-/// A folder above the item is swapped for a link of somebody else to the canaries, which have an item too.
+/// A folder above the item is swapped for another user's link to the canaries, which include an item of that
+/// name too.
 TEST_F(RacingRemoval, swap_parent_while_removing) {
   if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give links away";
   const std::string parent = volume_.folder("work/parent");
@@ -133,7 +134,7 @@ TEST_F(RacingRemoval, swap_parent_while_removing) {
   expectCanaries();
 }
 
-/// The item is swapped for another folder, which nobody named.
+/// The item is swapped for another folder, which was not named.
 TEST_F(RacingRemoval, swap_root_while_removing) {
   for (int round = 0; round < kRounds; ++round) {
     volume_.folder("work/item/x/y");
@@ -143,7 +144,7 @@ TEST_F(RacingRemoval, swap_root_while_removing) {
       const Swapper swapper(item, volume_.path("canary"));
       static_cast<void>(removeExpectedItem(item, expected, policy_));
     }
-    // Put the canaries back where they were, if the last swap left them elsewhere.
+    // Restores the canaries, if the last swap left them elsewhere.
     if (!isThere(volume_.path("canary/a")) && isThere(item + "/a")) {
       ASSERT_EQ(::syscall(SYS_renameat2, AT_FDCWD, item.c_str(), AT_FDCWD, volume_.path("canary").c_str(),
                           isThere(volume_.path("canary")) ? 2U : 0U),
@@ -153,7 +154,7 @@ TEST_F(RacingRemoval, swap_root_while_removing) {
   expectCanaries();
 }
 
-/// Swapped once, in the middle of the removal, for an empty folder, which the last step could take by
+/// Swapped once, in the middle of the removal, for an empty folder, which the last step could remove by
 /// mistake.
 TEST_F(RacingRemoval, swap_root_with_an_empty_folder_while_removing) {
   const std::string item = volume_.path("work/item");
@@ -190,8 +191,8 @@ TEST_F(RacingRemoval, swap_root_with_an_empty_folder_while_removing) {
   EXPECT_EQ(swapped, 5);
 }
 
-/// Moves a folder out of a tree that is removed, to a place among the canaries: whoever climbed up from there
-/// by ".." would stand among them. "" if they are as they were.
+/// Moves a folder out of a tree that is being removed, to a folder among the canaries: a removal that climbed
+/// up from there by ".." would reach them. "" if they are unchanged.
 std::string moveUpWhileRemoving(const RemovalPolicy& policy) {
   constexpr int depth = 120;
   const test::TemporaryVolume volume;
@@ -203,7 +204,7 @@ std::string moveUpWhileRemoving(const RemovalPolicy& policy) {
     std::string middle = volume.path("work/item");
     for (int i = 0; i < depth / 2; ++i) middle += "/d";
     std::thread mover([&] {
-      // Now the removal is on its way back, and the folders far up are closed.
+      // Now the removal is on its way back up, and the topmost folders are closed.
       while (isThere(bottom)) {
       }
       ::rename(middle.c_str(), volume.path("canary/moved").c_str());
@@ -233,7 +234,7 @@ TEST_F(RacingRemoval, dir_moved_up_while_removing) {
   EXPECT_EQ(told, "");
 }
 
-/// Mounts the canaries on the item and takes them off again, as fast as it can, until `isDone`.
+/// Mounts the canaries on the item and unmounts them, as fast as it can, until `isDone`.
 void keepMounting(const std::string& canaries, const std::string& item, const std::atomic<bool>& isDone) {
   while (!isDone) {
     if (::mount(canaries.c_str(), item.c_str(), nullptr, MS_BIND, nullptr) == 0)
@@ -256,7 +257,7 @@ TEST_F(RacingRemoval, bind_mount_appears_on_the_root_while_removing) {
     }
     isDone = true;
     mounter.join();
-    // Into a folder that is mounted at that moment, the rounds put something of their own.
+    // While the folder is mounted, the rounds put a file of their own into it.
     static_cast<void>(remove("canary/x"));
     return won > 0 ? "" : "nothing was ever removed";
   });

@@ -1,4 +1,4 @@
-// What keeps the tests themselves from doing harm.
+// The safeguards that keep the tests themselves from doing harm.
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -16,7 +16,7 @@
 namespace sorrel {
 namespace {
 
-/// A folder with a file that is none of the kit's.
+/// A folder with a file that the kit did not make.
 class Foreign {
  public:
   Foreign() : path_((std::filesystem::temp_directory_path() / "sorrel-foreign-XXXXXX").string()) {

@@ -1,4 +1,4 @@
-// What the removal of one of alike files would free.
+// The bytes that the removal of one of several equal files would free.
 #include "SorrelFramework/Selection/GroupGains.hpp"
 
 #include <gtest/gtest.h>
@@ -28,7 +28,7 @@ using Gains = std::vector<std::string>;
 
 class GroupGains : public testing::Test {
  protected:
-  /// Of a group of members that are 100 bytes large as far as their records know.
+  /// For a group of members whose records have a size of 100 bytes.
   [[nodiscard]] Gains of(const Names& members) const {
     std::vector<Ref<FileInformation>> records;
     for (const std::string& member : members) {
@@ -53,7 +53,7 @@ class GroupGains : public testing::Test {
   [[nodiscard]] bool clone(const std::string& from, const std::string& to) const {
     return test::cloneFile(volume_.path(from), volume_.path(to));
   }
-  /// The gains in a child, where `make` has made files on a file system with clones at "disk".
+  /// Compares the gains in a child, after `make` has made files on a file system with clones at "disk".
   void expectWithClones(const std::function<bool()>& make, const Names& members, const Gains& gains) {
     const std::string told = test::inMountingChild([&]() -> std::string {
       const test::LoopFileSystem btrfs("btrfs", volume_.path("image"), volume_.path("disk"));

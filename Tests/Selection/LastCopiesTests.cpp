@@ -1,4 +1,4 @@
-// What keeps a clean of alike files from taking the last of them.
+// Guards against a clean that removes the last of several equal files.
 #include "SorrelFramework/Selection/LastCopies.hpp"
 
 #include <gtest/gtest.h>
@@ -27,7 +27,7 @@ using Names = std::vector<std::string>;
 /// A tree of groups over files of a volume.
 class LastCopies : public testing::Test {
  protected:
-  /// A group of these files, of which the ones behind "+" are ticked.
+  /// A group of these files; those with a "+" prefix are ticked.
   Ref<FileInformation> group(const std::string& title, const Names& members) {
     std::vector<Ref<FileInformation>> records;
     std::size_t ticked = 0;
@@ -55,9 +55,9 @@ class LastCopies : public testing::Test {
     }
     return names;
   }
-  /// A moment before anything on the volume was made.
+  /// A time before any item on the volume was made.
   static timespec longAgo() { return {0, 0}; }
-  /// A moment behind the last change of the file.
+  /// A time just after the last change of the file.
   timespec justBehind(const std::string& name) {
     struct stat status {};
     EXPECT_EQ(::lstat(stage_.volume.path(name).c_str(), &status), 0);

@@ -48,7 +48,7 @@ class TicksTest : public testing::Test {
     Globs patterns(std::move(globs));
     tickMatching(feature(), patterns);
   }
-  /// The folders that are left because of the exceptions.
+  /// The folders that stay because of the exceptions.
   Names except(Names globs) {
     Globs patterns(std::move(globs));
     return untickMatching(feature(), patterns);

@@ -1,4 +1,5 @@
-// Random trees against the rule told another way: a leaf goes if it, or a record above it, is matched.
+// Random trees compared with another formulation of the rule: a leaf is removed if it, or a record above it,
+// is matched.
 #include <fnmatch.h>
 #include <gtest/gtest.h>
 

@@ -1,4 +1,4 @@
-// What the ticks select in each shape of tree.
+// The selection made by ticks in each shape of tree.
 #include <gtest/gtest.h>
 
 #include <string>

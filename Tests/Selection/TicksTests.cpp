@@ -260,7 +260,7 @@ TEST_F(TicksTest, folderThatCannotBeSearchedIsLeftWhole) {
   stage_.volume.file("d/closed/a", "1");
   std::filesystem::permissions(path("d/closed"), std::filesystem::perms::none);
   add("All", {file("d/")});
-  // First not even its kind can be read.
+  // In the first case not even its type can be read.
   for (const auto rights : {std::filesystem::perms::none, std::filesystem::perms::all}) {
     std::filesystem::permissions(stage_.volume.path(), rights);
     tickAll(feature());

@@ -7,7 +7,7 @@
 
 namespace sorrel::test {
 
-/// If the test runs as root, who reads everything: lets all threads of the process act as somebody else.
+/// If the test runs as root, who can read everything: makes all threads of the process act as another user.
 class ActingAsPlainUser {
  public:
   ActingAsPlainUser() : own_(::geteuid()) { EXPECT_EQ(::seteuid(own_ == 0 ? kPlainUser : own_), 0); }

@@ -8,7 +8,7 @@
 
 namespace sorrel::test {
 
-/// Keeps threads of the global queue busy until it goes.
+/// Keeps threads of the global queue busy until it is destroyed.
 class BusyThreads {
  public:
   explicit BusyThreads(unsigned count) : shared_(std::make_shared<Shared>()) {

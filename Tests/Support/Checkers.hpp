@@ -6,25 +6,25 @@
 
 namespace sorrel::test {
 
-/// True in a program that the address checker watches. It keeps memory that was freed, and looks at memory by
-/// way of descriptors of its own.
+/// True in a program built with the address sanitizer. It keeps freed memory, and reads memory through
+/// descriptors of its own.
 #ifdef __SANITIZE_ADDRESS__
 inline constexpr bool kHasAddressChecker = true;
 #else
 inline constexpr bool kHasAddressChecker = false;
 #endif
 
-/// True in a program that the thread checker watches. It remembers who touched which memory.
+/// True in a program built with the thread sanitizer. It records all memory accesses.
 #ifdef __SANITIZE_THREAD__
 inline constexpr bool kHasThreadChecker = true;
 #else
 inline constexpr bool kHasThreadChecker = false;
 #endif
 
-/// True if what a program takes of memory says nothing about it.
+/// True if the memory use of a program is not meaningful.
 inline constexpr bool kIsMemoryDistorted = kHasAddressChecker || kHasThreadChecker;
 
-/// While it lives, this thread's memory may leak: for calls into libraries that forget some.
+/// While it lives, this thread's memory may leak: for calls into libraries that leak.
 class LeaksOfOthers {
  public:
 #ifdef __SANITIZE_ADDRESS__

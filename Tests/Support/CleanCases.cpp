@@ -7,7 +7,7 @@ namespace sorrel::test {
 namespace {
 
 using Node = CleanCase::Node;
-using Chain = std::vector<const Node*>;  // a leaf behind the records above it
+using Chain = std::vector<const Node*>;  // a leaf after the records above it
 
 constexpr int kDeepest = 3;
 
@@ -20,8 +20,8 @@ void addLeaves(const Node& node, Chain& above, std::vector<Chain>& leaves) {
   above.pop_back();
 }
 
-/// The record that a leaf is deleted with: below an `above` that is on the first one there, below one that is
-/// mixed the first that is on or off, if that is on. Null if the leaf is not selected.
+/// The record whose selection deletes a leaf: if `above` is on, the first one there; if it is mixed, the
+/// first that is on or off, if that is on. Null if the leaf is not selected.
 const Node* firstDecision(const Chain& chain, std::size_t from, Integer above) {
   if (above == 0 || from >= chain.size()) return nullptr;
   if (above == 1) return chain[from];
@@ -148,7 +148,7 @@ CleanCase::Outcome CleanCase::outcome() const {
 }
 
 void CleanCase::addDeletions(Outcome& result) const {
-  std::map<const Node*, std::vector<const Node*>> selected;  // leaves by the record they are deleted with
+  std::map<const Node*, std::vector<const Node*>> selected;  // leaves by the record that deletes them
   for (const Category& category : categorys) {
     for (const Node& top : category.childrens) {
       Chain above;

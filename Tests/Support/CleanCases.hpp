@@ -12,8 +12,8 @@
 
 namespace sorrel::test {
 
-/// A clean made up at random, of records over real files, and what must come of it: told from the rules of
-/// the selection leaf by leaf, without the walks of the clean itself.
+/// A random clean, of records over real files, and its expected result: derived from the rules of the
+/// selection leaf by leaf, without the walks of the clean itself.
 struct CleanCase {
   enum class Entry { Categorys, Groups, LargeAndOld };
   enum class Helper { Deletes, SendsNothing, Refused };
@@ -32,24 +32,24 @@ struct CleanCase {
     bool needRemove = false;
     std::vector<Node> childrens;
   };
-  /// Of one leaf.
+  /// The result for one leaf.
   struct Fate {
     Integer status = 0;
     bool isGone = false;
   };
   struct Outcome {
     std::map<std::string, Fate> leaves;  ///< by name
-    std::int64_t size = 0;               ///< bytes freed, as a Common clean tells them
+    std::int64_t size = 0;               ///< bytes freed, as a Common clean reports them
     Integer status = 0;                  ///< of a Common clean
     // After the repair of a Common clean, top down:
-    std::vector<std::string> failed;  ///< names of the leaves that were selected and are there
+    std::vector<std::string> failed;  ///< names of the leaves that were selected and still exist
     std::vector<std::string> tree;    ///< the category's number or the record's name
   };
 
   explicit CleanCase(unsigned seed);
 
   void makeFiles(const TemporaryVolume& volume) const;
-  /// A tree of it, and its leaves by name.
+  /// A tree for the case, and its leaves by name.
   [[nodiscard]] std::vector<Ref<CategoryInformation>> makeTree(
       const CleanStage& stage, std::map<std::string, Ref<FileInformation>>& leaves) const;
   [[nodiscard]] Outcome outcome() const;

@@ -97,7 +97,7 @@ std::vector<std::string> goneBetween(const std::vector<TreeEntry>& before,
 }
 
 CleanStage::CleanStage() : feature(makeFeature(1, {})) {
-  // As an application does it that cleans duplicates.
+  // As in an application that cleans duplicates.
   for (Integer kind = 0; kind < 7; ++kind) {
     DuplicateScanService::childrenCateogryDict[kind] = "Kind " + std::to_string(kind);
   }
@@ -121,7 +121,7 @@ void CleanStage::setHelper(const std::shared_ptr<HelperProtocol>& helper) {
 }
 
 void CleanStage::refuseHelper() {
-  // A place that never exists: the installation is asked each time, and refused.
+  // A path that never exists: the installation is attempted each time, and refused.
   const auto installation = std::make_shared<ScriptedInstallation>("/dev/null/no-folder");
   installation->setOutcome(PrivilegeInstallResult::getAdmainFail);
   PrivilegeHelper::shard().use(installation, [](const std::string&) { return nullptr; });

@@ -40,12 +40,12 @@ struct RecordSketch {
 };
 Ref<FileInformation> makeRecord(const RecordSketch& sketch);
 
-/// A category of `feature`, holding these records.
+/// A category of `feature`, with these records.
 Ref<CategoryInformation> makeCategory(const Ref<FeatureInformation>& feature, Integer state,
                                       const std::vector<Ref<FileInformation>>& records,
                                       bool needRemoveCategory = false);
 
-/// Records what a clean calls back.
+/// Records the callbacks of a clean.
 class FinishRecord : public CleanServiceProtocol {
  public:
   struct Finish {
@@ -75,8 +75,8 @@ class FinishRecord : public CleanServiceProtocol {
   std::condition_variable finished_;
 };
 
-/// While it lives, a clean of large and old files leaves the tree alone: for categories that have no rows
-/// below them, as its repair needs them.
+/// While it lives, a clean of large and old files does not repair the tree: for categories without the rows
+/// that its repair needs.
 class UnrepairedLargeFiles {
  public:
   UnrepairedLargeFiles() : repair_(registerTreeRepair(CleanServiceType::LargeAndOldFile, nullptr)) {}
@@ -88,16 +88,16 @@ class UnrepairedLargeFiles {
   TreeRepairFunc repair_;
 };
 
-/// The answer of a helper that really deletes the paths that `removes` accepts; what is absent already counts
-/// as deleted, and the others get "refused". The flag and the code say nothing.
+/// The answer of a helper that really deletes the paths that `removes` accepts; an absent item counts as
+/// deleted, and the others get "refused". The flag and the code are meaningless.
 ScriptedHelper::Answer deletingWhere(std::function<bool(const std::string& path)> removes);
 
-/// Paths that went between two snapshots. What stayed must be as it was, but for the time and size of
-/// folders, and nothing may be new.
+/// Paths that were removed between two snapshots. The rest must be unchanged, except times and sizes of
+/// folders, and there must be no new items.
 std::vector<std::string> goneBetween(const std::vector<TreeEntry>& before,
                                      const std::vector<TreeEntry>& after);
 
-/// A volume that is installed as the host, and the seams of a clean, which are put back at the end.
+/// A volume that is installed as the host, and the replaced parts of a clean, which are restored at the end.
 class CleanStage {
  public:
   CleanStage();
@@ -105,23 +105,22 @@ class CleanStage {
   CleanStage(const CleanStage&) = delete;
   CleanStage& operator=(const CleanStage&) = delete;
 
-  /// Who is there for PrivilegeHelper::shard(), as an installed helper; null, as at the beginning, for
-  /// nobody.
+  /// The helper that PrivilegeHelper::shard() returns as an installed one; null, the initial value, for none.
   void setHelper(const std::shared_ptr<HelperProtocol>& helper);
-  /// The same with the user who refuses to install one.
+  /// The same with a user who refuses to install a helper.
   static void refuseHelper();
-  /// These paths fail with that errno for this process; the others are removed as always. All paths that it
-  /// tried are in `tried`.
+  /// These paths fail with that errno for this process; the others are removed as always. All attempted paths
+  /// are in `tried`.
   void failRemoving(std::vector<std::string> paths, int error);
 
   TemporaryVolume volume;
   Ref<FeatureInformation> feature;
   // Written by the clean, read by the test when it has ended.
-  std::vector<std::string> helperNames;  ///< asked for
+  std::vector<std::string> helperNames;  ///< requested helpers
   std::vector<std::string> tried;
 };
 
-/// What tests of a clean have in common: a stage, a listener, and what a clean is made of.
+/// Shared by tests of a clean: a stage, a listener, and the parts of a clean.
 class CleanFixture : public testing::Test {
  protected:
   using Records = std::vector<Ref<FileInformation>>;

@@ -59,7 +59,7 @@ std::set<std::string> DuplicateCase::tick(CategoryInformation& all) {
     header.state = kHeaders[pick(5)];
     for (FileInformation& member : header.childrens) {
       member.state = pick(2) == 0 ? kOn : kOff;
-      // A header that is on speaks for its members, as an application sets them.
+      // A header that is on determines the state of its members, as in an application.
       if (header.state == kOn && pick(4) != 0) member.state = kOn;
       const bool isSelected = header.state == kOn || (header.state == kMixed && member.state == kOn);
       if (isSelected) selected.insert(member.url.path());

@@ -9,18 +9,18 @@
 
 namespace sorrel::test {
 
-/// A tree of files at random, many of them and some whole folders alike, and ticks at random on what a scan
-/// finds in it.
+/// A random tree of files, many of them and some whole folders equal, and random ticks on the results of a
+/// scan.
 class DuplicateCase {
  public:
   explicit DuplicateCase(unsigned seed) : random_(seed) {}
 
-  /// Below Users/alice/Data, what nobody scans beside it too.
+  /// Below Users/alice/Data, with items beside it that are not scanned.
   void makeFiles(const TemporaryVolume& volume);
 
-  /// Ticks members and headers of the groups as an application does it, and at times as none should: a header
-  /// that is on with members that are off, or one that is off above members that are on. Answers the paths of
-  /// the members that the rules select.
+  /// Ticks members and headers of the groups as an application does it, and sometimes inconsistently: a
+  /// header that is on with members that are off, or one that is off above members that are on. Returns the
+  /// paths of the members that the rules select.
   std::set<std::string> tick(CategoryInformation& all);
 
  private:

@@ -22,7 +22,7 @@ DuplicateFixture::DuplicateFixture() {
 }
 
 DuplicateFixture::~DuplicateFixture() {
-  SuperScanService::percentService.exchange(nullptr);  // it tells a record that goes away now
+  SuperScanService::percentService.exchange(nullptr);  // it reports to a record that is destroyed now
   DuplicateScanService::limitSize = 512;
   DuplicateScanService::findsEveryEqualPair = false;
   DuplicateScanService::ignoresFoldersWithoutHashes = false;
@@ -95,7 +95,7 @@ void DuplicateStages::run() {
 }
 
 void DuplicateStages::stop() {
-  percent = SuperScanService::percentService.get();  // which lets go of it now
+  percent = SuperScanService::percentService.get();  // which releases it now
   SuperScanService::stopScan(*feature);
 }
 

@@ -20,7 +20,7 @@ namespace sorrel::test {
 /// Paths of the members of each group.
 using DuplicateGroups = std::vector<std::vector<std::string>>;
 
-/// What every test of the search for duplicates works on: a volume, its feature with the number 7 and one
+/// The fixture of every test of the search for duplicates: a volume, its feature with the number 7 and one
 /// category, a limit of 0, and a title for each kind.
 class DuplicateFixture : public testing::Test {
  protected:
@@ -31,9 +31,9 @@ class DuplicateFixture : public testing::Test {
 
   void start(ScanRecord& record, const std::vector<URL>& paths);
   [[nodiscard]] CategoryInformation& all() const { return feature->categoryInfo[0]; }
-  /// Members' paths below the place.
+  /// Members' paths below the folder.
   [[nodiscard]] DuplicateGroups groupsBelow(std::string_view place) const;
-  /// Kinds of the rows that hold the group.
+  /// Kinds of the rows that contain the group.
   [[nodiscard]] std::vector<Integer> rowsOf(std::size_t group) const;
   [[nodiscard]] static std::string logText();
 
@@ -48,14 +48,14 @@ class DuplicateScan : public DuplicateFixture {
   void run(const std::vector<URL>& paths);
   void runHome() { run({volume.url("Users/alice/")}); }
   void runData() { run({volume.url("Users/alice/Data/")}); }
-  /// All threads of the process act as somebody who has no special rights.
+  /// All threads of the process act as a user without special permissions.
   void runDataAsPlainUser();
 
   /// Paths below the home.
   [[nodiscard]] DuplicateGroups groups() const { return groupsBelow("Users/alice/"); }
 };
 
-/// Does something when the submission of a certain number comes in.
+/// Runs an action when the submission of a certain number arrives.
 class CountingQueue : public RecordingQueue {
  public:
   void submit(Task task, Failure failure) override;
@@ -65,7 +65,7 @@ class CountingQueue : public RecordingQueue {
   std::atomic<int> count{0};
 };
 
-/// For single stages, and for what comes between two of them.
+/// For single stages, and for events between two of them.
 class DuplicateStages : public DuplicateFixture {
  protected:
   static constexpr std::string_view kData = "Users/alice/Data/";
@@ -86,7 +86,7 @@ class DuplicateStages : public DuplicateFixture {
   void waitForDone();
 
   [[nodiscard]] DuplicateInfo file(const std::string& name, std::string_view content) const;
-  /// A folder with one file, and with folders of these sizes, as it says, below it.
+  /// A folder with one file, and with folders of these sizes, as computed sizes, below it.
   [[nodiscard]] DuplicateInfo folder(const std::string& name, std::string_view content,
                                      const std::vector<std::int64_t>& below = {}) const;
   void twinFolders() const;

@@ -8,7 +8,7 @@
 
 namespace sorrel::test {
 
-/// Calls `check` with each kernel that this processor can run; the name of the others is printed.
+/// Calls `check` with each kernel that this processor can run; prints the names of the others.
 inline void withEachMD5Kernel(const std::function<void(const MD5Kernel&)>& check) {
   for (const MD5Kernel& kernel : md5Kernels()) {
     SCOPED_TRACE(kernel.name);

@@ -32,7 +32,7 @@ constexpr unsigned kMostSeconds = 60;
     if (written <= 0) ::_exit(1);
     rest.remove_prefix(static_cast<std::size_t>(written));
   }
-  // No destructor of the parent's objects may run twice.
+  // Destructors of the parent's objects must not run twice.
   ::_exit(0);
 }
 

@@ -14,7 +14,7 @@
 namespace sorrel::test {
 namespace {
 
-// mkfs.xfs makes nothing smaller; the image takes only as much of the disk as is written to it.
+// mkfs.xfs makes no smaller ones; the image is sparse.
 constexpr off_t kImageBytes = off_t{320} << 20;
 
 bool runs(const std::string& command) { return std::system((command + " >/dev/null 2>&1").c_str()) == 0; }

@@ -4,8 +4,8 @@
 
 namespace sorrel::test {
 
-/// A new, empty file system in an image file, mounted for the time of its life. Only for children of
-/// inMountingChild(), whose mounts nobody else sees.
+/// A new, empty file system in an image file, mounted during its lifetime. Only for children of
+/// inMountingChild(), whose mounts no other process sees.
 class LoopFileSystem {
  public:
   /// `type` is "btrfs", "xfs" or "ext2"; `options` are mount's, `makeOptions` those of mkfs.TYPE, or "".
@@ -16,7 +16,7 @@ class LoopFileSystem {
   LoopFileSystem(const LoopFileSystem&) = delete;
   LoopFileSystem& operator=(const LoopFileSystem&) = delete;
 
-  /// False where mkfs.TYPE, the kernel's part, a loop device or the right to mount is missing.
+  /// False if mkfs.TYPE, the kernel's part, a loop device or the permission to mount is missing.
   [[nodiscard]] bool isMounted() const { return isMounted_; }
 
  private:
@@ -24,7 +24,7 @@ class LoopFileSystem {
   bool isMounted_ = false;
 };
 
-/// Makes the file `to` a clone of `from`, as `cp --reflink=always` does; false where that can't be done.
+/// Makes the file `to` a clone of `from`, as `cp --reflink=always` does; false if that is not possible.
 bool cloneFile(const std::string& from, const std::string& to);
 
 }  // namespace sorrel::test

@@ -8,7 +8,7 @@
 
 namespace sorrel::test {
 
-/// An event of `count` paths of `size` bytes each, which lead nowhere.
+/// An event of `count` paths of `size` bytes each; none of them exists.
 inline HelperDictionary manyPaths(std::size_t count, std::size_t size) {
   HelperDictionary paths;
   for (std::size_t i = 0; i < count; ++i) {

@@ -5,7 +5,7 @@
 
 namespace sorrel::test {
 
-/// The number in an environment variable, by which whoever runs a test can make it longer.
+/// The number in an environment variable, which can make a test run longer.
 inline std::uint64_t numberFrom(const char* variable, std::uint64_t otherwise) {
   const char* const text = std::getenv(variable);
   return text == nullptr ? otherwise : std::strtoull(text, nullptr, 10);

@@ -27,7 +27,7 @@ PrivateBus::PrivateBus() {
       std::vector<std::string>{"--nofork", "--nopidfile", "--print-address=1", "--config-file=" + file});
   std::promise<std::string> address;
   reader_ = std::thread([this, &address] {
-    // Printed once the bus listens. After that `address` is gone.
+    // Printed once the bus listens. After that `address` is out of scope.
     bool isFirst = true;
     daemon_->run([&](std::string_view line) {
       if (std::exchange(isFirst, false)) address.set_value(std::string(line.substr(0, line.find('\n'))));

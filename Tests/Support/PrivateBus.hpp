@@ -9,10 +9,10 @@
 
 namespace sorrel::test {
 
-/// A message bus of one test: a dbus-daemon that everybody may use who runs as this user.
+/// A message bus of one test: a dbus-daemon for all processes of this user.
 class PrivateBus {
  public:
-  /// Returns when the bus takes connections.
+  /// Returns when the bus accepts connections.
   PrivateBus();
   ~PrivateBus();
   PrivateBus(const PrivateBus&) = delete;
@@ -20,10 +20,10 @@ class PrivateBus {
 
   [[nodiscard]] const std::string& address() const { return address_; }
 
-  /// Where its socket lies; closed to other users.
+  /// The folder of its socket; closed to other users.
   [[nodiscard]] const std::string& folder() const { return folder_.path(); }
 
-  /// Lets the bus start a service on demand: a program of /bin/sh with these commands.
+  /// Makes the bus start a service on demand: a program of /bin/sh with these commands.
   void addService(const std::string& name, const std::string& commands) const;
 
   /// Ends the bus, with all connections to it.

@@ -13,7 +13,7 @@
 namespace sorrel::test {
 
 std::size_t openDescriptors() {
-  // The listing itself holds one more, every time.
+  // The listing itself always has one more open.
   return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator("/proc/self/fd"), {}));
 }
 

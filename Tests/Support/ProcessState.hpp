@@ -4,11 +4,11 @@
 
 namespace sorrel::test {
 
-/// Descriptors that this process has open.
+/// Number of descriptors that this process has open.
 std::size_t openDescriptors();
 
-/// Lowers the limit of this process for good, so that it can open so many more files and no further one.
-/// False if that failed.
+/// Lowers the limit of this process permanently, so that it can open exactly this many more files. False if
+/// that failed.
 bool leaveDescriptors(unsigned count);
 
 /// True if this process has a child, alive or not yet waited for.

@@ -32,7 +32,7 @@ class RandomCase {
     makeTree();
   }
 
-  /// What is wrong with the removal, "" if nothing is.
+  /// The fault of the removal, "" if there is none.
   std::string run(const RemovalPolicy& policy) {
     const auto before = byPath();
     for (std::size_t i = 0, count = 1 + pick(4); i < count; ++i)
@@ -88,7 +88,7 @@ class RandomCase {
     if (isPlain_) giveAway(folders);
   }
 
-  /// Lets rights decide: each item belongs to the plain user or to root, folders have odd modes.
+  /// Makes permissions matter: each item belongs to the plain user or to root, folders have unusual modes.
   void giveAway(const std::vector<std::string>& folders) {
     static constexpr std::array<mode_t, 7> modes = {0755, 0755, 0755, 0700, 0500, 0000, 01777};
     for (const std::string& path : paths_) {

@@ -7,9 +7,9 @@
 
 namespace sorrel::test {
 
-/// One tree of odd names, types, links, owners and modes, a selection in it, and a removal of each item of
-/// the selection: all of it as the seed says. Answers what is wrong, "" if nothing is: only what was selected
-/// may have changed, and only what is gone may count as removed.
+/// One tree of unusual names, types, links, owners and modes, a selection in it, and a removal of each item
+/// of the selection, all determined by the seed. Returns the fault, "" if there is none: only selected items
+/// may have changed, and only items that are gone may count as removed.
 std::string faultOfRandomRemoval(std::uint64_t seed, const RemovalPolicy& policy);
 
 }  // namespace sorrel::test

@@ -84,7 +84,7 @@ bool drain(WeftSerialQueue& queue) {
   const auto reached = std::make_shared<std::promise<void>>();
   std::future<void> done = reached->get_future();
   bool taken = true;
-  // Past any refusal of a test queue: it is the queue's own order that is asked for.
+  // Bypasses any refusal of a test queue: the queue's own order matters.
   queue.WeftSerialQueue::submit([reached] { reached->set_value(); },
                                 [&taken](WeftRunError) { taken = false; });
   return taken && done.wait_for(kPatience) == std::future_status::ready;

@@ -7,7 +7,7 @@
 
 namespace sorrel::test {
 
-/// A serial queue that counts what is submitted to it and refuses tasks on demand. Safe on any thread.
+/// A serial queue that counts its submissions and refuses tasks on demand. Safe on any thread.
 class RecordingQueue : public WeftSerialQueue {
  public:
   explicit RecordingQueue(WeftQOS qos = WeftQOS::Default);
@@ -20,9 +20,9 @@ class RecordingQueue : public WeftSerialQueue {
   /// Refuses every submission with `error` until acceptAgain().
   void refuseAll(WeftRunError error = WeftRunError::QueueFull);
   void acceptAgain();
-  /// From now on a refusal is told only by deliverFailures(), as a queue might that notices late.
+  /// From now on a refusal is reported only by deliverFailures(), as by a queue that notices late.
   void holdFailures();
-  /// Calls the failures that were held back, on the calling thread; answers how many.
+  /// Calls the failures that were held back, on the calling thread; returns their number.
   std::size_t deliverFailures();
 
   /// Submissions that were not refused on demand.
@@ -34,7 +34,7 @@ class RecordingQueue : public WeftSerialQueue {
   std::unique_ptr<Notes> notes_;
 };
 
-/// Waits until everything that `queue` took before has run; false if it does not come to that. Not for a task
+/// Waits until all tasks that `queue` accepted before have run; false if that does not happen. Not for a task
 /// of the queue itself.
 bool drain(WeftSerialQueue& queue);
 

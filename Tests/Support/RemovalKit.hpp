@@ -10,19 +10,19 @@
 
 namespace sorrel::test {
 
-/// A user without rights whom every system knows: "nobody".
+/// A user without permissions whom every system knows: "nobody".
 inline constexpr unsigned kKnownUser = 65534;
 
-/// Whether there is something at `path`, be it a broken link.
+/// True if there is an item at `path`, even a broken link.
 bool isThere(const std::string& path);
-/// "0" for a success, else the error, and what more there is to it: "1 refused", "2 absent".
+/// "0" for a success, else the error, and further facts: "1 refused", "2 absent".
 std::string textOf(const RemovalResult& result);
-/// Of the item itself. Expects that there is one.
+/// The number of the item itself, which must exist.
 ItemNumber numberOf(const std::string& path);
 
-/// Ends this process at the first attempt to remove or rename anything, wherever it lies.
+/// Ends this process at its first attempt to remove or rename any item.
 bool raiseFence();
-/// Lets the system answer openat2(2) with `error` in this process, as old kernels and some sandboxes do.
+/// Makes openat2(2) fail with `error` in this process, as on old kernels and in some sandboxes.
 bool takeAwayOpenat2(int error);
 
 /// Removals in a volume under a user's policy.
@@ -31,7 +31,7 @@ class RemovalStage : public testing::Test {
   [[nodiscard]] RemovalResult remove(std::string_view name) const {
     return removeItem(volume_.path(name), policy_);
   }
-  /// Tells of a removal in a child behind the fence.
+  /// The result of a removal in a child behind the fence.
   [[nodiscard]] std::string behindFence(const std::string& path) const;
 
   TemporaryVolume volume_;

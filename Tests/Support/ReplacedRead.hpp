@@ -9,7 +9,7 @@
 
 namespace sorrel::test {
 
-/// While it lives, every read of a FileReadStream is written down and goes through `onRead`.
+/// While it lives, every read of a FileReadStream is recorded and goes through `onRead`.
 class ReplacedRead {
  public:
   struct Note {
@@ -17,8 +17,8 @@ class ReplacedRead {
     std::size_t asked;
     std::ptrdiff_t got;
   };
-  /// Gets the number of the read, from 0 on over all streams; a result below 0 stands in for the read, 0 lets
-  /// it happen.
+  /// Gets the number of the read, counted from 0 over all streams; a negative result replaces the read, 0
+  /// performs it.
   using OnRead = std::function<std::ptrdiff_t(std::size_t number)>;
 
   explicit ReplacedRead(OnRead onRead = nullptr);

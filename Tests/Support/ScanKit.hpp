@@ -37,10 +37,10 @@ struct CategorySketch {
 /// A feature with a module above it; its categories are numbered from 1.
 Ref<FeatureInformation> makeFeature(Integer finderID, const std::vector<CategorySketch>& categories);
 
-/// The feature of the large and old files, number 3: the category "All" with so many rows below it.
+/// The feature of the large and old files, number 3: the category "All" with this many rows below it.
 Ref<FeatureInformation> makeLargeAndOldFeature(Integer rows = 12);
 
-/// What a scan called back, and on which queue. Its callbacks may be handed to any scanner.
+/// The callbacks of a scan, and the queues they ran on. Its callbacks may be passed to any scanner.
 class ScanRecord {
  public:
   struct Place {
@@ -56,7 +56,7 @@ class ScanRecord {
   [[nodiscard]] std::function<void(CategoryResults)> done();
   [[nodiscard]] std::function<void(FeatureInformation&, std::int64_t)> treeDone();
 
-  /// Runs the main loop until `done` came, its progress was delivered and the bar has ended.
+  /// Runs the main loop until `done` was called, its progress was delivered and the bar has ended.
   [[nodiscard]] bool waitUntilDone();
   [[nodiscard]] Place here() const;
 
@@ -76,7 +76,7 @@ class ScanRecord {
   std::atomic<int> doneCount{0};
 };
 
-/// Paths below `root` of the records, in order, folders with a slash at their end.
+/// Paths below `root` of the records, in order, folders with a trailing slash.
 std::vector<std::string> namesOf(const FileRecords& records, const URL& root);
 /// The record of that name among `records`; a failed expectation and null if there is none.
 Ref<FileInformation> recordNamed(const FileRecords& records, const URL& root, std::string_view name);

@@ -5,7 +5,7 @@
 
 namespace sorrel::test {
 
-/// An environment variable for the length of a scope; `value` null takes it away. Set it before any thread
+/// An environment variable for the duration of a scope; a null `value` removes it. Set it before any thread
 /// starts.
 class ScopedVariable {
  public:

@@ -13,7 +13,7 @@ ScriptedHelper::ScriptedHelper(Answer answer, Thread thread) : answer_(std::move
 
 ScriptedHelper::~ScriptedHelper() {
   for (std::thread& reply : replies_) {
-    // The last one who holds the helper may be a reply that it sends.
+    // The last owner of the helper may be a reply that it sends.
     if (reply.get_id() == std::this_thread::get_id()) {
       reply.detach();
     } else {
@@ -135,7 +135,7 @@ std::vector<std::string> ScriptedInstallation::installations() const {
 }
 
 HelperForShard::HelperForShard(const std::shared_ptr<HelperProtocol>& helper) {
-  // A place that never exists: the installation is asked each time, and refused.
+  // A path that never exists: the installation is attempted each time, and refused.
   const auto installation = std::make_shared<ScriptedInstallation>("/dev/null/no-folder", helper != nullptr);
   installation->setOutcome(PrivilegeInstallResult::getAdmainFail);
   PrivilegeHelper::shard().use(

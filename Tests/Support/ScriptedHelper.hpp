@@ -16,7 +16,7 @@
 
 namespace sorrel::test {
 
-/// A helper of one test: keeps the events that it gets and answers them as the test says. Any thread.
+/// A helper of one test: records its events and answers them as the test specifies. Any thread.
 class ScriptedHelper : public HelperProtocol {
  public:
   struct Event {
@@ -35,14 +35,14 @@ class ScriptedHelper : public HelperProtocol {
     Another,  ///< as a connection does
   };
 
-  /// Without an answer no event is ever answered.
+  /// Without an answer function no event is ever answered.
   explicit ScriptedHelper(Answer answer = {}, Thread thread = Thread::Another);
-  /// Waits for the replies that are under way.
+  /// Waits for the pending replies.
   ~ScriptedHelper() override;
   ScriptedHelper(const ScriptedHelper&) = delete;
   ScriptedHelper& operator=(const ScriptedHelper&) = delete;
 
-  /// Deletes nothing and says so: for each path the numbers of the event, with this status and text.
+  /// Deletes nothing and reports that: for each path the numbers of the event, with this status and text.
   static Answer deleting(HelperEventErrorID status, std::string text = {});
 
   void getHelperVersion(VersionReply reply) override;
@@ -63,7 +63,7 @@ class ScriptedHelper : public HelperProtocol {
   std::vector<std::thread> replies_;
 };
 
-/// A connection to a helper of the test, which the test can lose.
+/// A connection to a helper of the test, which the test can break.
 class ScriptedConnection : public HelperConnection {
  public:
   explicit ScriptedConnection(std::shared_ptr<HelperProtocol> helper) : helper_(std::move(helper)) {}
@@ -86,7 +86,7 @@ class ScriptedConnection : public HelperConnection {
   bool isResumed_ = false;
 };
 
-/// An installation in a folder of the test: what it installs are empty files.
+/// An installation in a folder of the test: it installs empty files.
 class ScriptedInstallation : public HelperInstallation {
  public:
   /// A helper that needs no installation if `isInstalled`.
@@ -97,7 +97,7 @@ class ScriptedInstallation : public HelperInstallation {
   [[nodiscard]] PrivilegeInstallResult install(const std::string& privilegeType,
                                                const std::string& machServiceName) override;
 
-  /// How the next installations end.
+  /// The result of the next installations.
   void setOutcome(PrivilegeInstallResult outcome);
   /// "TYPE NAME" of each installation so far.
   [[nodiscard]] std::vector<std::string> installations() const;
@@ -110,7 +110,7 @@ class ScriptedInstallation : public HelperInstallation {
   std::vector<std::string> installations_;
 };
 
-/// While it lives, PrivilegeHelper::shard() hands out `helper`; null for a user who refuses the password, so
+/// While it lives, PrivilegeHelper::shard() returns `helper`; null for a user who refuses the password, so
 /// that callers get the message of PrivilegeInstallResult::getAdmainFail.
 class HelperForShard {
  public:

@@ -6,9 +6,9 @@
 
 namespace sorrel::test {
 
-/// Mounts a FUSE file system on the folder `point` whose server never answers: whoever asks it anything hangs
-/// until killed. Gone when the descriptor is closed; not open where the system can't have one. For a child
-/// with a mount table of its own.
+/// Mounts a FUSE file system on the folder `point` whose server never answers: every process that accesses it
+/// hangs until it is killed. Gone when the descriptor is closed; not open if the system does not allow it.
+/// For a child with a mount table of its own.
 FileDescriptor mountSilentFileSystem(const std::string& point);
 
 }  // namespace sorrel::test

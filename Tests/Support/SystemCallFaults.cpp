@@ -24,12 +24,12 @@ constexpr int kNotYet = -1;
 constexpr int kImpossible = -2;
 constexpr std::size_t kMostCalls = 1024;
 
-/// Of what the two sides tell each other: each value stands for itself. For any other order the thread
-/// checker takes a lock, and wakes whoever waits for that by a call that has to ask first.
+/// The values shared by the two sides are independent of each other. For any other order the thread sanitizer
+/// takes a lock, and wakes waiting threads by a call that must be checked first.
 constexpr auto kOrder = std::memory_order_relaxed;
 
-/// Lets this thread, and those that it starts, ask before each `call` (before every call if it is negative).
-/// The descriptor where they ask; kImpossible if the system refuses.
+/// Makes this thread, and those that it starts, request permission before each `call` (before every call if
+/// it is negative). Returns the descriptor for the requests; kImpossible if the system refuses.
 int askBefore(int call) {
   std::array<sock_filter, 4> filter = {{
       BPF_STMT(BPF_LD | BPF_W | BPF_ABS, offsetof(seccomp_data, nr)),
@@ -45,14 +45,14 @@ int askBefore(int call) {
   return listener < 0 ? kImpossible : static_cast<int>(listener);
 }
 
-/// Answers the threads that ask. It must not wait for anything that one of them may hold, the allocator's
-/// locks among them, so it keeps its counts in place.
+/// Answers the requesting threads. It must not wait for anything that one of them may hold, including the
+/// allocator's locks, so it keeps its counts in place.
 class Supervisor {
  public:
   Supervisor(int listener, const CallFault& fault, const std::atomic<pid_t>* program = nullptr)
       : listener_(listener), fault_(fault), program_(program) {}
 
-  /// Until the last thread has ended.
+  /// Runs until the last thread has ended.
   void serve() {
     for (;;) {
       pollfd event{listener_, POLLIN, 0};
@@ -127,7 +127,8 @@ class Supervisor {
   std::array<std::uint64_t, kMostCalls> counts_{};
 };
 
-/// Runs `work` on a thread whose calls, and those of whatever it starts, ask `serve` before they are made.
+/// Runs `work` on a thread whose calls, and those of everything it starts, are sent to `serve` before they
+/// are made.
 template <class Serve>
 bool watch(int call, const std::function<void()>& work, const Serve& serve) {
   std::atomic<int> asking{kNotYet};
@@ -165,7 +166,7 @@ std::optional<FaultyRun> runProgramWithFault(const CallFault& fault, char* const
   const auto start = [&] {
     const pid_t child = ::fork();
     if (child == 0) {
-      ::raise(SIGSTOP);  // until it is known here
+      ::raise(SIGSTOP);  // until the supervisor knows it
       ::execv(arguments[0], arguments);
       ::_exit(127);
     }

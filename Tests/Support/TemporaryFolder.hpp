@@ -5,10 +5,10 @@
 
 namespace sorrel::test {
 
-/// A folder of one test, removed with everything in it when the test ends. Its path holds no link.
+/// A folder of one test, removed with everything in it when the test ends. Its path contains no link.
 class TemporaryFolder {
  public:
-  /// How the names of these folders begin.
+  /// Prefix of the names of these folders.
   static constexpr std::string_view kPrefix = "sorrel-test-";
 
   TemporaryFolder();
@@ -17,14 +17,14 @@ class TemporaryFolder {
   TemporaryFolder& operator=(const TemporaryFolder&) = delete;
 
   [[nodiscard]] const std::string& path() const { return path_; }
-  /// Path of the entry `name` (which may hold slashes), whether it exists or not.
+  /// Path of the entry `name` (which may contain slashes), whether it exists or not.
   [[nodiscard]] std::string path(std::string_view name) const;
 
-  /// Writes a file with the folders above it; answers its path.
+  /// Writes a file and creates the folders above it; returns its path.
   std::string file(std::string_view name, std::string_view content = {}) const;
   /// The same for a program of the shell /bin/sh.
   std::string script(std::string_view name, std::string_view commands) const;
-  /// Makes a folder with those above it; answers its path.
+  /// Creates a folder and those above it; returns its path.
   std::string folder(std::string_view name) const;
 
  private:

@@ -90,8 +90,8 @@ namespace {
 
 constexpr std::size_t kBlock = 1 << 16;
 
-/// FNV-1a, 64 bits, over the number and the bytes of each block that is not all zeros: large files of tests
-/// are.
+/// FNV-1a, 64 bits, over the number and the bytes of each block that is not all zeros, as in most large files
+/// of tests.
 std::uint64_t digestOf(const std::string& path) {
   static const std::string zeros(kBlock, '\0');
   std::uint64_t digest = 14695981039346656037U;

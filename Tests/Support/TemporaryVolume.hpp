@@ -22,7 +22,7 @@ constexpr ByteCount operator""_MiB(unsigned long long count) { return {count << 
 constexpr ByteCount operator""_GiB(unsigned long long count) { return {count << 30U}; }
 
 /// A macOS volume in a temporary folder, with the home of alice. Names are paths below the root, without a
-/// slash before them; whatever lies above an item is made with it. Each maker answers the item's path.
+/// leading slash; missing parent folders are created. Each maker returns the item's path.
 class TemporaryVolume : public TemporaryFolder {
  public:
   static constexpr std::string_view kUser = "alice";
@@ -35,14 +35,14 @@ class TemporaryVolume : public TemporaryFolder {
   void install() const;
 
   using TemporaryFolder::file;
-  /// A file of `size` bytes of value 0, which take no room on the disk.
+  /// A sparse file of `size` bytes of value 0.
   std::string file(std::string_view name, ByteCount size) const;
-  /// A file of `size` bytes that differ with `seed`, all written.
+  /// A file of `size` bytes that depend on `seed`, all written.
   std::string filledFile(std::string_view name, ByteCount size, unsigned seed = 1) const;
   std::string link(std::string_view name, std::string_view target) const;
   std::string fifo(std::string_view name) const;
-  /// A chain of `count` folders, each `name` in the one before it, below the folder `top`. The path may grow
-  /// longer than PATH_MAX: an item in the last folder can't always be reached by its path.
+  /// `count` nested folders, each called `name`, below the folder `top`. The path may grow longer than
+  /// PATH_MAX: an item in the last folder can't always be reached by its path.
   std::string chain(std::string_view top, const std::string& name, int count) const;
 
   /// Sets the permission bits.
@@ -55,7 +55,7 @@ class TemporaryVolume : public TemporaryFolder {
   [[nodiscard]] URL url(std::string_view name = "") const;
 };
 
-/// One item of a tree: everything that a scan must leave as it is.
+/// One item of a tree: all properties that a scan must not change.
 struct TreeEntry {
   std::string path;  ///< below the root, "." for the root itself
   mode_t mode = 0;   ///< type and permission bits
@@ -69,8 +69,8 @@ struct TreeEntry {
 };
 void PrintTo(const TreeEntry& entry, std::ostream* out);
 
-/// All items at and below `path`, a parent before its children, by name. No time stamp but access times
-/// changes, and nothing but regular files is opened.
+/// All items at and below `path`, a parent before its children, by name. No time stamp except access times
+/// changes, and only regular files are opened.
 std::vector<TreeEntry> snapshotOf(const std::string& path);
 
 }  // namespace sorrel::test

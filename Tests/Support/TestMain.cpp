@@ -1,5 +1,5 @@
-// The main function of every test program. The tests see a temporary folder of the program's own. What an
-// ordinary user's rights make a test skip, the program runs once more as root of its own namespaces
+// The main function of every test program. The tests see a temporary folder of the program's own. If tests
+// skip for lack of permissions, the program runs them once more as root of its own namespaces
 // (Tests/Support/as-root).
 
 #include <gtest/gtest.h>
@@ -21,10 +21,10 @@
 namespace sorrel::test {
 namespace {
 
-/// How the names of temporary folders of test programs begin.
+/// Prefix of the names of temporary folders of test programs.
 constexpr std::string_view kRunFolder = "sorrel-run-";
 
-/// What as-root gives where the kernel refuses.
+/// Exit status of as-root if the kernel refuses.
 constexpr int kRefused = 77;
 
 std::vector<std::string> skippedTests() {
@@ -42,7 +42,7 @@ std::vector<std::string> skippedTests() {
   return names;
 }
 
-/// The exit status of this program, run with the same words on these tests only.
+/// The exit status of this program, run with the same arguments on these tests only.
 int runAsRoot(std::vector<std::string> words, const std::vector<std::string>& names) {
   std::string filter = "--gtest_filter=";
   for (const std::string& name : names) filter += name + ':';
@@ -62,8 +62,8 @@ int runAsRoot(std::vector<std::string> words, const std::vector<std::string>& na
   return WEXITSTATUS(status);
 }
 
-/// The usual printer of a first attempt. CTest takes a program that prints "[  SKIPPED ]" for skipped,
-/// whatever the second attempt gives.
+/// The usual printer of a first attempt. CTest treats a program that prints "[  SKIPPED ]" as skipped,
+/// regardless of the second attempt.
 class FirstAttempt : public testing::EmptyTestEventListener {
  public:
   explicit FirstAttempt(testing::TestEventListener* printer) : printer_(printer) {}
@@ -104,7 +104,7 @@ int runTests(const std::vector<std::string>& words) {
   return status;
 }
 
-/// A folder for everything temporary: folders of children that end without destructors stay in it.
+/// A folder for all temporary items: folders of children that end without destructors stay in it.
 std::string makeRunFolder() {
   std::string folder = std::filesystem::canonical(std::filesystem::temp_directory_path()) /
                        (std::string(kRunFolder) + "XXXXXX");
@@ -114,7 +114,7 @@ std::string makeRunFolder() {
   return folder;
 }
 
-/// False if something is in it that no test program made.
+/// False if it contains an item that no test program made.
 bool removeRunFolder(const std::string& folder) {
   std::vector<std::filesystem::directory_entry> items;
   for (const auto& item : std::filesystem::directory_iterator(folder)) items.push_back(item);

@@ -35,7 +35,7 @@ std::vector<std::string> namesIn(int folder) {
   return names;
 }
 
-/// Open, readable and writable: a test may have taken its own rights away.
+/// Opened, readable and writable: a test may have removed its own permissions.
 FileDescriptor openOwnFolder(int parent, const std::string& name) {
   struct statx found {};
   if (::statx(parent, name.c_str(), AT_SYMLINK_NOFOLLOW, STATX_TYPE, &found) != 0) return {};
@@ -44,7 +44,7 @@ FileDescriptor openOwnFolder(int parent, const std::string& name) {
   return FileDescriptor(::openat(parent, name.c_str(), kFolderFlags));
 }
 
-/// Whether the item lies in a TemporaryFolder, or is one, wherever links above it lead.
+/// True if the item lies in a TemporaryFolder, or is one, after links above it are resolved.
 bool isOfTheKit(const std::string& path) {
   const fs::path item(path);
   if (!item.is_absolute() || !item.has_filename() || item.filename() == "..") return false;

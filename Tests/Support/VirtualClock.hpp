@@ -7,7 +7,7 @@
 
 namespace sorrel::test {
 
-/// While it lives, no wait of the framework takes time: each is written down instead.
+/// While it lives, no wait of the framework takes time: each is recorded instead.
 class VirtualClock {
  public:
   VirtualClock();
