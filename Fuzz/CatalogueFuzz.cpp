@@ -1,4 +1,4 @@
-// Any bytes as a module catalogue: a whole tree, or one of the stated fatal stops.
+// Any bytes as a module catalogue: they give a whole tree, or one of the documented fatal stops.
 #include <sanitizer/common_interface_defs.h>
 #include <sys/mman.h>
 #include <unistd.h>
@@ -101,7 +101,7 @@ void checkModule(const ModuleInformation& module) {
   }
 }
 
-/// The first category that there is.
+/// The first existing category.
 Ref<CategoryInformation> firstCategory(const std::vector<Ref<ModuleInformation>>& modules) {
   for (const Ref<ModuleInformation>& module : modules) {
     for (const FeatureInformation& feature : module->featureInfo) {

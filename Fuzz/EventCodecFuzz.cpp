@@ -1,5 +1,5 @@
-// Any bytes as an event or a reply: a message or nothing, the same as a reader written for itself finds, and
-// a message is spelled in one way only.
+// Any bytes as an event or a reply: they give a message or nothing, the same result as an independent reader,
+// and each message has exactly one encoding.
 #include "Fuzz/PlainReader.hpp"
 #include "Fuzz/Require.hpp"
 #include "SorrelFramework/HelpTool/EventCodec.hpp"

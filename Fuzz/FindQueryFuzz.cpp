@@ -1,5 +1,5 @@
-// Any text up to a line feed as a query of mdfind(1), and the rest as a name: what parses says the same with
-// blanks around it, and a pattern finds the names that a model of it finds.
+// Any text up to a line feed as a query of mdfind(1), and the rest as a name: a valid query means the same
+// with blanks around it, and a pattern matches the names that a model of it matches.
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -18,7 +18,7 @@ namespace {
 // A name of the system has at most 255 bytes, and the model's table is as long as the pattern times that.
 constexpr std::size_t kLongest = 255;
 
-/// matches[i]: the pattern so far fits the first i bytes of the text.
+/// matches[i]: the pattern so far matches the first i bytes of the text.
 bool modelFits(std::string_view pattern, std::string_view text) {
   std::vector<bool> matches(text.size() + 1);
   matches[0] = true;
@@ -67,7 +67,7 @@ void checkLimit(std::string_view text, std::string_view name) {
 
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const std::string_view input = sorrel::fuzz::textOf(data, size);
-  // Neither an argument of a program nor a name holds a NUL.
+  // Neither an argument of a program nor a name contains a NUL.
   if (input.find('\0') != std::string_view::npos) return 0;
   const std::size_t end = input.find('\n');
   const std::string_view text = input.substr(0, end).substr(0, kLongest);

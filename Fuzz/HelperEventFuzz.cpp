@@ -1,5 +1,5 @@
-// Any bytes as an event to the root program: whatever gets through to an answer gets a sound one that lists
-// each path.
+// Any bytes as an event to the root program: if they are accepted, the answer is well-formed and lists each
+// path.
 #include "Fuzz/Require.hpp"
 #include "Helper/EventForm.hpp"
 #include "Helper/Reply.hpp"

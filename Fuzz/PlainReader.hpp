@@ -10,11 +10,11 @@
 
 #include "SorrelFramework/HelpTool/EventCodec.hpp"
 
-// The format of encodeHelperMessage() read a second time, on its own: what MessageView takes from hostile
-// bytes is held against this, in the tests and in the fuzz targets.
+// An independent reader of the format of encodeHelperMessage(): the results of MessageView on hostile bytes
+// are compared with it, in the tests and in the fuzz targets.
 namespace sorrel::fuzz {
 
-/// Into maps, straight from the bytes.
+/// Reads into maps, directly from the bytes.
 class PlainReader {
  public:
   PlainReader(std::string_view bytes, HelperMessage::Kind kind) : rest_(bytes), kind_(kind) {}
@@ -67,7 +67,7 @@ class PlainReader {
     return text;
   }
 
-  /// Entries are taken one by one, so that no count makes room for more than the bytes hold.
+  /// Entries are read one by one, so that a count can't allocate more than the bytes contain.
   [[nodiscard]] bool dictionary(HelperDictionary& dictionary, int depth) {
     const std::optional<std::uint32_t> count = integer<std::uint32_t>();
     if (!count.has_value() || depth > HelperLimits::depth) return false;
@@ -103,7 +103,7 @@ class PlainReader {
   [[nodiscard]] bool views(std::vector<SenderView>& views, std::size_t keys) {
     bool hasViews = false;
     if (!flag(hasViews)) return false;
-    // A view has one byte at the least; "given, but none" would be a second spelling of "none".
+    // A view has at least one byte; "given, but empty" would be a second encoding of "none".
     if (!hasViews) return true;
     if (keys == 0 || keys > rest_.size()) return false;
     views.reserve(keys);

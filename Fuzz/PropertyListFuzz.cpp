@@ -1,4 +1,5 @@
-// Any bytes as a property list: a value or nothing, and a value survives the way through each writer.
+// Any bytes as a property list: they give a value or nothing, and a value survives each writer and its
+// reader.
 #include "Fuzz/Require.hpp"
 #include "SorrelFramework/Platform/PropertyLists/PropertyList.hpp"
 
@@ -14,7 +15,7 @@ void checkBinary(const PropertyList& list) {
   require(again.has_value() && *again == list, "binary comes back the same");
 }
 
-/// XML holds whole seconds and no UIDs, so it is the text that has to come back.
+/// XML has whole seconds and no UIDs, so the text is compared, not the value.
 void checkXML(const PropertyList& list) {
   const std::optional<std::string> text = writePropertyListXML(list);
   if (!text.has_value()) return;

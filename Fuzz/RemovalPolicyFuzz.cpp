@@ -1,6 +1,6 @@
-// Any path against the policy of removals: what a removal would take is never a protected place, nor in one,
-// nor above one, by whatever links and spellings it is reached. A model that knows nothing but texts and
-// realpath(3) says which places those are. Nothing is removed.
+// Any path against the policy of removals: a permitted removal never affects a protected item, its contents
+// or its ancestors, through any links and spellings. A model based only on texts and realpath(3) determines
+// the protected paths. Nothing is removed.
 #include <pwd.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -23,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// "" if there is no such place.
+/// "" if the path does not exist.
 std::string real(const std::string& path) {
   std::array<char, PATH_MAX> buffer{};
   return ::realpath(path.c_str(), buffer.data()) != nullptr ? std::string(buffer.data()) : std::string();
@@ -64,7 +64,7 @@ class Scratch {
   std::string root_;
 };
 
-/// The rules told in texts.
+/// The rules in terms of texts.
 class Model {
  public:
   explicit Model(const Scratch& scratch) {
@@ -136,7 +136,7 @@ class Model {
   }
 
  private:
-  /// Length of the deepest place of the list that holds `folder`; 0 if none does.
+  /// Length of the deepest path of the list that contains `folder`; 0 if none does.
   static std::size_t longest(const std::vector<std::string>& list, const std::string& folder) {
     std::size_t length = 0;
     for (const std::string& place : list) {
@@ -151,7 +151,7 @@ class Model {
   std::vector<std::string> exceptions_;
 };
 
-/// Bytes below 32 stand for whole names, so that few bytes make a path that leads somewhere.
+/// Bytes below 32 stand for whole names, so that few bytes make an existing path.
 std::string pathOf(std::string_view bytes, const std::string& root) {
   static const std::array<std::string, 32> kWords = {
       "/",    "..", ".",     "//",    "usr",  "etc", "kept", "open", "shut", "free",  "home",

@@ -7,7 +7,7 @@
 
 namespace sorrel::fuzz {
 
-/// A promise that every input has to keep; a broken one is a finding.
+/// An invariant that every input must keep; a violation is a finding.
 inline void require(bool holds, const char* promise) {
   if (holds) return;
   std::fprintf(stderr, "broken promise: %s\n", promise);

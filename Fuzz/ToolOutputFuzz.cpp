@@ -1,4 +1,5 @@
-// Any bytes as the output of mdls(1): the size in it is that of a model which keeps all lines and sorts them.
+// Any bytes as the output of mdls(1): the size in it equals that of a model which keeps all lines and sorts
+// them.
 #include <algorithm>
 #include <cstdint>
 #include <limits>

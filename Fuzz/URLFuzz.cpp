@@ -1,4 +1,4 @@
-// Any text as a URL and any bytes as a path: what goes in comes out, and the rules of paths hold.
+// Any text as a URL and any bytes as a path: conversions are reversible, and the rules of paths hold.
 #include "Fuzz/Require.hpp"
 #include "SorrelFramework/Platform/Text/Text.hpp"
 #include "SorrelFramework/Platform/Text/URL.hpp"

@@ -1,4 +1,4 @@
-// Holds the catalogues that the program comes with against the promises of a catalogue.
+// Checks that the program's own catalogues keep the promises of a catalogue.
 #include <gtest/gtest.h>
 #include <TestPlaces.hpp>
 
@@ -19,7 +19,7 @@ using namespace sorrel;
 
 namespace {
 
-/// Gives a variable of the environment another value, or none, for a while.
+/// Sets an environment variable to another value, or removes it, for the duration of a scope.
 class Variable {
  public:
   Variable(const char* name, std::optional<std::string> value) : name_(name) {
@@ -92,7 +92,7 @@ bool liesIn(std::string_view path, std::string_view folder) {
   return path == folder || (path.starts_with(folder) && path[folder.size()] == '/');
 }
 
-// Folders that must stay; what lies in them may go.
+// Folders that must stay; their contents may go.
 constexpr std::string_view kKept[] = {
     "/home",
     "/home/alice",
@@ -124,7 +124,7 @@ constexpr std::string_view kKept[] = {
     "/private/var",
 };
 
-// Folders that must stay with everything in them.
+// Folders that must stay with all their contents.
 constexpr std::string_view kUntouchable[] = {
     "/bin",
     "/boot",

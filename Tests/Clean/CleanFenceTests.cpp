@@ -27,7 +27,7 @@ class CleanFenceTest : public testing::Test {
     return CleanFence().error(URL::fileURL(path, false));
   }
 
-  /// The item that a removal finds at `path`, after which `meanwhile` happens, and what the fence says of it.
+  /// The fence's error for the item that a removal finds at `path`, after `meanwhile` has run.
   [[nodiscard]] int errorOfFound(
       const std::string& path, const std::function<void()>& meanwhile = [] {}) const {
     const RemovalPolicy policy = RemovalPolicy::forUser();

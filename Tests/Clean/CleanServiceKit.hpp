@@ -13,7 +13,7 @@ using Names = std::vector<std::string>;
 
 class CleanServiceTest : public CleanFixture {
  protected:
-  /// A record of a file of the volume, which is made with it.
+  /// A record of a file of the volume, which is created too.
   Ref<FileInformation> leaf(const std::string& name, Integer state = kOn, std::int64_t size = 1,
                             bool canDelete = true) {
     stage_.volume.file(name, name);
@@ -26,7 +26,7 @@ class CleanServiceTest : public CleanFixture {
     return makeRecord({stage_.volume.url(name + "/"), state, size, true, childrens});
   }
 
-  /// Runs `entry` to its end; answers the paths that are gone from the volume.
+  /// Runs `entry` to its end; returns the paths that are gone from the volume.
   template <class Entry>
   Names goneAfter(const Entry& entry) {
     const auto before = snapshotOf(stage_.volume.path());

@@ -19,7 +19,7 @@
 namespace sorrel::test {
 namespace {
 
-// Random trees with random ticks, against the rule told another way.
+// Random trees with random ticks, compared with another formulation of the rule.
 
 void runCase(const CleanCase& sketch, const std::vector<Ref<CategoryInformation>>& tree,
              const std::shared_ptr<FinishRecord>& finish) {
@@ -38,7 +38,7 @@ void runCase(const CleanCase& sketch, const std::vector<Ref<CategoryInformation>
   EXPECT_EQ(finish->percents, kFullProgress);
 }
 
-/// The names that a leaf's fate takes from the disk: its own and all below it.
+/// The names that the deletion of a leaf removes from the disk: its own and all below it.
 Names namesGone(const CleanCase::Outcome& outcome, const std::vector<TreeEntry>& before) {
   Names gone;
   for (const TreeEntry& entry : before) {
@@ -52,7 +52,7 @@ Names namesGone(const CleanCase::Outcome& outcome, const std::vector<TreeEntry>&
   return gone;
 }
 
-/// No ticks, numbers in order, sizes that add up.
+/// No ticks, numbers in order, correct sums of sizes.
 void expectRepaired(const Children<FileInformation>& level, Integer parentFinderID, std::int64_t size) {
   std::int64_t total = 0;
   for (std::size_t i = 0; i < level.size(); ++i) {
@@ -146,7 +146,7 @@ void checkCase(const CleanCase& sketch) {
     expectCommonEnd(expected, finish->finishes.at(0), tree, stage);
   }
 
-  // The same ticks once more: nothing is left for them.
+  // The same ticks once more: nothing is left to delete.
   leaves.clear();
   const auto again = std::make_shared<FinishRecord>();
   ASSERT_NO_FATAL_FAILURE(runCase(sketch, sketch.makeTree(stage, leaves), again));
@@ -155,8 +155,8 @@ void checkCase(const CleanCase& sketch) {
   EXPECT_EQ(again->finishCount(), 1U);
 }
 
-// SORREL_CLEAN_CASES sets how many in all, SORREL_CLEAN_SEED the seed of the first: a failing case runs again
-// with its seed and a count of 1. In four parts, which may run beside each other.
+// SORREL_CLEAN_CASES sets the total number, SORREL_CLEAN_SEED the seed of the first: a failing case runs
+// again with its seed and a count of 1. In four parts, which may run in parallel.
 class CleanServiceProperty : public testing::TestWithParam<unsigned> {};
 
 TEST_P(CleanServiceProperty, randomCleansTakeWhatTheRulesSelectAndNothingElse) {

@@ -241,7 +241,7 @@ TEST_F(CleanServiceStepsTest, linkThatStaysInTheVolumeIsFollowedAboveAnItem) {
   EXPECT_EQ(clean({category(kOn, {makeRecord({stage_.volume.url("alias/a"), kOn})})}), Names{"real/a"});
 }
 
-/// Writes down which of its operations run; the helper's half ends at once.
+/// Records which of its operations run; the helper's half ends at once.
 class NotingService : public HelperCleanService {
  public:
   using HelperCleanService::HelperCleanService;

@@ -17,7 +17,7 @@ namespace sorrel::test {
 
 using Names = std::vector<std::string>;
 
-/// Records of files that need not exist: nothing here is removed by this process.
+/// Records of files that need not exist: this process removes nothing here.
 class HelperCleanServiceTest : public CleanFixture {
  protected:
   Ref<FileInformation> leaf(const std::string& name, std::int64_t size = 1, Integer finderID = 0) {
@@ -38,7 +38,7 @@ class HelperCleanServiceTest : public CleanFixture {
     ++made_;
     return record;
   }
-  /// A service whose helper half holds these records, marked as the selection does; the other half is done.
+  /// A service whose helper half has these records, marked as by the selection; the other half is done.
   std::shared_ptr<HelperCleanService> serviceFor(const Records& records,
                                                  CleanServiceType type = CleanServiceType::Common) {
     auto service = makeService({category(kOn, records)}, type);
@@ -51,7 +51,7 @@ class HelperCleanServiceTest : public CleanFixture {
     stage_.setHelper(helper);
     return helper;
   }
-  /// A helper that sends this dictionary, whatever it is asked.
+  /// A helper that sends this dictionary in reply to any event.
   std::shared_ptr<ScriptedHelper> helperSending(std::optional<HelperDictionary> reply) {
     return helperThat([reply = std::move(reply)](auto&) {
       return std::optional(ScriptedHelper::Reply{false, 99, reply});

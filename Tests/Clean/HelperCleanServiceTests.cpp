@@ -17,7 +17,7 @@
 namespace sorrel::test {
 namespace {
 
-/// Puts another repair in the place of a type's for the length of a scope.
+/// Replaces the repair of a type for the duration of a scope.
 class ScopedRepair {
  public:
   ScopedRepair(CleanServiceType type, TreeRepairFunc repair)

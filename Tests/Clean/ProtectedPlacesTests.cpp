@@ -18,7 +18,7 @@
 namespace sorrel {
 namespace {
 
-/// What a removal of `path` under the host's policy ends with.
+/// The error of a removal of `path` under the host's policy.
 int errorOf(const std::string& path) {
   RemovalPolicy policy = RemovalPolicy::forUser();
   protectPlacesOfHost(policy);

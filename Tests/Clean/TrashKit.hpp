@@ -14,7 +14,7 @@
 
 namespace sorrel::test {
 
-/// A desktop home whose trash lies in `data/Trash` of a temporary folder.
+/// A desktop home whose trash is `data/Trash` of a temporary folder.
 class TrashTest : public testing::Test {
  protected:
   using Names = std::vector<std::string>;
@@ -25,7 +25,7 @@ class TrashTest : public testing::Test {
     home_.folder("data/Trash/info");
   }
 
-  /// Throws a file away under that name: the item and its record.
+  /// Moves a file to the trash under that name: the item and its record.
   void trash(const std::string& name, const std::string& content = "x") const {
     home_.file(kFiles + name, content);
     home_.file(infoOf(name), "[Trash Info]\nPath=/a\nDeletionDate=2026-01-02T03:04:05\n");
@@ -33,7 +33,7 @@ class TrashTest : public testing::Test {
   [[nodiscard]] std::string infoOf(const std::string& name) const { return kInfo + name + ".trashinfo"; }
   [[nodiscard]] URL url(const std::string& name) const { return URL::fileURL(home_.path(name), false); }
   [[nodiscard]] std::vector<TreeEntry> items() const { return snapshotOf(home_.path()); }
-  /// What goes when a clean removes these items of the trash.
+  /// The paths that a clean of these items of the trash removes.
   Names goneAfterRemoving(const Names& names) const {
     const auto before = items();
     const FileRemover::Session removal = FileRemover::shard().begin();

@@ -19,7 +19,7 @@ class TrashRemainsTest : public TrashTest {
  protected:
   static constexpr std::int64_t kNow = 2'000'000'000;
 
-  /// As seen long after everything was written.
+  /// The result long after all items were written.
   [[nodiscard]] TrashRemains found(const std::string& root = "data/Trash/files", Date now = {1e11}) const {
     return TrashRemains::find({URL::fileURL(home_.path(root), true)}, now);
   }

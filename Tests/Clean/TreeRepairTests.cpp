@@ -116,7 +116,7 @@ TEST_F(LargeAndOldRepair, cleanWithoutACategoryHasNothingToRepair) {
 
 // Duplicates
 
-/// A clean in a current folder of its own, which the URL of a group's header stands for.
+/// A clean with a current folder of its own, which the URL of a group's header stands for.
 class DuplicateClean : public testing::TestWithParam<unsigned> {
  protected:
   DuplicateClean() {
@@ -139,7 +139,7 @@ class DuplicateClean : public testing::TestWithParam<unsigned> {
     LogService::shard().flushForTesting();  // the log lies in the volume too
   }
 
-  /// What a repair must leave: numbers without gaps, no ticks, at least two members, sums that add up.
+  /// The result of every repair: numbers without gaps, no ticks, at least two members, correct sums.
   static void expectInOrder(CategoryInformation& all) {
     std::int64_t sum = 0;
     for (std::size_t i = 0; i < all.childrens.size(); ++i) {
@@ -196,8 +196,8 @@ class DuplicateClean : public testing::TestWithParam<unsigned> {
   std::size_t selected_ = 0;
 };
 
-// SORREL_CLEAN_CASES sets how many in all, SORREL_CLEAN_SEED the seed of the first: a failing case runs again
-// with its seed and a count of 1. In four parts, which may run beside each other.
+// SORREL_CLEAN_CASES sets the total number, SORREL_CLEAN_SEED the seed of the first: a failing case runs
+// again with its seed and a count of 1. In four parts, which may run in parallel.
 TEST_P(DuplicateClean, randomTicksTakeTheMembersTheySelectAndNothingElse) {
   const auto first = static_cast<unsigned>(test::numberFrom("SORREL_CLEAN_SEED", 1));
   const auto count = static_cast<unsigned>(test::numberFrom("SORREL_CLEAN_CASES", 600));

@@ -5,7 +5,7 @@
 namespace sorrel::test {
 namespace {
 
-/// The library's own function, behind the one of this file.
+/// The library's own function, which the one of this file shadows.
 template <class Function>
 Function* next(const char* name) {
   return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
@@ -20,8 +20,8 @@ BusCalls& busCalls() {
 
 }  // namespace sorrel::test
 
-// Stand before those of libsystemd: every call passes here on its way to the bus. The signatures are those of
-// <systemd/sd-bus.h>, with what only passes through as void.
+// These shadow the functions of libsystemd, so that every call to the bus passes here. The signatures are
+// those of <systemd/sd-bus.h>, with void for parameters that are only passed on.
 extern "C" [[gnu::visibility("default")]] int sd_bus_call(void* bus, void* message, std::uint64_t timeout,
                                                           void* error, void** reply) {
   sorrel::test::busCalls().note(timeout);

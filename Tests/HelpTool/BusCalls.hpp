@@ -8,7 +8,7 @@
 
 namespace sorrel::test {
 
-/// What sdbus-c++ asks of the library below it.
+/// The calls of sdbus-c++ to the library below it.
 class BusCalls {
  public:
   void note(std::uint64_t timeout) {
@@ -20,12 +20,12 @@ class BusCalls {
     }
     if (event) event();
   }
-  /// The time-outs since the last call of this, in microseconds.
+  /// The time-outs since the last call of this function, in microseconds.
   std::vector<std::uint64_t> takeTimeouts() {
     const std::lock_guard lock(mutex_);
     return std::exchange(timeouts_, {});
   }
-  /// Lets something happen at the beginning of a call, on its thread: of the next one, or some later.
+  /// Runs an action at the beginning of a call, on its thread: of the next one, or `more` calls later.
   void before(int more, std::function<void()> event) {
     const std::lock_guard lock(mutex_);
     more_ = more;
@@ -39,7 +39,7 @@ class BusCalls {
   std::function<void()> before_;
 };
 
-/// Those of this program.
+/// The instance of this program.
 BusCalls& busCalls();
 
 }  // namespace sorrel::test

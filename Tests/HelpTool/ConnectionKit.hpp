@@ -33,7 +33,7 @@ struct Reply {
   std::optional<HelperDictionary> dictionary;
 };
 
-/// A bus of its own, what is a helper to it, and who calls that.
+/// A private bus, a service that acts as the helper, and callers of it.
 class ConnectionKit : public testing::Test {
  protected:
   ConnectionKit() { Host::install(Host::macVolume(folder.path(), "alice", {})); }
@@ -64,7 +64,7 @@ class ConnectionKit : public testing::Test {
     helper.handleEvent(id, {{"/a", HelperDictionary()}},
                        [this](bool, std::int32_t, const std::optional<HelperDictionary>&) { ++replies; });
   }
-  /// The bus knows that it is gone when this returns.
+  /// When this returns, the bus has noticed the end.
   void endService() {
     const std::string name = service->uniqueName();
     service.reset();

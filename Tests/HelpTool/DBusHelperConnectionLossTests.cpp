@@ -1,4 +1,4 @@
-// Helpers and buses that go, and the calls that were on their way.
+// Helpers and buses that end, and their pending calls.
 #include <gtest/gtest.h>
 #include <sdbus-c++/sdbus-c++.h>
 
@@ -22,7 +22,7 @@ namespace {
 using namespace test;
 using DBusHelperConnectionTest = ConnectionKit;
 
-/// What a call asks of the bus before it goes out: who owns the name, and what user that is.
+/// Queries to the bus before a call is sent: the owner of the name, and that owner's user.
 constexpr int kQuestions = 2;
 
 /// Never replies.
@@ -66,7 +66,7 @@ TEST_F(DBusHelperConnectionTest, aBusThatVanishesInMidCallAnswersNothing) {
   bus.stop();
   EXPECT_TRUE(waitUntilFieldsAreClear());
   EXPECT_EQ(replies, 0);
-  const LeaksOfOthers leaks;  // sdbus-c++ forgets a bus by an address where nobody listens
+  const LeaksOfOthers leaks;  // sdbus-c++ leaks a bus object for an address without a listener
   EXPECT_EQ(helper(), nullptr);
 }
 
@@ -82,9 +82,9 @@ TEST_F(DBusHelperConnectionTest, whatTheLastHelperAnsweredCountsWhenTheNextOneIs
     code.set_value(value);
   });
   WireService::Result unanswered = first.get_future().get();
-  // Just as the connection asks who is there.
+  // At the moment when the connection queries the owner.
   busCalls().before(0, [&] {
-    // Whoever answers must be gone before the service is.
+    // The pending answer must be destroyed before the service.
     WireService::reply(WireService::Result(std::move(unanswered)), true, 22, sealedReply(std::nullopt));
     service.reset();
     startService(WireService::echo);
@@ -142,7 +142,7 @@ TEST_F(DBusHelperConnectionTest, aHelperThatIsEndingSendsItsCallersToTheNext) {
   service->refuseWith("closing");
   const auto held = countedHelper();
   ASSERT_NE(held, nullptr);
-  // Begin of the first try, then the questions of the second.
+  // Begin of the first try, then the queries of the second.
   busCalls().before(kQuestions + 1, [&] { replaceService(WireService::echo); });
   EXPECT_TRUE(ask(*held, kDelete, {}).flag);
   EXPECT_EQ(losses, 0);
@@ -294,7 +294,7 @@ TEST_F(DBusHelperConnectionTest, theLastHolderMayGoWhileTheHelperDoes) {
     connection->resume();
     ASSERT_NE(connection->remoteObjectProxyWithErrorHandler([] {}), nullptr);
     owner->releaseName(kWireService);
-    // The connection learns of it about now.
+    // The connection is notified of it about now.
     for (int spin = 0; spin < i % 100; ++spin) std::this_thread::yield();
     connection.reset();
   }

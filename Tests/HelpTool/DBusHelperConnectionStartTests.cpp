@@ -1,4 +1,4 @@
-// Who is started, who is trusted, and when there is no connection at all.
+// Starting the helper, trusting its owner, and cases without any connection.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <pwd.h>
@@ -63,7 +63,7 @@ TEST_F(DBusHelperConnectionTest, aBusThatVanishesWhileTheHelperStartsGivesAMessa
   bus.stop();
   ASSERT_EQ(tool.wait_for(kPatience), std::future_status::ready);
   EXPECT_EQ(tool.get().message, "HelperTool as? HelperProtocol");
-  // Lets the program end that waits for the other end.
+  // Ends the program that waits for the other end.
   const FileDescriptor writer(::open(gate.c_str(), O_WRONLY | O_NONBLOCK | O_CLOEXEC));
   EXPECT_TRUE(waitUntilFieldsAreClear());
 }
@@ -98,7 +98,7 @@ TEST_F(DBusHelperConnectionTest, nobodyButTheRightUserIsTrusted) {
 
 TEST_F(DBusHelperConnectionTest, eachCallLooksAtTheOwnerAgain) {
   if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can be somebody else";
-  const passwd* const nobody = ::getpwnam("nobody");  // a bus turns away whom it does not know
+  const passwd* const nobody = ::getpwnam("nobody");  // a bus rejects unknown users
   ASSERT_NE(nobody, nullptr);
   startService(WireService::echo);
   std::atomic<int> lost = 0;
@@ -109,7 +109,7 @@ TEST_F(DBusHelperConnectionTest, eachCallLooksAtTheOwnerAgain) {
   service.reset();
   std::filesystem::permissions(bus.folder(), std::filesystem::perms::all);
   std::thread([this, nobody] {
-    // Of this thread alone; the C library would change all of them.
+    // For this thread only; the C library would change all threads.
     ASSERT_EQ(::syscall(SYS_setresuid, -1, nobody->pw_uid, -1), 0);
     startService(WireService::echo);
   }).join();

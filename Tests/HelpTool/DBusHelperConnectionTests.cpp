@@ -259,7 +259,7 @@ TEST_F(DBusHelperConnectionTest, repliesLeaveNoDescriptorsOpen) {
   ask(*held, kDelete, {});
   const std::size_t before = openDescriptors();
   for (int i = 0; i < 20; ++i) ask(*held, kDelete, {{"/a", HelperDictionary()}});
-  EXPECT_LT(openDescriptors(), before + 8);  // the last ones may still be on their way out
+  EXPECT_LT(openDescriptors(), before + 8);  // the last ones may still be in the process of ending
 }
 
 }  // namespace

@@ -60,7 +60,7 @@ TEST(EventRefusal, eachReasonHasItsText) {
 
 class SettledReply : public testing::Test {
  protected:
-  /// The status of a file of which the reply says `status`, after it was removed or not.
+  /// The status of a file for which the reply has `status`, depending on whether it was removed.
   std::int64_t statusOf(bool isThereBefore, bool isThereNow, const std::string& key, int status = 2,
                         std::int32_t eventID = 0) {
     const std::string file = folder.path("file");

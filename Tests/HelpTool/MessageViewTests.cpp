@@ -181,7 +181,7 @@ class RandomMessages {
   std::mt19937_64 random_;
 };
 
-/// What a reader sees that was written for itself; true if it is a message.
+/// Compares with an independent reader; true if it is a message.
 bool isReadAlike(std::string_view bytes, Kind kind) {
   const std::optional<HelperMessage> plain = fuzz::PlainReader(bytes, kind).message();
   EXPECT_TRUE(decodeHelperMessage(bytes, kind) == plain) << testing::PrintToString(std::string(bytes));

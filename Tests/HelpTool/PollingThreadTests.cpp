@@ -77,7 +77,7 @@ TEST(PollingThread, mayEndInOneOfItsOwnTasks) {
   const auto tracked = std::make_shared<int>(1);
   thread->start();
   thread->post([held = thread, wait = isFree.get_future().share()] { wait.wait(); });
-  thread->post([tracked] { *tracked = 2; });  // dropped: the object is gone before
+  thread->post([tracked] { *tracked = 2; });  // dropped: the object is destroyed before
   const std::weak_ptr<PollingThread> watch = thread;
   thread.reset();
   isFree.set_value();

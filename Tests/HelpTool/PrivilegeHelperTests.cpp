@@ -134,7 +134,7 @@ TEST_F(PrivilegeHelperTest, aFailedInstallationGivesItsTextAndNoHelper) {
     EXPECT_EQ(tool.helper, nullptr);
     EXPECT_EQ(tool.message, outcome.content());
   }
-  EXPECT_EQ(installation->installations().size(), 4U);  // asked anew each time
+  EXPECT_EQ(installation->installations().size(), 4U);  // requested again each time
   EXPECT_TRUE(connections.empty());
   EXPECT_FALSE(installedVersion().has_value());
 }
@@ -244,7 +244,7 @@ TEST_F(PrivilegeHelperTest, theReplyToCloseHelperIsTakenSilently) {
 TEST_F(PrivilegeHelperTest, manyThreadsGetAHelperWhileOthersLoseIt) {
   addServiceFile();
   addProgram();
-  // The connector of the fixture keeps lists; this one keeps none.
+  // The connector of the fixture records connections; this one does not.
   PrivilegeHelper other(installation,
                         [this](const std::string&) { return std::make_shared<ScriptedConnection>(helper); });
   std::vector<std::thread> threads;

@@ -26,7 +26,7 @@ inline const std::string kWireService = "org.example.test-appHelper";
 /// The memory of a reply with this dictionary.
 FileDescriptor sealedReply(const std::optional<HelperDictionary>& dictionary);
 
-/// Speaks to callers as a helper does, and does nothing.
+/// Answers callers like a helper, and does nothing.
 class WireService {
  public:
   using BeginResult = sdbus::Result<std::uint64_t, sdbus::UnixFd>;
@@ -43,13 +43,13 @@ class WireService {
   /// Sends the event's dictionary back.
   static void echo(const Event& event, Result&& result);
 
-  /// From now on Begin is refused with this word; "" for no more.
+  /// From now on Begin is refused with this word; "" ends that.
   void refuseWith(const std::string& reason);
   /// Calls of Stop and of CloseHelper so far.
   [[nodiscard]] int stops() const { return stops_; }
   [[nodiscard]] int closes() const { return closes_; }
 
-  /// In an answer.
+  /// For use in an answer.
   void giveUpName() { connection_->releaseName(kWireService); }
 
   [[nodiscard]] std::string uniqueName() const { return connection_->getUniqueName(); }
@@ -73,7 +73,7 @@ class WireService {
   std::atomic<int> closes_ = 0;
   std::unique_ptr<sdbus::IConnection> connection_;
   std::unique_ptr<sdbus::IObject> object_;
-  // In place of the loop of sdbus-c++, which ends the process when the bus goes.
+  // Replaces the loop of sdbus-c++, which ends the process when the bus ends.
   PollingThread thread_{{[this] { return wait(); }, [this] { process(); }}};
 };
 

@@ -24,7 +24,7 @@ using namespace test;
 
 using AuthorityTest = HelperServiceKit;
 
-// --- who asks ---
+// --- the caller ---
 
 TEST_F(AuthorityTest, theSubjectIsTheBusNameOfTheSender) {
   start({});
@@ -64,7 +64,7 @@ TEST_F(AuthorityTest, aMaintenanceEventWithPathsAsksForADeletionWithTheirNumber)
   EXPECT_EQ(questions[0].details, (std::map<std::string, std::string>{{"items", "2 items"}}));
 }
 
-/// The message of an action as the user reads it: polkit puts the details in.
+/// The message of an action as the user reads it: polkit inserts the details.
 std::string shownMessage(const ScriptedPolkit::Question& question) {
   const std::string policy = contentOf("/usr/share/polkit-1/actions/" + kService + ".policy");
   const std::size_t action = policy.find("<action id=\"" + question.action + "\">");
@@ -169,7 +169,7 @@ TEST_F(AuthorityTest, aCallerThatLeavesDuringTheQuestionHasSentNothing) {
   ASSERT_TRUE(machine->waitForLog("refused: caller-left"));
   EXPECT_TRUE(test::runMainLoopUntil([this] { return machine->polkit().cancellations().size() == 1; }));
   machine->polkit().answerAll(true);
-  // The next call is served after whatever the late yes could have set off.
+  // The next call is served after anything that the late yes could have started.
   machine->polkit().setMode(ScriptedPolkit::Mode::No);
   EXPECT_TRUE(machine->ask(kDelete, kNowhere).isThere);
   EXPECT_TRUE(fs::exists(file));
@@ -265,7 +265,7 @@ TEST_F(HelperServiceWithPolkit, aYesRemovesWhatIsNamedAndNothingElse) {
     statuses.push_back(*entry.asDictionary()->at("DeleteStatus").asNumber());
   }
   EXPECT_EQ(statuses, (std::vector<std::int64_t>{0, 0, 2})) << machine->log();
-  // This one was authorised: the text must not say otherwise.
+  // This one was authorised: the text must not claim otherwise.
   EXPECT_EQ(*answer.dictionary.at("0000002").asDictionary()->at("DeleteDesc").asText(),
             "This item isn’t one that may be changed this way.");
   EXPECT_FALSE(answer.flag);
@@ -294,7 +294,7 @@ TEST_F(HelperServiceWithPolkit, whoeverTheRulesDoNotNameIsRefused) {
 }
 
 TEST_F(HelperServiceWithPolkit, aUserInTheMessageCountsForNothing) {
-  // There is no place for one: whatever is beside the stated form is refused whole.
+  // There is no field for one: an event with anything besides the defined form is refused as a whole.
   for (const char* key : {"uid", "UnixUserID", "sender", "pid"}) {
     EXPECT_NE(machine->askAs(kNo, kDelete, {{"/nowhere", HelperDictionary{{key, 10001}}}}).refusal, "");
   }
@@ -342,7 +342,7 @@ TEST_F(AuthorityTest, nothingIsLookedAtBeforeTheYes) {
   std::string calls = test::contentOf(trace);
   EXPECT_NE(calls.find("CheckAuthorization"), std::string::npos);
   EXPECT_EQ(calls.find(machine->folder().path() + "/s"), std::string::npos);
-  // The log names no path of a refused call either.
+  // The log contains no path of a refused call either.
   EXPECT_EQ(calls.find("secret-name"), std::string::npos);
 }
 

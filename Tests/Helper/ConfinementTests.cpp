@@ -31,7 +31,7 @@ std::string openFilesOf(pid_t process) {
 
 class Confinement : public HelperServiceKit {
  protected:
-  /// Starts the helper the way a bus without a service manager does, and waits until it works.
+  /// Starts the helper like a bus without a service manager does, and waits until it works.
   pid_t startedHelper() {
     start({});
     machine->ask(kDelete, kNowhere);
@@ -79,7 +79,7 @@ TEST_F(Confinement, aProcessThatIsConfinedAlreadyMayBeConfinedAgain) {
 
 TEST_F(Confinement, itFailsWhereTheBoundingSetCannotBeReduced) {
   const std::string told = inChild([]() -> std::string {
-    // Without CAP_SETPCAP no capability leaves the bounding set.
+    // Without CAP_SETPCAP no capability can be dropped from the bounding set.
     if (::prctl(PR_CAPBSET_READ, 0) != 1) return "failed";
     if (::setresuid(kAlice, kAlice, kAlice) != 0) return "no other user";
     return confineProcess() ? "confined" : "failed";

@@ -19,8 +19,8 @@
 
 namespace sorrel::test {
 
-/// A temporary folder, and events about it that are run in this process as the worker runs them. For root
-/// only: the tests give files to other users.
+/// A temporary folder, and events about it that run in this process as in the worker. For root only: the
+/// tests give files to other users.
 class EventKit : public testing::Test {
  protected:
   static constexpr unsigned kCaller = kKnownUser;
@@ -31,7 +31,7 @@ class EventKit : public testing::Test {
     if (!canBeOtherUsers()) GTEST_SKIP() << "only root can give files away";
   }
 
-  /// Runs an event with what this process sees under its keys, or with these views.
+  /// Runs an event with this process's view of its keys, or with these views.
   helper::EventOutcome run(HelperHanldeEventID kind, const HelperDictionary& event,
                            std::vector<SenderView> views = {}) {
     HelperMessage message{HelperMessage::Kind::Event, event, std::move(views)};
@@ -79,7 +79,7 @@ class EventKit : public testing::Test {
   helper::HelperConfiguration configuration;
   std::uint32_t caller = kCaller;
   std::map<std::string, helper::PathResult> results;  ///< of the last event, by path
-  std::vector<std::string> order;                     ///< the paths as their results came
+  std::vector<std::string> order;                     ///< the paths in the order of their results
 
  private:
   class Sink : public helper::ResultSink {

@@ -75,7 +75,7 @@ TEST_F(EventRunnerTest, aResultComesRightAfterItsActAndBeforeTheNext) {
 TEST_F(EventRunnerTest, aFolderAndWhatIsInItMayBothBeNamed) {
   const std::string inside = volume.file("folder/sub/file", "x");
   HelperDictionary event{{volume.path("folder"), HelperDictionary()}, {inside, HelperDictionary()}};
-  // The folder goes first, and the file with it; the sender still saw both.
+  // The folder is removed first, and the file with it; the sender still saw both.
   EXPECT_TRUE(run(HelperHanldeEventID::Delete, event).flag);
   EXPECT_EQ(statusOf(volume.path("folder")), Status::Success);
   EXPECT_EQ(statusOf(inside), Status::Success);
@@ -83,7 +83,7 @@ TEST_F(EventRunnerTest, aFolderAndWhatIsInItMayBothBeNamed) {
 }
 
 TEST_F(EventRunnerTest, onlyWhatWentWithItsFolderIsDoneUnseen) {
-  // In the order of bytes the two others come between the folder and what is in it.
+  // In the order of bytes the two others come between the folder and its contents.
   const std::string inside = volume.file("folder/file", "x");
   const std::string kept = volume.file("folder.kept/file", "x");
   const std::string beside = volume.file("folder!", "x");
@@ -174,7 +174,7 @@ TEST_F(EventRunnerTest, aFileSystemThatNeverAnswersIsRefusedWithoutAQuestion) {
   const std::string told = test::inMountingChild([&]() -> std::string {
     const FileDescriptor server = test::mountSilentFileSystem(volume.folder("silent"));
     if (!server.isOpen()) return "skip";
-    // With views of its own: this process would hang too.
+    // With explicit views: computing them would block this process too.
     const HelperDictionary event{{file, HelperDictionary()}, {inside, HelperDictionary()}};
     const std::vector<SenderView> views{{Seen::CouldNotLook, 0, 0}, {Seen::CouldNotLook, 0, 0}};
     std::string text;
@@ -190,7 +190,7 @@ TEST_F(EventRunnerTest, aFileSystemThatNeverAnswersIsRefusedWithoutAQuestion) {
 }
 
 TEST_F(EventRunnerTest, typesThatTheAdministratorAllowsAreWorkedOn) {
-  // No local type can be left out of the table, so one that is refused is allowed here: ramfs.
+  // All local types are in the table, so a refused one is allowed here: ramfs.
   const std::string told = test::inMountingChild([&]() -> std::string {
     if (::mount("other", volume.folder("other").c_str(), "ramfs", 0, nullptr) != 0) return "skip";
     const std::string file = volume.file("other/file", "x");
@@ -214,7 +214,7 @@ TEST_F(EventRunnerTest, leavesNoDescriptorOpen) {
 
 TEST_F(EventRunnerTest, aHundredThousandPathsNeedNoMemoryOfTheirOwn) {
   if (test::kIsMemoryDistorted) GTEST_SKIP() << "a checker takes memory of its own";
-  // Each a path that is looked up and refused; the event itself is made before.
+  // Each is a path that is looked up and refused; the event itself is made before.
   const std::string told = test::inChild([&]() -> std::string {
     HelperMessage message{HelperMessage::Kind::Event, HelperDictionary(), {}};
     for (int i = 0; i < 100'000; ++i) {
@@ -241,7 +241,7 @@ TEST_F(EventRunnerTest, aHundredThousandPathsNeedNoMemoryOfTheirOwn) {
   EXPECT_EQ(told, "100000 flat");
 }
 
-// Somebody else at work, and anything in an event.
+// Concurrent changes by other processes, and arbitrary events.
 
 TEST_F(EventRunnerTest, swappedFilesAndLinksNeverLeadOut) {
   const std::string canary = volume.file("canary/item", "precious");
@@ -328,7 +328,7 @@ class RandomTree {
   std::vector<std::string> items_{volume_.path("t")};
 };
 
-/// Where the paths of an event lead: links of root above an item are followed, other links are not.
+/// The targets of an event's paths: root's links above an item are followed, other links are not.
 std::set<std::string> namedBy(const HelperDictionary& event) {
   std::set<std::string> named;
   for (const auto& [path, value] : event) {
@@ -366,7 +366,7 @@ TEST_F(EventRunnerTest, randomEventsChangeNothingThatTheyDoNotName) {
       if (isCovered(path, named)) continue;
       const auto left = after.find(entry.path);
       ASSERT_NE(left, after.end()) << path << " is gone";
-      // A folder's times and size change with what it holds.
+      // A folder's times and size change with its contents.
       EXPECT_TRUE(S_ISDIR(entry.mode) || left->second == entry) << path << " has changed";
     }
     EXPECT_EQ(test::contentOf(tree.path("canary/file")), "precious");

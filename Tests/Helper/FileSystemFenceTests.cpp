@@ -85,7 +85,7 @@ TEST(FileSystemFence, theTableIsReadAgainOnlyWhenItHasChanged) {
   EXPECT_TRUE(fence.mayEnter(7));
   EXPECT_TRUE(fence.mayEnter(7));
   EXPECT_EQ(script.readings, 1);
-  // The number of a mount that is gone belongs to another now.
+  // The ID of a mount that is gone now belongs to another one.
   script = {lineOf(7, "fuse") + lineOf(8, "ext4"), true, 1};
   EXPECT_FALSE(fence.mayEnter(7));
   EXPECT_TRUE(fence.mayEnter(8));

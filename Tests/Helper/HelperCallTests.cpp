@@ -15,7 +15,7 @@ std::string coded(const HelperDictionary& event, bool hasViews = true) {
   return encodeHelperMessage(message).value();
 }
 
-/// A call that announced so many paths, with `bytes` in its memory.
+/// A call that announced this many paths, with `bytes` in its memory.
 HelperCall callWith(std::int32_t event, std::uint32_t paths, const std::string& bytes) {
   HelperCall call;
   call.id = 7;

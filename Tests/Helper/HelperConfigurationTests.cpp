@@ -107,7 +107,7 @@ class HelperConfigurationFile : public testing::Test {
     if (!test::canBeOtherUsers()) GTEST_SKIP() << "needs root, who has to own the file";
     ::chmod(file.c_str(), 0644);
   }
-  /// The fault, or the number of places that are refused.
+  /// The fault, or the number of refused paths.
   static std::string outcomeOf(const std::string& path) {
     const HelperConfiguration configuration = HelperConfiguration::read(path);
     return configuration.fault.empty() ? std::to_string(configuration.refusedPlaces.size())

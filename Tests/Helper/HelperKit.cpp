@@ -34,8 +34,8 @@ namespace fs = std::filesystem;
 
 const std::string kServices = "/usr/share/dbus-1/system-services/";
 
-/// Folders that the tests write to. They are made in the layer itself, because root of a user namespace may
-/// not write to those of the machine.
+/// Folders that the tests write to. They are created in the layer itself, because root of a user namespace
+/// may not write to those of the machine.
 const std::vector<std::string> kWritten = {"/usr/libexec",
                                            "/usr/lib/systemd/system",
                                            "/usr/local/lib",
@@ -58,7 +58,7 @@ bool overlay(const std::string& layer, const std::string& place) {
   return ::mount("overlay", place.c_str(), "overlay", 0, options.c_str()) == 0;
 }
 
-/// Lets a file of the layer stand in for one that only the machine's root may write.
+/// Replaces a file that only the machine's root may write by a copy in the layer.
 void ownCopy(const std::string& file) {
   const std::string content = contentOf(file);
   fs::remove(file);
@@ -71,25 +71,25 @@ std::string leaveMachine() {
     if (::access(program, X_OK) != 0) return std::string("needs ") + program;
   }
   if (::unshare(CLONE_NEWNS) != 0) return "needs the right to have a mount table of its own";
-  // Nothing below may ever happen in the mount table that others see.
+  // The following must never happen in the mount table that other processes see.
   if (::mount("none", "/", nullptr, MS_REC | MS_PRIVATE, nullptr) != 0) return "needs a private mount table";
-  ::umask(022);  // other users read what the tests put there
+  ::umask(022);  // other users must be able to read the tests' files
   const std::string layers = "/mnt";
   if (::mount("none", layers.c_str(), "tmpfs", 0, "mode=0755") != 0) return "needs the right to mount";
   for (const char* place : {"/usr", "/etc"}) {
     if (!overlay(layers + place, place)) return "needs overlay mounts";
   }
-  // A copy: the folders above the build may belong to users that this root does not know.
+  // A copy: the folders above the build may belong to users that are unknown in this namespace.
   fs::create_directory(kBundle);
   fs::copy_file(SORREL_HELPER_BUNDLE "/install-helper", kBundle + "/install-helper");
   fs::copy(SORREL_HELPER_BUNDLE "/helper", kBundle + "/helper");
-  // Empty, because no rule of the machine may count.
+  // Empty, because no rule of the machine may apply.
   for (const std::string& rules : kRules) {
     fs::create_directories(rules);
     if (::mount("none", rules.c_str(), "tmpfs", 0, "mode=0755") != 0) return "needs the right to mount";
   }
   for (const char* table : {"/etc/passwd", "/etc/group"}) ownCopy(table);
-  // The bus takes no user that the machine does not know.
+  // The bus accepts only users that the machine knows.
   std::ofstream users("/etc/passwd", std::ios::app);
   std::ofstream groups("/etc/group", std::ios::app);
   for (const std::uint32_t uid : {kAlice, kBob, kCarol}) {
@@ -260,7 +260,7 @@ HelperMachine::~HelperMachine() {
   const FileDescriptor last(process < 0 ? -1 : static_cast<int>(::syscall(SYS_pidfd_open, process, 0)));
   ::kill(daemon_, SIGTERM);
   ::waitpid(daemon_, nullptr, 0);
-  // Without a bus it ends, and nobody but its log knows what a checker found in it.
+  // Without a bus it ends, and only its log contains the reports of a sanitizer.
   pollfd end{last.get(), POLLIN, 0};
   if (last.isOpen()) ::poll(&end, 1, static_cast<int>(kPatience.count()));
   for (const char* finding : {"Sanitizer", "runtime error: "}) {

@@ -18,20 +18,20 @@
 namespace sorrel::test {
 
 inline const std::string kService = SORREL_HELPER_SERVICE;
-/// What an application brings along, on that machine: install-helper and its folder "helper".
+/// The files that an application ships, on that machine: install-helper and its folder "helper".
 inline const std::string kBundle = "/mnt/bundle";
 
-/// Why the tests of the real helper can't run here; "" if they can. The first call leaves the mount table of
-/// everybody else and lays a layer of its own over /usr and /etc, so that whatever this process and its
-/// children write there is theirs alone and gone with them.
+/// Why the tests of the real helper can't run here; "" if they can. The first call enters a private mount
+/// table and mounts a layer over /usr and /etc, so that everything this process and its children write there
+/// is visible to them only, and temporary.
 const std::string& whyNoMachine();
 
-/// Users of that machine without any right; "user10001" and so on by name.
+/// Users of that machine without any permissions; named "user10001" and so on.
 inline constexpr std::uint32_t kAlice = 10001;
 inline constexpr std::uint32_t kBob = 10002;
 inline constexpr std::uint32_t kCarol = 10003;
 
-/// A reply, as it came.
+/// A reply, as it was received.
 struct Answer {
   bool isThere = false;
   bool flag = false;
@@ -47,9 +47,9 @@ class HelperMachine {
   struct Setup {
     Polkit polkit = Polkit::Scripted;
     ScriptedPolkit::Mode mode = ScriptedPolkit::Mode::Yes;
-    std::string rules;                      ///< body of the function that the real one asks
+    std::string rules;                      ///< body of the function that the real polkit calls
     std::string configuration;              ///< helper.conf
-    std::string tracer;                     ///< what the helper is started through
+    std::string tracer;                     ///< the command that starts the helper
     std::vector<std::string> withoutRules;  ///< parts of the helper's policy of the bus, taken out of it
     std::string otherRules;                 ///< of the default policy of another package
   };
@@ -61,7 +61,7 @@ class HelperMachine {
 
   [[nodiscard]] const std::string& address() const { return address_; }
   [[nodiscard]] ScriptedPolkit& polkit() { return *polkit_; }
-  /// A folder that everybody may enter.
+  /// A folder that every user may enter.
   [[nodiscard]] const TemporaryFolder& folder() const { return folder_; }
 
   [[nodiscard]] std::shared_ptr<HelperConnection> connect() const;
@@ -69,15 +69,15 @@ class HelperMachine {
   Answer ask(std::int32_t id, const HelperDictionary& event) const;
   /// The same as `uid`, in a child process.
   Answer askAs(std::uint32_t uid, std::int32_t id, const HelperDictionary& event) const;
-  /// Has the helper run an event of these bytes, on a RawCaller.
+  /// Makes the helper run an event of these bytes, on a RawCaller.
   Answer askRaw(std::int32_t id, const std::string& message) const;
 
-  /// What the bus and the helper have written to their standard error.
+  /// The standard error output of the bus and the helper.
   [[nodiscard]] std::string log() const;
   [[nodiscard]] bool waitForLog(const std::string& text) const;
   /// The helper's process; -1 if none runs.
   [[nodiscard]] pid_t helper() const;
-  /// Sends a signal to it; to a helper, not to what it is started through.
+  /// Sends a signal to the helper, not to the command that started it.
   void kill(int signal) const;
   [[nodiscard]] bool waitUntilHelperIsGone() const;
 
@@ -94,11 +94,11 @@ class HelperMachine {
 /// inChild() as that user.
 std::string inUser(std::uint32_t uid, const std::function<std::string()>& work);
 
-/// The bytes of an event, with the views that this process has of its paths.
+/// The bytes of an event, with this process's views of its paths.
 std::string codedEvent(const HelperDictionary& event);
 /// Sends one event over `connection`; the future gets the reply.
 std::future<Answer> send(HelperProtocol& helper, std::int32_t id, const HelperDictionary& event);
-/// The reply, or one that is not there after five times kPatience: some are large.
+/// The reply, or none after five times kPatience: some are large.
 Answer take(std::future<Answer> reply);
 
 }  // namespace sorrel::test

@@ -40,7 +40,7 @@ TEST(RateLimit, letsABurstThroughInEachInterval) {
   EXPECT_FALSE(limit.admits(start + seconds(19)));
 }
 
-/// What `work` makes a log write, line by line.
+/// The lines that `work` writes to a log.
 std::vector<std::string> linesOf(const std::function<void(HelperLog&)>& work,
                                  HelperLog::Now now = RateLimit::Clock::now) {
   const test::ScopedVariable journal("JOURNAL_STREAM", "1:1");

@@ -1,4 +1,4 @@
-// How the service goes, and what it owes whom.
+// The end of the service, and the answers it owes its callers.
 #include <dlfcn.h>
 #include <gtest/gtest.h>
 #include <poll.h>
@@ -26,16 +26,16 @@
 namespace sorrel::helper {
 namespace {
 
-/// What happens on the service's own thread at moments that nobody outside can see.
+/// Actions on the service's own thread at moments that can't be observed from outside.
 struct Moments {
   std::function<void()> whenItHasItsName;
   std::function<void()> beforeTheNameIsGivenUp;
   std::function<void(int descriptor)> beforeEachMessage;
   std::atomic<bool> hasDescriptors = true;
   std::atomic<bool> hasMemory = true;
-  std::recursive_mutex mutex;  // held while something happens, which may call the bus itself
+  std::recursive_mutex mutex;  // held while an action runs, which may call the bus itself
 
-  /// From here on nothing does: the thread ends later than what the moments refer to.
+  /// From here on no action runs: the thread ends later than the objects that the actions refer to.
   void forget() {
     const std::lock_guard lock(mutex);
     for (const auto moment : {&Moments::whenItHasItsName, &Moments::beforeTheNameIsGivenUp}) {
@@ -58,7 +58,7 @@ void happenBeforeMessage(int descriptor) {
   if (moments->beforeEachMessage) moments->beforeEachMessage(descriptor);
 }
 
-/// The library's own function, behind the one of this file.
+/// The library's own function, which the one of this file shadows.
 template <class Function>
 Function* next(const char* name) {
   return reinterpret_cast<Function*>(::dlsym(RTLD_NEXT, name));
@@ -67,8 +67,8 @@ Function* next(const char* name) {
 }  // namespace
 }  // namespace sorrel::helper
 
-// Stand before those of libsystemd, with the signatures of <systemd/sd-bus.h> and what only passes through as
-// void.
+// These shadow the functions of libsystemd, with the signatures of <systemd/sd-bus.h> and void for parameters
+// that are only passed on.
 extern "C" [[gnu::visibility("default")]] int sd_bus_release_name(void* bus, const char* name) {
   sorrel::helper::happen(&sorrel::helper::Moments::beforeTheNameIsGivenUp);
   return sorrel::helper::next<decltype(sd_bus_release_name)>("sd_bus_release_name")(bus, name);
@@ -104,7 +104,7 @@ using namespace test;
 
 const std::string kOwnName = "org.example.Helper";
 
-/// Who has looked up where the service is, once and for all.
+/// A caller that has looked up the service's owner once, permanently.
 class EarlyCaller {
  public:
   explicit EarlyCaller(const std::string& address)
@@ -120,7 +120,7 @@ class EarlyCaller {
   }
   ~EarlyCaller() { connection_->leaveEventLoop(); }
 
-  /// All return when the bus has the call. An answer "" is none.
+  /// All return when the bus has the call. An answer "" means none.
   std::future<std::string> askForVersion() {
     return send(
         HelperWireNames::getHelperVersion, [](auto&) {},
@@ -152,7 +152,7 @@ class EarlyCaller {
         HelperWireNames::run, [&](auto& call) { call << ticket_; },
         [](sdbus::MethodReply&) { return std::string("answered"); });
   }
-  /// Wants no answer.
+  /// Expects no answer.
   void tell() {
     sdbus::MethodCall call = service_->createMethodCall(names_.interface, HelperWireNames::getHelperVersion);
     call.dontExpectReply();
@@ -161,7 +161,7 @@ class EarlyCaller {
   }
 
  private:
-  /// Returns when the bus has taken what was sent before.
+  /// Returns when the bus has processed everything sent before.
   void waitForBus() {
     std::string id;
     bus_->callMethod("GetId").onInterface("org.freedesktop.DBus").storeResultsTo(id);
@@ -221,7 +221,7 @@ class HelperServiceEnd : public testing::Test {
     hasCaller.set_value();
   }
 
-  /// On the service's thread: one more call is there before it looks.
+  /// On the service's thread: one more call arrives before it checks.
   void keepFlooding(int descriptor) {
     if (!isFlooding) return;
     other->tell();
@@ -238,7 +238,7 @@ class HelperServiceEnd : public testing::Test {
     return answer.wait_for(test::kPatience) == std::future_status::ready ? answer.get() : "nothing";
   }
   using Answers = std::vector<std::future<std::string>>;
-  /// What was asked for at the last moment; nothing if it never came.
+  /// The answers requested at the last moment; nothing if that never came.
   Answers askedLast() {
     auto asked = last.get_future();
     return asked.wait_for(test::kPatience) == std::future_status::ready ? asked.get() : Answers();
@@ -255,7 +255,7 @@ class HelperServiceEnd : public testing::Test {
   std::thread thread;
   std::unique_ptr<EarlyCaller> caller;
   std::promise<void> hasCaller;
-  // Moments come until they are forgotten, which is after the test's own body.
+  // Moments occur until they are forgotten, which is after the test's own body.
   std::promise<Answers> last;
   bool isFlooding = false;
   std::atomic<bool> isReplaced = false;

@@ -21,8 +21,8 @@ inline constexpr std::int32_t kClose = 3;
 inline constexpr auto kNoCause = static_cast<std::int32_t>(HelperEventErrorID::NoCause);
 inline constexpr const char* kRefused = "The operation was not authorised.";
 
-/// What a helper is started through to have its system calls written down. The leak checker is none the wiser
-/// for that: a process has one tracer at a time.
+/// The command that starts a helper so that its system calls are recorded. Leak detection is off: a process
+/// has one tracer at a time.
 inline const std::string kTracer = "/usr/bin/strace -f -E ASAN_OPTIONS=detect_leaks=0";
 
 inline const HelperDictionary kNowhere = {{"/nowhere/at/all", HelperDictionary()}};
@@ -36,7 +36,7 @@ inline std::string statusOf(pid_t process, const std::string& name) {
   return "";
 }
 
-/// One machine with a helper, and those who call it.
+/// One machine with a helper, and its callers.
 class HelperServiceKit : public testing::Test {
  protected:
   void SetUp() override {

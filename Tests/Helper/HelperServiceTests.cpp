@@ -197,8 +197,8 @@ TEST_F(HelperServiceTest, anEventOf33MegabytesIsAnsweredPathByPath) {
   EXPECT_EQ(sound, 33'000U);
 }
 
-/// What a coded event of `count` paths of 110 bytes has, made without its dictionary: that would take more
-/// memory than all the rest.
+/// An encoded event of `count` paths of 110 bytes, made without its dictionary, which would take more memory
+/// than everything else.
 std::string codedPaths(std::uint32_t count) {
   const auto integer = [](std::uint64_t value, int size) {
     std::string bytes;

@@ -107,7 +107,7 @@ TEST_F(InstallationTest, anIncompleteBundleInstallsNothing) {
   const std::string unit = bundle + "/helper/unit.service";
   fs::remove(unit);
   EXPECT_EQ(run(installer, {kService}), 5);
-  // A link could show root's own files to everybody.
+  // A link could expose root's own files.
   ASSERT_EQ(::symlink("/etc/shadow", unit.c_str()), 0);
   EXPECT_EQ(run(installer, {kService}), 5);
   EXPECT_EQ(installed(), 0);
@@ -128,7 +128,7 @@ TEST_F(InstallationTest, whatItInstallsIsWhereTheLibraryLooks) {
 }
 
 TEST_F(InstallationTest, theLibraryInstallsItThroughPkexec) {
-  // Stands in for the dialog; what it would run runs.
+  // A stand-in for the dialog; it runs the command.
   const std::string starter = folder.file("pkexec", "#!/bin/sh\nshift\nexec \"$@\"\n");
   ::chmod(starter.c_str(), 0755);
   Host::install(Host::linuxDesktop({"org.sorrel.Sorrel", bundle, {}}));

@@ -16,8 +16,8 @@ namespace {
 constexpr const char* kItem = "Library/Spotlight/Notes.mdimporter";
 constexpr const char* kOff = "Library/Spotlight Disabled/Notes.mdimporter";
 
-/// Each test works in a child, on a volume of its own that is mounted at "volume": what lies in an ordinary
-/// folder is no volume.
+/// Each test works in a child, on a volume of its own that is mounted at "volume": an ordinary folder is not
+/// a volume.
 class MoveOperationTest : public test::EventKit {
  protected:
   static std::string textOf(const PathResult& result) {
@@ -37,7 +37,7 @@ class MoveOperationTest : public test::EventKit {
   }
   [[nodiscard]] std::string there(const std::string& name) const { return isThere(at(name)) ? name : "-"; }
 
-  /// What the test tells, on a volume with one extension.
+  /// The result of the test, on a volume with one extension.
   std::string onVolume(const std::function<std::string()>& work) {
     return test::inMountingChild([&]() -> std::string {
       ::umask(077);
@@ -55,7 +55,7 @@ class MoveOperationTest : public test::EventKit {
     if (told == "skip") GTEST_SKIP() << "nothing can be mounted here";
     EXPECT_EQ(told, expected);
   }
-  /// Refused, and everything as it was.
+  /// Refused, and everything unchanged.
   void expectRefused(const std::function<std::string()>& work, const std::function<void()>& prepare = {}) {
     expectOnVolume("refused, unchanged", [&] {
       if (prepare) prepare();

@@ -23,12 +23,12 @@ struct Announced {
   std::uint32_t paths = 0;
   std::uint64_t bytes = 0;
 
-  /// The announcement of a sound event, as the library makes it.
+  /// The announcement of a well-formed event, as the library makes it.
   static Announced of(std::int32_t event, const std::string& message);
 };
 
-/// A connection that speaks to the helper without the library, sound or not. Starts no thread, so that a
-/// child process of one that has some may use it.
+/// A connection that talks to the helper without the library, with valid or invalid messages. Starts no
+/// thread, so that a child process of one that has some may use it.
 class RawCaller {
  public:
   struct Ticket {
@@ -43,7 +43,7 @@ class RawCaller {
   Ticket begin(const Announced& announced);
   /// begin(), and the message written into the memory.
   Ticket fill(std::int32_t event, const std::string& message);
-  /// Runs it; `bytes` gets the message of the reply.
+  /// Runs the event; `bytes` gets the message of the reply.
   Answer run(std::uint64_t ticket, std::string* bytes = nullptr);
   void stop();
 

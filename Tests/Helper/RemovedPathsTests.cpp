@@ -11,8 +11,8 @@
 namespace sorrel::helper {
 namespace {
 
-/// What RemovedPaths makes of an event with these paths, of which those in `failed` are still there and those
-/// in `open` have no result.
+/// The RemovedPaths of an event with these paths, of which those in `failed` still exist and those in `open`
+/// have no result.
 class RemovedPathsTest : public testing::Test {
  protected:
   RemovedPaths of(const std::vector<std::string>& paths, const std::set<std::string>& failed = {},

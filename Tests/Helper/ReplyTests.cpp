@@ -59,7 +59,7 @@ TEST(Reply, repliesWithoutEntriesAreTheSameMemory) {
   EXPECT_EQ(whole.bytes, 0U);
   EXPECT_EQ(inodeOf(caches.reply(true)), inodeOf(whole));
   EXPECT_EQ(inodeOf(nothing.reply(true)), inodeOf(whole));
-  // Nothing that one receiver does to it reaches another.
+  // No change by one receiver reaches another.
   EXPECT_NE(::pwrite(whole.message.get(), "x", 1, 0), 1);
   EXPECT_TRUE(dictionaryOf(nothing.reply(true)).empty());
 }

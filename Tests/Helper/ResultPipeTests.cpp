@@ -13,7 +13,7 @@ namespace {
 
 using Error = HelperEventErrorID;
 
-/// What a writer puts into a pipe.
+/// The bytes that a writer puts into a pipe.
 std::string written(const std::function<void(ResultPipeWriter&)>& work) {
   std::array<int, 2> ends{-1, -1};
   EXPECT_EQ(::pipe(ends.data()), 0);

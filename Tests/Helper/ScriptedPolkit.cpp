@@ -41,7 +41,7 @@ struct ScriptedPolkit::State {
     }
   }
 
-  std::unique_ptr<sdbus::IConnection> connection;  // outlives what came over it
+  std::unique_ptr<sdbus::IConnection> connection;  // outlives the objects received over it
   Mode mode = Mode::Yes;
   mutable std::mutex mutex;
   mutable std::condition_variable arrived;
@@ -108,7 +108,7 @@ void ScriptedPolkit::answerAll(bool isAuthorised) {
     const std::lock_guard lock(state_->mutex);
     waiting.swap(state_->waiting);
   }
-  // Without the lock: an answer takes that of the connection, under which questions come in.
+  // Without the lock: an answer takes that of the connection, which is held while requests arrive.
   for (const State::Result& result : waiting) state_->answer(result, isAuthorised);
 }
 

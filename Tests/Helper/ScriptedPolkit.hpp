@@ -12,7 +12,7 @@ namespace sorrel::test {
 /// Its name on the bus.
 inline constexpr const char* kPolkitName = "org.freedesktop.PolicyKit1";
 
-/// What stands in for polkit: notes who asks for what, and answers when the test says so.
+/// A stand-in for polkit: records the requests, and answers when the test says so.
 class ScriptedPolkit {
  public:
   struct Question {
@@ -25,7 +25,7 @@ class ScriptedPolkit {
   };
   enum class Mode {
     Yes,
-    No,             ///< the user closes the question
+    No,             ///< the user closes the dialog
     WrongPassword,  ///< a password could authorise it, and none was right
     NoAgent,        ///< a password could authorise it, and no program can ask for it
     NeverAsked,     ///< a rule refuses it
@@ -41,7 +41,7 @@ class ScriptedPolkit {
   [[nodiscard]] bool waitForQuestions(std::size_t count) const;
   [[nodiscard]] std::vector<std::string> cancellations() const;
   void setMode(Mode mode);
-  /// Answers what waits.
+  /// Answers the waiting requests.
   void answerAll(bool isAuthorised);
 
  private:

@@ -21,7 +21,7 @@ using Seen = SenderView::Kind;
 
 class ShredOperationTest : public test::EventKit {
  protected:
-  /// What a file that was opened before holds now.
+  /// The current content of a file that was opened before.
   static std::string rest(const FileDescriptor& file) {
     std::string text(100, '?');
     text.resize(static_cast<std::size_t>(::pread(file.get(), text.data(), text.size(), 0)));
@@ -182,7 +182,7 @@ TEST_F(ShredOperationTest, aFolderThatBecameAFileMeanwhileStays) {
 TEST_F(ShredOperationTest, aFailedOverwriteLeavesTheFile) {
   const std::string path = volume.file("file", "x");
   const std::string told = test::inMountingChild([&]() -> std::string {
-    // Without /proc nothing can be opened anew.
+    // Without /proc no file can be reopened.
     const test::TemporaryFolder empty;
     const RemovalPolicy policy = RemovalPolicy::forHelper(caller);
     if (RemovalTarget::find(path, policy).error() != 0) return "not found before";  // opens the mount table

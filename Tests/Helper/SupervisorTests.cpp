@@ -24,7 +24,7 @@ using Error = HelperEventErrorID;
 
 struct Ending {
   int count = 0;
-  std::vector<int> statuses;  // -1 where nothing is known
+  std::vector<int> statuses;  // -1 for unknown
   std::vector<std::string> texts;
   std::optional<EventOutcome> outcome;
   long peakMemory = 0;
@@ -32,7 +32,7 @@ struct Ending {
 
 class SupervisorTest : public testing::Test {
  protected:
-  /// Has an event of four paths done by `run`; answers how it ended.
+  /// Runs an event of four paths with `run`; returns how it ended.
   Ending work(Supervisor::Run run) {
     Supervisor supervisor(std::move(run));
     Ending ending;
@@ -231,7 +231,7 @@ TEST_F(SupervisorTest, aWorkerHasOnlyItsPipe) {
   const Ending ending = work([foreign](const EventJob&, ResultSink& sink) -> EventOutcome {
     const bool isClosed = ::fcntl(foreign, F_GETFD) < 0;
     sink.result(0, isClosed ? Error::Success : Error::NoCause, "");
-    // 0, 1, 2, the pipe, and the one that looks.
+    // 0, 1, 2, the pipe, and the descriptor of the listing.
     sink.result(1, test::openDescriptors() <= 5 ? Error::Success : Error::NoCause, "");
     return {};
   });

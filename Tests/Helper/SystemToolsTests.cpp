@@ -65,7 +65,7 @@ TEST_F(SystemToolsTest, argumentsStayOneWordAndNothingElseIsPassedOn) {
 
 constexpr BusMethod kMethod = {"org.example.Cache", "/org/example/Cache", "org.example.Cache", "Flush"};
 
-/// A service on a bus that stands in for the system's.
+/// A service on a bus that replaces the system's.
 class SystemToolsOnBus : public testing::Test {
  protected:
   void serve(std::function<void()> flush) {

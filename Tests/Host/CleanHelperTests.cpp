@@ -1,5 +1,5 @@
-// `sorrel clean` of what the user may not remove, from outside, where the privileged helper is missing or
-// silent.
+// `sorrel clean` of items that the user may not remove, from outside, while the privileged helper is missing
+// or silent.
 #include <gtest/gtest.h>
 #include <poll.h>
 #include <sys/socket.h>
@@ -28,7 +28,7 @@ using Words = std::vector<std::string>;
 constexpr unsigned kUser = 10001;
 const std::string kTrash = "Users/alice/.Trash/";
 
-/// Stands where the system bus should be, and never says a word.
+/// Replaces the system bus, and never answers.
 class SilentBus {
  public:
   explicit SilentBus(const std::string& path) : path_(path), socket_(::socket(AF_UNIX, SOCK_STREAM, 0)) {
@@ -44,7 +44,7 @@ class SilentBus {
   SilentBus& operator=(const SilentBus&) = delete;
 
   [[nodiscard]] std::string variable() const { return "DBUS_SYSTEM_BUS_ADDRESS=unix:path=" + path_; }
-  /// Whether somebody calls within that time.
+  /// True if a caller connects within that time.
   [[nodiscard]] bool isCalled(int milliseconds) const {
     pollfd caller = {socket_, POLLIN, 0};
     return ::poll(&caller, 1, milliseconds) == 1;
@@ -55,7 +55,7 @@ class SilentBus {
   int socket_;
 };
 
-/// The volume of user 10001, with a bus that nobody answers on and a pkexec that tells when it runs.
+/// The volume of user 10001, with a bus that never answers and a pkexec that records when it runs.
 class CleanHelper : public testing::Test {
  protected:
   void SetUp() override {
@@ -65,7 +65,7 @@ class CleanHelper : public testing::Test {
     volume_.text("tools/pkexec", "#!/bin/sh\n: >'" + volume_.path("asked") + "'\nexit 126\n");
     fs::permissions(volume_.path("tools/pkexec"), fs::perms::all);
   }
-  /// Gives everything but what `keep` names to the user.
+  /// Gives everything except `keep` to the user.
   void giveAway(const Words& keep = {}) const {
     for (const auto& entry : fs::recursive_directory_iterator(volume_.path())) {
       if (std::ranges::find(keep, entry.path().filename().string()) != keep.end()) continue;
@@ -201,7 +201,7 @@ TEST_F(CleanHelper, theDocumentTellsWhatStaysAndWhy) {
                   {"abnormalFiles", {volume_.path(kTrash + "locked"), volume_.path(kTrash + "roots")}},
                   {"progress", {0.25, 0.5, 0.75}},
                   {"records", nullptr}}));
-  // What stays is listed and numbered anew.
+  // The remaining items are listed and renumbered.
   const Json& left = document.at("feature").at("categoryInfo").at(0);
   EXPECT_EQ(left.at("size"), 25);
   EXPECT_EQ(left.at("childrens").size(), 2U);
@@ -216,7 +216,7 @@ TEST_F(CleanHelper, anInterruptOfTheCleanEndsItAtOnce) {
   fs::permissions(place_.path(), fs::perms::all);
   bool isCalled = false;
   const ProgramRun run = clean({"--all", "--json"}, {.meanwhile = [&](int process) {
-                                 isCalled = bus_.isCalled(60000);  // the clean is at its last part
+                                 isCalled = bus_.isCalled(60000);  // the clean is in its last phase
                                  ::kill(process, SIGINT);
                                }});
   EXPECT_TRUE(isCalled);

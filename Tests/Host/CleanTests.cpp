@@ -186,7 +186,7 @@ TEST(CleanCommand, dryRunPrintsTheScansDocumentWithTicks) {
   for (Json* const ticked : {&feature, &row, &row.at("childrens").at(1)}) (*ticked)["state"] = 0;
   for (Json* const tree : {&document, &scan}) {
     for (Json& record : tree->at("feature").at("categoryInfo").at(0).at("childrens")) {
-      record["dateSeconds"] = record["date"] = nullptr;  // of the moment
+      record["dateSeconds"] = record["date"] = nullptr;  // depend on the current time
     }
   }
   EXPECT_EQ(document.dump(1), scan.dump(1));
@@ -284,7 +284,7 @@ TEST(CleanCommand, documentTellsTheCleanBeforeTheRepairAndTheTreeAfterIt) {
   Words keys;
   for (const auto& [key, value] : document.items()) keys.push_back(key);
   EXPECT_EQ(keys, Words({"feature", "size", "status", "callbacks", "clean"}));
-  // The scan's, as found.
+  // The scan's own values.
   EXPECT_EQ(document.at("size"), 930);
   EXPECT_EQ(document.at("status"), "end");
 
@@ -329,7 +329,7 @@ TEST(CleanCommand, aFolderThatIsListedWithItsFilesIsReportedAsItWent) {
   const Volume volume({{1, {{0, "Common", {"file://~/Library/Caches/"}}}}});
   volume.file(kCacheFolder + "d/a", 10);
   ProgramRun run = volume.clean({"1", "--all", "--yes", "--json"});
-  // The file went with its folder, before its own turn.
+  // The file was removed with its folder, before its own turn.
   EXPECT_EQ(run.status, 1);
   EXPECT_EQ(run.err, "");
   const Json document = run.document();
@@ -364,7 +364,7 @@ class RandomSelection {
     for (int i = pick(2); i >= 0; --i) globs.push_back(pieces[static_cast<std::size_t>(pick(7))]);
   }
 
-  /// Whether it is, or lies in, an item of a folder that a glob fits.
+  /// True if it is, or lies in, an item of a folder that matches a glob.
   [[nodiscard]] bool takes(const std::string& name) const {
     return std::ranges::any_of(tops_, [&](const std::string& top) {
       const bool isPart = name == top || name.starts_with(top + "/");
@@ -383,7 +383,7 @@ class RandomSelection {
   int pick(int count) { return std::uniform_int_distribution<int>(0, count - 1)(random_); }
 
   std::mt19937 random_;
-  Words tops_;  // what becomes a record
+  Words tops_;  // the items that become records
 };
 
 TEST(CleanCommand, randomSelectionsTakeWhatIsMatchedAndNothingElse) {

@@ -1,4 +1,4 @@
-// The words of `sorrel clean`, the places that no words give away, and Ctrl-C, from outside.
+// The arguments of `sorrel clean`, the paths that no argument exposes, and Ctrl-C, from outside.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -69,7 +69,7 @@ TEST(CleanCommand, selectTakesAllGlobsUpToTheNextOptionAndStandsSeveralTimes) {
       {{"1", "--dry-run", "--select", "*/-e"}, {"-e"}},
       {{"1", "--dry-run", "--select", folder + "[ab]"}, {"a", "b"}},
       {{"1", "--dry-run", "--select", "*/\\[x]"}, {"[x]"}},
-      // A word that is all in brackets is one glob, for a path of one byte, and no list of two globs.
+      // A word in brackets is one glob, for a path of one byte, and not a list of two globs.
       {{"1", "--dry-run", "--select", "[*,x]"}, {}},
   };
   for (const auto& [words, names] : cases) {
@@ -114,7 +114,7 @@ TEST(CleanCommand, outputThatIsLostIsAFailure) {
 // Places
 
 TEST(CleanCommand, aRowThatStandsForTheCurrentFolderTakesNothing) {
-  // A blank makes a text that is no URL, which stands for the folder that the program runs in.
+  // A text with a blank is not a URL and stands for the folder that the program runs in.
   const Volume volume({{1, {{0, "SystemCache", {"file://~/Library/My Caches/"}}}}});
   const TemporaryFolder canary;
   canary.file("a", 1);
@@ -134,7 +134,7 @@ TEST(CleanCommand, slashesTooManyInACatalogueDoNoHarm) {
 }
 
 TEST(CleanCommand, homesAndTrashesThemselvesStay) {
-  // Rows that list what a clean must never remove.
+  // Rows that list items that a clean must never remove.
   const Volume volume({{1,
                         {{0, "SystemCache", {"file:///Users/"}},
                          {1, "SystemCache", {"file://~/"}},

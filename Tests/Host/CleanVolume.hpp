@@ -26,7 +26,7 @@ struct LoggedVolume : TemporaryFolder {
     std::erase_if(entries, [](const test::TreeEntry& entry) { return entry.path == kLog; });
     return entries;
   }
-  /// All, with what a removal and a change would leave behind on it.
+  /// All entries, including traces that a removal and a change would leave.
   [[nodiscard]] std::vector<std::string> bytes() const {
     auto lines = snapshot(path());
     std::erase_if(lines, [this](const std::string& line) { return line.starts_with(path(kLog)); });
@@ -34,7 +34,7 @@ struct LoggedVolume : TemporaryFolder {
   }
 };
 
-/// One with a catalogue of its own.
+/// A volume with a catalogue of its own.
 struct Volume : LoggedVolume {
   explicit Volume(const std::vector<FeatureRow>& features) {
     file_ = text("test.plist", catalogue(features));
@@ -49,7 +49,7 @@ struct Volume : LoggedVolume {
   std::string file_;
 };
 
-/// The trash and the caches of alice, with things beside them that nobody selects.
+/// The trash and the caches of alice, with items beside them that are never selected.
 struct FullVolume : Volume {
   FullVolume() : Volume({kCaches, kTrash}) {
     file(kTrashFolder + "film.mov", 900);

@@ -37,7 +37,7 @@ TEST(DuplicatesCommand, selectedMembersGoAndNothingElse) {
   EXPECT_EQ(clean.at("status"), 0);
   EXPECT_EQ(clean.at("records").size(), 3U);
   for (const Json& record : clean.at("records")) EXPECT_EQ(record.at("deleteStatus"), 2);
-  // Behind the repair one group is left, which is off and numbered anew.
+  // After the repair one group is left, which is off and renumbered.
   EXPECT_EQ(volume.groupsIn(document), (Groups{{"Data/two.txt", "Other/three.txt"}}));
   const Json& all = DuplicatesVolume::all(document);
   EXPECT_EQ(all.at("size"), 20);
@@ -90,7 +90,7 @@ TEST(DuplicatesCommand, allOfNothingIsNoFailure) {
 TEST(DuplicatesCommand, matchOfAMemberWithoutAPathOfItsOwnTakesNoOtherGroup) {
   const FullDuplicatesVolume volume;
   const auto before = volume.items();
-  // The header of a group is called by the title of its first member: "one.txt" means the whole group.
+  // The header of a group has the title of its first member: "one.txt" means the whole group.
   EXPECT_EQ(volume.clean({"--select", "one.txt", "--yes"}).status, 2);
   EXPECT_EQ(volume.clean({"--select", "two.txt", "--yes"}).status, 0);
   EXPECT_EQ(goneBetween(before, volume.items()), Words());
@@ -107,7 +107,7 @@ TEST(DuplicatesCommand, interruptEndsWithAnEmptyTreeAndRemovesNothing) {
   EXPECT_EQ(goneBetween(before, volume.items()), Words());
 }
 
-/// Twin folders, and one more copy of a file of theirs.
+/// Twin folders, and one more copy of one of their files.
 struct CoveredVolume : DuplicatesVolume {
   CoveredVolume() {
     for (const std::string top : {"Data/One/", "Data/Two/"}) {

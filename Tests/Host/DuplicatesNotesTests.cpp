@@ -1,4 +1,5 @@
-// What `sorrel scan duplicates` tells of members whose removal frees less than their size, and their removal.
+// What `sorrel scan duplicates` reports of members whose removal frees less than their size, and their
+// removal.
 #include <gtest/gtest.h>
 
 #include <filesystem>
@@ -18,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// By the names of members: what the document tells of them beyond their size.
+/// The document's remarks on members besides their size, by name.
 using Notes = std::map<std::string, std::string>;
 Notes notesIn(const Json& document) {
   Notes notes;
@@ -35,7 +36,7 @@ Notes notesIn(const Json& document) {
 /// A volume with a btrfs on which files have clones; only where it can be mounted.
 struct ClonesVolume : DuplicatesVolume {
   /// Files: "a", its clone "b" with the hard link "d", "c" with the same content in blocks of its own; "e"
-  /// and its clone "f", of which one block was written again.
+  /// and its clone "f", one block of which was rewritten.
   bool makeFiles() const {
     const std::string picture(65536, 'p');
     const std::string words(65536, 'w');
@@ -48,7 +49,7 @@ struct ClonesVolume : DuplicatesVolume {
     file.seekp(8192);
     return static_cast<bool>(file.write(words.data(), 4096).flush());
   }
-  /// What `work` tells in a child where the files are there; "skip" where they can't be.
+  /// The result of `work` in a child with these files; "skip" where they can't be made.
   [[nodiscard]] std::string withFiles(const std::function<std::string()>& work) const {
     return test::inMountingChild([&]() -> std::string {
       const test::LoopFileSystem btrfs("btrfs", path("image"), path("disk"));
@@ -119,7 +120,7 @@ TEST(DuplicatesCommand, documentTellsWhatFreesNothing) {
   EXPECT_EQ(notesIn(volume.clean(plan).document()), expected);
   const Json& all = DuplicatesVolume::all(document);
   EXPECT_EQ(all.at("childrenCateogry").at(0).at("childrens").at(0).at("childrens").at(2).at("frees"), 0);
-  // A clean tells of what went, and of what is left no more than before.
+  // A clean reports the removed items, and no more than before about the rest.
   const std::string cleaned = volume.clean({"--json", "--yes", "--select", "*/b"}).out;
   EXPECT_NE(cleaned.find("/Data/c"), std::string::npos);
   EXPECT_EQ(cleaned.find("\"frees\""), std::string::npos);

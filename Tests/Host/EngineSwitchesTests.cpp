@@ -51,7 +51,7 @@ Names namesOfTheTable() {
   return names;
 }
 
-/// Leaves all switches as it found them.
+/// Restores all switches.
 class EngineSwitches : public testing::Test {
  protected:
   EngineSwitches() {

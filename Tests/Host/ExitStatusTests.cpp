@@ -1,4 +1,4 @@
-// What sorrel answers to wrong use and to broken catalogues, from outside.
+// The reaction of sorrel to wrong use and to broken catalogues, from outside.
 #include <gtest/gtest.h>
 #include <pwd.h>
 #include <unistd.h>
@@ -76,7 +76,7 @@ TEST(ExitStatus, aBundleIdentifierTakesLettersDigitsDotsAndHyphens) {
 
 TEST(ExitStatus, aVolumeWithSeveralHomesNeedsAUserThatIsThere) {
   const TemporaryFolder volume;
-  // None of them is the login of the user who runs the test: that one would be taken.
+  // None of them is the login of the user who runs the test, because that one would be chosen.
   const passwd* const account = ::getpwuid(::geteuid());
   const std::string login = account == nullptr ? "" : account->pw_name;
   volume.folder("Users/not-" + login);

@@ -1,4 +1,4 @@
-// What a clean of each feature makes of the ticks.
+// The effect of the ticks on a clean of each feature.
 #include "Host/FeatureTable.hpp"
 
 #include <gtest/gtest.h>

@@ -80,7 +80,7 @@ void takeRightsOf(unsigned user) {
 
 std::vector<std::string> environmentOf(const RunOptions& options) {
   std::vector<std::string> variables = options.environment;
-  // What a checker is told must reach the program too.
+  // Options of a sanitizer must reach the program too.
   for (const char* const name : {"ASAN_OPTIONS", "UBSAN_OPTIONS", "TSAN_OPTIONS", "LSAN_OPTIONS"}) {
     if (const char* const value = std::getenv(name)) variables.push_back(std::string(name) + "=" + value);
   }
@@ -130,8 +130,8 @@ ProgramRun runOnTerminal(const std::vector<std::string>& arguments, RunOptions o
   const pid_t child = ::fork();
   if (child == 0) execute(argv, envp, out, screen, options);
   ProgramRun run;
-  // Reading fails once the program, the last to hold the other end, is gone; until it has opened that end
-  // too.
+  // Reading fails once the program, the last holder of the other end, is gone; and also before it has opened
+  // that end.
   int state = 0;
   for (bool ended = false; !ended;) {
     ended = ::waitpid(child, &state, WNOHANG) == child;

@@ -1,4 +1,4 @@
-// What sorrel does with what a hostile disk, script or catalogue puts before it, from outside.
+// The reaction of sorrel to a hostile disk, script or catalogue, from outside.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,7 +20,7 @@ const std::string kNil = "Unexpectedly found nil while unwrapping an Optional va
 
 std::string firstLine(const std::string& text) { return text.substr(0, text.find('\n')); }
 
-/// The trash of the only home of `volume`; its path as the document tells it.
+/// The trash of the only home of `volume`; its path as reported by the document.
 std::string pathInTrash(const std::string& volume, const RunOptions& options = {}) {
   const ProgramRun run = sorrel({"--volume", volume, "--json", "scan", "trash"}, options);
   EXPECT_EQ(run.status, 0) << run.err;
@@ -88,7 +88,7 @@ TEST(HostileStreams, aScanNeedsNoStandardErrorOrInput) {
 // The catalogue
 
 struct Broken {
-  std::string place;  // what stands before the key that is taken away
+  std::string place;  // the text before the removed key
   std::string key;
   std::string value;  // its element
 };

@@ -14,7 +14,7 @@
 namespace sorrel::cli {
 namespace {
 
-/// What a writer makes of the calls in `write`.
+/// The document that a writer makes of the calls in `write`.
 template <class Write>
 std::string written(Write write) {
   std::ostringstream out;

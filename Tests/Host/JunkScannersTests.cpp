@@ -28,7 +28,7 @@ void backup(const TemporaryFolder& place, const std::string& folder, const std::
   EXPECT_TRUE(writePropertyListFile(place.path(folder + "/Info.plist"), std::move(info)));
 }
 
-/// A home with what Mail, device backups and two photo libraries leave behind.
+/// A home with files of Mail, device backups and two photo libraries.
 struct Volume : TemporaryFolder {
   Volume() {
     file(kStore + "Messages/1.emlx", 100);
@@ -57,7 +57,7 @@ Words titles(const Json& document) {
   return found;
 }
 
-/// What a clean of everything that the feature finds takes away, the log aside.
+/// The paths that a clean of all results of the feature removes, except the log.
 Words goneByCleaning(const Volume& volume, const std::string& feature) {
   const auto before = snapshotOf(volume.path());
   const ProgramRun run = volume.run({"clean", feature, "--all", "--yes"});
@@ -124,7 +124,7 @@ TEST(JunkScanners, photoFeatureWithoutCategoriesIsRefused) {
 
 TEST(JunkScanners, desktopLeavesAMailFolderCalledAttachmentsAlone) {
   const TemporaryFolder home;
-  // Folders as mail programs keep them, one file for each message.
+  // Folders in the layout of mail programs, one file for each message.
   const Words messages = {
       home.file(".thunderbird/p.default/Mail/Local Folders/Attachments/cur/1.eml", 3),
       home.file(".local/share/evolution/mail/local/folders/Attachments/cur/1", 3),

@@ -19,12 +19,12 @@ namespace {
 using Words = std::vector<std::string>;
 constexpr std::int64_t kMiB = 1 << 20;
 
-/// A volume with the home of alice, scanned with the catalogue that comes with the program.
+/// A volume with the home of alice, scanned with the program's own catalogue.
 class LargeOld : public testing::Test {
  protected:
   LargeOld() { volume.folder("Users/alice"); }
 
-  /// A file that takes no room on the disk.
+  /// A sparse file.
   std::string big(const std::string& name, std::int64_t size = 60 * kMiB) const {
     std::string path = volume.file(name, 0);
     std::filesystem::resize_file(path, static_cast<std::uintmax_t>(size));
@@ -46,7 +46,7 @@ class LargeOld : public testing::Test {
     return found;
   }
 
-  /// Large files that a scan of `home` finds, and beside them what it never may.
+  /// Large files that a scan of `home` finds, and beside them files that it must not find.
   void fill(const std::string& home) const {
     big(home + "backup.zip", 120 * kMiB);
     big(home + "Movies/film.mov", 52'428'801);
@@ -58,13 +58,13 @@ class LargeOld : public testing::Test {
     std::filesystem::create_symlink(volume.path(home + "../other/film.mov"), volume.path(home + "link.mov"));
     std::filesystem::create_symlink(volume.path(home + "../other"), volume.path(home + "others"));
   }
-  /// All items but the log, which each command writes.
+  /// All items except the log, which each command writes.
   [[nodiscard]] std::vector<test::TreeEntry> items() const {
     auto entries = test::snapshotOf(volume.path());
     std::erase_if(entries, [](const test::TreeEntry& entry) { return entry.path.ends_with(kLogName); });
     return entries;
   }
-  /// Puts the log in its place, which the first command would make.
+  /// Creates the log, which the first command would create.
   void makeLog(const std::string& support) const {
     volume.text(support + "org.sorrel.Sorrel/" + kLogName, "");
   }
@@ -125,7 +125,7 @@ TEST_F(LargeOld, linuxDesktopIsSearchedFromItsHome) {
 TEST_F(LargeOld, aTitleIsSharedOnlyByRecordsThatDiffer) {
   big("Users/alice/work/backup.zip");
   big("Users/alice/home/film.mov");
-  EXPECT_EQ(run({"scan", "large-old"}).out.find("(in "), std::string::npos);  // each stands in four rows
+  EXPECT_EQ(run({"scan", "large-old"}).out.find("(in "), std::string::npos);  // each is in four rows
   big("Users/alice/home/backup.zip");
   const std::string shown = run({"scan", "large-old"}).out;
   for (const char* const folder : {"work", "home"}) {
@@ -283,7 +283,7 @@ TEST_F(LargeOld, scanLeavesEveryItemAsItWas) {
   makeLog("Users/alice/Library/Application Support/");
   const auto before = items();
   EXPECT_EQ(titles(scan().at("feature").at("categoryInfo").at(0)).size(), 2U);
-  scan({"--tools", volume.path()});  // there are none: the home is walked
+  scan({"--tools", volume.path()});  // there are no tools: the home is walked
   EXPECT_EQ(items(), before);
 }
 

@@ -8,7 +8,7 @@
 namespace sorrel::cli {
 namespace {
 
-/// Gives the process its limit back.
+/// Restores the limit of the process.
 class OpenFiles : public testing::Test {
  protected:
   OpenFiles() { EXPECT_EQ(::getrlimit(RLIMIT_NOFILE, &before_), 0); }

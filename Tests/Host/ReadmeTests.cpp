@@ -1,4 +1,4 @@
-// The output that README.md shows is what a newcomer gets.
+// The output shown in README.md is the real output.
 #include <gtest/gtest.h>
 #include <unistd.h>
 #include <TestPlaces.hpp>
@@ -19,7 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// What `page` shows below a command line; it ends at an empty line or at the end of the block.
+/// The text that `page` shows below a command line, up to an empty line or the end of the block.
 std::string shownBelow(const std::string& page, const std::string& command) {
   const std::string text = contentOf(SORREL_SOURCE_DIR "/" + page);
   const std::string line = "$ " + command + "\n";
@@ -41,7 +41,7 @@ TEST(Readme, showsWhatTheDemoPrints) {
   const TemporaryFolder volume;
   const std::string make = "'" SORREL_SOURCE_DIR "/scripts/make-volume' '" + volume.path() + "'";
   ASSERT_EQ(std::system(make.c_str()), 0);
-  // The number of the user, which is the name of a trash, is root's in README.md.
+  // The user's number, which is the name of a trash, is root's in README.md.
   const std::string trash = "/.Trashes/" + std::to_string(::getuid()) + "/";
   struct Shown {
     std::string page;
@@ -64,7 +64,7 @@ TEST(Readme, showsWhatTheDemoPrints) {
   }
 }
 
-/// The files below a folder, by their names from there on.
+/// The files below a folder, by their names relative to it.
 std::set<std::string> filesBelow(const std::string& folder) {
   std::set<std::string> files;
   for (const auto& entry : fs::recursive_directory_iterator(folder)) {

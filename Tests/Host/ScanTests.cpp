@@ -35,7 +35,8 @@ struct Volume : TemporaryFolder {
 const FeatureRow kCaches = {1, {{0, "SystemCache", {"file://~/Library/Caches/"}}}};
 const FeatureRow kTrash = {2, {{0, "Common", {"file://~/.Trash/"}}}};
 
-/// Takes the two dates out of a record, which depend on the moment, and holds the one against the other.
+/// Removes the two dates, which depend on the current time, from a record, after comparing them with each
+/// other.
 void takeDates(Json& record) {
   const double seconds = record.at("dateSeconds");
   EXPECT_GT(seconds, 1.0e9);
@@ -131,7 +132,7 @@ TEST(ScanCommand, eachCategoryIsReportedOnce) {
   EXPECT_EQ(document.at("callbacks").at("singleDone"), 3);
   EXPECT_EQ(document.at("callbacks").at("done"), 1);
   EXPECT_EQ(document.at("callbacks").at("lastPercent"), 1.0);
-  // Numbered through over both folders of the first row.
+  // Numbered consecutively over both folders of the first row.
   EXPECT_EQ(rows.at(0).at("childrens").at(0).at("finderID"), 0);
   EXPECT_EQ(rows.at(0).at("childrens").at(1).at("finderID"), 1);
 }

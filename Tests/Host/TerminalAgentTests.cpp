@@ -29,7 +29,7 @@ class TerminalAgentTest : public testing::Test {
 TEST_F(TerminalAgentTest, itServesThisProcessAloneUntilItsEnd) {
   const std::string words = folder_.path("words");
   {
-    // Ready as polkit's agent is: once it closes the descriptor.
+    // Ready like polkit's agent: when it closes the descriptor.
     TerminalAgent agent(program("echo \"$@\" >'" + words + "'\nexec 3>&-\nexec /usr/bin/tail -f /dev/null"));
     agent.waitUntilReady();
     EXPECT_EQ(test::contentOf(words),

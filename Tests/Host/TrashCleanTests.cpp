@@ -1,4 +1,5 @@
-// `sorrel clean trash` on this desktop, from outside: what other programs know about the trash goes too.
+// `sorrel clean trash` on this desktop, from outside: the records that other programs keep about the trash
+// are removed too.
 #include <gtest/gtest.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -22,7 +23,7 @@ namespace {
 namespace fs = std::filesystem;
 using test::goneBetween;
 
-/// A home of this machine with things in its trash.
+/// A home of this machine with items in its trash.
 class DesktopTrashClean : public testing::Test {
  protected:
   DesktopTrashClean() {
@@ -42,7 +43,7 @@ class DesktopTrashClean : public testing::Test {
     home_.text(kTrash + "files/" + name, content);
     home_.text(kTrash + "info/" + name + ".trashinfo", info(name));
   }
-  /// The record of an item that is gone since long.
+  /// The record of an item that has long been gone.
   void ghost() const {
     home_.text(kTrash + "info/ghost.trashinfo", info("ghost"));
     fs::last_write_time(home_.path(kTrash + "info/ghost.trashinfo"),
@@ -211,7 +212,7 @@ TEST_F(DesktopTrashClean, trashOfAMacOSVolumeHasNoRecords) {
   EXPECT_EQ(goneBetween(before, volume.items()), (Words{kTrashFolder + "files", kTrashFolder + "files/a"}));
 }
 
-/// Text of a command of the shell with this home.
+/// Output of a shell command with this home.
 std::string told(const TemporaryFolder& home, const std::string& command) {
   const std::string out = home.path("out");
   const std::string line = "HOME='" + home.path() + "' XDG_DATA_HOME='" + home.path("data") + "' sh -c '" +

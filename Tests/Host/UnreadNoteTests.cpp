@@ -86,7 +86,7 @@ class UnreadVolume : public testing::Test {
     all.insert(all.end(), words.begin(), words.end());
     return hosttests::sorrel(all, {.user = ::getuid() == 0 ? plain : 0});
   }
-  /// The note about `folder` alone.
+  /// The note about `folder` only.
   [[nodiscard]] std::string noteAbout(const std::string& folder) const {
     return "sorrel: 1 folder could not be read; what it holds is not counted:\nsorrel:   " +
            volume.path(folder) + " (Permission denied)\n";

@@ -125,7 +125,7 @@ TEST(CategoryInformation, subCategoryAloneKeepsTheRowAboveIt) {
 }
 
 TEST(CategoryInformation, ownerLivesAsLongAsTheCategoryIsInUse) {
-  const auto category = makeCategory();  // nobody else holds its feature
+  const auto category = makeCategory();  // its feature has no other owner
   EXPECT_EQ(category->featureInfo->finderID, 2);
   EXPECT_EQ(category->featureInfo->moduleInfo->finderID, 1);
 }

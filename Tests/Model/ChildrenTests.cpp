@@ -15,7 +15,7 @@
 namespace sorrel::test {
 namespace {
 
-// An array is a field only where a record makes it: no other code has the argument that says so.
+// An array is a field only if a record makes it: no other code has the required argument.
 static_assert(!std::constructible_from<Children<Node>, Node&>);
 static_assert(!std::constructible_from<Children<Node>, TreeNode&>);
 static_assert(!std::constructible_from<std::optional<Children<Node>>, Node&>);
@@ -132,7 +132,7 @@ TEST(Children, iteratesOverTheRecordsThemselves) {
   EXPECT_EQ(&children.front(), &*children.begin());
 }
 
-/// Takes the middle record's array out of the tree and lets the rest go.
+/// Removes the middle record's array from the tree and releases the rest.
 template <class Take>
 void expectTheTreeIsKeptBy(Take take) {
   Chain chain;

@@ -15,7 +15,7 @@ void expectRow(Enumeration row, Integer raw) {
   EXPECT_EQ(fromRawValue<Enumeration>(raw), row);
 }
 
-/// Nothing lies outside [first, last].
+/// There is no case outside [first, last].
 template <class Enumeration>
 void expectNothingBeyond(Integer first, Integer last) {
   EXPECT_EQ(fromRawValue<Enumeration>(first - 1), std::nullopt);

@@ -11,7 +11,7 @@
 namespace sorrel::test {
 namespace {
 
-// A damaged catalogue is a broken promise: a fatal stop that says which key of which entry.
+// A damaged catalogue is a violated contract: a fatal stop that names the key and its entry.
 using ModuleInfoDeathTest = ModuleInfo;
 
 constexpr const char* kNil = "^Unexpectedly found nil while unwrapping an Optional value\n";
@@ -54,7 +54,7 @@ TEST_F(ModuleInfoDeathTest, textOfDigitsIsNoInteger) {
                "^Could not cast value of key \"finder\" to integer\n");
 }
 
-/// One required key: its level of the tree, and what its value is.
+/// One required key: its level of the tree, and the type of its value.
 struct RequiredKey {
   const char* level;
   const char* key;
@@ -84,7 +84,7 @@ constexpr RequiredKey kRequiredKeys[] = {
     {"location", "url", "string"},
 };
 
-/// What stands in the context line before the key.
+/// The text before the key in the context line.
 std::string placeOf(std::string_view level) {
   std::string place = "Feature\\.plist: \"m\"";
   if (level == "module") return place;
@@ -96,7 +96,7 @@ std::string placeOf(std::string_view level) {
 
 class ModuleInfoKeysDeathTest : public ModuleInfo, public testing::WithParamInterface<RequiredKey> {
  protected:
-  /// A whole catalogue, but for `change` on the one dictionary of the level in question.
+  /// A whole catalogue, except for `change` on the one dictionary of the level in question.
   template <class Change>
   void writeChanged(Change change) {
     const auto apply = [&](std::string_view level, Dictionary dictionary) {

@@ -15,7 +15,7 @@
 namespace sorrel {
 namespace {
 
-/// Writes down the value at each observation.
+/// Records the value at each observation.
 struct Diary {
   explicit Diary(Integer value) : finderID(*this, value) {}
   void finderIDWasSet() { seen.push_back(finderID); }

@@ -15,10 +15,10 @@
 namespace sorrel::test {
 namespace {
 
-// A link is a field only where a record makes it: no other code has the argument that says so.
+// A link is a field only if a record makes it: no other code has the required argument.
 static_assert(!std::constructible_from<ParentLink<Node>, Node&, Node*>);
 static_assert(!std::constructible_from<ParentLink<Node>, TreeNode&, Node*>);
-// A record itself is no link, and a bare pointer isn't either: both look like a copy of the record.
+// Neither a record nor a bare pointer converts to a link: both would look like a copy of the record.
 static_assert(!std::convertible_to<Node&, ParentLink<Node>>);
 static_assert(!std::convertible_to<Node*, ParentLink<Node>>);
 static_assert(!std::convertible_to<ParentLink<Node>, Node*>);
@@ -55,7 +55,7 @@ TEST(ParentLink, moveUpToAParentReachedThroughTheOldOneKeepsIt) {
   chain.root = nullptr;
   chain.middle->children.clear();
   chain.middle = nullptr;
-  // The root lives through the middle alone, and the middle through the leaf's link.
+  // Only the middle keeps the root alive, and only the leaf's link the middle.
   chain.leaf->parent = chain.leaf->parent->parent;
   EXPECT_FALSE(chain.rootLife.over());
   EXPECT_FALSE(chain.middleLife.over());  // in the root's array

@@ -12,7 +12,7 @@
 
 namespace sorrel::test {
 
-/// A record with all that the records of the tree have: children, two parents, a payload.
+/// A record with all parts of the tree's records: children, two parents, a payload.
 class Node final : public TreeNode {
  public:
   explicit Node(std::any newPayload = {}, const Ref<Node>& newParent = {}, const Ref<Node>& newOwner = {})
@@ -32,10 +32,10 @@ class Node final : public TreeNode {
   [[nodiscard]] Parents parents() const noexcept override { return {{owner.get(), parent.get()}}; }
 };
 
-/// Tells through a payload whether a record lives.
+/// Reports through a payload whether a record lives.
 class Life {
  public:
-  /// The payload to give to the record that is watched; once.
+  /// The payload for the watched record; to be called once.
   [[nodiscard]] std::any watch() { return std::exchange(held_, nullptr); }
   [[nodiscard]] bool over() const { return watched_.expired(); }
 

@@ -16,7 +16,7 @@
 namespace sorrel::test {
 namespace {
 
-/// Writes down what is done with it; its digest is the bytes 0xA0, 0xA1, 0xA2.
+/// Records the operations on it; its digest is the bytes 0xA0, 0xA1, 0xA2.
 struct RecordingDigest {
   static constexpr std::size_t kLength = 3;
   std::vector<std::string> steps;

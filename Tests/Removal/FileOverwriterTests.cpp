@@ -53,7 +53,7 @@ class FileOverwriterTest : public testing::Test {
     struct stat status {};
     return ::fstat(file, &status) == 0 ? status.st_blocks : -1;
   }
-  /// "" if all data of the file of patchy(), and nothing else, was written over.
+  /// "" if all data of the file of patchy(), and nothing else, was overwritten.
   static std::string faultOf(int file) {
     ::fsync(file);
     const std::int64_t before = blocksOf(file);
@@ -213,7 +213,7 @@ TEST_F(FileOverwriterTest, opensNoOtherItem) {
 }
 
 TEST_F(FileOverwriterTest, opensRegularFilesOnly) {
-  // A FIFO without a reader or writer would do, and a device might do anything.
+  // Opening a FIFO without a reader or writer would succeed, and a device might do anything.
   const std::string fifo = volume_.fifo("fifo");
   for (const std::string& path : {fifo, volume_.folder("folder"), std::string("/dev/null")}) {
     const FileDescriptor item(::open(path.c_str(), O_PATH | O_CLOEXEC));

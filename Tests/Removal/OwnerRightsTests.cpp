@@ -112,7 +112,7 @@ TEST_F(OwnerRights, folderBehindALinkKeepsItsMode) {
   EXPECT_TRUE(test::isThere(volume_.path("elsewhere/file")));
 }
 
-/// A chain of the plain user's closed folders, deeper than the levels that a removal holds open.
+/// Nested closed folders of the plain user, deeper than the levels that a removal keeps open.
 class DeepOwnerRights : public OwnerRights {
  protected:
   static constexpr std::size_t kDepth = 2 * FolderRemoval::kMostOpen;

@@ -32,7 +32,7 @@ constexpr std::uint32_t kBob = 10002;
 
 bool everybody(std::uint32_t /*owner*/) { return true; }
 
-/// Whether the item itself may not go. These tests only ask; nothing is removed.
+/// True if the item itself may not be removed. These tests only query; nothing is removed.
 bool protects(const RemovalPolicy& policy, const std::string& path) {
   const auto identity = identityOf(AT_FDCWD, path.c_str());
   return identity && policy.protects(identity->number);
@@ -51,7 +51,7 @@ ItemIdentity folderOf(std::uint32_t uid, std::uint32_t mode = 0755) {
   return identity;
 }
 
-/// Errors of a policy for a user and of one for a helper that are made with no descriptor to spare.
+/// Errors of a policy for a user and of one for a helper that are made without a free descriptor.
 TEST(RemovalPolicy, placeThatCannotBeLookedUpIsAnError) {
   EXPECT_EQ(RemovalPolicy::forUser().error(), 0);
   EXPECT_EQ(RemovalPolicy::forHelper(kAlice).error(), 0);
@@ -117,7 +117,7 @@ bool enterRootWith(const std::string& point, const std::vector<std::string>& fol
   return true;
 }
 
-// On a root of its own, since few machines have all of these places.
+// On a root of its own, since few machines have all of these folders.
 class EverySystemPlace : public testing::TestWithParam<const char*> {};
 
 TEST_P(EverySystemPlace, isKeptWholeByTheHelper) {
@@ -225,7 +225,7 @@ TEST(RemovalPolicy, keepsTheTrashFolderOfTheUserButNotWhatLiesInIt) {
   EXPECT_FALSE(protects(policy, file));
 }
 
-/// A policy with nothing of its own near the places of the test.
+/// A policy without built-in paths near those of the test.
 class PolicyOnScratch : public testing::Test {
  protected:
   test::TemporaryVolume volume_;
@@ -306,7 +306,7 @@ TEST_F(PolicyOnScratch, keepsTheWayToAPlaceThatIsClosedToThisProcess) {
 TEST_F(PolicyOnScratch, keepsTheWayToAPlaceOnAFileSystemThatIsGone) {
   volume_.folder("homes/gone");
   const std::string told = test::inMountingChild([&]() -> std::string {
-    // Its server has ended: each question gets ENOTCONN.
+    // Its server has ended: each query gets ENOTCONN.
     if (!test::mountSilentFileSystem(volume_.path("homes/gone")).isOpen()) return "skip";
     RemovalPolicy policy = RemovalPolicy::forUser();
     policy.protectSelfAndAncestors(volume_.path("homes/gone/home"));

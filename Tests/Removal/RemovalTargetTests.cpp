@@ -136,7 +136,7 @@ TEST_F(RemovalTargetTest, aMountThatIsNotTrustedIsRefused) {
   EXPECT_EQ(asked, target.identity().mount);
 }
 
-/// Work in a child on a folder "silent" that never answers, which may not be entered.
+/// Runs work in a child with a folder "silent" that never answers and may not be entered.
 std::string besideSilence(const test::TemporaryVolume& volume,
                           const std::function<std::string(RemovalPolicy)>& work) {
   return test::inMountingChild([&]() -> std::string {
@@ -202,7 +202,7 @@ TEST_F(RemovalTargetTest, aListedPlaceInAFileSystemThatMayNotBeEnteredIsNotAsked
   EXPECT_EQ(told, "done");
 }
 
-// What a removal does with the answer.
+// Consequences for a removal.
 
 namespace fs = std::filesystem;
 

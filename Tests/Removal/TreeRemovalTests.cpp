@@ -163,8 +163,8 @@ TEST_F(TreeRemovalTest, onlyTheExpectedItemGoes) {
   EXPECT_TRUE(removeExpectedItem(file, numberOf(file), policy_).isSuccess());
   EXPECT_FALSE(isThere(file));
 }
-/// Trees at random, in batches, each in a child with a file system in memory of its own where that is
-/// possible. SORREL_PROPERTY_CASES sets the number of cases, SORREL_PROPERTY_SEED the first one's seed.
+/// Random trees, in batches, each in a child with a file system in memory of its own where that is possible.
+/// SORREL_PROPERTY_CASES sets the number of cases, SORREL_PROPERTY_SEED the first one's seed.
 TEST(TreeRemovalProperty, onlyTheSelectionChangesAndSuccessMeansGone) {
   constexpr std::uint64_t batch = 500;
   const std::uint64_t first = test::numberFrom("SORREL_PROPERTY_SEED", 1);
@@ -236,7 +236,7 @@ TEST_F(TreeRemoverTest, strangersLinkAboveTheLastFolderIsNotFollowedEither) {
   if (!test::canBeOtherUsers()) GTEST_SKIP() << "only root can give a link away";
   for (const char* const name : {"up/d/a", "up/d/b"}) volume.file(name, "1");
   ASSERT_TRUE(remove("up/d/a").isSuccess());
-  // The same folder, by the same text, behind a link now.
+  // The same folder, by the same text, now through a link.
   fs::rename(volume.path("up"), volume.path("moved"));
   volume.link("up", "moved");
   ASSERT_EQ(::lchown(volume.path("up").c_str(), test::kPlainUser, test::kPlainUser), 0);

@@ -1,4 +1,4 @@
-// Descriptors that must not reach the root program: closing them waits for the process that sent them.
+// Descriptors that must not reach the root program: closing them blocks on the process that sent them.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/fuse.h>
@@ -33,8 +33,8 @@ using namespace test;
 constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kDenied = "org.freedesktop.DBus.Error.AccessDenied";
 
-/// A file on a FUSE file system whose server answers everybody but one process, which it keeps waiting when
-/// it closes the file.
+/// A file on a FUSE file system whose server answers every process except one, which blocks when it closes
+/// the file.
 class StickyFile {
  public:
   StickyFile(const std::string& file, pid_t victim)
@@ -54,7 +54,7 @@ class StickyFile {
   StickyFile& operator=(const StickyFile&) = delete;
 
   [[nodiscard]] bool isMounted() const { return isMounted_; }
-  /// Whether the victim has closed it, and waits.
+  /// True if the victim has closed it, and is blocked.
   [[nodiscard]] bool hasVictim() const { return hasVictim_; }
 
  private:
@@ -110,7 +110,7 @@ class StickyFile {
   std::thread thread_;
 };
 
-/// A connected TCP socket with data that its peer never reads: closing it last waits for an hour.
+/// A connected TCP socket with data that its peer never reads: the last close blocks for an hour.
 class LingeringSocket {
  public:
   LingeringSocket() : listener_(::socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0)) {
@@ -148,7 +148,7 @@ class LingeringSocket {
 
 class Descriptors : public HelperServiceKit {
  protected:
-  /// Sends the descriptor with a call of each method, in each form; the errors, each once.
+  /// Sends the descriptor with a call of each method, in each form; returns the distinct errors.
   std::set<std::string> offer(int descriptor) {
     RawCaller caller(machine->address());
     std::set<std::string> errors;
@@ -196,7 +196,7 @@ class Descriptors : public HelperServiceKit {
       return error;
     });
   }
-  /// The helper still takes calls.
+  /// The helper still accepts calls.
   void expectAnswer() { EXPECT_TRUE(machine->ask(kDelete, kNowhere).isThere) << machine->log(); }
 };
 

@@ -1,6 +1,6 @@
-// Runs a program, and lets the system calls of the processes that it starts fail; tells at its end how many,
-// of how many. usage: FaultyRun CALL WHEN STEP ERROR PROGRAM [ARGUMENT...]. The numbers are those of
-// CallFault.
+// Runs a program, and makes the system calls of the processes that it starts fail; reports at its end how
+// many of how many failed. usage: FaultyRun CALL WHEN STEP ERROR PROGRAM [ARGUMENT...]. The numbers are those
+// of CallFault.
 
 #include <sys/wait.h>
 

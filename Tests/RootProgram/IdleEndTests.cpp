@@ -1,4 +1,4 @@
-// Events that are sent while the root program ends for lack of work. SORREL_IDLE_ENDS sets how many.
+// Events that are sent while the root program ends for lack of work. SORREL_IDLE_ENDS sets their number.
 #include <gtest/gtest.h>
 
 #include <cstdlib>

@@ -1,5 +1,5 @@
-// What the root program takes over from its starter, and its workers from it: nothing that could act through
-// them.
+// What the root program inherits from its parent process, and its workers from it: nothing that could
+// influence them.
 #include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
@@ -45,7 +45,7 @@ class Inheritance : public HelperServiceKit {
 
 TEST_F(Inheritance, noVariableOfTheEnvironmentCounts) {
   const std::string home = starter.file("home/file", "x").substr(0, starter.path("home").size());
-  // A policy keeps the home that the environment names.
+  // A policy protects the home that the environment names.
   startAfter("export HOME=" + home + " XDG_DATA_HOME=" + home);
   EXPECT_TRUE(machine->ask(kDelete, {{home, HelperDictionary{{"0", 0}}}}).flag) << machine->log();
   EXPECT_FALSE(fs::exists(home));
@@ -78,7 +78,8 @@ TEST_F(Inheritance, theFolderTheMaskAndTheCoreLimitAreItsOwn) {
   EXPECT_EQ(core.find("unlimited"), std::string::npos) << core;
 }
 
-/// Whether a process is open to root without the right to trace; it has no more rights itself.
+/// Whether root may access a process without the capability to trace; the process has no further capabilities
+/// itself.
 std::string opennessOf(pid_t process) {
   return inChild([process]() -> std::string {
     if (::prctl(PR_CAPBSET_DROP, CAP_SYS_PTRACE) != 0) return "skip";
@@ -119,7 +120,7 @@ TEST_F(Inheritance, aWorkerEndsWithItsSupervisor) {
     if (!supervisor.start(1, job, [](const Supervisor::Ending&) {})) return "not started";
     pollfd result{supervisor.descriptors().front(), POLLIN, 0};
     if (::poll(&result, 1, 10'000) != 1) return "no result";
-    // Ends here without a word to its worker.
+    // Ends here without notifying its worker.
     return std::to_string(supervisor.process(1));
   });
   ASSERT_EQ(told.find_first_not_of("0123456789"), std::string::npos) << told;

@@ -21,7 +21,7 @@ using namespace test;
 
 using Life = HelperServiceKit;
 
-// --- how many, and until when ---
+// --- number and lifetime of events ---
 
 TEST_F(Life, aUserHasOneEventUnderWay) {
   startScripted(ScriptedPolkit::Mode::Wait);
@@ -148,7 +148,7 @@ TEST_F(Life, aSecondAskerGetsTheSameHelper) {
   EXPECT_EQ(machine->helper(), process);
 }
 
-// --- what the program is ---
+// --- the process ---
 
 TEST_F(Life, nothingOfItsStarterIsLeft) {
   start({});

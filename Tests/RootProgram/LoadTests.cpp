@@ -1,5 +1,5 @@
-// Many connections of three users that do what they can to keep the root program from an authorised user's
-// events. SORREL_LOAD_SECONDS and SORREL_LOAD_CONNECTIONS set for how long, and how many connections.
+// Many connections of three users that try to keep the root program from serving an authorised user's events.
+// SORREL_LOAD_SECONDS and SORREL_LOAD_CONNECTIONS set the duration, and the number of connections.
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -31,8 +31,8 @@ using namespace test;
 using Clock = std::chrono::steady_clock;
 using std::chrono::milliseconds;
 
-/// The connections of one user, in a process of its own: floods of calls that are refused, that lie about
-/// their size, that are no calls of the helper, and tickets that are never used.
+/// The connections of one user, in a process of its own: floods of calls that are refused, that announce
+/// wrong sizes, that are not calls of the helper, and tickets that are never used.
 class Attackers {
  public:
   /// With `isOnce` each connection makes one call and waits for ever.
@@ -100,7 +100,7 @@ long memoryOf(pid_t process) { return std::atol(statusOf(process, "VmRSS").c_str
 
 class Load : public HelperServiceKit {
  protected:
-  /// Root's events go through; polkit says no to all other connections.
+  /// Root's events are authorised; polkit refuses all other connections.
   void SetUp() override {
     HelperServiceKit::SetUp();
     if (IsSkipped()) return;
@@ -108,7 +108,7 @@ class Load : public HelperServiceKit {
     setup.mode = ScriptedPolkit::Mode::YesToFirst;
     start(setup);
   }
-  /// How long an event of root's takes.
+  /// Duration of one of root's events.
   milliseconds timeOf(HelperProtocol& helper) {
     const Clock::time_point start = Clock::now();
     const Answer answer = take(send(helper, kDelete, kNowhere));
@@ -122,7 +122,7 @@ class Load : public HelperServiceKit {
   }
 
  private:
-  std::string quiet_;  // what an event says that was carried out
+  std::string quiet_;  // the log line of an executed event
 };
 
 TEST_F(Load, anAuthorisedUsersEventsAreAnsweredInAFlood) {
@@ -134,7 +134,7 @@ TEST_F(Load, anAuthorisedUsersEventsAreAnsweredInAFlood) {
   const long before = memoryOf(process);
   const std::vector<std::uint32_t> users = {kAlice, kBob, kCarol};
   std::vector<std::unique_ptr<Attackers>> attackers;
-  // A connection takes several descriptors of its process, and a process has a thousand.
+  // A connection uses several descriptors of its process, and a process has a thousand.
   constexpr std::uint64_t kOfProcess = 84;
   const std::uint64_t processes = std::max<std::uint64_t>(1, callers / users.size() / kOfProcess);
   const std::uint64_t each = callers / users.size() / processes;

@@ -1,4 +1,4 @@
-// `sorrel clean` with the real root program at work.
+// `sorrel clean` with the real root program.
 #include <fcntl.h>
 #include <grp.h>
 #include <gtest/gtest.h>
@@ -46,7 +46,7 @@ class SorrelAtWork : public HelperServiceKit {
   [[nodiscard]] bool exists(int number) const {
     return fs::exists(machine->folder().path(trash() + std::to_string(number)));
   }
-  /// Cleans the trash as Alice; what it prints goes to the files "out" and "err".
+  /// Cleans the trash as Alice; the output goes to the files "out" and "err".
   pid_t clean() {
     const std::string address = "DBUS_SYSTEM_BUS_ADDRESS=" + machine->address();
     const std::string volume = machine->folder().path("volume");

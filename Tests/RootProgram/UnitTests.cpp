@@ -22,7 +22,7 @@ using namespace test;
 /// What the service manager's unit allows the program.
 using Unit = HelperServiceKit;
 
-/// The names of a set of system calls, as the service manager knows it.
+/// The names of a set of system calls, as defined by the service manager.
 std::set<std::string> callsOf(const std::string& set) {
   std::string output;
   ChildProcess analyze("/usr/bin/systemd-analyze", {"syscall-filter", "--no-pager", set});

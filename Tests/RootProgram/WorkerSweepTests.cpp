@@ -1,6 +1,6 @@
-// Kills the worker of the root program at many places of an event of a thousand paths, and lets its system
-// calls fail, and holds the reply against the disk. SORREL_KILL_POINTS sets the number of places. The faults
-// are dealt to 8 parts; SORREL_ERRNO_PARTS sets how many of them are tried, 8 for all.
+// Kills the worker of the root program at many points of an event of a thousand paths, and makes its system
+// calls fail, and compares the reply with the disk. SORREL_KILL_POINTS sets the number of points. The faults
+// are divided into 8 parts; SORREL_ERRNO_PARTS sets how many of them are tried, 8 for all.
 
 #include <gtest/gtest.h>
 #include <sys/syscall.h>
@@ -35,7 +35,7 @@ using test::CallFault;
 using test::HelperMachine;
 using Names = std::vector<std::string>;
 
-/// A helper whose workers meet that fault.
+/// A helper whose workers get that fault.
 HelperMachine::Setup with(const CallFault& fault) {
   HelperMachine::Setup setup;
   setup.tracer = SORREL_FAULTY_RUN;
@@ -46,7 +46,7 @@ HelperMachine::Setup with(const CallFault& fault) {
   return setup;
 }
 
-/// What a reply says of a path, in the order of the paths, beside what is left of it.
+/// The reply for a path, in the order of the paths, and what is left of the item.
 struct Account {
   bool isSuccess = false;
   std::string desc;
@@ -68,7 +68,7 @@ class WorkerEvent {
     before_ = test::snapshotOf(machine_.folder().path("disk"));
   }
 
-  /// Empty without a sound reply; nothing that the event does not name has changed.
+  /// Empty without a well-formed reply; checks that only items named by the event have changed.
   std::vector<Account> send() {
     const test::Answer answer = machine_.ask(test::kDelete, event_);
     EXPECT_TRUE(answer.isThere) << machine_.log();
@@ -137,7 +137,7 @@ class WorkerSweep : public test::HelperServiceKit {
   void SetUp() override {
     HelperServiceKit::SetUp();
     if (IsSkipped()) return;
-    // A file system in memory that the machine has.
+    // The machine has a file system in memory there.
     folder_.emplace("TMPDIR", "/mnt");
   }
 
@@ -153,7 +153,7 @@ void killAt(int paths, int call, std::uint64_t when) {
   const auto firstLost = std::ranges::find_if_not(accounts, &Account::isSuccess);
   ASSERT_NE(firstLost, accounts.end());
   for (auto account = accounts.begin(); account != firstLost; ++account) EXPECT_FALSE(account->isThere);
-  // The one at which it died may be gone, whole or in parts, but nothing says so; the others were never
+  // The item at which it died may be gone, completely or in part, but without a result; the others were never
   // begun.
   for (auto account = firstLost; account != accounts.end(); ++account) {
     EXPECT_FALSE(account->isSuccess);
@@ -172,7 +172,7 @@ using WorkerKillSweep = WorkerSweep;
 
 TEST_F(WorkerKillSweep, aWorkerKilledAnywhereGivesOneReplyThatIsTrue) {
   constexpr unsigned kPaths = 1000;
-  // Every fourth path is a folder of six items. Each result is told by one write, and one comes before them.
+  // Every fourth path is a folder of six items. Each result is one write, and one write comes before them.
   constexpr unsigned kRemovals = kPaths + kPaths / 4 * 5;
   constexpr unsigned kWrites = kPaths + 1;
   const std::uint64_t points = std::max<std::uint64_t>(test::numberFrom("SORREL_KILL_POINTS", 8), 2);
@@ -183,13 +183,13 @@ TEST_F(WorkerKillSweep, aWorkerKilledAnywhereGivesOneReplyThatIsTrue) {
   }
 }
 
-/// Every `step`-th call fails. The steps are prime, so that they meet every place of what is done for a path.
+/// Every `step`-th call fails. The steps are prime, so that they hit every step of the work for a path.
 struct FailingCalls {
   int call;
   std::uint64_t step;
 };
 
-/// Before it touches a path, the worker looks up what must never be removed.
+/// Before it touches a path, the worker looks up the protected paths.
 constexpr std::array kFromTheBeginning = {FailingCalls{SYS_unlinkat, 7},   FailingCalls{SYS_openat, 7},
                                           FailingCalls{SYS_openat2, 7},    FailingCalls{SYS_statx, 7},
                                           FailingCalls{SYS_newfstatat, 7}, FailingCalls{SYS_getdents64, 7},
@@ -197,7 +197,7 @@ constexpr std::array kFromTheBeginning = {FailingCalls{SYS_unlinkat, 7},   Faili
 constexpr std::array kAmongThePaths = {FailingCalls{SYS_openat, 7}, FailingCalls{SYS_openat2, 11},
                                        FailingCalls{SYS_statx, 101}};
 
-/// What one event came to.
+/// The results of one event.
 struct RunEvent {
   std::vector<Account> accounts;
   std::uint64_t failures = 0;  ///< of paths
@@ -222,7 +222,7 @@ RunEvent runWith(int paths, const CallFault& fault) {
   return run;
 }
 
-/// While a place that is to be protected can't be looked up, everything is refused.
+/// While a protected path can't be looked up, everything is refused.
 bool isRefusedWhole(const RunEvent& event) {
   return std::ranges::all_of(
       event.accounts, [](const Account& one) { return one.desc == helper::kRefusedItemText && one.isWhole; });

@@ -16,7 +16,7 @@ using namespace test;
 
 using Workers = HelperServiceKit;
 
-/// Starts a helper whose workers' removals are tampered with, as strace -e inject=unlinkat has it.
+/// Starts a helper whose workers' removals are manipulated, by strace -e inject=unlinkat.
 HelperMachine::Setup withInjection(const std::string& injection) {
   HelperMachine::Setup setup;
   setup.tracer = kTracer + " -o /dev/null -e trace=unlinkat -e inject=unlinkat:" + injection;
@@ -39,13 +39,13 @@ TEST_F(Workers, aWorkerKilledInMidEventGivesOneSoundReply) {
     const bool isDone = *entry.at("DeleteStatus").asNumber() == 0;
     EXPECT_EQ(isDone, number < 2);
     EXPECT_EQ(*entry.at("DeleteStatus").asNumber(), isDone ? 0 : 2);
-    // Nothing is called done that is still there. What went as the worker died may be called failed.
+    // No existing item is reported as done. An item removed as the worker died may be reported as failed.
     EXPECT_FALSE(isDone && fs::exists(machine->folder().path("file" + std::to_string(number))));
     removed += fs::exists(machine->folder().path("file" + std::to_string(number))) ? 0 : 1;
   }
   EXPECT_LE(removed, 3);
   EXPECT_TRUE(machine->waitForLog("killed"));
-  // The helper itself goes on.
+  // The helper itself continues.
   EXPECT_TRUE(machine->ask(kDelete, kNowhere).isThere);
 }
 

@@ -252,7 +252,7 @@ TEST_F(SuperScanDeathTest, sumOfSizesThatOverflowsIsAFatalStop) {
   ASSERT_TRUE(isSparse) << "this machine has no memory file system that takes files of 2^63-1 bytes";
 }
 
-// The size by the metadata store
+// The size from the metadata store
 
 class PackageSizeTool : public SuperScan {
  protected:

@@ -23,7 +23,7 @@ namespace {
 
 constexpr int kThreads = 16;
 
-/// Runs `work(i)` on that many threads at once.
+/// Runs `work(i)` on this many threads at once.
 template <class Work>
 void onThreads(int count, const Work& work) {
   std::vector<std::thread> threads;
@@ -151,7 +151,7 @@ TEST(WalkWithFewDescriptors, stopEndsTheWaitForADescriptor) {
   volume.install();
   makeLadder(volume, "root", 3);
   const std::string told = inChild([&volume]() -> std::string {
-    const OpenFolderLimit::Walk another;  // which gives nothing back
+    const OpenFolderLimit::Walk another;  // which never returns a descriptor
     if (!leaveDescriptors(0)) return "no limit";
     ScanStatusTable::Cell cell = static_cast<int>(ScanState::suspend);
     WalkRequest request = keepingEverything();

@@ -22,7 +22,7 @@
 namespace sorrel::test {
 namespace {
 
-// What a disk may hold.
+// Unusual contents of a disk.
 using WalkOfADisk = Walk;
 
 TEST_F(WalkOfADisk, linksAreItemsAndNeverEntered) {
@@ -72,7 +72,7 @@ TEST_F(WalkOfADisk, deepTreeNeedsFewOpenFiles) {
 
   EXPECT_EQ(totals.fileNumber, 1000);
   EXPECT_EQ(totals.folderNumber, 2000);
-  ASSERT_EQ(records.size(), 2999U);  // the folder at the very bottom is empty
+  ASSERT_EQ(records.size(), 2999U);  // the deepest folder is empty
   EXPECT_EQ(record("d/")->size, 999);
 }
 
@@ -104,7 +104,7 @@ TEST_F(WalkOfADisk, filesOpenedByAWalkAreGivenBack) {
   run();
   const std::size_t before = openDescriptors();
   run();
-  // Helpers that come too late touch nothing; those that helped gave back what they had before the walk
+  // Helpers that start too late change nothing; those that helped returned their descriptors before the walk
   // ended.
   EXPECT_EQ(openDescriptors(), before);
 }
@@ -113,7 +113,7 @@ TEST_F(WalkOfADisk, unreadableFolderIsAnEmptyItemAndTold) {
   volume.file("root/closed/a", "1");
   volume.file("root/open/a", "1");
   ASSERT_EQ(::chmod(volume.path("root/closed").c_str(), 0), 0);
-  // Root reads everything: its walk runs as another user, who may not delete what root has.
+  // Root can read everything: its walk runs as another user, who may not delete root's items.
   ASSERT_EQ(::chmod(volume.path().c_str(), 0755), 0);
   const pid_t child = ::fork();
   if (child == 0) {

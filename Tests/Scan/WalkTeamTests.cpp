@@ -31,7 +31,7 @@ TEST(WalkTeam, nobodyWantsWorkWhileEverybodyHasSome) {
   EXPECT_FALSE(team.wantsWork());
 }
 
-/// Every piece of work n makes two of n - 1: each is done once, by whichever member.
+/// Every piece of work n makes two of n - 1: each is done exactly once, by any member.
 TEST(WalkTeam, membersDoEachPieceOnceAndEndTogether) {
   WalkTeam<int> team;
   std::atomic<int> pieces{0};

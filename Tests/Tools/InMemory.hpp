@@ -8,8 +8,8 @@
 
 namespace sorrel::test {
 
-/// Temporary folders lie in memory, where that is possible, while it lives: many files are made at once, and
-/// files may be as large as they like.
+/// While it lives, temporary folders are in memory where that is possible: many files are made at once, and
+/// files may be very large.
 class InMemory {
  private:
   static const char* place() { return ::access("/dev/shm", W_OK) == 0 ? "/dev/shm" : std::getenv("TMPDIR"); }

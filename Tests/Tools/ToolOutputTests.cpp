@@ -1,4 +1,4 @@
-// The tools as the framework runs them: real child processes, and what they print.
+// The tools as the framework runs them: real child processes and their output.
 #include "Tools/ToolOutput.hpp"
 
 #include <fcntl.h>
@@ -169,7 +169,7 @@ TEST_F(ToolProgram, readerThatGoesEndsTheTool) {
 }
 
 TEST_F(ToolProgram, toolThatIsKilledWhileItPrintsLeavesWholeLines) {
-  // Far more than a pipe holds: the tool waits in the middle of its output until it is killed.
+  // Far more than the capacity of a pipe: the tool blocks in the middle of its output until it is killed.
   for (int i = 0; i < 2'000; ++i)
     volume.file("Users/alice/" + std::string(100, 'n') + std::to_string(i), "1");
   ChildProcess child(kFolder + "mdfind", {"-onlyin", volume.path("Users/alice"), "kMDItemFSSize > 0"});

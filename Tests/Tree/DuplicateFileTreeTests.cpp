@@ -17,7 +17,7 @@ TEST(DuplicateFolderInfo, valueIsTheDifferenceOfTheSumsOfCharacters) {
 TEST(DuplicateFolderInfo, characterWithoutAnASCIIValueAddsNothing) {
   EXPECT_EQ(DuplicateFolderInfo::calculateValue("a\u00e9", "a"), 0);
   EXPECT_EQ(DuplicateFolderInfo::calculateValue("ae\u0301a", "aa"), 0);
-  EXPECT_EQ(DuplicateFolderInfo::calculateValue("\u06001a", "a"), 0);  // a sign that stands before its number
+  EXPECT_EQ(DuplicateFolderInfo::calculateValue("\u06001a", "a"), 0);  // a sign that precedes its number
   EXPECT_EQ(DuplicateFolderInfo::calculateValue("\u00e9a", "a"), 0);
   EXPECT_EQ(DuplicateFolderInfo::calculateValue("a\u65e5b", "ab"), 0);
   EXPECT_EQ(DuplicateFolderInfo::calculateValue("a\xff", "a"), 0);
@@ -36,7 +36,7 @@ TEST(DuplicateNode, distanceStringIsTheSameInAnyOrder) {
 }
 
 TEST(DuplicateNode, distanceStringOrdersTextsAsPeopleReadThem) {
-  // "z" stands behind "e" and before a composed "é", however that is written.
+  // "z" sorts after "e" and before a composed "é", in any encoding form.
   EXPECT_EQ(DuplicateNode::calculationDistanceString({"e\u0301", "z"}), MD5(std::string("e\u0301z")));
   EXPECT_EQ(DuplicateNode::calculationDistanceString({"e\u0301", "\u00e9"}),
             DuplicateNode::calculationDistanceString({"\u00e9", "e\u0301"}));

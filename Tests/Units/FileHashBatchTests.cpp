@@ -136,7 +136,7 @@ TEST_F(FileHashBatches, aStopTakesEffectBeforeTheNextChunkOfAnyFile) {
     });
     const Hashes hashes = hashesOf(paths, kernel);
     EXPECT_EQ(reads.notes().size(), 10U);
-    // A lane has read one chunk of its file by then; one file after the other, two are through.
+    // A lane has read one chunk of its file by then; with one file after the other, two are complete.
     EXPECT_EQ(std::count(hashes.begin(), hashes.end(), std::nullopt), kernel.lanes == 1 ? 18 : 20);
   });
 }

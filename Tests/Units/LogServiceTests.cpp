@@ -35,13 +35,13 @@ using enum LogService::LogLevel;
 
 constexpr const char* kIdentifier = "org.example.cleaner";
 
-/// True if `text` has the form of `pattern`, where "d" stands for a digit.
+/// True if `text` has the form of `pattern`, where "d" matches a digit.
 bool hasForm(std::string_view text, std::string_view pattern) {
   return std::equal(text.begin(), text.end(), pattern.begin(), pattern.end(),
                     [](char c, char form) { return form == 'd' ? c >= '0' && c <= '9' : c == form; });
 }
 
-/// The text with each moment as DATE.
+/// The text with each time replaced by DATE.
 std::string withoutDates(std::string text) {
   constexpr std::string_view kForm = "dddd-dd-dd dd:dd:dd";
   for (std::size_t at = 0; at < text.size(); ++at) {
@@ -299,8 +299,8 @@ TEST_F(LogServiceShardDeathTest, mainBundleWithoutAnIdentifierIsAFatalStop) {
                "Unexpectedly found nil while unwrapping an Optional value");
 }
 
-/// A disk that takes `stepsPerEntry` waits of the ending process for each entry: a task before each entry
-/// holds the log's queue for that long.
+/// A disk on which each entry takes `stepsPerEntry` waits of the ending process: a task before each entry
+/// blocks the log's queue for that long.
 class SlowDisk {
  public:
   explicit SlowDisk(int stepsPerEntry)

@@ -220,7 +220,7 @@ TEST_F(SqliteToolTest, openingAnotherDatabaseClosesTheFirst) {
   EXPECT_EQ(tool_.queryDBData("select * from t").at(0).find("id"), "9");
 }
 
-// Databases and statements made to do harm.
+// Malicious databases and statements.
 
 TEST_F(SqliteToolTest, hugeCellEndsTheRows) {
   database("create table v(id, b); insert into v values(1,'x'),(2,zeroblob(20000000)),(3,'y');");

@@ -20,7 +20,7 @@
 namespace sorrel::test {
 namespace {
 
-// What reading leaves behind, and what others left in the way.
+// Traces of reading, and files left by other programs.
 using SqliteToolTracesTest = SqliteToolTest;
 
 TEST_F(SqliteToolTracesTest, readingLeavesNoTraceOfAPlainDatabase) {
@@ -156,7 +156,7 @@ TEST_F(SqliteToolTracesTest, journalOverSeveralDatabasesIsLeftToItsOwner) {
   database();
   runAndGetKilled(path(), kSpill);
   const std::string victim = folder_.file("victim", "precious");
-  // What ends such a journal: page 0, the name, its length, the sum of its bytes, the magic number.
+  // The end of such a journal: page 0, the name, its length, the sum of its bytes, the magic number.
   std::ofstream journal(folder_.path("History-journal"), std::ios::app | std::ios::binary);
   std::uint32_t sum = 0;
   for (const char c : victim) sum += static_cast<std::uint32_t>(c);

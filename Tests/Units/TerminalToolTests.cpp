@@ -29,7 +29,7 @@ namespace sorrel {
 namespace {
 
 constexpr std::int64_t kFeature = 3;
-constexpr std::size_t kBigLines = 50'000;  // far more than a pipe holds
+constexpr std::size_t kBigLines = 50'000;  // far more than the capacity of a pipe
 constexpr const char* kBigScript = "exec /usr/bin/seq 100001 150000";
 
 /// Every call of `finish`: its text, and whether it ran on the queue.
@@ -71,7 +71,7 @@ class TerminalTool : public testing::Test {
 
   std::string tool(std::string_view commands) const { return folder_.script("a tool", commands); }
 
-  /// What `finish` got from the class-level form.
+  /// The results that `finish` got from the class-level form.
   std::vector<std::string> finished(const std::string& path, const std::vector<std::string>& arguments = {}) {
     Finished result;
     TerminalUtils::realTimeRunTerminal(path, arguments, queue_, result.on(queue_));
@@ -86,7 +86,7 @@ class TerminalTool : public testing::Test {
     return result.texts();
   }
 
-  /// Once the main loop has opened its own, which it keeps.
+  /// Counted after the main loop has opened its own, which it keeps.
   static std::size_t descriptorsWithMainLoop() {
     EXPECT_TRUE(test::drainMainQueue());
     return test::openDescriptors();
@@ -125,7 +125,7 @@ TEST_F(TerminalTool, outputThatIsNoUTF8GivesErrorOrNothing) {
 }
 
 TEST_F(TerminalTool, charactersThatAreSplitBetweenPiecesStayWhole) {
-  // Three bytes a character: 64 KiB is no multiple of that.
+  // Three bytes a character: 64 KiB is not a multiple of that.
   const std::string path = tool("/usr/bin/yes 字 | /usr/bin/head -n 60000 | /usr/bin/tr -d '\\n'");
   std::string expected;
   for (int i = 0; i < 60'000; ++i) expected += "字";

@@ -19,7 +19,7 @@ namespace {
 
 using Bytes = std::vector<std::uint8_t>;
 
-/// Noise that every message is a piece of.
+/// Random bytes; every message is a piece of them.
 const Bytes& noise() {
   static const Bytes bytes = [] {
     Bytes made(200'000);
@@ -43,7 +43,7 @@ std::string digestByTheLibrary(const Message& message) {
   return lowerCaseHex(bytes);
 }
 
-/// Gives the length of the next piece of a message, at most the room that there is for it.
+/// Returns the length of the next piece of a message, at most the available room.
 using Split = std::function<std::size_t()>;
 std::size_t wholeChunks() { return MD5Lanes::kChunk; }
 

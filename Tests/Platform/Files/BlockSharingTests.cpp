@@ -37,7 +37,7 @@ FileExtent blocks(std::uint64_t logical, std::uint64_t physical, std::uint64_t c
   return {logical * kBlock, physical * kBlock, count * kBlock, flags};
 }
 
-/// What is told of a file of ten blocks.
+/// The result for a file of ten blocks.
 std::optional<BlockSharing> sharingOf(const Extents& extents, std::uint64_t device = 1,
                                       std::uint64_t size = 10 * kBlock) {
   return BlockSharing::from(device, size, extents);
@@ -123,7 +123,7 @@ struct FlagRow {
 
 class BlockSharingFlag : public testing::TestWithParam<FlagRow> {};
 
-/// The flag on the first extent alone, then on the last one alone: each other one is plain and shared.
+/// The flag on the first extent only, then on the last one only: all others are plain and shared.
 TEST_P(BlockSharingFlag, decidesWhetherAnythingIsTold) {
   const std::uint32_t flags = kShared | GetParam().flag;
   EXPECT_EQ(sharingOf({blocks(0, 100, 4, flags), blocks(4, 300, 6)}).has_value(), GetParam().isTold);
@@ -152,7 +152,7 @@ TEST(BlockSharing, codedExtentsAreComparedOneByOne) {
     EXPECT_TRUE(areClones(whole, whole));
     EXPECT_FALSE(areClones(whole, {blocks(0, 100, 4, flags), blocks(4, 104, 6, flags)}));
     EXPECT_FALSE(areClones(whole, {blocks(0, 100, 10)}));
-    // Two pieces of one coded extent around a piece of another one.
+    // Two pieces of one encoded extent around a piece of another one.
     const Extents pieces = {blocks(0, 100, 4, flags), blocks(4, 300, 2, flags), blocks(6, 100, 4, flags)};
     EXPECT_TRUE(areClones(pieces, pieces));
   }
@@ -194,7 +194,7 @@ class RealBlockSharing : public testing::TestWithParam<const char*> {
  protected:
   using Work = std::function<std::string()>;
 
-  /// Runs `work` in a child, with a new file system at "mount"; what it does not like it tells.
+  /// Runs `work` in a child, with a new file system at "mount"; the child reports the failures.
   void expectFine(const Work& work, const std::string& options = "") {
     const std::string told = test::inMountingChild([&]() -> std::string {
       const test::LoopFileSystem disk(GetParam(), volume_.path("image"), volume_.path("mount"), options);
@@ -208,7 +208,7 @@ class RealBlockSharing : public testing::TestWithParam<const char*> {
   [[nodiscard]] std::optional<BlockSharing> at(const std::string& name) const {
     return BlockSharing::of(volume_.path("mount/" + name));
   }
-  /// Writes a block inside the file, which stays in memory.
+  /// Writes a block inside the file without flushing it.
   bool rewrite(const std::string& name, off_t block) {
     const FileDescriptor file(::open(volume_.path("mount/" + name).c_str(), O_RDWR | O_CLOEXEC));
     std::array<char, kBlock> bytes{};

@@ -57,7 +57,7 @@ TEST(FileExists, pathWithANULNamesNothing) {
   EXPECT_FALSE(isDeletableFile(path));
 }
 
-/// Asks as a plain user about items in a folder that the test made.
+/// Queries as a plain user about items in a folder that the test made.
 class IsDeletableFile : public testing::Test {
  protected:
   IsDeletableFile() {

@@ -103,7 +103,7 @@ TEST(FileReadStream, refusesAFileThatMayNotBeRead) {
   EXPECT_EQ(inPlainChild([&] { return std::to_string(errorOf(path)); }), std::to_string(EACCES));
 }
 
-// A regular file of the system, whose first page is never there.
+// A regular file of the system, whose first page is never readable.
 TEST(FileReadStream, tellsOfAReadError) {
   FileReadStream stream = FileReadStream::open("/proc/self/mem", Link::Refused);
   ASSERT_TRUE(stream.isOpen());
@@ -138,8 +138,8 @@ TEST(FileReadStream, isNotHandedToProgramsThatAreStartedMeanwhile) {
   EXPECT_EQ(::fcntl(stream.descriptor(), F_GETFD) & FD_CLOEXEC, FD_CLOEXEC);
 }
 
-/// Another thread puts `other` in the place of the file "file" and back, over and over; what is opened
-/// meanwhile is that file and its bytes.
+/// Another thread replaces the file "file" by `other` and back, over and over; what is opened meanwhile is
+/// always that file with its bytes.
 void expectTheFileAlone(const TemporaryFolder& folder, const std::string& other) {
   const std::string file = folder.file("file", "content");
   std::atomic<bool> isOver{false};

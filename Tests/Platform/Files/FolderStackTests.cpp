@@ -25,7 +25,7 @@ class FolderStackTest : public testing::Test {
   void goDown(int count) {
     for (int i = 0; i < count; ++i) ASSERT_TRUE(stack_.push("d")) << i;
   }
-  /// Path of the folder `level` levels below the root of the chain.
+  /// Path of the folder `level` levels below the root.
   [[nodiscard]] std::string levelPath(int level) const {
     std::string path = volume_.path("top");
     for (int i = 0; i < level; ++i) path += "/d";

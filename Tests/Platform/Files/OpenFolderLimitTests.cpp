@@ -112,7 +112,7 @@ TEST(OpenFolderLimit, givesUpWhenNoOtherWalkGivesAnythingBack) {
   };
   EXPECT_FALSE(OpenFolderLimit::openSparing(open, keepsEverything, {}).isOpen());
   EXPECT_GT(tries, 1);
-  // It was patient once; a thousand folders must not cost a thousand waits.
+  // It waited long once; a thousand folders must not cost a thousand waits.
   tries = 0;
   EXPECT_FALSE(OpenFolderLimit::openSparing(open, keepsEverything, {}).isOpen());
   EXPECT_EQ(tries, 1);

@@ -25,7 +25,7 @@ bool contains(std::string_view text, std::string_view word) {
   return text.find(word) != std::string_view::npos;
 }
 
-/// The first of the four words that stands in a type of the tree, the types taken in their order.
+/// The first of the four words that occurs in a type of the tree, in the order of the types.
 std::string firstMatch(const Texts& tree) {
   for (const std::string& type : tree) {
     for (const char* word : {"image", "movie", "audio", "archive"}) {
@@ -198,7 +198,7 @@ TEST(ContentType, otherExtensionsComeFromTheMimeDatabase) {
   EXPECT_EQ(contentType("a.sql", false), "public.plain-text");
 }
 
-// Their MIME types conform to application/zip, but nobody thinks of them as archives.
+// Their MIME types conform to application/zip, but users do not think of them as archives.
 TEST(ContentType, documentsInsideAZipAreNoArchives) {
   for (const char* name : {"a.docx", "a.odt", "a.epub", "a.ott", "a.oxt"}) {
     EXPECT_NE(firstMatch(contentTypeTree(name, false)), "archive") << name;
@@ -248,7 +248,7 @@ TEST(ContentType, descriptionIsInWords) {
 
 TEST(ContentType, theDatabaseIsReadOnceIfAFolderComesFirst) {
   if (!hasMimeDatabase()) GTEST_SKIP() << "no MIME database here";
-  // A database that is lost is one for the leak checker, in a process that has asked for nothing else.
+  // A leaked database is reported by the leak checker, in a process that has queried nothing else.
   EXPECT_EQ(localizedTypeDescription("/a/b", true), "folder");
   EXPECT_EQ(mimeType("/a/b.png", false), "image/png");
 }

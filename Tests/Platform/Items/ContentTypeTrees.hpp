@@ -2,7 +2,7 @@
 
 namespace sorrel::test {
 
-/// The whole tree of the content type that extensions stand for, as macOS declares it.
+/// The whole tree of the content type of extensions, as macOS declares it.
 struct TypeTree {
   const char* extensions;  ///< separated by blanks
   const char* tree;

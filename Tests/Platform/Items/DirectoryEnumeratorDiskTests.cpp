@@ -19,7 +19,7 @@
 namespace sorrel::test {
 namespace {
 
-// What a disk may hold, and how it may change under the walk.
+// Unusual contents of a disk, and changes during the walk.
 using DirectoryEnumeratorDiskTest = DirectoryEnumeratorTest;
 
 std::string joined(const Names& names) {
@@ -279,7 +279,7 @@ TEST_F(DirectoryEnumeratorDiskTest, openFilesAreGivenBack) {
   EXPECT_EQ(openDescriptors(), before);
 }
 
-// A tree that changes under the walk.
+// A tree that changes during the walk.
 
 TEST_F(DirectoryEnumeratorDiskTest, itemRemovedWhileItIsThePresentOneDoesNotEndTheWalk) {
   for (const char* name : {"a/inner", "b", "c/inner"}) volume_.file("top/" + std::string(name), "");

@@ -22,7 +22,7 @@ class DirectoryEnumeratorTest : public testing::Test {
     volume_.install();
   }
 
-  /// Paths below the root of the walk as the URLs say, a folder's with its "/"; `visit` is called for each.
+  /// Paths below the root of the walk from the URLs, a folder's with its "/"; `visit` is called for each.
   Names walk(EnumerationOptions options = 0, const Visit& visit = {}, EnumerationErrorHandler handler = {}) {
     return walkOf(volume_.url("top/"), options, visit, std::move(handler));
   }

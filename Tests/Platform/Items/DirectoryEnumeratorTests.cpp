@@ -68,7 +68,7 @@ TEST_F(DirectoryEnumeratorTest, valuesAreThoseOfThePresentItem) {
   EXPECT_FALSE(values.localizedName);
 }
 
-// What a caller leaves out.
+// Items that a caller skips.
 
 TEST_F(DirectoryEnumeratorTest, skipDescendantsLeavesAFolderUnentered) {
   volume_.file("top/a/inner", "");

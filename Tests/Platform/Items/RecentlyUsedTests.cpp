@@ -10,7 +10,7 @@
 namespace sorrel {
 namespace {
 
-/// An application's note in an entry; `command` as it stands in the list.
+/// An application's note in an entry; `command` as it is written in the list.
 std::string note(const std::string& command, const std::string& modified) {
   return "<bookmark:application name=\"" + command + "\" exec=\"&apos;" + command + "&apos;\"" +
          (modified.empty() ? "" : " modified=\"" + modified + "\"") + " count=\"1\"/>";

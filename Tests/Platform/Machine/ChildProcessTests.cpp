@@ -45,7 +45,7 @@ Outcome run(const std::string& path, const std::vector<std::string>& arguments =
   return outcome;
 }
 
-/// Each test leaves the process as it was: no child and no descriptor more.
+/// Each test leaves the process unchanged: no additional child or descriptor.
 class ChildProcessTest : public testing::Test {
  protected:
   ~ChildProcessTest() override {
@@ -239,7 +239,7 @@ TEST_F(ChildProcessTest, lastWordsOfAChildAreReadAfterItsEnd) {
 TEST_F(ChildProcessTest, slowReaderLosesNothingOfAnEndedChild) {
   const std::string gate = folder_.path("gate");
   ASSERT_EQ(::mkfifo(gate.c_str(), 0600), 0);
-  // A process that it leaves behind keeps the pipe open, so that its end does not end the output.
+  // A process that it leaves behind keeps the pipe open, so that the child's end does not end the output.
   ChildProcess child(
       folder_.script("tool", "/bin/sleep 1000 & echo $!; read line < \"$1\"; head -c 60000 /dev/zero"),
       {gate}, {.drain = milliseconds(0)});
@@ -248,7 +248,7 @@ TEST_F(ChildProcessTest, slowReaderLosesNothingOfAnEndedChild) {
     if (output.empty()) {
       std::ofstream(gate) << "go\n";
       siginfo_t info{};
-      // Back only when the child has ended, with the rest of its output in the pipe.
+      // Returns only when the child has ended, with the rest of its output in the pipe.
       EXPECT_EQ(::waitid(P_ALL, 0, &info, WEXITED | WNOWAIT), 0);
     }
     output += piece;
@@ -307,7 +307,7 @@ TEST_F(ChildProcessTest, interruptComesFromAnyThread) {
 TEST_F(ChildProcessTest, killEndsAChildThatIgnoresInterruptsAndWhatItStarted) {
   const std::string path = folder_.script("tool", "trap '' INT; /bin/sleep 1000 & echo ready; wait");
   ChildLimits limits;
-  limits.drain = std::chrono::hours(1);  // what keeps the output open would be waited for
+  limits.drain = std::chrono::hours(1);  // the process that keeps the output open would be waited for
   ChildProcess child(path, {}, limits);
   std::string output;
   const ChildProcess::Ending ending = child.run([&](std::string_view piece) {

@@ -16,7 +16,7 @@
 namespace sorrel {
 namespace {
 
-/// A volume beside which lies a folder that is none of its business.
+/// A volume, and beside it a folder that does not belong to it.
 class OpenFolder : public testing::Test {
  protected:
   OpenFolder() {

@@ -9,7 +9,7 @@
 namespace sorrel {
 namespace {
 
-/// A volume, and beside it a folder of this machine that is none of its business.
+/// A volume, and beside it a folder of this machine that does not belong to it.
 class VolumePath : public testing::Test {
  protected:
   [[nodiscard]] VolumePlace place(std::string_view name, LastLink last = LastLink::Followed) const {

@@ -13,7 +13,7 @@
 namespace sorrel::test {
 namespace {
 
-/// The most bytes of addresses that this process ever had.
+/// The peak of the address space of this process in bytes.
 std::size_t addressSpacePeak() {
   std::ifstream status("/proc/self/status");
   for (std::string line; std::getline(status, line);) {
@@ -80,7 +80,7 @@ TEST(ParsePropertyListBinary, refusesSharedObjectsThatExplode) {
   EXPECT_FALSE(parsePropertyList(binaryList(objects)).has_value());
 }
 
-// Arrays inside one another that lie over the same bytes: each tells of as many items as the file has bytes.
+// Nested arrays over the same bytes: each declares as many items as the file has bytes.
 TEST(ParsePropertyListBinary, countsOfArraysThatOverlapTakeNoMemory) {
   constexpr std::size_t kArrays = kPropertyListDepthLimit - 1;
   constexpr std::size_t kItems = 1'000'000;
@@ -92,7 +92,7 @@ TEST(ParsePropertyListBinary, countsOfArraysThatOverlapTakeNoMemory) {
     file += "\xAF\x12" + bigEndian(kItems, 4) + bigEndian(i + 1, 4);
   }
   offsets += bigEndian(file.size(), 4);
-  file += std::string(4 * kItems, '\0');  // the last object is none, and the others reach over these bytes
+  file += std::string(4 * kItems, '\0');  // the last object is invalid; the others extend over these bytes
   const std::size_t table = file.size();
   file += offsets + std::string(6, '\0') + "\4\4" + bigEndian(kArrays + 1, 8) + bigEndian(0, 8) +
           bigEndian(table, 8);

@@ -95,7 +95,7 @@ inline constexpr std::string_view kForeignXML = R"xml(<?xml version="1.0" encodi
 </plist>
 )xml";
 
-/// A document with this element for its root.
+/// A document with this root element.
 inline std::string xml(std::string_view root) {
   return "<?xml version=\"1.0\" encoding=\"UTF-8\"?>\n<plist version=\"1.0\">" + std::string(root) +
          "</plist>\n";
@@ -105,7 +105,7 @@ inline std::optional<PropertyList> parseElement(std::string_view root) {
   return parsePropertyList(xml(root));
 }
 
-/// What kForeignBinary and kForeignXML hold.
+/// The contents of kForeignBinary and kForeignXML.
 inline PropertyList everyKind() {
   PropertyList::Data data;
   for (int i = 0; i < 70; ++i) data.push_back(static_cast<std::uint8_t>(i));
@@ -129,7 +129,7 @@ inline PropertyList everyKind() {
   };
 }
 
-/// Empty arrays inside one another.
+/// Nested empty arrays.
 inline PropertyList nestedArrays(std::size_t levels) {
   PropertyList list = PropertyList::Array();
   for (std::size_t i = 1; i < levels; ++i) {

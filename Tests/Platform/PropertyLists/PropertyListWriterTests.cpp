@@ -32,7 +32,7 @@ TEST(WritePropertyList, binaryKeepsTheOrderOfKeys) {
 }
 
 TEST(WritePropertyList, binaryOfAnotherWriterComesBackByteForByte) {
-  // Its writer takes the objects in the same order and the same widths.
+  // The other writer uses the same order of objects and the same widths.
   const std::string bytes = bytesOfHex(
       "62706c6973743030d10102517581012c080b0d000000000000010100000000000000"
       "0300000000000000000000000000000010");

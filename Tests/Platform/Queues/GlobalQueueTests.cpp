@@ -27,7 +27,7 @@
 namespace sorrel {
 namespace {
 
-/// What `look` answers on a thread of the pool of `qos`.
+/// The result of `look` on a thread of the pool of `qos`.
 template <class Look>
 auto onPool(WeftQOS qos, Look look) {
   std::promise<decltype(look())> promise;
@@ -43,7 +43,7 @@ std::string nameOfThisThread() {
   return name.data();
 }
 
-/// Holds every thread of the default pool until it goes away.
+/// Blocks every thread of the default pool until it is destroyed.
 class PoolBlocked {
  public:
   PoolBlocked() {
@@ -134,7 +134,7 @@ TEST(GlobalQueue, fullPoolDoesNotHoldBackAnotherQuality) {
 
 TEST(GlobalQueue, fullPoolDoesNotHoldBackBlockingTasks) {
   const PoolBlocked blocked;
-  // More than the pool is wide, and all of them at once.
+  // More than the width of the pool, and all of them at once.
   const unsigned count = GlobalQueue::width() + 3;
   std::latch together(count);
   std::latch left(count);
@@ -161,7 +161,7 @@ TEST(GlobalQueue, freesWhatATaskHoldsAfterItRan) {
   EXPECT_TRUE(test::runMainLoopUntil([&] { return watch.expired(); }));
 }
 
-/// Whoever runs the tests may have made them less urgent already.
+/// The tests themselves may run with a raised nice value.
 TEST(GlobalQueue, backgroundThreadsGiveWay) {
   constexpr int kMostNice = 19;
   const int own = niceOfThisThread();

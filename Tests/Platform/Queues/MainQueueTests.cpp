@@ -191,7 +191,7 @@ TEST(MainTimer, mayGoAwayInsideItsTick) {
   const std::weak_ptr<int> watch = held;
   timer = std::make_unique<MainTimer>(milliseconds(1), [&, held = std::move(held)] {
     timer.reset();
-    ticks += *held - 4;  // what the tick holds lives as long as the tick runs
+    ticks += *held - 4;  // objects held by the tick live as long as the tick runs
   });
   const MainTimer other(milliseconds(1), [&] { ++later; });
   ASSERT_TRUE(runMainLoopUntil([&] { return later >= 5; }));

@@ -139,7 +139,7 @@ TEST(Text, regexHasNoOptions) {
   EXPECT_EQ(regexMatches("A", "a"), Texts{});
 }
 
-// 8 UTF-16 units but 7 characters: the last unit is out of reach.
+// 8 UTF-16 units but 7 characters: the last unit is not searched.
 TEST(Text, regexSearchesAsManyUnitsAsThereAreCharacters) {
   EXPECT_EQ(regexMatches("[a-z]+", "\xF0\x9F\x98\x80 ab cd"), (Texts{"ab", "c"}));
   EXPECT_EQ(regexMatches("[a-z]+", "\r\nab"), (Texts{"a"}));

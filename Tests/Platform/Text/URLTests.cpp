@@ -22,7 +22,7 @@ URL parsed(std::string_view text) {
   return url.value_or(URL());
 }
 
-/// The file URL text of a path without a look at the disk.
+/// The file URL text of a path without reading the disk.
 std::string fileText(std::string_view path, bool isDirectory = false) {
   return URL::fileURL(path, isDirectory).absoluteString();
 }

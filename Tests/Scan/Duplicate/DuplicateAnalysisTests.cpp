@@ -105,7 +105,7 @@ TEST_F(DuplicateScan, textsOfLinksAreComparedOneByOne) {
 }
 
 TEST_F(DuplicateScan, ofTwinsOfTwoSizesWithTheSameHashesTheLargestAreFound) {
-  // A package weighs as its type says, the hashes are those of the files in it.
+  // The type determines the weight of a package, the hashes are those of the files in it.
   for (const std::string top : {"One/T.app/", "Two/T.app/", "Three/", "Four/"}) {
     volume.file("Users/alice/Data/" + top + "a", "aaaa");
     volume.file("Users/alice/Data/" + top + "b", "bbbb");
@@ -320,7 +320,7 @@ TEST_F(DuplicateScan, foldersWithoutAHashAreTwinsByDefaultOnly) {
   EXPECT_TRUE(groups().empty());
 }
 
-// The stage alone.
+// The stage by itself.
 
 TEST_F(DuplicateStages, analysisBehindAStopReadsNothing) {
   const auto bar = std::make_shared<PercentService>(scan.percent(), 4);
@@ -366,7 +366,7 @@ TEST_F(DuplicateStages, filesOfHashedFoldersAreReadOnce) {
   const test::ReplacedRead reads;
   run();
   EXPECT_EQ(groups(), Groups{Names({"One/", "Two/"})});
-  EXPECT_EQ(reads.notes().size(), 4U);  // each file to its end, which is a read of its own
+  EXPECT_EQ(reads.notes().size(), 4U);  // each file to its end, which is a separate read
 }
 
 TEST_F(DuplicateStages, sizesWithOneFileAreNeverRead) {

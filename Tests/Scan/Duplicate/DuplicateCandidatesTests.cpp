@@ -15,7 +15,7 @@ namespace {
 using Names = std::vector<std::string>;
 using Sizes = std::vector<std::int64_t>;
 
-/// Folders below with these sizes, each beside the others.
+/// Folders with these sizes, side by side below one folder.
 SubfolderSizes below(const Sizes& sizes) {
   auto walk = std::make_shared<WalkedSizes>();
   for (const std::int64_t size : sizes) walk->folders.push_back({size, walk->folders.size()});
@@ -101,7 +101,7 @@ TEST(DuplicateCandidates, eachMemberOfAGroupCovers) {
 }
 
 TEST(DuplicateCandidates, folderThatIsNoCandidateCoversNothing) {
-  // The two of size 9 differ in number, the one of size 8 is alone, that of size 7 is covered itself.
+  // The two of size 9 differ in number, the one of size 8 is single, that of size 7 is covered itself.
   EXPECT_EQ(candidates({folder("/a", 9, 2, {5}), folder("/b", 9, 3, {5}), folder("/c", 8, 2, {5}),
                         folder("/d", 5, 1), folder("/e", 5, 1)}),
             (Names{"/d", "/e"}));
@@ -111,7 +111,7 @@ TEST(DuplicateCandidates, folderThatIsNoCandidateCoversNothing) {
 }
 
 TEST(DuplicateCandidates, candidatesOfOneSizeMayCoverTheirOwnSize) {
-  // Only the sizes behind it are affected: this one was looked at already.
+  // Only the later sizes are affected: this one was checked already.
   EXPECT_EQ(candidates({folder("/a", 5, 1, {5}), folder("/b", 5, 1)}), (Names{"/a", "/b"}));
 }
 
@@ -158,8 +158,7 @@ TEST(DuplicateFilesToHash, areNeitherLeftOutNorTheLastOfTheirSize) {
 
 // Mounts.
 
-/// What is left of members below the volume, whose folder Data is mounted on View as well, and Data/sub on
-/// Sub.
+/// The remaining members below the volume, whose folder Data is mounted on View as well, and Data/sub on Sub.
 std::string leftThroughMounts(const test::TemporaryVolume& volume, const Names& names) {
   return test::inMountingChild([&]() -> std::string {
     const auto bind = [&volume](const std::string& from, const std::string& on) {

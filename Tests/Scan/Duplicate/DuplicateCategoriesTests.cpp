@@ -230,7 +230,7 @@ TEST_F(DuplicateRepair, groupStandsUnderTheKindsOfItsFirstMember) {
   addGroup(0);
   repair();
   const auto countOf = [this](std::size_t row) { return (*all().childrenCateogry)[row].childrens.size(); };
-  EXPECT_EQ(countOf(0), 2U);  // the group without members too
+  EXPECT_EQ(countOf(0), 2U);  // also the group without members
   EXPECT_EQ(countOf(4), 1U);
   EXPECT_EQ(countOf(6), 0U);
 }

@@ -23,7 +23,7 @@ class Places : public testing::Test {
  protected:
   Places() { volume.install(); }
 
-  /// The places below the root of the volume.
+  /// Paths below the root of the volume.
   [[nodiscard]] Names of(const Names& names) const {
     std::vector<URL> urls;
     for (const std::string& name : names) urls.push_back(volume.url(name));
@@ -157,7 +157,7 @@ TEST_F(Places, placeInAnotherIsKeptAsItMayLieWhereThatOneIsNotEntered) {
   volume.file("Users/alice/Data/Caches/sub/a");
   const Names both = {"Users/alice/Data", "Users/alice/Data/Caches/sub"};
   EXPECT_EQ(of({"Users/alice/Data/", "Users/alice/Data/Caches/sub/"}), both);
-  // Two places behind one link lie in each other in the same way.
+  // Two paths through one link are nested like their targets.
   volume.link("Users/alice/Link", "Data");
   EXPECT_EQ(of({"Users/alice/Link/Caches/", "Users/alice/Link/Caches/sub/"}),
             (Names{"Users/alice/Link/Caches", "Users/alice/Link/Caches/sub"}));

@@ -1,4 +1,4 @@
-// Random trees: what a scan finds is what a model of its rules finds, which knows nothing but the rules.
+// Random trees: the results of a scan equal those of a model that implements only the rules.
 #include <gtest/gtest.h>
 
 #include <algorithm>
@@ -86,7 +86,7 @@ class Model {
   Result ofEveryPair() const {
     const Groups groups = folderGroups().first;
     std::map<std::string, Names> byContent;
-    std::set<std::string> outside;  // contents of files that lie in no twin folder
+    std::set<std::string> outside;  // contents of files outside twin folders
     for (const auto& [path, content] : files_) {
       if (content.size() <= limit_) continue;
       byContent[content].push_back(path);
@@ -116,7 +116,7 @@ class Model {
 
   Weighed weigh(const std::string& path, const Folder& folder) {
     Weighed own{path, 0, 0, {}, "", {}};
-    // Files and folders are met in one order of names; here all names of folders come first.
+    // Files and folders are visited in one order of names; here all names of folders come first.
     for (const auto& [name, below] : folder.folders) {
       const std::string subpath = path + name + "/";
       const Weighed sub = weigh(subpath, below);
@@ -138,7 +138,7 @@ class Model {
     return own;
   }
 
-  /// Twin folders, and the files that are left out.
+  /// Twin folders, and the excluded files.
   std::pair<Groups, std::set<std::string>> folderGroups() const {
     std::set<std::size_t> covered;
     std::set<std::size_t> belowCandidates;
@@ -245,7 +245,7 @@ TEST_F(RandomDuplicates, areEveryPairOfEqualFilesWithTheSwitch) {
   EXPECT_TRUE(differs);
 }
 
-/// Says nothing of how a scan goes about it.
+/// Independent of the implementation of the scan.
 TEST_F(RandomDuplicates, leaveNoPairOutWithTheSwitch) {
   DuplicateScanService::findsEveryEqualPair = true;
   std::size_t pairs = 0;

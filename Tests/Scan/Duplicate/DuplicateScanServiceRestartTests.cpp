@@ -1,4 +1,4 @@
-// A new scan after a stop, while the scan before it is still on its way to its end.
+// A new scan after a stop, while the previous scan has not ended yet.
 #include <gtest/gtest.h>
 
 #include <atomic>
@@ -33,7 +33,7 @@ class Restart : public test::DuplicateStages {
     for (const std::string name : {"a", "b"}) volume.file(std::string(kOther) + name, "123");
   }
 
-  /// The new scan has found its two files, and nothing of the old one is left.
+  /// The new scan has found its two files, and no result of the old one is left.
   void expectTheTreeOfTheNewScan(const ScanRecord& next) const {
     EXPECT_EQ(next.doneCount, 1);
     EXPECT_EQ(next.treeSize, 6);
@@ -106,7 +106,7 @@ TEST_F(Restart, hashOfAStoppedScanStaysStoppedWhenTheNextHasBegun) {
   start(scan);
   ASSERT_TRUE(test::runMainLoopUntil([&] { return scan.doneCount > 0 && next.doneCount > 0; }));
   EXPECT_EQ(scan.treeSize, 0);
-  // Each thread of the hash may have had one read under way.
+  // Each thread of the hash may have had one read in progress.
   EXPECT_LE(reads.notes().size(), 1U + std::thread::hardware_concurrency());
 }
 
@@ -124,8 +124,8 @@ TEST_F(Restart, hashOfOneLongFileStaysStoppedToo) {
   EXPECT_LE(reads.notes().size(), 2U);
 }
 
-/// By the number of the task at which the old scan is held: the candidates, the end of the walk, the hashes
-/// of folders, those of files.
+/// Parameter: the number of the task at which the old scan is held: the candidates, the end of the walk, the
+/// hashes of folders, those of files.
 class RestartAt : public Restart, public testing::WithParamInterface<std::size_t> {};
 
 TEST_P(RestartAt, scanThatIsHeldUntilTheNextIsDoneLeavesItsTree) {

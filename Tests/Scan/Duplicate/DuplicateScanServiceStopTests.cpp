@@ -109,7 +109,7 @@ TEST_F(DuplicateStages, stopWithinTheFolderHashReadsNoFileAfterIt) {
   });
   run();
   expectStoppedWithoutATree();
-  // Of each thread of the hash one read may be under way.
+  // Each thread of the hash may have one read in progress.
   EXPECT_LE(reads.notes().size(), 2U);
 }
 
@@ -135,12 +135,12 @@ TEST_F(DuplicateStages, manyPlacesThatAreStoppedEndOnce) {
   DuplicateScanService::scanDuplicate(*feature, places, scan.progress(), scan.percent(), scan.singleDone(),
                                       scan.treeDone(), scan.queue);
   ASSERT_TRUE(scan.waitUntilDone());
-  // The last of the places has let go of the scan.
+  // The last walk has released the scan.
   ASSERT_TRUE(test::runMainLoopUntil([this] { return queue.use_count() == 2; }));
   expectStoppedWithoutATree();
 }
 
-/// Stops at the first submission, and holds the second one back until the stop was told.
+/// Stops at the first submission, and holds the second one back until the stop was reported.
 class WaitingQueue : public test::RecordingQueue {
  public:
   void submit(Task task, Failure failure) override {

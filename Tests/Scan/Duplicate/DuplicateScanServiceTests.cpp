@@ -22,7 +22,7 @@ using test::ScanRecord;
 using test::TemporaryVolume;
 using test::operator""_B;  // NOLINT(misc-unused-using-decls): clang-tidy overlooks literals
 
-// As it is before anybody sets it.
+// The initial value, before any test sets it.
 const Integer kDefaultLimit = DuplicateScanService::limitSize;
 
 TEST_F(DuplicateScan, filesBehindAnAbsoluteLinkOfTheVolumeAreComparedThere) {
@@ -227,7 +227,7 @@ TEST_F(DuplicateScan, logTellsOfTheStages) {
 TEST_F(DuplicateScan, stopWhileTheQueueRefusesEndsWithZeroAndNoTree) {
   volume.file("Users/alice/Data/a", "same");
   volume.file("Users/alice/Data/b", "same");
-  // The first refused task of the queue waits, and in that moment the user stops.
+  // The first refused task of the queue waits, and at that moment the user stops.
   const test::VirtualClock clock([this](std::uint64_t) { SuperScanService::stopScan(*feature); });
   scan.queue->refuseNext(1);
   runData();

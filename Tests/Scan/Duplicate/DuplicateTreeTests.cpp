@@ -176,7 +176,7 @@ TEST_F(DuplicateScan, rescanBeginsWithAnEmptyTree) {
   EXPECT_TRUE(row(all(), DuplicateScanService::DuplicateKind::File).childrens.empty());
 }
 
-// The stage alone.
+// The stage by itself.
 
 TEST_F(DuplicateStages, stopBeforeTheTreeLeavesTheOldOne) {
   organise({{"a", {file("1", "same"), file("2", "same")}}}, {});

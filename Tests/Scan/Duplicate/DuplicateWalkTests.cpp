@@ -45,7 +45,7 @@ class Weigh : public testing::Test {
       list.push_back(info.path.path().substr(volume.path("Users/alice/").size()));
     return list;
   }
-  /// Runs `act` when the walk is about to look at an item.
+  /// Runs `act` when the walk is about to visit an item.
   void beforeTheFirstItem(std::function<void()> act) {
     rules.isStopped = [act = std::move(act), isDone = false]() mutable {
       if (!std::exchange(isDone, true)) act();
@@ -256,7 +256,7 @@ TEST_F(Weigh, fileSystemThatDoesNotSayWhatItsNamesAreIsWalkedAlike) {
 }
 
 TEST_F(Weigh, restOfAFolderThatIsNotFoundAgainIsPassedOver) {
-  // Deeper than folders are kept open.
+  // Deeper than the number of folders kept open.
   constexpr int kDeep = 40;
   constexpr int kMoved = 3;
   std::string moved = "Users/alice/Data";
@@ -286,7 +286,7 @@ TEST_F(Weigh, restOfAFolderThatIsNotFoundAgainIsPassedOver) {
 }
 
 TEST_F(Weigh, restOfAFolderThatIsClosedMeanwhileIsReported) {
-  constexpr int kDeep = 40;  // deeper than folders are kept open
+  constexpr int kDeep = 40;  // deeper than the number of folders kept open
   const std::string closed = "Users/alice/Data/folder/folder";
   volume.chain("Users/alice/Data", "folder", kDeep);
   std::string deepest = "Users/alice/Data";

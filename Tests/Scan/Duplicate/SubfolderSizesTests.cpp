@@ -7,7 +7,7 @@ namespace {
 
 using Sizes = std::unordered_set<std::int64_t>;
 
-/// A folder a with b in it, and c in b; beside them d.
+/// A folder a containing b, and b containing c; beside them d.
 std::shared_ptr<const WalkedSizes> walk() {
   auto sizes = std::make_shared<WalkedSizes>();
   sizes->folders = {{3, 0}, {5, 0}, {8, 0}, {1, 3}};  // c, b, a, d
@@ -54,7 +54,7 @@ TEST(SizeUnion, chainOfManyFoldersIsGoneThroughOnce) {
   auto chain = std::make_shared<WalkedSizes>();
   for (std::size_t i = 0; i < kDepth; ++i) chain->folders.push_back({static_cast<std::int64_t>(i), 0});
   SizeUnion all;
-  // Squared, this would take minutes.
+  // In quadratic time this would take minutes.
   for (std::size_t i = kDepth; i > 0; --i) all.insert(SubfolderSizes(chain, 0, i));
   EXPECT_TRUE(all.contains(kDepth - 1));
 }

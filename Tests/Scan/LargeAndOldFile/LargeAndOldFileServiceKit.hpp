@@ -24,7 +24,7 @@ inline constexpr Integer kFeature = 3;
 inline constexpr std::int64_t kMiB = 1 << 20;
 inline constexpr double kDay = 86'400;
 
-/// The home of alice on a volume, and the tools that the scan finds: none, unless a test says which.
+/// The home of alice on a volume, and the tools available to the scan: none, unless a test installs one.
 class LargeAndOldFileTest : public testing::Test {
  protected:
   LargeAndOldFileTest() {
@@ -40,7 +40,7 @@ class LargeAndOldFileTest : public testing::Test {
     Host::install(std::move(host));
     LogService::resetForTesting();
   }
-  /// An mdfind that notes its arguments and prints these lines.
+  /// An mdfind that records its arguments and prints these lines.
   void useToolThatPrints(const std::string& text) {
     const std::string output = volume.file("output", text);
     volume.script("tools/mdfind",
@@ -84,7 +84,7 @@ class LargeAndOldFileTest : public testing::Test {
     LargeAndOldFileService::addToChildrenCategory(all(), *file, {now - 365 * kDay}, {now - 30 * kDay},
                                                   {now - 7 * kDay});
   }
-  /// The kinds of the rows that hold the record; each holds it once.
+  /// The kinds of the rows that contain the record; each contains it once.
   std::set<Kind> kindsOf(const FileInformation& file) {
     std::set<Kind> kinds;
     for (std::size_t i = 0; i < all().childrenCateogry->size(); ++i) {

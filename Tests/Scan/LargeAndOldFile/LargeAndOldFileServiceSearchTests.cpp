@@ -114,7 +114,7 @@ TEST_F(LargeAndOldFileSearchTest, linesThatAreNoRegularFileAreDropped) {
   for (const char* name : {"/folder", "/link", "/gone.zip", "", "/"}) {
     lines += volume.path("Users/alice") + name + "\n";
   }
-  useToolThatPrints(lines + file);  // without a line feed at the end
+  useToolThatPrints(lines + file);  // without a trailing line feed
   run();
   EXPECT_EQ(names(), Names{"a.zip"});
 }
@@ -222,7 +222,7 @@ TEST_F(LargeAndOldFileSearchTest, scanChangesNothing) {
   big("Game.app/Contents/data.zip");
   volume.file("Users/alice/less", "1");
   volume.setModified("Users/alice/Movies/a.mov", 1'000'000'000);
-  // The log is the one thing that a scan writes.
+  // The log is the only file that a scan writes.
   const auto items = [this] {
     auto entries = snapshotOf(volume.path("Users/alice"));
     std::erase_if(entries, [](const TreeEntry& entry) { return entry.path.ends_with(".txt"); });

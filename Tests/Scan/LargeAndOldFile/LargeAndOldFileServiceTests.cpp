@@ -47,10 +47,10 @@ INSTANTIATE_TEST_SUITE_P(
     LargeAndOldFile, TypeOfFile,
     testing::Values(std::pair("a.zip", Kind::Archives), std::pair("a.tar", Kind::Archives),
                     std::pair("a.JPG", Kind::Picture), std::pair("a.heic", Kind::Picture),
-                    // com.apple.disk-image-udif stands before public.archive in the tree.
+                    // com.apple.disk-image-udif precedes public.archive in the tree.
                     std::pair("a.dmg", Kind::Picture), std::pair("a.iso", Kind::Picture),
                     std::pair("a.mp4", Kind::Movies),
-                    // public.movie stands before public.audiovisual-content.
+                    // public.movie precedes public.audiovisual-content.
                     std::pair("a.mkv", Kind::Movies), std::pair("a.mp3", Kind::Music),
                     std::pair("a.flac", Kind::Music), std::pair("a.docx", Kind::Other),
                     std::pair("a.pdf", Kind::Other), std::pair("a", Kind::Other),
@@ -300,7 +300,7 @@ TEST_F(LargeAndOldFileTest, cleanOfEverythingLeavesAllRowsEmpty) {
 TEST_F(LargeAndOldFileTest, recordsThatStayAreSortedAsOfNow) {
   const double now = Date::now().secondsSince1970;
   const auto file = record(volume.file("a"), 1, {now - 40 * kDay});
-  add(file, now - 40 * kDay);  // sorted in on the day it was changed
+  add(file, now - 40 * kDay);  // sorted by its age on the day it was changed
   EXPECT_EQ(kindsOf(*file), (Kinds{Kind::Other, Kind::LastWeek, Kind::Small}));
   LargeAndOldFileService::sortCategory(all());
   EXPECT_EQ(kindsOf(*file), (Kinds{Kind::Other, Kind::OneMonth, Kind::Small}));
@@ -336,7 +336,7 @@ TEST_F(LargeAndOldFileTest, treeWithPayloadsIsFreedWithItsLastHandle) {
   feature->attachInfomation = Witness{counter};
   EXPECT_EQ(counter.use_count(), 2);
   feature = nullptr;
-  // The walk's own thread may still be about to let go of its handle.
+  // The walk's own thread may still be about to release its handle.
   EXPECT_TRUE(runMainLoopUntil([&] { return counter.use_count() == 1; }));
 }
 

@@ -56,7 +56,7 @@ TEST_F(EmailScan, storesOfAllVersionsAreSearchedAtAnyDepth) {
   EXPECT_EQ(names(), versions);
 }
 
-/// A place in a walk that no walk has come to.
+/// A position that no walk has reached.
 struct Position : EnumerationPosition {
   explicit Position(int level) { level_ = level; }
 };

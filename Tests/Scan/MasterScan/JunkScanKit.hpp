@@ -11,7 +11,7 @@
 
 namespace sorrel::test {
 
-/// The entry of a junk scanner.
+/// The entry point of a junk scanner.
 using JunkScan = decltype(SystemScanService::scanSystemJunk);
 
 /// A volume that is installed as the host, and a scan of one category.
@@ -27,7 +27,7 @@ class JunkScanFixture : public testing::Test {
     scanner(*feature, scan.progress(), scan.percent(), scan.singleDone(), scan.done(), scan.queue);
     ASSERT_TRUE(scan.waitUntilDone());
   }
-  /// Of the records, below `root`.
+  /// Names of the records, below `root`.
   [[nodiscard]] std::vector<std::string> namesBelow(const std::string& root) const {
     return namesOf(scan.results.at(0).first, volume.url(root));
   }

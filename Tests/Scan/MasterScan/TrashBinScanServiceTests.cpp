@@ -149,7 +149,7 @@ TEST_F(TrashScan, trashUnderOtherLettersIsFound) {
 TEST_F(TrashScan, whatALinkInPlaceOfTheTrashLeadsToIsNotWalked) {
   volume.file("Users/alice/Documents/thesis/chapter", "1");
   ASSERT_EQ(::symlink("Documents", volume.path("Users/alice/.Trash").c_str()), 0);
-  // A folder that was read shows it by its access time, where the file system keeps one.
+  // The access time of a folder shows whether it was read, if the file system maintains one.
   const std::string inner = volume.path("Users/alice/Documents/thesis");
   const auto isReadBy = [&inner](const std::function<void()>& work) {
     const timespec longAgo[] = {{86400, 0}, {0, UTIME_OMIT}};
