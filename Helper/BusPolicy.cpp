@@ -16,7 +16,7 @@ namespace {
 constexpr const char* kBus = "org.freedesktop.DBus";
 constexpr const char* kAccessDenied = "org.freedesktop.DBus.Error.AccessDenied";
 
-/// Calls over one connection, each with a descriptor that does no harm.
+/// Calls over one connection, each with a harmless descriptor.
 class Calls {
  public:
   explicit Calls(sdbus::IConnection& connection) : connection_(connection) {}
@@ -34,7 +34,7 @@ class Calls {
         },
         UINT64_MAX);
   }
-  /// To the connection itself.
+  /// Sends the signal to the connection itself.
   void sendSignal(const std::string& path, const std::string& interface) {
     const auto object = sdbus::createObject(connection_, path);
     sdbus::Signal signal = object->createSignal(interface, "Probe");
@@ -56,7 +56,7 @@ class Calls {
 bool refusesDescriptors(sdbus::IConnection& probe, const HelperWireNames& names) {
   const std::string self = probe.getUniqueName();
   bool isDelivered = false;
-  // From the connection itself alone: any user may send a signal of these names.
+  // Only signals from the connection itself: any user may send a signal of these names.
   const sdbus::Slot arrival =
       probe.addMatch("type='signal',sender='" + self + "',interface='" + names.interface + "'",
                      [&isDelivered](sdbus::Message&) { isDelivered = true; });
@@ -68,7 +68,7 @@ bool refusesDescriptors(sdbus::IConnection& probe, const HelperWireNames& names)
     calls.send(destination, names.objectPath, "org.freedesktop.DBus.Peer", "Ping");
   }
   calls.sendSignal(names.objectPath, names.interface);
-  // The bus answers in order: what it refuses or delivers comes before this reply.
+  // The bus answers in order: refused and delivered messages come before this reply.
   std::string id;
   sdbus::createProxy(probe, kBus, "/org/freedesktop/DBus")
       ->callMethod("GetId")

@@ -9,10 +9,10 @@ class IConnection;
 
 namespace sorrel::helper {
 
-/// Tries whether the bus refuses to deliver descriptors to the owner of the service name and to connections
-/// of root that have no name, as the helper's have before it takes its name and after it has given it up. The
-/// latter is tried with `probe`, a connection without a name that sends to itself. Every descriptor that is
-/// delivered has to be closed, and closing it can wait for ever for the process that sent it.
+/// Checks that the bus refuses to deliver descriptors to the owner of the service name and to root's
+/// connections without a name, such as the helper's before it takes its name and after it has released it.
+/// The latter is tested with `probe`, a connection without a name that sends to itself. Every delivered
+/// descriptor must be closed, and closing it can block for ever on the process that sent it.
 [[nodiscard]] bool refusesDescriptors(sdbus::IConnection& probe, const HelperWireNames& names);
 
 /// The same; logs it if it is not so, or cannot be tried.

@@ -37,8 +37,8 @@ class CallList {
   /// True if a call is active for an identified, or for an authorised, caller.
   [[nodiscard]] bool hasWork() const;
   [[nodiscard]] bool hasAuthorisedWork() const;
-  /// The most that the replies to the running events can take, except for this one. An event that may still
-  /// never run holds no room.
+  /// The maximum size of the replies to the running events, except for this one. An event that may never run
+  /// reserves no space.
   [[nodiscard]] std::size_t mostReplyBytesBeside(const HelperCall& call) const;
   /// The time when the first ticket expires.
   [[nodiscard]] std::optional<HelperCall::Clock::time_point> firstDeadline() const;

@@ -31,7 +31,8 @@ void logRemoved(HelperLog& log, const HelperCall& call, const ResultTable& resul
   }
 }
 
-/// A shred removes data that it could not overwrite in place, which the caller is not told.
+/// For the log: the number of items whose data a shred removed without overwriting all of it; the caller is
+/// not told.
 std::string notOverwritten(const ResultTable& results) {
   return results.remarks() == 0 ? "" : " not-overwritten=" + std::to_string(results.remarks());
 }

@@ -22,7 +22,7 @@ class FileShredder {
   /// 0, or the errno of the first failure: those of FileOverwriter, and EIO for bytes that are not read back
   /// as they were written.
   [[nodiscard]] int run();
-  /// Whether data stayed that can't be overwritten in place.
+  /// True if data remained that can't be overwritten in place.
   [[nodiscard]] bool hasLeftData() const noexcept { return overwriter_.hasLeftData(); }
 
  private:

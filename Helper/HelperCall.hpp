@@ -35,7 +35,8 @@ struct HelperCall {
 
   /// The answers to the method call that is waiting now. `refuse` is empty while none is waiting.
   std::function<void(const std::string& reason)> refuse;
-  std::function<bool(std::uint64_t ticket, const FileDescriptor& memory)> begun;  ///< false if it got lost
+  std::function<bool(std::uint64_t ticket, const FileDescriptor& memory)>
+      begun;  ///< returns false if the answer was lost
   std::function<void(const Reply& reply)> finished;
 
   FileDescriptor file;  ///< filled by the caller
@@ -49,7 +50,7 @@ struct HelperCall {
   [[nodiscard]] bool read();
   [[nodiscard]] Action action() const { return form.action(); }
   [[nodiscard]] std::size_t paths() const { return form.paths; }
-  /// The most bytes that the reply can have without its results' own texts.
+  /// The maximum size of the reply in bytes, without the texts of the results.
   [[nodiscard]] std::size_t mostReplyBytes() const { return bytes + paths() * HelperLimits::wordsBytes; }
   /// For a log: the call, its caller and its kind.
   [[nodiscard]] std::string described() const;

@@ -46,9 +46,9 @@ struct HelperConfiguration {
 class ConfigurationFile {
  public:
   ConfigurationFile(std::string path, HelperLog& log) : path_(std::move(path)), log_(log) {}
-  /// Reads it anew. What it says now holds until the next call. If that is something else than before, logs
-  /// its fault and each refused path that does not exist: it may be misspelled. Such a path is refused all
-  /// the same.
+  /// Reads the file again. The result is valid until the next call. If the content has changed, logs its
+  /// fault and each refused path that does not exist: it may be misspelled. Such a path is refused all the
+  /// same.
   const HelperConfiguration& read();
 
  private:

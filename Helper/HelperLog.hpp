@@ -27,7 +27,7 @@ class RateLimit {
   RateLimit(std::size_t burst, std::chrono::seconds interval) : burst_(burst), interval_(interval) {}
   /// True if one more may pass now.
   [[nodiscard]] bool admits(Clock::time_point now);
-  /// Whether the interval is over, so that the limit says nothing about the next one.
+  /// True if the interval is over, so that the limit no longer applies.
   [[nodiscard]] bool isOver(Clock::time_point now) const { return now - start_ >= interval_; }
   /// Returns and resets the number of suppressed lines.
   [[nodiscard]] std::size_t takeHeldBack();
@@ -63,7 +63,7 @@ class HelperLog {
   void reportHeldBack(std::uint32_t uid);
 
   static constexpr std::size_t kMostOfUser = 50;
-  /// Users beyond these in ten seconds share one limit.
+  /// Users beyond this number within ten seconds share one limit.
   static constexpr std::size_t kMostUsers = 64;
 
  private:

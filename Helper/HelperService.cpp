@@ -189,15 +189,16 @@ void HelperService::Core::decided(std::uint64_t id, bool isAuthorised, const std
   handOutMemory(*call);
 }
 
-/// The bytes that the reply to this call may have beside those that callers keep and those to come.
+/// The bytes available for the reply to this call, besides the replies that callers keep and those still to
+/// come.
 std::size_t HelperService::Core::roomForReply(const HelperCall& call) const {
   const std::size_t others = repliedBytes_ + calls_.mostReplyBytesBeside(call);
   const std::size_t all = HelperLimits::bytesOf(HelperMessage::Kind::Reply);
   return all - std::min(all, others);
 }
 
-/// Refuses the call without room for its reply. Replies that callers keep count against this process; the
-/// next helper begins without any.
+/// Refuses the call if there is no space for its reply. Replies that callers keep count against this process;
+/// the next helper begins without any.
 bool HelperService::Core::hasRoomForReply(HelperCall& call) {
   if (roomForReply(call) >= call.mostReplyBytes()) return true;
   isLeaving_ = isLeaving_ || calls_.mostReplyBytesBeside(call) == 0;
@@ -341,8 +342,8 @@ bool HelperService::Core::leave() {
   return true;
 }
 
-/// When the helper ends without authorised work. Questions delay it, but not for ever: the next helper asks
-/// them again.
+/// The time when the helper ends without authorised work. Pending questions delay it, but not for ever: the
+/// next helper asks them again.
 Clock::time_point HelperService::Core::idleEnd() const {
   return lastWork_ + configuration_->idle + (calls_.hasWork() ? identity_.question : std::chrono::seconds(0));
 }

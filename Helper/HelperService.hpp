@@ -25,25 +25,25 @@ struct HelperIdentity {
   /// Another connection to the bus, over which the service checks that no descriptor can reach it; null for
   /// no check. Used at the start only.
   std::shared_ptr<sdbus::IConnection> probe;
-  /// For how long questions to users may delay the end of an idle helper.
+  /// How long questions to users may delay the end of an idle helper.
   std::chrono::seconds question{300};
 };
 
 /// The service on the bus, with the methods of HelperWireNames. An event takes two calls. Begin announces its
-/// kind and size: the bus tells who the caller is, polkit says yes or no, and after the yes the caller gets
-/// memory of this process. Run seals that memory, checks every byte of it and forks a worker. Nothing of an
-/// event is in this process before the yes.
+/// kind and size: the bus reports the caller's user, polkit authorises the event or not, and an authorised
+/// caller gets memory of this process. Run seals that memory, checks every byte of it and forks a worker. No
+/// data of an event is in this process before the authorisation.
 ///
-/// A user has one event under way. An event ends at once when its caller leaves or calls Stop; a ticket that
-/// is not used in kFill expires. Every call is answered exactly once.
+/// A user has at most one active event. An event ends at once when its caller leaves or calls Stop; a ticket
+/// that is not used within kFill expires. Every call is answered exactly once.
 ///
-/// Without authorised work for the configured time the service gives up its name and ends, so that the next
-/// call starts the program that is installed by then; it ends sooner if that is another one. Questions that
-/// have no answer by then, and calls that were delivered before the name was free, are refused with
+/// Without authorised work for the configured time the service releases its name and ends, so that the next
+/// call starts the program that is installed by then; it ends sooner if that is another one. Questions
+/// without an answer by then, and calls that were delivered before the name was free, are refused with
 /// HelperRefusal::closing, which sends their callers to the next helper.
 class HelperService {
  public:
-  /// Reads the configuration as it is now; asked at the start and before the work on each event.
+  /// Reads the current configuration; called at the start and before the work on each event.
   using Configure = std::function<const HelperConfiguration&()>;
 
   HelperService(std::unique_ptr<sdbus::IConnection> connection, HelperIdentity identity, Configure configure,

@@ -21,10 +21,10 @@ struct Reply {
   FileDescriptor message;  ///< sealed; not open if the system has no memory for it
   std::size_t bytes = 0;   ///< bytes of the message that are not shared with other replies
 
-  /// The forms are those of HelperProtocol; of Delete and Shred, where nobody reads the keys, they are
-  /// running numbers. A path without a result has failed. If the reply would have more than `most` bytes, the
-  /// results' own texts are left out; without them HelperCall::mostReplyBytes() are enough. Replies without
-  /// entries share their memory.
+  /// The forms are those of HelperProtocol; the keys for Delete and Shred, which no caller reads, are running
+  /// numbers. A path without a result has failed. If the reply would exceed `most` bytes, the results' own
+  /// texts are left out; without them HelperCall::mostReplyBytes() are enough. Replies without entries share
+  /// their memory.
   static Reply of(const EventForm& form, const MessageView& event, const ResultTable& results,
                   const EventOutcome& outcome, std::size_t most);
 };

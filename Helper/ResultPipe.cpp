@@ -18,7 +18,7 @@ struct Record {
   std::int32_t code = 0;  // the status of a path, or the code of the outcome
   std::uint16_t length = 0;
   std::uint16_t flag = 0;
-  std::int32_t peakMemory = 0;  // with the outcome alone
+  std::int32_t peakMemory = 0;  // sent with the outcome only
 };
 
 }  // namespace

@@ -34,7 +34,7 @@ class ResultPipeReader {
   [[nodiscard]] bool take(std::string_view bytes);
   /// The worker's overall result; nothing if the worker did not get that far.
   [[nodiscard]] const std::optional<EventOutcome>& outcome() const noexcept { return outcome_; }
-  /// Of the worker, KiB; 0 without an outcome.
+  /// Peak memory of the worker in KiB; 0 without an outcome.
   [[nodiscard]] long peakMemory() const noexcept { return peakMemory_; }
 
  private:

@@ -15,8 +15,8 @@ namespace sorrel::helper {
 /// text, and stores the texts of failures, each of the first ones only once.
 class ResultTable {
  public:
-  /// Of all texts of a table; what comes later is kept without its text. The tables of all events that may
-  /// run at a time take sixteen times as much.
+  /// Limit for all texts of a table; later results are kept without their texts. The tables of all events
+  /// that may run at once take sixteen times as much.
   static constexpr std::size_t kMostTextBytes = std::size_t{8} << 20;
   /// Number of texts that are searched for duplicates.
   static constexpr std::size_t kSharedTexts = 256;
@@ -30,7 +30,7 @@ class ResultTable {
   [[nodiscard]] bool isKnown(std::size_t index) const { return statuses_[index] != kOpen; }
   [[nodiscard]] bool isSuccess(std::size_t index) const { return statuses_[index] == 0; }
   [[nodiscard]] std::size_t successes() const noexcept { return successes_; }
-  /// Successes that came with a text.
+  /// Number of successes with a text.
   [[nodiscard]] std::size_t remarks() const noexcept { return remarks_; }
   /// The status of an entry, `otherwise` if it is unknown.
   [[nodiscard]] HelperEventErrorID status(std::size_t index, HelperEventErrorID otherwise) const;

@@ -143,7 +143,7 @@ void Supervisor::read(std::uint64_t id) {
 void Supervisor::finish(std::uint64_t id) {
   const std::unique_ptr<Worker> worker = std::move(workers_.extract(id).mapped());
   ::kill(worker->process, SIGKILL);
-  // Without a descriptor left it is reaped when something else wakes this process.
+  // Without a free descriptor the worker is reaped when another event wakes this process.
   const auto end = static_cast<int>(::syscall(SYS_pidfd_open, worker->process, 0));
   dying_.emplace(worker->process, FileDescriptor(end));
   worker->done({worker->results, worker->reader.outcome(), worker->reader.peakMemory()});

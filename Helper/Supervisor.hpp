@@ -32,11 +32,11 @@ class Supervisor {
     long peakMemory;  ///< of the worker, KiB; 0 without an outcome
   };
   /// Called once for each event, by serve(), when the worker's pipe ends. The process itself may take longer:
-  /// a system call that cannot be interrupted delays its death for as long as a disk does not answer.
+  /// an uninterruptible system call delays its death for as long as a disk does not answer.
   using Done = std::function<void(const Ending& ending)>;
 
   explicit Supervisor(Run run = runEvent);
-  /// Kills the workers that are left; waits for none of them.
+  /// Kills the remaining workers, without waiting for them.
   ~Supervisor();
   Supervisor(const Supervisor&) = delete;
   Supervisor& operator=(const Supervisor&) = delete;
@@ -56,7 +56,7 @@ class Supervisor {
   /// one of `others` has news or a worker has ended; with a time-out of 0 once. A worker's results come one
   /// by one, sometimes a million of them: the caller has nothing to do for each.
   void wait(std::span<pollfd> others, int timeout);
-  /// Takes what has come; to be called after a wait. Never blocks.
+  /// Reads the available results; to be called after a wait. Never blocks.
   void serve();
 
  private:

@@ -17,8 +17,8 @@ struct GlobalOptions;
 /// stand-ins for system tools in ../libexec/sorrel. The build folder has the same layout as an installation.
 void installHost(const GlobalOptions& options);
 
-/// Where the program's own install-helper lies if it came with one: ../libexec/sorrel. "" on a volume, where
-/// a helper that was installed would not be found.
+/// Path of the program's own install-helper, ../libexec/sorrel, if it exists. "" on a volume, where an
+/// installed helper would not be found.
 std::string bundledInstaller();
 
 /// The catalogue file that the user chose; nothing for the program's own.

@@ -9,11 +9,11 @@
 
 namespace sorrel::tools {
 
-/// What lies below a folder and matches: paths that begin with the folder's as it was given, a folder before
-/// what lies in it, names in the order of their bytes. As the index of macOS has it, what lies in a hidden
-/// folder or in a package is not found, while a hidden file and a package itself are. Files and folders alone
-/// count. Links are not followed and other file systems not entered, unless `folder` itself is one; what
-/// can't be read is passed over and reported to `unread`. Nothing for a folder that is missing.
+/// The matching items below a folder: paths that begin with the folder's path as given, a folder before its
+/// contents, names in the order of their bytes. Like the index of macOS, it skips the contents of hidden
+/// folders and of packages, but finds a hidden file and a package itself. Only files and folders count. Links
+/// are not followed and other file systems not entered, unless `folder` itself is one; unreadable items are
+/// skipped and reported to `unread`. Nothing for a missing folder.
 std::vector<std::string> searchTree(const std::string& folder, const FindQuery& query,
                                     UnreadFolderHandler unread = {});
 

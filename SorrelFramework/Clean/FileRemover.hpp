@@ -32,8 +32,8 @@ class FileRemover {
     /// failure. A trailing slash, doubled slashes and "." in the path are ignored.
     [[nodiscard]] std::optional<std::string> removeItem(const URL& url) const;
 
-    /// The same for an item in which nothing holds bytes: only if it is `expected`, and of it no regular file
-    /// that has got bytes since.
+    /// The same for an item that contains no bytes: only if it is `expected`, and without the regular files
+    /// in it that have gained bytes since.
     [[nodiscard]] std::optional<std::string> removeItemWithoutBytes(const URL& url,
                                                                     const ItemNumber& expected) const;
 

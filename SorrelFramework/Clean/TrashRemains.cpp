@@ -73,7 +73,7 @@ bool isRemoved(const FileRemover::Session& removal, const TrashRemains::Item& it
   if (item.kind == TrashRemains::Kind::Record) {
     if (const auto trashed = itemOfRecord(item.path)) removal.forgetTrashed(URL::fileURL(*trashed, false));
   } else if (item.kind == TrashRemains::Kind::ItemWithoutBytes) {
-    // The removal keeps what has got bytes; this keeps the empty files beside it too.
+    // The removal keeps files that have gained bytes; this check keeps the empty files beside them too.
     if (bytesOf(item.path).value_or(0) != 0) return false;
     static_cast<void>(removal.removeItemWithoutBytes(URL::fileURL(item.path, false), item.number));
   } else {

@@ -23,7 +23,7 @@ class TrashRemains {
     std::string path;
     std::int64_t size = 0;  ///< bytes of the regular files at and below it
     Kind kind = Kind::ItemWithoutBytes;
-    ItemNumber number = {};  ///< of an item without bytes
+    ItemNumber number = {};  ///< for an item without bytes
   };
 
   /// File managers write the record of an item before they move the item, so a younger record is left alone.
@@ -37,9 +37,9 @@ class TrashRemains {
   /// The records that were too young to be among items(), and are still there without their item.
   [[nodiscard]] std::vector<Item> youngRecords() const;
 
-  /// Removes what was found, until `isStopped` says so. An item without bytes that has got some since, or
-  /// was replaced by another, stays with its record; no file with bytes in it is removed. Returns the paths
-  /// of what could not be removed, or brought up to date. Not while a clean of the same trash runs; on the
+  /// Removes the found items, until `isStopped` returns true. An item without bytes that has gained some
+  /// since, or was replaced by another, stays with its record; no file with bytes in it is removed. Returns
+  /// the paths that could not be removed, or updated. Must not run during a clean of the same trash; on the
   /// calling thread.
   [[nodiscard]] std::vector<std::string> remove(const std::function<bool()>& isStopped = {}) const;
 

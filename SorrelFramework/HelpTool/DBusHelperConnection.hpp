@@ -26,8 +26,8 @@ class DBusHelperConnection : public HelperConnection {
     std::uint32_t ownerUID = 0;  ///< the user that the helper must run as
   };
 
-  /// Also replies to events that are lost: with failures, except for paths of a Delete, a Shred or a Clean
-  /// that are gone from the disk. Off by default: the reply to a lost event never comes.
+  /// Replies to lost events too: with failures, except for paths of a Delete, a Shred or a Clean that are
+  /// gone from the disk. Off by default: the reply to a lost event never comes.
   static inline bool repliesToLostEvents = false;
 
   /// Nothing if the name is not a valid bus name, or if there is no bus.

@@ -19,12 +19,11 @@ namespace sorrel {
 [[nodiscard]] HelperDictionary refusalOf(std::int32_t eventID, const HelperDictionary& event,
                                          const std::string& text);
 
-/// Corrects the reply to an event that may have ended before the helper could report it, if it is one that
-/// removes its paths: Delete, Shred, or Clean. A path counts as removed if the sender saw an item there
-/// before
-/// (`views`, one for each key of the event) and sees none now. The keys of the reply are the event's paths,
-/// or their running numbers as the helper writes them. The reply to a Clean lists failures alone, so the path
-/// is taken out of it. True if that leaves no failure.
+/// Corrects the reply to an event that may have ended before the helper could report it, if the event removes
+/// its paths: Delete, Shred, or Clean. A path counts as removed if the sender found an item there before
+/// (`views`, one for each key of the event) and finds none now. The keys of the reply are the event's paths,
+/// or their running numbers as the helper writes them. The reply to a Clean lists only failures, so the path
+/// is removed from it. True if no failure is left.
 bool settleByDisk(std::int32_t eventID, const HelperDictionary& event, const std::vector<SenderView>& views,
                   HelperDictionary& reply);
 

@@ -42,11 +42,11 @@ class HelperEvent {
   void refuse(const std::string& reason) const;
   /// Replies with the helper's answer. A malformed answer is a loss.
   void deliver(bool flag, std::int32_t code, int memory) const;
-  /// No answer comes any more. Replies only if `isReplied`: then the disk decides what was removed.
+  /// No answer will come. Replies only if `isReplied`: then the state of the disk decides what was removed.
   void lose(bool isReplied) const;
 
  private:
-  /// Corrects an answer by the disk; true if everything is done.
+  /// Corrects an answer by the state of the disk; true if everything is done.
   bool settle(HelperDictionary& answer) const;
 
   std::int32_t eventID_;

@@ -97,7 +97,8 @@ class IdentityText {
   IdentityText& assign(const Arguments&... arguments) {
     return text().assign(arguments...), *this;
   }
-  /// Give what std::string gives: the whole string, or where the inserted characters begin.
+  /// Return what std::string's operations return: the whole string, or the position of the inserted
+  /// characters.
   template <class... Arguments>
   decltype(auto) insert(const Arguments&... arguments) {
     return text().insert(arguments...);

@@ -39,7 +39,7 @@ class Observed {
   Integer operator++(int) { return *this += 1, value_ - 1; }
   Integer operator--(int) { return *this -= 1, value_ + 1; }
 
-  /// As for a plain integer, a text that is no number assigns 0.
+  /// As with a plain integer, a text that is not a number assigns 0.
   template <class Char, class Traits>
   friend std::basic_istream<Char, Traits>& operator>>(std::basic_istream<Char, Traits>& in, Observed& field) {
     Integer value = field;

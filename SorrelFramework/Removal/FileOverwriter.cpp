@@ -34,8 +34,8 @@ std::optional<Data> nextData(int file, std::size_t from, std::size_t size) {
   return Data{std::min(static_cast<std::size_t>(begin), size), std::min(static_cast<std::size_t>(end), size)};
 }
 
-/// Extents whose data the file system writes to new blocks. Encrypted ones are coded too, and written in
-/// place.
+/// True for extents whose data the file system writes to new blocks. Encrypted ones have the encoded flag
+/// too, but are written in place.
 bool isWrittenElsewhere(const FileExtent& extent) {
   constexpr std::uint32_t kCoded = FIEMAP_EXTENT_ENCODED | FIEMAP_EXTENT_DATA_ENCRYPTED;
   return (extent.flags & FIEMAP_EXTENT_SHARED) != 0 || (extent.flags & kCoded) == FIEMAP_EXTENT_ENCODED;
@@ -107,12 +107,12 @@ int FileOverwriter::forEachBlock(const Step& step) {
   return 0;
 }
 
-/// What is to be written from `from` to `next`. Nothing, with errno, on failure.
+/// The ranges to write between `from` and `next`. Nothing, with errno, on failure.
 std::optional<std::vector<FileOverwriter::Range>> FileOverwriter::rangesFrom(std::size_t from,
                                                                              std::size_t& next) {
   std::vector<Range> ranges;
   const bool isCopied = isCopiedOnWrite(file_);
-  // Data that has no extent yet gets one first.
+  // FIEMAP_FLAG_SYNC gives unwritten data its extent first.
   const auto extents = isCopied ? std::nullopt : extentsFrom(file_, from, size_, FIEMAP_FLAG_SYNC);
   if (!extents) {
     const auto data = nextData(file_, from, size_);

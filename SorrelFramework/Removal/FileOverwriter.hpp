@@ -14,11 +14,11 @@
 
 namespace sorrel {
 
-/// Writes over what an open regular file holds, in place: a block at a time, within the size that the file
-/// has at the first pass, and only where the file has data in blocks that are its own. What would be written
-/// to new blocks stays as it is, so that the file takes no more room than before and nothing is gained by
-/// writing: holes, unwritten extents, extents that other files share, compressed ones, and all data on file
-/// systems that copy on write. On flash memory the old content may stay on the device.
+/// Overwrites an open regular file in place: one block at a time, within the size that the file has at the
+/// first pass, and only where the file has data in blocks of its own. Data that would be written to new
+/// blocks is left as it is, so that the file occupies no more space than before and no useless writes are
+/// made: holes, unwritten extents, extents that other files share, compressed ones, and all data on
+/// copy-on-write file systems. On flash memory the old content may remain on the device.
 class FileOverwriter {
  public:
   static constexpr std::size_t kBlock = std::size_t{1} << 20;
@@ -39,10 +39,10 @@ class FileOverwriter {
   /// One pass over all data, then a flush to the disk. 0 or an errno: EMLINK for a file with further hard
   /// links, whose content must survive; EIO for a short write.
   [[nodiscard]] int write(const Fill& fill);
-  /// 0 if all data that the passes write reads back as `byte`, else EIO or the errno of a failure.
+  /// 0 if all data written by the passes reads back as `byte`, else EIO or the errno of a failure.
   [[nodiscard]] int verify(unsigned char byte);
 
-  /// Whether the last pass left data as it was, since it would have been written to new blocks.
+  /// True if the last pass left data unchanged, because it would have been written to new blocks.
   [[nodiscard]] bool hasLeftData() const noexcept { return hasLeftData_; }
 
  private:

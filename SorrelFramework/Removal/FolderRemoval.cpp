@@ -148,8 +148,8 @@ void FolderRemoval::removeOther(const std::string& name, const ItemIdentity& ide
   if (mayTouch(identity) && !mustStay(name)) take(name, 0);
 }
 
-/// True for a regular file with bytes, if such files stay. The named item itself, such as a link, may be no
-/// file: then its own size counts, as in a scan.
+/// True for a regular file with bytes, if such files must stay. The named item itself may be another type,
+/// such as a link: then its own size counts, as in a scan.
 bool FolderRemoval::mustStay(const std::string& name) {
   if (takes_ == Takes::Everything) return false;
   struct stat status {};

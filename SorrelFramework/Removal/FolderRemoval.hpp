@@ -14,12 +14,12 @@
 
 namespace sorrel {
 
-/// The walk of one removal, after removeItem() has made sure that the item may go.
+/// The directory walk of one removal, used by removeItem(), which has checked that the item may go.
 ///
-/// The folders from the item down to where the walk is stand on a stack on the heap. A folder is read a
-/// buffer at a time: other entries are removed as they come, folders wait on the level until the buffer is
-/// done. Only the deepest levels are open; one further up is opened again through "..", and must be the same
-/// folder.
+/// The folders from the item down to the current one are kept on a stack on the heap. A folder is read one
+/// buffer at a time: other entries are removed as they come, folders wait on their level until the buffer is
+/// processed. Only the deepest levels are open; a level further up is reopened through "..", and must be the
+/// same folder.
 class FolderRemoval {
  public:
   /// Levels that are open at once. In addition: the folder that holds the item, the item, and one temporary
@@ -33,7 +33,7 @@ class FolderRemoval {
 
   enum class Takes {
     Everything,
-    NothingWithBytes,  ///< regular files that hold bytes stay (ENOTEMPTY), and so do the folders above them
+    NothingWithBytes,  ///< regular files with bytes stay (ENOTEMPTY), and so do the folders above them
   };
 
   /// Removes `name` from the open folder `parent` if it still is `item`.

@@ -20,10 +20,10 @@ bool isSubvolume(const Mount& mount, const ItemIdentity& shown) {
 
 /// Mount points in the table are paths without links.
 bool trustsNoLink(std::uint32_t /*owner*/) { return false; }
-/// The path of a layer may have some.
+/// The path of a layer may contain links.
 bool trustsEveryLink(std::uint32_t /*owner*/) { return true; }
 
-/// Whether the walk failed for a reason that says nothing about the path.
+/// True if the walk failed for a reason that says nothing about the path.
 bool isDoubt(const PathWalk& walk) {
   return walk.error() != 0 && !walk.isRefused() && !tellsOfNoPlace(walk.error());
 }
@@ -46,7 +46,7 @@ bool MountOrigins::refresh() {
   return true;
 }
 
-/// By each other mount of the device that shows the folder or one above it.
+/// Paths through every other mount of the device that shows the folder or an ancestor of it.
 std::vector<MountOrigins::OtherPath> MountOrigins::otherPathsTo(const Mount& mount) const {
   std::vector<OtherPath> paths;
   const std::string_view root = mount.root == "/" ? std::string_view() : mount.root;
@@ -86,7 +86,7 @@ MountOrigins::Origin MountOrigins::of(const ItemIdentity& shown) const {
   return origin;
 }
 
-/// A layer that seems to lie in the overlay itself is named as another mount table names it. False in doubt.
+/// A layer that seems to lie in the overlay itself is a path of another mount namespace. False in doubt.
 bool MountOrigins::addLayers(const Mount& mount, Alias& alias) const {
   for (const std::string& layer : mount.layers) {
     if (!layer.starts_with('/')) continue;
@@ -99,7 +99,7 @@ bool MountOrigins::addLayers(const Mount& mount, Alias& alias) const {
   return true;
 }
 
-/// False in doubt. A mount that another one hides shows nothing.
+/// False in doubt. A mount hidden by another one shows nothing.
 bool MountOrigins::addAlias(const Mount& mount, std::vector<Alias>& aliases) const {
   if (mount.layers.empty() && otherPathsTo(mount).empty()) return true;
   Alias alias;

@@ -22,23 +22,23 @@ class MountOrigins {
     /// False if the mount shows an inner folder of a file system, and no other mount shows an ancestor of it;
     /// or if the mount table lacks the mount.
     bool isKnown = false;
-    /// Some chain was not found for lack of descriptors or memory.
+    /// A chain could not be determined for lack of descriptors or memory.
     bool isInDoubt = false;
     /// One path for each other mount that shows the folder too. Empty for most mounts, which show a whole
     /// file system once.
     std::vector<Chain> chains;
   };
 
-  /// A mount whose content has other paths too.
+  /// A mount whose content is also reachable by other paths.
   struct Alias {
     Chain point;              ///< down to the mounted folder or file
     std::vector<Chain> same;  ///< down to the same item, by each other path
-    /// All that is passed on the way to each layer of an overlay, with the layer at the end.
+    /// Every item visited on the path to each layer of an overlay, with the layer at the end.
     std::vector<Chain> layers;
   };
 
-  /// Walks only over mounts that `trust` lets it enter; without it, over all that this machine serves itself,
-  /// since a server may never answer.
+  /// Enters only mounts that `trust` allows; without it, all that this machine serves itself, since a server
+  /// may never answer.
   explicit MountOrigins(PathWalk::MountTrust trust);
 
   /// Reads the mount table again if it has changed. True if it was read.
@@ -47,15 +47,15 @@ class MountOrigins {
   [[nodiscard]] bool hasTable() const noexcept { return !table_.mounts().empty(); }
   /// The origin of the mount whose topmost folder is `shown`, as of the last refresh().
   [[nodiscard]] Origin of(const ItemIdentity& shown) const;
-  /// All mounts of this kind that can be reached, as of the last refresh(). Nothing if there may be more: the
-  /// system had no descriptor or memory to spare.
+  /// All reachable mounts of this kind, as of the last refresh(). Nothing if the list may be incomplete for
+  /// lack of descriptors or memory.
   [[nodiscard]] std::optional<std::vector<Alias>> aliases() const;
 
  private:
-  /// A path that leads to what a mount shows.
+  /// A path that leads to the content of a mount.
   struct OtherPath {
     std::string path;
-    bool isLonger;  ///< the other mount shows a folder above
+    bool isLonger;  ///< the other mount shows an ancestor of the folder
   };
   [[nodiscard]] std::vector<OtherPath> otherPathsTo(const Mount& mount) const;
   [[nodiscard]] PathWalk walkTo(const std::string& path, const PathWalk::LinkTrust& links) const;

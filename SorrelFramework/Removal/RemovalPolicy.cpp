@@ -109,7 +109,7 @@ struct RemovalPolicy::Lists {
   bool isInSubtree(const std::vector<ItemIdentity>& chain);
 
  private:
-  // With the lock:
+  // Called with the lock held:
   void update();
   bool listAliases();
   bool addAlias(const MountOrigins::Alias& alias);
@@ -123,7 +123,7 @@ struct RemovalPolicy::Lists {
   bool hasSubtree_ = false;
   std::mutex mutex_;  // guards the members below
   MountOrigins origins_;
-  /// Listings of folders whose content a mount shows at a place, and of what lies above them.
+  /// Listings of folders whose content a mount shows at a listed path, and of their ancestors.
   std::unordered_map<ItemNumber, unsigned, ItemNumberHash> aliases_;
   std::unordered_map<std::uint64_t, bool> shownFromSubtree_;  // by mount ID
   std::set<std::uint64_t> underWay_;
@@ -138,15 +138,15 @@ bool RemovalPolicy::Lists::isInSubtree(const std::vector<ItemIdentity>& chain) {
   return isOutOfDate_ || decide(chain);
 }
 
-/// Reads the mount table again if it has changed. Still out of date if that fails.
+/// Reads the mount table again if it has changed. Stays out of date if that fails.
 void RemovalPolicy::Lists::update() {
   const bool isNew = origins_.refresh();
   if (isNew || isOutOfDate_) isOutOfDate_ = !listAliases();
 }
 
-/// Another path to what a protected place shows leads past that place: by the folder that is bound to it, or
-/// by the layers of an overlay. What is found so may itself be the place of another mount. False if there may
-/// be more.
+/// The content of a protected path may be reachable by another path that bypasses it: through the folder that
+/// is bound there, or through the layers of an overlay. An alias found here may itself be the mount point of
+/// another mount, so the search is repeated. False if the list may be incomplete.
 bool RemovalPolicy::Lists::listAliases() {
   aliases_.clear();
   shownFromSubtree_.clear();
@@ -161,11 +161,12 @@ bool RemovalPolicy::Lists::listAliases() {
   return true;
 }
 
-/// A layer is kept whole, even where what the overlay shows may go: the kernel forbids changes of layers.
+/// A layer is protected as a whole, even if the content of the overlay may be removed: the kernel forbids
+/// changes of layers.
 bool RemovalPolicy::Lists::addAlias(const MountOrigins::Alias& alias) {
   const bool isWhole = hasSubtree_ && decide(alias.point);
   if (!isWhole && of(alias.point.back().number) == 0) return false;
-  // "/" may be shown in a protected place too; then its folders keep their own listings.
+  // "/" may be shown at a protected path too; then its folders keep their own listings.
   bool hasGrown = isWhole && alias.point.back().number != top && mark(alias.point.back().number, kSubtree);
   for (const MountOrigins::Chain& chain : alias.same) {
     for (const ItemIdentity& item : chain) hasGrown = mark(item.number, kPlace) || hasGrown;
@@ -177,7 +178,7 @@ bool RemovalPolicy::Lists::addAlias(const MountOrigins::Alias& alias) {
   return hasGrown;
 }
 
-/// True if this adds to what is known of the item.
+/// True if this adds to the item's known listings.
 bool RemovalPolicy::Lists::mark(const ItemNumber& number, unsigned listing) {
   if ((of(number) & listing) == listing) return false;
   aliases_[number] |= listing;

@@ -11,26 +11,27 @@
 
 namespace sorrel {
 
-/// What must never be removed, whoever asks and by whatever name. Places are known by device and inode of the
-/// opened object, so an alias (a link, a bind mount, another spelling) changes nothing. Two classes:
+/// What must never be removed, independent of the caller and of the name used. Protected items are identified
+/// by device and inode of the opened object, so an alias (a link, a bind mount, another spelling) changes
+/// nothing. Two classes:
 ///
-/// - *self and ancestors*: the place and everything above it may not be removed, what lies in it may: "/" and
+/// - *self and ancestors*: the item and everything above it may not be removed, its contents may: "/" and
 ///   every entry of it, each home of the password file and its trash folder, /var, /var/tmp, /var/log,
 ///   /var/spool, /var/cache, /var/mail, the current folder. Mount roots and the trash folders in them belong
-///   to this class too; they are known when they are met.
-/// - *whole subtree*: the same, and nothing in it may be removed either: /usr, /etc, /boot, /efi, /bin,
-/// /lib*,
-///   /sbin, /proc, /sys, /dev, /run, /nix, /gnu, /sysroot, /ostree, /snap, /var/lib, /var/spool/cron, and
-///   /root for a helper. /run/media, /usr/local, /var and /home are exceptions: what lies in them may go,
+///   to this class too; they are recognised when they are met.
+/// - *whole subtree*: the same, and its contents may not be removed either: /usr, /etc, /boot, /efi, /bin,
+///   /lib*, /sbin, /proc, /sys, /dev, /run, /nix, /gnu, /sysroot, /ostree, /snap, /var/lib, /var/spool/cron,
+///   and /root for a helper. /run/media, /usr/local, /var and /home are exceptions: their contents may go,
 ///   they themselves may not.
 ///
-/// What is mounted at a place counts under its other paths too: the folder that a bind mount shows there, as
-/// the place itself; the layers of an overlay, as a whole subtree; and what lies above either.
+/// The content mounted at a listed path is listed under its other paths too: the folder that a bind mount
+/// shows there, like the path itself; the layers of an overlay, as a whole subtree; and the ancestors of
+/// either.
 ///
-/// Whether a place counts as lying in a subtree is decided by the deepest place above it that is listed as a
-/// subtree or an exception. A place of the first class never lifts that: /usr/sbin is a daemon's home.
+/// The deepest ancestor that is listed as a subtree or an exception decides whether an item lies in a
+/// subtree. An entry of the first class never lifts that: /usr/sbin is a daemon's home.
 ///
-/// A policy answers questions and removes nothing. It may be asked on several threads at once while nobody
+/// A policy answers questions and removes nothing. Several threads may query it at once while no thread
 /// changes it.
 class RemovalPolicy {
  public:

@@ -65,8 +65,8 @@ class TreeRemover {
   RemovalTarget find(const std::string& path);
   /// Removes the found item if its name still refers to it; if it may not be removed, the result says why.
   RemovalResult remove(RemovalTarget target);
-  /// The same, but each regular file that holds bytes when its turn comes stays, with the folders above it
-  /// (ENOTEMPTY). Nothing that came or grew since the item was found is lost.
+  /// The same, but each regular file that has bytes when it is reached stays, with the folders above it
+  /// (ENOTEMPTY). No data that was added since the item was found is lost.
   RemovalResult removeWithoutBytes(RemovalTarget target);
 
  private:

@@ -22,7 +22,7 @@ Reports& reports() {
   return reports;
 }
 
-/// Takes the bytes before the next NUL off the text.
+/// Removes the bytes before the next NUL from the text and returns them.
 std::optional<std::string_view> takeField(std::string_view& text) {
   const std::size_t end = text.find('\0');
   if (end == std::string_view::npos) return std::nullopt;
@@ -89,7 +89,7 @@ UnreadFolderHandler UnreadFolders::handler(std::int64_t finderID) {
   return [finderID](const std::string& path, int error) { add(finderID, path, error); };
 }
 
-// The count, then an errno and a path for each folder; a NUL after each of them, as no path holds one.
+// The count, then an errno and a path for each folder; each followed by a NUL, as no path contains one.
 std::string UnreadFolders::textOf(const Report& report) {
   std::string text = std::to_string(report.count) + '\0';
   for (const Folder& folder : report.first)

@@ -30,8 +30,8 @@ class UnreadFolders {
   static constexpr std::size_t kMostNamed = 20;
 
   UnreadFolders() = delete;
-  /// False for an errno that hides nothing: the folder is gone, no folder any more, or a mount point, which
-  /// walks do not enter.
+  /// False for an errno that means that nothing is missing: the folder is gone, no longer a folder, or a
+  /// mount point, which walks do not enter.
   [[nodiscard]] static bool isReason(int error);
   static void add(std::int64_t finderID, const std::string& path, int error);
   static void add(std::int64_t finderID, const Report& report);

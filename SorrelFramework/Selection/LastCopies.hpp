@@ -9,19 +9,19 @@
 
 namespace sorrel {
 
-/// The groups of alike files, ticked and not yet cleaned, of which the clean would leave no member as it is;
-/// those of the first category. A member stays if it exists and no ticked member is the same entry of the
-/// disk, a folder above it, or an item in it, whichever mounts and links lead there. Another hard link to a
-/// ticked file is a member that stays.
+/// Checked before ticked groups of equal files are cleaned: the groups of the first category that would lose
+/// every intact member. A member stays if it exists and none of the ticked ones is the same directory entry,
+/// an ancestor of it, or inside it, through any mount or link. Another hard link to a ticked file is a member
+/// that stays.
 FileRecords groupsWithoutACopyLeft(FeatureInformation& feature);
 
-/// The present, for changesInTickedGroups(). Every change after the call has a later time, no change before
-/// it has: the call may last until the kernel's clock for files has taken a step.
+/// The current time, for changesInTickedGroups(). Every change made after the call has a later timestamp, and
+/// no change made before it has: the call may wait until the kernel's clock for files has advanced.
 timespec beginOfChanges();
 
-/// The paths of what was changed, made or removed after `since`, the moment before the scan, in the members
-/// of groups that lose one: these members may no longer be alike. For a folder that can't be read its own
-/// path. A ticked member that is gone is no change.
+/// The paths of the changed, new or removed items in members of groups that lose one: changes after `since`,
+/// which should be the time before the scan, so these members may no longer be equal. For an unreadable
+/// folder its own path. A ticked member that is gone is not included.
 std::vector<std::string> changesInTickedGroups(FeatureInformation& feature, const timespec& since);
 
 }  // namespace sorrel

@@ -10,7 +10,7 @@ namespace sorrel {
 
 class Globs;
 
-/// How the records of a feature hang in its tree, which decides what its ticks select.
+/// The shape of a feature's tree, which determines what its ticks select.
 enum class TreeShape {
   Categories,  ///< records of all categories, with everything below them
   Groups,      ///< the first category holds groups of equal files, and only their members are removed
@@ -23,10 +23,10 @@ enum class TreeShape {
 // everything below it is on, off if nothing is, and mixed otherwise. So a category that is on, whose records
 // a clean takes all, never contains a record that is off. Each call sets the ticks of the whole tree.
 
-/// Takes off all ticks, those of the catalogue too.
+/// Clears all ticks, including those of the catalogue.
 void clearTicks(FeatureInformation& feature);
 
-/// Ticks everything, categories without records too.
+/// Ticks everything, including categories without records.
 void tickAll(FeatureInformation& feature);
 
 /// Ticks each record that matches a glob, with everything below it. A record is matched by its path; one

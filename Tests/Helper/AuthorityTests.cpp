@@ -185,7 +185,7 @@ TEST_F(AuthorityTest, aPasswordMayTakeMinutes) {
   start(setup);
   auto waiting = send(*helper(), kDelete, kNowhere);
   ASSERT_TRUE(machine->polkit().waitForQuestions(1));
-  // How long it sleeps, in milliseconds, unless something comes. After that the next helper asks again.
+  // How long it sleeps without an event, in milliseconds. After that the next helper asks again.
   EXPECT_TRUE(runMainLoopUntil([&] {
     const std::string calls = contentOf(trace);
     const std::size_t last = calls.rfind("], 2, ");

@@ -50,8 +50,8 @@ class HelperMachine {
     std::string rules;                      ///< body of the function that the real polkit calls
     std::string configuration;              ///< helper.conf
     std::string tracer;                     ///< the command that starts the helper
-    std::vector<std::string> withoutRules;  ///< parts of the helper's policy of the bus, taken out of it
-    std::string otherRules;                 ///< of the default policy of another package
+    std::vector<std::string> withoutRules;  ///< parts removed from the helper's bus policy
+    std::string otherRules;                 ///< added to the default policy, as by another package
   };
 
   explicit HelperMachine(const Setup& setup);

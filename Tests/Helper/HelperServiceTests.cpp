@@ -141,7 +141,7 @@ TEST_F(HelperServiceTest, memoryThatItsCallerLeftOutIsRefused) {
 
 TEST_F(HelperServiceTest, anEventThatIsStillFilledHoldsNoRoomForItsReply) {
   start({});
-  ASSERT_EQ(::seteuid(kAlice), 0);  // as whom the next connection is made
+  ASSERT_EQ(::seteuid(kAlice), 0);  // the user of the next connection
   RawCaller alice(machine->address());
   ASSERT_EQ(::seteuid(0), 0);
   const RawCaller::Ticket largest =

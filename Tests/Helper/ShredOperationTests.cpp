@@ -70,7 +70,7 @@ TEST_F(ShredOperationTest, aCloneGoesOnAFullDiskAndItsDataStaysWithTheOther) {
     const std::string other = volume.path("disk/other");
     if (!test::cloneFile(path, other)) return "skip";
     const FileDescriptor rest(::open(volume.path("disk/rest").c_str(), O_RDWR | O_CREAT | O_CLOEXEC, 0600));
-    // All that the disk has, less a few blocks.
+    // Fills the disk except for a few blocks.
     for (off_t at = 0, piece = off_t{32} << 20; piece > (off_t{1} << 18);) {
       if (::fallocate(rest.get(), 0, at, piece) == 0)
         at += piece;

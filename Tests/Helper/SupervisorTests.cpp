@@ -53,7 +53,7 @@ class SupervisorTest : public testing::Test {
       }
     };
   }
-  /// Until every worker is gone, not only its event done.
+  /// Until every worker is gone, and not only its event done.
   static void serveUntilDone(Supervisor& supervisor) {
     while (!supervisor.descriptors().empty()) ASSERT_TRUE(serveOnce(supervisor));
   }
@@ -162,8 +162,8 @@ TEST_F(SupervisorTest, itsEndLeavesNoWorkerBehind) {
   EXPECT_FALSE(test::hasChildProcesses());
 }
 
-/// Keeps a process from being reaped by its parent, as a system call that never ends does: only a tracer that
-/// has not looked yet can.
+/// Prevents a process from being reaped by its parent, as an endless system call does: only a tracer that has
+/// not waited for it can.
 class Tracer {
  public:
   explicit Tracer(pid_t process) {

@@ -237,7 +237,7 @@ TEST_F(DesktopTrashClean, otherProgramsSeeAnEmptyTrashAfterwards) {
   EXPECT_EQ(told(home_, "trash-list"), "");
 }
 
-/// A trash of many items, of which a clean that is interrupted after the first removes far from all.
+/// A trash of many items; a clean that is interrupted after the first removes only few of them.
 class InterruptedTrashClean : public testing::Test {
  protected:
   static constexpr int kItems = 2'000;
@@ -279,7 +279,7 @@ TEST_F(InterruptedTrashClean, itemsThatStayKeepTheirRecords) {
   EXPECT_EQ(run.err, "sorrel: stopped. What was removed until now is gone, the rest was left as it is.\n");
   EXPECT_GT(count(true, true), 0);
   EXPECT_EQ(count(true, false), 0);
-  EXPECT_LE(count(false, true), 1);  // the item that it was at
+  EXPECT_LE(count(false, true), 1);  // the item being removed
 }
 
 TEST_F(InterruptedTrashClean, remainsThatStayKeepTheirRecords) {

@@ -92,7 +92,7 @@ TEST_P(FileOverwriterOn, holesAndUnwrittenExtentsTakeNoRoom) {
 }
 INSTANTIATE_TEST_SUITE_P(FileOverwriter, FileOverwriterOn, testing::Values("tmpfs", "xfs"));
 
-/// Files on a small disk whose data lies in blocks that are not theirs alone, or moves when it is written.
+/// Files on a small disk whose data is in shared blocks, or moves when it is written.
 class FileOverwriterOnDisk : public FileOverwriterTest {
  protected:
   /// Runs `work` in a child with the disk mounted; "skip" where that can't be done.

@@ -24,7 +24,7 @@ namespace {
 class FolderRemovalSwap : public testing::Test {
  protected:
   /// Removes "item", with "item/inner" and "other" exchanged right before the `when`-th call of that number;
-  /// then the error, and what the folder that was "other" is by then.
+  /// returns the error, and whether the former "other" still exists ("there" or "gone").
   [[nodiscard]] std::string errorWithSwapBefore(int call, std::uint64_t when) const {
     const std::string inner = volume_.path("item/inner");
     const std::string other = volume_.path("other");
@@ -39,7 +39,7 @@ class FolderRemovalSwap : public testing::Test {
     const auto now = identityOf(AT_FDCWD, inner.c_str());
     return std::to_string(removal.error()) + (now && now->number == meant ? " there" : " gone");
   }
-  /// False where calls can't be watched.
+  /// False if calls can't be watched.
   [[nodiscard]] bool runIn(const test::CallFault& fault, FolderRemoval& removal) const {
     return test::runWithFault(
                fault,
@@ -83,7 +83,7 @@ TEST_F(FolderRemovalSwap, anEmptyFolderThatTookTheNameOfAnUnreadableOneStays) {
 }
 
 TEST_F(FolderRemovalSwap, aFolderThatWasMovedAwayLeadsUpToNoOther) {
-  // So deep that the levels above are closed when the last one is reached.
+  // So deep that the upper levels are closed when the last one is reached.
   std::string deep = "item";
   for (std::size_t i = 0; i < FolderRemoval::kMostOpen + 20; ++i) deep += "/d";
   volume_.file(deep + "/file", "x");

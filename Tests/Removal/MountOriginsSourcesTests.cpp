@@ -13,14 +13,15 @@
 #include "Tests/Support/ForkedChild.hpp"
 #include "Tests/Support/SilentFileSystem.hpp"
 
-// The folder that a mount at a protected place shows has another path. It must not go by that one either.
+// The folder that a mount shows at a protected path has another path, by which it must not be removable
+// either.
 
 namespace sorrel {
 namespace {
 
 class Sources : public test::MountStage {
  protected:
-  /// A helper's policy whose self-and-ancestors class has the folder "place".
+  /// A helper's policy whose self-and-ancestors class contains the folder "place".
   [[nodiscard]] RemovalPolicy policyWithPlace() const {
     RemovalPolicy policy = RemovalPolicy::forHelper(test::kKnownUser);
     policy.protectSelfAndAncestors(volume_.path("place"));
@@ -119,7 +120,7 @@ TEST_F(Sources, ofAMountOutsideEveryPlaceMayGo) {
   volume_.folder("place");
   expect(
       [&]() -> std::string {
-        // Below a place of the first class is not in it.
+        // An item below a path of the first class is not part of it.
         if (!bind(volume_.path("data/x"), "place/in")) return "skip";
         return ask(volume_.path("data/x"), policyWithPlace()) + ask(volume_.path("data"), policyWithPlace());
       },
@@ -187,7 +188,7 @@ TEST_F(Sources, ofAnOverlayAreItsLayers) {
   }
   expect(
       [&]() -> std::string {
-        // The work folder has to be empty, and lie on the file system of the upper layer.
+        // The work folder must be empty, and lie on the file system of the upper layer.
         std::filesystem::remove(volume_.path("w/work/file"));
         if (!overlay("lowerdir=@l/one:@l/two\\:x\\,y,upperdir=@u/up\\:p\\,er,workdir=@w/work", "kept/in")) {
           return "skip";
@@ -238,7 +239,7 @@ TEST_F(Sources, ofALayerThatIsAMountAreRefused) {
       "refused refused ");
 }
 
-/// An overlay that is this process's "/", as in a container: the options name paths of the system outside.
+/// An overlay as this process's "/", as in a container: the options name paths of the system outside.
 bool enterOverlayOf(const std::string& point) {
   const auto mounted = [](const char* at, const char* type, const char* options) {
     std::filesystem::create_directories(at);

@@ -15,8 +15,8 @@
 
 namespace sorrel::test {
 
-/// Mounts in a volume, in a child process with a mount table of its own, and what policies answer there about
-/// items. Nothing is removed.
+/// Mounts in a volume, in a child process with a mount table of its own, and the verdicts of policies on
+/// items there. Nothing is removed.
 class MountStage : public testing::Test {
  protected:
   /// Skips the test if the child could not mount.
@@ -35,7 +35,7 @@ class MountStage : public testing::Test {
   [[nodiscard]] std::string helpers(const std::string& path) const {
     return answer(path, RemovalPolicy::forHelper(kKnownUser));
   }
-  /// The same of a user's policy.
+  /// The same for a user's policy.
   [[nodiscard]] std::string roots(const std::string& path) const {
     return answer(path, RemovalPolicy::forUser());
   }

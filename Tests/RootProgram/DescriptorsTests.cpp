@@ -167,7 +167,8 @@ class Descriptors : public HelperServiceKit {
         .storeResultsTo(id);
     return id;
   }
-  /// Sends it by a signal, which has no reply; without one if it is negative. Returns when the bus has it.
+  /// Sends it in a signal, which has no reply; without a descriptor if it is negative. Returns when the bus
+  /// has the signal.
   static std::string sendSignal(const std::string& address, const std::string& destination, int descriptor) {
     const auto connection = sdbus::createSessionBusConnectionWithAddress(address);
     const auto object = sdbus::createObject(*connection, "/a");
@@ -178,7 +179,7 @@ class Descriptors : public HelperServiceKit {
     return idOfBus(*connection);
   }
   void sendSignal(int descriptor) { sendSignal(machine->address(), kService, descriptor); }
-  /// What of a call with a descriptor to this destination the sender, alice, hears from the bus.
+  /// The bus's answer to a call by alice with a descriptor to this destination.
   [[nodiscard]] std::string callAsAlice(const std::string& destination, const char* interface,
                                         const char* method, int descriptor) const {
     return inUser(kAlice, [&]() -> std::string {

@@ -171,7 +171,7 @@ TEST_F(Life, itKeepsNothingOfWhatIsDone) {
     const std::string process = "/proc/" + std::to_string(machine->helper());
     const std::string children = process + "/task/" + process.substr(6) + "/children";
     EXPECT_TRUE(runMainLoopUntil([&] { return test::contentOf(children).empty(); }));
-    // The helper closes the last descriptors before it takes the next call.
+    // The helper closes the last descriptors before it accepts the next call.
     std::promise<void> done;
     held->getHelperVersion([&](const std::string&) { done.set_value(); });
     done.get_future().wait();

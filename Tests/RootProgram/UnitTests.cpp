@@ -91,7 +91,7 @@ TEST_F(Unit, theCapabilitiesOfItsUnitAreEnough) {
   EXPECT_EQ(statusOf(machine->helper(), "NoNewPrivs"), "1");
 }
 
-/// What an option of the installed unit lists, without the "-" of what need not be there.
+/// The values of an option of the installed unit, without the "-" that marks optional paths.
 std::vector<std::string> listOf(const std::string& option) {
   const std::string unit = test::contentOf("/usr/lib/systemd/system/" + kService + ".service");
   const std::size_t begin = unit.find("\n" + option + "=") + option.size() + 2;
@@ -101,7 +101,7 @@ std::vector<std::string> listOf(const std::string& option) {
   return paths;
 }
 
-/// A program that mounts as the service manager does for the unit, and then becomes what it was given.
+/// A program that mounts as the service manager does for the unit, and then runs the given command.
 std::string unitsMounts() {
   std::string commands = "mount --make-rprivate /\n";
   const auto bind = [&](const std::string& path) {
@@ -123,20 +123,20 @@ class UnitsMounts : public HelperServiceKit {
   void SetUp() override {
     HelperServiceKit::SetUp();
     if (IsSkipped()) return;
-    start({});  // places the unit
+    start({});  // installs the unit
     starter_ = folder_.file("as-the-unit", unitsMounts());
     HelperMachine::Setup setup;
     ::chmod(starter_.c_str(), 0755);
     setup.tracer = starter_;
     start(setup);
   }
-  /// A file of root's in that folder.
+  /// A file owned by root in that folder.
   static std::string fileIn(const std::string& folder) {
     const std::string file = folder + "/sorrel-test-file";
     std::ofstream(file) << "content";
     return file;
   }
-  /// Why the helper left the one item of an event; "" if it removed it.
+  /// Why the helper did not remove the one item of an event; "" if it removed it.
   std::string refusal(std::int32_t kind, const std::string& path) {
     const Answer answer = machine->ask(kind, {{path, HelperDictionary()}});
     if (answer.dictionary.size() != 1) return answer.flag ? "" : machine->log();

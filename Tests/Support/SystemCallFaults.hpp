@@ -17,8 +17,8 @@ struct CallFault {
   /// the process gets SIGKILL at its entry instead.
   int error = 0;
   std::uint64_t step = 0;  ///< each `step`-th call after it fails too; 0 for that one only
-  /// Runs while the call waits, which is then carried out, in place of a failure. It must need nothing that
-  /// the work may hold.
+  /// Runs while the call waits; afterwards the call is executed instead of failing. It must need no resource
+  /// that the work may hold.
   std::function<void()> meanwhile = {};
 };
 

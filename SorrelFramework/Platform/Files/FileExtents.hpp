@@ -6,7 +6,8 @@
 
 namespace sorrel {
 
-/// A piece of a file and where it lies, as FIEMAP reports it (fiemap_extent in <linux/fiemap.h>).
+/// A piece of a file and its location on the device, as reported by FIEMAP (fiemap_extent in
+/// <linux/fiemap.h>).
 struct FileExtent {
   std::uint64_t logical = 0;   ///< bytes from the start of the file
   std::uint64_t physical = 0;  ///< bytes from the start of the file system's device
@@ -14,9 +15,9 @@ struct FileExtent {
   std::uint32_t flags = 0;     ///< FIEMAP_EXTENT_...
 };
 
-/// The next extents of an open file from `start` on, of those that begin before `end`; empty if there are
-/// none. `flags` are FIEMAP_FLAG_... Nothing, with errno, if the file system reports no extents, or extents
-/// that end where they begin.
+/// The next extents of an open file between `start` and `end`; empty if there are none. `flags` are
+/// FIEMAP_FLAG_... Nothing, with errno, if the file system does not report extents, or reports none that end
+/// after `start`.
 std::optional<std::vector<FileExtent>> extentsFrom(int file, std::uint64_t start, std::uint64_t end,
                                                    std::uint32_t flags);
 

@@ -70,7 +70,7 @@ std::string unescaped(std::string_view field) {
   return text;
 }
 
-/// The paths of a list that colons separate; a backslash makes the next byte part of a path.
+/// Splits a list of paths at its colons; a backslash makes the next byte part of a path.
 void addListed(std::string_view value, std::vector<std::string>& paths) {
   std::string path;
   for (std::size_t i = 0; i <= value.size(); ++i) {
@@ -94,7 +94,7 @@ void addSingle(const std::string& value, std::vector<std::string>& paths) {
   if (plain != value) paths.push_back(plain);
 }
 
-/// The options of an overlay have every comma of a path as \054.
+/// In the options of an overlay every comma of a path is written as \054.
 std::vector<std::string> layersIn(std::string_view options) {
   std::vector<std::string> layers;
   while (!options.empty()) {

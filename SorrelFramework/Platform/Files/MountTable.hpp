@@ -17,13 +17,13 @@ struct Mount {
   std::string root;    ///< the folder of that file system that is mounted, "/" for the whole file system
   std::string point;   ///< the mount point
   std::string type;    ///< the name that mount(8) uses
-  /// The folders that an overlay shows or works in, as its options name them; none for other types.
+  /// The layers and work folder of an overlay, as its options name them; empty for other types.
   std::vector<std::string> layers{};
 
   friend bool operator==(const Mount&, const Mount&) = default;
 };
 
-/// True for types whose files another process or machine serves, which may never answer.
+/// True for types whose files are served by another process or machine, which may never answer.
 [[nodiscard]] bool isServedType(std::string_view type);
 
 /// The lines of a mount table, in their order; a line that cannot be read is skipped.

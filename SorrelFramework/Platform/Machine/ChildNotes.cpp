@@ -11,14 +11,14 @@
 namespace sorrel {
 namespace {
 
-/// Only a file in memory can be sealed, so that a wrong number leads to no file of the user's.
+/// Only a file in memory can be sealed, so a wrong number can't lead to one of the user's files.
 bool isNotes(int descriptor) { return ::fcntl(descriptor, F_GET_SEALS) >= 0; }
 
 }  // namespace
 
 ChildNotes::ChildNotes() {
   const FileDescriptor made(::memfd_create("sorrel-notes", MFD_CLOEXEC));
-  // This process may have closed its standard streams; the child fills their numbers.
+  // This process may have closed its standard streams, whose numbers the child fills.
   if (made.isOpen()) file_ = FileDescriptor(::fcntl(made.get(), F_DUPFD_CLOEXEC, STDERR_FILENO + 1));
 }
 

@@ -29,13 +29,13 @@ struct ChildLimits {
   std::chrono::milliseconds drain{1'000};
 };
 
-/// A program that runs beside this process: started as it is named, without a shell and without a search in
-/// PATH, its standard input empty, its standard output read here, its standard error that of this process. It
-/// gets a session of its own and dies with this process. Its environment holds PATH, LANG=C.UTF-8, and HOME,
-/// USER, TMPDIR, the XDG folders and the address of the session bus where this process has them, and
+/// A program that runs as a child of this process: started by its path, without a shell and without a search
+/// in PATH, its standard input empty, its standard output read here, its standard error that of this process.
+/// It gets a session of its own and dies with this process. Its environment contains PATH, LANG=C.UTF-8, and
+/// HOME, USER, TMPDIR, the XDG folders and the address of the session bus where this process has them, and
 /// SORREL_VOLUME, the root of the macOS volume of Host::current(), if that is a mounted one, and
-/// SORREL_NOTES, the number of the inherited descriptor of its notes, if this process wants any; nothing
-/// else, so that no setting of the user's shell changes what a system tool prints.
+/// SORREL_NOTES, the number of the inherited descriptor of its notes, if this process requested any; no other
+/// variable, so that no setting of the user's shell changes the output of a system tool.
 class ChildProcess {
  public:
   /// How the child ended: the status if it exited by itself, otherwise the number of the signal that ended
@@ -49,7 +49,7 @@ class ChildProcess {
   /// on until its end.
   using OutputHandler = std::function<bool(std::string_view)>;
 
-  /// Starts the program at the absolute path `path`; `arguments` do not hold its name. A text with a zero
+  /// Starts the program at the absolute path `path`; `arguments` do not include its name. A text with a zero
   /// byte in it starts nothing. `notes` may be null.
   ChildProcess(const std::string& path, const std::vector<std::string>& arguments, ChildLimits limits = {},
                const ChildNotes* notes = nullptr);

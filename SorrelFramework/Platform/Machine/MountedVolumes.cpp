@@ -34,7 +34,7 @@ const FileSystem* knownFileSystem(std::string_view name) {
   return found == kFileSystems.end() ? nullptr : found;
 }
 
-/// Of mounts at one point only the last can be reached by this path.
+/// If several mounts have one mount point, only the last can be reached by this path.
 std::vector<Mount> reachableMounts(std::string_view mountTable) {
   std::vector<Mount> mounts;
   for (Mount& mount : mountsIn(mountTable)) {

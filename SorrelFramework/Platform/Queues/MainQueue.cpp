@@ -142,7 +142,7 @@ bool MainQueue::runUntil(const std::function<bool()>& condition, milliseconds li
   const Waker waker;
   while (!condition()) {
     const bool isOver = steady_clock::now() >= deadline;
-    // What is ready runs even if no time is left, so that a limit of zero polls.
+    // Ready sources run even if no time is left, so that a limit of zero polls.
     g_main_context_iteration(g_main_context_default(), isOver ? FALSE : TRUE);
     if (isOver) return condition();
   }

@@ -41,8 +41,7 @@ class DuplicateWalk {
 
   /// Weighs the file at `url`; a candidate if it is above the limit.
   DuplicateInfo fileInfo(const URL& url);
-  /// Walks the folder at `url`. A folder that can't be read is an empty one, and is reported to
-  /// `rules.unread`.
+  /// Walks the folder at `url`. An unreadable folder counts as empty, and is reported to `rules.unread`.
   DuplicateInfo folderBackTracking(const URL& url);
 
  private:
@@ -64,13 +63,13 @@ class DuplicateWalk {
   void enterTop();
   void leaveTop(DuplicateInfo& result);
   void weighFiles();
-  /// Leaves what is left of the top folder, which is not where it was any more.
+  /// Skips the rest of the top folder, which can't be found again.
   void passOver(int error);
   void visitNext();
   void weighFolder(std::string_view name);
   void weighClosedFolder(std::string_view name);
   void add(Weight weight);
-  /// Reports the folder at `path`, unless `error` hides nothing.
+  /// Reports the folder at `path`, unless `error` means that nothing is missing.
   void reportUnread(const std::string& path, int error) const;
   [[nodiscard]] bool isStopped() const;
   [[nodiscard]] bool isWalkedInto(std::string_view name) const;
