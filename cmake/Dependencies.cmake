@@ -1,4 +1,4 @@
-# Every third-party library, found once. docs/architecture.md says which source wraps which of them.
+# Every third-party library, found once. docs/architecture.md lists the source that wraps each of them.
 find_package(PkgConfig REQUIRED)
 find_package(Threads REQUIRED)
 find_package(SQLite3 REQUIRED)

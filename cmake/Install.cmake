@@ -1,5 +1,5 @@
-# What an installation holds: the library with its headers, the packages for CMake and pkg-config, the program and
-# its catalogues. Tests/Package installs it and builds consumers against it.
+# The contents of an installation: the library with its headers, the packages for CMake and pkg-config, the program
+# and its catalogues. Tests/Package installs it and builds consumers against it.
 include(CMakePackageConfigHelpers)
 
 install(TARGETS SorrelFramework EXPORT SorrelFrameworkTargets
@@ -21,7 +21,8 @@ install(FILES "${PROJECT_BINARY_DIR}/package/SorrelFrameworkConfig.cmake"
 
 # A consumer of a static library links what the library links, so nothing is private then.
 get_target_property(library_type SorrelFramework TYPE)
-# sdbus-c++ is named as a library: its .pc file asks for that of libsystemd, a package that nobody else here needs.
+# sdbus-c++ is named as a library: its .pc file requires that of libsystemd, a package that is needed for nothing else
+# here.
 if(library_type STREQUAL "STATIC_LIBRARY")
   set(SORREL_PC_PRIVATE "")
   set(SORREL_PC_SDBUS " -lsdbus-c++")
@@ -29,7 +30,7 @@ else()
   set(SORREL_PC_PRIVATE ".private")
   set(SORREL_PC_SDBUS "")
 endif()
-# Relative to the file itself, so that an installation can be moved and `cmake --install --prefix` holds.
+# Relative to the file itself, so that an installation can be moved and `cmake --install --prefix` works.
 file(RELATIVE_PATH SORREL_PC_UP "/${CMAKE_INSTALL_LIBDIR}/pkgconfig" "/")
 configure_file(cmake/SorrelFramework.pc.in "${PROJECT_BINARY_DIR}/package/SorrelFramework.pc" @ONLY)
 install(FILES "${PROJECT_BINARY_DIR}/package/SorrelFramework.pc"

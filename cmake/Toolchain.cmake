@@ -13,7 +13,7 @@ if(SORREL_SANITIZE)
   string(REPLACE "," ";" sanitizers "${SORREL_SANITIZE}")
   add_compile_options(-fsanitize=${SORREL_SANITIZE} -fno-omit-frame-pointer -O1)
   add_link_options(-fsanitize=${SORREL_SANITIZE})
-  # GCC 12 takes instrumented bounds for wrong ones (bug 105562 and its like); the other presets keep the warnings.
+  # GCC 12 takes instrumented bounds for wrong ones (bug 105562 and similar); the other presets keep the warnings.
   foreach(warning array-bounds maybe-uninitialized stringop-overflow)
     add_compile_options($<$<CXX_COMPILER_ID:GNU>:-Wno-${warning}>)
   endforeach()
