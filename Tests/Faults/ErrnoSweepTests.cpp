@@ -127,7 +127,8 @@ class RemovalScene : public Scene {
  public:
   explicit RemovalScene(RemovalPolicy policy) : policy_(std::move(policy)) {
     // The policy opens the mount table at its first query and keeps it open.
-    EXPECT_FALSE(removeItem(volume_.path("absent"), policy_).isSuccess());
+    volume_.file("first/file", "x");
+    EXPECT_TRUE(removeItem(volume_.path("first"), policy_).isSuccess());
     volume_.file("canary/file", "precious");
     volume_.file("work/beside", "precious");
     volume_.link("alias", "work");

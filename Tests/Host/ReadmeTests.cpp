@@ -73,7 +73,11 @@ std::set<std::string> filesBelow(const std::string& folder) {
   return files;
 }
 
+/// True if an installation can write its list of files, which CMake keeps in the build folder.
+bool canWriteInTheBuild() { return ::access(SORREL_BINARY_DIR, W_OK) == 0; }
+
 TEST(Readme, removalOfTheHelperNamesEachFileThatIsInstalled) {
+  if (!canWriteInTheBuild()) GTEST_SKIP() << "the build folder belongs to another user";
   EXPECT_NE(contentOf(SORREL_SOURCE_DIR "/README.md").find("\n    sudo scripts/uninstall\n"),
             std::string::npos);
   const TemporaryFolder machine;
@@ -103,6 +107,7 @@ TEST(Readme, removalOfTheHelperNamesEachFileThatIsInstalled) {
 }
 
 TEST(Readme, theBundleOfTheHelperLiesInLibexec) {
+  if (!canWriteInTheBuild()) GTEST_SKIP() << "the build folder belongs to another user";
   EXPECT_NE(contentOf(SORREL_SOURCE_DIR "/README.md").find("--component helper-bundle"), std::string::npos);
   const TemporaryFolder prefix;
   const std::string install = SORREL_CMAKE " --install '" SORREL_BINARY_DIR
